@@ -1,0 +1,122 @@
+// The track record and `tracks_table`, the table of all configured tracks.
+#pragma once
+
+#include <cstdint>
+
+#include "core/hash_db.h"
+#include "platform/fixed_text.h"
+
+namespace ot {
+
+struct wtm_leaf;
+
+using track_name = fixed_text<40>;
+
+// Track types; the same numbers stand in configuration paths and operational records.
+enum class track_type : std::uint32_t {
+  interface = 1,
+  route = 2,
+  boolean_and = 3,
+  boolean_or = 4,
+  probe = 5,
+  none = 6,  // nothing configured yet
+  threshold_weight = 7,
+  threshold_percentage = 8,
+  bfd = 9,
+};
+
+// True for the four kinds of list tracks.
+constexpr bool is_list_type(track_type type) noexcept {
+  return type == track_type::boolean_and || type == track_type::boolean_or ||
+         type == track_type::threshold_weight || type == track_type::threshold_percentage;
+}
+
+enum class track_state : std::uint32_t { unknown = 0, up = 1, down = 2 };
+
+// "Unknown", "Track_Up", "Track_Down"; an empty text for anything else.
+const char* track_state_text(track_state state) noexcept;
+
+// One member of a list track, newest first; owned by its track.
+struct list_member {
+  list_member* next = nullptr;
+  track_name name;
+  std::uint32_t value = 0;  // boolean lists: 1 for "not"; threshold lists: the weight
+};
+
+// What a track follows, by its type.
+struct interface_object {
+  fixed_text<64> name;
+};
+struct route_object {
+  std::uint32_t prefix;  // network byte order
+  std::uint32_t mask;    // network byte order
+  fixed_text<32> vrf;
+  std::uint32_t ip_configured;     // non-zero once an address has been configured
+  std::uint64_t vrf_notification;  // registration handle, 0 none
+};
+struct list_object {
+  list_member* members;
+};
+struct probe_object {
+  std::uint32_t operation_id;
+  std::uint32_t response_time;  // milliseconds
+  std::uint32_t return_code;
+};
+struct bfd_object {
+  std::uint32_t ifhandle;
+  std::uint32_t destination;  // network byte order
+  std::uint32_t session_id;
+  std::uint32_t rate;
+  std::uint32_t debounce_count;
+  fixed_text<120> interface;
+};
+
+// Zero bytes are the empty value of every member, so a change of type starts from zero_object().
+union track_object {
+  interface_object interface;
+  route_object route;
+  list_object list;
+  probe_object probe;
+  bfd_object bfd;
+
+  track_object() noexcept { zero(); }
+  void zero() noexcept;
+};
+
+// Held by value in `tracks_table`; plain bytes, copied in and freed with its entry. What it points
+// to (members, timers) is released by whoever tears the track down.
+struct ot_track {
+  track_name name;
+  std::uint16_t delay_up = 0;    // seconds before a change to up is published; 0 at once
+  std::uint16_t delay_down = 0;  // the same for down and unknown
+  track_type type = track_type::none;
+  std::uint32_t configured_type = 0;  // type number of the last type item applied; 0 none yet
+  track_object object;
+  track_state source_state = track_state::unknown;  // what the object itself last reported
+  track_state state = track_state::unknown;         // the published state
+  std::uint32_t threshold_up = 0;
+  std::uint32_t threshold_down = 0;
+  wtm_leaf* delay_timer = nullptr;         // never null in a live track
+  wtm_leaf* poll_timer = nullptr;          // probe tracks only
+  std::uint32_t state_change_counter = 0;  // publications, also of an unchanged state
+  std::int64_t seconds_last_change = 0;    // wall-clock seconds of the last publication
+  std::uint32_t uncalculated = 0;          // during a list calculation: 1 not computed yet
+};
+
+extern hash_db tracks_table;
+
+// How many tracks can be configured.
+inline constexpr std::uint32_t max_tracks = 1500;
+
+// Creates the table. 0 or 12. Once, at start-up.
+int tracks_table_create() noexcept;
+
+// The record of the track of that name, or null. The table's; valid until the track is deleted.
+ot_track* hash_db_get_track_item(const char* name) noexcept;
+
+// Adds a copy of the record. On 12 every track is dropped, not only this one: a table that could
+// not take a track cannot be trusted to hold the router's tracks, so the service stops answering
+// for any. Otherwise the table's own result.
+int tracks_table_add(const ot_track& track) noexcept;
+
+}  // namespace ot

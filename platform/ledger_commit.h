@@ -1,0 +1,35 @@
+// ledger_: changing the configuration. A commit is all or nothing: every change is checked against
+// the registered tree and by its verifier before anything is stored, and what was stored survives
+// the machine's power loss before the answer comes.
+#pragma once
+
+#include <span>
+#include <string>
+#include <vector>
+
+#include "platform/ledger.h"
+
+namespace ot {
+
+struct ledger_proposal {
+  std::string path;     // absolute
+  bool remove = false;  // delete the item; kind and value are ignored
+  ledger_kind kind = ledger_kind::u32;
+  std::vector<std::byte> value;
+};
+
+// Why a commit was refused, or what failed when it was applied.
+struct ledger_refusal {
+  std::string path;
+  int code = 0;
+  std::string text;
+  bool applied = false;  // true: stored, but its apply function failed
+};
+
+// Applied in this order: deletes first, then the rest, each group in the order given. A set of an
+// absent item creates it. 0 when stored and applied; else the first refusal's code, with all of
+// them in `ret`. Nothing is stored unless every refusal has `applied`.
+int ledger_commit(ledger_conn* connection, std::span<const ledger_proposal> changes,
+                  std::vector<ledger_refusal>* ret);
+
+}  // namespace ot

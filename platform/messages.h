@@ -1,0 +1,26 @@
+// errmsg_: system messages for the operator's log.
+#pragma once
+
+#include <cstdint>
+
+namespace ot {
+
+// One row of a message catalogue. Facility and group are the texts that open every message:
+// "OT-SERVICES-6-TRACK_INFO: ...".
+struct errmsg_record {
+  const char* facility;
+  const char* group;
+  const char* name;
+  const char* format;      // printf format of the text
+  std::uint32_t severity;  // 0 emergency ... 7 debug, as syslog counts
+  std::uint32_t number;
+  std::uint32_t limit_words[3];  // non-zero: the platform may hold repeats back
+  std::uint32_t* limit_state;    // state word for that, or null
+};
+
+// Emits a message with `severity`; the arguments are those of the record's format. Does not
+// allocate; texts over 1,000 characters are cut. Messages leave in the order of the calls, at the
+// latest when the running handler has returned. Any thread.
+void errmsg_log(const errmsg_record* record, std::uint32_t severity, ...) noexcept;
+
+}  // namespace ot

@@ -1,0 +1,14 @@
+// What the process can ask of the framework that runs it.
+#pragma once
+
+namespace ot {
+
+// Ends the process at once with `status`, after queued system messages have left. The in-memory
+// platform throws `process_exited` in its place.
+[[noreturn]] void process_exit(int status);
+
+// True when the ledger client library stands in its place, "/pkg/lib/libledger.so" below the
+// package root, and can be read.
+bool ledger_library_readable() noexcept;
+
+}  // namespace ot
