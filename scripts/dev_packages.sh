@@ -1,0 +1,29 @@
+# Debian packages: what scripts/packages.txt lists and this machine lacks is installed. A prepared
+# machine costs one dpkg-query.
+
+missing_packages() {
+  local wanted installed
+  wanted=$(sed -e 's/#.*//' -e '/^[[:space:]]*$/d' scripts/packages.txt | sort -u)
+  # dpkg-query fails when it knows one of them not at all; its output about the others still counts.
+  installed=$(xargs dpkg-query -W -f '${Package} ${db:Status-Status}\n' <<<"$wanted" 2>/dev/null |
+    sed -n 's/ installed$//p' | sort -u) || :
+  comm -23 <(echo "$wanted") <(echo "$installed")
+}
+
+ensure_packages() {
+  local missing as_root=()
+  missing=$(missing_packages)
+  [[ -z $missing ]] && return
+  missing=${missing//$'\n'/ }
+  if [[ $EUID -ne 0 ]]; then
+    if ! sudo -n true 2>/dev/null && ! { [[ -t 0 ]] && command -v sudo >/dev/null; }; then
+      die "these packages are missing and neither root nor sudo is at hand; ask for: apt-get install $missing"
+    fi
+    as_root=(sudo)
+  fi
+  say "installing: $missing"
+  "${as_root[@]}" apt-get update -qq
+  # shellcheck disable=SC2086  # a list of words
+  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+    apt-get install -y -qq --no-install-recommends $missing >/dev/null
+}

@@ -1,0 +1,98 @@
+# Testing: which programs there are, how each is run, and the record of each run from which
+# scripts/test_summary.py computes the last line.
+
+test_presets=(release asan tsan) # tsan is built by clang++, the others by g++
+
+# level|program; "pytest" is the end-to-end suite, the others are GoogleTest programs.
+test_programs=(
+  "unit|unit_tests"
+  "tools|tools_tests"
+  "contract|contract_memory"
+  "contract|contract_linux"
+  "e2e|pytest"
+)
+
+# The thread sanitizer's runtime needs the old memory layout on newer kernels.
+without_aslr() {
+  if setarch -R true 2>/dev/null; then
+    setarch -R "$@"
+  else
+    "$@"
+  fi
+}
+
+# run_program PRESET PROGRAM RECORD [ARGS]: runs one program; appends "preset, program, exit
+# status, report" to RECORD. Never fails itself: what went wrong stands in the record.
+run_program() {
+  local preset=$1 program=$2 record=$3 status=0 launcher=() report
+  shift 3
+  report=$PWD/build/$preset/reports/$program.xml
+  mkdir -p "${report%/*}"
+  rm -f "$report"
+  [[ $preset == tsan ]] && launcher=(without_aslr)
+  say "$preset: $program"
+  if [[ $program == pytest ]]; then
+    OT_BUILD_DIR=$PWD/build/$preset "${launcher[@]}" python3 -m pytest -q -p no:cacheprovider \
+      --junit-xml="$report" tests/e2e "$@" || status=$?
+  elif [[ -x build/$preset/bin/$program ]]; then
+    "${launcher[@]}" "build/$preset/bin/$program" --gtest_brief=1 --gtest_output="xml:$report" \
+      "$@" || status=$?
+  else
+    status=127
+    echo "build/$preset/bin/$program was not built" >&2
+  fi
+  printf '%s\t%s\t%s\t%s\n' "$preset" "$program" "$status" "$report" >>"$record"
+}
+
+# run_level PRESET LEVEL RECORD [ARGS]: the programs of one level, or of "all".
+run_level() {
+  local row preset=$1 level=$2 record=$3
+  shift 3
+  for row in "${test_programs[@]}"; do
+    if [[ $level == all || $level == "${row%%|*}" ]]; then
+      run_program "$preset" "${row#*|}" "$record" "$@"
+    fi
+  done
+}
+
+say_what_is_left_out() {
+  [[ $EUID -eq 0 ]] && return
+  say "not root: tests that need the rights of root on this machine skip themselves; the summary" \
+    "names them with their reason"
+}
+
+dev_test() {
+  local level=all presets=("${test_presets[@]}") record preset
+  case ${1:-} in
+    unit | tools | contract | e2e)
+      level=$1
+      presets=(debug)
+      shift
+      ;;
+  esac
+  while [[ $# -gt 0 ]]; do
+    case $1 in
+      --preset) [[ $# -ge 2 ]] || die "--preset needs a name: debug, release, asan or tsan"
+        presets=("$2"); shift 2 ;;
+      --) shift; break ;;
+      *) die "test: unknown word \"$1\" (unit, contract, tools, e2e, --preset P, -- ARGS)" ;;
+    esac
+  done
+  say_what_is_left_out
+  mkdir -p build
+  record=$(mktemp build/test-record.XXXXXX)
+  export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:strict_string_checks=1}
+  export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1}
+  for preset in "${presets[@]}"; do
+    # A preset that does not build counts as a failure; the others are still told apart.
+    if build_preset "$preset"; then
+      run_level "$preset" "$level" "$record" "$@"
+    else
+      printf '%s\tbuild\t1\t-\n' "$preset" >>"$record"
+    fi
+  done
+  local status=0
+  python3 scripts/test_summary.py "$record" || status=$?
+  rm -f "$record"
+  return "$status"
+}
