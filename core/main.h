@@ -20,4 +20,8 @@ int ot_init(evm* manager);
 // that failed, after an INIT_FAIL message that names it. Main thread.
 int ot_start(evm* manager, std::uint32_t start_count);
 
+// Drops everything ot_start and the configuration made in this process; nothing is published or
+// deleted from the ledger. For tests that start the service again.
+void ot_stop() noexcept;
+
 }  // namespace ot

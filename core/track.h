@@ -114,9 +114,4 @@ int tracks_table_create() noexcept;
 // The record of the track of that name, or null. The table's; valid until the track is deleted.
 ot_track* hash_db_get_track_item(const char* name) noexcept;
 
-// Adds a copy of the record. On 12 every track is dropped, not only this one: a table that could
-// not take a track cannot be trusted to hold the router's tracks, so the service stops answering
-// for any. Otherwise the table's own result.
-int tracks_table_add(const ot_track& track) noexcept;
-
 }  // namespace ot

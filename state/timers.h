@@ -37,6 +37,9 @@ int ot_timers_init(evm* manager) noexcept;
 // any track is configured.
 int ot_process_timers_create() noexcept;
 
+// Frees the process timers and the tree with all its leaves: the end of a service in a test.
+void ot_timers_stop() noexcept;
+
 // Handler of the tree's asynchronous event.
 void handle_ot_wtm_timer_expired(void* argument);
 

@@ -1,0 +1,115 @@
+// Deleting a track. A delay that runs at that moment is left running: when it expires its state is
+// still published, and the ledger item of the deleted track comes back.
+
+#include "config/lifecycle.h"
+
+#include <array>
+
+#include "config/track_record.h"
+#include "core/debug.h"
+#include "core/track.h"
+#include "platform/status.h"
+#include "sources/interface/interface_track.h"
+#include "state/ledger_state.h"
+
+namespace ot {
+namespace {
+
+int detach_interface(const ot_track& track) {
+  return delete_track_from_interface_entry(track.object.interface.name.c_str(), track.name.c_str());
+}
+
+// How a track of each type lets go of what it follows. Types that this build has no source for
+// cannot have tracks, and have no row.
+struct teardown_row {
+  track_type type;
+  int (*detach)(const ot_track& track);
+  void (*trace_failure)(const char* error);
+};
+
+constexpr const char* delete_name = "object_tracking_track_delete";
+
+constexpr std::array<teardown_row, 1> teardowns = {{
+    {track_type::interface, detach_interface,
+     [](const char* error) {
+       OT_TRACE_ERROR("(%s) :delete_track_from_interface_entry failed - %s", delete_name, error);
+     }},
+}};
+
+const teardown_row* teardown_of(track_type type) noexcept {
+  for (const teardown_row& row : teardowns) {
+    if (row.type == type) {
+      return &row;
+    }
+  }
+  return nullptr;
+}
+
+int detach(const ot_track& track) {
+  const teardown_row* row = teardown_of(track.type);
+  if (row == nullptr) {
+    OT_TRACE_DETAIL(" track_type : Default.");
+    return status_ok;
+  }
+  const int status = row->detach(track);
+  if (status != status_ok) {
+    row->trace_failure(err_string(status));
+  }
+  return status;
+}
+
+// The record goes first, then its timers: releasing them needs nothing of the table.
+int remove_record(const char* name) noexcept {
+  ot_track* track = hash_db_get_track_item(name);
+  ot_track removed = *track;
+  if (hash_db_delete(tracks_table, name) != status_ok) {
+    OT_TRACE_ERROR("(%s) : failed to delete track %s from hash ", delete_name, name);
+    return no_memory;
+  }
+  release_track_timers(removed);
+  return status_ok;
+}
+
+}  // namespace
+
+int object_tracking_track_apply(const ledger_change& change) {
+  OT_TRACE_ENTRY();
+  if ((change.event & ledger_event_delete) == 0) {
+    return status_ok;
+  }
+  const ledger_path_field* name = change.field(0);
+  if (name == nullptr) {
+    return invalid_argument;
+  }
+  OT_TRACE_DETAIL("(%s) : track %s, LEDGER_EVENT_DELETE", __func__, name->text);
+  const int status = object_tracking_track_delete(name->text);
+  if (status != status_ok) {
+    OT_TRACE_ERROR("(%s) : object_tracking_track_delete failed - %s", __func__, err_string(status));
+  }
+  return status;
+}
+
+int object_tracking_track_delete(const char* name) {
+  OT_TRACE_ENTRY();
+  const ot_track* track = hash_db_get_track_item(name);
+  if (track == nullptr) {
+    return status_ok;
+  }
+  OT_TRACE_DETAIL(" Found a entry for the track ");
+  int status = detach(*track);
+  if (status != status_ok) {
+    return status;
+  }
+  status = remove_record(name);
+  if (status != status_ok) {
+    return status;
+  }
+  status = object_tracking_delete_item_from_ledger(name);
+  if (status != status_ok) {
+    OT_TRACE_ERROR("(%s) : object_tracking_delete_item_from_ledger failed - %s", __func__,
+                   err_string(status));
+  }
+  return status;
+}
+
+}  // namespace ot

@@ -1,0 +1,98 @@
+// The service's start-up as one table. The order matters: tables before anything looks into them,
+// timers and the ledger binding before states are published, interfaces before the configuration
+// that names them, the restart flag before tracks are created, and the configuration last.
+
+#include <array>
+#include <cstdio>
+
+#include "config/configuration_tree.h"
+#include "config/track_record.h"
+#include "core/debug.h"
+#include "core/main.h"
+#include "core/restart.h"
+#include "core/track.h"
+#include "oper/notifications.h"
+#include "oper/provider.h"
+#include "oper/records.h"
+#include "oper/track_events.h"
+#include "platform/status.h"
+#include "sources/interface/ifm_client.h"
+#include "sources/interface/interface_table.h"
+#include "state/ledger_state.h"
+#include "state/timers.h"
+
+namespace ot {
+namespace {
+
+struct start_context {
+  evm* manager;
+  std::uint32_t start_count;
+};
+
+int open_interface_manager(const start_context& context) {
+  const int status = ot_init(context.manager);
+  return status == open_in_progress ? status_ok : status;
+}
+
+struct start_step {
+  const char* what;
+  int (*run)(const start_context& context);
+};
+
+constexpr std::array start_steps = {
+    start_step{"trace flags", [](const start_context& c) { return ot_debug_init(c.manager); }},
+    start_step{"track table", [](const start_context&) { return tracks_table_create(); }},
+    start_step{"interface table", [](const start_context&) { return interfaces_table_create(); }},
+    start_step{"timers", [](const start_context& c) { return ot_timers_init(c.manager); }},
+    start_step{"process timers", [](const start_context&) { return ot_process_timers_create(); }},
+    start_step{"published states", [](const start_context&) { return ot_ha_ledger_bind(); }},
+    start_step{"change notifications", [](const start_context&) { return ot_ledger_oper_bind(); }},
+    start_step{"operational records", [](const start_context&) { return ot_records_register(); }},
+    start_step{"data providers", [](const start_context&) { return ot_provider_register(); }},
+    start_step{"event publisher",
+               [](const start_context& c) {
+                 ot_ep_register(c.manager, nullptr);
+                 return status_ok;
+               }},
+    start_step{"interface manager", open_interface_manager},
+    start_step{"restart flag",
+               [](const start_context& c) {
+                 ot_set_restart(c.start_count);
+                 return status_ok;
+               }},
+    start_step{"configuration tree",
+               [](const start_context&) { return ot_configuration_register(); }},
+    start_step{"stored configuration",
+               [](const start_context&) { return ot_configuration_replay(); }},
+};
+
+}  // namespace
+
+int ot_start(evm* manager, std::uint32_t start_count) {
+  const start_context context{manager, start_count};
+  for (const start_step& step : start_steps) {
+    const int status = step.run(context);
+    if (status != status_ok) {
+      char text[128];
+      std::snprintf(text, sizeof text, "start-up failed at: %s (%s)", step.what,
+                    err_string(status));
+      errmsg_log(&kor_msg_rec_ot_init_fail, kor_msg_rec_ot_init_fail.severity, text);
+      return status;
+    }
+  }
+  return status_ok;
+}
+
+void ot_stop() noexcept {
+  ot_ifm_close();
+  drop_all_tracks();
+  drop_all_interfaces();
+  ot_notifications_drop();
+  ot_ledger_oper_unbind();
+  ot_ha_ledger_unbind();
+  ot_timers_stop();
+  ot_ep_evd_handle = nullptr;
+  ot_set_restart(0);
+}
+
+}  // namespace ot
