@@ -1,4 +1,4 @@
-// The front-end entry and the interface manager connection.
+// The front-end entry: the executable called with arguments.
 
 #include "core/main.h"
 
@@ -7,22 +7,9 @@
 
 #include "core/debug.h"
 #include "platform/process.h"
-#include "platform/status.h"
 #include "show/show.h"
-#include "sources/interface/ifm_client.h"
 
 namespace ot {
-namespace {
-
-constexpr std::uint32_t ifm_connection_kind = 3;
-
-[[noreturn]] void fatal(const char* text) {
-  errmsg_log(&kor_msg_rec_ot_init_fail, kor_msg_rec_ot_init_fail.severity, text);
-  process_exit(1);
-}
-
-}  // namespace
-
 int main(int argc, char** argv) {
   if (ot_debug_init(nullptr) != 0) {
     std::fputs("failed to setup init debug info!", stderr);
@@ -32,20 +19,6 @@ int main(int argc, char** argv) {
     ot_show(argc, argv);
   }
   return 0;
-}
-
-int ot_init(evm* manager) {
-  OT_TRACE_DETAIL("(%s)", __func__);
-  evm_conn* connection = nullptr;
-  if (evm_conn_create(manager, ot_ifm_open_func, manager, ifm_connection_kind, &connection) !=
-      status_ok) {
-    fatal("event_conn_create failed");
-  }
-  const int status = evm_conn_open(connection);
-  if (status != status_ok && status != open_in_progress) {
-    fatal("event_conn_open failed");
-  }
-  return status;
 }
 
 }  // namespace ot

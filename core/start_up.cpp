@@ -12,8 +12,6 @@
 #include "core/restart.h"
 #include "core/track.h"
 #include "oper/notifications.h"
-#include "oper/provider.h"
-#include "oper/records.h"
 #include "oper/track_events.h"
 #include "platform/status.h"
 #include "sources/interface/ifm_client.h"
@@ -47,8 +45,6 @@ constexpr std::array start_steps = {
     start_step{"process timers", [](const start_context&) { return ot_process_timers_create(); }},
     start_step{"published states", [](const start_context&) { return ot_ha_ledger_bind(); }},
     start_step{"change notifications", [](const start_context&) { return ot_ledger_oper_bind(); }},
-    start_step{"operational records", [](const start_context&) { return ot_records_register(); }},
-    start_step{"data providers", [](const start_context&) { return ot_provider_register(); }},
     start_step{"event publisher",
                [](const start_context& c) {
                  ot_ep_register(c.manager, nullptr);
