@@ -44,7 +44,9 @@ struct ifc_item {
 
 inline constexpr std::uint32_t ifc_bulk_code = 20;
 
-// Lives only during the callback.
+// Lives only during the callback. A change comes as the attributes it touches; a new interface with
+// all registered ones; a deleted one with the state alone, its value null; a renamed one as its old
+// name deleted and its new one created.
 struct ifc_bulk_notification {
   std::uint32_t code = 0;
   std::span<const ifc_item> items;
@@ -68,8 +70,8 @@ int ifc_register_callback(ifc_conn_ctx& context, const char* name, evm* manager,
 int ifc_attr_register(ifc_conn_ctx& context, std::uint16_t attribute, int* ret_status);
 
 // Look-ups. Each returns an API error, and separately the status of the one item asked for; the
-// result is written when both are 0. `ifc_interface_find`: 2 (ENOENT) for a name that does not
-// exist.
+// result is written when both are 0. The item's status is 2 (ENOENT) for a name or a handle that
+// does not exist.
 int ifc_interface_find(const ifc_conn_ctx& context, const char* name, std::uint32_t* ret_handle,
                        int* ret_status) noexcept;
 int ifc_interface_name(const ifc_conn_ctx& context, std::uint32_t handle, ifc_name* ret_name,
