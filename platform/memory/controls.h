@@ -1,0 +1,91 @@
+// The hands of a test on the in-memory router, in the field's words: a link goes down, an interface
+// is renamed, time passes, a call fails. Everything takes effect through the loops of the event
+// managers, so a change is seen after run_pending() or advance(). Only the thread that called
+// reset() last may call these.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ot {
+
+struct evm;
+
+// Thrown in place of the end of the process.
+struct process_exited {
+  int status = 0;
+};
+
+namespace field {
+
+// A router as it comes up: no interfaces, no subscribers, nothing stored, 100 s after boot. Event
+// managers of before may still be destroyed, not used.
+void reset();
+
+// --- Failures ------------------------------------------------------------------------------------
+
+// The next call of the platform operation of this name fails with `code`. For look-ups and
+// registrations of one item: a code of 0 with an `item_status` lets only the item fail. With
+// `let_through`, that many calls go well before.
+void fail_next(std::string_view operation, int code, int item_status = 0, unsigned let_through = 0);
+
+// The operations whose ordered failures have not happened.
+std::vector<std::string> failures_left();
+
+// --- Time ----------------------------------------------------------------------------------------
+
+// Runs everything that is due now, one handler after the other, until nothing is left. Also waits
+// until the loops of other threads are idle.
+void run_pending();
+
+// Lets time pass: everything due on the way runs at its own instant, in order.
+void advance(std::chrono::nanoseconds time);
+
+// Sets the wall clock; it goes on with the virtual time. 1,700,000,000 after reset.
+void set_wall_clock(std::int64_t seconds);
+
+// How often handlers have run since reset.
+std::uint64_t handlers_run();
+
+// Ends the wait of the thread that runs this loop: its evm_block fails from now on.
+void end_loop(evm* manager);
+
+// --- Interfaces ----------------------------------------------------------------------------------
+
+// A new interface, administratively up; its handle.
+std::uint32_t interface_added(std::string_view name, bool link_up = true);
+void interface_removed(std::string_view name);
+void interface_renamed(std::string_view from, std::string_view to);
+void link_down(std::string_view name);
+void link_up(std::string_view name);
+void admin_down(std::string_view name);
+void admin_up(std::string_view name);
+// The interface becomes the standby or the active member of a redundant pair.
+void standby(std::string_view name);
+void active(std::string_view name);
+
+// The interface manager's process ends (bindings are lost, calls fail) and starts again.
+void interface_manager_gone();
+void interface_manager_back();
+
+// --- What the service said -----------------------------------------------------------------------
+
+// System messages, "OT-SERVICES-6-TRACK_INFO: ...", and trace lines since the last take.
+std::vector<std::string> take_messages();
+std::vector<std::string> take_traces();
+
+// Subscriptions that the publisher has been told of and the events that it published, whether
+// anyone wanted them or not. Subscribers themselves come through platform/event_subscriber.h.
+std::uint64_t events_published();
+
+// --- Process -------------------------------------------------------------------------------------
+
+// Takes the ledger client library away from the file system, or puts it back.
+void ledger_library_removed();
+void ledger_library_installed();
+
+}  // namespace field
+}  // namespace ot
