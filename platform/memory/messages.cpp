@@ -1,0 +1,80 @@
+// System messages and traces, kept as lines for the test to read.
+#include "platform/messages.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/memory/alloc_faults.h"
+#include "platform/memory/controls.h"
+#include "platform/memory/world.h"
+#include "platform/trace.h"
+
+namespace ot {
+namespace {
+
+constexpr std::size_t longest_text = 1000;
+
+struct lines {
+  std::mutex mutex;
+  std::vector<std::string> all;
+
+  void add(std::string line) {
+    const std::scoped_lock lock{mutex};
+    all.push_back(std::move(line));
+  }
+  std::vector<std::string> take() {
+    const std::scoped_lock lock{mutex};
+    return std::exchange(all, {});
+  }
+};
+
+struct message_lines : lines {};
+struct trace_lines : lines {};
+
+[[gnu::format(printf, 1, 0)]] std::string formatted(const char* format, std::va_list arguments) {
+  char text[longest_text + 1];
+  std::vsnprintf(text, sizeof text, format, arguments);
+  return text;
+}
+
+}  // namespace
+
+void errmsg_log(const errmsg_record* record, std::uint32_t severity, ...) noexcept {
+  alloc_faults_paused pause;
+  std::va_list arguments;
+  va_start(arguments, severity);
+  const std::string text = formatted(record->format, arguments);
+  va_end(arguments);
+  world_part<message_lines>().add(std::string{record->facility} + '-' + record->group + '-' +
+                                  std::to_string(severity) + '-' + record->name + ": " + text);
+}
+
+void dbg_print(const dbg_flag& /*flag*/, std::uint32_t /*reserved1*/, std::uint32_t /*reserved2*/,
+               const char* format, ...) noexcept {
+  alloc_faults_paused pause;
+  std::va_list arguments;
+  va_start(arguments, format);
+  std::string line = formatted(format, arguments);
+  va_end(arguments);
+  if (line.ends_with('\n')) {
+    line.pop_back();
+  }
+  world_part<trace_lines>().add(std::move(line));
+}
+
+namespace field {
+
+std::vector<std::string> take_messages() {
+  return world_part<message_lines>().take();
+}
+
+std::vector<std::string> take_traces() {
+  return world_part<trace_lines>().take();
+}
+
+}  // namespace field
+}  // namespace ot
