@@ -1,0 +1,74 @@
+// The impure half of configuring: fetches a track's present items and sends the commits that
+// plan.h works out. Each call binds for itself; trackctl lives for one command.
+#include "tools/trackctl/config_session.h"
+
+#include <vector>
+
+#include "platform/status.h"
+#include "tools/trackctl/failure.h"
+
+namespace ot::trackctl {
+namespace {
+
+bool keep_item(void* context, std::string_view path, const ledger_value& value) {
+  const auto bytes = value.bytes();
+  static_cast<track_items*>(context)->emplace(path,
+                                              item_value{value.kind, {bytes.begin(), bytes.end()}});
+  return true;
+}
+
+std::string refusal_text(const std::vector<ledger_refusal>& refusals) {
+  std::string text;
+  for (const ledger_refusal& refusal : refusals) {
+    text += "\n  " + refusal.path + (refusal.applied ? ": stored, but not applied: " : ": ");
+    text += code_text(refusal.code);
+    if (!refusal.text.empty() && text.find(refusal.text) == std::string::npos) {
+      text += ": " + refusal.text;
+    }
+  }
+  return text;
+}
+
+}  // namespace
+
+ledger_connection::ledger_connection(const std::string& path) {
+  check_code("opening " + path, ledger_bind(path.c_str(), &connection_));
+}
+
+ledger_connection::~ledger_connection() {
+  ledger_unbind(connection_);
+}
+
+track_items read_track(const std::string& track) {
+  const ledger_connection connection(track_path(track));
+  track_items items;
+  const int code = ledger_item_walk(connection.get(), "", keep_item, &items);
+  if (code != ledger_no_data) {
+    check_code("reading track \"" + track + "\"", code);
+  }
+  return items;
+}
+
+track_items read_existing_track(const std::string& track) {
+  track_items items = read_track(track);
+  if (items.empty()) {
+    throw failure(exit_refused,
+                  "there is no track \"" + track + "\"; `trackctl show` lists those there are");
+  }
+  return items;
+}
+
+void send_commit(const std::string& what, const commit& changes) {
+  const ledger_connection connection("/");
+  std::vector<ledger_refusal> refusals;
+  const int code = ledger_commit(connection.get(), changes, &refusals);
+  if (code == status_ok) {
+    return;
+  }
+  if (refusals.empty()) {
+    fail_with_code(what, code);
+  }
+  throw failure(exit_refused, what + " was refused:" + refusal_text(refusals));
+}
+
+}  // namespace ot::trackctl

@@ -1,0 +1,63 @@
+// "debug": the service's trace flags are ledger items that can be switched while it runs.
+#include <algorithm>
+#include <array>
+#include <iostream>
+#include <string_view>
+
+#include "platform/status.h"
+#include "tools/trackctl/command.h"
+#include "tools/trackctl/config_session.h"
+#include "tools/trackctl/failure.h"
+
+namespace ot::trackctl {
+namespace {
+
+constexpr const char* flags_root = "/debug/track/";
+constexpr std::array flags{"detail", "error", "notification"};
+
+void print_flag(const ledger_connection& connection, const std::string& flag) {
+  ledger_value value;
+  const int code = ledger_item_get(connection.get(), flag.c_str(), &value);
+  if (code != ledger_no_data) {
+    check_code("reading trace flag \"" + flag + "\"", code);
+  }
+  const bool on = code == status_ok && value.as_u32() != 0;
+  std::cout << flag << (on ? " on\n" : " off\n");
+}
+
+void switch_flag(const ledger_connection& connection, const std::string& flag, bool on) {
+  const item_value value = u32_value(on ? 1 : 0);
+  check_code("switching trace flag \"" + flag + "\"",
+             ledger_item_set(connection.get(), flag.c_str(), value.kind, value.bytes));
+}
+
+}  // namespace
+
+int run_debug(const arguments& args) {
+  CLI::App app{
+      "Show or switch the trace flags of the running service. Traces go where its messages "
+      "go.",
+      "trackctl debug"};
+  app.footer("Example: trackctl debug error on");
+  std::string flag;
+  std::string position;
+  app.add_option("FLAG", flag, "detail, error or notification; none: show all three")
+      ->check(CLI::IsMember(std::vector<std::string>(flags.begin(), flags.end())));
+  app.add_option("SWITCH", position, "on or off; none: show the flag")
+      ->check(CLI::IsMember({"on", "off"}));
+  parse_arguments(app, args);
+
+  const ledger_connection connection(flags_root);
+  if (!position.empty()) {
+    switch_flag(connection, flag, position == "on");
+    return exit_done;
+  }
+  for (const char* const each : flags) {
+    if (flag.empty() || flag == each) {
+      print_flag(connection, each);
+    }
+  }
+  return exit_done;
+}
+
+}  // namespace ot::trackctl

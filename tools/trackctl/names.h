@@ -1,0 +1,21 @@
+// What an operator may type for a name, checked before anything is sent: a refusal here can say
+// what would be right.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace ot::trackctl {
+
+// Throws unless `name` can name a track: 1 to 32 characters of A-Z a-z 0-9 _ . : -. (The service
+// takes 39, but its operational records show 32.)
+void check_track_name(std::string_view name);
+
+// Throws unless `name` can name an interface: 1 to 63 characters, neither '/' nor white space.
+void check_interface_name(std::string_view name);
+
+// A whole number of seconds from 0 to 65535. `what` names the value in the refusal.
+std::uint32_t parse_delay(const std::string& what, const std::string& text);
+
+}  // namespace ot::trackctl

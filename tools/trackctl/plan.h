@@ -1,0 +1,43 @@
+// From what a track is to what it shall be: the commits that make the difference and touch nothing
+// else. Pure; the ledger is read before and written after.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/ledger_commit.h"
+#include "tools/trackctl/config_items.h"
+
+namespace ot::trackctl {
+
+using commit = std::vector<ledger_proposal>;
+
+// The type part of a track: what it follows.
+struct wanted_type {
+  std::string folder;              // for example "type/interface/0x1/"
+  std::vector<config_item> items;  // all below `folder`, in the order in which they are to be set
+  // The service takes another object only after the track was deleted: any difference in the items
+  // that are present makes two commits.
+  bool recreate_on_change = false;
+};
+
+struct wanted_delays {
+  std::uint32_t up = 0;  // seconds; 0 = no item
+  std::uint32_t down = 0;
+};
+
+// The commits after which `track` is exactly what is wanted; none when it is that already. Two when
+// the type changes: delete, then create.
+std::vector<commit> plan_set(const std::string& track, const track_items& present,
+                             const wanted_type& type, const wanted_delays& delays);
+
+// The changes of the delays given; a delay not given stays as it is. Empty when nothing changes.
+commit plan_delay(const std::string& track, const track_items& present,
+                  std::optional<std::uint32_t> up, std::optional<std::uint32_t> down);
+
+// Removes all of the track's items.
+commit plan_delete(const std::string& track, const track_items& present);
+
+}  // namespace ot::trackctl

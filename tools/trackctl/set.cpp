@@ -1,0 +1,84 @@
+// "set": declarative for one track. What the track is now is compared with what is asked for, and
+// only the difference is sent; the same command twice changes nothing the second time.
+#include <iostream>
+#include <optional>
+
+#include "tools/trackctl/command.h"
+#include "tools/trackctl/config_session.h"
+#include "tools/trackctl/failure.h"
+#include "tools/trackctl/names.h"
+#include "tools/trackctl/track_kind.h"
+
+namespace ot::trackctl {
+namespace {
+
+void print_help() {
+  std::cout << "Make a track exactly what is said: created when it is not there, changed where it "
+               "differs.\n\nUsage: trackctl set NAME KIND ... [--delay-up S] [--delay-down S]\n\n"
+               "Kinds (`trackctl set NAME KIND --help` tells more):\n";
+  for (const track_kind& kind : track_kinds()) {
+    std::cout << "  " << kind.word << ' ' << kind.arguments << "\n      follows " << kind.summary
+              << "\n      trackctl set " << kind.example << '\n';
+  }
+}
+
+std::string kind_words() {
+  std::string words;
+  for (const track_kind& kind : track_kinds()) {
+    words += (words.empty() ? "" : ", ") + std::string(kind.word);
+  }
+  return words;
+}
+
+const track_kind& require_kind(const std::string& word) {
+  const track_kind* const kind = find_track_kind(word);
+  if (kind == nullptr) {
+    throw failure(exit_usage, "set: there is no kind of track \"" + word +
+                                  "\"; the kinds are: " + kind_words());
+  }
+  return *kind;
+}
+
+std::uint32_t delay_or_zero(const char* what, const std::optional<std::string>& text) {
+  return text ? parse_delay(what, *text) : 0;
+}
+
+void send_commits(const std::string& track, const std::vector<commit>& commits) {
+  for (std::size_t index = 0; index < commits.size(); ++index) {
+    // Of two commits the first has deleted the track.
+    const char* const place = index == 0 ? "" : " (deleted already, so it is gone now)";
+    send_commit("setting track \"" + track + "\"" + place, commits[index]);
+  }
+}
+
+}  // namespace
+
+int run_set(const arguments& args) {
+  if (!args.empty() && (args[0] == "--help" || args[0] == "-h")) {
+    print_help();
+    throw help_shown{};
+  }
+  if (args.size() < 2) {
+    throw failure(exit_usage,
+                  "set: needs a NAME and a KIND, for example: trackctl set uplink interface eth0");
+  }
+  const std::string& track = args[0];
+  const track_kind& kind = require_kind(args[1]);
+  CLI::App app{std::string("Follow ") + kind.summary + ".",
+               "trackctl set NAME " + std::string(kind.word)};
+  app.footer(std::string("Example: trackctl set ") + kind.example);
+  const items_reader read_items = kind.define(app);
+  std::optional<std::string> up;
+  std::optional<std::string> down;
+  app.add_option("--delay-up", up, "seconds before a change to up is published (0 to 65535)");
+  app.add_option("--delay-down", down, "the same for a change to down");
+  parse_arguments(app, {args.begin() + 2, args.end()});
+
+  check_track_name(track);
+  const wanted_type type{kind.folder, read_items(), kind.recreate_on_change};
+  const wanted_delays delays{delay_or_zero("--delay-up", up), delay_or_zero("--delay-down", down)};
+  send_commits(track, plan_set(track, read_track(track), type, delays));
+  return exit_done;
+}
+
+}  // namespace ot::trackctl
