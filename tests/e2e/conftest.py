@@ -1,0 +1,48 @@
+"""Fixtures of the end-to-end tests: the build under test and a running instance of the service.
+
+The tests need the right to make network namespaces; without it they are skipped, with the reason.
+"""
+
+import os
+
+import pytest
+
+from build_tree import BuildTree
+from service import Service
+
+
+@pytest.fixture(scope="session")
+def build():
+    tree = BuildTree()
+    if os.geteuid() != 0:
+        pytest.skip("needs root: the tests make network namespaces")
+    missing = tree.missing("object_tracking", "trackctl", "ledger_put")
+    assert not missing, f"{tree.path} lacks {', '.join(missing)}: build it first"
+    return tree
+
+
+@pytest.fixture
+def new_service(build):
+    """Makes further instances, not started yet; all are ended with the test."""
+    made = []
+
+    def make():
+        made.append(Service(build))
+        return made[-1]
+
+    yield make
+    errors = []
+    for instance in made:
+        try:
+            instance.close()
+        except AssertionError as error:
+            errors.append(str(error))
+    assert not errors, "\n".join(errors)
+
+
+@pytest.fixture
+def service(new_service):
+    """A running instance."""
+    instance = new_service()
+    instance.start()
+    return instance

@@ -1,0 +1,83 @@
+"""One run of the object_tracking daemon: started in a namespace, ready, ended, looked over.
+
+Readiness is the datagram that a service sends to NOTIFY_SOCKET. The daemon's pid is that of the
+process started here, since `ip netns exec` and `setarch` replace themselves by the program.
+"""
+
+import os
+import select
+import signal
+import socket
+import subprocess
+import time
+
+REPORTS = ("Sanitizer", "runtime error:")
+
+
+class Daemon:
+    def __init__(self, build, namespace, root, log):
+        self.build = build
+        self.log = log  # path; a run appends to it
+        self._notify_path = os.path.join(root, "notify")
+        self._begin = os.path.getsize(log) if os.path.exists(log) else 0
+        if os.path.exists(self._notify_path):
+            os.unlink(self._notify_path)
+        self._notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM | socket.SOCK_CLOEXEC)
+        self._notify.bind(self._notify_path)
+        environment = build.environment(root)
+        environment["NOTIFY_SOCKET"] = self._notify_path
+        self.started = time.monotonic()
+        with open(log, "ab") as output:
+            self.process = subprocess.Popen(
+                [*namespace.command(), *build.command("object_tracking")], env=environment,
+                stdin=subprocess.DEVNULL, stdout=output, stderr=output)
+        self.pid = self.process.pid
+
+    def output(self):
+        """What this run has printed so far."""
+        with open(self.log, "rb") as stream:
+            stream.seek(self._begin)
+            return stream.read().decode(errors="replace")
+
+    def wait_ready(self):
+        """Returns the seconds from the start to readiness."""
+        end = time.monotonic() + self.build.patience
+        exited = os.pidfd_open(self.pid)
+        try:
+            while True:
+                left = end - time.monotonic()
+                assert left > 0, f"not ready in time:\n{self.output()}"
+                readable, _, _ = select.select([self._notify, exited], [], [], left)
+                if self._notify in readable:
+                    if b"READY=1" in self._notify.recv(4096).split(b"\n"):
+                        return time.monotonic() - self.started
+                elif exited in readable:
+                    raise AssertionError(f"exited before it was ready:\n{self.output()}")
+        finally:
+            os.close(exited)
+
+    def wait_exit(self):
+        """Returns the exit status once the process has ended."""
+        try:
+            return self.process.wait(self.build.patience)
+        finally:
+            if self.process.poll() is None:
+                self.process.kill()
+                self.process.wait()
+            self._notify.close()
+
+    def stop(self):
+        """Ends it as systemd would; it must end cleanly and, if instrumented, without a report."""
+        self.process.send_signal(signal.SIGTERM)
+        status = self.wait_exit()
+        output = self.output()
+        assert status == 0, f"exit status {status}:\n{output}"
+        assert not any(report in output for report in REPORTS), output
+
+    def kill(self):
+        self.process.kill()
+        self.wait_exit()
+
+    @property
+    def running(self):
+        return self.process.poll() is None

@@ -1,0 +1,40 @@
+"""Raw commits through the ledger, many in one process: the test tool ledger_put."""
+
+import subprocess
+
+
+def track_items(name, interface):
+    """The changes that configure an interface track, as one commit."""
+    track = f"/cfg/gl/object_tracking/track/{name}"
+    return [
+        f"set u32 {track}/a 1",
+        f"set u32 {track}/type/interface/0x1/a 1",
+        f"set text {track}/type/interface/0x1/info/interface {interface}",
+    ]
+
+
+def track_removal(name):
+    """The changes that remove an interface track, as one commit."""
+    track = f"/cfg/gl/object_tracking/track/{name}"
+    return [
+        f"delete {track}/type/interface/0x1/info/interface",
+        f"delete {track}/type/interface/0x1/a",
+        f"delete {track}/a",
+    ]
+
+
+def commit(build, root, commits):
+    """Makes each list of changes a commit; returns one answer line for each ("0x00000000": done),
+    with its refusals behind it."""
+    text = "".join("\n".join([*changes, "commit\n"]) for changes in commits)
+    result = subprocess.run(build.command("ledger_put"), env=build.environment(root), input=text,
+                            stdout=subprocess.PIPE, text=True)
+    assert result.returncode in (0, 1), f"ledger_put ended with {result.returncode}"
+    answers = []
+    for line in result.stdout.splitlines():
+        if line.startswith("\t"):
+            answers[-1] += line
+        else:
+            answers.append(line)
+    assert len(answers) == len(commits)
+    return answers

@@ -1,0 +1,107 @@
+"""An instance of the service with its namespace, its private prefix and its tools."""
+
+import os
+import shutil
+import subprocess
+import tempfile
+
+import ledger
+from daemon import Daemon
+from follower import Follower
+from netns import NetworkNamespace
+from waiting import wait_until
+
+
+class Service:
+    def __init__(self, build):
+        self.build = build
+        # Short, since socket paths below it are limited to 107 bytes.
+        self.root = tempfile.mkdtemp(prefix="ot-")
+        self.log = os.path.join(self.root, "log")
+        self.daemon = None
+        self._followers = []
+        try:
+            self.net = NetworkNamespace()
+        except subprocess.CalledProcessError:
+            shutil.rmtree(self.root)
+            raise
+        self.net.link("mark-up")
+        self.net.link("mark-dn", up=False)
+
+    # --- The daemon ------------------------------------------------------------------------------
+
+    def start(self):
+        """Starts the daemon; returns the seconds until it was ready."""
+        self.daemon = Daemon(self.build, self.net, self.root, self.log)
+        return self.daemon.wait_ready()
+
+    def stop(self):
+        self._close_followers()
+        self.daemon.stop()
+
+    def crash(self):
+        self._close_followers()
+        self.daemon.kill()
+
+    def close(self):
+        """Ends everything; fails when a daemon that still ran did not end cleanly."""
+        try:
+            self._close_followers()
+            if self.daemon is not None and self.daemon.running:
+                self.daemon.stop()
+        finally:
+            if self.daemon is not None and self.daemon.running:
+                self.daemon.kill()
+            self.net.close()
+            shutil.rmtree(self.root)
+
+    def _close_followers(self):
+        for follower in self._followers:
+            follower.close()
+        self._followers.clear()
+
+    # --- The tools -------------------------------------------------------------------------------
+
+    def run(self, program, *arguments, prefix=()):
+        """Runs a program of the build against this instance; the completed process."""
+        return subprocess.run([*prefix, *self.build.command(program), *arguments],
+                              env=self.build.environment(self.root), stdin=subprocess.DEVNULL,
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+
+    def ctl(self, *arguments):
+        """Runs trackctl, which must succeed; what it printed."""
+        result = self.run("trackctl", *arguments)
+        assert result.returncode == 0, f"trackctl {' '.join(arguments)}: {result.stderr}"
+        return result.stdout
+
+    def show(self, *arguments):
+        """`object_tracking show track ...`, which always ends with 0."""
+        result = self.run("object_tracking", "show", "track", *arguments)
+        assert (result.returncode, result.stderr) == (0, "")
+        return result.stdout
+
+    def commit(self, commits):
+        return ledger.commit(self.build, self.root, commits)
+
+    def configure(self, names, interface):
+        """Makes interface tracks, a commit each."""
+        answers = self.commit([ledger.track_items(name, interface) for name in names])
+        assert set(answers) <= {"0x00000000"}, answers
+
+    def follow(self, tracks=(), state=None):
+        follower = Follower(self, tracks, state)
+        self._followers.append(follower)
+        return follower
+
+    # --- What is seen ----------------------------------------------------------------------------
+
+    def state(self, name):
+        return self.run("trackctl", "state", name).stdout.strip()
+
+    def wait_state(self, name, state):
+        wait_until(lambda: self.state(name) == state, self.build.patience, f"{name} {state}")
+
+    def wait_detail(self, name, text):
+        """Waits until the detailed view of a track holds `text`."""
+        wait_until(lambda: text in self.show(name, "all"), self.build.patience,
+                   f"{text!r} in the view of {name}")

@@ -1,0 +1,27 @@
+"""Who may write: root and the service's group, nobody else."""
+
+import os
+
+UNPRIVILEGED = ("setpriv", "--reuid", "nobody", "--regid", "nogroup", "--clear-groups")
+
+
+def test_an_unprivileged_user_cannot_configure(service):
+    service.net.link("lan0")
+    service.ctl("set", "office", "interface", "lan0")
+    # Let the user reach the socket's folder, so that the service itself is what refuses.
+    os.chmod(service.root, 0o755)
+    for arguments in (["set", "mine", "interface", "lan0"], ["delete", "office"],
+                      ["debug", "detail", "on"]):
+        result = service.run("trackctl", *arguments, prefix=UNPRIVILEGED)
+        assert result.returncode in (1, 3), result
+        assert result.stdout == ""
+        assert result.stderr != ""
+    assert service.show("mine", "all") == ""
+    assert service.state("office") == "up"
+
+
+def test_stores_are_closed_to_others(service):
+    for folder in ("run/object_tracking", "var/lib/object_tracking"):
+        for name in [".", *os.listdir(os.path.join(service.root, folder))]:
+            path = os.path.join(service.root, folder, name)
+            assert os.stat(path).st_mode & 0o007 == 0, path

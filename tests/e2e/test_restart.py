@@ -1,0 +1,79 @@
+"""What survives the end of the service's process."""
+
+import pytest
+
+
+@pytest.fixture
+def running(service):
+    """Tracks of three kinds of state, each published once."""
+    service.net.link("wan0")
+    service.net.link("lan0", up=False)
+    service.ctl("set", "uplink", "interface", "wan0", "--delay-up", "3", "--delay-down", "4")
+    service.ctl("set", "office", "interface", "lan0")
+    service.wait_state("uplink", "up")
+    service.wait_state("office", "down")
+    return service
+
+
+def states(service):
+    return {name: service.state(name) for name in ("uplink", "office")}
+
+
+def test_after_a_crash_states_are_taken_over_without_an_event(running):
+    running.crash()
+    running.start()
+    assert states(running) == {"uplink": "up", "office": "down"}
+    for name in ("uplink", "office"):
+        assert "\t0 changes, last change" in running.show(name, "all")
+    assert "TRACK_INFO" not in running.daemon.output()
+
+
+def test_after_a_crash_configuration_goes_on_working(running):
+    running.crash()
+    running.start()
+    events = running.follow()
+    running.net.ip("link set lan0 up")
+    events.expect(("office", "up"))
+    # The delays are back too.
+    running.net.carrier("wan0", on=False)
+    running.wait_detail("uplink", "delayed Down (4 secs remaining)")
+    events.expect_nothing()
+
+
+def test_a_change_during_the_outage_is_published_at_the_restart(running):
+    running.crash()
+    running.net.ip("link set lan0 up")
+    running.start()
+    assert running.state("office") == "up"
+    assert "\t1 change, last change" in running.show("office", "all")
+
+
+def test_a_deleted_track_stays_deleted(running):
+    running.ctl("delete", "office")
+    running.crash()
+    running.start()
+    assert running.show("office", "all") == ""
+    assert running.state("uplink") == "up"
+
+
+def test_sigterm_ends_with_0_and_keeps_states(running):
+    running.stop()
+    running.start()
+    assert states(running) == {"uplink": "up", "office": "down"}
+    assert "\t0 changes, last change" in running.show("uplink", "all")
+
+
+def test_many_crashes_in_a_row(running):
+    for _ in range(10):
+        running.crash()
+        running.start()
+    assert states(running) == {"uplink": "up", "office": "down"}
+    assert "\t0 changes, last change" in running.show("uplink", "all")
+
+
+def test_tools_say_that_the_service_is_not_running(running):
+    running.crash()
+    result = running.run("trackctl", "state", "uplink")
+    assert result.returncode == 3
+    assert result.stdout == ""
+    assert result.stderr != ""
