@@ -1,0 +1,47 @@
+// The kernel's side of the measurement: switching a link, and hearing of it as directly as any
+// program can.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+struct mnl_socket;
+
+namespace ot::bench {
+
+struct close_mnl_socket {
+  void operator()(mnl_socket* socket) const noexcept;
+};
+using netlink_socket = std::unique_ptr<mnl_socket, close_mnl_socket>;
+
+// A bare listener for link messages; nothing between it and the kernel.
+class link_listener {
+ public:
+  // Listens for the interface with this index.
+  explicit link_listener(unsigned ifindex);
+
+  [[nodiscard]] int fd() const noexcept;
+  // Reads one datagram; whether the line protocol is up by its last message about the interface,
+  // nothing when there was none.
+  std::optional<bool> receive();
+
+ private:
+  unsigned ifindex_;
+  netlink_socket socket_;
+};
+
+// Switches links administratively up and down.
+class link_switch {
+ public:
+  explicit link_switch(unsigned ifindex);
+  // The kernel has done it, and taken note for its listeners, when this returns.
+  void set(bool up);
+
+ private:
+  unsigned ifindex_;
+  std::uint32_t sequence_ = 0;
+  netlink_socket socket_;
+};
+
+}  // namespace ot::bench

@@ -1,0 +1,28 @@
+"""The Google Benchmark programs, each run once; their figures become rows of the table."""
+
+import json
+import subprocess
+
+from table import row
+
+# Figures with a target, by the benchmark's name: microseconds of CPU.
+TARGETS_US = {"publish_linux": 5}
+
+
+def runner(program):
+    def run(build):
+        if build.missing(program):
+            raise SystemExit(f"{program} is not built in {build.path}")
+        result = subprocess.run(
+            [*build.command(program), "--benchmark_format=json", "--benchmark_min_time=0.5"],
+            check=True, stdout=subprocess.PIPE, text=True)
+        rows = []
+        for entry in json.loads(result.stdout)["benchmarks"]:
+            to_us = {"ns": 1e-3, "us": 1.0, "ms": 1e3}[entry["time_unit"]]
+            rows.append(row(f"CPU of {entry['name']}", entry["cpu_time"] * to_us, "us",
+                            TARGETS_US.get(entry["name"].split("/")[0])))
+        return rows
+    return run
+
+
+STEPS = {program: runner(program) for program in ("bench_memory", "bench_linux")}
