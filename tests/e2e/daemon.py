@@ -11,6 +11,8 @@ import socket
 import subprocess
 import time
 
+from terminal import Terminal
+
 REPORTS = ("Sanitizer", "runtime error:")
 
 
@@ -27,10 +29,11 @@ class Daemon:
         environment = build.environment(root)
         environment["NOTIFY_SOCKET"] = self._notify_path
         self.started = time.monotonic()
-        with open(log, "ab") as output:
-            self.process = subprocess.Popen(
-                [*namespace.command(), *build.command("object_tracking")], env=environment,
-                stdin=subprocess.DEVNULL, stdout=output, stderr=output)
+        self._terminal = Terminal(log)
+        self.process = subprocess.Popen(
+            [*namespace.command(), *build.command("object_tracking")], env=environment,
+            stdin=subprocess.DEVNULL, stdout=self._terminal.end, stderr=self._terminal.end)
+        self._terminal.started()
         self.pid = self.process.pid
 
     def output(self):
@@ -65,6 +68,7 @@ class Daemon:
                 self.process.kill()
                 self.process.wait()
             self._notify.close()
+            self._terminal.close()
 
     def stop(self):
         """Ends it as systemd would; it must end cleanly and, if instrumented, without a report."""

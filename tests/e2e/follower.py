@@ -82,6 +82,10 @@ class Follower:
         taken, self._events = self._events[:count], self._events[count:]
         return taken
 
+    def drain(self):
+        """Reads until the tool ends; the number of its lines."""
+        return self.process.stdout.read().count(b"\n")
+
     def expect_nothing(self):
         """Nothing was published up to now beyond what was expected."""
         name = next(self._marks)

@@ -1,6 +1,10 @@
 """What survives the end of the service's process."""
 
+import subprocess
+
 import pytest
+
+import ledger
 
 
 @pytest.fixture
@@ -77,3 +81,24 @@ def test_tools_say_that_the_service_is_not_running(running):
     assert result.returncode == 3
     assert result.stdout == ""
     assert result.stderr != ""
+
+
+def test_an_answered_commit_survives_a_crash_at_any_moment(service, tmp_path):
+    names = [f"t{number:03}" for number in range(400)]
+    script = tmp_path / "commits"
+    script.write_text("".join("\n".join([*ledger.track_items(name, "lan0"), "commit\n"])
+                              for name in names))
+    with open(script) as commits, subprocess.Popen(
+            service.build.command("ledger_put"), stdin=commits, stdout=subprocess.PIPE,
+            stderr=subprocess.DEVNULL, text=True,
+            env=service.build.environment(service.root)) as putting:
+        answers = [putting.stdout.readline() for _ in range(100)]
+        service.crash()
+        answers += putting.stdout.readlines()
+    answered = answers.count("0x00000000\n")
+    assert 100 <= answered < 400
+
+    service.start()
+    shown = service.show("all-tracks").splitlines()[2:]
+    # The one whose answer was lost may be there too.
+    assert sorted(line.split()[0] for line in shown) in (names[:answered], names[:answered + 1])
