@@ -8,6 +8,7 @@ import subprocess
 import time
 
 import process_costs
+from output import File
 from service import Service
 from table import row
 
@@ -18,7 +19,7 @@ IDLE_SECONDS = 20
 @contextlib.contextmanager
 def running(build, names=(), interface="wan0"):
     """An instance with tracks on a veth of that name; it starts with the tracks configured."""
-    instance = Service(build)
+    instance = Service(build, File)
     try:
         instance.net.link(interface)
         instance.start()

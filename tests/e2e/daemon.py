@@ -11,13 +11,13 @@ import socket
 import subprocess
 import time
 
-from terminal import Terminal
+from output import Terminal
 
 REPORTS = ("Sanitizer", "runtime error:")
 
 
 class Daemon:
-    def __init__(self, build, namespace, root, log):
+    def __init__(self, build, namespace, root, log, output=Terminal):
         self.build = build
         self.log = log  # path; a run appends to it
         self._notify_path = os.path.join(root, "notify")
@@ -29,11 +29,11 @@ class Daemon:
         environment = build.environment(root)
         environment["NOTIFY_SOCKET"] = self._notify_path
         self.started = time.monotonic()
-        self._terminal = Terminal(log)
+        self._output = output(log)
         self.process = subprocess.Popen(
             [*namespace.command(), *build.command("object_tracking")], env=environment,
-            stdin=subprocess.DEVNULL, stdout=self._terminal.end, stderr=self._terminal.end)
-        self._terminal.started()
+            stdin=subprocess.DEVNULL, stdout=self._output.end, stderr=self._output.end)
+        self._output.started()
         self.pid = self.process.pid
 
     def output(self):
@@ -68,7 +68,7 @@ class Daemon:
                 self.process.kill()
                 self.process.wait()
             self._notify.close()
-            self._terminal.close()
+            self._output.close()
 
     def stop(self):
         """Ends it as systemd would; it must end cleanly and, if instrumented, without a report."""

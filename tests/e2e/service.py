@@ -9,12 +9,14 @@ import ledger
 from daemon import Daemon
 from follower import Follower
 from netns import NetworkNamespace
+from output import Terminal
 from waiting import wait_until
 
 
 class Service:
-    def __init__(self, build):
+    def __init__(self, build, output=Terminal):
         self.build = build
+        self._output = output
         # Short, since socket paths below it are limited to 107 bytes.
         self.root = tempfile.mkdtemp(prefix="ot-")
         self.log = os.path.join(self.root, "log")
@@ -32,7 +34,7 @@ class Service:
 
     def start(self):
         """Starts the daemon; returns the seconds until it was ready."""
-        self.daemon = Daemon(self.build, self.net, self.root, self.log)
+        self.daemon = Daemon(self.build, self.net, self.root, self.log, self._output)
         return self.daemon.wait_ready()
 
     def stop(self):

@@ -22,7 +22,8 @@ def test_two_instances_know_nothing_of_each_other(new_service):
 def test_a_second_instance_on_the_same_prefix_is_refused(service):
     service.net.link("lan0")
     service.ctl("set", "office", "interface", "lan0")
-    second = Daemon(service.build, service.net, service.root, service.log)
+    second = Daemon(service.build, service.net, service.root,
+                    service.log + "-second")
     assert second.wait_exit() not in (0, None)
     assert service.root in second.output()
 
