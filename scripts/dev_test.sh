@@ -32,7 +32,7 @@ run_program() {
   [[ $preset == tsan ]] && launcher=(without_aslr)
   say "$preset: $program"
   if [[ $program == pytest ]]; then
-    OT_BUILD_DIR=$PWD/build/$preset "${launcher[@]}" python3 -m pytest -q -p no:cacheprovider \
+    OT_BUILD_DIR=$PWD/build/$preset "${launcher[@]}" /usr/bin/python3 -m pytest -q -p no:cacheprovider \
       --junit-xml="$report" tests/e2e "$@" || status=$?
   elif [[ -x build/$preset/bin/$program ]]; then
     "${launcher[@]}" "build/$preset/bin/$program" --gtest_brief=1 --gtest_output="xml:$report" \
@@ -92,7 +92,7 @@ dev_test() {
     fi
   done
   local status=0
-  python3 scripts/test_summary.py "$record" || status=$?
+  /usr/bin/python3 scripts/test_summary.py "$record" || status=$?
   rm -f "$record"
   return "$status"
 }
