@@ -1,0 +1,51 @@
+// A routing netlink socket: either one that listens for the kernel's events or one that asks and
+// waits for the answer. The two kinds are never mixed, so an answer is never looked for among
+// events.
+#pragma once
+
+#include <libmnl/libmnl.h>
+
+#include <cstdint>
+#include <memory>
+
+namespace ot {
+
+using netlink_visit = void (*)(void* context, const nlmsghdr& message);
+
+// Room for one request with its attributes.
+struct netlink_request {
+  alignas(nlmsghdr) char bytes[512];
+};
+
+class netlink_socket {
+ public:
+  // Opens a socket for events of `groups` (RTMGRP_* bits), with the largest receive buffer that the
+  // system grants. It never blocks. 0 or an errno value.
+  int open_events(std::uint32_t groups) noexcept;
+  // Opens a socket for requests.
+  int open_requests() noexcept;
+
+  [[nodiscard]] int fd() const noexcept { return mnl_socket_get_fd(socket_.get()); }
+
+  // Reads once and hands over each message that came. 0, EAGAIN when nothing waits, ENOBUFS when
+  // events were lost, or another errno value.
+  int receive(netlink_visit visit, void* context) noexcept;
+  // Throws away what waits. 0, or the errno value of a socket that is broken.
+  int drain() noexcept;
+
+  // Sends the request (its flags and sequence are completed here) and hands over each message of
+  // the answer. 0, the kernel's errno value, or EINTR for a dump that the kernel's tables outran.
+  int request(nlmsghdr* message, netlink_visit visit, void* context) noexcept;
+
+ private:
+  struct close_socket {
+    void operator()(mnl_socket* socket) const noexcept { mnl_socket_close(socket); }
+  };
+
+  int open(std::uint32_t groups, int flags) noexcept;
+
+  std::unique_ptr<mnl_socket, close_socket> socket_;
+  std::uint32_t sequence_ = 0;
+};
+
+}  // namespace ot
