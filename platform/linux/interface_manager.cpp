@@ -2,7 +2,6 @@
 // handle is an ifindex.
 #include "platform/interface_manager.h"
 
-#include <cstdio>
 #include <memory>
 #include <new>
 
@@ -98,12 +97,6 @@ int ifc_state_query(const ifc_conn_ctx& context, std::uint32_t handle, std::uint
                     std::uint32_t* ret_state, int* ret_status) noexcept {
   return look_up(context, handle, ret_status,
                  [&](const link_record& link) { *ret_state = link.state; });
-}
-
-// The kernel's names are what people read here.
-void ifc_display_namestring(const char* name, char* buffer, std::size_t size,
-                            std::uint32_t /*format*/) noexcept {
-  std::snprintf(buffer, size, "%s", name);
 }
 
 }  // namespace ot

@@ -63,7 +63,7 @@ void link_batch::add_present(const link_record& link, link_attributes told) noex
 }
 
 void link_batch::add_deleted(const link_record& link, link_attributes told) noexcept {
-  entry* added = (told & link_attribute_state) == 0 ? nullptr : add(link);
+  entry* added = told == 0 ? nullptr : add(link);
   if (added == nullptr) {
     return;
   }

@@ -24,7 +24,7 @@ class link_batch {
   static constexpr std::size_t capacity = 256;
 
   // Adds an item with the given attributes of `link`; nothing happens without any, or when the
-  // batch is full. A deleted interface has no values, and only its state is told.
+  // batch is full. Of a deleted interface the state is told, without a value.
   void add_present(const link_record& link, link_attributes told) noexcept;
   void add_deleted(const link_record& link, link_attributes told) noexcept;
 

@@ -1,0 +1,101 @@
+// The interface manager when the kernel had to drop events: it reads everything again and tells the
+// differences as ordinary notifications.
+#include <gmock/gmock.h>
+#include <linux/netlink.h>
+#include <sys/socket.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "tests/contract/linux/link_watch.h"
+#include "tests/contract/linux/network_namespace.h"
+
+namespace ot::testing {
+namespace {
+
+using ::testing::Contains;
+
+// Gives every netlink socket of this process that listens for events the smallest receive buffer.
+void shrink_event_sockets() {
+  int shrunk = 0;
+  for (int fd = 3; fd < 256; ++fd) {
+    sockaddr_nl address{};
+    socklen_t length = sizeof address;
+    if (getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) == 0 &&
+        address.nl_family == AF_NETLINK && address.nl_groups != 0) {
+      const int smallest = 1;
+      ASSERT_EQ(setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &smallest, sizeof smallest), 0);
+      ++shrunk;
+    }
+  }
+  ASSERT_EQ(shrunk, 1);
+}
+
+// How many messages the kernel has dropped on the netlink sockets of this thread's namespace.
+unsigned long dropped_messages() {
+  std::ifstream table("/proc/thread-self/net/netlink");
+  std::string line;
+  std::getline(table, line);  // sk Eth Pid Groups Rmem Wmem Dump Locks Drops Inode
+  unsigned long sum = 0;
+  while (std::getline(table, line)) {
+    std::istringstream columns(line);
+    std::string skipped;
+    for (int column = 0; column < 8; ++column) {
+      columns >> skipped;
+    }
+    unsigned long drops = 0;
+    columns >> drops;
+    sum += drops;
+  }
+  return sum;
+}
+
+TEST(lost_link_events, are_made_good_by_reading_everything_again) {
+  if (const std::string reason = no_namespace_reason(); !reason.empty()) {
+    GTEST_SKIP() << reason;
+  }
+  in_namespace([] {
+    ip("link add stays type veth peer name p0");
+    ip("link add goes type veth peer name p1");
+    ip("link add old type veth peer name p2");
+    ip("link add one type veth peer name two");
+    link_watch watch;
+    watch.register_both();
+    watch.take();
+    shrink_event_sockets();
+    for (int i = 0; i < 20; ++i) {  // the flood in which the rest is lost
+      ip("link set lo up");
+      ip("link set lo down");
+    }
+    ip("link del goes");
+    ip("link set old name new");
+    ip("link set one name three");
+    ip("link set two name one");
+    ip("link set three name two");
+    ip("link set stays up");
+    ip("link set p0 up");
+    ip("link add fresh type veth peer name p3");
+    ASSERT_GT(dropped_messages(), 0UL);
+
+    const auto told = watch.run_until([](const auto& so_far) {
+      return std::find(so_far.begin(), so_far.end(), "+fresh state=1 redundancy=1") != so_far.end();
+    });
+    for (const char* expected :
+         {"-goes", "-p1", "-old", "+new state=1 redundancy=1", "+stays state=3", "+p0 state=3",
+          "-one", "-two", "+one state=1 redundancy=1", "+two state=1 redundancy=1"}) {
+      EXPECT_THAT(told, Contains(expected));
+    }
+    const auto place = [&](const char* item) {
+      return std::find(told.begin(), told.end(), item) - told.begin();
+    };
+    EXPECT_LT(place("-two"), place("+two state=1 redundancy=1"));
+    EXPECT_LT(place("-one"), place("+one state=1 redundancy=1"));
+    EXPECT_LT(place("-one"), place("+two state=1 redundancy=1")) << "deletions come first";
+
+    ip("link set fresh name later");  // and events are followed as before
+    EXPECT_THAT(watch.run_until_told("+later state=1 redundancy=1"), Contains("-fresh"));
+  });
+}
+
+}  // namespace
+}  // namespace ot::testing
