@@ -50,14 +50,19 @@ std::uint32_t str_hash(const hash_db& table, const void* key) noexcept {
   return h % table.bucket_count;
 }
 
+// Characters a text key has room for beside its terminator.
+std::size_t str_room(const hash_db& table) noexcept {
+  return table.key_size == 0 ? 0 : table.key_size - 1U;
+}
+
 bool str_compare(const hash_db& table, const void* a, const void* b) noexcept {
-  return strncasecmp(static_cast<const char*>(a), static_cast<const char*>(b),
-                     static_cast<std::size_t>(table.key_size) - 1) == 0;
+  return strncasecmp(static_cast<const char*>(a), static_cast<const char*>(b), str_room(table)) ==
+         0;
 }
 
 void str_copy(const hash_db& table, void* to, const void* from) noexcept {
   auto* field = static_cast<char*>(to);
-  const std::size_t length = strnlen(static_cast<const char*>(from), table.key_size - 1U);
+  const std::size_t length = strnlen(static_cast<const char*>(from), str_room(table));
   std::memcpy(field, from, length);
   std::memset(field + length, 0, table.key_size - length);
 }
