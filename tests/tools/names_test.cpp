@@ -17,7 +17,7 @@ std::string refusal(Check check) {
     check();
     return "";
   } catch (const failure& reason) {
-    EXPECT_EQ(reason.status, exit_refused);
+    EXPECT_EQ(reason.status, exit_usage);
     return reason.what();
   }
 }

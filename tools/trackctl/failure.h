@@ -10,7 +10,7 @@ namespace ot::trackctl {
 enum exit_status : int {
   exit_done = 0,
   exit_refused = 1,  // refused or failed; the reason is on standard error
-  exit_usage = 2,
+  exit_usage = 2,    // the command line is wrong; nothing was asked of the service
   exit_no_service = 3,
   exit_down = 10,  // "state" only
   exit_unknown = 11,

@@ -25,7 +25,7 @@ bool is_bad_in_interface_name(char character) {
 }
 
 [[noreturn]] void refuse(const std::string& text) {
-  throw failure(exit_refused, text);
+  throw failure(exit_usage, text);
 }
 
 }  // namespace
