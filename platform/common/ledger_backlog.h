@@ -1,0 +1,38 @@
+// Notices on their way to one reader.
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "platform/ledger_provider.h"
+#include "platform/ledger_subscriber.h"
+
+namespace ot {
+
+using ledger_notices = std::vector<ledger_notice>;
+
+// The notices of the entries below `base` that fall below the `followed` path.
+ledger_notices ledger_notices_below(std::string_view followed, std::string_view base,
+                                    std::span<const ledger_dpv_notification> entries);
+
+// A bounded queue of batches. What does not fit is not kept: a single "resync" then takes the place
+// of everything that waits.
+class ledger_backlog {
+ public:
+  static constexpr std::size_t max_batches = 256;
+  static constexpr std::size_t max_notices = 8192;
+
+  void push(ledger_notices batch);
+  [[nodiscard]] bool empty() const noexcept { return batches_.empty(); }
+  // The oldest batch; empty when there is none.
+  ledger_notices pop();
+
+ private:
+  std::deque<ledger_notices> batches_;
+  std::size_t notices_ = 0;
+};
+
+}  // namespace ot

@@ -1,0 +1,164 @@
+// Connections and operational items.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/ledger.h"
+#include "platform/status.h"
+#include "tests/contract/ledger_fixture.h"
+#include "tests/support/ledger_proposals.h"
+
+namespace ot::test {
+namespace {
+
+class LedgerItems : public LedgerContract {
+ protected:
+  void SetUp() override {
+    LedgerContract::SetUp();
+    ASSERT_EQ(ledger_bind("/oper/gl/object-tracking/", &conn_), 0);
+  }
+  void TearDown() override { ledger_unbind(conn_); }
+
+  int put(const char* path, std::uint32_t number) {
+    return ledger_item_set(conn_, path, ledger_kind::u32, bytes_of_numbers({number}));
+  }
+
+  ledger_conn* conn_ = nullptr;
+  ledger_value value_;
+};
+
+TEST_F(LedgerItems, ASetItemIsReadBack) {
+  ASSERT_EQ(put("uplink", 2), 0);
+  ASSERT_EQ(ledger_item_get(conn_, "uplink", &value_), 0);
+  EXPECT_EQ(value_.kind, ledger_kind::u32);
+  EXPECT_EQ(value_.as_u32(), 2U);
+  ASSERT_EQ(put("uplink", 1), 0);
+  ASSERT_EQ(ledger_item_get(conn_, "uplink", &value_), 0);
+  EXPECT_EQ(value_.as_u32(), 1U);
+}
+
+TEST_F(LedgerItems, AnAbsentItemIsNoData) {
+  value_.kind = ledger_kind::tuple;
+  EXPECT_EQ(ledger_item_get(conn_, "nobody", &value_), ledger_no_data);
+  EXPECT_EQ(value_.kind, ledger_kind::tuple);
+  EXPECT_EQ(ledger_item_delete(conn_, "nobody"), ledger_no_data);
+}
+
+TEST_F(LedgerItems, ADeletedItemIsGone) {
+  ASSERT_EQ(put("uplink", 1), 0);
+  EXPECT_EQ(ledger_item_delete(conn_, "uplink"), 0);
+  EXPECT_EQ(ledger_item_get(conn_, "uplink", &value_), ledger_no_data);
+}
+
+TEST_F(LedgerItems, ConnectionsSeeTheSameItems) {
+  ASSERT_EQ(put("uplink", 1), 0);
+  ledger_conn* everything = ledger_get_default_conn();
+  ASSERT_NE(everything, nullptr);
+  EXPECT_EQ(everything, ledger_get_default_conn());
+  ASSERT_EQ(ledger_item_get(everything, "oper/gl/object-tracking/uplink", &value_), 0);
+  EXPECT_EQ(value_.as_u32(), 1U);
+}
+
+TEST_F(LedgerItems, TextsAndTuplesKeepTheirBytes) {
+  ASSERT_EQ(ledger_item_set(conn_, "t", ledger_kind::text, bytes_of("two words")), 0);
+  ASSERT_EQ(ledger_item_get(conn_, "t", &value_), 0);
+  EXPECT_EQ(value_.kind, ledger_kind::text);
+  EXPECT_EQ(value_.as_text(), "two words");
+  EXPECT_EQ(value_.as_u32(), 0U);
+  ASSERT_EQ(ledger_item_set(conn_, "e", ledger_kind::text, {}), 0);
+  ASSERT_EQ(ledger_item_get(conn_, "e", &value_), 0);
+  EXPECT_EQ(value_.as_text(), "");
+}
+
+TEST_F(LedgerItems, BadPathsAndValuesAreRefused) {
+  EXPECT_EQ(put("", 1), ledger_unknown_path);
+  EXPECT_EQ(put("a//b", 1), ledger_unknown_path);
+  EXPECT_EQ(put("a\nb", 1), ledger_unknown_path);
+  EXPECT_EQ(put(std::string(600, 'x').c_str(), 1), ledger_unknown_path);
+  EXPECT_EQ(ledger_item_set(conn_, "n", ledger_kind::u32, bytes_of("abc")), ledger_wrong_kind);
+  EXPECT_EQ(ledger_item_set(conn_, "n", ledger_kind::text, bytes_of(std::string(5000, 'x'))),
+            ledger_wrong_kind);
+  EXPECT_EQ(ledger_item_get(conn_, "n", &value_), ledger_no_data);
+}
+
+TEST_F(LedgerItems, ConfigurationIsNotSetAsAnItem) {
+  ledger_conn* everything = ledger_get_default_conn();
+  ASSERT_NE(everything, nullptr);
+  EXPECT_EQ(ledger_item_set(everything, "cfg/gl/x", ledger_kind::u32, bytes_of_numbers({1})),
+            invalid_argument);
+  EXPECT_EQ(ledger_item_delete(everything, "cfg/gl/x"), invalid_argument);
+}
+
+TEST_F(LedgerItems, BindingNeedsABasePath) {
+  ledger_conn* other = nullptr;
+  EXPECT_EQ(ledger_bind("/oper", &other), ledger_unknown_path);
+  EXPECT_EQ(ledger_bind("oper/", &other), ledger_unknown_path);
+  EXPECT_EQ(ledger_bind(nullptr, &other), ledger_unknown_path);
+  EXPECT_EQ(other, nullptr);
+}
+
+struct walk_log {
+  std::vector<std::string> lines;
+  std::size_t stop_after = 10'000;
+};
+
+bool note(void* context, std::string_view path, const ledger_value& value) {
+  auto& log = *static_cast<walk_log*>(context);
+  log.lines.push_back(std::string{path} + "=" + std::to_string(value.as_u32()));
+  return log.lines.size() < log.stop_after;
+}
+
+TEST_F(LedgerItems, AWalkVisitsEverythingBelowInPathOrder) {
+  ASSERT_EQ(put("b/2", 22), 0);
+  ASSERT_EQ(put("a", 1), 0);
+  ASSERT_EQ(put("b/1", 21), 0);
+  ASSERT_EQ(put("bc", 3), 0);
+  walk_log all;
+  ASSERT_EQ(ledger_item_walk(conn_, "", note, &all), 0);
+  EXPECT_EQ(all.lines, (std::vector<std::string>{"a=1", "b/1=21", "b/2=22", "bc=3"}));
+  walk_log below;
+  ASSERT_EQ(ledger_item_walk(conn_, "b", note, &below), 0);
+  EXPECT_EQ(below.lines, (std::vector<std::string>{"b/1=21", "b/2=22"}));
+  walk_log cut{.lines = {}, .stop_after = 1};
+  ASSERT_EQ(ledger_item_walk(conn_, "", note, &cut), 0);
+  EXPECT_EQ(cut.lines.size(), 1U);
+  walk_log none;
+  EXPECT_EQ(ledger_item_walk(conn_, "nothing", note, &none), 0);
+  EXPECT_TRUE(none.lines.empty());
+}
+
+TEST_F(LedgerItems, AWalkOfManyItemsMissesNone) {
+  for (std::uint32_t i = 0; i < 1500; ++i) {
+    ASSERT_EQ(put(("t" + std::to_string(1000 + i)).c_str(), i), 0);
+  }
+  walk_log all;
+  ASSERT_EQ(ledger_item_walk(conn_, "", note, &all), 0);
+  ASSERT_EQ(all.lines.size(), 1500U);
+  EXPECT_EQ(all.lines.front(), "t1000=0");
+  EXPECT_EQ(all.lines.back(), "t2499=1499");
+}
+
+bool remove_visited(void* context, std::string_view path, const ledger_value& /*value*/) {
+  return ledger_item_delete(static_cast<ledger_conn*>(context), std::string{path}.c_str()) == 0;
+}
+
+TEST_F(LedgerItems, AVisitorMayDeleteWhatItVisits) {
+  for (std::uint32_t i = 0; i < 300; ++i) {
+    ASSERT_EQ(put(std::to_string(i).c_str(), i), 0);
+  }
+  ASSERT_EQ(ledger_item_walk(conn_, "", remove_visited, conn_), 0);
+  walk_log rest;
+  ASSERT_EQ(ledger_item_walk(conn_, "", note, &rest), 0);
+  EXPECT_TRUE(rest.lines.empty());
+}
+
+TEST_F(LedgerItems, ItemsOutliveTheService) {
+  ASSERT_EQ(put("uplink", 1), 0);
+  bench_->restart();
+  ASSERT_EQ(ledger_item_get(conn_, "uplink", &value_), 0);
+  EXPECT_EQ(value_.as_u32(), 1U);
+}
+
+}  // namespace
+}  // namespace ot::test

@@ -1,0 +1,55 @@
+// Items that switch a word: trace flags.
+#include "platform/common/ledger_switch.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/ledger.h"
+#include "platform/status.h"
+#include "tests/contract/ledger_fixture.h"
+#include "tests/support/ledger_proposals.h"
+
+namespace ot::test {
+namespace {
+
+class LedgerSwitch : public LedgerContract {
+ protected:
+  int put(std::uint32_t number) {
+    return ledger_item_set(ledger_get_default_conn(), "debug/track/detail", ledger_kind::u32,
+                           bytes_of_numbers({number}));
+  }
+  static constexpr const char* path = "/debug/track/detail";
+};
+
+TEST_F(LedgerSwitch, TheWordFollowsItsItem) {
+  std::atomic<std::uint32_t> word{7};
+  ASSERT_EQ(ledger_switch_register(path, &word), 0);
+  EXPECT_EQ(word, 7U);
+  ASSERT_EQ(put(1), 0);
+  EXPECT_EQ(word, 1U);
+  ASSERT_EQ(put(0), 0);
+  EXPECT_EQ(word, 0U);
+  ASSERT_EQ(put(3), 0);
+  ASSERT_EQ(ledger_item_delete(ledger_get_default_conn(), "debug/track/detail"), 0);
+  EXPECT_EQ(word, 0U);
+}
+
+TEST_F(LedgerSwitch, AStoredItemSwitchesAtOnce) {
+  ASSERT_EQ(put(1), 0);
+  bench_->restart();
+  std::atomic<std::uint32_t> word{0};
+  ASSERT_EQ(ledger_switch_register(path, &word), 0);
+  EXPECT_EQ(word, 1U);
+}
+
+TEST_F(LedgerSwitch, OnlyNumbersSwitch) {
+  std::atomic<std::uint32_t> word{0};
+  ASSERT_EQ(ledger_switch_register(path, &word), 0);
+  EXPECT_EQ(ledger_item_set(ledger_get_default_conn(), "debug/track/detail", ledger_kind::text,
+                            bytes_of("on")),
+            ledger_wrong_kind);
+  EXPECT_EQ(word, 0U);
+  EXPECT_EQ(ledger_switch_register("/oper/x", &word), ledger_unknown_path);
+}
+
+}  // namespace
+}  // namespace ot::test

@@ -1,0 +1,29 @@
+// A small configuration tree with one leaf of each kind of value, whose verify and apply functions
+// write down what they are called with and answer as told.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "platform/ledger_config.h"
+
+namespace ot::test {
+
+inline constexpr const char* sample_root = "/cfg/gl/sample/";
+
+struct sample_calls {
+  std::vector<std::string> verified;  // "create thing/<name>/a", with the values' numbers or texts
+  std::vector<std::string> applied;
+  std::map<std::string, int> refuse;      // first field -> code of its verifier
+  std::map<std::string, int> fail_apply;  // first field -> code of its apply function
+  int (*while_verifying)() = nullptr;     // run inside every verifier
+};
+// Started anew by each register_sample_tree.
+sample_calls& sample();
+
+// Leaves: thing/<name>/a (u32), thing/<name>/text (text), thing/<name>/kind/<n>/pair (tuple),
+// thing/<name>/missing (handled by nothing) and thing/<name>/note (only kept).
+int register_sample_tree();
+
+}  // namespace ot::test

@@ -1,0 +1,144 @@
+// The controls of the in-memory ledger, and its way with allocation faults.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "platform/ledger_provider.h"
+#include "platform/ledger_subscriber.h"
+#include "platform/memory/alloc_faults.h"
+#include "platform/memory/ledger_controls.h"
+#include "platform/process.h"
+#include "platform/status.h"
+#include "tests/support/ledger_proposals.h"
+#include "tests/support/sample_tree.h"
+
+namespace ot::test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+class LedgerMemory : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ledger_control_reset();
+    ASSERT_EQ(ledger_bind("/oper/gl/x/", &conn_), 0);
+  }
+  void TearDown() override { ledger_unbind(conn_); }
+
+  int put(std::uint32_t number) {
+    return ledger_item_set(conn_, "t", ledger_kind::u32, bytes_of_numbers({number}));
+  }
+  ledger_conn* conn_ = nullptr;
+  ledger_value value_;
+};
+
+TEST_F(LedgerMemory, AFailureIsGivenOnce) {
+  ledger_control_fail_next(ledger_operation::set, ledger_storage_failure);
+  EXPECT_EQ(put(1), ledger_storage_failure);
+  EXPECT_EQ(ledger_control_peek("/oper/gl/x/t", value_), ledger_no_data);
+  EXPECT_EQ(put(1), 0);
+  EXPECT_EQ(ledger_control_peek("/oper/gl/x/t", value_), 0);
+  ledger_control_fail_next(ledger_operation::bind, ledger_unreachable);
+  ledger_conn* other = nullptr;
+  EXPECT_EQ(ledger_bind("/oper/", &other), ledger_unreachable);
+  EXPECT_EQ(other, nullptr);
+}
+
+TEST_F(LedgerMemory, TheLibraryFileCanBeMissing) {
+  EXPECT_TRUE(ledger_library_readable());
+  ledger_control_library(false);
+  EXPECT_FALSE(ledger_library_readable());
+}
+
+TEST_F(LedgerMemory, NotificationsAreCollectedAndFollowed) {
+  ledger_subscription* follower = nullptr;
+  ASSERT_EQ(ledger_subscribe("/oper/gl/", &follower), 0);
+  char name[] = "t";
+  std::uint32_t up = 1;
+  const ledger_dpv_notification entry{.path = name,
+                                      .kind = ledger_notification_set,
+                                      .valid = 1,
+                                      .new_value = &up,
+                                      .new_value_length = 4,
+                                      .sequence = 1};
+  ASSERT_EQ(ledger_dpv_generate_notifications(conn_, &entry, 1), 0);
+  const auto batches = ledger_control_take_notifications();
+  ASSERT_EQ(batches.size(), 1U);
+  ASSERT_EQ(batches[0].size(), 1U);
+  EXPECT_EQ(batches[0][0].path, "/oper/gl/x/t");
+  EXPECT_EQ(batches[0][0].value, 1U);
+  std::vector<std::string> seen;
+  ledger_subscription_wait(follower, 0,
+                           [&seen](const ledger_notice& notice) { seen.push_back(notice.path); });
+  EXPECT_THAT(seen, ElementsAre("x/t"));
+  ledger_unsubscribe(follower);
+  ledger_control_fail_next(ledger_operation::notify, ledger_provider_failure);
+  EXPECT_EQ(ledger_dpv_generate_notifications(conn_, &entry, 1), ledger_provider_failure);
+  EXPECT_THAT(ledger_control_take_notifications(), IsEmpty());
+}
+
+TEST_F(LedgerMemory, TheLedgersOwnAllocationsDoNotCount) {
+  alloc_faults faults{0};
+  std::byte number[4] = {};
+  EXPECT_EQ(ledger_item_set(conn_, "t", ledger_kind::u32, number), 0);
+  EXPECT_EQ(faults.count(), 0U);
+}
+
+TEST_F(LedgerMemory, ThoseOfVerifyAndApplyDo) {
+  ASSERT_EQ(register_sample_tree(), 0);
+  const ledger_proposal change = set_number("/cfg/gl/sample/thing/x/a", 1);
+  sample().while_verifying = [] {
+    const std::vector<int> used(10, 1);
+    return used[0];
+  };
+  std::uint64_t counted = 0;
+  {
+    alloc_faults faults{1'000'000};
+    ASSERT_EQ(ledger_commit(ledger_get_default_conn(), {&change, 1}, nullptr), 0);
+    counted = faults.count();
+  }
+  EXPECT_GT(counted, 0U);
+}
+
+TEST_F(LedgerMemory, AFullStoreStillDeletes) {
+  ASSERT_EQ(register_sample_tree(), 0);
+  const std::string first = "/cfg/gl/sample/thing/x/a";
+  std::vector<ledger_refusal> refusals;
+  const auto commit = [&refusals](ledger_proposal change) {
+    return ledger_commit(ledger_get_default_conn(), {&change, 1}, &refusals);
+  };
+  ASSERT_EQ(commit(set_number(first, 1)), 0);
+  ledger_control_capacity(1);
+  EXPECT_EQ(commit(set_number("/cfg/gl/sample/thing/y/a", 1)), ledger_full);
+  ASSERT_EQ(refusals.size(), 1U);
+  EXPECT_THAT(refusals[0].text, HasSubstr("deletes are"));
+  EXPECT_EQ(commit(set_number(first, 2)), 0);
+  EXPECT_EQ(commit(remove_item(first)), 0);
+}
+
+TEST_F(LedgerMemory, AFailedStoreAppliesNothing) {
+  ASSERT_EQ(register_sample_tree(), 0);
+  const ledger_proposal change = set_number("/cfg/gl/sample/thing/x/a", 1);
+  std::vector<ledger_refusal> refusals;
+  ledger_control_fail_next_store(ledger_storage_failure);
+  EXPECT_EQ(ledger_commit(ledger_get_default_conn(), {&change, 1}, &refusals),
+            ledger_storage_failure);
+  EXPECT_THAT(sample().applied, IsEmpty());
+  ASSERT_EQ(refusals.size(), 1U);
+  EXPECT_FALSE(refusals[0].applied);
+}
+
+TEST_F(LedgerMemory, ApplyAndReplayFailuresAreLogged) {
+  ASSERT_EQ(register_sample_tree(), 0);
+  sample().fail_apply["x"] = no_memory;
+  const ledger_proposal change = set_number("/cfg/gl/sample/thing/x/a", 1);
+  EXPECT_EQ(ledger_commit(ledger_get_default_conn(), {&change, 1}, nullptr), no_memory);
+  EXPECT_EQ(ledger_config_replay(sample_root), 1);
+  EXPECT_THAT(ledger_control_take_log(),
+              ElementsAre(HasSubstr("applying /cfg/gl/sample/thing/x/a failed"),
+                          HasSubstr("replaying /cfg/gl/sample/thing/x/a failed")));
+}
+
+}  // namespace
+}  // namespace ot::test
