@@ -1,11 +1,16 @@
 // brec_: typed records. A descriptor's field string says how a record lies in memory; the engine
 // encodes and decodes any record from it.
 //
-// Field strings: "$N=" opens nested type N and ';' ends it; "{name}" names the next field;
-// "L{next}p($N)" is the link that makes records of type N a sequence; "p(X)" an optional pointer;
-// "33x%S" a fixed text; D a u32, H a u64, b a boolean (one byte), "[name]e" an enumeration (u32);
-// "?(<discriminant,E>,1:{name}$N,...,?:v)" a union chosen by its discriminant (u32, first).
+// Field strings: "$N=" opens nested type N and ';' ends it; the first type is the record itself.
+// "{name}" names the next field; "L{next}p($N)" is the link that makes records of type N a
+// sequence; "p(X)" an optional pointer; "33x%S" a fixed text; D a u32, H a u64, b a boolean (one
+// byte), "[name]e" an enumeration (u32); "$N" another type in place;
+// "?(<discriminant,E>,1:{name}$N,...,?:v)" a union chosen by its discriminant (u32, first). The
+// brief form leaves out the names and ends a type in place with a dot.
 // Fields lie at their natural alignment, in order, as in the matching C++ struct.
+//
+// Registrations happen at start-up on the main thread; everything else may run on any thread after
+// that.
 #pragma once
 
 #include <cstddef>
@@ -14,14 +19,13 @@
 
 namespace ot {
 
-struct brec_descriptor;
-
-// A type that a record contains, by its number in the field strings.
+// A registered type that a record contains, by its number in the field strings.
 struct brec_nested {
   std::uint32_t number;
   const char* type_name;
 };
 
+// Lives as long as the process: the engine keeps its address.
 struct brec_descriptor {
   std::uint32_t version;
   const char* type_name;  // ends in two underscores
@@ -32,29 +36,43 @@ struct brec_descriptor {
   const char* brief;  // types only
 };
 
-// Bracket the registrations of start-up; registering outside is refused (22).
+// Bracket the registrations of start-up. Start: 22 while a bracket is open; end: 22 while none is.
 int brec_register_start() noexcept;
 // Parses and checks the descriptor: both strings agree, the computed size is `size`, nested types
-// are registered already. 0, 12, 76 for a name registered before, record_bad_descriptor.
+// are registered already and written here as they are there. 0, 12, 22 outside the bracket, 76 for
+// a name registered before, record_bad_descriptor.
 int brec_register(const brec_descriptor& descriptor) noexcept;
 int brec_register_end() noexcept;
-// Forgets everything registered since the start.
+// Forgets everything registered since the start, and closes the bracket.
 void brec_register_abort() noexcept;
+// Forgets every registration, for a process that sets its service up anew.
+void brec_forget_all() noexcept;
 
-// Encodes `record` with everything it links to. `ret` comes from new[] and is the caller's. 0, 12,
-// record_unknown_type (not registered), record_malformed (a union or boolean out of range).
+// Encodes `record` with everything it links to; equal contents give equal bytes. `ret` comes from
+// new[] and is the caller's. 0, 12, record_unknown_type (not registered), record_malformed (a
+// boolean or a union's discriminant out of range, an unterminated text, nesting or size without
+// bounds). Outputs are written on success only.
 int brec_encode(const brec_descriptor& descriptor, const void* record, std::byte** ret,
                 std::size_t* ret_length) noexcept;
 
 // Decodes into `record`, `descriptor.size` zeroed bytes of the caller; linked records are
-// allocated. On any error the record is left zeroed and nothing is kept. Checks everything: a
-// hostile buffer gives record_malformed or record_unknown_type, never more than its share of
-// memory.
+// allocated. On any error the record is left zeroed and nothing is kept. 12, record_unknown_type
+// (not registered, or bytes of another type or version), record_malformed. Checks everything: a
+// hostile buffer never gets more memory than a fixed multiple of its own length.
 int brec_decode(const brec_descriptor& descriptor, std::span<const std::byte> bytes,
                 void* record) noexcept;
 
+// `size` zeroed bytes for a record or for what a record points to; null when there is no memory.
+void* brec_alloc(std::size_t size) noexcept;
+template <typename Record>
+Record* brec_alloc() noexcept {
+  return static_cast<Record*>(brec_alloc(sizeof(Record)));
+}
+
 // Frees what `record` links to (allocated by brec_decode or brec_alloc) and zeroes it; the record's
-// own bytes stay the caller's.
+// own bytes stay the caller's. The type must be registered.
 void brec_release(const brec_descriptor& descriptor, void* record) noexcept;
+// The same for a record that came from brec_alloc itself: frees it too. Null is fine.
+void brec_free(const brec_descriptor& descriptor, void* record) noexcept;
 
 }  // namespace ot
