@@ -78,10 +78,13 @@ class link_watch {
     sd_event_source_disable_unref(deadline);
     return take();
   }
-  // Runs the loop until `last` has been told.
-  std::vector<std::string> run_until_told(const std::string& last) {
-    return run_until(
-        [&](const auto& told) { return std::find(told.begin(), told.end(), last) != told.end(); });
+  // Runs the loop until all of `items` have been told.
+  std::vector<std::string> run_until_told(const std::vector<std::string>& items) {
+    return run_until([&](const auto& told) {
+      return std::all_of(items.begin(), items.end(), [&](const std::string& item) {
+        return std::find(told.begin(), told.end(), item) != told.end();
+      });
+    });
   }
 
  private:
