@@ -1,0 +1,58 @@
+// The filters of all subscribers in one sorted run. Subscriptions are rare and events are not, so
+// the work is in the former.
+#include "platform/common/event_filters.h"
+
+#include <algorithm>
+#include <new>
+
+#include "platform/status.h"
+
+namespace ot {
+namespace {
+
+constexpr event_subscribers bit(unsigned number) noexcept {
+  return event_subscribers{1} << number;
+}
+
+}  // namespace
+
+std::string_view event_filters::name_of(const filter& one) noexcept {
+  return one.record.name.view();
+}
+
+int event_filters::add(unsigned number, std::span<const evdl_track_record> filters) noexcept {
+  if (filters.empty()) {
+    everything_ |= bit(number);
+    return status_ok;
+  }
+  try {
+    filters_.reserve(filters_.size() + filters.size());
+  } catch (const std::bad_alloc&) {
+    return no_memory;
+  }
+  for (const evdl_track_record& record : filters) {
+    filters_.push_back({record, number});
+  }
+  std::ranges::sort(filters_, {}, name_of);
+  return status_ok;
+}
+
+void event_filters::remove(unsigned number) noexcept {
+  everything_ &= ~bit(number);
+  std::erase_if(filters_, [number](const filter& one) { return one.subscriber == number; });
+}
+
+event_subscribers event_filters::wanted_by(const evdl_track_record& event,
+                                           evdl_match_func match) const noexcept {
+  event_subscribers wanted = everything_;
+  const std::string_view name = event.name.view();
+  auto at = std::ranges::lower_bound(filters_, name, {}, name_of);
+  for (; at != filters_.end() && name_of(*at) == name; ++at) {
+    if ((wanted & bit(at->subscriber)) == 0 && match(&at->record, &event) == 1) {
+      wanted |= bit(at->subscriber);
+    }
+  }
+  return wanted;
+}
+
+}  // namespace ot
