@@ -12,6 +12,7 @@
 #include "core/restart.h"
 #include "core/track.h"
 #include "oper/notifications.h"
+#include "oper/records.h"
 #include "oper/track_events.h"
 #include "platform/status.h"
 #include "sources/interface/ifm_client.h"
@@ -32,6 +33,12 @@ int open_interface_manager(const start_context& context) {
   return status == open_in_progress ? status_ok : status;
 }
 
+// The records outlive a service that is stopped and started again in one process.
+int register_records(const start_context&) {
+  const int status = ot_records_register();
+  return status == duplicate_key ? status_ok : status;
+}
+
 struct start_step {
   const char* what;
   int (*run)(const start_context& context);
@@ -45,6 +52,7 @@ constexpr std::array start_steps = {
     start_step{"process timers", [](const start_context&) { return ot_process_timers_create(); }},
     start_step{"published states", [](const start_context&) { return ot_ha_ledger_bind(); }},
     start_step{"change notifications", [](const start_context&) { return ot_ledger_oper_bind(); }},
+    start_step{"operational records", register_records},
     start_step{"event publisher",
                [](const start_context& c) {
                  ot_ep_register(c.manager, nullptr);
