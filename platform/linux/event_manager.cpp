@@ -19,7 +19,7 @@ evm::~evm() {
     sd_event_source_disable_unref(connection->retry);
     delete connection;
   }
-  while (evm_flush* hook = flushes) {
+  while (evm_flush_hook* hook = flushes) {
     flushes = hook->next;
     delete hook;
   }
@@ -46,9 +46,7 @@ void evm_destroy(evm* manager) noexcept {
 }
 
 int evm_block(evm* manager) noexcept {
-  for (const evm_flush* hook = manager->flushes; hook != nullptr; hook = hook->next) {
-    hook->flush(hook->argument);
-  }
+  evm_flush(manager);
   if (sd_event_get_state(manager->loop) == SD_EVENT_PENDING) {
     return status_ok;
   }
@@ -75,12 +73,18 @@ sd_event* evm_sd_event(evm* manager) noexcept {
   return manager->loop;
 }
 
+void evm_flush(evm* manager) noexcept {
+  for (const evm_flush_hook* hook = manager->flushes; hook != nullptr; hook = hook->next) {
+    hook->flush(hook->argument);
+  }
+}
+
 int evm_add_flush(evm* manager, void (*flush)(void* argument), void* argument) noexcept {
-  evm_flush** end = &manager->flushes;
+  evm_flush_hook** end = &manager->flushes;
   while (*end != nullptr) {
     end = &(*end)->next;
   }
-  *end = new (std::nothrow) evm_flush{nullptr, flush, argument};
+  *end = new (std::nothrow) evm_flush_hook{nullptr, flush, argument};
   return *end == nullptr ? no_memory : status_ok;
 }
 

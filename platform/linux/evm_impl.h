@@ -8,8 +8,8 @@
 
 namespace ot {
 
-struct evm_flush {
-  evm_flush* next = nullptr;
+struct evm_flush_hook {
+  evm_flush_hook* next = nullptr;
   void (*flush)(void* argument) = nullptr;
   void* argument = nullptr;
 };
@@ -35,7 +35,7 @@ struct evm {
   evm& operator=(const evm&) = delete;
 
   sd_event* loop = nullptr;
-  evm_flush* flushes = nullptr;
+  evm_flush_hook* flushes = nullptr;
   evm_conn* connections = nullptr;
   evm_queue queue;
 };

@@ -15,4 +15,7 @@ sd_event* evm_sd_event(evm* manager) noexcept;
 // a handler left to be done in one go (store, send, log) leaves the process before the loop waits.
 int evm_add_flush(evm* manager, void (*flush)(void* argument), void* argument) noexcept;
 
+// Calls the flush hooks now, for a loop that will not wait again.
+void evm_flush(evm* manager) noexcept;
+
 }  // namespace ot

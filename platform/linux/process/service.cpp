@@ -1,0 +1,123 @@
+// The service's frame, in the manner of a service manager's children: in the foreground, told to
+// stop by a signal, telling when it is ready and that it is alive. The order matters: the ledger is
+// opened first, because it is what refuses a second instance, and the log's flush is hooked in
+// last, so that events leave before the log is written.
+#include "platform/linux/process/service.h"
+
+#include <sys/stat.h>
+#include <systemd/sd-daemon.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+
+#include "core/main.h"
+#include "platform/linux/event_publisher_linux.h"
+#include "platform/linux/evm_linux.h"
+#include "platform/linux/ledger_server.h"
+#include "platform/linux/log_queue.h"
+#include "platform/linux/process/start_count.h"
+#include "platform/process.h"
+#include "platform/status.h"
+
+namespace ot {
+namespace {
+
+constexpr int stop_signals[] = {SIGTERM, SIGINT};
+
+bool stop_asked = false;
+
+int on_stop_signal(sd_event_source* /*source*/, const signalfd_siginfo* /*info*/,
+                   void* /*context*/) {
+  stop_asked = true;
+  return 0;
+}
+
+// Before any thread is started, so that all of them inherit the mask.
+void set_signals_up() noexcept {
+  std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGHUP, SIG_IGN);
+  sigset_t blocked;
+  sigemptyset(&blocked);
+  for (const int number : stop_signals) {
+    sigaddset(&blocked, number);
+  }
+  sigprocmask(SIG_BLOCK, &blocked, nullptr);
+}
+
+// The manager with what the service manager needs of it: stop signals and the watchdog.
+int create_manager(evm** ret) noexcept {
+  int status = evm_create(ret);
+  if (status != status_ok) {
+    return status;
+  }
+  sd_event* loop = evm_sd_event(*ret);
+  for (const int number : stop_signals) {
+    const int r = sd_event_add_signal(loop, nullptr, number, on_stop_signal, nullptr);
+    status = r < 0 && status == status_ok ? -r : status;
+  }
+  const int r = sd_event_set_watchdog(loop, 1);  // only where the service manager asks for it
+  return r < 0 && status == status_ok ? -r : status;
+}
+
+int refuse(const char* what, const char* why) {
+  std::fprintf(stderr, "object_tracking: %s: %s\n", what, why);
+  return 1;
+}
+
+// Runs handlers until the stop is asked for. 0 or the code of the wait that failed.
+int run_loop(evm* manager) {
+  while (!stop_asked) {
+    const int status = evm_block(manager);
+    if (status == status_ok) {
+      evm_dispatch(manager);
+    } else if (status != EINTR) {
+      return status;
+    }
+  }
+  return status_ok;
+}
+
+// The states stay as published; only sockets and stores are closed. Other threads may still run, so
+// the process ends without tearing anything else down.
+[[noreturn]] void end_service(evm* manager, int loop_status) {
+  sd_notify(0, "STOPPING=1");
+  evm_flush(manager);
+  event_publisher_close();
+  ledger_server_close();
+  if (loop_status != status_ok) {
+    refuse("the event loop failed", err_string(loop_status));
+  }
+  process_exit(loop_status == status_ok ? 0 : 1);
+}
+
+}  // namespace
+
+int run_service() {
+  umask(0027);
+  set_signals_up();
+  evm* manager = nullptr;
+  if (const int status = create_manager(&manager); status != status_ok) {
+    return refuse("no event loop", err_string(status));
+  }
+  char error[512] = "";
+  if (ledger_server_open(manager, error, sizeof error) != status_ok) {
+    return refuse("cannot start", error);
+  }
+  std::uint32_t start_count = 0;
+  if (const int status = start_count_next(&start_count); status != status_ok) {
+    return refuse("cannot keep the start count", err_string(status));
+  }
+  if (ot_start(manager, start_count) != status_ok) {
+    ledger_server_close();
+    process_exit(1);  // the step that failed has been told
+  }
+  if (const int status = log_queue_attach(manager); status != status_ok) {
+    return refuse("no log", err_string(status));
+  }
+  ledger_server_serve();
+  sd_notify(0, "READY=1");
+  end_service(manager, run_loop(manager));
+}
+
+}  // namespace ot
