@@ -77,15 +77,9 @@ void interface_manager_back();
 std::vector<std::string> take_messages();
 std::vector<std::string> take_traces();
 
-// Subscriptions that the publisher has been told of and the events that it published, whether
-// anyone wanted them or not. Subscribers themselves come through platform/event_subscriber.h.
+// How many events the publisher published, whether anyone wanted them or not. Subscribers come
+// through platform/event_subscriber.h.
 std::uint64_t events_published();
-
-// --- Process -------------------------------------------------------------------------------------
-
-// Takes the ledger client library away from the file system, or puts it back.
-void ledger_library_removed();
-void ledger_library_installed();
 
 }  // namespace field
 }  // namespace ot

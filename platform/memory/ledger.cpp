@@ -7,6 +7,7 @@
 #include "platform/common/ledger_edge/call.h"
 #include "platform/common/ledger_host.h"
 #include "platform/memory/alloc_faults.h"
+#include "platform/memory/world.h"
 #include "platform/process.h"
 #include "platform/status.h"
 
@@ -105,7 +106,8 @@ int ledger_memory_backend::list(const ledger_list_query& query, ledger_page& ret
 
 int ledger_memory_backend::register_switch(std::string_view path,
                                            std::atomic<std::uint32_t>& word) {
-  return engine_.register_switch(path, word);
+  const int failure = take_failure_code("dbg_register");
+  return failure != status_ok ? failure : engine_.register_switch(path, word);
 }
 
 int ledger_enter(int (*body)(ledger_backend& backend, void* argument), void* argument) {
