@@ -7,6 +7,8 @@
 #include "config/delays.h"
 #include "config/lifecycle.h"
 #include "config/verifiers.h"
+#include "lists/list_config.h"
+#include "lists/threshold_list.h"
 #include "platform/status.h"
 #include "sources/interface/interface_config.h"
 
@@ -88,8 +90,10 @@ const std::array<ledger_registration, 13> configuration_handlers = {{
      object_tracking_delay_down_apply},
     {"track/*/type/list/#/a", number_item, object_tracking_type_verify, ledger_nothing_to_apply},
     {"track/*/type/list/#/object/*/a", number_item, object_tracking_type_list_object_verify,
-     nullptr},
-    {"track/*/type/list/#/thld_limits/val_up/#/val_dn", number_item, nullptr, nullptr},
+     object_tracking_type_list_object_apply},
+    {"track/*/type/list/#/thld_limits/val_up/#/val_dn", number_item,
+     object_tracking_type_threshold_object_limits_verify,
+     object_tracking_type_threshold_object_crt_apply},
     {"track/*/type/interface/#/a", number_item, object_tracking_type_verify,
      ledger_nothing_to_apply},
     {"track/*/type/interface/#/info/interface", text_item, object_tracking_type_interface_verify,

@@ -8,6 +8,8 @@
 #include "config/track_record.h"
 #include "core/debug.h"
 #include "core/track.h"
+#include "lists/boolean_list.h"
+#include "lists/threshold_list.h"
 #include "platform/status.h"
 #include "sources/interface/interface_track.h"
 #include "state/ledger_state.h"
@@ -15,7 +17,7 @@
 namespace ot {
 namespace {
 
-int detach_interface(const ot_track& track) {
+int detach_interface(ot_track& track) {
   return delete_track_from_interface_entry(track.object.interface.name.c_str(), track.name.c_str());
 }
 
@@ -23,17 +25,38 @@ int detach_interface(const ot_track& track) {
 // cannot have tracks, and have no row.
 struct teardown_row {
   track_type type;
-  int (*detach)(const ot_track& track);
+  int (*detach)(ot_track& track);
   void (*trace_failure)(const char* error);
 };
 
 constexpr const char* delete_name = "object_tracking_track_delete";
 
-constexpr std::array<teardown_row, 1> teardowns = {{
-    {track_type::interface, detach_interface,
-     [](const char* error) {
-       OT_TRACE_ERROR("(%s) :delete_track_from_interface_entry failed - %s", delete_name, error);
-     }},
+void trace_interface_failure(const char* error) {
+  OT_TRACE_ERROR("(%s) :delete_track_from_interface_entry failed - %s", delete_name, error);
+}
+
+void trace_boolean_failure(const char* error) {
+  OT_TRACE_ERROR("(%s) : object_tracking_delete_track_bool_objects failed - %s", delete_name,
+                 error);
+}
+
+void trace_threshold_failure(const char* error) {
+  OT_TRACE_ERROR("(%s) : Delete object from track: failed - %s", delete_name, error);
+}
+
+int detach_boolean(ot_track& track) {
+  return object_tracking_delete_track_bool_objects(&track);
+}
+int detach_threshold(ot_track& track) {
+  return ot_thld_del_track_objects(&track);
+}
+
+constexpr std::array<teardown_row, 5> teardowns = {{
+    {track_type::interface, detach_interface, trace_interface_failure},
+    {track_type::boolean_and, detach_boolean, trace_boolean_failure},
+    {track_type::boolean_or, detach_boolean, trace_boolean_failure},
+    {track_type::threshold_weight, detach_threshold, trace_threshold_failure},
+    {track_type::threshold_percentage, detach_threshold, trace_threshold_failure},
 }};
 
 const teardown_row* teardown_of(track_type type) noexcept {
@@ -45,7 +68,7 @@ const teardown_row* teardown_of(track_type type) noexcept {
   return nullptr;
 }
 
-int detach(const ot_track& track) {
+int detach(ot_track& track) {
   const teardown_row* row = teardown_of(track.type);
   if (row == nullptr) {
     OT_TRACE_DETAIL(" track_type : Default.");
@@ -91,7 +114,7 @@ int object_tracking_track_apply(const ledger_change& change) {
 
 int object_tracking_track_delete(const char* name) {
   OT_TRACE_ENTRY();
-  const ot_track* track = hash_db_get_track_item(name);
+  ot_track* track = hash_db_get_track_item(name);
   if (track == nullptr) {
     return status_ok;
   }

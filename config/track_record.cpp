@@ -3,25 +3,12 @@
 #include "config/track_record.h"
 
 #include "core/debug.h"
+#include "lists/members.h"
 #include "platform/clock.h"
 #include "platform/status.h"
 #include "state/timers.h"
 
 namespace ot {
-namespace {
-
-void free_members(ot_track& track) noexcept {
-  if (!is_list_type(track.type)) {
-    return;
-  }
-  while (list_member* member = track.object.list.members) {
-    track.object.list.members = member->next;
-    delete member;
-  }
-}
-
-}  // namespace
-
 int new_track_record(const char* name, track_type type, track_state source_state, const char* who,
                      ot_track* ret) noexcept {
   ot_timer_ctx* ctx =
@@ -65,7 +52,9 @@ void release_track_timers(ot_track& track) noexcept {
 void drop_all_tracks() noexcept {
   for (auto* track = hash_db_first_data<ot_track>(tracks_table); track != nullptr;
        track = hash_db_next_data<ot_track>(tracks_table)) {
-    free_members(*track);
+    if (is_list_type(track->type)) {
+      free_list_members(*track);
+    }
     release_track_timers(*track);
   }
   hash_db_destroy(tracks_table);

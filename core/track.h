@@ -36,11 +36,16 @@ enum class track_state : std::uint32_t { unknown = 0, up = 1, down = 2 };
 // "Unknown", "Track_Up", "Track_Down"; an empty text for anything else.
 const char* track_state_text(track_state state) noexcept;
 
+struct ot_track;
+
 // One member of a list track, newest first; owned by its track.
 struct list_member {
   list_member* next = nullptr;
   track_name name;
   std::uint32_t value = 0;  // boolean lists: 1 for "not"; threshold lists: the weight
+  // The member's track as one calculation has found it; of no meaning outside that calculation.
+  std::uint32_t found_in = 0;
+  ot_track* found = nullptr;
 };
 
 // What a track follows, by its type.

@@ -28,6 +28,10 @@ wtm_parent* notification_parent = nullptr;
 wtm_parent* tracks_shm_poll_request_root = nullptr;
 
 // What an expiry of each kind does. Failures are traced and never stop the draining.
+void calculation_expired(const ot_timer_ctx&) {
+  object_tracking_calc_tracks_state_after_timer_expired();
+}
+
 void delay_expired(const ot_timer_ctx& ctx) {
   const int status = object_tracking_set_track_state_in_ledger_after_timer_expired(
       ctx.name.c_str(), static_cast<track_state>(ctx.value));
@@ -51,7 +55,7 @@ struct kind_row {
 
 // The notification timer has no name of its own in traces.
 constexpr std::array<kind_row, 4> kinds = {{
-    {timer_kind::list_calculation, "OT_MSG_TIMER_TRACKS_CALC", nullptr},
+    {timer_kind::list_calculation, "OT_MSG_TIMER_TRACKS_CALC", calculation_expired},
     {timer_kind::probe_poll, "PRB_SHM_POLL_INTERVAL", nullptr},
     {timer_kind::track_delay, "OT_MSG_TIMER_TRACKS_DELAY", delay_expired},
     {timer_kind::notification, "UNKNOWN", notification_expired},
