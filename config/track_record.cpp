@@ -49,12 +49,17 @@ void release_track_timers(ot_track& track) noexcept {
   track.poll_timer = nullptr;
 }
 
+void forget_object(ot_track& track) noexcept {
+  if (is_list_type(track.type)) {
+    free_list_members(track);
+  }
+  track.object.zero();
+}
+
 void drop_all_tracks() noexcept {
   for (auto* track = hash_db_first_data<ot_track>(tracks_table); track != nullptr;
        track = hash_db_next_data<ot_track>(tracks_table)) {
-    if (is_list_type(track->type)) {
-      free_list_members(*track);
-    }
+    forget_object(*track);
     release_track_timers(*track);
   }
   hash_db_destroy(tracks_table);

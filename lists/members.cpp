@@ -5,6 +5,7 @@
 #include <cstring>
 #include <new>
 
+#include "config/track_record.h"
 #include "platform/status.h"
 #include "sources/track_names.h"
 
@@ -66,8 +67,9 @@ int clear_list(ot_track& track) {
 }
 
 void become_list(ot_track& track, track_type type) noexcept {
-  if (!is_list_type(track.type)) {
-    track.object.zero();
+  // Members mean the same in every kind of list. A limits item may carry a type that is none.
+  if (track.type != type && !(is_list_type(track.type) && is_list_type(type))) {
+    forget_object(track);
   }
   track.type = type;
 }

@@ -23,7 +23,8 @@ void free_list_members(ot_track& track) noexcept;
 // members), then all members go.
 int clear_list(ot_track& track);
 
-// Makes the track a list of type `type`. What it followed before is forgotten unless it was a list.
+// Gives the track the type `type` of a list's item. What it followed before is forgotten, except
+// that a list that becomes another kind of list keeps its members.
 void become_list(ot_track& track, track_type type) noexcept;
 
 }  // namespace ot

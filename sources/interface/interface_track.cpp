@@ -66,8 +66,8 @@ int find_interface(const char* ifname, const char* who, present_interface& ret) 
 }
 
 void set_object(ot_track& track, const char* ifname) noexcept {
+  forget_object(track);
   track.type = track_type::interface;
-  track.object.zero();
   track.object.interface.name.assign(ifname);
 }
 
