@@ -32,6 +32,7 @@ void parse_arguments(CLI::App& app, const arguments& args);
 int run_set(const arguments& args);
 int run_delay(const arguments& args);
 int run_delete(const arguments& args);
+int run_show(const arguments& args);
 int run_state(const arguments& args);
 int run_events(const arguments& args);
 int run_debug(const arguments& args);

@@ -14,6 +14,7 @@ constexpr std::array table{
             "create a track, or make it exactly what is said", run_set},
     command{"delay", "delay NAME [--up S] [--down S]", "change the delays of a track", run_delay},
     command{"delete", "delete NAME", "remove a track", run_delete},
+    command{"show", "show [NAME] [--detail] [--json]", "show one track or all", run_show},
     command{"state", "state NAME", "print up, down or unknown; exit 0, 10 or 11", run_state},
     command{"events", "events [--track NAME]... [--state up|down] [--json]",
             "follow changes of state as they happen", run_events},

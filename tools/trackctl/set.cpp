@@ -53,8 +53,11 @@ void send_commits(const std::string& track, const std::vector<commit>& commits) 
 
 }  // namespace
 
-int run_set(const arguments& args) {
-  if (!args.empty() && (args[0] == "--help" || args[0] == "-h")) {
+int run_set(const arguments& all_args) {
+  // "--" lets a name begin with a dash, as it does in the other commands.
+  const bool dashed = !all_args.empty() && all_args[0] == "--";
+  const arguments args(all_args.begin() + (dashed ? 1 : 0), all_args.end());
+  if (!dashed && !args.empty() && (args[0] == "--help" || args[0] == "-h")) {
     print_help();
     throw help_shown{};
   }

@@ -1,0 +1,81 @@
+// "show": the text is the service's own show front-end, called in this process, so that both print
+// the same to the letter. JSON is made here from the same records.
+#include <array>
+#include <iostream>
+
+#include "core/main.h"
+#include "tools/trackctl/command.h"
+#include "tools/trackctl/config_session.h"
+#include "tools/trackctl/failure.h"
+#include "tools/trackctl/names.h"
+#include "tools/trackctl/track_reader.h"
+
+namespace ot::trackctl {
+namespace {
+
+constexpr const char* all_tracks = "all-tracks";
+
+// As `object_tracking show track KEY [all]`.
+void show_text(std::string key, bool detail) {
+  std::string program = "object_tracking";
+  std::string show = "show";
+  std::string track = "track";
+  std::string all = "all";
+  std::array<char*, 6> words{
+      program.data(), show.data(), track.data(), key.data(), detail ? all.data() : nullptr,
+      nullptr};
+  (void)ot::main(detail ? 5 : 4, words.data());
+}
+
+void show_json(const std::string& track) {
+  const auto extras = read_track_extras();
+  const auto to_json = [&extras](const track_info__& record) {
+    const auto found = extras.find(record.TrackeName.view());
+    return track_to_json(record, found == extras.end() ? track_extras{} : found->second);
+  };
+  nlohmann::ordered_json shown = nlohmann::ordered_json::array();
+  const auto keep = [&](const track_info__& record) { shown.push_back(to_json(record)); };
+  if (track.empty()) {
+    read_track_records(keep);
+  } else if (read_track_record(track, keep)) {
+    shown = shown.at(0);
+  } else {
+    throw failure(exit_refused, "track \"" + track +
+                                    "\" is configured, but has neither a type nor "
+                                    "delays yet, so there is nothing to show");
+  }
+  std::cout << shown.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+}
+
+}  // namespace
+
+int run_show(const arguments& args) {
+  CLI::App app{"Show one track, or all of them: a line each, or in detail.", "trackctl show"};
+  app.footer(
+      "Examples: trackctl show\n          trackctl show uplink --detail\n"
+      "          trackctl show --json | jq '.[] | select(.state != \"up\") | .name'");
+  std::string track;
+  bool detail = false;
+  bool json = false;
+  app.add_option("NAME", track, "the track; none: all of them");
+  app.add_flag("--detail", detail, "all there is to know, in place of one line");
+  app.add_flag("--json", json,
+               "for programs, always with all detail: an object, or an array of "
+               "them when NAME is not given");
+  parse_arguments(app, args);
+
+  if (app.count("NAME") > 0) {
+    check_track_name(track);
+    (void)read_existing_track(track);
+  } else {
+    const ledger_connection reachable("/");
+  }
+  if (json) {
+    show_json(track);
+  } else {
+    show_text(track.empty() ? all_tracks : track, detail);
+  }
+  return exit_done;
+}
+
+}  // namespace ot::trackctl

@@ -1,0 +1,111 @@
+// Three places hold what there is to know of a track: the operational records, the state items and
+// the configured delays. Each is read with one walk.
+#include "tools/trackctl/track_reader.h"
+
+#include <memory>
+#include <span>
+
+#include "platform/ledger_datalist.h"
+#include "platform/status.h"
+#include "tools/trackctl/config_session.h"
+#include "tools/trackctl/failure.h"
+
+namespace ot::trackctl {
+namespace {
+
+constexpr const char* records_root = "/oper/object_tracking/gl/";
+constexpr const char* states_root = "/oper/gl/object-tracking/";
+constexpr std::uint32_t page_size = 100;
+
+using extras_map = std::map<std::string, track_extras, std::less<>>;
+
+// Registering again in the same process is not an error.
+void register_records() {
+  if (const int code = ot_records_register(); code != duplicate_key) {
+    check_code("preparing the operational records", code);
+  }
+}
+
+void visit_encoded(std::span<const std::byte> bytes, const track_visitor& visit) {
+  track_info__ record{};
+  check_code("decoding an operational record", brec_decode(track_info___brec, bytes, &record));
+  const auto release = [](track_info__* decoded) { brec_release(track_info___brec, decoded); };
+  const std::unique_ptr<track_info__, decltype(release)> links(&record, release);
+  visit(record);
+}
+
+struct page_deleter {
+  void operator()(ledger_page* page) const noexcept { ledger_datalist_free(page); }
+};
+using page_ptr = std::unique_ptr<ledger_page, page_deleter>;
+
+// The page behind `marker`; null at the end.
+page_ptr read_page(const ledger_connection& connection, const std::string& marker) {
+  ledger_page* page = nullptr;
+  const int code =
+      ledger_datalist(connection.get(), "track/detail", marker.c_str(), page_size, &page);
+  if (code == ledger_no_data || code == ledger_list_end) {
+    return nullptr;
+  }
+  check_code("reading the tracks", code);
+  return page_ptr(page);
+}
+
+bool note_published(void* context, std::string_view track, const ledger_value&) {
+  (*static_cast<extras_map*>(context))[std::string(track)].published = true;
+  return true;
+}
+
+bool note_delay(void* context, std::string_view path, const ledger_value& value) {
+  const std::size_t slash = path.find('/');
+  const std::string_view item = path.substr(slash + 1);
+  if (item == delay_up_item || item == delay_down_item) {
+    track_extras& extras = (*static_cast<extras_map*>(context))[std::string(path.substr(0, slash))];
+    (item == delay_up_item ? extras.delay_up : extras.delay_down) = value.as_u32();
+  }
+  return true;
+}
+
+void walk(const std::string& root, ledger_visit visit, extras_map& extras) {
+  const ledger_connection connection(root);
+  const int code = ledger_item_walk(connection.get(), "", visit, &extras);
+  if (code != ledger_no_data) {
+    check_code("reading " + root, code);
+  }
+}
+
+}  // namespace
+
+bool read_track_record(const std::string& track, const track_visitor& visit) {
+  register_records();
+  const ledger_connection connection(records_root);
+  ledger_value value;
+  const int code = ledger_item_get(connection.get(), ("track/detail/" + track).c_str(), &value);
+  if (code == ledger_no_data) {
+    return false;
+  }
+  check_code("reading track \"" + track + "\"", code);
+  visit_encoded(value.bytes(), visit);
+  return true;
+}
+
+void read_track_records(const track_visitor& visit) {
+  register_records();
+  const ledger_connection connection(records_root);
+  page_ptr page = read_page(connection, "");
+  while (page) {
+    while (const ledger_entry* entry = ledger_datalist_next(page.get())) {
+      visit_encoded(entry->data, visit);
+    }
+    page = page->has_continuation ? read_page(connection, page->continuation) : nullptr;
+  }
+}
+
+extras_map read_track_extras() {
+  extras_map extras;
+  walk(states_root, note_published, extras);
+  walk(std::string(tracks_root), note_delay, extras);
+  return extras;
+}
+
+}  // namespace ot::trackctl
