@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Building: one CMake preset, in build/PRESET.
 
 # build_preset PRESET [TARGET...]: configures where needed and builds (all targets when none given).

@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Checks that need no test run: formatting, headers that compile alone, clang-tidy, and fuzzing.
 
 source_files() { git ls-files --cached --others --exclude-standard -- "*.$1"; }
@@ -20,6 +21,8 @@ dev_lint() {
   { source_files h; source_files cpp; } | xargs clang-format-14 --dry-run -Werror || failed=1
   say "headers alone"
   check_headers || failed=1
+  say "shellcheck"
+  shellcheck -x dev scripts/*.sh .ci/run packaging/*.bash-completion || failed=1
   say "clang-tidy"
   cmake --preset release >/dev/null
   if [[ ${#files[@]} -eq 0 ]]; then

@@ -1,9 +1,11 @@
+# shellcheck shell=bash
 # Debian packages: what scripts/packages.txt lists and this machine lacks is installed. A prepared
 # machine costs one dpkg-query.
 
 missing_packages() {
   local wanted installed
   wanted=$(sed -e 's/#.*//' -e '/^[[:space:]]*$/d' scripts/packages.txt | sort -u)
+  # shellcheck disable=SC2016  # the braces are dpkg-query's own
   # dpkg-query fails when it knows one of them not at all; its output about the others still counts.
   installed=$(xargs dpkg-query -W -f '${Package} ${db:Status-Status}\n' <<<"$wanted" 2>/dev/null |
     sed -n 's/ installed$//p' | sort -u) || :

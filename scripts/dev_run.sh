@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # ./dev run: the service on a private prefix below build/run, with a track for every interface of
 # this machine; before that, where it is allowed, a link that breaks and heals in a network
 # namespace of its own. Only what is started here is ended, by its process id.
@@ -109,7 +110,7 @@ dev_run() {
   start_service
   track_interfaces
   shown object_tracking show track all-tracks
-  first=$(ls /sys/class/net | head -n 1)
+  first=$(trackctl show | awk 'NR == 3 { print $1 }')
   [[ -z $first ]] || shown object_tracking show track "$first" all
   if [[ -t 0 && -t 1 ]]; then
     say "following events; Ctrl-C ends everything"

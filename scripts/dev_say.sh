@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # What ./dev itself has to say, apart from the output of what it runs.
 
 say() { printf '== %s\n' "$*" >&2; }

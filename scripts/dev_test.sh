@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Testing: which programs there are, how each is run, and the record of each run from which
 # scripts/test_summary.py computes the last line.
 
