@@ -30,10 +30,13 @@ int event_filters::add(unsigned number, std::span<const evdl_track_record> filte
   } catch (const std::bad_alloc&) {
     return no_memory;
   }
+  const auto known = static_cast<std::ptrdiff_t>(filters_.size());
   for (const evdl_track_record& record : filters) {
     filters_.push_back({record, number});
   }
-  std::ranges::sort(filters_, {}, name_of);
+  const auto added = filters_.begin() + known;
+  std::ranges::sort(added, filters_.end(), {}, name_of);
+  std::ranges::inplace_merge(filters_.begin(), added, filters_.end(), {}, name_of);
   return status_ok;
 }
 
