@@ -19,7 +19,10 @@ def runner(program):
         rows = []
         for entry in json.loads(result.stdout)["benchmarks"]:
             to_us = {"ns": 1e-3, "us": 1.0, "ms": 1e3}[entry["time_unit"]]
-            rows.append(row(f"CPU of {entry['name']}", entry["cpu_time"] * to_us, "us",
+            # A benchmark that publishes many a round says what one costs, in seconds.
+            value = entry["per_publication"] * 1e6 if "per_publication" in entry \
+                else entry["cpu_time"] * to_us
+            rows.append(row(f"CPU of {entry['name']}", value, "us",
                             TARGETS_US.get(entry["name"].split("/")[0])))
         return rows
     return run
