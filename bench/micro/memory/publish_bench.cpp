@@ -7,6 +7,7 @@
 
 #include "core/main.h"
 #include "platform/memory/controls.h"
+#include "platform/memory/ledger_controls.h"
 #include "sources/interface/interface_track.h"
 #include "state/publication.h"
 
@@ -15,6 +16,7 @@ namespace {
 
 void publish_memory(benchmark::State& state) {
   field::reset();
+  ledger_control_reset();
   evm* manager = nullptr;
   if (evm_create(&manager) != 0 || ot_start(manager, 0) != 0) std::abort();
   field::interface_added("eth0");
@@ -29,6 +31,7 @@ void publish_memory(benchmark::State& state) {
       state.PauseTiming();
       field::advance(std::chrono::seconds(1));
       field::take_messages();
+      ledger_control_take_notifications();
       state.ResumeTiming();
     }
   }
