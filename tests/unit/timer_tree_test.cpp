@@ -58,6 +58,7 @@ class timer_tree : public ::testing::Test {
   bool drain_ = true;
   int raised_ = 0;
   wtm_tree* tree_ = nullptr;
+  wtm_parent* parent_ = nullptr;
 
  private:
   static void on_expiry(void* self) {
@@ -71,7 +72,6 @@ class timer_tree : public ::testing::Test {
   }
 
   evm* manager_ = nullptr;
-  wtm_parent* parent_ = nullptr;
   std::vector<int> expired_;
 };
 
@@ -175,23 +175,20 @@ TEST_F(timer_tree, keeps_type_context_and_mark) {
 
 TEST_F(timer_tree, a_leaf_without_memory_is_none_and_changes_nothing) {
   started(1, 10ms);
-  for (std::uint64_t k = 0;; ++k) {
+  std::uint64_t k = 0;
+  for (bool hit = true; hit; ++k) {
     std::vector<wtm_leaf*> made(100);
-    alloc_faults faults(k);
-    bool complete = true;
-    for (wtm_leaf*& one : made) {
-      one = wtm_timer_leaf_new(tree_, parent_, 2, nullptr);
-      complete = complete && one != nullptr;
+    {
+      const alloc_faults faults(k);
+      for (wtm_leaf*& one : made) {
+        one = wtm_timer_leaf_new(tree_, parent_, 2, nullptr);
+      }
+      hit = faults.hit();
     }
-    EXPECT_EQ(complete, !faults.hit());
-    for (wtm_leaf* one : made) {
-      wtm_timer_leaf_free(one);
-    }
-    if (!faults.hit()) {
-      EXPECT_GT(k, 100U) << "every leaf allocates";
-      break;
-    }
+    EXPECT_EQ(std::count(made.begin(), made.end(), nullptr), hit ? 1 : 0);
+    std::for_each(made.begin(), made.end(), wtm_timer_leaf_free);
   }
+  EXPECT_GT(k, 100U) << "every leaf allocates";
   field::advance(10ms);
   EXPECT_THAT(take(), ElementsAre(1));
 }
