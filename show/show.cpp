@@ -1,0 +1,175 @@
+// Reading for "show track". One track, or the table, is one item; all tracks in detail are read a
+// page at a time, so that neither side ever holds more than a page of them.
+
+#include "show/show.h"
+
+#include <cstdio>
+#include <cstring>
+#include <span>
+#include <string>
+
+#include "core/debug.h"
+#include "oper/record_build.h"
+#include "oper/records.h"
+#include "platform/ledger_datalist.h"
+#include "platform/process.h"
+#include "platform/status.h"
+#include "show/display.h"
+
+namespace ot {
+namespace {
+
+constexpr const char* oper_base = "/oper/object_tracking/gl/";
+constexpr const char* all_tracks = "all-tracks";
+
+bool is(const char* word, const char* text) noexcept {
+  return word != nullptr && std::strcmp(word, text) == 0;
+}
+
+// A service in the same process has registered them before.
+bool records_registered() noexcept {
+  const int status = ot_records_register();
+  return status == status_ok || status == duplicate_key;
+}
+
+// Decodes and prints one encoded record with what is chained to it. The decoding's result.
+template <typename Record>
+int print_record(const char* who, const brec_descriptor& descriptor, void (*display)(const Record*),
+                 std::span<const std::byte> bytes) {
+  auto* record = brec_alloc<Record>();
+  if (record == nullptr) {
+    OT_TRACE_ERROR("(%s): error allocating memory. ", who);
+    return no_memory;
+  }
+  const int status = brec_decode(descriptor, bytes, record);
+  if (status == status_ok) {
+    display(record);
+  }
+  brec_free(descriptor, record);
+  return status;
+}
+
+template <typename Record>
+void show_item(const char* who, const char* branch, const char* key,
+               const brec_descriptor& descriptor, void (*display)(const Record*)) {
+  if (!records_registered()) {
+    return;
+  }
+  char path[128];
+  std::snprintf(path, sizeof path, "%s%s", branch, key);
+  ledger_value value;
+  const int status = ot_ledger_read_oper(oper_base, path, &value);
+  if (status == status_ok) {
+    print_record(who, descriptor, display, value.bytes());
+  } else if (status != ledger_no_data) {
+    OT_TRACE_ERROR("(%s): cannot get the track info from server- %s", who, err_string(status));
+  }
+}
+
+// The client library is a file of its own, which may be missing. Looked at once a process.
+int bind_oper(ledger_conn** ret) noexcept {
+  static const bool readable = ledger_library_readable();
+  const int status = readable ? ledger_bind(oper_base, ret) : ledger_library_missing;
+  if (status != status_ok) {
+    OT_TRACE_ERROR("(%s) : ledger_bind failed - %s", "ot_show_all_tracks_info", err_string(status));
+  }
+  return status;
+}
+
+// Prints a page. How many entries it had, decodable or not.
+std::uint32_t print_page(ledger_page* page) {
+  constexpr auto who = "ot_show_all_tracks_info";
+  std::uint32_t count = 0;
+  while (const ledger_entry* entry = ledger_datalist_next(page)) {
+    ++count;
+    if (entry->data_kind != static_cast<std::uint32_t>(ledger_kind::record) ||
+        entry->data.empty()) {
+      continue;
+    }
+    const int status =
+        print_record<track_info__>(who, track_info___brec, ot_display_track_info, entry->data);
+    if (status != status_ok) {
+      OT_TRACE_ERROR("(%s): Failed to decode DPV brec: %s ", who, err_string(status));
+    }
+  }
+  return count;
+}
+
+void show_pages(ledger_conn* connection) {
+  std::string marker;
+  for (bool more = true; more;) {
+    ledger_page* page = nullptr;
+    const int status =
+        ledger_datalist(connection, "track/detail", marker.c_str(), track_page, &page);
+    if (status != status_ok) {
+      if (status != ledger_list_end && status != ledger_no_data) {
+        OT_TRACE_ERROR("%s %d Ledger datalist returned: %s", "ot_show_all_tracks_info", __LINE__,
+                       err_string(status));
+      }
+      return;
+    }
+    more = print_page(page) == track_page && page->has_continuation;
+    marker = std::move(page->continuation);
+    ledger_datalist_free(page);
+  }
+}
+
+}  // namespace
+
+int ot_show(int argc, char** argv) {
+  OT_TRACE_DETAIL("(%s)", __func__);
+  const char* words[5] = {};
+  for (int index = 0; index < argc && index < 5; ++index) {
+    words[index] = argv[index];
+  }
+  if (is(words[2], "track")) {
+    ot_show_track(words);
+  }
+  return 0;
+}
+
+void ot_show_track(const char* const* argv) {
+  const auto word = [argv](int index) { return argv[index] == nullptr ? "" : argv[index]; };
+  OT_TRACE_DETAIL("(%s) : %s ,%s, %s, %s, %s", __func__, word(0), word(1), word(2), word(3),
+                  word(4));
+  const char* name = argv[3] == nullptr ? all_tracks : argv[3];
+  if (!is(argv[4], "all")) {
+    ot_show_track_info_brief(name);
+  } else if (is(name, all_tracks)) {
+    ot_show_all_tracks_info();
+  } else {
+    ot_show_track_info(name);
+  }
+}
+
+void ot_show_track_info(const char* name) {
+  show_item<track_info__>(__func__, "track/detail/", name, track_info___brec,
+                          ot_display_track_info);
+}
+
+void ot_show_track_info_brief(const char* key) {
+  show_item<track_info_brief__>(__func__, "track/brief/", key, track_info_brief___brec,
+                                ot_display_track_info_brief);
+}
+
+void ot_show_all_tracks_info() {
+  ledger_conn* connection = nullptr;
+  if (!records_registered() || bind_oper(&connection) != status_ok) {
+    return;
+  }
+  show_pages(connection);
+  ledger_unbind(connection);
+}
+
+int ot_ledger_read_oper(const char* base, const char* path, ledger_value* ret) noexcept {
+  ledger_conn* connection = ledger_get_default_conn();
+  if (connection == nullptr) {
+    return ledger_unreachable;
+  }
+  char whole[256];
+  std::snprintf(whole, sizeof whole, "%.127s%.127s", base, path);
+  // The default connection is bound to the root, which is not repeated in the item's path.
+  return ledger_item_get(connection, whole[0] == '/' ? whole + 1 : whole, ret);
+}
+
+}  // namespace ot
