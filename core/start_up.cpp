@@ -12,8 +12,10 @@
 #include "core/restart.h"
 #include "core/track.h"
 #include "oper/notifications.h"
+#include "oper/provider.h"
 #include "oper/records.h"
 #include "oper/track_events.h"
+#include "oper/tracking_interfaces.h"
 #include "platform/status.h"
 #include "sources/interface/ifm_client.h"
 #include "sources/interface/interface_table.h"
@@ -53,6 +55,8 @@ constexpr std::array start_steps = {
     start_step{"published states", [](const start_context&) { return ot_ha_ledger_bind(); }},
     start_step{"change notifications", [](const start_context&) { return ot_ledger_oper_bind(); }},
     start_step{"operational records", register_records},
+    start_step{"operational data",
+               [](const start_context&) { return ot_oper_provider_register(); }},
     start_step{"event publisher",
                [](const start_context& c) {
                  ot_ep_register(c.manager, nullptr);
@@ -92,6 +96,7 @@ void ot_stop() noexcept {
   drop_all_tracks();
   drop_all_interfaces();
   ot_notifications_drop();
+  forget_tracking_interfaces();
   ot_ledger_oper_unbind();
   ot_ha_ledger_unbind();
   ot_timers_stop();
