@@ -71,7 +71,6 @@ const teardown_row* teardown_of(track_type type) noexcept {
 int detach(ot_track& track) {
   const teardown_row* row = teardown_of(track.type);
   if (row == nullptr) {
-    OT_TRACE_DETAIL(" track_type : Default.");
     return status_ok;
   }
   const int status = row->detach(track);
@@ -119,6 +118,7 @@ int object_tracking_track_delete(const char* name) {
     return status_ok;
   }
   OT_TRACE_DETAIL(" Found a entry for the track ");
+  const bool had_type = teardown_of(track->type) != nullptr;
   int status = detach(*track);
   if (status != status_ok) {
     return status;
@@ -126,6 +126,9 @@ int object_tracking_track_delete(const char* name) {
   status = remove_record(name);
   if (status != status_ok) {
     return status;
+  }
+  if (!had_type) {
+    OT_TRACE_DETAIL(" track_type : Default.");
   }
   status = object_tracking_delete_item_from_ledger(name);
   if (status != status_ok) {

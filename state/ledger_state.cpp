@@ -16,10 +16,11 @@ bool is_bound_ot_ha_ledger = false;
 namespace {
 
 // Only success is remembered: the library may be installed while the service runs.
+bool library_seen = false;
+
 bool library_present() noexcept {
-  static bool present = false;
-  present = present || ledger_library_readable();
-  return present;
+  library_seen = library_seen || ledger_library_readable();
+  return library_seen;
 }
 
 track_state state_of(std::uint32_t item) noexcept {
@@ -89,6 +90,7 @@ void ot_ha_ledger_unbind() noexcept {
   }
   ot_ha_ledger = nullptr;
   is_bound_ot_ha_ledger = false;
+  library_seen = false;  // a service that starts again looks again
 }
 
 int ledger_write_track_state(const char* name, track_state state) noexcept {

@@ -24,6 +24,21 @@ std::string track_path(const std::string& track, const std::string& item);
 std::vector<ledger_proposal> interface_track(const std::string& track,
                                              const std::string& interface);
 
+// The wanted lines stand in these ones in this order, whatever is between them.
+MATCHER_P(contains_in_order, wanted, "") {
+  auto next = wanted.begin();
+  for (const std::string& line : arg) {
+    if (next != wanted.end() && line == *next) {
+      ++next;
+    }
+  }
+  if (next != wanted.end()) {
+    *result_listener << "without \"" << *next << "\" in its place";
+  }
+  return next == wanted.end();
+}
+using text_lines = std::vector<std::string>;
+
 class service_fixture : public testing::Test {
  protected:
   // The router is up, the service is not.
