@@ -3,11 +3,16 @@
 #include "platform/event_publisher.h"
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <cstring>
 #include <deque>
 #include <memory>
+#include <string>
+#include <utility>
 #include <vector>
 
+#include "platform/common/event_filters.h"
 #include "platform/event_subscriber.h"
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/controls.h"
@@ -21,7 +26,6 @@ struct evdl_publisher {
 };
 
 struct evdl_subscriber {
-  std::vector<evdl_track_record> wanted;  // none: everything
   std::deque<evdl_track_event> inbox;
   bool cut_off = false;
 };
@@ -29,6 +33,7 @@ struct evdl_subscriber {
 namespace {
 
 constexpr std::size_t longest_inbox = 10'000;
+constexpr int no_room = 23;  // ENFILE
 
 // The layout of a published event.
 struct published_track {
@@ -39,24 +44,36 @@ static_assert(sizeof(published_track) == 36);
 
 struct events_part {
   std::unique_ptr<evdl_publisher> publisher;
-  std::vector<evdl_subscriber*> subscribers;
+  event_filters filters;
+  std::array<evdl_subscriber*, event_subscriber_limit> subscribers{};  // by number
   std::uint64_t published = 0;
+
+  void cut_off(unsigned number) {
+    filters.remove(number);
+    std::exchange(subscribers[number], nullptr)->cut_off = true;
+  }
 };
 
-bool wants(const evdl_subscriber& subscriber, const evdl_publisher& publisher, const void* event) {
-  alloc_faults_resumed resume;
-  return subscriber.wanted.empty() ||
-         std::any_of(subscriber.wanted.begin(), subscriber.wanted.end(),
-                     [&](const auto& wanted) { return publisher.kind.match(&wanted, event) == 1; });
-}
-
-void put_into_inbox(evdl_subscriber& subscriber, const published_track& event) {
+void put_into_inbox(events_part& part, unsigned number, const published_track& event) {
+  evdl_subscriber& subscriber = *part.subscribers[number];
   if (subscriber.inbox.size() == longest_inbox) {
-    subscriber.cut_off = true;
-  }
-  if (!subscriber.cut_off) {
+    part.cut_off(number);
+  } else {
     subscriber.inbox.push_back({std::string{event.name.view()}, event.state});
   }
+}
+
+void publish_one(events_part& part, const evdl_publisher& publisher, const evdl_track_record& event,
+                 const published_track& out) {
+  event_subscribers wanting = 0;
+  {
+    alloc_faults_resumed resume;
+    wanting = part.filters.wanted_by(event, publisher.kind.match);
+  }
+  for (; wanting != 0; wanting &= wanting - 1) {
+    put_into_inbox(part, static_cast<unsigned>(std::countr_zero(wanting)), out);
+  }
+  ++part.published;
 }
 
 // Has the publisher take its own copy of the subscriptions.
@@ -82,9 +99,14 @@ int evdl_publisher_register(evm* manager, const evdl_registration& registration,
       registration.kind.copy_subscriptions == nullptr) {
     return invalid_argument;
   }
-  auto& publisher = world_part<events_part>().publisher;
-  publisher = std::make_unique<evdl_publisher>(evdl_publisher{registration.kind});
-  *ret = publisher.get();
+  events_part& part = world_part<events_part>();
+  for (unsigned number = 0; number < event_subscriber_limit; ++number) {
+    if (part.subscribers[number] != nullptr) {
+      part.cut_off(number);
+    }
+  }
+  part.publisher = std::make_unique<evdl_publisher>(evdl_publisher{registration.kind});
+  *ret = part.publisher.get();
   return status_ok;
 }
 
@@ -96,20 +118,15 @@ int evdl_event_publish(evdl_publisher* publisher, std::uint32_t type, std::uint3
     return code;
   }
   if (publisher == nullptr || type != publisher->kind.type ||
-      published_size != sizeof(published_track)) {
+      source_size != sizeof(evdl_track_record) || published_size != sizeof(published_track)) {
     return invalid_argument;
   }
-  events_part& part = world_part<events_part>();
   for (std::uint32_t i = 0; i < count; ++i) {
-    const void* event = static_cast<const std::byte*>(source) + i * source_size;
+    evdl_track_record event;
     published_track out;
-    std::memcpy(&out, static_cast<const std::byte*>(published) + i * published_size, sizeof out);
-    for (evdl_subscriber* subscriber : part.subscribers) {
-      if (wants(*subscriber, *publisher, event)) {
-        put_into_inbox(*subscriber, out);
-      }
-    }
-    ++part.published;
+    std::memcpy(&event, static_cast<const std::byte*>(source) + i * sizeof event, sizeof event);
+    std::memcpy(&out, static_cast<const std::byte*>(published) + i * sizeof out, sizeof out);
+    publish_one(world_part<events_part>(), *publisher, event, out);
   }
   return status_ok;
 }
@@ -120,18 +137,22 @@ int evdl_subscribe(std::span<const evdl_filter> filters, evdl_subscriber** ret) 
   if (part.publisher == nullptr) {
     return ledger_unreachable;
   }
-  auto subscriber = std::make_unique<evdl_subscriber>();
-  for (const evdl_filter& filter : filters) {
-    const fixed_text<32> name{filter.track};
-    subscriber->wanted.push_back({static_cast<std::uint32_t>(filter.track.size()),
-                                  filter.any_state ? 1U : 0U, name, filter.state});
+  const auto slot = std::find(part.subscribers.begin(), part.subscribers.end(), nullptr);
+  if (slot == part.subscribers.end()) {
+    return no_room;
   }
-  if (!filters.empty()) {
-    if (const int code = tell_publisher(*part.publisher, subscriber->wanted)) {
+  std::vector<evdl_track_record> records;
+  for (const evdl_filter& filter : filters) {
+    records.push_back({static_cast<std::uint32_t>(filter.track.size()), filter.any_state ? 1U : 0U,
+                       fixed_text<32>{filter.track}, filter.state});
+  }
+  if (!records.empty()) {
+    if (const int code = tell_publisher(*part.publisher, records)) {
       return code;
     }
   }
-  *ret = part.subscribers.emplace_back(subscriber.release());
+  part.filters.add(static_cast<unsigned>(slot - part.subscribers.begin()), records);
+  *ret = *slot = new evdl_subscriber;
   return status_ok;
 }
 
@@ -148,15 +169,16 @@ int evdl_receive(evdl_subscriber* subscriber, int /*timeout_ms*/,
     subscriber->inbox.pop_front();
     on_event(event);
   }
-  const auto& subscribers = world_part<events_part>().subscribers;
-  const bool known =
-      std::find(subscribers.begin(), subscribers.end(), subscriber) != subscribers.end();
-  return subscriber->cut_off || !known ? ledger_unreachable : status_ok;
+  return subscriber->cut_off ? ledger_unreachable : status_ok;
 }
 
 void evdl_unsubscribe(evdl_subscriber* subscriber) noexcept {
   alloc_faults_paused pause;
-  std::erase(world_part<events_part>().subscribers, subscriber);
+  events_part& part = world_part<events_part>();
+  const auto slot = std::find(part.subscribers.begin(), part.subscribers.end(), subscriber);
+  if (subscriber != nullptr && slot != part.subscribers.end()) {
+    part.cut_off(static_cast<unsigned>(slot - part.subscribers.begin()));
+  }
   delete subscriber;
 }
 
