@@ -1,6 +1,7 @@
 // The fixture's insides.
 #include "tests/unit/service_fixture.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "core/debug.h"
@@ -31,6 +32,7 @@ service_fixture::service_fixture() {
 }
 
 service_fixture::~service_fixture() {
+  EXPECT_THAT(field::failures_left(), testing::IsEmpty()) << "failures that never happened";
   trace(false);
   stop();
 }
@@ -45,10 +47,17 @@ int service_fixture::start(std::uint32_t start_count) {
 }
 
 void service_fixture::stop() {
+  evdl_unsubscribe(subscriber_);
+  subscriber_ = nullptr;
   ot_stop();
   evm_destroy(manager);
   manager = nullptr;
   ledger_control_restart();
+}
+
+int service_fixture::restart() {
+  stop();
+  return start(2);
 }
 
 void service_fixture::trace(bool on) {
@@ -69,6 +78,22 @@ int service_fixture::commit(const std::vector<ledger_proposal>& changes) {
   return status;
 }
 
+int service_fixture::delete_track(const std::string& name) {
+  std::vector<ledger_proposal> changes;
+  ledger_item_walk(
+      ledger_get_default_conn(), track_path(name, "").substr(1).c_str(),
+      [](void* context, std::string_view path, const ledger_value&) {
+        auto* removals = static_cast<std::vector<ledger_proposal>*>(context);
+        removals->push_back(remove_item("/" + std::string{path}));
+        return true;
+      },
+      &changes);
+  const std::string existence = track_path(name, "a");
+  std::stable_partition(changes.begin(), changes.end(),
+                        [&](const ledger_proposal& change) { return change.path != existence; });
+  return commit(changes);
+}
+
 std::optional<std::uint32_t> service_fixture::published(const std::string& track) {
   ledger_value value;
   const int status = ledger_control_peek(published_states_path + track, value);
@@ -84,6 +109,17 @@ std::vector<std::string> service_fixture::take_notifications() {
                       std::to_string(entry.value));
     }
   }
+  return lines;
+}
+
+std::vector<std::string> service_fixture::take_events() {
+  std::vector<std::string> lines;
+  const int status = subscriber_ == nullptr
+                         ? evdl_subscribe({}, &subscriber_)
+                         : evdl_receive(subscriber_, 0, [&](const evdl_track_event& event) {
+                             lines.push_back(event.track + " " + std::to_string(event.state));
+                           });
+  EXPECT_EQ(status, 0);
   return lines;
 }
 

@@ -13,6 +13,7 @@
 
 #include "core/track.h"
 #include "platform/event_manager.h"
+#include "platform/event_subscriber.h"
 #include "platform/ledger_commit.h"
 #include "tests/support/ledger_proposals.h"
 
@@ -51,21 +52,31 @@ class service_fixture : public testing::Test {
   // The service's process ends; what the ledger has stored stays.
   void stop();
 
+  // Ends and starts again, as the second start of the same boot.
+  int restart();
+
   // Switches all trace flags and forgets what was traced and logged so far.
   void trace(bool on = true);
   void forget_output();
 
   // Commits and runs what follows of it at once. The result, and the refusals in `refusals`.
   int commit(const std::vector<ledger_proposal>& changes);
+  // Deletes everything that is configured for the track, its existence last; the commit's result.
+  int delete_track(const std::string& name);
   // The published item of a track, as a reader of the ledger sees it.
   std::optional<std::uint32_t> published(const std::string& track);
   // The notifications sent so far, as "<track> set 1" and "<track> delete 0".
   std::vector<std::string> take_notifications();
+  // The events published since the last call, as "<track> 1"; the first call only subscribes.
+  std::vector<std::string> take_events();
 
   ot_track& track(const std::string& name);
 
   evm* manager = nullptr;
   std::vector<ledger_refusal> refusals;
+
+ private:
+  evdl_subscriber* subscriber_ = nullptr;
 };
 
 // A fixture that starts the service.
