@@ -19,8 +19,8 @@ namespace ot {
 namespace {
 
 constexpr std::uint64_t silence_limit_usec = 2'000'000;
-constexpr std::size_t backlog_limit = 16 * 1024;  // events
-constexpr std::size_t kept_capacity = 256;        // events of room kept between flushes
+constexpr std::size_t backlog_limit = 16'384;  // events
+constexpr std::size_t kept_capacity = 256;     // events of room kept between flushes
 
 struct subscription_packet {
   event_subscription_head head;

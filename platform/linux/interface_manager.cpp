@@ -2,6 +2,7 @@
 // handle is an ifindex.
 #include "platform/interface_manager.h"
 
+#include <bit>
 #include <memory>
 #include <new>
 
@@ -12,7 +13,7 @@ namespace ot {
 namespace {
 
 ifc_client* client_of(const ifc_conn_ctx& context) noexcept {
-  return reinterpret_cast<ifc_client*>(static_cast<std::uintptr_t>(context.handle));
+  return std::bit_cast<ifc_client*>(context.handle);
 }
 
 // Writes the part of a found link that was asked for; the API error is about the binding alone.
@@ -43,7 +44,7 @@ int ifc_control_server_bind(evm* manager, std::uint32_t /*mode*/, ifc_conn_ctx* 
     return status;
   }
   ++last_connection_id;
-  ret->handle = reinterpret_cast<std::uintptr_t>(client.release());
+  ret->handle = std::bit_cast<std::uint64_t>(client.release());
   return status_ok;
 }
 

@@ -21,7 +21,7 @@ struct line_header {
   std::uint32_t length;
 };
 
-constexpr std::size_t room = 160 * 1024;
+constexpr std::size_t room = 160'000;
 constexpr std::size_t longest_line = sizeof(line_header) + log_text_limit + 1;
 
 std::mutex lock;

@@ -10,6 +10,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <iterator>
+#include <span>
 
 #include "platform/linux/formatted_length.h"
 
@@ -21,45 +22,42 @@ namespace {
 
 constexpr std::size_t line_limit = 1200;  // the longest text and the prefix before it
 
+constexpr std::string_view identifier = "SYSLOG_IDENTIFIER=object_tracking";
+
 struct sinks {
   bool journal = access("/run/systemd/journal/socket", W_OK) == 0;
   bool syslog = !journal && access("/dev/log", W_OK) == 0;
   bool standard_error = isatty(STDERR_FILENO) == 1 || (!journal && !syslog);
 };
 
-// A "NAME=value" field for the journal in a buffer of its own.
-template <std::size_t N>
-struct field {
-  char bytes[N];
-  std::size_t length = 0;
-
-  [[gnu::format(printf, 2, 3)]] explicit field(const char* format, ...) noexcept {
-    std::va_list values;
-    va_start(values, format);
-    length = formatted_length(std::vsnprintf(bytes, N, format, values), N);
-    va_end(values);
-  }
-  [[nodiscard]] iovec io() noexcept { return {bytes, length}; }
-};
+// Prints a "NAME=value" field for the journal into `buffer`.
+[[gnu::format(printf, 2, 3)]] iovec field(std::span<char> buffer, const char* format,
+                                          ...) noexcept {
+  std::va_list values;
+  va_start(values, format);
+  const int formatted = std::vsnprintf(buffer.data(), buffer.size(), format, values);
+  va_end(values);
+  return {buffer.data(), formatted_length(formatted, buffer.size())};
+}
 
 void write_journal(const errmsg_record* record, std::uint32_t severity,
                    std::string_view line) noexcept {
-  field<line_limit> message("MESSAGE=%.*s", static_cast<int>(line.size()), line.data());
-  field<16> priority("PRIORITY=%u", severity);
-  field<24> facility("SYSLOG_FACILITY=%d", LOG_DAEMON >> 3);
-  field<48> identifier("SYSLOG_IDENTIFIER=object_tracking");
-  if (record == nullptr) {
-    const iovec fields[] = {message.io(), priority.io(), facility.io(), identifier.io()};
-    sd_journal_sendv(fields, std::size(fields));
-    return;
+  char message[line_limit];
+  char short_fields[6][64];
+  iovec fields[8] = {
+      field(message, "MESSAGE=%.*s", static_cast<int>(line.size()), line.data()),
+      field(short_fields[0], "PRIORITY=%u", severity),
+      field(short_fields[1], "SYSLOG_FACILITY=%d", LOG_DAEMON >> 3),
+      iovec{const_cast<char*>(identifier.data()), identifier.size()},
+  };
+  int count = 4;
+  if (record != nullptr) {
+    fields[count++] = field(short_fields[2], "OT_FACILITY=%s", record->facility);
+    fields[count++] = field(short_fields[3], "OT_GROUP=%s", record->group);
+    fields[count++] = field(short_fields[4], "OT_MESSAGE=%s", record->name);
+    fields[count++] = field(short_fields[5], "OT_NUMBER=0x%08x", record->number);
   }
-  field<32> component("OT_FACILITY=%s", record->facility);
-  field<32> group("OT_GROUP=%s", record->group);
-  field<64> name("OT_MESSAGE=%s", record->name);
-  field<32> number("OT_NUMBER=0x%08x", record->number);
-  const iovec fields[] = {message.io(),   priority.io(), facility.io(), identifier.io(),
-                          component.io(), group.io(),    name.io(),     number.io()};
-  sd_journal_sendv(fields, std::size(fields));
+  sd_journal_sendv(fields, count);
 }
 
 void write_standard_error(std::string_view line) noexcept {

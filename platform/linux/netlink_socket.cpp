@@ -11,7 +11,7 @@ namespace ot {
 namespace {
 
 constexpr int events_buffer = 8 * 1024 * 1024;
-constexpr std::size_t read_size = 32 * 1024;  // what the kernel fills in one go of a dump
+constexpr std::size_t read_size = 32'768;  // what the kernel fills in one go of a dump
 
 // One read at a time, on the loop's thread and never nested: the answers of a request are complete
 // before it returns, and events are handed on after their read.
