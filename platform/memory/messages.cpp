@@ -36,8 +36,12 @@ struct message_lines : lines {};
 struct trace_lines : lines {};
 
 [[gnu::format(printf, 1, 0)]] std::string formatted(const char* format, std::va_list arguments) {
-  char text[longest_text + 1];
-  std::vsnprintf(text, sizeof text, format, arguments);
+  char buffer[longest_text + 1];
+  std::vsnprintf(buffer, sizeof buffer, format, arguments);
+  std::string text{buffer};
+  while (text.ends_with('\n')) {
+    text.pop_back();
+  }
   return text;
 }
 
@@ -60,9 +64,6 @@ void dbg_print(const dbg_flag& /*flag*/, std::uint32_t /*reserved1*/, std::uint3
   va_start(arguments, format);
   std::string line = formatted(format, arguments);
   va_end(arguments);
-  if (line.ends_with('\n')) {
-    line.pop_back();
-  }
   world_part<trace_lines>().add(std::move(line));
 }
 

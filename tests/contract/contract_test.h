@@ -15,8 +15,8 @@ class contract_test : public testing::Test {
     ASSERT_EQ(evm_create(&manager_), 0);
   }
   void TearDown() override {
-    evm_destroy(manager_);
     finish();
+    evm_destroy(manager_);
   }
 
   [[nodiscard]] evm* manager() const { return manager_; }

@@ -15,7 +15,8 @@
 
 namespace ot::contract {
 
-// A router without interfaces of its own and an empty instance, for one test.
+// A router without interfaces of its own and an empty instance, for one test. To be finished before
+// the manager goes.
 void start();
 void finish();
 
@@ -28,7 +29,7 @@ void let_pass(evm* manager, std::chrono::milliseconds time);
 
 // --- Interfaces ----------------------------------------------------------------------------------
 
-// Why interfaces cannot be made here; empty when they can.
+// Why interfaces cannot be made here; empty when they can. To be asked before any is made.
 std::string interfaces_unavailable();
 // Up, with a link.
 void make_interface(const std::string& name);
@@ -50,7 +51,9 @@ int subscribe(evm* manager, std::span<const evdl_filter> filters, evdl_subscribe
 std::vector<evdl_track_event> receive(evm* manager, evdl_subscriber* subscriber, std::size_t count,
                                       int* ret_status);
 
-// The lines for the operator's log that `talk` gave, written through.
+// Why messages cannot be read back here; empty when they can.
+std::string messages_unavailable();
+// The lines for the operator's log that `talk` gave.
 std::vector<std::string> logged(evm* manager, const std::function<void()>& talk);
 
 }  // namespace ot::contract

@@ -211,8 +211,8 @@ TEST(events_without_publisher_contract, subscribing_says_that_nobody_is_there) {
   evdl_subscriber* subscriber = nullptr;
   EXPECT_EQ(subscribe(manager, {}, &subscriber), ledger_unreachable);
   EXPECT_EQ(subscriber, nullptr);
-  evm_destroy(manager);
   finish();
+  evm_destroy(manager);
 }
 
 }  // namespace ot::contract

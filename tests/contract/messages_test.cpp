@@ -9,7 +9,15 @@
 namespace ot::contract {
 namespace {
 
-class messages_contract : public contract_test {};
+class messages_contract : public contract_test {
+ protected:
+  void SetUp() override {
+    contract_test::SetUp();
+    if (const std::string reason = messages_unavailable(); !reason.empty()) {
+      GTEST_SKIP() << reason;
+    }
+  }
+};
 
 constexpr errmsg_record info{"OT", "SERVICES", "TRACK_INFO", "%s",
                              6,    0x11eb0002, {0, 0, 0},    nullptr};
@@ -46,6 +54,11 @@ TEST_F(messages_contract, a_long_text_is_cut) {
   const std::string longer(3000, 'x');
   const auto lines = logged(manager(), [&] { errmsg_log(&info, 6, longer.c_str()); });
   EXPECT_EQ(lines, (texts{"OT-SERVICES-6-TRACK_INFO: " + std::string(1000, 'x')}));
+}
+
+TEST_F(messages_contract, newlines_at_the_end_are_not_part_of_the_line) {
+  const auto lines = logged(manager(), [] { errmsg_log(&info, 6, "bind failed\n"); });
+  EXPECT_EQ(lines, (texts{"OT-SERVICES-6-TRACK_INFO: bind failed"}));
 }
 
 }  // namespace

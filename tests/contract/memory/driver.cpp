@@ -72,6 +72,10 @@ std::vector<evdl_track_event> receive(evm* /*manager*/, evdl_subscriber* subscri
   return events;
 }
 
+std::string messages_unavailable() {
+  return {};
+}
+
 std::vector<std::string> logged(evm* /*manager*/, const std::function<void()>& talk) {
   field::take_messages();
   talk();
