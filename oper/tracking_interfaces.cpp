@@ -86,8 +86,8 @@ class mention_index {
   }
 
   void forget() noexcept {
-    rows_ = {};
-    text_ = {};
+    std::vector<row>().swap(rows_);  // an assignment may keep the memory
+    std::string().swap(text_);
     state_ = state::none;
   }
 
