@@ -23,7 +23,7 @@ class LedgerCommit : public LedgerContract {
  protected:
   void SetUp() override {
     LedgerContract::SetUp();
-    ASSERT_EQ(register_sample_tree(), 0);
+    ASSERT_EQ(hosted(register_sample_tree), 0);
   }
   int commit(std::vector<ledger_proposal> changes) {
     return ledger_commit(ledger_get_default_conn(), changes, &refusals_);
@@ -36,7 +36,7 @@ class LedgerCommit : public LedgerContract {
   ledger_value value_;
 };
 
-TEST_F(LedgerCommit, EventsFollowFromWhatIsStored) {
+TEST_P(LedgerCommit, EventsFollowFromWhatIsStored) {
   ASSERT_EQ(commit({set_number(a_of_x, 1)}), 0);
   ASSERT_EQ(commit({set_number(a_of_x, 1)}), 0);  // a set, whatever the value
   ASSERT_EQ(commit({set_number(a_of_x, 5)}), 0);
@@ -47,21 +47,21 @@ TEST_F(LedgerCommit, EventsFollowFromWhatIsStored) {
   EXPECT_FALSE(stored(a_of_x));
 }
 
-TEST_F(LedgerCommit, FieldsAndValuesOfEveryKindArrive) {
+TEST_P(LedgerCommit, FieldsAndValuesOfEveryKindArrive) {
   ASSERT_EQ(commit({set_text(text_of_x, "eth0"),
                     set_tuple("/cfg/gl/sample/thing/x/kind/0x2/pair", {10, 20})}),
             0);
   EXPECT_THAT(sample().applied, ElementsAre("1 x ->eth0", "1 x 0x2=2 ->10,20"));
 }
 
-TEST_F(LedgerCommit, DeletesAreAppliedFirst) {
+TEST_P(LedgerCommit, DeletesAreAppliedFirst) {
   ASSERT_EQ(commit({set_number(a_of_x, 1)}), 0);
   sample().applied.clear();
   ASSERT_EQ(commit({set_number(a_of_y, 2), set_text(text_of_x, "t"), remove_item(a_of_x)}), 0);
   EXPECT_THAT(sample().applied, ElementsAre("4 x 1>-", "1 y ->2", "1 x ->t"));
 }
 
-TEST_F(LedgerCommit, ARefusalStoresAndAppliesNothing) {
+TEST_P(LedgerCommit, ARefusalStoresAndAppliesNothing) {
   sample().refuse["y"] = too_many_tracks;
   EXPECT_EQ(commit({set_number(a_of_x, 1), set_number(a_of_y, 2)}), too_many_tracks);
   EXPECT_THAT(sample().verified, ElementsAre("1 x ->1", "1 y ->2"));
@@ -75,7 +75,7 @@ TEST_F(LedgerCommit, ARefusalStoresAndAppliesNothing) {
   EXPECT_FALSE(refusals_[0].applied);
 }
 
-TEST_F(LedgerCommit, EveryRefusalIsReported) {
+TEST_P(LedgerCommit, EveryRefusalIsReported) {
   sample().refuse["x"] = track_type_conflict;
   sample().refuse["y"] = too_many_tracks;
   EXPECT_EQ(commit({set_number(a_of_x, 1), set_number(a_of_y, 2)}), track_type_conflict);
@@ -83,7 +83,7 @@ TEST_F(LedgerCommit, EveryRefusalIsReported) {
   EXPECT_EQ(refusals_[1].code, too_many_tracks);
 }
 
-TEST_F(LedgerCommit, AnApplyErrorDoesNotUndoTheCommit) {
+TEST_P(LedgerCommit, AnApplyErrorDoesNotUndoTheCommit) {
   sample().fail_apply["x"] = no_memory;
   EXPECT_EQ(commit({set_number(a_of_x, 1), set_number(a_of_y, 2)}), no_memory);
   EXPECT_THAT(sample().applied, ElementsAre("1 x ->1", "1 y ->2"));
@@ -100,7 +100,7 @@ struct bad_change {
   const char* text;
 };
 
-TEST_F(LedgerCommit, FaultyChangesAreRefusedBeforeAnyVerifier) {
+TEST_P(LedgerCommit, FaultyChangesAreRefusedBeforeAnyVerifier) {
   const bad_change rows[] = {
       {set_number("/cfg/gl/sample/thing/x/b", 1), ledger_unknown_path, "thing/x/b"},
       {set_number("/cfg/gl/elsewhere/a", 1), ledger_unknown_path, "elsewhere"},
@@ -124,14 +124,14 @@ TEST_F(LedgerCommit, FaultyChangesAreRefusedBeforeAnyVerifier) {
   EXPECT_FALSE(stored(a_of_y));
 }
 
-TEST_F(LedgerCommit, APathStandsOnceInACommit) {
+TEST_P(LedgerCommit, APathStandsOnceInACommit) {
   EXPECT_EQ(commit({set_number(a_of_x, 1), remove_item(a_of_x)}), duplicate_key);
   ASSERT_EQ(refusals_.size(), 1U);
   EXPECT_EQ(refusals_[0].path, a_of_x);
   EXPECT_FALSE(stored(a_of_x));
 }
 
-TEST_F(LedgerCommit, AnUnhandledLeafIsOnlyKept) {
+TEST_P(LedgerCommit, AnUnhandledLeafIsOnlyKept) {
   ASSERT_EQ(commit({set_text("/cfg/gl/sample/thing/x/note", "n"),
                     set_text("/cfg/if/act/eth0/service-vrrp/track_name", "x")}),
             0);
@@ -140,7 +140,7 @@ TEST_F(LedgerCommit, AnUnhandledLeafIsOnlyKept) {
   EXPECT_EQ(value_.as_text(), "x");
 }
 
-TEST_F(LedgerCommit, VerifiersSeeTheStateBeforeTheCommit) {
+TEST_P(LedgerCommit, VerifiersSeeTheStateBeforeTheCommit) {
   static int seen = 0;
   sample().while_verifying = [] {
     ledger_value value;
@@ -150,7 +150,7 @@ TEST_F(LedgerCommit, VerifiersSeeTheStateBeforeTheCommit) {
   EXPECT_EQ(seen, ledger_no_data);
 }
 
-TEST_F(LedgerCommit, AVerifierCannotCommit) {
+TEST_P(LedgerCommit, AVerifierCannotCommit) {
   static int inner = 0;
   sample().while_verifying = [] {
     const ledger_proposal change = set_number(a_of_y, 1);
@@ -161,48 +161,51 @@ TEST_F(LedgerCommit, AVerifierCannotCommit) {
   EXPECT_FALSE(stored(a_of_y));
 }
 
-TEST_F(LedgerCommit, AnEmptyCommitDoesNothing) {
-  const std::uint64_t before = ledger_config_generation();
+TEST_P(LedgerCommit, AnEmptyCommitDoesNothing) {
+  const std::uint64_t before = hosted(ledger_config_generation);
   EXPECT_EQ(commit({}), 0);
-  EXPECT_EQ(ledger_config_generation(), before);
+  EXPECT_EQ(hosted(ledger_config_generation), before);
 }
 
-TEST_F(LedgerCommit, TheGenerationChangesWithACommitOnly) {
-  const std::uint64_t before = ledger_config_generation();
+TEST_P(LedgerCommit, TheGenerationChangesWithACommitOnly) {
+  const std::uint64_t before = hosted(ledger_config_generation);
   sample().refuse["y"] = too_many_tracks;
   ASSERT_NE(commit({set_number(a_of_y, 1)}), 0);
-  EXPECT_EQ(ledger_config_generation(), before);
+  EXPECT_EQ(hosted(ledger_config_generation), before);
   ASSERT_EQ(commit({set_number(a_of_x, 1)}), 0);
-  EXPECT_NE(ledger_config_generation(), before);
+  EXPECT_NE(hosted(ledger_config_generation), before);
 }
 
-TEST_F(LedgerCommit, ReplayIsInTheOrderOfCreation) {
+TEST_P(LedgerCommit, ReplayIsInTheOrderOfCreation) {
   ASSERT_EQ(commit({set_text(text_of_x, "t"), set_number(a_of_y, 2)}), 0);
   ASSERT_EQ(commit({set_number(a_of_x, 1)}), 0);
   ASSERT_EQ(commit({set_text(text_of_x, "u")}), 0);  // a set keeps its item's place
   ASSERT_EQ(commit({remove_item(a_of_y)}), 0);
   ASSERT_EQ(commit({set_number(a_of_y, 3)}), 0);  // a new item goes to the end
   bench_->restart();
-  ASSERT_EQ(register_sample_tree(), 0);
+  ASSERT_EQ(hosted(register_sample_tree), 0);
   EXPECT_THAT(sample().applied, IsEmpty());
-  EXPECT_EQ(ledger_config_replay(sample_root), 0);
+  EXPECT_EQ(hosted([] { return ledger_config_replay(sample_root); }), 0);
   EXPECT_THAT(sample().applied, ElementsAre("1 x ->u", "1 x ->1", "1 y ->3"));
   EXPECT_THAT(sample().verified, IsEmpty());
 }
 
-TEST_F(LedgerCommit, ReplayGoesOnAfterFailures) {
+TEST_P(LedgerCommit, ReplayGoesOnAfterFailures) {
   std::vector<ledger_proposal> many;
   for (int i = 0; i < 200; ++i) {
     many.push_back(set_number("/cfg/gl/sample/thing/n" + std::to_string(i) + "/a", 1));
   }
   ASSERT_EQ(commit(many), 0);
   bench_->restart();
-  ASSERT_EQ(register_sample_tree(), 0);
+  ASSERT_EQ(hosted(register_sample_tree), 0);
   sample().fail_apply["n3"] = no_memory;
   sample().fail_apply["n190"] = no_memory;
-  EXPECT_EQ(ledger_config_replay(sample_root), 2);
+  EXPECT_EQ(hosted([] { return ledger_config_replay(sample_root); }), 2);
   EXPECT_EQ(sample().applied.size(), 200U);
 }
+
+INSTANTIATE_TEST_SUITE_P(Ways, LedgerCommit, ::testing::ValuesIn(ledger_bench_ways()),
+                         ledger_way_name);
 
 }  // namespace
 }  // namespace ot::test

@@ -3,26 +3,46 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
+#include <string>
+#include <vector>
 
 namespace ot::test {
 
-// A ledger of its own for one test, empty at the start; this thread is the hosting service's.
+// A ledger of its own for one test, empty at the start.
 class ledger_bench {
  public:
   virtual ~ledger_bench() = default;
+  // Runs `work` as the service that hosts the ledger does: on its thread.
+  virtual void host(const std::function<void()>& work) = 0;
   // The service is started again: what was stored is there, what was registered is not.
   virtual void restart() = 0;
 };
-std::unique_ptr<ledger_bench> make_ledger_bench();
 
-class LedgerContract : public ::testing::Test {
+// The ways from a user to the ledger that the platform has; each test runs on every one.
+std::vector<std::string> ledger_bench_ways();
+std::unique_ptr<ledger_bench> make_ledger_bench(const std::string& way);
+
+class LedgerContract : public ::testing::TestWithParam<std::string> {
  protected:
   void SetUp() override {
-    bench_ = make_ledger_bench();
+    bench_ = make_ledger_bench(GetParam());
     ASSERT_NE(bench_, nullptr);
   }
+  // What a call on the hosting thread returns.
+  template <typename Work>
+  auto hosted(Work work) {
+    decltype(work()) result{};
+    bench_->host([&] { result = work(); });
+    return result;
+  }
+
   std::unique_ptr<ledger_bench> bench_;
 };
+
+inline std::string ledger_way_name(const ::testing::TestParamInfo<std::string>& way) {
+  return way.param;
+}
 
 }  // namespace ot::test

@@ -28,7 +28,7 @@ class LedgerItems : public LedgerContract {
   ledger_value value_;
 };
 
-TEST_F(LedgerItems, ASetItemIsReadBack) {
+TEST_P(LedgerItems, ASetItemIsReadBack) {
   ASSERT_EQ(put("uplink", 2), 0);
   ASSERT_EQ(ledger_item_get(conn_, "uplink", &value_), 0);
   EXPECT_EQ(value_.kind, ledger_kind::u32);
@@ -38,20 +38,20 @@ TEST_F(LedgerItems, ASetItemIsReadBack) {
   EXPECT_EQ(value_.as_u32(), 1U);
 }
 
-TEST_F(LedgerItems, AnAbsentItemIsNoData) {
+TEST_P(LedgerItems, AnAbsentItemIsNoData) {
   value_.kind = ledger_kind::tuple;
   EXPECT_EQ(ledger_item_get(conn_, "nobody", &value_), ledger_no_data);
   EXPECT_EQ(value_.kind, ledger_kind::tuple);
   EXPECT_EQ(ledger_item_delete(conn_, "nobody"), ledger_no_data);
 }
 
-TEST_F(LedgerItems, ADeletedItemIsGone) {
+TEST_P(LedgerItems, ADeletedItemIsGone) {
   ASSERT_EQ(put("uplink", 1), 0);
   EXPECT_EQ(ledger_item_delete(conn_, "uplink"), 0);
   EXPECT_EQ(ledger_item_get(conn_, "uplink", &value_), ledger_no_data);
 }
 
-TEST_F(LedgerItems, ConnectionsSeeTheSameItems) {
+TEST_P(LedgerItems, ConnectionsSeeTheSameItems) {
   ASSERT_EQ(put("uplink", 1), 0);
   ledger_conn* everything = ledger_get_default_conn();
   ASSERT_NE(everything, nullptr);
@@ -60,7 +60,7 @@ TEST_F(LedgerItems, ConnectionsSeeTheSameItems) {
   EXPECT_EQ(value_.as_u32(), 1U);
 }
 
-TEST_F(LedgerItems, TextsAndTuplesKeepTheirBytes) {
+TEST_P(LedgerItems, TextsAndTuplesKeepTheirBytes) {
   ASSERT_EQ(ledger_item_set(conn_, "t", ledger_kind::text, bytes_of("two words")), 0);
   ASSERT_EQ(ledger_item_get(conn_, "t", &value_), 0);
   EXPECT_EQ(value_.kind, ledger_kind::text);
@@ -71,7 +71,7 @@ TEST_F(LedgerItems, TextsAndTuplesKeepTheirBytes) {
   EXPECT_EQ(value_.as_text(), "");
 }
 
-TEST_F(LedgerItems, BadPathsAndValuesAreRefused) {
+TEST_P(LedgerItems, BadPathsAndValuesAreRefused) {
   EXPECT_EQ(put("", 1), ledger_unknown_path);
   EXPECT_EQ(put("a//b", 1), ledger_unknown_path);
   EXPECT_EQ(put("a\nb", 1), ledger_unknown_path);
@@ -82,7 +82,7 @@ TEST_F(LedgerItems, BadPathsAndValuesAreRefused) {
   EXPECT_EQ(ledger_item_get(conn_, "n", &value_), ledger_no_data);
 }
 
-TEST_F(LedgerItems, ConfigurationIsNotSetAsAnItem) {
+TEST_P(LedgerItems, ConfigurationIsNotSetAsAnItem) {
   ledger_conn* everything = ledger_get_default_conn();
   ASSERT_NE(everything, nullptr);
   EXPECT_EQ(ledger_item_set(everything, "cfg/gl/x", ledger_kind::u32, bytes_of_numbers({1})),
@@ -90,7 +90,7 @@ TEST_F(LedgerItems, ConfigurationIsNotSetAsAnItem) {
   EXPECT_EQ(ledger_item_delete(everything, "cfg/gl/x"), invalid_argument);
 }
 
-TEST_F(LedgerItems, BindingNeedsABasePath) {
+TEST_P(LedgerItems, BindingNeedsABasePath) {
   ledger_conn* other = nullptr;
   EXPECT_EQ(ledger_bind("/oper", &other), ledger_unknown_path);
   EXPECT_EQ(ledger_bind("oper/", &other), ledger_unknown_path);
@@ -109,7 +109,7 @@ bool note(void* context, std::string_view path, const ledger_value& value) {
   return log.lines.size() < log.stop_after;
 }
 
-TEST_F(LedgerItems, AWalkVisitsEverythingBelowInPathOrder) {
+TEST_P(LedgerItems, AWalkVisitsEverythingBelowInPathOrder) {
   ASSERT_EQ(put("b/2", 22), 0);
   ASSERT_EQ(put("a", 1), 0);
   ASSERT_EQ(put("b/1", 21), 0);
@@ -128,7 +128,7 @@ TEST_F(LedgerItems, AWalkVisitsEverythingBelowInPathOrder) {
   EXPECT_TRUE(none.lines.empty());
 }
 
-TEST_F(LedgerItems, AWalkOfManyItemsMissesNone) {
+TEST_P(LedgerItems, AWalkOfManyItemsMissesNone) {
   for (std::uint32_t i = 0; i < 1500; ++i) {
     ASSERT_EQ(put(("t" + std::to_string(1000 + i)).c_str(), i), 0);
   }
@@ -143,7 +143,7 @@ bool remove_visited(void* context, std::string_view path, const ledger_value& /*
   return ledger_item_delete(static_cast<ledger_conn*>(context), std::string{path}.c_str()) == 0;
 }
 
-TEST_F(LedgerItems, AVisitorMayDeleteWhatItVisits) {
+TEST_P(LedgerItems, AVisitorMayDeleteWhatItVisits) {
   for (std::uint32_t i = 0; i < 300; ++i) {
     ASSERT_EQ(put(std::to_string(i).c_str(), i), 0);
   }
@@ -153,12 +153,15 @@ TEST_F(LedgerItems, AVisitorMayDeleteWhatItVisits) {
   EXPECT_TRUE(rest.lines.empty());
 }
 
-TEST_F(LedgerItems, ItemsOutliveTheService) {
+TEST_P(LedgerItems, ItemsOutliveTheService) {
   ASSERT_EQ(put("uplink", 1), 0);
   bench_->restart();
   ASSERT_EQ(ledger_item_get(conn_, "uplink", &value_), 0);
   EXPECT_EQ(value_.as_u32(), 1U);
 }
+
+INSTANTIATE_TEST_SUITE_P(Ways, LedgerItems, ::testing::ValuesIn(ledger_bench_ways()),
+                         ledger_way_name);
 
 }  // namespace
 }  // namespace ot::test

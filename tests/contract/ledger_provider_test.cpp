@@ -94,7 +94,7 @@ class LedgerProvider : public LedgerContract {
   void SetUp() override {
     LedgerContract::SetUp();
     supplied = {};
-    ASSERT_EQ(ledger_dpv_register(root, providers), 0);
+    ASSERT_EQ(hosted([] { return ledger_dpv_register(root, providers); }), 0);
     ASSERT_EQ(ledger_bind(root, &conn_), 0);
   }
   void TearDown() override {
@@ -111,7 +111,7 @@ class LedgerProvider : public LedgerContract {
   ledger_page* page_ = nullptr;
 };
 
-TEST_F(LedgerProvider, AGetIsAnsweredByTheProvider) {
+TEST_P(LedgerProvider, AGetIsAnsweredByTheProvider) {
   ledger_value value;
   ASSERT_EQ(ledger_item_get(conn_, "detail/i001", &value), 0);
   EXPECT_EQ(value.kind, ledger_kind::record);
@@ -122,7 +122,7 @@ TEST_F(LedgerProvider, AGetIsAnsweredByTheProvider) {
             ledger_unknown_path);
 }
 
-TEST_F(LedgerProvider, PagesFollowEachOther) {
+TEST_P(LedgerProvider, PagesFollowEachOther) {
   supplied.count = 250;
   std::vector<std::size_t> sizes;
   std::string marker;
@@ -135,7 +135,7 @@ TEST_F(LedgerProvider, PagesFollowEachOther) {
   EXPECT_EQ(fetch("i249", 100), ledger_list_end);
 }
 
-TEST_F(LedgerProvider, APageIsWalkedOnce) {
+TEST_P(LedgerProvider, APageIsWalkedOnce) {
   supplied.count = 2;
   ASSERT_EQ(fetch("", 100), 0);
   EXPECT_FALSE(page_->has_continuation);
@@ -149,14 +149,14 @@ TEST_F(LedgerProvider, APageIsWalkedOnce) {
   EXPECT_EQ(ledger_datalist_next(nullptr), nullptr);
 }
 
-TEST_F(LedgerProvider, AFullPageAtTheEndHasNoContinuation) {
+TEST_P(LedgerProvider, AFullPageAtTheEndHasNoContinuation) {
   supplied.count = 100;
   ASSERT_EQ(fetch("", 100), 0);
   EXPECT_EQ(page_->entries.size(), 100U);
   EXPECT_FALSE(page_->has_continuation);
 }
 
-TEST_F(LedgerProvider, AProviderWithoutMarkersIsPagedToo) {
+TEST_P(LedgerProvider, AProviderWithoutMarkersIsPagedToo) {
   supplied = {.count = 250, .step = 1000, .knows_markers = false};
   ASSERT_EQ(fetch("i099", 100), 0);
   ASSERT_EQ(page_->entries.size(), 100U);
@@ -167,7 +167,7 @@ TEST_F(LedgerProvider, AProviderWithoutMarkersIsPagedToo) {
   EXPECT_FALSE(page_->has_continuation);
 }
 
-TEST_F(LedgerProvider, LongValuesDoNotCutAPageShort) {
+TEST_P(LedgerProvider, LongValuesDoNotCutAPageShort) {
   supplied = {.count = 60, .step = 25, .value_length = 200'000};
   ASSERT_EQ(fetch("", 40), 0);
   EXPECT_EQ(page_->entries.size(), 40U);
@@ -176,14 +176,14 @@ TEST_F(LedgerProvider, LongValuesDoNotCutAPageShort) {
   EXPECT_TRUE(page_->has_continuation);
 }
 
-TEST_F(LedgerProvider, AListHasNamesOnly) {
+TEST_P(LedgerProvider, AListHasNamesOnly) {
   supplied.count = 3;
   ASSERT_EQ(ledger_list(conn_, "detail", "", 100, &page_), 0);
   ASSERT_EQ(page_->entries.size(), 3U);
   EXPECT_TRUE(page_->entries[0].data.empty());
 }
 
-TEST_F(LedgerProvider, NothingToListIsSaid) {
+TEST_P(LedgerProvider, NothingToListIsSaid) {
   EXPECT_EQ(fetch("", 100), ledger_no_data);
   EXPECT_EQ(ledger_datalist(conn_, "empty", "", 100, &page_), ledger_no_data);
   EXPECT_EQ(ledger_datalist(conn_, "nowhere", "", 100, &page_), ledger_no_data);
@@ -191,10 +191,13 @@ TEST_F(LedgerProvider, NothingToListIsSaid) {
   EXPECT_EQ(page_, nullptr);
 }
 
-TEST_F(LedgerProvider, BranchesAreServedOnce) {
-  EXPECT_EQ(ledger_dpv_register(root, providers), duplicate_key);
-  EXPECT_EQ(ledger_dpv_register("/oper", providers), invalid_argument);
+TEST_P(LedgerProvider, BranchesAreServedOnce) {
+  EXPECT_EQ(hosted([] { return ledger_dpv_register(root, providers); }), duplicate_key);
+  EXPECT_EQ(hosted([] { return ledger_dpv_register("/oper", providers); }), invalid_argument);
 }
+
+INSTANTIATE_TEST_SUITE_P(Ways, LedgerProvider, ::testing::ValuesIn(ledger_bench_ways()),
+                         ledger_way_name);
 
 TEST(LedgerDpvLists, NullListsAreRefused) {
   EXPECT_EQ(ledger_dpv_list_add(nullptr, "x", 7, 0), invalid_argument);

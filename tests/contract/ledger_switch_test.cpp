@@ -20,9 +20,9 @@ class LedgerSwitch : public LedgerContract {
   static constexpr const char* path = "/debug/track/detail";
 };
 
-TEST_F(LedgerSwitch, TheWordFollowsItsItem) {
+TEST_P(LedgerSwitch, TheWordFollowsItsItem) {
   std::atomic<std::uint32_t> word{7};
-  ASSERT_EQ(ledger_switch_register(path, &word), 0);
+  ASSERT_EQ(hosted([&] { return ledger_switch_register(path, &word); }), 0);
   EXPECT_EQ(word, 7U);
   ASSERT_EQ(put(1), 0);
   EXPECT_EQ(word, 1U);
@@ -33,23 +33,26 @@ TEST_F(LedgerSwitch, TheWordFollowsItsItem) {
   EXPECT_EQ(word, 0U);
 }
 
-TEST_F(LedgerSwitch, AStoredItemSwitchesAtOnce) {
+TEST_P(LedgerSwitch, AStoredItemSwitchesAtOnce) {
   ASSERT_EQ(put(1), 0);
   bench_->restart();
   std::atomic<std::uint32_t> word{0};
-  ASSERT_EQ(ledger_switch_register(path, &word), 0);
+  ASSERT_EQ(hosted([&] { return ledger_switch_register(path, &word); }), 0);
   EXPECT_EQ(word, 1U);
 }
 
-TEST_F(LedgerSwitch, OnlyNumbersSwitch) {
+TEST_P(LedgerSwitch, OnlyNumbersSwitch) {
   std::atomic<std::uint32_t> word{0};
-  ASSERT_EQ(ledger_switch_register(path, &word), 0);
+  ASSERT_EQ(hosted([&] { return ledger_switch_register(path, &word); }), 0);
   EXPECT_EQ(ledger_item_set(ledger_get_default_conn(), "debug/track/detail", ledger_kind::text,
                             bytes_of("on")),
             ledger_wrong_kind);
   EXPECT_EQ(word, 0U);
-  EXPECT_EQ(ledger_switch_register("/oper/x", &word), ledger_unknown_path);
+  EXPECT_EQ(hosted([&] { return ledger_switch_register("/oper/x", &word); }), ledger_unknown_path);
 }
+
+INSTANTIATE_TEST_SUITE_P(Ways, LedgerSwitch, ::testing::ValuesIn(ledger_bench_ways()),
+                         ledger_way_name);
 
 }  // namespace
 }  // namespace ot::test

@@ -1,4 +1,4 @@
-// The in-memory platform's ledger for the contract tests.
+// The in-memory platform's ledger for the contract tests: there is one thread and no socket.
 #include "tests/contract/ledger_fixture.h"
 
 #include "platform/memory/ledger_controls.h"
@@ -9,12 +9,17 @@ namespace {
 class memory_bench : public ledger_bench {
  public:
   memory_bench() { ledger_control_reset(); }
+  void host(const std::function<void()>& work) override { work(); }
   void restart() override { ledger_control_restart(); }
 };
 
 }  // namespace
 
-std::unique_ptr<ledger_bench> make_ledger_bench() {
+std::vector<std::string> ledger_bench_ways() {
+  return {"direct"};
+}
+
+std::unique_ptr<ledger_bench> make_ledger_bench(const std::string& /*way*/) {
   return std::make_unique<memory_bench>();
 }
 
