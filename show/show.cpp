@@ -66,10 +66,10 @@ void show_item(const char* who, const char* branch, const char* key,
   }
 }
 
-// The client library is a file of its own, which may be missing. Looked at once a process.
+// The client library is a file of its own, which may be missing.
 int bind_oper(ledger_conn** ret) noexcept {
-  static const bool readable = ledger_library_readable();
-  const int status = readable ? ledger_bind(oper_base, ret) : ledger_library_missing;
+  const int status =
+      ledger_library_readable() ? ledger_bind(oper_base, ret) : ledger_library_missing;
   if (status != status_ok) {
     OT_TRACE_ERROR("(%s) : ledger_bind failed - %s", "ot_show_all_tracks_info", err_string(status));
   }
