@@ -6,6 +6,7 @@
 #include <libmnl/libmnl.h>
 #include <linux/if.h>
 #include <linux/rtnetlink.h>
+#include <sys/socket.h>
 
 #include <array>
 #include <cerrno>
@@ -16,8 +17,8 @@ namespace {
 
 using buffer = std::array<char, 32768>;
 
-netlink_socket open_netlink(unsigned groups) {
-  netlink_socket socket(mnl_socket_open(NETLINK_ROUTE));
+netlink_socket open_netlink(unsigned groups, int flags) {
+  netlink_socket socket(mnl_socket_open2(NETLINK_ROUTE, flags));
   if (!socket || mnl_socket_bind(socket.get(), groups, MNL_SOCKET_AUTOPID) < 0) {
     throw std::system_error(errno, std::generic_category(), "netlink socket");
   }
@@ -44,7 +45,7 @@ void close_mnl_socket::operator()(mnl_socket* socket) const noexcept {
 }
 
 link_listener::link_listener(unsigned ifindex)
-    : ifindex_(ifindex), socket_(open_netlink(RTMGRP_LINK)) {}
+    : ifindex_(ifindex), socket_(open_netlink(RTMGRP_LINK, SOCK_NONBLOCK)) {}
 
 int link_listener::fd() const noexcept {
   return mnl_socket_get_fd(socket_.get());
@@ -52,20 +53,22 @@ int link_listener::fd() const noexcept {
 
 std::optional<bool> link_listener::receive() {
   buffer data;
-  const ssize_t size = mnl_socket_recvfrom(socket_.get(), data.data(), data.size());
-  if (size < 0) throw std::system_error(errno, std::generic_category(), "link messages");
   std::optional<bool> up;
-  int left = static_cast<int>(size);
-  const auto* message = reinterpret_cast<const nlmsghdr*>(data.data());
-  for (; mnl_nlmsg_ok(message, left); message = mnl_nlmsg_next(message, &left)) {
-    if (message->nlmsg_type != RTM_NEWLINK) continue;
-    const auto* link = static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(message));
-    if (static_cast<unsigned>(link->ifi_index) == ifindex_) up = is_up(message, link);
+  ssize_t size = 0;
+  while ((size = mnl_socket_recvfrom(socket_.get(), data.data(), data.size())) >= 0) {
+    int left = static_cast<int>(size);
+    const auto* message = reinterpret_cast<const nlmsghdr*>(data.data());
+    for (; mnl_nlmsg_ok(message, left); message = mnl_nlmsg_next(message, &left)) {
+      if (message->nlmsg_type != RTM_NEWLINK) continue;
+      const auto* link = static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(message));
+      if (static_cast<unsigned>(link->ifi_index) == ifindex_) up = is_up(message, link);
+    }
   }
+  if (errno != EAGAIN) throw std::system_error(errno, std::generic_category(), "link messages");
   return up;
 }
 
-link_switch::link_switch(unsigned ifindex) : ifindex_(ifindex), socket_(open_netlink(0)) {}
+link_switch::link_switch(unsigned ifindex) : ifindex_(ifindex), socket_(open_netlink(0, 0)) {}
 
 void link_switch::set(bool up) {
   buffer data;

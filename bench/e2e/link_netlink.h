@@ -22,7 +22,7 @@ class link_listener {
   explicit link_listener(unsigned ifindex);
 
   [[nodiscard]] int fd() const noexcept;
-  // Reads one datagram; whether the line protocol is up by its last message about the interface,
+  // Reads what has come; whether the line protocol is up by the last message about the interface,
   // nothing when there was none.
   std::optional<bool> receive();
 
