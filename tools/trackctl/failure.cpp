@@ -41,7 +41,7 @@ std::string code_text(int code) {
 
 void fail_with_code(const std::string& what, int code) {
   if (code == ledger_unreachable) {
-    throw failure(exit_no_service, what + ": the service is not running below " +
+    throw failure(exit_no_service, "the service is not running below " +
                                        root_path("/run/object_tracking") +
                                        "; start object_tracking, or set OT_ROOT to where it runs");
   }
