@@ -24,8 +24,8 @@ class Daemon:
         self._begin = os.path.getsize(log) if os.path.exists(log) else 0
         if os.path.exists(self._notify_path):
             os.unlink(self._notify_path)
-        self._notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM | socket.SOCK_CLOEXEC)
-        self._notify.bind(self._notify_path)
+        self.notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM | socket.SOCK_CLOEXEC)
+        self.notify.bind(self._notify_path)
         environment = build.environment(root)
         environment["NOTIFY_SOCKET"] = self._notify_path
         self.started = time.monotonic()
@@ -50,9 +50,9 @@ class Daemon:
             while True:
                 left = end - time.monotonic()
                 assert left > 0, f"not ready in time:\n{self.output()}"
-                readable, _, _ = select.select([self._notify, exited], [], [], left)
-                if self._notify in readable:
-                    if b"READY=1" in self._notify.recv(4096).split(b"\n"):
+                readable, _, _ = select.select([self.notify, exited], [], [], left)
+                if self.notify in readable:
+                    if b"READY=1" in self.notify.recv(4096).split(b"\n"):
                         return time.monotonic() - self.started
                 elif exited in readable:
                     raise AssertionError(f"exited before it was ready:\n{self.output()}")
@@ -67,7 +67,7 @@ class Daemon:
             if self.process.poll() is None:
                 self.process.kill()
                 self.process.wait()
-            self._notify.close()
+            self.notify.close()
             self._output.close()
 
     def stop(self):
