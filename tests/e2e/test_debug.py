@@ -2,8 +2,6 @@
 
 from waiting import wait_until
 
-ENTRY = "Entering (object_tracking_type_interface_apply) : "
-
 
 def traced(service, text):
     wait_until(lambda: text in service.daemon.output(), service.build.patience, f"trace {text!r}")
@@ -19,10 +17,10 @@ def test_detail_traces_are_switched_on_and_off(service):
     traced(service, "(object_tracking_type_interface_apply) :track = during, interface = lan0")
 
     service.ctl("debug", "detail", "off")
-    service.ctl("set", "after", "interface", "lan0")
     service.ctl("debug", "notification", "on")
-    # A trace that comes later than the apply of "after" would have come.
-    traced(service, "OT DPV - Notifications Sent")
+    service.ctl("set", "after", "interface", "lan0")
+    # This trace comes later than the apply's would have come.
+    traced(service, "queued (after)")
     assert "track = after" not in service.daemon.output()
 
 
