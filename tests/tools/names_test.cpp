@@ -68,5 +68,15 @@ TEST(delay, refuses_others_with_the_range) {
   }
 }
 
+TEST(number, takes_the_whole_range_and_nothing_else) {
+  EXPECT_EQ(parse_number("--up", "1", {.least = 1}), 1U);
+  EXPECT_EQ(parse_number("--up", "4294967295", {.least = 1}), 0xffffffffU);
+  for (const char* const text : {"0", "4294967296", "-1", "", "1.5"}) {
+    EXPECT_THAT(refusal([&] { (void)parse_number("--up", text, {.least = 1}); }),
+                HasSubstr("is not a whole number from 1 to 4294967295"))
+        << text;
+  }
+}
+
 }  // namespace
 }  // namespace ot::trackctl

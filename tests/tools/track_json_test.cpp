@@ -83,6 +83,20 @@ TEST(track_json, threshold_lists_have_weights_and_limits) {
   EXPECT_EQ(shown["limits"], json::parse(R"({"up": 50, "down": 20})"));
 }
 
+TEST(track_json, members_that_are_not_configured_are_flagged) {
+  track_info__ record = record_of("sum", track_type::threshold_percentage);
+  threshold_track_info__ second{nullptr, record_name("gone"), false, 1};
+  threshold_track_info__ first{&second, record_name("there"), false, 1};
+  record.ThresholdTracks = &first;
+  json shown = track_to_json(record, {});
+  flag_missing_members(shown, [](std::string_view name) { return name == "there"; });
+  EXPECT_EQ(shown["members"][0]["missing"], false);
+  EXPECT_EQ(shown["members"][1]["missing"], true);
+  json interface = track_to_json(record_of("t", track_type::interface), {});
+  flag_missing_members(interface, [](std::string_view) { return false; });
+  EXPECT_EQ(interface["members"], json::array());
+}
+
 TEST(track_json, every_type_has_its_word) {
   const std::map<track_type, std::string> words{
       {track_type::interface, "interface"},

@@ -57,13 +57,19 @@ void check_interface_name(std::string_view name) {
 }
 
 std::uint32_t parse_delay(const std::string& what, const std::string& text) {
-  std::uint32_t seconds = 0;
+  return parse_number(what, text, {.unit = " of seconds", .least = 0, .most = longest_delay});
+}
+
+std::uint32_t parse_number(const std::string& what, const std::string& text,
+                           const number_range& range) {
+  std::uint32_t number = 0;
   const char* const end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, seconds);
-  if (error != std::errc{} || stop != end || seconds > longest_delay) {
-    refuse(what + " \"" + text + "\" is not a whole number of seconds from 0 to 65535");
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc{} || stop != end || number < range.least || number > range.most) {
+    refuse(what + " \"" + text + "\" is not a whole number" + range.unit + " from " +
+           std::to_string(range.least) + " to " + std::to_string(range.most));
   }
-  return seconds;
+  return number;
 }
 
 }  // namespace ot::trackctl

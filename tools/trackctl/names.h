@@ -15,6 +15,15 @@ void check_track_name(std::string_view name);
 // Throws unless `name` can name an interface: 1 to 63 characters, neither '/' nor white space.
 void check_interface_name(std::string_view name);
 
+// A whole decimal number within the range. `what` names the value in the refusal.
+struct number_range {
+  const char* unit = "";  // for example " of seconds"
+  std::uint32_t least = 0;
+  std::uint32_t most = 0xffffffff;
+};
+std::uint32_t parse_number(const std::string& what, const std::string& text,
+                           const number_range& range);
+
 // A whole number of seconds from 0 to 65535. `what` names the value in the refusal.
 std::uint32_t parse_delay(const std::string& what, const std::string& text);
 

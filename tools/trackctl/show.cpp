@@ -31,20 +31,25 @@ void show_json(const std::string& track) {
   const auto extras = read_track_extras();
   const auto to_json = [&extras](const track_info__& record) {
     const auto found = extras.find(record.TrackeName.view());
-    return track_to_json(record, found == extras.end() ? track_extras{} : found->second);
+    auto shown = track_to_json(record, found == extras.end() ? track_extras{} : found->second);
+    flag_missing_members(shown, [&extras](std::string_view name) {
+      const auto member = extras.find(name);
+      return member != extras.end() && member->second.configured;
+    });
+    return shown;
   };
-  nlohmann::ordered_json shown = nlohmann::ordered_json::array();
-  const auto keep = [&](const track_info__& record) { shown.push_back(to_json(record)); };
+  nlohmann::ordered_json all = nlohmann::ordered_json::array();
+  const auto keep = [&](const track_info__& record) { all.push_back(to_json(record)); };
   if (track.empty()) {
     read_track_records(keep);
   } else if (read_track_record(track, keep)) {
-    shown = shown.at(0);
+    all = all.at(0);
   } else {
     throw failure(exit_refused, "track \"" + track +
                                     "\" is configured, but has neither a type nor "
                                     "delays yet, so there is nothing to show");
   }
-  std::cout << shown.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+  std::cout << all.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
 }
 
 }  // namespace

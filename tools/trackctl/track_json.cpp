@@ -140,4 +140,11 @@ json track_to_json(const track_info__& record, const track_extras& extras) {
           {"tracked_by", tracked_by_json(record)}};
 }
 
+void flag_missing_members(json& track,
+                          const std::function<bool(std::string_view name)>& is_configured) {
+  for (json& member : track["members"]) {
+    member["missing"] = !is_configured(member["name"].get_ref<const std::string&>());
+  }
+}
+
 }  // namespace ot::trackctl

@@ -14,14 +14,17 @@
 //                 route: prefix, mask (dotted), vrf, next_hop (null when there is none)
 //                 probe: operation, return_code, rtt_ms
 //                 bfd: interface, destination, rate, debounce
-//   members     of a list: [{"name", "state": "up" or "down", then "not" or "weight"}]
+//   members     of a list: [{"name", "state": "up" or "down", then "not" or "weight", "missing":
+//               true when no track of that name is configured}]
 //   limits      null, or {"up", "down"} of a threshold list
 //   tracked_by  names of the interfaces whose configuration names the track
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
 
 #include "oper/records.h"
 
@@ -29,11 +32,17 @@ namespace ot::trackctl {
 
 // What the record itself does not carry.
 struct track_extras {
-  bool published = false;  // a state item exists
+  bool published = false;   // a state item exists
+  bool configured = false;  // a configuration item exists
   std::uint32_t delay_up = 0;
   std::uint32_t delay_down = 0;
 };
 
+// Everything but "missing".
 nlohmann::ordered_json track_to_json(const track_info__& record, const track_extras& extras);
+
+// Adds "missing" to the members of a track.
+void flag_missing_members(nlohmann::ordered_json& track,
+                          const std::function<bool(std::string_view name)>& is_configured);
 
 }  // namespace ot::trackctl

@@ -56,11 +56,12 @@ bool note_published(void* context, std::string_view track, const ledger_value&) 
   return true;
 }
 
-bool note_delay(void* context, std::string_view path, const ledger_value& value) {
+bool note_configured(void* context, std::string_view path, const ledger_value& value) {
   const std::size_t slash = path.find('/');
   const std::string_view item = path.substr(slash + 1);
+  track_extras& extras = (*static_cast<extras_map*>(context))[std::string(path.substr(0, slash))];
+  extras.configured = true;
   if (item == delay_up_item || item == delay_down_item) {
-    track_extras& extras = (*static_cast<extras_map*>(context))[std::string(path.substr(0, slash))];
     (item == delay_up_item ? extras.delay_up : extras.delay_down) = value.as_u32();
   }
   return true;
@@ -104,7 +105,7 @@ void read_track_records(const track_visitor& visit) {
 extras_map read_track_extras() {
   extras_map extras;
   walk(states_root, note_published, extras);
-  walk(std::string(tracks_root), note_delay, extras);
+  walk(std::string(tracks_root), note_configured, extras);
   return extras;
 }
 
