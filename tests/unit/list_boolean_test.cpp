@@ -45,7 +45,7 @@ TEST_F(BooleanList, AMissingMemberCountsAsDown) {
 }
 
 TEST_F(BooleanList, AnUnknownMemberCountsAsDown) {
-  apply({set_number(track_item("blank", "delay_up"), 3)});
+  apply({set_number(track_path("blank", "delay_up"), 3)});
   EXPECT_EQ(state("blank"), track_state::unknown);
   list("both", 3, {{"blank"}});
   list("inverse", 4, {{"blank", 1}});
@@ -58,8 +58,8 @@ TEST_F(BooleanList, AMemberMayComeAndGo) {
   EXPECT_EQ(state("any"), track_state::down);
   object("late", true);
   EXPECT_EQ(state("any"), track_state::up);
-  apply({set_number(track_item("late", "a"), 1)});
-  apply({remove_item(track_item("late", "a"))});
+  apply({set_number(track_path("late", "a"), 1)});
+  apply({remove_item(track_path("late", "a"))});
   settle();
   EXPECT_EQ(state("any"), track_state::down);
   EXPECT_EQ(members("any"), "late=0");
@@ -98,18 +98,18 @@ TEST_F(BooleanList, AnUnchangedMemberRequestsNothing) {
 
 TEST_F(BooleanList, RefusesItselfButNotAnotherSpelling) {
   EXPECT_EQ(commit({set_number(member_item("l", 3, "l"), 0)}), list_names_itself);
-  ASSERT_EQ(refusals_.size(), 1U);
-  EXPECT_EQ(refusals_[0].text, err_string(list_names_itself));
+  ASSERT_EQ(refusals.size(), 1U);
+  EXPECT_EQ(refusals[0].text, err_string(list_names_itself));
   apply({set_number(member_item("l", 3, "L"), 0)});
   EXPECT_EQ(members("l"), "L=0");
 }
 
 TEST_F(BooleanList, ATrackWithDelaysOnlyBecomesAList) {
-  apply({set_number(track_item("l", "delay_down"), 5)});
+  apply({set_number(track_path("l", "delay_down"), 5)});
   object("a", true);
   list("l", 3, {{"a"}});
-  EXPECT_EQ(record("l").type, track_type::boolean_and);
-  EXPECT_EQ(record("l").delay_down, 5);
+  EXPECT_EQ(track("l").type, track_type::boolean_and);
+  EXPECT_EQ(track("l").delay_down, 5);
   EXPECT_EQ(commit({set_number(list_item("l", 4, "a"), 1)}), track_type_conflict);
 }
 
@@ -181,7 +181,7 @@ TEST_F(BooleanList, RemovingAllMembersWithdrawsAnUpState) {
   EXPECT_EQ(object_tracking_delete_track_bool_objects_by_name("l"), 0);
   EXPECT_EQ(state("l"), track_state::unknown);
   EXPECT_EQ(publications("l"), before + 1);
-  EXPECT_EQ(record("l").type, track_type::none);
+  EXPECT_EQ(track("l").type, track_type::none);
   list("m", 3, {{"nobody"}});
   const std::uint32_t down = publications("m");
   EXPECT_EQ(object_tracking_delete_track_bool_objects_by_name("m"), 0);
@@ -194,9 +194,9 @@ TEST_F(BooleanList, RemovingAllMembersWithdrawsAnUpState) {
 TEST_F(BooleanList, AFailedWithdrawalKeepsTheMembers) {
   object("a", true);
   list("l", 3, {{"a"}});
-  apply({set_number(track_item("l", "a"), 1)});
+  apply({set_number(track_path("l", "a"), 1)});
   ledger_control_fail_next(ledger_operation::set, ledger_storage_failure);
-  EXPECT_EQ(commit({remove_item(track_item("l", "a"))}), ledger_storage_failure);
+  EXPECT_EQ(commit({remove_item(track_path("l", "a"))}), ledger_storage_failure);
   EXPECT_EQ(members("l"), "a=0");
 }
 

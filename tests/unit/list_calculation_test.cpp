@@ -14,8 +14,8 @@ using ::testing::IsEmpty;
 class ListCalculation : public ListFixture {
  protected:
   // The calculation's own lines of one run; those of the functions it calls are left out.
-  static std::vector<std::string> traces_of_calculation() {
-    trace_all();
+  std::vector<std::string> traces_of_calculation() {
+    trace();
     object_tracking_calc_tracks_state_after_timer_expired();
     std::vector<std::string> lines;
     for (const std::string& line : field::take_traces()) {
@@ -166,7 +166,7 @@ TEST_F(ListCalculation, AFailedPublicationEndsIt) {
   list("m", 4, {{"a"}});
   field::link_down("a");
   field::run_pending();
-  trace_all();
+  trace();
   ledger_control_fail_next(ledger_operation::set, ledger_storage_failure);
   object_tracking_calc_tracks_state_after_timer_expired();
   const auto lines = field::take_traces();
@@ -182,7 +182,7 @@ TEST_F(ListCalculation, AFailedPublicationEndsIt) {
 TEST_F(ListCalculation, ADelayedListPublishesLater) {
   object("a", true);
   list("l", 3, {{"a"}});
-  apply({set_number(track_item("l", "delay_down"), 2)});
+  apply({set_number(track_path("l", "delay_down"), 2)});
   field::link_down("a");
   settle();
   EXPECT_EQ(source("l"), track_state::down);
@@ -197,10 +197,8 @@ TEST_F(ListCalculation, ARestartTakesTheStatesOver) {
   limits("w", 7, "0x5", 1);
   list("w", 7, {{"l", 2}});
   ASSERT_EQ(state("w"), track_state::up);
-  stop();
-  ledger_control_restart();
   field::take_messages();
-  start(2);
+  ASSERT_EQ(restart(), 0);
   EXPECT_EQ(state("l"), track_state::up);
   EXPECT_EQ(state("w"), track_state::up);
   settle();

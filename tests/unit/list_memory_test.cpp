@@ -73,8 +73,8 @@ TEST_F(ListMemory, AMemberThatFindsNoRoomIsNotAdded) {
   alloc_faults faults{0, alloc_fault_mode::onward};
   EXPECT_EQ(object_tracking_type_bool_create("l", track_type::boolean_and, "b", 0), no_memory);
   EXPECT_EQ(ot_thld_create_track("w", track_type::threshold_weight, "b", 5), no_memory);
-  EXPECT_EQ(record("l").object.list.members->next, nullptr);
-  EXPECT_EQ(record("w").object.list.members->next, nullptr);
+  EXPECT_EQ(track("l").object.list.members->next, nullptr);
+  EXPECT_EQ(track("w").object.list.members->next, nullptr);
 }
 
 // The old member goes before the new one comes.
@@ -114,8 +114,8 @@ TEST_F(ListMemory, ATrackThatStopsBeingAListGivesItsMembersUp) {
   ASSERT_EQ(object_tracking_type_bool_create("l", track_type::boolean_and, "a", 0), 0);
   const std::int64_t with_member = count_live_allocations().count;
   ASSERT_EQ(ot_thld_create_track("l", track_type::interface, nullptr, 0), 0);
-  EXPECT_EQ(record("l").type, track_type::interface);
-  EXPECT_EQ(record("l").object.interface.name.c_str()[0], '\0');
+  EXPECT_EQ(track("l").type, track_type::interface);
+  EXPECT_EQ(track("l").object.interface.name.c_str()[0], '\0');
   EXPECT_EQ(count_live_allocations().count, with_member - 1);
   forget("l");
   EXPECT_EQ(count_live_allocations().count, before);
@@ -130,9 +130,9 @@ TEST_F(ListMemory, AListKeepsItsMembersAsAnotherKindOfList) {
 TEST_F(ListMemory, ACommitMayMakeATrackAListAndThenAnInterfaceTrack) {
   field::interface_added("eth0");
   apply({set_number(member_item("l", 3, "a"), 0),
-         set_text(track_item("l", "type/interface/0x1/info/interface"), "eth0")});
-  EXPECT_EQ(record("l").type, track_type::interface);
-  EXPECT_STREQ(record("l").object.interface.name.c_str(), "eth0");
+         set_text(track_path("l", "type/interface/0x1/info/interface"), "eth0")});
+  EXPECT_EQ(track("l").type, track_type::interface);
+  EXPECT_STREQ(track("l").object.interface.name.c_str(), "eth0");
   EXPECT_EQ(state("l"), track_state::up);
 }
 

@@ -82,7 +82,7 @@ TEST_F(ThresholdList, SumsAndComparesUnsigned) {
 
 TEST_F(ThresholdList, JudgesMembersBeforeTheirDelays) {
   object("a", true);
-  apply({set_number(track_item("a", "delay_down"), 60)});
+  apply({set_number(track_path("a", "delay_down"), 60)});
   limits("l", weight, "0x2", 1);
   list("l", weight, {{"a", 1}});
   list("b", 3, {{"a"}});
@@ -99,8 +99,8 @@ TEST_F(ThresholdList, JudgesMembersBeforeTheirDelays) {
 TEST_F(ThresholdList, WithoutMembersOrLimitsIsDown) {
   object("a", true);
   limits("l", weight, "0x5", 0);
-  EXPECT_EQ(record("l").type, track_type::threshold_weight);
-  EXPECT_EQ(record("l").threshold_up, 5U);
+  EXPECT_EQ(track("l").type, track_type::threshold_weight);
+  EXPECT_EQ(track("l").threshold_up, 5U);
   EXPECT_EQ(state("l"), track_state::down);
   list("m", weight, {{"a", 1}});
   EXPECT_EQ(state("m"), track_state::down) << "limits 0 and 0";
@@ -110,8 +110,8 @@ TEST_F(ThresholdList, RefusesLimitsThatAreNotApart) {
   for (const std::uint32_t down : {5U, 6U, 0xffffffffU}) {
     EXPECT_EQ(commit({set_number(limits_item("l", weight, "0x5"), down)}),
               threshold_limits_crossed);
-    ASSERT_EQ(refusals_.size(), 1U);
-    EXPECT_EQ(refusals_[0].text, "Threshold Up value should be > Threshold Down Value");
+    ASSERT_EQ(refusals.size(), 1U);
+    EXPECT_EQ(refusals[0].text, "Threshold Up value should be > Threshold Down Value");
   }
   EXPECT_EQ(commit({set_number(limits_item("l", weight, "0x0"), 0)}), invalid_argument);
   EXPECT_EQ(commit({set_number(limits_item("l", 0, "0x5"), 1)}), invalid_argument);
@@ -141,10 +141,10 @@ TEST_F(ThresholdList, ChangesLimits) {
   apply({remove_item(limits_item("l", weight, "0x5")),
          set_number(limits_item("l", weight, "0x9"), 2)});
   settle();
-  EXPECT_EQ(record("l").threshold_up, 9U);
+  EXPECT_EQ(track("l").threshold_up, 9U);
   EXPECT_EQ(state("l"), track_state::up);
   limits("l", weight, "0x9", 8);
-  EXPECT_EQ(record("l").threshold_down, 8U);
+  EXPECT_EQ(track("l").threshold_down, 8U);
   EXPECT_EQ(state("l"), track_state::down);
 }
 
@@ -155,8 +155,8 @@ TEST_F(ThresholdList, DeletedLimitsStayInForce) {
   apply({remove_item(limits_item("l", weight, "0x5"))});
   EXPECT_TRUE(calculation_requested());
   settle();
-  EXPECT_EQ(record("l").threshold_up, 5U);
-  EXPECT_EQ(record("l").threshold_down, 2U);
+  EXPECT_EQ(track("l").threshold_up, 5U);
+  EXPECT_EQ(track("l").threshold_down, 2U);
   EXPECT_EQ(state("l"), track_state::up);
 }
 
@@ -181,8 +181,8 @@ TEST_F(ThresholdList, ASetOfLimitsMakesAMissingTrack) {
   ASSERT_EQ(ledger_value_assign(down, ledger_kind::u32, bytes_of_numbers({2})), 0);
   const ledger_change change{ledger_event_set, fields, nullptr, &down};
   EXPECT_EQ(object_tracking_type_threshold_object_crt_apply(change), 0);
-  EXPECT_EQ(record("l").type, track_type::threshold_percentage);
-  EXPECT_EQ(record("l").threshold_up, 5U);
+  EXPECT_EQ(track("l").type, track_type::threshold_percentage);
+  EXPECT_EQ(track("l").threshold_up, 5U);
   EXPECT_EQ(object_tracking_type_threshold_object_crt_apply({}), invalid_argument);
 }
 
