@@ -3,16 +3,14 @@
 // packet.
 #include "platform/linux/event_server.h"
 
-#include <sys/stat.h>
-
 #include <bit>
 #include <cerrno>
 #include <new>
 #include <string>
 
 #include "platform/common/root_path.h"
+#include "platform/linux/directories.h"
 #include "platform/linux/evm_linux.h"
-#include "platform/linux/run_directory.h"
 #include "platform/linux/unix_address.h"
 #include "platform/status.h"
 
@@ -29,26 +27,28 @@ event_server::~event_server() {
 
 int event_server::open() noexcept {
   try {
-    const int status = run_directory_create();
-    return status == status_ok ? listen_at(root_path(event_socket_path).c_str()) : status;
+    const int status = make_directory(root_path(run_directory), 0750);
+    return status == status_ok ? listen_at(root_path(event_socket_path)) : status;
   } catch (const std::bad_alloc&) {
     return no_memory;
   }
 }
 
 // An old socket is a dead one: a second instance on this root has been refused long before.
-int event_server::listen_at(const char* path) noexcept {
+int event_server::listen_at(const std::string& path) noexcept {
   sockaddr_un address;
   if (!unix_address(path, &address)) {
     return ENAMETOOLONG;
   }
   listener_ = unique_fd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  unlink(path);
+  unlink(path.c_str());
   if (!listener_.valid() ||
       bind(listener_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     return errno;
   }
-  run_directory_share(path, 0660);
+  if (const int status = share_with_group(path, 0660); status != 0) {
+    return status;
+  }
   if (listen(listener_.get(), waiting_connections) != 0) {
     return errno;
   }

@@ -6,6 +6,7 @@
 #include <array>
 #include <memory>
 #include <span>
+#include <string>
 
 #include "platform/common/event_filters.h"
 #include "platform/event_publisher.h"
@@ -38,7 +39,7 @@ class event_server {
 
  private:
   static int on_connect(sd_event_source* source, int fd, std::uint32_t events, void* server);
-  int listen_at(const char* path) noexcept;
+  int listen_at(const std::string& path) noexcept;
   int tell_publisher(std::span<const evdl_track_record> filters) noexcept;
 
   evm* manager_;

@@ -12,7 +12,7 @@
 
 #include "platform/common/ledger_messages.h"
 #include "platform/common/root_path.h"
-#include "platform/linux/ledger_client/unix_address.h"
+#include "platform/linux/unix_address.h"
 #include "platform/status.h"
 
 namespace ot {
@@ -35,7 +35,7 @@ int status_of_errno(int error) noexcept {
 // A connected socket, or -1 with errno.
 int connect_socket(const std::string& path) noexcept {
   sockaddr_un address{};
-  if (!make_unix_address(path, address)) {
+  if (!unix_address(path, &address)) {
     errno = ENAMETOOLONG;
     return -1;
   }

@@ -15,8 +15,10 @@
 
 #include "platform/common/ledger_messages.h"
 #include "platform/common/root_path.h"
+#include "platform/linux/boot_id.h"
+#include "platform/linux/directories.h"
 #include "platform/linux/evm_linux.h"
-#include "platform/linux/ledger_client/unix_address.h"
+#include "platform/linux/unix_address.h"
 #include "platform/messages.h"
 #include "platform/status.h"
 
@@ -45,7 +47,7 @@ int failed(std::string& ret_error, const std::string& path, int error) {
 }  // namespace
 
 ledger_server::ledger_server()
-    : members_(ledger_group()), engine_(configuration_, operational_, *this) {}
+    : members_(service_group()), engine_(configuration_, operational_, *this) {}
 
 ledger_server::~ledger_server() {
   if (listener_ >= 0) {
@@ -78,10 +80,10 @@ int ledger_server::open(evm* manager, std::string& ret_error) {
 int ledger_server::open_places(std::string& ret_error) {
   const std::string run = root_path("/run/object_tracking");
   const std::string lib = root_path("/var/lib/object_tracking");
-  if (const int error = make_ledger_directory(run, 0750); error != 0) {
+  if (const int error = make_directory(run, 0750); error != 0) {
     return failed(ret_error, run, error);
   }
-  if (const int error = make_ledger_directory(lib, 0700); error != 0) {
+  if (const int error = make_directory(lib, 0700); error != 0) {
     return failed(ret_error, lib, error);
   }
   return lock_.take(run + "/ledger.lock", ret_error) ? status_ok : ledger_not_available;
@@ -100,19 +102,18 @@ int ledger_server::open_store(lmdb_store& store, const lmdb_options& options,
 int ledger_server::listen(evm* manager, std::string& ret_error) {
   socket_path_ = root_path(ledger_socket_path);
   sockaddr_un address{};
-  if (!make_unix_address(socket_path_, address)) {
+  if (!unix_address(socket_path_, &address)) {
     return failed(ret_error, socket_path_, ENAMETOOLONG);
   }
   unlink(socket_path_.c_str());  // of an instance that crashed: the lock says that it is gone
   listener_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
   if (listener_ < 0 ||
       bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-      chmod(socket_path_.c_str(), 0660) != 0 || ::listen(listener_, SOMAXCONN) != 0) {
+      ::listen(listener_, SOMAXCONN) != 0) {
     return failed(ret_error, socket_path_, errno);
   }
-  if (members_ != static_cast<gid_t>(-1) &&
-      chown(socket_path_.c_str(), static_cast<uid_t>(-1), members_) != 0 && errno != EPERM) {
-    return failed(ret_error, socket_path_, errno);
+  if (const int error = share_with_group(socket_path_, 0660); error != 0) {
+    return failed(ret_error, socket_path_, error);
   }
   event_ = evm_sd_event(manager);
   sd_event_source* source = nullptr;

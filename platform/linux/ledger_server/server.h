@@ -7,9 +7,9 @@
 
 #include "platform/common/ledger_engine.h"
 #include "platform/event_manager.h"
+#include "platform/linux/ledger_server/instance_lock.h"
 #include "platform/linux/ledger_server/lmdb_store.h"
 #include "platform/linux/ledger_server/peer.h"
-#include "platform/linux/ledger_server/places.h"
 
 namespace ot {
 

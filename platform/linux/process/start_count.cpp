@@ -8,17 +8,12 @@
 #include <string>
 
 #include "platform/common/root_path.h"
-#include "platform/linux/run_directory.h"
+#include "platform/linux/boot_id.h"
+#include "platform/linux/directories.h"
 #include "platform/status.h"
 
 namespace ot {
 namespace {
-
-std::string boot_id() {
-  std::string id;
-  std::getline(std::ifstream("/proc/sys/kernel/random/boot_id"), id);
-  return id;
-}
 
 // The count kept for `boot`; 0 when there is none or it belongs to another boot.
 std::uint32_t kept_count(const std::string& path, const std::string& boot) {
@@ -44,11 +39,11 @@ int keep_count(const std::string& path, const std::string& boot, std::uint32_t c
 
 int start_count_next(std::uint32_t* ret) noexcept {
   try {
-    if (const int status = run_directory_create(); status != status_ok) {
+    if (const int status = make_directory(root_path(run_directory), 0750); status != status_ok) {
       return status;
     }
     const std::string path = root_path(std::string(run_directory) + "/start_count");
-    const std::string boot = boot_id();
+    const std::string boot = read_boot_id();
     const std::uint32_t count = kept_count(path, boot) + 1;
     const int status = keep_count(path, boot, count);
     if (status == status_ok) {
