@@ -16,13 +16,14 @@ namespace {
 // A record under way: what is printed of it at several places.
 struct printed_track {
   const track_info__& record;
-  char suffix[64];  // ends every line that tells the state
+  const char* what;  // whose state the track has
+  char suffix[64];   // ends every line that tells the state
 };
 
 enum class then { go_on, end_of_record };
 
-void print_state(const printed_track& track, const char* what, bool up) {
-  std::printf("\t%s is %s %s", what, up ? "UP" : "DOWN", track.suffix);
+void print_state(const printed_track& track, bool up) {
+  std::printf("\t%s is %s %s", track.what, up ? "UP" : "DOWN", track.suffix);
 }
 
 void print_changes(const track_info__& record) {
@@ -43,7 +44,7 @@ then print_interface(const printed_track& track) {
   const track_info__& record = track.record;
   std::printf("\tInterface %s line-protocol\n",
               display_name(record.TrackTypeInfo.InterfaceTracks.InterfaceName).c_str());
-  print_state(track, "Line protocol", record.TrackState);
+  print_state(track, record.TrackState);
   print_changes(record);
   return then::go_on;
 }
@@ -56,7 +57,7 @@ then print_route(const printed_track& track) {
   }
   std::printf("\tIp route %s %s reachability ip vrf %s\n", in_addr_s(route.Prefix),
               in_addr_s(route.PrefixLength), route.VRF.c_str());
-  print_state(track, "Reachability", record.TrackState);
+  print_state(track, record.TrackState);
   if (record.TrackState) {
     std::printf("\tFirst Hop interface %s\n", route.NextHop.c_str());
   }
@@ -76,7 +77,7 @@ then print_probe(const printed_track& track) {
     return then::end_of_record;
   }
   if (probe.ReturnCode <= timed_out) {
-    print_state(track, "Reachability", probe.ReturnCode == succeeded);
+    print_state(track, probe.ReturnCode == succeeded);
   }
   print_changes(track.record);
   std::printf("\tLatest operation return code: %s \n", qmon_retCodeToStr(probe.ReturnCode));
@@ -89,7 +90,7 @@ then print_bfd(const printed_track& track) {
   const bfdprb_track_info__& bfd = record.TrackTypeInfo.BFDTracks;
   std::printf("\tInterface %s Destination Address %s\n", display_name(bfd.InterfaceName).c_str(),
               in_addr_s(bfd.DestinationAddress));
-  print_state(track, "BFD Reachability", record.TrackState);
+  print_state(track, record.TrackState);
   print_changes(record);
   return then::go_on;
 }
@@ -102,51 +103,44 @@ const char* negation(const threshold_track_info__&) noexcept {
 }
 
 template <typename Member>
-void print_list(const printed_track& track, const char* what, const Member* members) {
-  print_state(track, what, track.record.TrackState);
+then print_list(const printed_track& track, const Member* members) {
+  print_state(track, track.record.TrackState);
   print_changes(track.record);
   for (; members != nullptr; members = members->next) {
     std::printf("\t\tobject %s %s%s\n", members->ObjectName.c_str(), negation(*members),
                 members->TrackState ? "UP" : "DOWN");
   }
+  return then::go_on;
 }
 
-then print_and(const printed_track& track) {
-  print_list(track, "List boolean and", track.record.BoolTracks);
-  return then::go_on;
+then print_boolean(const printed_track& track) {
+  return print_list(track, track.record.BoolTracks);
 }
-then print_or(const printed_track& track) {
-  print_list(track, "List boolean or", track.record.BoolTracks);
-  return then::go_on;
-}
-then print_weight(const printed_track& track) {
-  print_list(track, "List threshold weight", track.record.ThresholdTracks);
-  return then::go_on;
-}
-then print_percentage(const printed_track& track) {
-  print_list(track, "List threshold percentage", track.record.ThresholdTracks);
-  return then::go_on;
+then print_threshold(const printed_track& track) {
+  return print_list(track, track.record.ThresholdTracks);
 }
 
 struct detail_row {
   track_type type;
+  const char* what;
   then (*print)(const printed_track& track);
 };
 constexpr std::array detail_rows = {
-    detail_row{track_type::interface, print_interface},
-    detail_row{track_type::route, print_route},
-    detail_row{track_type::boolean_and, print_and},
-    detail_row{track_type::boolean_or, print_or},
-    detail_row{track_type::probe, print_probe},
-    detail_row{track_type::threshold_weight, print_weight},
-    detail_row{track_type::threshold_percentage, print_percentage},
-    detail_row{track_type::bfd, print_bfd},
+    detail_row{track_type::interface, "Line protocol", print_interface},
+    detail_row{track_type::route, "Reachability", print_route},
+    detail_row{track_type::boolean_and, "List boolean and", print_boolean},
+    detail_row{track_type::boolean_or, "List boolean or", print_boolean},
+    detail_row{track_type::probe, "Reachability", print_probe},
+    detail_row{track_type::threshold_weight, "List threshold weight", print_threshold},
+    detail_row{track_type::threshold_percentage, "List threshold percentage", print_threshold},
+    detail_row{track_type::bfd, "BFD Reachability", print_bfd},
 };
 
-then print_type(const printed_track& track) {
+then print_type(printed_track& track) {
   const track_type type = shown_type(track.record);
   for (const detail_row& row : detail_rows) {
     if (row.type == type) {
+      track.what = row.what;
       return row.print(track);
     }
   }
@@ -167,7 +161,7 @@ void print_trackers(const interface_tracking_info__* interfaces) {
 void ot_display_track_info(const track_info__* records) {
   for (; records != nullptr; records = records->next) {
     std::printf("\nTrack %s \n", records->TrackeName.c_str());
-    printed_track track{*records, "\n"};
+    printed_track track{*records, "", "\n"};
     if (const delayed_state_status__* delayed = records->Delayed; delayed != nullptr) {
       std::snprintf(track.suffix, sizeof track.suffix, ", delayed %s (%d secs remaining)\n",
                     delayed->TrackState ? "Up" : "Down", static_cast<int>(delayed->TimeRemaining));
