@@ -50,4 +50,7 @@ bool wtm_timer_leaf_get_mark(const wtm_leaf* leaf) noexcept;
 bool wtm_timer_tree_expired(wtm_tree* tree) noexcept;
 wtm_leaf* wtm_timer_tree_first_expired(wtm_tree* tree) noexcept;
 
+// Calls `visit` for every leaf, started or not. It may not free leaves.
+void wtm_timer_tree_walk(wtm_tree* tree, void (*visit)(wtm_leaf* leaf)) noexcept;
+
 }  // namespace ot

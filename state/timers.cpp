@@ -166,9 +166,11 @@ int ot_process_timers_create() noexcept {
 }
 
 void ot_timers_stop() noexcept {
-  for (wtm_leaf** leaf : {&tracks_calc_timer, &tracks_nfn_timer}) {
-    clear_ctx_ot_timer(*leaf);
-    *leaf = nullptr;
+  tracks_calc_timer = nullptr;
+  tracks_nfn_timer = nullptr;
+  // Delays that outlived their tracks have nobody else to free their contexts.
+  if (timer_tree != nullptr) {
+    wtm_timer_tree_walk(timer_tree, clear_ctx_ot_timer);
   }
   wtm_timer_tree_free(timer_tree);
   timer_tree = nullptr;

@@ -190,4 +190,10 @@ wtm_leaf* wtm_timer_tree_first_expired(wtm_tree* tree) noexcept {
   return due ? static_cast<wtm_leaf*>(first) : nullptr;
 }
 
+void wtm_timer_tree_walk(wtm_tree* tree, void (*visit)(wtm_leaf* leaf)) noexcept {
+  for (wtm_leaf* leaf = tree->leaves; leaf != nullptr; leaf = leaf->next) {
+    visit(leaf);
+  }
+}
+
 }  // namespace ot
