@@ -109,6 +109,13 @@ void dispatch_expired(wtm_leaf* leaf) {
   }
 }
 
+// Nobody else frees the context of a delay that outlived its track.
+void free_outliving_context(wtm_leaf* leaf) noexcept {
+  if (wtm_timer_leaf_get_mark(leaf)) {
+    clear_ctx_ot_timer(leaf);
+  }
+}
+
 int init_failed() noexcept {
   wtm_timer_tree_free(timer_tree);
   timer_tree = nullptr;
@@ -166,11 +173,12 @@ int ot_process_timers_create() noexcept {
 }
 
 void ot_timers_stop() noexcept {
-  tracks_calc_timer = nullptr;
-  tracks_nfn_timer = nullptr;
-  // Delays that outlived their tracks have nobody else to free their contexts.
+  for (wtm_leaf** leaf : {&tracks_calc_timer, &tracks_nfn_timer}) {
+    clear_ctx_ot_timer(*leaf);
+    *leaf = nullptr;
+  }
   if (timer_tree != nullptr) {
-    wtm_timer_tree_walk(timer_tree, clear_ctx_ot_timer);
+    wtm_timer_tree_walk(timer_tree, free_outliving_context);
   }
   wtm_timer_tree_free(timer_tree);
   timer_tree = nullptr;
