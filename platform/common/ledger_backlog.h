@@ -23,7 +23,7 @@ ledger_notices ledger_notices_below(std::string_view followed, std::string_view 
 class ledger_backlog {
  public:
   static constexpr std::size_t max_batches = 256;
-  static constexpr std::size_t max_notices = 8192;
+  static constexpr std::size_t max_notices = 4096;
 
   void push(ledger_notices batch);
   [[nodiscard]] bool empty() const noexcept { return batches_.empty(); }

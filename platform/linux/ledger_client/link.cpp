@@ -12,6 +12,7 @@
 
 #include "platform/common/ledger_messages.h"
 #include "platform/common/root_path.h"
+#include "platform/linux/ledger_client/monotonic.h"
 #include "platform/linux/unix_address.h"
 #include "platform/status.h"
 
@@ -55,6 +56,32 @@ int connect_socket(const std::string& path) noexcept {
   return fd;
 }
 
+// Waits until both ends have introduced themselves; a call would wait for that far longer than it
+// is told to. 0 or a negative errno.
+int finish_start(sd_bus* bus) noexcept {
+  const std::uint64_t end = monotonic_us() + call_timeout_us;
+  for (;;) {
+    int result = sd_bus_process(bus, nullptr);
+    if (result < 0) {
+      return result;
+    }
+    const int ready = sd_bus_is_ready(bus);
+    if (ready != 0) {
+      return ready < 0 ? ready : 0;
+    }
+    const std::uint64_t now = monotonic_us();
+    if (now >= end) {
+      return -ETIMEDOUT;
+    }
+    if (result == 0) {
+      result = sd_bus_wait(bus, end - now);
+    }
+    if (result < 0 && result != -EINTR) {
+      return result;
+    }
+  }
+}
+
 // Takes the socket over. 0 or a negative errno.
 int start_bus(int fd, bus_handle& ret) noexcept {
   sd_bus* made = nullptr;
@@ -68,6 +95,9 @@ int start_bus(int fd, bus_handle& ret) noexcept {
     return result;
   }
   result = sd_bus_start(bus.get());
+  if (result >= 0) {
+    result = finish_start(bus.get());
+  }
   if (result >= 0) {
     ret = std::move(bus);
   }

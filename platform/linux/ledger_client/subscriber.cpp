@@ -2,7 +2,6 @@
 #include "platform/ledger_subscriber.h"
 
 #include <cerrno>
-#include <ctime>
 #include <iterator>
 #include <memory>
 #include <new>
@@ -10,6 +9,7 @@
 
 #include "platform/common/ledger_messages.h"
 #include "platform/linux/ledger_client/link.h"
+#include "platform/linux/ledger_client/monotonic.h"
 #include "platform/status.h"
 
 namespace ot {
@@ -23,13 +23,6 @@ struct ledger_subscription {
 namespace {
 
 constexpr std::uint64_t microseconds_per_ms = 1000;
-
-std::uint64_t now_us() noexcept {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000 +
-         static_cast<std::uint64_t>(now.tv_nsec) / 1000;
-}
 
 // Only gathers: the caller's function may throw, and this is called by C code.
 int on_message(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
@@ -75,7 +68,7 @@ int wait_until(ledger_subscription& subscription, std::uint64_t end) {
     if (status != status_ok || !subscription.arrived.empty()) {
       return status;
     }
-    const std::uint64_t now = end == UINT64_MAX ? 0 : now_us();
+    const std::uint64_t now = end == UINT64_MAX ? 0 : monotonic_us();
     if (now >= end) {
       return status_ok;
     }
@@ -117,8 +110,9 @@ int ledger_subscription_wait(ledger_subscription* subscription, int timeout_ms,
     return ledger_unreachable;
   }
   const std::uint64_t end =
-      timeout_ms < 0 ? UINT64_MAX
-                     : now_us() + static_cast<std::uint64_t>(timeout_ms) * microseconds_per_ms;
+      timeout_ms < 0
+          ? UINT64_MAX
+          : monotonic_us() + static_cast<std::uint64_t>(timeout_ms) * microseconds_per_ms;
   const int status = wait_until(*subscription, end);
   for (const ledger_notice& notice : std::exchange(subscription->arrived, {})) {
     on_notice(notice);

@@ -18,8 +18,9 @@ namespace ot {
 namespace {
 
 constexpr mdb_mode_t file_mode = 0600;
-constexpr std::size_t batch_max = 64;
-constexpr int no_room = ENOSPC;  // our refusal; LMDB's own is MDB_MAP_FULL
+constexpr std::size_t batch_max = 64;             // writes
+constexpr std::size_t map_bytes_a_write = 65536;  // a batch has at most one write for so much map
+constexpr int no_room = ENOSPC;                   // our refusal; LMDB's own is MDB_MAP_FULL
 
 int status_of(int code) noexcept {
   switch (code) {
@@ -252,7 +253,8 @@ int lmdb_store::write(std::span<const ledger_write> writes) {
     }
   }
   gathered_ += writes.size();
-  return !batched() || gathered_ >= batch_max ? flush() : status_ok;
+  const std::size_t most = std::min(batch_max, options_.map_bytes / map_bytes_a_write);
+  return !batched() || gathered_ >= most ? flush() : status_ok;
 }
 
 int lmdb_store::flush() noexcept {

@@ -1,0 +1,161 @@
+// Clients that break the rules of the ledger's socket: each is dropped, and the service goes on.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <vector>
+
+#include "platform/common/ledger_messages.h"
+#include "platform/ledger.h"
+#include "platform/ledger_commit.h"
+#include "platform/linux/ledger_client/link.h"
+#include "platform/status.h"
+#include "tests/contract/linux/ledger_place.h"
+#include "tests/contract/linux/raw_client.h"
+#include "tests/support/ledger_proposals.h"
+#include "tests/support/sample_tree.h"
+
+namespace ot::test {
+namespace {
+
+// Resident kilobytes of this process, the service's thread included.
+long resident_kb() {
+  std::ifstream file{"/proc/self/statm"};
+  long pages = 0;
+  file >> pages >> pages;
+  return pages * (sysconf(_SC_PAGESIZE) / 1024);
+}
+
+class LedgerPeer : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    service_.run([] { ASSERT_EQ(register_sample_tree(), 0); });
+  }
+  // The service answers a client that keeps to the rules.
+  void expect_service() {
+    ledger_link link;
+    ledger_writer request;
+    request.text("/oper/nothing");
+    ledger_reply reply;
+    EXPECT_EQ(link.call(ledger_member::get, request, reply), ledger_no_data);
+  }
+
+  ledger_place place_;
+  threaded_service service_;
+};
+
+TEST_F(LedgerPeer, ASilentConnectionIsEnded) {
+  raw_client silent{place_.socket()};
+  ASSERT_TRUE(silent.ok());
+  EXPECT_FALSE(silent.ended_within(1000));
+  EXPECT_TRUE(silent.ended_within(5000));
+  raw_client greeted{place_.socket()};
+  ASSERT_TRUE(greeted.authenticate());
+  EXPECT_TRUE(greeted.ended_within(5000));
+  expect_service();
+}
+
+TEST_F(LedgerPeer, NonsenseIsEnded) {
+  raw_client client{place_.socket()};
+  client.send("GET / HTTP/1.1\r\nHost: x\r\n\r\n");
+  EXPECT_TRUE(client.ended_within(1500));
+  raw_client later{place_.socket()};
+  ASSERT_TRUE(later.authenticate());
+  later.send(std::string(64, '\xff'));
+  EXPECT_TRUE(later.ended_within(1500));
+  expect_service();
+}
+
+TEST_F(LedgerPeer, AnUnknownMemberEndsTheConnection) {
+  ledger_link link;
+  ledger_reply reply;
+  EXPECT_EQ(link.call("Destroy", {}, reply), ledger_unreachable);
+  expect_service();
+}
+
+TEST_F(LedgerPeer, AMalformedBodyIsAnsweredAndChangesNothing) {
+  ledger_link link;
+  for (const char* member : {ledger_member::bind, ledger_member::get, ledger_member::set,
+                             ledger_member::erase, ledger_member::page, ledger_member::commit,
+                             ledger_member::list, ledger_member::subscribe}) {
+    ledger_writer request;
+    request.u32(0xffffffff);
+    ledger_reply reply;
+    EXPECT_EQ(link.call(member, request, reply), ledger_bad_message) << member;
+  }
+  service_.run([] { EXPECT_TRUE(sample().verified.empty()); });
+}
+
+TEST_F(LedgerPeer, AnEndlessMessageIsEndedEarly) {
+  const long before = resident_kb();
+  raw_client client{place_.socket()};
+  ASSERT_TRUE(client.authenticate());
+  client.send(raw_message_head(100 << 20));
+  const std::string piece(64 << 10, 'x');
+  std::size_t sent = 0;
+  for (std::size_t last = 1; last > 0 && sent < (100U << 20); sent += last) {
+    last = client.send(piece, 2000);
+  }
+  EXPECT_LT(sent, 64U << 20);
+  EXPECT_TRUE(client.ended_within(5000));
+  EXPECT_LT(resident_kb() - before, 32 << 10);
+  expect_service();
+}
+
+TEST_F(LedgerPeer, AMessageThatStopsHalfwayIsEnded) {
+  raw_client client{place_.socket()};
+  ASSERT_TRUE(client.authenticate());
+  client.send(raw_message_head(1000));
+  EXPECT_TRUE(client.ended_within(10'000));
+  expect_service();
+}
+
+TEST_F(LedgerPeer, ConnectionsOverTheCapWaitForAPlace) {
+  // Links that have spoken stay for as long as they like.
+  std::vector<std::unique_ptr<ledger_link>> links;
+  ledger_writer request;
+  request.text("/oper/nothing");
+  for (int i = 0; i < 64; ++i) {
+    links.push_back(std::make_unique<ledger_link>());
+    ledger_reply reply;
+    ASSERT_EQ(links.back()->call(ledger_member::get, request, reply), ledger_no_data) << i;
+  }
+  raw_client waiting{place_.socket()};
+  ASSERT_TRUE(waiting.ok());
+  using namespace std::string_view_literals;
+  waiting.send("\0AUTH EXTERNAL\r\nDATA\r\n"sv);
+  EXPECT_FALSE(waiting.hears_within(500));
+  links.pop_back();
+  EXPECT_TRUE(waiting.hears_within(5000));
+}
+
+TEST_F(LedgerPeer, AClientKilledInTheMiddleOfACommitChangesNothing) {
+  const ledger_proposal change = set_number("/cfg/gl/sample/thing/x/a", 1);
+  ledger_writer body;
+  ledger_put_proposals(body, {&change, 1});
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    raw_client client{place_.socket()};
+    client.authenticate();
+    client.send(raw_message_head(4 + static_cast<std::uint32_t>(body.data().size())));
+    client.send({reinterpret_cast<const char*>(body.data().data()), body.data().size() / 2});
+    kill(getpid(), SIGKILL);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFSIGNALED(status));
+  expect_service();  // served after the dead client's bytes
+  service_.run([] {
+    EXPECT_TRUE(sample().verified.empty());
+    EXPECT_TRUE(sample().applied.empty());
+    ledger_value value;
+    EXPECT_EQ(ledger_item_get(ledger_get_default_conn(), "cfg/gl/sample/thing/x/a", &value),
+              ledger_no_data);
+  });
+}
+
+}  // namespace
+}  // namespace ot::test

@@ -1,0 +1,271 @@
+// The ledger's service as a process among others: a second instance, users without rights, clients
+// before, during and after its life.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <optional>
+#include <stdexcept>
+
+#include "platform/ledger.h"
+#include "platform/ledger_commit.h"
+#include "platform/linux/ledger_server.h"
+#include "platform/process.h"
+#include "platform/status.h"
+#include "tests/contract/linux/ledger_place.h"
+#include "tests/support/ledger_proposals.h"
+#include "tests/support/sample_tree.h"
+
+namespace ot::test {
+namespace {
+
+using ::testing::HasSubstr;
+
+constexpr uid_t nobody = 65534;
+constexpr const char* item = "/cfg/gl/sample/thing/x/a";
+
+int commit(const ledger_proposal& change) {
+  return ledger_commit(ledger_get_default_conn(), {&change, 1}, nullptr);
+}
+
+// Runs `work` in a child and returns its exit status; the child's own failures show as 99.
+int in_child(const std::function<int()>& work) {
+  const pid_t child = fork();
+  if (child == 0) {
+    _exit(work());
+  }
+  int status = 0;
+  return child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status)
+                                                                               : 99;
+}
+
+// An instance in a process of its own, killed at the end.
+class other_instance {
+ public:
+  other_instance() {
+    int ready[2] = {-1, -1};
+    if (pipe(ready) != 0) {
+      throw std::runtime_error{"no pipe"};
+    }
+    child_ = fork();
+    if (child_ == 0) {
+      const direct_service service;
+      const bool told = write(ready[1], "r", 1) == 1;
+      pause();
+      _exit(told ? 0 : 1);
+    }
+    close(ready[1]);
+    char byte = 0;
+    running_ = read(ready[0], &byte, 1) == 1;
+    close(ready[0]);
+  }
+  ~other_instance() {
+    kill(child_, SIGKILL);
+    waitpid(child_, nullptr, 0);
+  }
+  other_instance(const other_instance&) = delete;
+  other_instance& operator=(const other_instance&) = delete;
+
+  [[nodiscard]] pid_t process() const noexcept { return child_; }
+  [[nodiscard]] bool running() const noexcept { return running_; }
+
+ private:
+  pid_t child_ = -1;
+  bool running_ = false;
+};
+
+TEST(LedgerService, ASecondInstanceIsRefusedWithTheFirstOnesName) {
+  const ledger_place place;
+  {
+    const other_instance first;
+    ASSERT_TRUE(first.running());
+    evm* manager = nullptr;
+    ASSERT_EQ(evm_create(&manager), 0);
+    char error[512] = {};
+    EXPECT_EQ(ledger_server_open(manager, error, sizeof error), ledger_not_available);
+    EXPECT_THAT(error, HasSubstr("process " + std::to_string(first.process()) + " holds"));
+    EXPECT_THAT(error, HasSubstr(place.path() + "/run/object_tracking/ledger.lock"));
+    evm_destroy(manager);
+  }
+  const direct_service after;  // what a killed instance leaves behind is no obstacle
+}
+
+TEST(LedgerService, AnUnusableRootIsNamed) {
+  const ledger_place place;
+  std::ofstream{place.path() + "/run"} << "a file where a directory belongs";
+  evm* manager = nullptr;
+  ASSERT_EQ(evm_create(&manager), 0);
+  char error[512] = {};
+  EXPECT_NE(ledger_server_open(manager, error, sizeof error), 0);
+  EXPECT_THAT(error, HasSubstr(place.path() + "/run"));
+  evm_destroy(manager);
+}
+
+TEST(LedgerService, ModesKeepOthersOut) {
+  const ledger_place place;
+  const direct_service service;
+  const auto mode = [&place](const char* path) {
+    struct stat state {};
+    EXPECT_EQ(stat((place.path() + path).c_str(), &state), 0) << path;
+    return state.st_mode & 0777U;
+  };
+  EXPECT_EQ(mode("/run/object_tracking"), 0750U);
+  EXPECT_EQ(mode("/var/lib/object_tracking"), 0700U);
+  EXPECT_EQ(mode("/run/object_tracking/ledger.sock"), 0660U);
+  EXPECT_EQ(mode("/var/lib/object_tracking/configuration.mdb"), 0600U);
+  EXPECT_EQ(mode("/run/object_tracking/operational.mdb"), 0600U);
+}
+
+class LedgerRights : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (getuid() != 0) {
+      GTEST_SKIP() << "only root can become another user";
+    }
+    chmod(place_.path().c_str(), 0755);
+    service_.emplace();
+    service_->run([] { ASSERT_EQ(register_sample_tree(), 0); });
+  }
+  static int as_nobody(const std::function<int()>& work) {
+    return in_child([&work] { return setgid(nobody) == 0 && setuid(nobody) == 0 ? work() : 98; });
+  }
+  ledger_place place_;
+  std::optional<threaded_service> service_;
+};
+
+TEST_F(LedgerRights, StrangersDoNotEvenConnect) {
+  EXPECT_EQ(as_nobody([] {
+              ledger_conn* conn = nullptr;
+              return ledger_bind("/oper/", &conn) == ledger_denied ? 0 : 1;
+            }),
+            0);
+}
+
+TEST_F(LedgerRights, AStrangerWhoConnectsMayNothing) {
+  chmod((place_.path() + "/run/object_tracking").c_str(), 0755);
+  chmod(place_.socket().c_str(), 0666);
+  EXPECT_EQ(as_nobody([] {
+              ledger_value value;
+              const ledger_proposal change = set_number(item, 1);
+              ledger_conn* conn = nullptr;
+              const bool denied = ledger_bind("/", &conn) == ledger_denied &&
+                                  ledger_commit(nullptr, {&change, 1}, nullptr) == ledger_denied;
+              return denied ? 0 : 1;
+            }),
+            0);
+  service_->run([] { EXPECT_TRUE(sample().verified.empty()); });
+}
+
+TEST(LedgerClient, WithoutAServiceItIsUnreachable) {
+  const ledger_place place;
+  ledger_conn* conn = nullptr;
+  EXPECT_EQ(ledger_bind("/oper/", &conn), ledger_unreachable);
+  EXPECT_EQ(conn, nullptr);
+}
+
+TEST(LedgerClient, TheNextCallFindsARestartedService) {
+  const ledger_place place;
+  std::optional<threaded_service> service{std::in_place};
+  ledger_conn* conn = nullptr;
+  ASSERT_EQ(ledger_bind("/oper/", &conn), 0);
+  ASSERT_EQ(ledger_item_set(conn, "x", ledger_kind::u32, bytes_of_numbers({4})), 0);
+  service.reset();
+  ledger_value value;
+  EXPECT_EQ(ledger_item_get(conn, "x", &value), ledger_unreachable);
+  service.emplace();
+  ASSERT_EQ(ledger_item_get(conn, "x", &value), 0);
+  EXPECT_EQ(value.as_u32(), 4U);
+  ledger_unbind(conn);
+}
+
+TEST(LedgerClient, AChildHasAConversationOfItsOwn) {
+  const ledger_place place;
+  threaded_service service;
+  ledger_conn* conn = nullptr;
+  ASSERT_EQ(ledger_bind("/oper/", &conn), 0);
+  const auto number = bytes_of_numbers({4});
+  EXPECT_EQ(in_child([&] { return ledger_item_set(conn, "x", ledger_kind::u32, number); }), 0);
+  ledger_value value;
+  ASSERT_EQ(ledger_item_get(conn, "x", &value), 0);
+  EXPECT_EQ(value.as_u32(), 4U);
+  ledger_unbind(conn);
+}
+
+TEST(LedgerClient, AChildOfTheServiceDoesNotTouchItsStores) {
+  const ledger_place place;
+  const direct_service service;  // does not answer: its loop does not run
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(in_child([] {
+              ledger_conn* conn = nullptr;
+              return ledger_bind("/oper/", &conn) == ledger_unreachable ? 0 : 1;
+            }),
+            0);
+  // The wait for a service that hangs is bounded.
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds{20});
+}
+
+TEST(LedgerClient, TheLibraryFileIsLookedForBelowThePackageRoot) {
+  const ledger_place place;
+  setenv("OT_PKG_ROOT", place.path().c_str(), 1);
+  EXPECT_FALSE(ledger_library_readable());
+  std::filesystem::create_directories(place.path() + "/pkg/lib");
+  std::ofstream{place.path() + "/pkg/lib/libledger.so"} << "x";
+  EXPECT_TRUE(ledger_library_readable());
+  unsetenv("OT_PKG_ROOT");
+}
+
+TEST(LedgerService, ACommitSurvivesTheKillOfTheService) {
+  const ledger_place place;
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    const direct_service service;
+    if (register_sample_tree() == 0 && commit(set_number(item, 7)) == 0) {
+      kill(getpid(), SIGKILL);
+    }
+    _exit(1);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFSIGNALED(status));
+  const direct_service again;
+  ledger_value value;
+  ASSERT_EQ(ledger_item_get(ledger_get_default_conn(), item + 1, &value), 0);
+  EXPECT_EQ(value.as_u32(), 7U);
+}
+
+TEST(LedgerService, AFullLedgerRefusesNewItemsInWords) {
+  const ledger_place place;
+  setenv("OT_LEDGER_MAP_KB", "256", 1);
+  const direct_service service;
+  unsetenv("OT_LEDGER_MAP_KB");
+  ASSERT_EQ(register_sample_tree(), 0);
+  std::vector<ledger_refusal> refusals;
+  int status = 0;
+  int count = 0;
+  const auto path = [](int index) {
+    return "/cfg/gl/sample/thing/" + std::string(200, 'x') + std::to_string(index) + "/a";
+  };
+  while (status == 0 && count < 10'000) {
+    std::vector<ledger_proposal> changes;
+    for (int i = 0; i < 20; ++i) {
+      changes.push_back(set_number(path(count + i), 1));
+    }
+    status = ledger_commit(ledger_get_default_conn(), changes, &refusals);
+    count += status == 0 ? 20 : 0;
+  }
+  ASSERT_EQ(status, ledger_full);
+  ASSERT_FALSE(refusals.empty());
+  EXPECT_THAT(refusals[0].text, HasSubstr("new items are no longer taken, deletes are"));
+  EXPECT_EQ(commit(remove_item(path(0))), 0);
+}
+
+}  // namespace
+}  // namespace ot::test

@@ -1,0 +1,174 @@
+// The store in a file: what survives what, and what happens when it is full.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <functional>
+#include <optional>
+
+#include "platform/linux/ledger_server/lmdb_store.h"
+#include "platform/status.h"
+#include "tests/contract/linux/ledger_place.h"
+#include "tests/support/ledger_proposals.h"
+
+namespace ot::test {
+namespace {
+
+using ::testing::ElementsAre;
+
+class LedgerStore : public ::testing::Test {
+ protected:
+  void open(lmdb_durability durability, const std::string& stamp = {},
+            std::size_t kilobytes = 1024) {
+    store_.emplace();
+    ASSERT_EQ(store_->open({.path = place_.path() + "/store.mdb",
+                            .map_bytes = kilobytes * 1024,
+                            .durability = durability,
+                            .stamp = stamp}),
+              0);
+  }
+  int put(const std::string& path, std::uint32_t number) {
+    const auto bytes = bytes_of_numbers({number});
+    const ledger_write write{.path = path, .value = bytes};
+    return store_->write({&write, 1});
+  }
+  int remove(const std::string& path) {
+    const ledger_write write{.path = path, .remove = true};
+    return store_->write({&write, 1});
+  }
+  std::uint32_t number_at(const std::string& path) {
+    ledger_value value;
+    return store_->get(path, value) == 0 ? value.as_u32() : 0;
+  }
+  std::vector<std::string> in_order() {
+    std::vector<ledger_stored> items;
+    EXPECT_EQ(store_->page_in_order(0, 1000, items), 0);
+    std::vector<std::string> paths;
+    for (const ledger_stored& item : items) {
+      paths.push_back(item.path);
+    }
+    return paths;
+  }
+  // Runs `work` in a process of its own, which is killed when it has ended.
+  static void run_and_kill(const std::function<void()>& work) {
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      work();
+      kill(getpid(), SIGKILL);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFSIGNALED(status));
+  }
+
+  ledger_place place_;
+  std::optional<lmdb_store> store_;
+};
+
+TEST_F(LedgerStore, AWriteIsAllOrNothing) {
+  open(lmdb_durability::synced);
+  const auto one = bytes_of_numbers({1});
+  const ledger_write writes[] = {{.path = "/cfg/a", .value = one},
+                                 {.path = "/cfg/b", .remove = true}};
+  EXPECT_EQ(store_->write(writes), ledger_no_data);
+  EXPECT_EQ(number_at("/cfg/a"), 0U);
+  EXPECT_TRUE(in_order().empty());
+}
+
+TEST_F(LedgerStore, OrderIsThatOfCreation) {
+  open(lmdb_durability::synced);
+  for (const char* path : {"/cfg/c", "/cfg/a", "/cfg/b"}) {
+    ASSERT_EQ(put(path, 1), 0);
+  }
+  ASSERT_EQ(put("/cfg/c", 2), 0);
+  ASSERT_EQ(remove("/cfg/a"), 0);
+  ASSERT_EQ(put("/cfg/a", 3), 0);
+  open(lmdb_durability::synced);
+  EXPECT_THAT(in_order(), ElementsAre("/cfg/c", "/cfg/b", "/cfg/a"));
+}
+
+TEST_F(LedgerStore, AStoredWriteSurvivesAKill) {
+  run_and_kill([this] {
+    open(lmdb_durability::synced);
+    put("/cfg/a", 7);
+  });
+  open(lmdb_durability::synced);
+  EXPECT_EQ(number_at("/cfg/a"), 7U);
+}
+
+TEST_F(LedgerStore, AFlushedBatchSurvivesAKill) {
+  run_and_kill([this] {
+    open(lmdb_durability::batched, "boot");
+    put("/oper/a", 7);
+    store_->flush();
+    put("/oper/b", 8);
+  });
+  open(lmdb_durability::batched, "boot");
+  EXPECT_EQ(number_at("/oper/a"), 7U);
+  EXPECT_EQ(number_at("/oper/b"), 0U);
+  ASSERT_EQ(put("/oper/b", 9), 0);
+}
+
+TEST_F(LedgerStore, ABatchIsReadBeforeItIsFlushed) {
+  open(lmdb_durability::batched);
+  ASSERT_EQ(put("/oper/a", 7), 0);
+  EXPECT_EQ(number_at("/oper/a"), 7U);
+  EXPECT_EQ(remove("/oper/nothing"), ledger_no_data);
+  EXPECT_EQ(number_at("/oper/a"), 7U);  // a refusal spares the batch
+  ASSERT_EQ(remove("/oper/a"), 0);
+  EXPECT_EQ(number_at("/oper/a"), 0U);
+}
+
+TEST_F(LedgerStore, AnotherStampDropsTheItems) {
+  open(lmdb_durability::batched, "first boot");
+  ASSERT_EQ(put("/oper/a", 7), 0);
+  open(lmdb_durability::batched, "first boot");
+  EXPECT_EQ(number_at("/oper/a"), 7U);
+  open(lmdb_durability::batched, "second boot");
+  EXPECT_EQ(number_at("/oper/a"), 0U);
+}
+
+// Fills the store until it takes no more, and returns how many items it took.
+class FullLedgerStore : public LedgerStore, public ::testing::WithParamInterface<lmdb_durability> {
+ protected:
+  std::string path(int index) const {
+    return "/cfg/item/" + std::string(100, 'x') + std::to_string(index);
+  }
+  int fill() {
+    int count = 0;
+    int status = 0;
+    while (status == 0 && count < 100'000) {
+      status = put(path(count), 1);
+      count += status == 0 ? 1 : 0;
+    }
+    EXPECT_EQ(status, ledger_full);
+    return count;
+  }
+};
+
+TEST_P(FullLedgerStore, RefusesNewItemsAndStillSetsAndDeletes) {
+  open(GetParam(), {}, 256);
+  const int count = fill();
+  ASSERT_GT(count, 100);
+  EXPECT_EQ(store_->flush(), 0);
+  EXPECT_FALSE(store_->takes_new_items());
+  for (int i = 0; i < count; ++i) {
+    ASSERT_EQ(put(path(i), 2), 0) << i;
+  }
+  EXPECT_EQ(put(path(count), 1), ledger_full);
+  for (int i = 0; i < count; ++i) {
+    ASSERT_EQ(remove(path(i)), 0) << i;
+  }
+  EXPECT_EQ(store_->flush(), 0);
+  EXPECT_TRUE(store_->takes_new_items());
+  EXPECT_EQ(fill(), count);
+}
+
+INSTANTIATE_TEST_SUITE_P(Durabilities, FullLedgerStore,
+                         ::testing::Values(lmdb_durability::synced, lmdb_durability::batched));
+
+}  // namespace
+}  // namespace ot::test
