@@ -74,6 +74,15 @@ constexpr std::array start_steps = {
                [](const start_context&) { return ot_configuration_replay(); }},
 };
 
+// A running delay would wait for its expiry, which does not come any more.
+void stop_delays() noexcept {
+  for (auto* track = hash_db_first_data<ot_track>(tracks_table); track != nullptr;
+       track = hash_db_next_data<ot_track>(tracks_table)) {
+    stop_ot_timer(track->delay_timer);
+    stop_ot_timer(track->poll_timer);
+  }
+}
+
 }  // namespace
 
 int ot_start(evm* manager, std::uint32_t start_count) {
@@ -93,6 +102,7 @@ int ot_start(evm* manager, std::uint32_t start_count) {
 
 void ot_stop() noexcept {
   ot_ifm_close();
+  stop_delays();
   drop_all_tracks();
   drop_all_interfaces();
   ot_notifications_drop();
