@@ -1,8 +1,8 @@
 // Short ways to write down a commit's changes and a value's bytes.
 #pragma once
 
-#include <cstring>
 #include <initializer_list>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -18,9 +18,8 @@ inline std::vector<std::byte> bytes_of(std::string_view text) {
 }
 
 inline std::vector<std::byte> bytes_of_numbers(std::initializer_list<std::uint32_t> numbers) {
-  std::vector<std::byte> bytes(numbers.size() * sizeof(std::uint32_t));
-  std::memcpy(bytes.data(), std::data(numbers), bytes.size());
-  return bytes;
+  const auto bytes = std::as_bytes(std::span{numbers.begin(), numbers.size()});
+  return {bytes.begin(), bytes.end()};
 }
 
 inline ledger_proposal set_number(std::string path, std::uint32_t number) {
