@@ -14,11 +14,11 @@ from waiting import wait_until
 
 
 class Service:
-    def __init__(self, build, output=Terminal):
+    def __init__(self, build, output=Terminal, folder=None):
         self.build = build
         self._output = output
         # Short, since socket paths below it are limited to 107 bytes.
-        self.root = tempfile.mkdtemp(prefix="ot-")
+        self.root = tempfile.mkdtemp(prefix="ot-", dir=folder)
         self.log = os.path.join(self.root, "log")
         self.daemon = None
         self._followers = []
