@@ -12,7 +12,7 @@
 
 namespace ot {
 
-inline constexpr std::size_t ledger_page_bytes_max = 1000 * 1000;  // names and values of a page
+inline constexpr std::size_t ledger_page_bytes_max = 1'000'000;  // names and values of a page
 
 class ledger_providers {
  public:

@@ -26,8 +26,8 @@ namespace ot {
 namespace {
 
 constexpr std::size_t peers_max = 64;
-constexpr std::size_t configuration_kb = 16 * 1024;
-constexpr std::size_t operational_kb = 4 * 1024;
+constexpr std::size_t configuration_kb = 16'384;
+constexpr std::size_t operational_kb = 4'096;
 constexpr std::size_t map_kb_least = 128;
 
 constexpr errmsg_record ledger_log{"OT", "SERVICES", "LEDGER", "%s", 4, 1, {0, 0, 0}, nullptr};
