@@ -63,6 +63,8 @@ int ledger_peer::start(sd_event* event, int socket) noexcept {
 int ledger_peer::on_io(sd_event_source* /*source*/, int fd, std::uint32_t /*events*/,
                        void* userdata) noexcept {
   auto& self = *static_cast<ledger_peer*>(userdata);
+  // The bus itself takes messages of up to 128 MB. Counting what is there before each turn ends a
+  // message that is too large while it comes in; a sender faster than the turn is ended after it.
   int waiting = 0;
   if (ioctl(fd, FIONREAD, &waiting) == 0 && waiting > 0) {
     self.unfinished_ += static_cast<std::size_t>(waiting);

@@ -89,6 +89,9 @@ TEST_F(LedgerPeer, AMalformedBodyIsAnsweredAndChangesNothing) {
 }
 
 TEST_F(LedgerPeer, AnEndlessMessageIsEndedEarly) {
+#ifdef __SANITIZE_ADDRESS__
+  GTEST_SKIP() << "the sanitizer keeps freed memory and copies a growing buffer with every piece";
+#endif
   const long before = resident_kb();
   raw_client client{place_.socket()};
   ASSERT_TRUE(client.authenticate());
