@@ -11,6 +11,7 @@
 #include "lists/threshold_list.h"
 #include "platform/status.h"
 #include "sources/interface/interface_config.h"
+#include "sources/route/route_config.h"
 
 namespace ot {
 namespace {
@@ -100,8 +101,9 @@ const std::array<ledger_registration, 13> configuration_handlers = {{
      object_tracking_type_interface_apply},
     {"track/*/type/route/#/a", number_item, object_tracking_type_verify, ledger_nothing_to_apply},
     {"track/*/type/route/#/info/ip_address", tuple_item, object_tracking_verify_ip_mask_and_type,
-     nullptr},
-    {"track/*/type/route/#/info/vrf", text_item, object_tracking_default_verify, nullptr},
+     object_tracking_type_route_ip_apply},
+    {"track/*/type/route/#/info/vrf", text_item, object_tracking_default_verify,
+     object_tracking_type_route_vrf_apply},
     {"track/*/type/prb/#/op_id", number_item, nullptr, nullptr},
     {"track/*/type/bfdprb/#/rate/#/debounce_count/#/Interface/*/destaddress", tuple_item, nullptr,
      nullptr},

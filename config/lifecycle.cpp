@@ -12,6 +12,7 @@
 #include "lists/threshold_list.h"
 #include "platform/status.h"
 #include "sources/interface/interface_track.h"
+#include "sources/route/route_track.h"
 #include "state/ledger_state.h"
 
 namespace ot {
@@ -35,6 +36,10 @@ void trace_interface_failure(const char* error) {
   OT_TRACE_ERROR("(%s) :delete_track_from_interface_entry failed - %s", delete_name, error);
 }
 
+void trace_route_failure(const char* error) {
+  OT_TRACE_ERROR("(%s) : delete_track_from_route_entry failed - %s", delete_name, error);
+}
+
 void trace_boolean_failure(const char* error) {
   OT_TRACE_ERROR("(%s) : object_tracking_delete_track_bool_objects failed - %s", delete_name,
                  error);
@@ -44,6 +49,9 @@ void trace_threshold_failure(const char* error) {
   OT_TRACE_ERROR("(%s) : Delete object from track: failed - %s", delete_name, error);
 }
 
+int detach_route(ot_track& track) {
+  return delete_track_from_route_entry(track.name.c_str());
+}
 int detach_boolean(ot_track& track) {
   return object_tracking_delete_track_bool_objects(&track);
 }
@@ -51,8 +59,9 @@ int detach_threshold(ot_track& track) {
   return ot_thld_del_track_objects(&track);
 }
 
-constexpr std::array<teardown_row, 5> teardowns = {{
+constexpr std::array<teardown_row, 6> teardowns = {{
     {track_type::interface, detach_interface, trace_interface_failure},
+    {track_type::route, detach_route, trace_route_failure},
     {track_type::boolean_and, detach_boolean, trace_boolean_failure},
     {track_type::boolean_or, detach_boolean, trace_boolean_failure},
     {track_type::threshold_weight, detach_threshold, trace_threshold_failure},

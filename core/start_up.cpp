@@ -19,6 +19,10 @@
 #include "platform/status.h"
 #include "sources/interface/ifm_client.h"
 #include "sources/interface/interface_table.h"
+#include "sources/route/fib_connection.h"
+#include "sources/route/pending_routes.h"
+#include "sources/route/route_table.h"
+#include "sources/route/vrf_connection.h"
 #include "state/ledger_state.h"
 #include "state/timers.h"
 
@@ -50,6 +54,7 @@ constexpr std::array start_steps = {
     start_step{"trace flags", [](const start_context& c) { return ot_debug_init(c.manager); }},
     start_step{"track table", [](const start_context&) { return tracks_table_create(); }},
     start_step{"interface table", [](const start_context&) { return interfaces_table_create(); }},
+    start_step{"route table", [](const start_context&) { return ipv4_route_table_create(); }},
     start_step{"timers", [](const start_context& c) { return ot_timers_init(c.manager); }},
     start_step{"process timers", [](const start_context&) { return ot_process_timers_create(); }},
     start_step{"published states", [](const start_context&) { return ot_ha_ledger_bind(); }},
@@ -63,6 +68,8 @@ constexpr std::array start_steps = {
                  return status_ok;
                }},
     start_step{"interface manager", open_interface_manager},
+    start_step{"VRF service", [](const start_context& c) { return ot_vmap_init(c.manager); }},
+    start_step{"FIB", [](const start_context& c) { return ot_fec_init(c.manager); }},
     start_step{"restart flag",
                [](const start_context& c) {
                  ot_set_restart(c.start_count);
@@ -103,8 +110,12 @@ int ot_start(evm* manager, std::uint32_t start_count) {
 void ot_stop() noexcept {
   ot_ifm_close();
   stop_delays();
+  ot_fec_close();
+  ot_vmap_stop();
   drop_all_tracks();
   drop_all_interfaces();
+  drop_all_routes();
+  drop_pending_routes();
   ot_notifications_drop();
   forget_tracking_interfaces();
   ot_ledger_oper_unbind();

@@ -11,4 +11,7 @@ bool ipv4_mask_is_contiguous(std::uint32_t mask) noexcept;
 // The number of one bits of the mask, 0 to 32.
 std::uint32_t ipv4_mask2prefixlen(std::uint32_t mask) noexcept;
 
+// The mask of `length` leading one bits; lengths over 32 count as 32.
+std::uint32_t ipv4_prefixlen2mask(std::uint32_t length) noexcept;
+
 }  // namespace ot

@@ -17,4 +17,8 @@ std::uint32_t ipv4_mask2prefixlen(std::uint32_t mask) noexcept {
   return static_cast<std::uint32_t>(std::popcount(mask));
 }
 
+std::uint32_t ipv4_prefixlen2mask(std::uint32_t length) noexcept {
+  return length == 0 ? 0 : htonl(~std::uint32_t{0} << (length < 32 ? 32 - length : 0));
+}
+
 }  // namespace ot
