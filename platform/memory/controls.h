@@ -71,6 +71,30 @@ void active(std::string_view name);
 void interface_manager_gone();
 void interface_manager_back();
 
+// --- Routes and VRFs -----------------------------------------------------------------------------
+
+inline constexpr std::uint32_t main_table = 254;
+
+// Addresses as dotted text. Adding a route that is there replaces it.
+void route_added(const char* address, std::uint32_t length, std::string_view first_hop,
+                 std::uint32_t table = main_table);
+void route_removed(const char* address, std::uint32_t length, std::uint32_t table = main_table);
+
+// The FIB's connection is lost, with what was registered over it, and comes back.
+void fib_gone();
+void fib_back();
+std::size_t fib_registrations();
+
+// A VRF is created, or gets another id or table; it goes, with and without telling anybody.
+void vrf_added(std::string_view name, std::uint32_t id, std::uint32_t table);
+void vrf_removed(std::string_view name);
+void vrf_removed_silently(std::string_view name);
+
+// The VRF service ends and starts again.
+void vrf_service_gone();
+void vrf_service_back();
+std::size_t vrf_registrations();
+
 // --- What the service said -----------------------------------------------------------------------
 
 // System messages, "OT-SERVICES-6-TRACK_INFO: ...", and trace lines since the last take.

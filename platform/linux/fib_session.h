@@ -1,0 +1,77 @@
+// One client of the kernel's routing tables: what it registered, what it was last told, and the
+// sockets. Main thread.
+#pragma once
+
+#include <systemd/sd-event.h>
+
+#include <cstdint>
+#include <map>
+#include <vector>
+
+#include "platform/fib_client.h"
+#include "platform/linux/netlink_socket.h"
+#include "platform/linux/route_lookup.h"
+#include "platform/linux/route_record.h"
+
+namespace ot {
+
+// A registered prefix; the address in network byte order.
+struct fib_prefix {
+  std::uint32_t table = 0;
+  std::uint32_t address = 0;
+  std::uint32_t length = 0;
+
+  friend auto operator<=>(const fib_prefix&, const fib_prefix&) = default;
+};
+
+class fib_session {
+ public:
+  fib_session(evm* manager, const rtclient_callbacks& callbacks) noexcept
+      : manager_(manager), callbacks_(callbacks) {}
+  ~fib_session();
+  fib_session(const fib_session&) = delete;
+  fib_session& operator=(const fib_session&) = delete;
+
+  // Connects in the background. 0 or a status code.
+  int start() noexcept;
+
+  int find(std::uint32_t address, std::uint32_t table, rtclient_result* ret) noexcept;
+  // 0, fib_already_registered, 12.
+  int add(const fib_prefix& prefix) noexcept;
+  // 0 or 2.
+  int remove(const fib_prefix& prefix) noexcept;
+
+ private:
+  // What was last told of a prefix.
+  struct last_told {
+    rtclient_result result;
+    bool told = false;
+  };
+
+  static int on_readable(sd_event_source* source, int fd, std::uint32_t events, void* self);
+  static int on_settled(sd_event_source* source, std::uint64_t usec, void* self);
+  static int on_audit(sd_event_source* source, std::uint64_t usec, void* self);
+  static int on_connect(sd_event_source* source, std::uint64_t usec, void* self);
+  static void on_event(void* self, const nlmsghdr& message);
+
+  int connect() noexcept;
+  void disconnect();
+  void schedule_audit() noexcept;
+  void look_again(bool all);
+  void tell_change(const fib_prefix& prefix);
+
+  evm* manager_;
+  rtclient_callbacks callbacks_;
+  netlink_socket events_;
+  route_lookup lookup_;
+  sd_event_source* readable_ = nullptr;
+  sd_event_source* settled_ = nullptr;  // a burst is over
+  sd_event_source* audit_ = nullptr;
+  sd_event_source* reconnect_ = nullptr;
+  std::map<fib_prefix, last_told> prefixes_;
+  std::vector<route_record> changed_;  // routes of the events read and not looked at yet
+  bool everything_changed_ = false;
+  bool burst_ = false;
+};
+
+}  // namespace ot

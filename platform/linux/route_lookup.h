@@ -1,0 +1,28 @@
+// Longest-match look-ups in the kernel's IPv4 routing tables.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/fib_client.h"
+#include "platform/linux/netlink_socket.h"
+
+namespace ot {
+
+class route_lookup {
+ public:
+  // Opens the request socket. 0 or an errno value.
+  int open() noexcept;
+
+  // The longest match of `address` (network byte order) in `table`; `vrf` is the table's VRF
+  // device, 0 for the default VRF. A route whose next hops are all dead, or that refuses packets,
+  // is none. 0 or an errno value.
+  int find(std::uint32_t address, std::uint32_t table, std::uint32_t vrf,
+           rtclient_result* ret) noexcept;
+
+ private:
+  int find_in_dump(std::uint32_t address, std::uint32_t table, rtclient_result* ret) noexcept;
+
+  netlink_socket requests_;
+};
+
+}  // namespace ot
