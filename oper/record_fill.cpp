@@ -8,6 +8,9 @@
 #include "core/debug.h"
 #include "oper/tracking_interfaces.h"
 #include "platform/status.h"
+#include "sources/interface/in_addr_text.h"
+#include "sources/route/fib_connection.h"
+#include "sources/route/vrf_connection.h"
 #include "state/timers.h"
 
 namespace ot {
@@ -19,11 +22,27 @@ void fill_interface(const ot_track& track, track_type_info& info) noexcept {
   info.InterfaceTracks.InterfaceName.assign(track.object.interface.name.view());
 }
 
+// The egress interface, for a route that is reachable.
+void fill_next_hop(const route_object& route, route_track_info__& info) noexcept {
+  fib_result result;
+  const std::uint32_t vrf_id = ot_vmap_vrf_name_2_vrf_id(route.vrf.c_str());
+  const int status = ot_fec_lookup(route.prefix, vrf_id, result.out());
+  if (status != status_ok) {
+    OT_TRACE_ERROR("(%s) : ot_fec_lookup for ip %s vrf %s failed - %s", "ot_fill_track_info",
+                   in_addr_s(route.prefix), route.vrf.c_str(), err_string(status));
+  } else if (result.get() != nullptr) {
+    info.NextHop.assign(result.get()->first_hop.view());
+  }
+}
+
 void fill_route(const ot_track& track, track_type_info& info) noexcept {
   const route_object& route = track.object.route;
   info.RouteTracks.Prefix = route.prefix;
   info.RouteTracks.PrefixLength = route.mask;  // readers take it as the mask it is
   info.RouteTracks.VRF.assign(route.vrf.view());
+  if (track.source_state == track_state::up) {
+    fill_next_hop(route, info.RouteTracks);
+  }
 }
 
 void fill_probe(const ot_track& track, track_type_info& info) noexcept {
