@@ -1,0 +1,186 @@
+"""Route tracks in the default VRF, on the routes of a real kernel."""
+
+import re
+
+import pytest
+
+ROUTE = "192.0.2.0/24"
+GATEWAY = "10.0.0.2"
+TIME = re.compile(r"last change \d\d:\d\d:\d\d \S+ \w{3} \w{3} \d\d \d{4}\n")
+
+
+@pytest.fixture
+def routed(service):
+    """A track `r` that is up: its route leaves through the interface `up0`."""
+    service.net.link("up0")
+    service.net.ip("address add 10.0.0.1/24 dev up0")
+    service.net.ip(f"route add {ROUTE} via {GATEWAY}")
+    service.ctl("set", "r", "route", ROUTE)
+    service.wait_state("r", "up")
+    return service
+
+
+def settled(service, gateway=GATEWAY):
+    """Returns once the service has seen everything the kernel did before."""
+    service.ctl("set", "canary", "route", "198.51.100.0/24")
+    service.net.ip(f"route add 198.51.100.0/24 via {gateway}")
+    service.wait_state("canary", "up")
+    service.net.ip("route del 198.51.100.0/24")
+    service.wait_state("canary", "down")
+
+
+def test_follows_a_route_that_is_deleted_and_added(routed):
+    events = routed.follow(tracks=["r"])
+    routed.net.ip(f"route del {ROUTE}")
+    events.expect(("r", "down"))
+    routed.net.ip(f"route add {ROUTE} via {GATEWAY}")
+    events.expect(("r", "up"))
+
+
+def test_a_replaced_route_stays_up_without_an_event(routed):
+    events = routed.follow(tracks=["r"])
+    routed.net.ip(f"route replace {ROUTE} via 10.0.0.3")
+    settled(routed)
+    routed.net.ip(f"route del {ROUTE}")
+    events.expect(("r", "down"))
+
+
+def test_a_covering_route_is_not_the_route(routed):
+    routed.net.ip(f"route add default via {GATEWAY}")
+    routed.net.ip(f"route del {ROUTE}")
+    routed.wait_state("r", "down")
+    routed.net.ip(f"route add 192.0.0.0/16 via {GATEWAY}")
+    settled(routed)
+    assert routed.state("r") == "down"
+
+
+def test_a_more_specific_route_hides_the_route(routed):
+    routed.net.ip("route add 192.0.2.0/25 via 10.0.0.3")
+    routed.wait_state("r", "down")
+    routed.net.ip("route del 192.0.2.0/25")
+    routed.wait_state("r", "up")
+
+
+# The kernel announces the end of the route in none of these.
+@pytest.mark.parametrize("command", [
+    "link set up0 down",
+    "link set up0-p down",
+    "address del 10.0.0.1/24 dev up0",
+    "link del up0",
+])
+def test_the_end_of_a_route_is_seen_without_an_announcement(routed, command):
+    events = routed.follow(tracks=["r"])
+    routed.net.ip(command)
+    events.expect(("r", "down"))
+
+
+def test_a_route_comes_back_with_its_carrier(routed):
+    routed.net.carrier("up0", on=False)
+    routed.wait_state("r", "down")
+    routed.net.carrier("up0", on=True)
+    routed.wait_state("r", "up")
+
+
+def test_the_end_of_a_next_hop_object(service):
+    service.net.link("up0")
+    service.net.ip("address add 10.0.0.1/24 dev up0")
+    service.net.ip(f"nexthop add id 7 via {GATEWAY} dev up0")
+    service.net.ip(f"route add {ROUTE} nhid 7")
+    service.ctl("set", "r", "route", ROUTE)
+    service.wait_state("r", "up")
+    service.net.ip("nexthop del id 7")
+    service.wait_state("r", "down")
+
+
+def test_a_multipath_route_is_up_while_one_path_is(service):
+    for number in (1, 2):
+        service.net.link(f"up{number}")
+        service.net.ip(f"address add 10.0.{number}.1/24 dev up{number}")
+    service.net.ip(f"route add {ROUTE} nexthop via 10.0.1.2 nexthop via 10.0.2.2")
+    service.ctl("set", "r", "route", ROUTE)
+    service.wait_state("r", "up")
+    service.net.carrier("up1", on=False)
+    settled(service, "10.0.2.2")
+    assert service.state("r") == "up"
+    service.net.carrier("up2", on=False)
+    service.wait_state("r", "down")
+
+
+@pytest.mark.parametrize("kind", ["blackhole", "unreachable", "prohibit"])
+def test_a_route_that_refuses_packets_is_none(routed, kind):
+    routed.net.ip(f"route replace {kind} {ROUTE}")
+    routed.wait_state("r", "down")
+
+
+def test_a_vrf_that_does_not_exist_leaves_the_track_down(routed):
+    routed.ctl("set", "red", "route", ROUTE, "--vrf", "nosuch")
+    settled(routed)
+    assert routed.state("red") == "down"
+    assert routed.state("r") == "up"
+
+
+def test_show_tells_route_and_first_hop(routed):
+    assert TIME.sub("last change TIME\n", routed.show("r", "all")) == (
+        "\nTrack r \n"
+        "\tIp route 192.0.2.0 255.255.255.0 reachability ip vrf default\n"
+        "\tReachability is UP \n"
+        "\tFirst Hop interface up0\n"
+        "\t1 change, last change TIME\n")
+    assert routed.show("r").splitlines()[2] == (
+        "r                                ip route 192.0.2.0/24 vrf default         "
+        "reachability     Up   ")
+
+
+def test_a_restart_takes_the_state_over_without_an_event(routed):
+    routed.crash()
+    routed.start()
+    events = routed.follow(tracks=["r"])
+    routed.wait_state("r", "up")
+    settled(routed)
+    routed.net.ip(f"route del {ROUTE}")
+    events.expect(("r", "down"))
+
+
+def test_another_route_and_another_vrf_take_effect(routed):
+    routed.ctl("set", "r", "route", "203.0.113.0/24")
+    routed.wait_state("r", "down")
+    routed.ctl("set", "r", "route", ROUTE)
+    routed.wait_state("r", "up")
+    routed.ctl("set", "r", "route", ROUTE, "--vrf", "nosuch")
+    routed.wait_state("r", "down")
+
+
+def test_deleting_the_last_track_lets_the_route_go(routed):
+    routed.ctl("set", "twin", "route", ROUTE)
+    routed.wait_state("twin", "up")
+    routed.ctl("delete", "r")
+    routed.net.ip(f"route del {ROUTE}")
+    routed.wait_state("twin", "down")
+    routed.ctl("delete", "twin")
+    assert "192.0.2" not in routed.show("all-tracks")
+
+
+@pytest.mark.parametrize("arguments,text", [
+    (["192.0.2.1/24"],
+     'trackctl: route "192.0.2.1/24" has host bits set; the network is 192.0.2.0/24\n'),
+    (["0.0.0.0/0"],
+     'trackctl: route "0.0.0.0/0" cannot be tracked: the FIB takes no registration for address '
+     "0.0.0.0; track a prefix behind it instead\n"),
+    (["192.0.2.0/24", "--vrf", "v" * 32],
+     f'trackctl: VRF name "{"v" * 32}" has 32 characters; at most 31 are kept\n'),
+])
+def test_bad_routes_are_refused(service, arguments, text):
+    result = service.run("trackctl", "set", "r", "route", *arguments)
+    assert (result.returncode, result.stderr) == (2, text)
+
+
+def test_a_flood_of_other_routes_leaves_every_track_right(routed):
+    """Thousands of unrelated changes around the one that matters."""
+    for number in range(3):
+        routed.net.ip_batch([f"route add 172.{16 + i // 250}.{i % 250}.0/24 via {GATEWAY}"
+                             for i in range(3750)])
+        routed.net.ip(f"route {'del' if number % 2 == 0 else 'add'} {ROUTE}"
+                      + ("" if number % 2 == 0 else f" via {GATEWAY}"))
+        routed.net.ip_batch([f"route del 172.{16 + i // 250}.{i % 250}.0/24"
+                             for i in range(3750)])
+        routed.wait_state("r", "down" if number % 2 == 0 else "up")
