@@ -9,6 +9,7 @@
 #include "config/lifecycle.h"
 #include "config/verifiers.h"
 #include "sources/interface/interface_config.h"
+#include "sources/route/route_config.h"
 
 namespace ot {
 namespace {
@@ -101,13 +102,14 @@ TEST(configuration_tree, its_rows_have_these_functions) {
            functions{7, object_tracking_type_interface_verify,
                      object_tracking_type_interface_apply},
            functions{8, object_tracking_type_verify, ledger_nothing_to_apply},
+           functions{9, object_tracking_verify_ip_mask_and_type,
+                     object_tracking_type_route_ip_apply},
+           functions{10, object_tracking_default_verify, object_tracking_type_route_vrf_apply},
        }) {
     EXPECT_EQ(configuration_handlers[expected.row].verify, expected.verify) << expected.row;
     EXPECT_EQ(configuration_handlers[expected.row].apply, expected.apply) << expected.row;
   }
   EXPECT_EQ(configuration_handlers[4].verify, object_tracking_type_list_object_verify);
-  EXPECT_EQ(configuration_handlers[9].verify, object_tracking_verify_ip_mask_and_type);
-  EXPECT_EQ(configuration_handlers[10].verify, object_tracking_default_verify);
 }
 
 }  // namespace
