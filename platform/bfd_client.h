@@ -40,7 +40,7 @@ struct bfdc_request_result {
   std::uint32_t event = 0;  // bfdc_request_*
   std::uint32_t ifhandle = 0;
   bfd_address destination;
-  std::uint32_t sequence = 0;
+  std::uint32_t sequence = 0;     // of the request
   const void* context = nullptr;  // as the request gave it; never looked into
 };
 
@@ -70,6 +70,9 @@ struct bfdc_bind_record {
 // and all sessions still wanted are asked for again, without a result of their own, once the
 // service is back. `context` is not used by the client. Status code; on failure no callback comes.
 int bfdc_bind_nb(const bfdc_bind_record& record, void* context) noexcept;
+// Whether there is a service to connect to, connected or not: an engine is installed and its socket
+// is there. Any thread.
+[[nodiscard]] bool bfdc_service_present() noexcept;
 // Ends the client and gives up its sessions; no callback comes any more. Harmless when not bound.
 // On the loop's thread, or after it has ended.
 void bfdc_unbind() noexcept;
@@ -84,10 +87,12 @@ struct bfdc_session_request {
   const void* context = nullptr;
 };
 
-// The call's own result.
+// The call's own result. Requests are numbered 1, 2, 3 ... in the order of the calls; the number
+// comes back with the acknowledgement.
 struct bfdc_session_answer {
   int result = 0;
   std::uint32_t session_id = 0;
+  std::uint32_t sequence = 0;
 };
 
 // Ask for a session to be made or given up. Status code of the sending; `ret` says whether the
