@@ -15,6 +15,7 @@ test_plan=(
 test_programs=(
   "unit|unit_tests"
   "tools|tools_tests"
+  "tools|qmond_tests"
   "contract|contract_memory"
   "contract|contract_linux"
   "e2e|pytest"

@@ -1,0 +1,168 @@
+// The probe statistics table: what the writer publishes is what a reader finds, in whatever order
+// operations come and go, and a writer that is no longer there is noticed.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <random>
+
+#include "platform/linux/unique_fd.h"
+#include "tests/qmond/table_fixture.h"
+
+namespace ot::qmond {
+namespace {
+
+TEST_F(table_test, a_reader_finds_what_was_published) {
+  table_writer writer(path_, 4);
+  const std::uint32_t slot = writer.add(4000000000U, describe("icmp 192.0.2.1", 1000, 500));
+  writer.publish(slot, result(2, 17));
+  writer.install();
+  table_view view;
+  ASSERT_EQ(view.open(path_), 0);
+  statistics found;
+  ASSERT_TRUE(view.look_up(4000000000U, &found));
+  EXPECT_EQ(found[word_op_id], 4000000000U);
+  EXPECT_EQ(found[word_return_code], 2U);
+  EXPECT_EQ(found[word_response_time], 17U);
+  EXPECT_FALSE(view.look_up(4000000001U, &found));
+  EXPECT_FALSE(view.look_up(0, &found));
+}
+
+TEST_F(table_test, a_new_operation_has_no_result_yet) {
+  table_writer writer(path_, 1);
+  writer.add(7, describe("icmp 192.0.2.1", 1000, 500));
+  writer.install();
+  table_view view;
+  ASSERT_EQ(view.open(path_), 0);
+  statistics found;
+  ASSERT_TRUE(view.look_up(7, &found));
+  EXPECT_EQ(found[word_return_code], 0U);
+}
+
+TEST_F(table_test, descriptions_are_kept_and_long_ones_cut) {
+  table_writer writer(path_, 1);
+  const std::string text = "http https://" + std::string(300, 'x');
+  const std::uint32_t slot = writer.add(1, describe(text, 2500, 700));
+  writer.install();
+  table_view view;
+  ASSERT_EQ(view.open(path_), 0);
+  statistics found;
+  description about;
+  ASSERT_TRUE(view.slot(slot, &found, &about));
+  EXPECT_EQ(description_text(about), text.substr(0, description_text_size - 1));
+  EXPECT_EQ(about[word_interval_ms], 2500U);
+  EXPECT_EQ(about[word_timeout_ms], 700U);
+}
+
+// Ids that share the first slot of their search, in a table that is as full as it may be.
+TEST_F(table_test, operations_come_and_go_in_any_order) {
+  table_writer writer(path_, 32);
+  writer.install();
+  table_view view;
+  ASSERT_EQ(view.open(path_), 0);
+  std::mt19937 random(1);
+  const auto some_id = [&] {
+    return static_cast<std::uint32_t>((random() % 16) * view.slots() + random() % 8);
+  };
+  std::map<std::uint32_t, std::uint32_t> slots;
+  for (int step = 0; step < 20000; ++step) {
+    const std::uint32_t id = some_id();
+    if (const auto known = slots.find(id); known != slots.end()) {
+      writer.remove(known->second);
+      slots.erase(known);
+    } else if (slots.size() < writer.capacity()) {
+      slots[id] = writer.add(id, {});
+      writer.publish(slots[id], result(1, id));
+    }
+    const std::uint32_t asked = some_id();
+    statistics found;
+    ASSERT_EQ(view.look_up(asked, &found), slots.contains(asked)) << "step " << step;
+    ASSERT_TRUE(!slots.contains(asked) || found[word_response_time] == asked) << "step " << step;
+  }
+}
+
+TEST_F(table_test, takes_as_many_operations_as_promised) {
+  table_writer writer(path_, operations_max);
+  ASSERT_EQ(writer.capacity(), operations_max);
+  for (std::uint32_t id = 0; id < operations_max; ++id) {
+    writer.publish(writer.add(id * 3, {}), result(1, id));
+  }
+  writer.install();
+  table_view view;
+  ASSERT_EQ(view.open(path_), 0);
+  statistics found;
+  for (std::uint32_t id = 0; id < operations_max; ++id) {
+    ASSERT_TRUE(view.look_up(id * 3, &found));
+    ASSERT_EQ(found[word_response_time], id);
+  }
+  EXPECT_FALSE(view.look_up(1, &found));
+}
+
+TEST_F(table_test, is_alive_as_long_as_its_heart_beats) {
+  table_view view;
+  {
+    table_writer writer(path_, 1);
+    writer.install();
+    ASSERT_EQ(view.open(path_), 0);
+    const std::uint64_t now = monotonic_ms();
+    EXPECT_TRUE(view.live(now));
+    EXPECT_TRUE(view.live(now + heartbeat_max_age_ms - 1000));
+    EXPECT_FALSE(view.live(now + heartbeat_max_age_ms + 1000));
+  }
+  EXPECT_FALSE(view.live(monotonic_ms())) << "the writer ended in order";
+  EXPECT_FALSE(view.replaced(path_));
+}
+
+TEST_F(table_test, a_new_table_takes_the_place_of_the_old_one) {
+  table_writer old(path_, 1);
+  old.install();
+  table_view view;
+  ASSERT_EQ(view.open(path_), 0);
+  table_writer fresh(path_, 1);
+  EXPECT_TRUE(view.live(monotonic_ms())) << "not before the new one can be read";
+  fresh.publish(fresh.add(5, {}), result(1, 3));
+  fresh.install();
+  EXPECT_FALSE(view.live(monotonic_ms()));
+  EXPECT_TRUE(view.replaced(path_));
+  ASSERT_EQ(view.open(path_), 0);
+  statistics found;
+  EXPECT_TRUE(view.live(monotonic_ms()));
+  EXPECT_TRUE(view.look_up(5, &found));
+}
+
+TEST_F(table_test, what_is_no_table_is_refused) {
+  table_view view;
+  EXPECT_EQ(view.open(path_), ENOENT);
+  EXPECT_EQ(view.open(folder_), EPROTO);
+  std::ofstream(path_) << "short";
+  EXPECT_EQ(view.open(path_), EPROTO);
+  std::ofstream(path_) << std::string(100000, 'x');
+  EXPECT_EQ(view.open(path_), EPROTO);
+  EXPECT_FALSE(view.is_open());
+}
+
+// One field of a good header made wrong.
+class broken_header_test : public table_test,
+                           public testing::WithParamInterface<std::pair<int, std::uint32_t>> {};
+
+TEST_P(broken_header_test, is_refused_and_the_open_table_kept) {
+  table_writer writer(path_, 1);
+  writer.install();
+  table_view view;
+  ASSERT_EQ(view.open(path_), 0);
+  const auto [offset, value] = GetParam();
+  const unique_fd file(open(path_.c_str(), O_WRONLY | O_CLOEXEC));
+  ASSERT_EQ(pwrite(file.get(), &value, sizeof value, offset), ssize_t{sizeof value});
+  EXPECT_EQ(view.open(path_), EPROTO);
+  EXPECT_TRUE(view.is_open());
+}
+
+INSTANTIATE_TEST_SUITE_P(fields, broken_header_test,
+                         testing::Values(std::pair{0, 1U}, std::pair{4, table_version + 1},
+                                         std::pair{8, 0U}, std::pair{8, 3U}, std::pair{8, 128U},
+                                         std::pair{8, 4 * slots_max}));
+
+}  // namespace
+}  // namespace ot::qmond

@@ -1,0 +1,55 @@
+// Makes and fills the probe statistics table. Owned by one thread; throws std::system_error where
+// the kernel refuses, so that an operation that has no room is told and not lost.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "platform/linux/qmon_client/table_layout.h"
+#include "platform/linux/qmon_client/table_view.h"
+
+namespace ot::qmond {
+
+class table_writer {
+ public:
+  // Makes a table with room for `operations` (at most operations_max) next to `path`.
+  table_writer(std::string path, std::uint32_t operations);
+  // Marks the table as closed; the file stays.
+  ~table_writer();
+  table_writer(const table_writer&) = delete;
+  table_writer& operator=(const table_writer&) = delete;
+
+  // Puts the table at `path`, with what has been published in it so far; the one that stood there,
+  // whoever left it behind, is marked as closed. Once.
+  void install();
+
+  // How many operations it has room for.
+  [[nodiscard]] std::uint32_t capacity() const noexcept { return slots_ / 2; }
+
+  // Gives the operation a slot, without a result so far. Only for one that has none, and while
+  // there are fewer than capacity().
+  std::uint32_t add(std::uint32_t op_id, const description& about) noexcept;
+  void remove(std::uint32_t slot) noexcept;
+
+  // Publishes the slot's results; the words of the op id and the use are filled in here.
+  void publish(std::uint32_t slot, statistics result) noexcept;
+
+  // To be called every second.
+  void beat() noexcept;
+
+ private:
+  [[nodiscard]] slot_use use_of(std::uint32_t slot) const noexcept;
+  void set_use(std::uint32_t slot, slot_use use, std::uint32_t op_id) noexcept;
+
+  std::string path_;
+  table_header* header_ = nullptr;
+  statistics_cell* statistics_ = nullptr;
+  description_cell* descriptions_ = nullptr;
+  std::uint32_t slots_ = 0;
+};
+
+// The words of a description. Texts that are too long are cut.
+description describe(const std::string& text, std::uint32_t interval_ms, std::uint32_t timeout_ms);
+std::string description_text(const description& about);
+
+}  // namespace ot::qmond
