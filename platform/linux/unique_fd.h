@@ -21,6 +21,9 @@ class unique_fd {
   [[nodiscard]] int get() const noexcept { return fd_; }
   [[nodiscard]] bool valid() const noexcept { return fd_ >= 0; }
 
+  // Gives the descriptor up to whoever closes it from now on.
+  int release() noexcept { return std::exchange(fd_, -1); }
+
   void reset() noexcept {
     if (fd_ >= 0) {
       close(std::exchange(fd_, -1));

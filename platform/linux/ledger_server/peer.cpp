@@ -4,12 +4,14 @@
 // peer that does not read its answers is not read from; whoever breaks a rule is dropped.
 #include "platform/linux/ledger_server/peer.h"
 
+#include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
+#include <cerrno>
 #include <new>
+#include <utility>
 
 #include "platform/common/ledger_messages.h"
 #include "platform/common/ledger_path.h"
@@ -27,17 +29,21 @@ constexpr std::size_t message_overhead = 4096;  // what the bus's header adds, g
 
 }  // namespace
 
-int ledger_peer::start(sd_event* event, int socket) noexcept {
+int ledger_peer::start(sd_event* event, unique_fd socket) noexcept {
+  watched_ = unique_fd{fcntl(socket.get(), F_DUPFD_CLOEXEC, 0)};
+  if (!watched_.valid()) {
+    return -errno;
+  }
   sd_bus* made = nullptr;
   int result = sd_bus_new(&made);
   bus_.reset(made);
   if (result >= 0) {
-    result = sd_bus_set_fd(made, socket, socket);
+    result = sd_bus_set_fd(made, socket.get(), socket.get());
   }
   if (result < 0) {
-    close(socket);
     return result;
   }
+  socket.release();
   sd_id128_t id{};
   sd_event_source* io = nullptr;
   sd_event_source* again = nullptr;
@@ -48,12 +54,12 @@ int ledger_peer::start(sd_event* event, int socket) noexcept {
                    sd_bus_negotiate_fds(made, 0) >= 0 &&
                    sd_bus_add_filter(made, nullptr, on_message, this) >= 0 &&
                    sd_bus_start(made) >= 0 &&
-                   sd_event_add_io(event, &io, socket, EPOLLIN, on_io, this) >= 0 &&
+                   sd_event_add_io(event, &io, watched_.get(), EPOLLIN, on_io, this) >= 0 &&
                    sd_event_add_defer(event, &again, on_again, this) >= 0 &&
                    sd_event_add_time_relative(event, &deadline, CLOCK_MONOTONIC, first_message_us,
                                               1000, on_deadline, this) >= 0;
   // The bus asks for megabytes; what waits for a slow reader is to wait here, where it is bounded.
-  setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &socket_buffer, sizeof socket_buffer);
+  setsockopt(watched_.get(), SOL_SOCKET, SO_SNDBUF, &socket_buffer, sizeof socket_buffer);
   io_.reset(io);
   again_.reset(again);
   deadline_.reset(deadline);

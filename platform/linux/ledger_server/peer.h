@@ -11,6 +11,7 @@
 #include "platform/common/ledger_engine.h"
 #include "platform/linux/ledger_client/bus.h"
 #include "platform/linux/ledger_server/access.h"
+#include "platform/linux/unique_fd.h"
 
 namespace ot {
 
@@ -35,8 +36,8 @@ class ledger_peer {
   ledger_peer(const ledger_peer&) = delete;
   ledger_peer& operator=(const ledger_peer&) = delete;
 
-  // Takes `socket` over and starts the conversation. 0 or a negative errno.
-  int start(sd_event* event, int socket) noexcept;
+  // Starts the conversation on a connected socket. 0 or a negative errno.
+  int start(sd_event* event, unique_fd socket) noexcept;
 
   // Queues the notices that this peer follows and sends what its socket takes.
   void notify(std::string_view base, std::span<const ledger_dpv_notification> entries);
@@ -59,6 +60,7 @@ class ledger_peer {
   ledger_peer_owner& owner_;
   ledger_engine& engine_;
   ledger_rights rights_;
+  unique_fd watched_;  // the bus closes its own as soon as the peer has left
   bus_handle bus_;
   event_source io_;
   event_source again_;     // more than one turn's requests were there

@@ -50,9 +50,8 @@ ledger_server::ledger_server()
     : members_(service_group()), engine_(configuration_, operational_, *this) {}
 
 ledger_server::~ledger_server() {
-  if (listener_ >= 0) {
+  if (listener_.valid()) {
     unlink(socket_path_.c_str());
-    close(listener_);
   }
 }
 
@@ -106,10 +105,10 @@ int ledger_server::listen(evm* manager, std::string& ret_error) {
     return failed(ret_error, socket_path_, ENAMETOOLONG);
   }
   unlink(socket_path_.c_str());  // of an instance that crashed: the lock says that it is gone
-  listener_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-  if (listener_ < 0 ||
-      bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-      ::listen(listener_, SOMAXCONN) != 0) {
+  listener_ = unique_fd{socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)};
+  if (!listener_.valid() ||
+      bind(listener_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+      ::listen(listener_.get(), SOMAXCONN) != 0) {
     return failed(ret_error, socket_path_, errno);
   }
   if (const int error = share_with_group(socket_path_, 0660); error != 0) {
@@ -117,7 +116,7 @@ int ledger_server::listen(evm* manager, std::string& ret_error) {
   }
   event_ = evm_sd_event(manager);
   sd_event_source* source = nullptr;
-  if (sd_event_add_io(event_, &source, listener_, EPOLLIN, on_connection, this) < 0) {
+  if (sd_event_add_io(event_, &source, listener_.get(), EPOLLIN, on_connection, this) < 0) {
     return no_memory;
   }
   accepting_.reset(source);
@@ -142,18 +141,19 @@ int ledger_server::on_connection(sd_event_source* /*source*/, int fd, std::uint3
 }
 
 void ledger_server::accept_one(int listener) noexcept {
-  const int socket = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-  if (socket < 0) {
+  unique_fd socket{accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)};
+  if (!socket.valid()) {
     return;
   }
   try {
     peers_.reserve(peers_.size() + 1);
-    auto peer = std::make_unique<ledger_peer>(*this, engine_, ledger_rights_of(socket, members_));
-    if (peer->start(event_, socket) >= 0) {
+    auto peer =
+        std::make_unique<ledger_peer>(*this, engine_, ledger_rights_of(socket.get(), members_));
+    if (peer->start(event_, std::move(socket)) >= 0) {
       peers_.push_back(std::move(peer));
     }
   } catch (const std::bad_alloc&) {
-    close(socket);
+    // The socket is closed, and the client sees that it is not served.
   }
   adjust_accepting();
 }

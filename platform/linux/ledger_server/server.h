@@ -10,6 +10,7 @@
 #include "platform/linux/ledger_server/instance_lock.h"
 #include "platform/linux/ledger_server/lmdb_store.h"
 #include "platform/linux/ledger_server/peer.h"
+#include "platform/linux/unique_fd.h"
 
 namespace ot {
 
@@ -46,7 +47,7 @@ class ledger_server : public ledger_environment, public ledger_peer_owner {
   lmdb_store operational_;
   ledger_engine engine_;
   sd_event* event_ = nullptr;
-  int listener_ = -1;
+  unique_fd listener_;
   std::string socket_path_;
   event_source accepting_;
   bool serving_ = false;

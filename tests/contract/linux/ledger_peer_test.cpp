@@ -1,6 +1,7 @@
 // Clients that break the rules of the ledger's socket: each is dropped, and the service goes on.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,7 +12,9 @@
 #include "platform/ledger.h"
 #include "platform/ledger_commit.h"
 #include "platform/linux/ledger_client/link.h"
+#include "platform/linux/unique_fd.h"
 #include "platform/status.h"
+#include "tests/contract/linux/closed_descriptors.h"
 #include "tests/contract/linux/ledger_place.h"
 #include "tests/contract/linux/raw_client.h"
 #include "tests/support/ledger_proposals.h"
@@ -133,6 +136,27 @@ TEST_F(LedgerPeer, ConnectionsOverTheCapWaitForAPlace) {
   EXPECT_FALSE(waiting.hears_within(500));
   links.pop_back();
   EXPECT_TRUE(waiting.hears_within(5000));
+}
+
+// The service's thread may not use a number after the descriptor's end: other threads take it.
+TEST_F(LedgerPeer, APeerThatLeavesTakesItsDescriptorAlong) {
+  const int before = watches_on_closed_descriptors();
+  for (int i = 0; i < 100; ++i) {
+    {
+      ledger_link link;
+      ledger_writer request;
+      request.text("/oper/nothing");
+      ledger_reply reply;
+      ASSERT_EQ(link.call(ledger_member::get, request, reply), ledger_no_data);
+    }
+    // Takes the lowest free number, again and again while the service sees the end.
+    for (int k = 0; k < 50; ++k) {
+      const unique_fd other{socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+      ASSERT_TRUE(other.valid());
+    }
+  }
+  expect_service();
+  EXPECT_EQ(watches_on_closed_descriptors(), before);
 }
 
 TEST_F(LedgerPeer, AClientKilledInTheMiddleOfACommitChangesNothing) {

@@ -19,6 +19,7 @@
 #include "platform/linux/ledger_server.h"
 #include "platform/process.h"
 #include "platform/status.h"
+#include "tests/contract/linux/closed_descriptors.h"
 #include "tests/contract/linux/ledger_place.h"
 #include "tests/support/ledger_proposals.h"
 #include "tests/support/sample_tree.h"
@@ -182,6 +183,18 @@ TEST(LedgerClient, TheNextCallFindsARestartedService) {
   service.emplace();
   ASSERT_EQ(ledger_item_get(conn, "x", &value), 0);
   EXPECT_EQ(value.as_u32(), 4U);
+  ledger_unbind(conn);
+}
+
+TEST(LedgerService, AnEndedServiceTakesItsDescriptorsAlong) {
+  const ledger_place place;
+  const int before = watches_on_closed_descriptors();
+  ledger_conn* conn = nullptr;
+  {
+    const threaded_service service;
+    ASSERT_EQ(ledger_bind("/oper/", &conn), 0);
+  }
+  EXPECT_EQ(watches_on_closed_descriptors(), before);
   ledger_unbind(conn);
 }
 
