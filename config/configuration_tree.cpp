@@ -11,6 +11,7 @@
 #include "lists/threshold_list.h"
 #include "platform/status.h"
 #include "sources/interface/interface_config.h"
+#include "sources/probe/probe_config.h"
 #include "sources/route/route_config.h"
 
 namespace ot {
@@ -104,7 +105,8 @@ const std::array<ledger_registration, 13> configuration_handlers = {{
      object_tracking_type_route_ip_apply},
     {"track/*/type/route/#/info/vrf", text_item, object_tracking_default_verify,
      object_tracking_type_route_vrf_apply},
-    {"track/*/type/prb/#/op_id", number_item, nullptr, nullptr},
+    {"track/*/type/prb/#/op_id", number_item, object_tracking_prb_verify,
+     object_tracking_type_prb_apply},
     {"track/*/type/bfdprb/#/rate/#/debounce_count/#/Interface/*/destaddress", tuple_item, nullptr,
      nullptr},
 }};

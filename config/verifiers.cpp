@@ -17,21 +17,6 @@ namespace {
 
 constexpr std::uint32_t create_or_set = ledger_event_create | ledger_event_set;
 
-int accept(ledger_verdict& verdict) noexcept {
-  verdict.accept = 1;
-  return status_ok;
-}
-
-// Create, set, or both; a change that also deletes is not one.
-bool creates_or_sets(const ledger_change& change) noexcept {
-  return change.event >= ledger_event_create && change.event <= create_or_set;
-}
-
-void report_configuration_error(int code) noexcept {
-  errmsg_log(&kor_msg_rec_ot_ledger_fail, kor_msg_rec_ot_ledger_fail.severity,
-             "Configuration Error:", err_string(code));
-}
-
 int verify_type(const char* who, const ledger_change& change, ledger_verdict& verdict) noexcept {
   OT_TRACE_DETAIL("Entering (%s) : ", who);
   const ledger_path_field* name = change.field(0);
@@ -62,6 +47,15 @@ bool mask_is_contiguous(const ledger_value* value) noexcept {
 
 }  // namespace
 
+int accept(ledger_verdict& verdict) noexcept {
+  verdict.accept = 1;
+  return status_ok;
+}
+
+bool creates_or_sets(const ledger_change& change) noexcept {
+  return change.event >= ledger_event_create && change.event <= create_or_set;
+}
+
 int refuse_with_text(int code, const char* text, ledger_verdict& verdict) noexcept {
   const std::size_t size = std::strlen(text) + 1;
   verdict.accept = 0;
@@ -74,6 +68,11 @@ int refuse_with_text(int code, const char* text, ledger_verdict& verdict) noexce
 
 int refuse(int code, ledger_verdict& verdict) noexcept {
   return refuse_with_text(code, err_string(code), verdict);
+}
+
+void report_configuration_error(int code) noexcept {
+  errmsg_log(&kor_msg_rec_ot_ledger_fail, kor_msg_rec_ot_ledger_fail.severity,
+             "Configuration Error:", err_string(code));
 }
 
 int check_track_type(const char* name, std::uint32_t type_number) noexcept {

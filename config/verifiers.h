@@ -8,10 +8,18 @@
 
 namespace ot {
 
+// Lets the change pass; 0.
+int accept(ledger_verdict& verdict) noexcept;
 // Hands `code` and its text over as a refusal; returns `code`.
 int refuse(int code, ledger_verdict& verdict) noexcept;
 // The same with a text of the caller's.
 int refuse_with_text(int code, const char* text, ledger_verdict& verdict) noexcept;
+
+// Create, set, or both; a change that also deletes is not one.
+bool creates_or_sets(const ledger_change& change) noexcept;
+
+// Tells the operator's log why a change was refused.
+void report_configuration_error(int code) noexcept;
 
 // 0 when no track of that name exists, or it has no type configured, or this one; else
 // track_type_conflict.

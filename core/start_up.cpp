@@ -19,6 +19,8 @@
 #include "platform/status.h"
 #include "sources/interface/ifm_client.h"
 #include "sources/interface/interface_table.h"
+#include "sources/probe/probe_statistics.h"
+#include "sources/probe/probe_table.h"
 #include "sources/route/fib_connection.h"
 #include "sources/route/pending_routes.h"
 #include "sources/route/route_table.h"
@@ -55,6 +57,7 @@ constexpr std::array start_steps = {
     start_step{"track table", [](const start_context&) { return tracks_table_create(); }},
     start_step{"interface table", [](const start_context&) { return interfaces_table_create(); }},
     start_step{"route table", [](const start_context&) { return ipv4_route_table_create(); }},
+    start_step{"probe table", [](const start_context&) { return prb_table_create(); }},
     start_step{"timers", [](const start_context& c) { return ot_timers_init(c.manager); }},
     start_step{"process timers", [](const start_context&) { return ot_process_timers_create(); }},
     start_step{"published states", [](const start_context&) { return ot_ha_ledger_bind(); }},
@@ -115,6 +118,8 @@ void ot_stop() noexcept {
   drop_all_tracks();
   drop_all_interfaces();
   drop_all_routes();
+  drop_all_probes();
+  release_probe_package();
   drop_pending_routes();
   ot_notifications_drop();
   forget_tracking_interfaces();

@@ -9,6 +9,7 @@
 #include "core/debug.h"
 #include "oper/notifications.h"
 #include "platform/status.h"
+#include "sources/probe/probe_poll.h"
 #include "state/list_evaluation.h"
 #include "state/publication.h"
 
@@ -32,9 +33,31 @@ void calculation_expired(const ot_timer_ctx&) {
   object_tracking_calc_tracks_state_after_timer_expired();
 }
 
+void poll_expired(const ot_timer_ctx& ctx) {
+  OT_TRACE_DETAIL("PRB_SHM_POLL_INTERVAL timer triggered for track : %s", ctx.name.c_str());
+  const int status = ot_prb_read_shm_after_timer_expired(ctx.name.c_str(), ctx.value);
+  if (status != status_ok) {
+    OT_TRACE_ERROR("(%s) : ot_prb_read_shm_after_timer_expired failed- %s",
+                   "handle_ot_wtm_timer_expired", err_string(status));
+  }
+}
+
+// The context that says what an expired delay has to publish, or null.
+const ot_timer_ctx* pending_change(const ot_timer_ctx& ctx) noexcept {
+  if (ctx.value != pending_of_track) {
+    return &ctx;
+  }
+  const ot_track* track = hash_db_get_track_item(ctx.name.c_str());
+  return track == nullptr ? nullptr : get_timer_ctx(track->delay_timer);
+}
+
 void delay_expired(const ot_timer_ctx& ctx) {
+  const ot_timer_ctx* pending = pending_change(ctx);
+  if (pending == nullptr) {
+    return;
+  }
   const int status = object_tracking_set_track_state_in_ledger_after_timer_expired(
-      ctx.name.c_str(), static_cast<track_state>(ctx.value));
+      ctx.name.c_str(), static_cast<track_state>(pending->value));
   if (status != status_ok) {
     OT_TRACE_ERROR(
         "(%s) : object_tracking_set_track_state_in_ledger_after_timer_expired failed- %s",
@@ -49,14 +72,14 @@ void notification_expired(const ot_timer_ctx&) {
 
 struct kind_row {
   timer_kind kind;
-  const char* name;                          // in the expiry trace
-  void (*expired)(const ot_timer_ctx& ctx);  // null: this build has no use for it
+  const char* name;  // in the expiry trace
+  void (*expired)(const ot_timer_ctx& ctx);
 };
 
 // The notification timer has no name of its own in traces.
 constexpr std::array<kind_row, 4> kinds = {{
     {timer_kind::list_calculation, "OT_MSG_TIMER_TRACKS_CALC", calculation_expired},
-    {timer_kind::probe_poll, "PRB_SHM_POLL_INTERVAL", nullptr},
+    {timer_kind::probe_poll, "PRB_SHM_POLL_INTERVAL", poll_expired},
     {timer_kind::track_delay, "OT_MSG_TIMER_TRACKS_DELAY", delay_expired},
     {timer_kind::notification, "UNKNOWN", notification_expired},
 }};
@@ -104,7 +127,7 @@ void dispatch_expired(wtm_leaf* leaf) {
   }
   if (row == nullptr) {
     unknown_kind(*ctx, "handle_ot_wtm_timer_expired");
-  } else if (row->expired != nullptr) {
+  } else {
     row->expired(*ctx);
   }
 }

@@ -22,9 +22,13 @@ enum class timer_kind : std::uint32_t {
 struct ot_timer_ctx {
   std::uint32_t type = 0;  // a timer_kind
   track_name name;
-  std::uint32_t value = 0;  // track_delay: the track state to publish
+  std::uint32_t value = 0;  // track_delay: the track state to publish, or pending_of_track
 };
 static_assert(sizeof(ot_timer_ctx) == 48);
+
+// In a delay whose track has got another timer while it ran: whatever that one's context carries
+// at the expiry. Nothing when the track is gone.
+inline constexpr std::uint32_t pending_of_track = 0xffffffff;
 
 // The two process timers, created by ot_process_timers_create.
 extern wtm_leaf* tracks_calc_timer;

@@ -95,6 +95,31 @@ void vrf_service_gone();
 void vrf_service_back();
 std::size_t vrf_registrations();
 
+// --- Probes --------------------------------------------------------------------------------------
+
+// The package's two libraries; both are installed after reset, and the service runs without
+// operations. A library that is loaded stays loaded when it is removed.
+void probe_package_installed();
+void probe_package_removed();
+void probe_library_missing(std::string_view name);
+
+struct library_use {
+  unsigned asked_for = 0;  // loads that were tried
+  int held = 0;            // loads less unloads
+};
+library_use probe_library_use(std::string_view name);
+
+// The service ends and leaves its table, which tells of no operation then, and starts again; the
+// table itself goes, until the service starts again.
+void probe_service_gone();
+void probe_service_back();
+void probe_table_gone();
+
+// An operation runs and has this result: 0 none yet, 1 success, else a failure; milliseconds. It
+// runs no more.
+void probe_result(std::uint32_t op_id, std::uint32_t return_code, std::uint32_t response_time = 0);
+void probe_stopped(std::uint32_t op_id);
+
 // --- What the service said -----------------------------------------------------------------------
 
 // System messages, "OT-SERVICES-6-TRACK_INFO: ...", and trace lines since the last take.
