@@ -77,9 +77,16 @@ int bfdc_bind_nb(const bfdc_bind_record& record, void* context) noexcept;
 // On the loop's thread, or after it has ended.
 void bfdc_unbind() noexcept;
 
+// Limits of a request; others are refused with 22.
+inline constexpr std::uint32_t bfdc_rate_min = 10;
+inline constexpr std::uint32_t bfdc_rate_max = 60'000;
+inline constexpr std::uint32_t bfdc_debounce_min = 1;
+inline constexpr std::uint32_t bfdc_debounce_max = 255;
+
 struct bfdc_session_request {
   std::uint32_t kind = 0;
-  std::uint32_t ifhandle = 0;
+  std::uint32_t ifhandle = 0;  // names the session, with the destination
+  fixed_text<64> interface;    // by its name, which it may not have yet; empty: by the handle
   bfd_address destination;
   bfd_address source;
   std::uint32_t rate = 0;            // transmit interval, milliseconds
