@@ -100,7 +100,7 @@ bool takable(const bfdc_session_request& request, const bfd_session_config& conf
 }
 
 // A status code of the sending.
-int hand_over(std::unique_ptr<bfd_request> request, std::uint32_t* ret_session) noexcept {
+int hand_over(std::unique_ptr<bfd_request> request, std::uint32_t* ret_sequence) noexcept {
   bfd_client& client = the_client();
   const std::lock_guard guard(client.lock);
   if (!client.bound) {
@@ -111,7 +111,7 @@ int hand_over(std::unique_ptr<bfd_request> request, std::uint32_t* ret_session) 
       status != status_ok) {
     return status;
   }
-  *ret_session = ++client.sequence;
+  *ret_sequence = ++client.sequence;
   lq_append(client.requests, *request.release());
   return status_ok;
 }
@@ -135,7 +135,9 @@ int send_request(const bfdc_session_request& request, bool wanted,
       return status_ok;
     }
   }
-  return hand_over(std::move(copy), &ret->session_id);
+  const int status = hand_over(std::move(copy), &ret->sequence);
+  ret->session_id = ret->sequence;
+  return status;
 }
 
 }  // namespace

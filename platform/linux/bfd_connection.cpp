@@ -9,9 +9,8 @@
 #include <cerrno>
 #include <new>
 
+#include "platform/linux/bfd_engine_socket.h"
 #include "platform/linux/evm_linux.h"
-#include "platform/linux/unix_address.h"
-#include "platform/status.h"
 
 namespace ot {
 namespace {
@@ -25,25 +24,20 @@ int bfd_connection::attach(evm* manager) noexcept {
   return patience_.attach(manager);
 }
 
-int bfd_connection::open(const std::string& path) {
-  sockaddr_un address;
-  if (!unix_address(path, &address)) {
-    return ENAMETOOLONG;
-  }
-  unique_fd fresh(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  if (!fresh.valid() ||
-      connect(fresh.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-    return errno;
+bool bfd_connection::open(const std::string& path) {
+  unique_fd fresh = bfd_engine_connect(path);
+  if (!fresh.valid()) {
+    return false;
   }
   reader_.emplace();
   const int r = sd_event_add_io(evm_sd_event(manager_), &io_, fresh.get(), EPOLLIN, on_io, this);
   if (r < 0) {
     reader_.reset();
-    return -r;
+    return false;
   }
   socket_ = std::move(fresh);
   awaited_ = 0;
-  return status_ok;
+  return true;
 }
 
 void bfd_connection::close() noexcept {

@@ -39,8 +39,8 @@ class bfd_connection {
   // Once, before the first opening. 0 or a status code.
   int attach(evm* manager) noexcept;
 
-  // 0 or an errno value. Throws bad_alloc.
-  int open(const std::string& path);
+  // False when nobody listens there. Throws bad_alloc.
+  [[nodiscard]] bool open(const std::string& path);
   void close() noexcept;
   [[nodiscard]] bool is_open() const noexcept { return socket_.valid(); }
 

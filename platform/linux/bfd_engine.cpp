@@ -10,7 +10,7 @@
 #include <new>
 #include <utility>
 
-#include "platform/linux/bfd_engine_paths.h"
+#include "platform/linux/bfd_engine_socket.h"
 #include "platform/status.h"
 
 namespace ot {
@@ -79,9 +79,8 @@ void bfd_engine::attempt(void* self) noexcept {
 bool bfd_engine::connect() {
   const std::vector<std::string> paths = bfd_engine_paths();
   watch_.look_for(client_.manager, paths);
-  const bool open = std::any_of(paths.begin(), paths.end(), [this](const std::string& path) {
-    return connection_.open(path) == status_ok;
-  });
+  const bool open = std::any_of(paths.begin(), paths.end(),
+                                [this](const std::string& path) { return connection_.open(path); });
   return open && send(bfd_type_subscribe, bfd_subscribe_payload(), 0);
 }
 
