@@ -9,6 +9,7 @@
 #include "config/lifecycle.h"
 #include "config/verifiers.h"
 #include "sources/interface/interface_config.h"
+#include "sources/probe/probe_config.h"
 #include "sources/route/route_config.h"
 
 namespace ot {
@@ -105,6 +106,7 @@ TEST(configuration_tree, its_rows_have_these_functions) {
            functions{9, object_tracking_verify_ip_mask_and_type,
                      object_tracking_type_route_ip_apply},
            functions{10, object_tracking_default_verify, object_tracking_type_route_vrf_apply},
+           functions{11, object_tracking_prb_verify, object_tracking_type_prb_apply},
        }) {
     EXPECT_EQ(configuration_handlers[expected.row].verify, expected.verify) << expected.row;
     EXPECT_EQ(configuration_handlers[expected.row].apply, expected.apply) << expected.row;

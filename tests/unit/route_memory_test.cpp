@@ -1,7 +1,7 @@
 // Route tracks while each allocation fails in turn: code 12, nothing half tied, nothing leaked.
-#include "platform/memory/alloc_faults.h"
 #include "platform/memory/ledger_controls.h"
 #include "sources/route/pending_routes.h"
+#include "tests/unit/failing_runs.h"
 #include "tests/unit/route_fixture.h"
 
 namespace ot::test {
@@ -19,26 +19,18 @@ class route_memory : public route_service {
   }
   // The results of the failing runs, each on a service without tracks but what `prepare` makes.
   template <typename Prepare, typename Operation>
-  std::vector<int> failing_results(Prepare prepare, Operation operation) {
-    begin_again();
-    prepare();
-    std::vector<int> results;
-    int status = 0;
-    for_each_failing_allocation([&] { status = operation(); },
-                                [&](std::uint64_t, bool hit) {
-                                  if (!hit) {
-                                    EXPECT_EQ(status, 0);
-                                    return;
-                                  }
-                                  results.push_back(status);
-                                  if (status != 0) {
-                                    EXPECT_EQ(followers(entry()), text_lines{});
-                                  }
-                                  begin_again();
-                                  prepare();
-                                },
-                                50);
-    return results;
+  std::vector<int> results_of(Prepare prepare, Operation operation) {
+    return failing_results(
+        [&] {
+          begin_again();
+          prepare();
+        },
+        operation,
+        [](std::uint64_t, int status) {
+          if (status != 0) {
+            EXPECT_EQ(followers(entry()), text_lines{});
+          }
+        });
   }
   std::int64_t held_after_the_end() {
     stop();
@@ -49,7 +41,7 @@ class route_memory : public route_service {
 };
 
 TEST_F(route_memory, a_new_track_is_refused_with_12_or_made) {
-  const std::vector<int> results = failing_results([] {}, [] { return create("t"); });
+  const std::vector<int> results = results_of([] {}, [] { return create("t"); });
   // Context, leaf, the track's entry, the node, the route's entry; then only the notification.
   ASSERT_GE(results.size(), 5U);
   for (std::size_t k = 0; k < results.size(); ++k) {
@@ -59,8 +51,8 @@ TEST_F(route_memory, a_new_track_is_refused_with_12_or_made) {
 }
 
 TEST_F(route_memory, a_present_track_is_refused_with_12_or_tied) {
-  const std::vector<int> results = failing_results(
-      [] { ASSERT_EQ(create_vrf_only("t", "default"), 0); }, [] { return create("t"); });
+  const std::vector<int> results =
+      results_of([] { ASSERT_EQ(create_vrf_only("t", "default"), 0); }, [] { return create("t"); });
   ASSERT_GE(results.size(), 2U);
   for (std::size_t k = 0; k < results.size(); ++k) {
     EXPECT_EQ(results[k], k < 2 ? no_memory : 0) << k;
@@ -83,8 +75,8 @@ TEST_F(route_memory, the_route_table_is_refused_with_12) {
 TEST_F(route_memory, nothing_is_leaked_on_the_way) {
   const std::int64_t before = held_after_the_end();
   ASSERT_EQ(start(), 0);
-  failing_results([] {}, [] { return create("t", "red"); });
-  failing_results([] { ASSERT_EQ(create("a"), 0); }, [] { return create_vrf_only("a", "red"); });
+  results_of([] {}, [] { return create("t", "red"); });
+  results_of([] { ASSERT_EQ(create("a"), 0); }, [] { return create_vrf_only("a", "red"); });
   EXPECT_EQ(queue_pending_route("late", "red", 0, 0, false), 0);
   EXPECT_EQ(held_after_the_end(), before);
 }
