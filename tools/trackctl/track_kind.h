@@ -35,6 +35,7 @@ const track_kind* find_track_kind(std::string_view word) noexcept;
 // The define functions, each in its own file.
 items_reader define_interface_kind(CLI::App& app);
 items_reader define_route_kind(CLI::App& app);
+items_reader define_probe_kind(CLI::App& app);
 items_reader define_and_kind(CLI::App& app);
 items_reader define_or_kind(CLI::App& app);
 items_reader define_weight_kind(CLI::App& app);
