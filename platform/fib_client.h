@@ -66,9 +66,10 @@ int rtclient_lookup(rtclient* client, std::uint32_t family, std::uint32_t table_
 // Null is allowed.
 void rtclient_lookup_free(rtclient_result* result) noexcept;
 
-// Add and drop change notifications. A registration is followed by one notification soon after;
+// Add and drop change notifications. A registration is followed by one notification soon after,
+// also one that is answered fib_already_registered since the prefix is registered in that table;
 // later ones come whenever the longest match of the prefix may have changed, with the registered
-// prefix and length. fib_already_registered for a prefix that is registered in that table.
+// prefix and length.
 int rtclient_bulk_reg_notif(rtclient* client,
                             std::span<const rtclient_registration> prefixes) noexcept;
 int rtclient_bulk_unreg_notif(rtclient* client,

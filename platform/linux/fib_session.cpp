@@ -26,7 +26,10 @@ constexpr std::uint64_t audit_after = 30'000 * msec;
 constexpr std::uint64_t reconnect_after = 100 * msec;
 constexpr std::uint64_t accuracy = 1;
 
-// More routes than this in one read are looked at as a change of everything.
+// Events come one a read. A flood of them must not keep the loop from its other work.
+constexpr int reads_max = 256;
+
+// More routes than this in one go are looked at as a change of everything.
 constexpr std::size_t changed_max = 64;
 
 constexpr std::uint32_t groups =
@@ -115,16 +118,17 @@ int fib_session::find(std::uint32_t address, std::uint32_t table, rtclient_resul
 }
 
 int fib_session::add(const fib_prefix& prefix) noexcept {
+  int status = status_ok;
   try {
-    if (!prefixes_.try_emplace(prefix).second) {
-      return fib_already_registered;
-    }
+    const auto [it, is_new] = prefixes_.try_emplace(prefix);
+    it->second.told = false;
+    status = is_new ? status_ok : fib_already_registered;
   } catch (const std::bad_alloc&) {
     return no_memory;
   }
   arm(manager_, &settled_, 0, on_settled, this);  // the first notification
   schedule_audit();
-  return status_ok;
+  return status;
 }
 
 int fib_session::remove(const fib_prefix& prefix) noexcept {
@@ -144,10 +148,10 @@ void fib_session::schedule_audit() noexcept {
 int fib_session::on_readable(sd_event_source*, int, std::uint32_t, void* self) {
   auto& session = *static_cast<fib_session*>(self);
   int status = status_ok;
-  while (status == status_ok) {
+  for (int reads = 0; status == status_ok && reads < reads_max; ++reads) {
     status = session.events_.receive(on_event, self);
   }
-  if (status != EAGAIN) {
+  if (status != status_ok && status != EAGAIN) {
     session.disconnect();
     return 0;
   }
@@ -199,6 +203,9 @@ int fib_session::on_audit(sd_event_source*, std::uint64_t, void* self) {
 void fib_session::look_again(bool all) {
   const std::vector<route_record> routes = std::move(changed_);
   changed_.clear();
+  if (everything_changed_) {
+    lookup_.await_change();
+  }
   everything_changed_ = false;
   std::vector<fib_prefix> to_tell;
   for (auto& [prefix, last] : prefixes_) {

@@ -20,6 +20,7 @@ namespace {
 
 constexpr std::uint32_t main_table = RT_TABLE_MAIN;
 constexpr std::uint32_t local_table = RT_TABLE_LOCAL;
+constexpr int loopback = 1;  // the ifindex, in every namespace
 constexpr int no_route_errors[] = {ENETUNREACH, EHOSTUNREACH, EINVAL, EACCES, ENODEV};
 
 bool means_no_route(int error) noexcept {
@@ -74,6 +75,19 @@ int route_lookup::open() noexcept {
   const int on = 1;
   setsockopt(requests_.fd(), SOL_NETLINK, NETLINK_GET_STRICT_CHK, &on, sizeof on);
   return 0;
+}
+
+// Questions about links wait for the lock that a change holds from its first event to its end.
+void route_lookup::await_change() noexcept {
+  netlink_request request;
+  nlmsghdr* message = mnl_nlmsg_put_header(request.bytes);
+  message->nlmsg_type = RTM_GETLINK;
+  auto* link = static_cast<ifinfomsg*>(mnl_nlmsg_put_extra_header(message, sizeof(ifinfomsg)));
+  *link = ifinfomsg{};
+  link->ifi_index = loopback;
+  mnl_attr_put_u32(message, IFLA_EXT_MASK, RTEXT_FILTER_SKIP_STATS);
+  requests_.request(
+      message, [](void*, const nlmsghdr&) {}, nullptr);
 }
 
 int route_lookup::find(std::uint32_t address, std::uint32_t table, std::uint32_t vrf,

@@ -13,6 +13,10 @@ class route_lookup {
   // Opens the request socket. 0 or an errno value.
   int open() noexcept;
 
+  // Returns once the change is whole that the kernel is at. It tells of links and addresses before
+  // it has taken their routes away, so without this a look-up upon such an event may be early.
+  void await_change() noexcept;
+
   // The longest match of `address` (network byte order) in `table`; `vrf` is the table's VRF
   // device, 0 for the default VRF. A route whose next hops are all dead, or that refuses packets,
   // is none. 0 or an errno value.

@@ -17,6 +17,9 @@
 namespace ot {
 namespace {
 
+// How often a dump is tried again when links changed under it.
+constexpr int dump_attempts = 8;
+
 const vrf_device default_device{vrf_text{"default"}, default_vrf_id, default_vrf_table};
 
 std::uint32_t vrf_table(netlink_bytes link_info) noexcept {
@@ -141,32 +144,36 @@ void vrf_devices::on_event(void* self, const nlmsghdr& message) {
 }
 
 int vrf_devices::dump(std::vector<vrf_device>* ret) noexcept {
-  netlink_request request;
-  nlmsghdr* message = mnl_nlmsg_put_header(request.bytes);
-  message->nlmsg_type = RTM_GETLINK;
-  message->nlmsg_flags = NLM_F_DUMP;
-  auto* link = static_cast<ifinfomsg*>(mnl_nlmsg_put_extra_header(message, sizeof(ifinfomsg)));
-  *link = ifinfomsg{};
   struct target {
     std::vector<vrf_device>* devices;
     int status = status_ok;
   } to{ret};
-  const int status = requests_.request(
-      message,
-      [](void* context, const nlmsghdr& part) {
-        auto& into = *static_cast<target*>(context);
-        vrf_device device;
-        if (!read_device(part, device)) {
-          return;
-        }
-        try {
-          into.devices->push_back(device);
-        } catch (const std::bad_alloc&) {
-          into.status = no_memory;
-        }
-      },
-      &to);
-  // What changed during the dump follows as events.
+  int status = EINTR;
+  for (int attempt = 0; status == EINTR && attempt < dump_attempts; ++attempt) {
+    netlink_request request;
+    nlmsghdr* message = mnl_nlmsg_put_header(request.bytes);
+    message->nlmsg_type = RTM_GETLINK;
+    message->nlmsg_flags = NLM_F_DUMP;
+    auto* link = static_cast<ifinfomsg*>(mnl_nlmsg_put_extra_header(message, sizeof(ifinfomsg)));
+    *link = ifinfomsg{};
+    ret->clear();
+    status = requests_.request(
+        message,
+        [](void* context, const nlmsghdr& part) {
+          auto& into = *static_cast<target*>(context);
+          vrf_device device;
+          if (!read_device(part, device)) {
+            return;
+          }
+          try {
+            into.devices->push_back(device);
+          } catch (const std::bad_alloc&) {
+            into.status = no_memory;
+          }
+        },
+        &to);
+  }
+  // Links that never rest: what changed during the last dump follows as events.
   return to.status != status_ok || status == EINTR ? to.status : status;
 }
 
@@ -174,6 +181,7 @@ void vrf_devices::read_all_again() {
   events_.drain();
   std::vector<vrf_device> now;
   if (dump(&now) != status_ok) {
+    missed_ = true;  // tried again with the next event
     return;
   }
   const std::vector<vrf_device> before = devices_;

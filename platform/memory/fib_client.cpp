@@ -148,10 +148,11 @@ int rtclient_bulk_reg_notif(rtclient* client,
   }
   for (const rtclient_registration& registration : prefixes) {
     const field_prefix prefix = prefix_of(registration);
-    if (!client->registered.insert(prefix).second) {
+    const bool is_new = client->registered.insert(prefix).second;
+    notify(client, prefix);
+    if (!is_new) {
       return fib_already_registered;
     }
-    notify(client, prefix);
   }
   return status_ok;
 }
