@@ -2,16 +2,19 @@
 # Testing: which programs there are, how each is run, and the record of each run from which
 # scripts/test_summary.py computes the last line.
 
-# preset|level. clang is there for the second compiler's warnings and code: it builds the programs,
+# preset|level. The virtual machine runs one preset: its emulator makes instrumented programs crawl.
+# clang is there for the second compiler's warnings and code: it builds the programs,
 # and runs what shows most of the platform for the least building.
 test_plan=(
   "release|all"
+  "release|vm"
   "asan|all"
   "tsan|all"
   "clang|contract"
 )
 
-# level|program; "pytest" is the end-to-end suite, the others are GoogleTest programs.
+# level|program; "pytest" is the end-to-end suite, "pytest-vm" the one in a virtual machine, the
+# others are GoogleTest programs. "all" stands for every level but "vm".
 test_programs=(
   "unit|unit_tests"
   "tools|tools_tests"
@@ -19,7 +22,16 @@ test_programs=(
   "contract|contract_memory"
   "contract|contract_linux"
   "e2e|pytest"
+  "vm|pytest-vm"
 )
+
+# folder_of PROGRAM: where the tests of a pytest suite are; nothing for a GoogleTest program.
+folder_of() {
+  case $1 in
+    pytest) echo tests/e2e ;;
+    pytest-vm) echo tests/vm ;;
+  esac
+}
 
 # The thread sanitizer's runtime needs the old memory layout on newer kernels.
 without_aslr() {
@@ -33,16 +45,17 @@ without_aslr() {
 # run_program PRESET PROGRAM RECORD [ARGS]: runs one program; appends "preset, program, exit
 # status, report" to RECORD. Never fails itself: what went wrong stands in the record.
 run_program() {
-  local preset=$1 program=$2 record=$3 status=0 launcher=() report
+  local preset=$1 program=$2 record=$3 status=0 launcher=() report folder
   shift 3
   report=$PWD/build/$preset/reports/$program.xml
   mkdir -p "${report%/*}"
   rm -f "$report"
   [[ $preset == tsan ]] && launcher=(without_aslr)
   say "$preset: $program"
-  if [[ $program == pytest ]]; then
+  folder=$(folder_of "$program")
+  if [[ -n $folder ]]; then
     OT_BUILD_DIR=$PWD/build/$preset "${launcher[@]}" \
-      /usr/bin/python3 -m pytest -q -p no:cacheprovider --junit-xml="$report" tests/e2e "$@" || status=$?
+      /usr/bin/python3 -m pytest -q -p no:cacheprovider --junit-xml="$report" "$folder" "$@" || status=$?
   elif [[ -x build/$preset/bin/$program ]]; then
     "${launcher[@]}" "build/$preset/bin/$program" --gtest_brief=1 --gtest_output="xml:$report" \
       "$@" || status=$?
@@ -57,18 +70,21 @@ run_program() {
 targets_of() {
   local row
   [[ $1 == all || $1 == e2e ]] && return
-  [[ $2 == clang ]] && echo object_tracking trackctl
+  if [[ $2 == clang || $1 == vm ]]; then
+    echo object_tracking trackctl
+  fi
   for row in "${test_programs[@]}"; do
-    [[ $row == "$1|"* ]] && echo "${row#*|}"
+    [[ $row == "$1|"* && -z $(folder_of "${row#*|}") ]] && echo "${row#*|}"
   done
 }
 
 # run_level PRESET LEVEL RECORD [ARGS]: the programs of one level, or of "all".
 run_level() {
-  local row preset=$1 level=$2 record=$3
+  local row its preset=$1 level=$2 record=$3
   shift 3
   for row in "${test_programs[@]}"; do
-    if [[ $level == all || $level == "${row%%|*}" ]]; then
+    its=${row%%|*}
+    if [[ $level == "$its" || ($level == all && $its != vm) ]]; then
       run_program "$preset" "${row#*|}" "$record" "$@"
     fi
   done
@@ -83,7 +99,7 @@ say_what_is_left_out() {
 dev_test() {
   local level="" preset record row plan=("${test_plan[@]}")
   case ${1:-} in
-    unit | tools | contract | e2e)
+    unit | tools | contract | e2e | vm)
       level=$1
       plan=("debug|$level")
       shift
@@ -94,7 +110,7 @@ dev_test() {
       --preset) [[ $# -ge 2 ]] || die "--preset needs a name: debug, release, asan or tsan"
         plan=("$2|${level:-all}"); shift 2 ;;
       --) shift; break ;;
-      *) die "test: unknown word \"$1\" (unit, contract, tools, e2e, --preset P, -- ARGS)" ;;
+      *) die "test: unknown word \"$1\" (unit, contract, tools, e2e, vm, --preset P, -- ARGS)" ;;
     esac
   done
   say_what_is_left_out

@@ -1,0 +1,119 @@
+"""An instance of the service in the virtual machine, in a network namespace of its own."""
+
+import itertools
+import json
+import shlex
+
+from waiting import wait_until
+
+PATIENCE = 60.0
+_numbers = itertools.count(1)
+
+
+class GuestNamespace:
+    def __init__(self, guest):
+        self._guest = guest
+        self.name = f"n{next(_numbers)}"
+        self._guest.must(f"ip netns add {self.name} && ip -n {self.name} link set lo up")
+
+    def close(self):
+        self._guest.must(f"ip netns del {self.name}")
+
+    def ip(self, *commands):
+        """Runs `ip` commands in one process; what they print."""
+        lines = "".join(f"{line}\\n" for line in commands)
+        return self._guest.must(f"printf '{lines}' | ip -n {self.name} -batch -")
+
+    def link(self, *names):
+        """Veth pairs that are up: each a name and its peer NAME-p, which gives the carrier."""
+        self.ip(*(f"link {line}" for name in names
+                  for line in (f"add {name} type veth peer name {name}-p", f"set {name}-p up",
+                               f"set {name} up")))
+        for name in names:
+            wait_until(lambda name=name: "state UP" in self.ip(f"link show {name}"), PATIENCE,
+                       f"{name} up")
+
+    def vrf(self, name, table):
+        self.ip(f"link add {name} type vrf table {table}", f"link set {name} up")
+
+
+class GuestService:
+    def __init__(self, guest):
+        self.guest = guest
+        self.net = GuestNamespace(guest)
+        self.root = f"/run/{self.net.name}"
+        self._environment = f"OT_ROOT={self.root}"
+        guest.must(f"mkdir {self.root}")
+        self._follower = None
+        self._start()
+
+    def _start(self):
+        self._pid = self._spawn("object_tracking", "log")
+        wait_until(lambda: self.guest.run(f"{self._environment} trackctl show")[0] == 0, PATIENCE,
+                   "the service ready")
+
+    def restart(self):
+        self._end(self._pid)
+        self._start()
+
+    def _end(self, pid):
+        """Lets a program end, cleanly."""
+        self.guest.must(f"kill {pid}")
+        wait_until(lambda: self.guest.run(f"kill -0 {pid}")[0] != 0, PATIENCE,
+                   f"the end of process {pid}")
+
+    def _spawn(self, command, output):
+        """Starts a program of the build in the namespace; its process number."""
+        return int(self.guest.must(
+            f"{self._environment} ip netns exec {self.net.name} {command} "
+            f">>{self.root}/{output} 2>&1 & echo $!"))
+
+    def close(self):
+        """The service must end cleanly."""
+        if self._follower:
+            self._end(self._follower)
+        self._end(self._pid)
+        self.net.close()
+        self.guest.must(f"rm -r {self.root}")
+
+    def log(self):
+        return self.guest.run(f"cat {self.root}/log")[1]
+
+    def ctl(self, *arguments):
+        """Runs trackctl, which must succeed; what it printed."""
+        return self.guest.must(f"{self._environment} trackctl {shlex.join(arguments)}")
+
+    def show(self, name):
+        return self.guest.must(f"{self._environment} object_tracking show track {name} all")
+
+    def states(self):
+        """Every track's name and state."""
+        tracks = json.loads(self.ctl("show", "--json"))
+        return {track["name"]: track["state"] for track in tracks}
+
+    def wait_states(self, **wanted):
+        """Waits until each of the named tracks has its state."""
+        def reached():
+            states = self.states()
+            return all(states.get(name) == state for name, state in wanted.items())
+        try:
+            wait_until(reached, PATIENCE, f"{wanted}")
+        except AssertionError as error:
+            raise AssertionError(f"{error}; they are {self.states()}\n{self.log()}") from error
+
+    def follow(self):
+        """Begins to note events."""
+        self._follower = self._spawn("trackctl events --json", "events")
+        wait_until(lambda: "following events" in self.guest.run(f"cat {self.root}/events")[1],
+                   PATIENCE, "a follower")
+
+    def events(self):
+        """The events up to now as (track, state)."""
+        lines = self.guest.must(f"cat {self.root}/events").splitlines()
+        events = [json.loads(line) for line in lines if line.startswith("{")]
+        return [(event["track"], event["state"]) for event in events]
+
+    def wait_events(self, *events):
+        """Waits until exactly these have come since follow()."""
+        wait_until(lambda: len(self.events()) >= len(events), PATIENCE, f"events {events}")
+        assert self.events() == list(events)
