@@ -1,0 +1,101 @@
+// Feeds arbitrary bytes to the BFD client as what an engine sends: through the framing, the JSON
+// and the book of sessions. What is then to be sent must be well-formed, since the engine is not.
+//
+// The first byte says in which portions the rest arrives. The framing is skipped when it is odd, so
+// that the JSON is reached without guessing a header.
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <span>
+#include <string_view>
+
+#include "platform/linux/bfd_book.h"
+#include "platform/linux/bfd_frame.h"
+
+namespace ot {
+namespace {
+
+constexpr std::size_t requests_limit = 8192;  // of the book, whatever the engine says
+
+void require(bool condition) noexcept {
+  if (!condition) std::abort();
+}
+
+void require_peer(const bfd_job& job) {
+  const auto request = nlohmann::json::parse(job.payload);
+  const char* list = job.type == bfd_type_add ? "ipv4" : "label";
+  const auto& peer = request.at(list).at(0);
+  require(request.size() == 1 && peer.is_object() && peer.at("label").is_string());
+}
+
+class engine_under_fuzz {
+ public:
+  engine_under_fuzz() {
+    bool replaced_up = false;
+    for (std::uint32_t number = 1; number <= 3; ++number) {
+      const bfd_session_config config{bfd_interface_name{"eth0"}, number, 0, 300, 3};
+      book_.want({number, number}, config, &replaced_up);
+    }
+    book_.engine_back();
+    book_.next_job();
+    book_.answered(1, true);
+  }
+  ~engine_under_fuzz() {
+    std::size_t count = 0;
+    while (const auto job = book_.next_job()) {
+      require_peer(*job);
+      require(++count < requests_limit);
+    }
+    book_.engine_lost([](const bfd_session_key&) {});
+    require(!book_.next_job());
+  }
+
+  void take(std::string_view payload, std::uint8_t type) {
+    bool accepted = false;
+    bfd_notification notification;
+    if (type == bfd_type_response && bfd_read_response(payload, &accepted)) {
+      book_.answered(static_cast<std::uint32_t>(payload.size() % 5), accepted);
+    } else if (type == bfd_type_notification && bfd_read_notification(payload, &notification)) {
+      book_.notified(notification);
+    }
+  }
+
+  void stream(std::string_view bytes, std::size_t portion) {
+    bfd_frame_reader reader;
+    bfd_frame frame;
+    auto found = bfd_frame_reader::found::nothing;
+    while (!bytes.empty() && found != bfd_frame_reader::found::broken) {
+      const std::span<char> room = reader.room();
+      require(!room.empty());
+      const std::size_t count = std::min({portion, bytes.size(), room.size()});
+      std::memcpy(room.data(), bytes.data(), count);
+      reader.received(count);
+      bytes.remove_prefix(count);
+      while ((found = reader.next(&frame)) == bfd_frame_reader::found::frame) {
+        require(frame.payload.size() <= bfd_payload_limit);
+        take(frame.payload, frame.type);
+      }
+    }
+  }
+
+ private:
+  bfd_book book_{bfd_labels{1, 2}};
+};
+
+}  // namespace
+}  // namespace ot
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size == 0) return 0;
+  const std::string_view rest{reinterpret_cast<const char*>(data + 1), size - 1};
+  ot::engine_under_fuzz engine;
+  if (*data % 2 == 0) {
+    engine.stream(rest, *data / 2 + 1U);
+  } else {
+    engine.take(rest, ot::bfd_type_response);
+    engine.take(rest, ot::bfd_type_notification);
+  }
+  return 0;
+}
