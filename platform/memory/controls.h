@@ -109,8 +109,8 @@ struct library_use {
 };
 library_use probe_library_use(std::string_view name);
 
-// The service ends and leaves its table, which tells of no operation then, and starts again; the
-// table itself goes, until the service starts again.
+// The service ends and leaves its table, which tells of no operation then, and starts again with
+// another one and the operations it had; the table itself goes, until the service starts again.
 void probe_service_gone();
 void probe_service_back();
 void probe_table_gone();

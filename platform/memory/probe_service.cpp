@@ -1,7 +1,6 @@
 // The in-memory probe service: a package of two libraries, and the results a test gives.
 #include "platform/probe_service.h"
 
-#include <algorithm>
 #include <map>
 #include <string>
 
@@ -23,16 +22,16 @@ struct probe_library {
 struct probe_part {
   std::map<std::string, probe_library, std::less<>> libraries = {{"libqmon_infra.dll", {}},
                                                                  {"libqmon_infra_comp.dll", {}}};
-  bool running = true;       // the service; its table stays when it ends
-  bool table_exists = true;  // as long as the service keeps it
-  bool table_open = false;   // by us
+  bool running = true;  // the service; its table stays when it ends
+  unsigned table = 1;   // counts the tables that it has made
+  unsigned opened = 0;  // the one that is open
+  bool table_exists = true;
   std::map<std::uint32_t, qmon_stat_entry> operations;
 };
 
-bool loaded() {
-  const auto& libraries = world_part<probe_part>().libraries;
-  return std::all_of(libraries.begin(), libraries.end(),
-                     [](const auto& library) { return library.second.use.held > 0; });
+// The table's functions are in one of the two.
+bool loaded(const probe_part& part) {
+  return part.libraries.find("libqmon_infra.dll")->second.use.held > 0;
 }
 
 }  // namespace
@@ -53,7 +52,14 @@ void* qmon_library_load(const char* name) noexcept {
 }
 
 void qmon_library_unload(void* library) noexcept {
+  if (library == nullptr) {
+    return;
+  }
   --static_cast<probe_library*>(library)->use.held;
+  probe_part& part = world_part<probe_part>();
+  if (!loaded(part)) {
+    part.opened = 0;
+  }
 }
 
 int qmon_ot_shm_client_init() noexcept {
@@ -61,16 +67,16 @@ int qmon_ot_shm_client_init() noexcept {
     return code;
   }
   probe_part& part = world_part<probe_part>();
-  if (!loaded() || !part.table_exists) {
+  if (!loaded(part) || !part.table_exists) {
     return no_table;
   }
-  part.table_open = true;
+  part.opened = part.table;
   return status_ok;
 }
 
 void* qmon_ot_shm_get_stat_tbl() noexcept {
   probe_part& part = world_part<probe_part>();
-  return part.table_open ? &part.operations : nullptr;
+  return part.opened == part.table ? &part.operations : nullptr;
 }
 
 bool qmon_ot_stat_look_up(std::uint32_t op_id, const void* table, qmon_stat_entry* ret) noexcept {
@@ -116,12 +122,13 @@ void probe_service_back() {
   probe_part& part = world_part<probe_part>();
   part.running = true;
   part.table_exists = true;
+  ++part.table;
 }
 
 void probe_table_gone() {
   probe_part& part = world_part<probe_part>();
   part.table_exists = false;
-  part.table_open = false;
+  part.opened = 0;
 }
 
 void probe_result(std::uint32_t op_id, std::uint32_t return_code, std::uint32_t response_time) {
