@@ -24,8 +24,6 @@ ensure_packages() {
     as_root=(sudo)
   fi
   say "installing: $missing"
-  "${as_root[@]}" apt-get update -qq
   # shellcheck disable=SC2086  # a list of words
-  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-    apt-get install -y -qq --no-install-recommends $missing >/dev/null
+  "${as_root[@]}" scripts/install_quietly.sh $missing
 }
