@@ -3,9 +3,15 @@
 
 namespace ot {
 
+struct evm;
+
 // Ends the process at once with `status`, after queued system messages have left. The in-memory
 // platform throws `process_exited` in its place.
 [[noreturn]] void process_exit(int status);
+
+// Runs the manager's handlers until ready() holds, two seconds at most. On the manager's thread,
+// outside its handlers.
+void process_wait(evm* manager, bool (*ready)()) noexcept;
 
 // True when the ledger client library stands in its place, "/pkg/lib/libledger.so" below the
 // package root, and can be read.

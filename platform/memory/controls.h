@@ -5,7 +5,9 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -52,6 +54,13 @@ std::uint64_t handlers_run();
 
 // Ends the wait of the thread that runs this loop: its evm_block fails from now on.
 void end_loop(evm* manager);
+
+// Waits until `condition()` holds; it is looked at whenever something changed in another thread.
+void await(const std::function<bool()>& condition);
+
+// The names that threads have taken, in order; empty where one gave its name back at its end.
+std::vector<std::string> thread_names_set();
+std::size_t threads_ended();
 
 // --- Interfaces ----------------------------------------------------------------------------------
 

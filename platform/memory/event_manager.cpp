@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "platform/memory/alloc_faults.h"
+#include "platform/memory/awaiting.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/loops.h"
 #include "platform/memory/virtual_time.h"
@@ -24,6 +25,7 @@ namespace {
 
 constexpr int nothing_pending = 11;  // EAGAIN
 constexpr int loop_ended = 9;        // EBADF
+constexpr int interrupted = 4;       // EINTR
 constexpr std::uint64_t handlers_at_once = 1'000'000;
 constexpr std::chrono::seconds idle_deadline{20};
 
@@ -43,6 +45,7 @@ struct evm {
   bool elsewhere = false;  // run by another thread than the test's
   bool waiting = false;
   bool ended = false;
+  bool abandoned = false;  // its thread gave up on a failed wait
 };
 
 namespace {
@@ -72,8 +75,10 @@ bool with_manager(const evm* manager, Use&& use) {
 int wait_for_work(evm& manager) {
   std::unique_lock lock{manager.mutex};
   manager.elsewhere = true;
+  manager.abandoned = false;
   manager.waiting = true;
   manager.changed.notify_all();
+  note_change();
   manager.changed.wait(lock, [&] { return !manager.pending.empty() || manager.ended; });
   manager.waiting = false;
   return manager.ended ? loop_ended : status_ok;
@@ -97,20 +102,28 @@ std::vector<evm*> present_managers() {
   return loops.managers;
 }
 
-// True when a handler ran, or another thread had work to finish.
-bool run_one(evm* manager) {
-  if (std::unique_lock lock{manager->mutex}; manager->elsewhere) {
-    const auto idle = [&] {
-      return manager->ended || (manager->waiting && manager->pending.empty());
-    };
-    if (idle()) {
-      return false;
-    }
-    if (!manager->changed.wait_for(lock, idle_deadline, idle)) {
-      throw std::runtime_error{"another thread's loop does not become idle"};
-    }
-    return true;
+bool runs_elsewhere(evm& manager) {
+  const std::scoped_lock lock{manager.mutex};
+  return manager.elsewhere;
+}
+
+// True when another thread had work to finish.
+bool wait_until_idle(evm& manager) {
+  std::unique_lock lock{manager.mutex};
+  const auto idle = [&] {
+    return manager.ended || manager.abandoned || (manager.waiting && manager.pending.empty());
+  };
+  if (idle()) {
+    return false;
   }
+  if (!manager.changed.wait_for(lock, idle_deadline, idle)) {
+    throw std::runtime_error{"another thread's loop does not become idle"};
+  }
+  return true;
+}
+
+// True when a handler ran.
+bool run_one(evm* manager) {
   return evm_block(manager) == status_ok && evm_dispatch(manager) == status_ok;
 }
 
@@ -144,6 +157,8 @@ void evm_destroy(evm* manager) noexcept {
 int evm_block(evm* manager) noexcept {
   alloc_faults_paused pause;
   if (const int code = take_failure_code("evm_block")) {
+    const std::scoped_lock lock{manager->mutex};
+    manager->abandoned = manager->elsewhere && code != interrupted;
     return code;
   }
   if (std::this_thread::get_id() != world_part<loops_part>().test_thread) {
@@ -177,6 +192,11 @@ int evm_dispatch(evm* manager) {
 void loop_post(evm* manager, std::function<void()> work) noexcept {
   alloc_faults_paused pause;
   with_manager(manager, [&](evm& present) { present.pending.push_back(std::move(work)); });
+}
+
+void loop_runs_here(evm* manager) noexcept {
+  const bool elsewhere = std::this_thread::get_id() != world_part<loops_part>().test_thread;
+  with_manager(manager, [elsewhere](evm& present) { present.elsewhere = elsewhere; });
 }
 
 int evm_post(evm* manager, evm_task task, void* argument) noexcept {
@@ -239,8 +259,13 @@ void run_pending() {
   std::uint64_t left = handlers_at_once;
   for (bool busy = true; busy;) {
     busy = false;
-    for (evm* manager : present_managers()) {
-      busy = run_one(manager) || busy;
+    // The other threads first: while they are idle only this one can give them work.
+    const std::vector<evm*> managers = present_managers();
+    for (evm* manager : managers) {
+      busy = (runs_elsewhere(*manager) && wait_until_idle(*manager)) || busy;
+    }
+    for (evm* manager : managers) {
+      busy = (!runs_elsewhere(*manager) && run_one(manager)) || busy;
       if (--left == 0) {
         throw std::runtime_error{"the loops never run dry"};
       }

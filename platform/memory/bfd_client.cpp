@@ -1,0 +1,309 @@
+// The in-memory BFD service. It acknowledges at once, through the client's loop; a session is up
+// while its peer answers.
+#include "platform/bfd_client.h"
+
+#include <arpa/inet.h>
+
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <stdexcept>
+#include <utility>
+
+#include "platform/memory/alloc_faults.h"
+#include "platform/memory/awaiting.h"
+#include "platform/memory/bfd_controls.h"
+#include "platform/memory/interface_field.h"
+#include "platform/memory/loops.h"
+#include "platform/memory/world.h"
+#include "platform/status.h"
+
+namespace ot {
+namespace {
+
+using session_key = std::pair<std::uint32_t, std::uint32_t>;  // handle, address in host byte order
+
+struct wanted_session {
+  std::uint32_t id = 0;
+  std::uint32_t rate = 0;
+  std::uint32_t debounce_count = 0;
+};
+
+struct bfd_part {
+  std::mutex mutex;
+  bool running = false;
+  std::optional<bfdc_bind_record> client;
+  std::size_t binds = 0;
+  std::size_t requests = 0;
+  std::uint32_t last_sequence = 0;
+  std::uint32_t last_id = 0;
+  int refusal = 0;  // of the next creation
+  std::map<session_key, wanted_session> wanted;
+  std::set<session_key> answering;
+
+  [[nodiscard]] bool up(const session_key& key) const {
+    return running && wanted.contains(key) && answering.contains(key);
+  }
+};
+
+std::uint32_t host_address(const bfd_address& address) noexcept {
+  std::uint32_t ipv4 = 0;
+  std::memcpy(&ipv4, address.bytes, sizeof ipv4);
+  return ntohl(ipv4);
+}
+
+bfd_address record_of(std::uint32_t host) noexcept {
+  bfd_address address;
+  address.family = bfd_family_ipv4;
+  const std::uint32_t ipv4 = htonl(host);
+  std::memcpy(address.bytes, &ipv4, sizeof ipv4);
+  return address;
+}
+
+// Has one of the client's callbacks called with `message` on its loop; nobody is told when the
+// client has gone by then.
+template <typename Message>
+void tell(bfd_part& part, void (*bfdc_bind_record::*callback)(const Message*), Message message) {
+  if (!part.client) {
+    return;
+  }
+  loop_post(part.client->manager, [callback, message] {
+    bfd_part& then = world_part<bfd_part>();
+    void (*call)(const Message*) = nullptr;
+    {
+      const std::scoped_lock lock{then.mutex};
+      call = then.client ? *then.client.*callback : nullptr;
+    }
+    if (call != nullptr) {
+      alloc_faults_resumed resume;
+      call(&message);
+    }
+  });
+}
+
+void tell_state(bfd_part& part, const session_key& key, bool up) {
+  tell(part, &bfdc_bind_record::state_changed,
+       bfdc_event{bfdc_event_session_state, key.first, record_of(key.second), up ? 0U : 1U});
+}
+
+void tell_status(bfd_part& part, std::uint32_t status) {
+  tell(part, &bfdc_bind_record::connection, bfdc_connection_status{status});
+}
+
+void tell_states_of_up_sessions(bfd_part& part, bool up) {
+  for (const auto& [key, session] : part.wanted) {
+    if (part.answering.contains(key)) {
+      tell_state(part, key, up);
+    }
+  }
+}
+
+// The call itself: whether it is sent and taken, and under what number.
+int take(bfd_part& part, const char* operation, bfdc_session_answer* ret) {
+  const auto failure = take_failure(operation);
+  *ret = {};
+  if (!part.client || (failure && failure->result != 0)) {
+    return failure ? failure->result : invalid_argument;
+  }
+  ret->result = failure ? failure->item_status : 0;
+  ret->sequence = ret->result == 0 ? ++part.last_sequence : 0;
+  ++part.requests;
+  return status_ok;
+}
+
+void acknowledge(bfd_part& part, const bfdc_session_request& request, std::uint32_t event,
+                 int error) {
+  bfdc_request_result result;
+  result.error = error;
+  result.event = event;
+  result.ifhandle = request.ifhandle;
+  result.destination = request.destination;
+  result.sequence = part.last_sequence;
+  result.context = request.context;
+  tell(part, &bfdc_bind_record::request_done, result);
+}
+
+session_key key_of(const bfdc_session_request& request) noexcept {
+  return {request.ifhandle, host_address(request.destination)};
+}
+
+session_key field_key(std::string_view interface, const char* address) {
+  const field_interface* found = world_part<interface_part>().find(interface);
+  in_addr parsed{};
+  if (found == nullptr || inet_pton(AF_INET, address, &parsed) != 1) {
+    throw std::runtime_error{"no such interface or address"};
+  }
+  return {found->handle, ntohl(parsed.s_addr)};
+}
+
+}  // namespace
+
+int bfdc_bind_nb(const bfdc_bind_record& record, void* /*context*/) noexcept {
+  alloc_faults_paused pause;
+  const auto failure = take_failure("bfdc_bind_nb");
+  if (failure && failure->result != 0) {
+    note_change();
+    return failure->result;
+  }
+  {
+    bfd_part& part = world_part<bfd_part>();
+    const std::scoped_lock lock{part.mutex};
+    part.client = record;
+    ++part.binds;
+    loop_runs_here(record.manager);
+    tell(part, &bfdc_bind_record::bound, bfdc_bind_result{failure ? failure->item_status : 0});
+    if (part.running) {
+      tell_status(part, 1);
+    }
+  }
+  note_change();
+  return status_ok;
+}
+
+void bfdc_unbind() noexcept {
+  alloc_faults_paused pause;
+  bfd_part& part = world_part<bfd_part>();
+  const std::scoped_lock lock{part.mutex};
+  part.client.reset();
+  part.wanted.clear();
+}
+
+bool bfdc_service_present() noexcept {
+  bfd_part& part = world_part<bfd_part>();
+  const std::scoped_lock lock{part.mutex};
+  return part.running;
+}
+
+int bfdc_session_create_nb(const bfdc_session_request& request, bfdc_session_answer* ret) noexcept {
+  alloc_faults_paused pause;
+  bfd_part& part = world_part<bfd_part>();
+  const std::scoped_lock lock{part.mutex};
+  const int status = take(part, "bfdc_session_create_nb", ret);
+  if (status != status_ok || ret->result != status_ok) {
+    return status;
+  }
+  const int refusal = std::exchange(part.refusal, 0);
+  if (refusal == 0) {
+    const auto [it, is_new] = part.wanted.try_emplace(
+        key_of(request), wanted_session{part.last_id + 1, request.rate, request.debounce_count});
+    part.last_id += is_new ? 1U : 0U;
+    ret->session_id = it->second.id;
+  }
+  acknowledge(part, request, bfdc_request_created, refusal);
+  if (part.up(key_of(request))) {
+    tell_state(part, key_of(request), true);
+  }
+  return status_ok;
+}
+
+int bfdc_session_delete_unconfig_nb(const bfdc_session_request& request,
+                                    bfdc_session_answer* ret) noexcept {
+  alloc_faults_paused pause;
+  bfd_part& part = world_part<bfd_part>();
+  const std::scoped_lock lock{part.mutex};
+  const int status = take(part, "bfdc_session_delete_unconfig_nb", ret);
+  if (status == status_ok && ret->result == status_ok) {
+    part.wanted.erase(key_of(request));
+    acknowledge(part, request, bfdc_request_unconfigured, 0);
+  }
+  return status;
+}
+
+namespace field {
+
+void bfd_engine_back() {
+  bfd_part& part = world_part<bfd_part>();
+  const std::scoped_lock lock{part.mutex};
+  part.running = true;
+  tell_status(part, 1);
+  tell_states_of_up_sessions(part, true);
+}
+
+void bfd_engine_away() {
+  bfd_part& part = world_part<bfd_part>();
+  const std::scoped_lock lock{part.mutex};
+  part.running = false;
+  tell_status(part, 0);
+  tell_states_of_up_sessions(part, false);
+}
+
+void bfd_peer_answers(std::string_view interface, const char* address) {
+  const session_key key = field_key(interface, address);
+  bfd_part& part = world_part<bfd_part>();
+  const std::scoped_lock lock{part.mutex};
+  part.answering.insert(key);
+  if (part.up(key)) {
+    tell_state(part, key, true);
+  }
+}
+
+void bfd_peer_silent(std::string_view interface, const char* address) {
+  const session_key key = field_key(interface, address);
+  bfd_part& part = world_part<bfd_part>();
+  const std::scoped_lock lock{part.mutex};
+  const bool was_up = part.up(key);
+  part.answering.erase(key);
+  if (was_up) {
+    tell_state(part, key, false);
+  }
+}
+
+void bfd_refuses_next(int error) {
+  bfd_part& part = world_part<bfd_part>();
+  const std::scoped_lock lock{part.mutex};
+  part.refusal = error;
+}
+
+void bfd_says_result(const bfdc_request_result& result) {
+  bfd_part& part = world_part<bfd_part>();
+  const std::scoped_lock lock{part.mutex};
+  tell(part, &bfdc_bind_record::request_done, result);
+}
+
+void bfd_says_event(const bfdc_event& event) {
+  bfd_part& part = world_part<bfd_part>();
+  const std::scoped_lock lock{part.mutex};
+  tell(part, &bfdc_bind_record::state_changed, event);
+}
+
+void bfd_says_status(std::uint32_t status) {
+  bfd_part& part = world_part<bfd_part>();
+  const std::scoped_lock lock{part.mutex};
+  tell_status(part, status);
+}
+
+std::vector<bfd_wanted_session> bfd_wanted_sessions() {
+  bfd_part& part = world_part<bfd_part>();
+  const std::scoped_lock lock{part.mutex};
+  std::vector<bfd_wanted_session> sessions;
+  for (const auto& [key, session] : part.wanted) {
+    const in_addr address{htonl(key.second)};
+    char text[INET_ADDRSTRLEN] = "";
+    inet_ntop(AF_INET, &address, text, sizeof text);
+    sessions.push_back({key.first, text, session.rate, session.debounce_count});
+  }
+  return sessions;
+}
+
+std::size_t bfd_requests() {
+  bfd_part& part = world_part<bfd_part>();
+  const std::scoped_lock lock{part.mutex};
+  return part.requests;
+}
+
+std::size_t bfd_binds() {
+  bfd_part& part = world_part<bfd_part>();
+  const std::scoped_lock lock{part.mutex};
+  return part.binds;
+}
+
+std::string bfd_client_name() {
+  bfd_part& part = world_part<bfd_part>();
+  const std::scoped_lock lock{part.mutex};
+  return part.client ? std::string{part.client->client_name.view()} : "";
+}
+
+}  // namespace field
+}  // namespace ot
