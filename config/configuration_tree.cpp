@@ -10,6 +10,7 @@
 #include "lists/list_config.h"
 #include "lists/threshold_list.h"
 #include "platform/status.h"
+#include "sources/bfd/bfd_config.h"
 #include "sources/interface/interface_config.h"
 #include "sources/probe/probe_config.h"
 #include "sources/route/route_config.h"
@@ -107,8 +108,8 @@ const std::array<ledger_registration, 13> configuration_handlers = {{
      object_tracking_type_route_vrf_apply},
     {"track/*/type/prb/#/op_id", number_item, object_tracking_prb_verify,
      object_tracking_type_prb_apply},
-    {"track/*/type/bfdprb/#/rate/#/debounce_count/#/Interface/*/destaddress", tuple_item, nullptr,
-     nullptr},
+    {"track/*/type/bfdprb/#/rate/#/debounce_count/#/Interface/*/destaddress", tuple_item,
+     object_tracking_type_bfdprb_verify, object_tracking_type_bfdprb_apply},
 }};
 
 int ot_configuration_register() noexcept {

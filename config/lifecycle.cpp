@@ -11,6 +11,7 @@
 #include "lists/boolean_list.h"
 #include "lists/threshold_list.h"
 #include "platform/status.h"
+#include "sources/bfd/bfd_track.h"
 #include "sources/interface/interface_track.h"
 #include "sources/probe/probe_track.h"
 #include "sources/route/route_track.h"
@@ -45,6 +46,10 @@ void trace_probe_failure(const char* error) {
   OT_TRACE_ERROR("(%s) : delete_track_from_prb_entry failed - %s", delete_name, error);
 }
 
+void trace_bfd_failure(const char* error) {
+  OT_TRACE_ERROR("(%s) : object_tracking_type_bfdprb_delete failed - %s", delete_name, error);
+}
+
 void trace_boolean_failure(const char* error) {
   OT_TRACE_ERROR("(%s) : object_tracking_delete_track_bool_objects failed - %s", delete_name,
                  error);
@@ -62,6 +67,12 @@ int detach_probe(ot_track& track) {
                   track.name.c_str());
   return delete_track_from_prb_entry(track.name.c_str());
 }
+int detach_bfd(ot_track& track) {
+  OT_TRACE_DETAIL(
+      " Found track_type : BFD_PRB. for track name %s  Delete this track from bfdprb entry",
+      track.name.c_str());
+  return object_tracking_type_bfdprb_delete(track.name.c_str());
+}
 int detach_boolean(ot_track& track) {
   return object_tracking_delete_track_bool_objects(&track);
 }
@@ -69,10 +80,11 @@ int detach_threshold(ot_track& track) {
   return ot_thld_del_track_objects(&track);
 }
 
-constexpr std::array<teardown_row, 7> teardowns = {{
+constexpr std::array<teardown_row, 8> teardowns = {{
     {track_type::interface, detach_interface, trace_interface_failure},
     {track_type::route, detach_route, trace_route_failure},
     {track_type::probe, detach_probe, trace_probe_failure},
+    {track_type::bfd, detach_bfd, trace_bfd_failure},
     {track_type::boolean_and, detach_boolean, trace_boolean_failure},
     {track_type::boolean_or, detach_boolean, trace_boolean_failure},
     {track_type::threshold_weight, detach_threshold, trace_threshold_failure},

@@ -16,7 +16,9 @@ int new_track_record(const char* name, track_type type, track_state source_state
   wtm_leaf* timer = set_ot_delay_timer(ctx);
   if (timer == nullptr) {
     delete ctx;
-    OT_TRACE_ERROR("(%s) : malloc() failed.", who);
+    if (who != nullptr) {
+      OT_TRACE_ERROR("(%s) : malloc() failed.", who);
+    }
     return no_memory;
   }
   *ret = ot_track{};

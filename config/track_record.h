@@ -9,7 +9,8 @@
 namespace ot {
 
 // Fills `ret` with a new record: name, type, source state, creation time as last change, and a
-// stopped delay timer whose context carries `source_state`. 0, or 12 with nothing left behind.
+// stopped delay timer whose context carries `source_state`. 0, or 12 with nothing left behind,
+// which is traced unless `who` is null.
 int new_track_record(const char* name, track_type type, track_state source_state, const char* who,
                      ot_track* ret) noexcept;
 

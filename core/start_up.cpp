@@ -16,7 +16,13 @@
 #include "oper/records.h"
 #include "oper/track_events.h"
 #include "oper/tracking_interfaces.h"
+#include "platform/bfd_client.h"
+#include "platform/process.h"
 #include "platform/status.h"
+#include "sources/bfd/bfd_sessions.h"
+#include "sources/bfd/bfd_table.h"
+#include "sources/bfd/bfd_thread.h"
+#include "sources/bfd/pending_sessions.h"
 #include "sources/interface/ifm_client.h"
 #include "sources/interface/interface_table.h"
 #include "sources/probe/probe_statistics.h"
@@ -41,6 +47,14 @@ int open_interface_manager(const start_context& context) {
   return status == open_in_progress ? status_ok : status;
 }
 
+// A stored BFD track needs its session before its delays are applied; without a service there is
+// nothing to wait for.
+int wait_for_bfd(const start_context& context) {
+  process_wait(context.manager,
+               [] { return is_ot_bfd_connection_up != 0 || !bfdc_service_present(); });
+  return status_ok;
+}
+
 // The records outlive a service that is stopped and started again in one process.
 int register_records(const start_context&) {
   const int status = ot_records_register();
@@ -58,6 +72,7 @@ constexpr std::array start_steps = {
     start_step{"interface table", [](const start_context&) { return interfaces_table_create(); }},
     start_step{"route table", [](const start_context&) { return ipv4_route_table_create(); }},
     start_step{"probe table", [](const start_context&) { return prb_table_create(); }},
+    start_step{"BFD table", [](const start_context&) { return bfdprb_table_create(); }},
     start_step{"timers", [](const start_context& c) { return ot_timers_init(c.manager); }},
     start_step{"process timers", [](const start_context&) { return ot_process_timers_create(); }},
     start_step{"published states", [](const start_context&) { return ot_ha_ledger_bind(); }},
@@ -73,6 +88,7 @@ constexpr std::array start_steps = {
     start_step{"interface manager", open_interface_manager},
     start_step{"VRF service", [](const start_context& c) { return ot_vmap_init(c.manager); }},
     start_step{"FIB", [](const start_context& c) { return ot_fec_init(c.manager); }},
+    start_step{"BFD thread", [](const start_context& c) { return ot_bfd_init(c.manager); }},
     start_step{"restart flag",
                [](const start_context& c) {
                  ot_set_restart(c.start_count);
@@ -80,6 +96,7 @@ constexpr std::array start_steps = {
                }},
     start_step{"configuration tree",
                [](const start_context&) { return ot_configuration_register(); }},
+    start_step{"BFD connection", wait_for_bfd},
     start_step{"stored configuration",
                [](const start_context&) { return ot_configuration_replay(); }},
 };
@@ -115,11 +132,14 @@ void ot_stop() noexcept {
   stop_delays();
   ot_fec_close();
   ot_vmap_stop();
+  ot_bfd_stop();
   drop_all_tracks();
   drop_all_interfaces();
   drop_all_routes();
   drop_all_probes();
   release_probe_package();
+  drop_all_bfd_sessions();
+  drop_bfd_cfgs();
   drop_pending_routes();
   ot_notifications_drop();
   forget_tracking_interfaces();
