@@ -2,8 +2,6 @@
 // route tracks.
 #pragma once
 
-#include <arpa/inet.h>
-
 #include <string>
 
 #include "platform/ipv4.h"
@@ -13,15 +11,10 @@
 #include "sources/route/fib_connection.h"
 #include "sources/route/route_table.h"
 #include "sources/route/route_track.h"
+#include "tests/support/ip_address.h"
 #include "tests/unit/service_fixture.h"
 
 namespace ot::test {
-
-inline std::uint32_t ip(const char* text) {
-  in_addr parsed{};
-  EXPECT_EQ(inet_pton(AF_INET, text, &parsed), 1) << text;
-  return parsed.s_addr;
-}
 
 class route_service : public running_service {
  protected:

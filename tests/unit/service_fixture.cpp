@@ -8,6 +8,7 @@
 #include "core/main.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
+#include "sources/bfd/bfd_thread.h"
 #include "state/ledger_state.h"
 
 namespace ot::test {
@@ -41,7 +42,11 @@ int service_fixture::start(std::uint32_t start_count) {
   if (manager == nullptr && evm_create(&manager) != 0) {
     throw std::runtime_error{"no event manager"};
   }
+  const std::size_t ended = field::threads_ended();
   const int status = ot_start(manager, start_count);
+  if (status == 0) {  // the BFD thread runs its loop, or could not
+    field::await([ended] { return is_ot_bfd_init_done != 0 || field::threads_ended() > ended; });
+  }
   field::run_pending();
   return status;
 }
