@@ -134,19 +134,6 @@ TEST_F(path_to_handler, unknown_paths_are_refused_by_name) {
 
 class registered_tree : public running_service {};
 
-TEST_F(registered_tree, refuses_items_of_sources_that_are_not_built_in) {
-  const std::vector<leaf_row> leaves = every_leaf();
-  for (std::size_t row = 0; row < leaves.size(); ++row) {
-    const ledger_registration& handler = configuration_handlers[row];
-    if (handler.verify != nullptr && handler.apply != nullptr) {
-      continue;
-    }
-    EXPECT_EQ(commit({leaves[row].proposal}), ledger_not_available) << handler.path;
-    EXPECT_THAT(refusals.at(0).text, testing::HasSubstr("The ledger does not offer this here"));
-    EXPECT_EQ(hash_db_get_track_item("t-1"), nullptr);
-  }
-}
-
 TEST_F(registered_tree, cannot_be_registered_twice) {
   EXPECT_EQ(ot_configuration_register(), duplicate_key);
 }
