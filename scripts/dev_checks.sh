@@ -24,13 +24,13 @@ dev_lint() {
   say "shellcheck"
   shellcheck -x dev scripts/*.sh .ci/run packaging/*.bash-completion || failed=1
   say "clang-tidy"
-  cmake --preset release >/dev/null
+  cmake --preset lint >/dev/null # no precompiled headers: clang cannot read those of g++
   if [[ ${#files[@]} -eq 0 ]]; then
     mapfile -t files < <(sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' \
-      build/release/compile_commands.json | sort -u)
+      build/lint/compile_commands.json | sort -u)
   fi
   printf '%s\0' "${files[@]}" |
-    xargs -0 -n 1 -P "$(nproc)" clang-tidy-14 -p build/release --quiet 2>/dev/null || failed=1
+    xargs -0 -n 1 -P "$(nproc)" clang-tidy-14 -p build/lint --quiet 2>/dev/null || failed=1
   return "$failed"
 }
 
