@@ -44,7 +44,8 @@ std::uint32_t str_hash(const hash_db& table, const void* key) noexcept {
   const auto* text = static_cast<const char*>(key);
   std::uint32_t h = 0;
   for (std::uint32_t i = 0; i < table.key_size && text[i] != '\0'; ++i) {
-    const auto c = static_cast<std::uint32_t>(static_cast<signed char>(text[i]));
+    const std::uint32_t byte = static_cast<unsigned char>(text[i]);
+    const std::uint32_t c = byte < 0x80 ? byte : byte - 0x100;
     h = (((h << 7) + c) % table.bucket_count) * 65599U + c;
   }
   return h % table.bucket_count;
