@@ -101,15 +101,6 @@ constexpr std::array start_steps = {
                [](const start_context&) { return ot_configuration_replay(); }},
 };
 
-// A running delay would wait for its expiry, which does not come any more.
-void stop_delays() noexcept {
-  for (auto* track = hash_db_first_data<ot_track>(tracks_table); track != nullptr;
-       track = hash_db_next_data<ot_track>(tracks_table)) {
-    stop_ot_timer(track->delay_timer);
-    stop_ot_timer(track->poll_timer);
-  }
-}
-
 }  // namespace
 
 int ot_start(evm* manager, std::uint32_t start_count) {
@@ -129,7 +120,6 @@ int ot_start(evm* manager, std::uint32_t start_count) {
 
 void ot_stop() noexcept {
   ot_ifm_close();
-  stop_delays();
   ot_fec_close();
   ot_vmap_stop();
   ot_bfd_stop();
