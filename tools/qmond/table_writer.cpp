@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "platform/linux/unique_fd.h"
+#include "tools/qmond/kinds.h"
 
 namespace ot::qmond {
 namespace {
@@ -165,6 +166,11 @@ description describe(const std::string& text, std::uint32_t interval_ms, std::ui
   about[word_timeout_ms] = timeout_ms;
   std::memcpy(&about[word_text], text.data(), std::min(text.size(), description_text_size - 1));
   return about;
+}
+
+description describe(const operation& config) {
+  return describe(std::string(kind_of(config.kind).word) + ' ' + config.target, config.interval_ms,
+                  config.timeout_ms);
 }
 
 std::string description_text(const description& about) {

@@ -7,6 +7,7 @@
 
 #include "platform/linux/qmon_client/table_layout.h"
 #include "platform/linux/qmon_client/table_view.h"
+#include "tools/qmond/operation.h"
 
 namespace ot::qmond {
 
@@ -50,6 +51,7 @@ class table_writer {
 
 // The words of a description. Texts that are too long are cut.
 description describe(const std::string& text, std::uint32_t interval_ms, std::uint32_t timeout_ms);
+description describe(const operation& config);
 std::string description_text(const description& about);
 
 }  // namespace ot::qmond

@@ -1,0 +1,219 @@
+// The engine on virtual time with probes that end when the test says so.
+#include "tools/qmond/engine.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+
+#include "tests/qmond/table_fixture.h"
+
+namespace ot::qmond {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr std::uint64_t second = 1000000;
+
+class engine_test : public table_test {
+ protected:
+  struct running_probe : probe {
+    explicit running_probe(engine_test& of, std::uint32_t op) : test(of), id(op) {}
+    ~running_probe() override { test.under_way_.erase(id); }
+    [[nodiscard]] std::uint64_t begun_us() const noexcept override { return begun; }
+    engine_test& test;
+    std::uint32_t id;
+    std::uint64_t begun = test.now_;
+  };
+
+  void SetUp() override {
+    table_test::SetUp();
+    engine_.emplace(path_, engine_hooks{.start =
+                                            [this](const operation& what, probe_done done) {
+                                              return start(what, std::move(done));
+                                            },
+                                        .now_us = [this] { return now_; },
+                                        .wall_clock = [] { return 1U; }});
+  }
+  void TearDown() override {
+    engine_.reset();
+    table_test::TearDown();
+  }
+
+  started start(const operation& what, probe_done done) {
+    starts_.emplace_back(what.id, now_);
+    if (immediate_) {
+      return {.running = nullptr, .code = *immediate_};
+    }
+    under_way_[what.id] = std::move(done);
+    return {.running = std::make_unique<running_probe>(*this, what.id), .code = return_code::none};
+  }
+
+  // Lets the time pass until `when`, doing what falls due.
+  void pass_until(std::uint64_t when) {
+    while (engine_->next_due_us() && *engine_->next_due_us() <= when) {
+      now_ = std::max(now_, *engine_->next_due_us());
+      engine_->run_due();
+    }
+    now_ = when;
+  }
+  void answer(std::uint32_t id, return_code code) {
+    const probe_done done = under_way_.at(id);
+    done(code);
+  }
+
+  // What a reader finds; all zero words for an operation that is not running.
+  statistics found(std::uint32_t id) {
+    table_view view;
+    statistics words{};
+    EXPECT_EQ(view.open(path_), 0);
+    (void)view.look_up(id, &words);
+    return words;
+  }
+  std::uint32_t code(std::uint32_t id) { return found(id)[word_return_code]; }
+
+  static operation every_second(std::uint32_t id) {
+    operation made;
+    made.id = id;
+    made.host = "192.0.2.1";
+    made.interval_ms = 1000;
+    made.timeout_ms = 400;
+    return made;
+  }
+  static std::vector<operation> many(std::uint32_t count) {
+    std::vector<operation> made;
+    for (std::uint32_t id = 0; id < count; ++id) {
+      made.push_back(every_second(id));
+    }
+    return made;
+  }
+
+  std::uint64_t now_ = 1000 * second;
+  std::optional<return_code> immediate_;
+  std::map<std::uint32_t, probe_done> under_way_;
+  std::vector<std::pair<std::uint32_t, std::uint64_t>> starts_;
+  std::optional<engine> engine_;
+};
+
+TEST_F(engine_test, without_operations_nothing_is_due) {
+  engine_->apply({});
+  EXPECT_EQ(engine_->next_due_us(), std::nullopt);
+}
+
+TEST_F(engine_test, publishes_what_a_probe_came_to) {
+  engine_->apply({every_second(0)});
+  engine_->run_due();
+  EXPECT_EQ(code(0), 0U);
+  now_ += 12345;
+  answer(0, return_code::ok);
+  EXPECT_EQ(code(0), 1U);
+  EXPECT_EQ(found(0)[word_response_time_us], 12345U);
+  EXPECT_THAT(under_way_, IsEmpty());
+}
+
+TEST_F(engine_test, starts_keep_their_rhythm_however_long_probes_take) {
+  engine_->apply({every_second(0)});
+  const std::uint64_t begin = now_;
+  for (int i = 0; i < 3; ++i) {
+    pass_until(begin + static_cast<std::uint64_t>(i) * second + 100000);
+    answer(0, return_code::ok);
+  }
+  EXPECT_THAT(starts_, ElementsAre(std::pair(0U, begin), std::pair(0U, begin + second),
+                                   std::pair(0U, begin + 2 * second)));
+}
+
+TEST_F(engine_test, a_probe_that_takes_too_long_is_given_up) {
+  engine_->apply({every_second(0)});
+  pass_until(now_ + 399999);
+  EXPECT_EQ(under_way_.size(), 1U);
+  pass_until(now_ + 1);
+  EXPECT_THAT(under_way_, IsEmpty());
+  EXPECT_EQ(code(0), 2U);
+}
+
+TEST_F(engine_test, a_result_at_once_counts_as_well) {
+  immediate_ = return_code::unreachable;
+  engine_->apply({every_second(0)});
+  engine_->run_due();
+  EXPECT_EQ(code(0), 3U);
+  EXPECT_EQ(starts_.size(), 1U);
+}
+
+TEST_F(engine_test, a_probe_without_room_is_tried_again_soon_and_is_no_result) {
+  immediate_ = return_code::none;
+  engine_->apply({every_second(0)});
+  pass_until(now_ + 200000);
+  EXPECT_EQ(code(0), 0U);
+  EXPECT_EQ(found(0)[word_results], 0U);
+  EXPECT_EQ(starts_.size(), 5U);
+  immediate_.reset();
+  pass_until(now_ + 50000);
+  EXPECT_EQ(under_way_.size(), 1U);
+}
+
+TEST_F(engine_test, many_operations_start_evenly_spread) {
+  engine_->apply(many(1500));
+  const std::uint64_t begin = now_;
+  pass_until(begin + second - 1);
+  ASSERT_EQ(starts_.size(), 1500U);
+  for (std::uint64_t tenth = 0; tenth < 10; ++tenth) {
+    const auto in_it = std::count_if(starts_.begin(), starts_.end(), [&](const auto& start) {
+      return (start.second - begin) / (second / 10) == tenth;
+    });
+    EXPECT_NEAR(static_cast<double>(in_it), 150, 3) << "tenth " << tenth;
+  }
+}
+
+TEST_F(engine_test, a_long_interval_does_not_put_the_first_start_off_for_long) {
+  operation slow = every_second(4294967295U);
+  slow.interval_ms = 3600 * 1000;
+  EXPECT_LE(first_delay_us(slow), 10 * second);
+}
+
+TEST_F(engine_test, a_new_configuration_touches_only_what_differs) {
+  engine_->apply({every_second(0), every_second(1), every_second(2)});
+  immediate_ = return_code::ok;
+  pass_until(now_ + second - 1);
+  immediate_.reset();
+  pass_until(now_ + 100000);
+  operation changed = every_second(1);
+  changed.fall = 2;
+  ASSERT_EQ(under_way_.count(0), 1U);
+  const difference made = engine_->apply({every_second(0), changed, every_second(3)});
+  EXPECT_EQ(made.kept, 1U);
+  EXPECT_EQ(made.changed, 1U);
+  EXPECT_EQ(made.removed, 1U);
+  EXPECT_EQ(made.added, 1U);
+  EXPECT_EQ(under_way_.count(0), 1U) << "what is kept goes on";
+  EXPECT_EQ(found(0)[word_results], 1U);
+  EXPECT_EQ(found(1)[word_results], 0U) << "what has changed begins anew";
+  EXPECT_EQ(found(2)[word_use], 0U) << "what was removed is not found";
+  EXPECT_EQ(found(3)[word_use], static_cast<std::uint32_t>(slot_use::running));
+}
+
+TEST_F(engine_test, removing_an_operation_gives_its_probe_up) {
+  engine_->apply({every_second(0)});
+  engine_->run_due();
+  ASSERT_EQ(under_way_.size(), 1U);
+  engine_->apply({});
+  EXPECT_THAT(under_way_, IsEmpty());
+  EXPECT_EQ(engine_->next_due_us(), std::nullopt);
+}
+
+TEST_F(engine_test, a_table_that_grows_keeps_the_results_and_is_found_by_readers) {
+  immediate_ = return_code::ok;
+  engine_->apply({every_second(0)});
+  engine_->run_due();
+  table_view view;
+  ASSERT_EQ(view.open(path_), 0);
+  engine_->apply(many(100));
+  EXPECT_TRUE(view.replaced(path_));
+  EXPECT_FALSE(view.live(monotonic_ms()));
+  EXPECT_EQ(code(0), 1U);
+  pass_until(now_ + second);
+  EXPECT_EQ(code(99), 1U);
+  EXPECT_GT(found(0)[word_results], 1U) << "results go to the new table";
+}
+
+}  // namespace
+}  // namespace ot::qmond

@@ -1,0 +1,121 @@
+// The packets that probes send and judge: ICMP echo and DNS.
+#include <arpa/nameser.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include "tools/qmond/dns_message.h"
+#include "tools/qmond/icmp_packet.h"
+
+namespace ot::qmond {
+namespace {
+
+using bytes = std::vector<unsigned char>;
+
+TEST(icmp_packet_test, a_request_is_parsed_as_what_it_is) {
+  for (const int family : {AF_INET, AF_INET6}) {
+    const auto packet = echo_request(family, 0x1234, 0xfedc, 0x0102030405060708, 8);
+    ASSERT_EQ(packet.size(), 16U);
+    const auto echo = parse_echo(family, packet);
+    ASSERT_TRUE(echo);
+    EXPECT_FALSE(echo->reply);
+    EXPECT_EQ(echo->id, 0x1234);
+    EXPECT_EQ(echo->sequence, 0xfedc);
+    EXPECT_EQ(echo_token(packet), 0x0102030405060708U);
+  }
+}
+
+// As RFC 1071 has it: with its checksum in it the packet sums up to all ones.
+TEST(icmp_packet_test, an_ipv4_request_carries_its_checksum) {
+  for (const std::size_t payload : {8, 9, 56, 1473}) {
+    const auto packet = echo_request(AF_INET, 0x1234, 7, 0xdeadbeef12345678, payload);
+    std::uint32_t sum = 0;
+    for (std::size_t i = 0; i < packet.size(); ++i) {
+      sum += std::to_integer<std::uint32_t>(packet[i]) << (i % 2 == 0 ? 8 : 0);
+    }
+    while (sum >> 16 != 0) {
+      sum = (sum & 0xffff) + (sum >> 16);
+    }
+    EXPECT_EQ(sum, 0xffffU) << payload;
+  }
+}
+
+TEST(icmp_packet_test, other_packets_are_none) {
+  const std::vector<std::byte> unreachable(16, std::byte{3});
+  EXPECT_FALSE(parse_echo(AF_INET, unreachable));
+  EXPECT_FALSE(parse_echo(AF_INET, std::span(unreachable).first(7)));
+  EXPECT_EQ(echo_token(std::span(unreachable).first(15)), 0U);
+}
+
+TEST(icmp_packet_test, the_ipv4_header_is_skipped_only_when_it_is_whole) {
+  std::vector<std::byte> packet(40, std::byte{0});
+  packet[0] = std::byte{0x46};  // 24 bytes
+  EXPECT_EQ(behind_ipv4_header(packet).size(), 16U);
+  packet[0] = std::byte{0x4f};  // 60 bytes
+  EXPECT_TRUE(behind_ipv4_header(packet).empty());
+  packet[0] = std::byte{0x44};
+  EXPECT_TRUE(behind_ipv4_header(packet).empty());
+  EXPECT_TRUE(behind_ipv4_header({}).empty());
+}
+
+class dns_message_test : public testing::Test {
+ protected:
+  // The question as a server sends it back, with these flags and counts.
+  [[nodiscard]] bytes reply(unsigned char flags_high, unsigned char flags_low,
+                            unsigned char answers) const {
+    bytes made = question_;
+    made[2] = flags_high;
+    made[3] = flags_low;
+    made[7] = answers;
+    return made;
+  }
+  static void add_record(bytes& message, unsigned char type) {
+    const bytes record{0xc0, 12, 0, type, 0, 1, 0, 0, 0, 60, 0, 4, 192, 0, 2, 1};
+    message.insert(message.end(), record.begin(), record.end());
+  }
+
+  bytes question_ = dns_question("www.example.org", ns_t_a, 0x1234);
+};
+
+TEST_F(dns_message_test, asks_for_one_name) {
+  ns_msg parsed;
+  ASSERT_EQ(ns_initparse(question_.data(), static_cast<int>(question_.size()), &parsed), 0);
+  EXPECT_EQ(ns_msg_id(parsed), 0x1234);
+  EXPECT_EQ(ns_msg_count(parsed, ns_s_qd), 1);
+  EXPECT_TRUE(dns_question(std::string(300, 'a'), ns_t_a, 1).empty());
+}
+
+TEST_F(dns_message_test, an_answer_with_a_record_of_the_type_is_good) {
+  bytes answer = reply(0x81, 0x80, 1);
+  add_record(answer, ns_t_a);
+  EXPECT_EQ(judge_answer(question_, answer), dns_verdict::good);
+}
+
+TEST_F(dns_message_test, an_answer_that_was_cut_is_good) {
+  EXPECT_EQ(judge_answer(question_, reply(0x83, 0x80, 0)), dns_verdict::good);
+}
+
+TEST_F(dns_message_test, everything_else_to_this_question_is_bad) {
+  EXPECT_EQ(judge_answer(question_, question_), dns_verdict::bad) << "no answer at all";
+  EXPECT_EQ(judge_answer(question_, reply(0x81, 0x80, 0)), dns_verdict::bad) << "no record";
+  EXPECT_EQ(judge_answer(question_, reply(0x81, 0x83, 0)), dns_verdict::bad) << "no such name";
+  EXPECT_EQ(judge_answer(question_, reply(0x81, 0x80, 1)), dns_verdict::bad) << "cut off";
+  bytes other_type = reply(0x81, 0x80, 1);
+  add_record(other_type, ns_t_ns);
+  EXPECT_EQ(judge_answer(question_, other_type), dns_verdict::bad);
+  EXPECT_EQ(judge_answer(question_, bytes{0x12, 0x34, 'x'}), dns_verdict::bad);
+  bytes other_name = dns_question("www.example.com", ns_t_a, 0x1234);
+  other_name[2] = 0x81;
+  other_name[7] = 1;
+  add_record(other_name, ns_t_a);
+  EXPECT_EQ(judge_answer(question_, other_name), dns_verdict::bad);
+}
+
+TEST_F(dns_message_test, what_has_another_id_is_not_for_this_question) {
+  bytes answer = reply(0x81, 0x80, 0);
+  answer[1] ^= 1;
+  EXPECT_EQ(judge_answer(question_, answer), dns_verdict::other);
+  EXPECT_EQ(judge_answer(question_, {}), dns_verdict::other);
+}
+
+}  // namespace
+}  // namespace ot::qmond

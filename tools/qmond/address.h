@@ -1,0 +1,40 @@
+// A socket address of either family, by value.
+#pragma once
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <cstdint>
+#include <string>
+
+namespace ot::qmond {
+
+class address {
+ public:
+  address() noexcept = default;
+
+  // Of a text such as "192.0.2.1" or "2001:db8::1"; unset when it is none.
+  static address from_text(const std::string& text, std::uint16_t port) noexcept;
+  // Of what a resolver found.
+  static address from_socket(const sockaddr* found, std::uint16_t port) noexcept;
+
+  [[nodiscard]] bool set() const noexcept { return family() != AF_UNSPEC; }
+  [[nodiscard]] sa_family_t family() const noexcept { return storage_.any.sa_family; }
+  [[nodiscard]] const sockaddr* get() const noexcept { return &storage_.any; }
+  [[nodiscard]] socklen_t size() const noexcept;
+  [[nodiscard]] const in_addr& v4() const noexcept { return storage_.v4.sin_addr; }
+  [[nodiscard]] const in6_addr& v6() const noexcept { return storage_.v6.sin6_addr; }
+
+  // The address without the port.
+  [[nodiscard]] std::string text() const;
+  [[nodiscard]] bool same_host(const address& other) const noexcept;
+
+ private:
+  union {
+    sockaddr any;
+    sockaddr_in v4;
+    sockaddr_in6 v6;
+  } storage_{.v6 = {}};
+};
+
+}  // namespace ot::qmond

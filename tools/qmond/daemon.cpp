@@ -1,0 +1,176 @@
+// The frame of the probe service: starts with what needs privileges, drops them, and then turns the
+// loop. A configuration with errors is never taken in part: at the start it ends the service, at a
+// reload the one in force stays.
+#include "tools/qmond/daemon.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <systemd/sd-daemon.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <ctime>
+#include <system_error>
+
+#include "platform/common/root_path.h"
+#include "platform/linux/directories.h"
+#include "tools/qmond/config.h"
+#include "tools/qmond/engine.h"
+#include "tools/qmond/failure.h"
+#include "tools/qmond/privileges.h"
+#include "tools/qmond/probe_host.h"
+
+namespace ot::qmond {
+namespace {
+
+constexpr const char* run_folder = "/run/qmond";
+constexpr std::uint64_t heartbeat_us = 1000000;
+// Operations that are due within this time are started together, which saves wake-ups.
+constexpr std::uint64_t accuracy_us = 5000;
+
+[[noreturn]] void fail(int error, const std::string& what) {
+  throw std::system_error(error, std::generic_category(), what);
+}
+
+struct loop_deleter {
+  void operator()(sd_event* loop) const noexcept { sd_event_unref(loop); }
+};
+
+std::unique_ptr<sd_event, loop_deleter> new_loop() {
+  sd_event* loop = nullptr;
+  if (const int r = sd_event_new(&loop); r < 0) {
+    fail(-r, "no event loop");
+  }
+  return std::unique_ptr<sd_event, loop_deleter>(loop);
+}
+
+// Holds the instance's lock as long as it lives; a second one on the same prefix is refused.
+unique_fd lock_instance() {
+  const std::string folder = root_path(run_folder);
+  if (const int error = make_directory(folder, 0750); error != 0) {
+    fail(error, folder);
+  }
+  unique_fd lock(open((folder + "/lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640));
+  if (!lock.valid()) {
+    fail(errno, folder + "/lock");
+  }
+  if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+    throw failure(exit_failed, "another qmond runs below " + folder);
+  }
+  return lock;
+}
+
+// Tells the problems; whether there were none.
+bool usable(const std::string& path, const configuration& config) {
+  for (const problem& what : config.problems) {
+    std::fprintf(stderr, "%s\n", problem_text(path, what).c_str());
+  }
+  return config.problems.empty();
+}
+
+class daemon {
+ public:
+  daemon(std::string config_file, configuration config)
+      : config_file_(std::move(config_file)),
+        loop_(new_loop()),
+        host_(loop_.get()),
+        engine_(root_path(statistics_path),
+                {.start = [this](const operation& what,
+                                 probe_done done) { return start_probe(host_, what, done); },
+                 .now_us = monotonic_us,
+                 .wall_clock = [] { return static_cast<std::uint32_t>(std::time(nullptr)); }}) {
+    drop_privileges();
+    engine_.apply(config.operations);
+    share_table();
+  }
+
+  void run() {
+    watch_signals();
+    due_ = loop_source::timer(loop_.get(), UINT64_MAX, accuracy_us,
+                              [this](std::uint32_t) { engine_.run_due(); });
+    beat_ = loop_source::timer(loop_.get(), 0, accuracy_us, [this](std::uint32_t) {
+      engine_.beat();
+      beat_.set_time(monotonic_us() + heartbeat_us);
+    });
+    sd_event_set_watchdog(loop_.get(), 1);  // only where the service manager asks for it
+    sd_notify(0, "READY=1");
+    while (!stopped_) {
+      due_.set_time(engine_.next_due_us().value_or(UINT64_MAX));
+      if (const int r = sd_event_run(loop_.get(), UINT64_MAX); r < 0 && r != -EINTR) {
+        fail(-r, "event loop");
+      }
+    }
+    sd_notify(0, "STOPPING=1");
+  }
+
+ private:
+  void watch_signals() {
+    std::signal(SIGPIPE, SIG_IGN);
+    const auto stop = [this](std::uint32_t) { stopped_ = true; };
+    terminate_ = loop_source::signal(loop_.get(), SIGTERM, stop);
+    interrupt_ = loop_source::signal(loop_.get(), SIGINT, stop);
+    hang_up_ = loop_source::signal(loop_.get(), SIGHUP, [this](std::uint32_t) { reload(); });
+  }
+
+  // The service reads the table as a member of its group, if it is no root.
+  static void share_table() {
+    const std::string path = root_path(statistics_path);
+    if (const int error = share_with_group(path, 0640); error != 0) {
+      fail(error, path);
+    }
+  }
+
+  void reload() {
+    const std::string begun = "RELOADING=1\nMONOTONIC_USEC=" + std::to_string(monotonic_us());
+    sd_notify(0, begun.c_str());
+    const configuration config = read_config(config_file_);
+    if (!usable(config_file_, config)) {
+      std::fputs("qmond: not reloaded; the configuration in force stays\n", stderr);
+    } else {
+      take_over(config);
+    }
+    sd_notify(0, "READY=1");
+  }
+
+  void take_over(const configuration& config) {
+    try {
+      const difference made = engine_.apply(config.operations);
+      share_table();
+      std::fprintf(stderr,
+                   "qmond: reloaded: %zu operations added, %zu changed, %zu removed, %zu kept\n",
+                   made.added, made.changed, made.removed, made.kept);
+    } catch (const std::system_error& error) {
+      std::fprintf(stderr, "qmond: not reloaded: %s\n", error.what());
+    }
+  }
+
+  std::string config_file_;
+  std::unique_ptr<sd_event, loop_deleter> loop_;
+  probe_host host_;
+  engine engine_;
+  loop_source due_;
+  loop_source beat_;
+  loop_source terminate_;
+  loop_source interrupt_;
+  loop_source hang_up_;
+  bool stopped_ = false;
+};
+
+}  // namespace
+
+int run_daemon() {
+  umask(0027);
+  const std::string path = root_path(config_path);
+  configuration config = read_config(path);
+  if (!usable(path, config)) {
+    throw failure(exit_failed, "the configuration has errors; nothing was started");
+  }
+  const unique_fd lock = lock_instance();
+  daemon service(path, std::move(config));
+  service.run();
+  return exit_done;
+}
+
+}  // namespace ot::qmond

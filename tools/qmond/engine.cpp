@@ -1,0 +1,151 @@
+// The engine. An operation has one entry in the schedule: the next start while it waits, the end of
+// its patience while a probe is under way.
+#include "tools/qmond/engine.h"
+
+#include <algorithm>
+
+namespace ot::qmond {
+namespace {
+
+constexpr std::uint64_t spread_max_us = 10000000;
+// When there was no room for a probe, for example too many commands ran.
+constexpr std::uint64_t retry_us = 50000;
+
+}  // namespace
+
+struct engine::runner {
+  explicit runner(const operation& from) : config(from), results(from.rise, from.fall) {}
+
+  const operation config;
+  outcome results;
+  std::uint32_t slot = 0;
+  std::unique_ptr<probe> running;
+  std::uint64_t due_us = 0;
+  std::uint64_t started_us = 0;
+};
+
+std::uint64_t first_delay_us(const operation& config) noexcept {
+  const std::uint64_t window = std::min(config.interval_ms * std::uint64_t{1000}, spread_max_us);
+  // The golden ratio's multiples lie evenly, however many ids there are and wherever they begin.
+  const std::uint32_t fraction = config.id * 2654435769U;
+  return window * fraction >> 32;
+}
+
+engine::engine(std::string table_path, engine_hooks hooks)
+    : table_path_(std::move(table_path)), hooks_(std::move(hooks)) {}
+
+engine::~engine() = default;
+
+// A table that is full is replaced by a larger one, which is installed with all results in it.
+void engine::make_room(std::size_t operations) {
+  if (table_ != nullptr && operations <= table_->capacity()) {
+    return;
+  }
+  auto larger = std::make_unique<table_writer>(table_path_, static_cast<std::uint32_t>(operations));
+  std::map<std::uint32_t, std::uint32_t> slots;
+  for (const auto& [id, one] : runners_) {
+    const operation& config = one->config;
+    slots[id] = larger->add(id, describe(config));
+    larger->publish(slots[id], one->results.words());
+  }
+  larger->install();
+  table_ = std::move(larger);
+  for (const auto& [id, one] : runners_) {
+    one->slot = slots[id];
+  }
+}
+
+difference engine::apply(const std::vector<operation>& operations) {
+  difference made;
+  std::map<std::uint32_t, const operation*> wanted;
+  for (const operation& config : operations) {
+    wanted[config.id] = &config;
+  }
+  make_room(std::max(operations.size(), runners_.size()));
+  std::vector<std::uint32_t> gone;
+  for (const auto& [id, one] : runners_) {
+    const auto found = wanted.find(id);
+    if (found != wanted.end() && *found->second == one->config) {
+      ++made.kept;
+      wanted.erase(found);
+    } else {
+      ++(found == wanted.end() ? made.removed : made.changed);
+      gone.push_back(id);
+    }
+  }
+  std::for_each(gone.begin(), gone.end(), [this](std::uint32_t id) { remove(id); });
+  made.added = wanted.size() - made.changed;
+  for (const auto& [id, config] : wanted) {
+    add(*config);
+  }
+  return made;
+}
+
+void engine::add(const operation& config) {
+  auto one = std::make_unique<runner>(config);
+  one->slot = table_->add(config.id, describe(config));
+  put_off(*one, hooks_.now_us() + first_delay_us(config));
+  runners_[config.id] = std::move(one);
+}
+
+void engine::remove(std::uint32_t id) {
+  const auto found = runners_.find(id);
+  runner& one = *found->second;
+  due_.erase({one.due_us, &one});
+  table_->remove(one.slot);
+  runners_.erase(found);
+}
+
+void engine::put_off(runner& one, std::uint64_t due_us) {
+  due_.erase({one.due_us, &one});
+  one.due_us = due_us;
+  due_.emplace(due_us, &one);
+}
+
+void engine::start(runner& one) {
+  one.started_us = hooks_.now_us();
+  started begun = hooks_.start(one.config, [this, &one](return_code code) { finish(one, code); });
+  if (begun.running != nullptr) {
+    one.running = std::move(begun.running);
+    put_off(one, one.started_us + one.config.timeout_ms * std::uint64_t{1000});
+  } else if (begun.code == return_code::none) {
+    put_off(one, one.started_us + retry_us);
+  } else {
+    finish(one, begun.code);
+  }
+}
+
+void engine::finish(runner& one, return_code code) {
+  const std::uint64_t now_us = hooks_.now_us();
+  const std::uint64_t begun_us = one.running == nullptr ? now_us : one.running->begun_us();
+  one.running.reset();
+  one.results.record(code, now_us - begun_us, hooks_.wall_clock());
+  table_->publish(one.slot, one.results.words());
+  // Starts keep their rhythm, unless the last one was so late that the next would follow at once.
+  const std::uint64_t interval_us = one.config.interval_ms * std::uint64_t{1000};
+  put_off(one, std::max(one.started_us + interval_us, now_us + 1));
+}
+
+void engine::run_due() {
+  const std::uint64_t now_us = hooks_.now_us();
+  while (!due_.empty() && due_.begin()->first <= now_us) {
+    runner& one = *due_.begin()->second;
+    if (one.running != nullptr) {
+      finish(one, one.running->late_code());
+    } else {
+      start(one);
+    }
+  }
+}
+
+std::optional<std::uint64_t> engine::next_due_us() const noexcept {
+  return due_.empty() ? std::nullopt : std::optional(due_.begin()->first);
+}
+
+void engine::beat() noexcept {
+  if (table_ != nullptr) {
+    table_->beat();
+  }
+}
+
+}  // namespace ot::qmond

@@ -1,0 +1,60 @@
+// One ICMP socket of an address family, for the echo probes of all operations. It is opened once,
+// while there are privileges, and serves operations that are configured later as well: interface
+// and source address go with each packet.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <unordered_map>
+#include <vector>
+
+#include "platform/linux/unique_fd.h"
+#include "tools/qmond/address.h"
+#include "tools/qmond/loop.h"
+#include "tools/qmond/operation.h"
+#include "tools/qmond/return_code.h"
+
+namespace ot::qmond {
+
+using echo_answered = std::function<void(return_code)>;
+
+class icmp_socket {
+ public:
+  // A datagram socket where the kernel lets this user have one, else a raw one; with neither it is
+  // not usable.
+  icmp_socket(sd_event* loop, int family);
+
+  // Sends an echo request and calls `call` from the loop when it is answered or found to be
+  // unreachable. `ret` names it to forget(); it is never 0. 0 or an errno value.
+  int send_echo(const operation& what, const address& where, echo_answered call,
+                std::uint16_t* ret);
+  void forget(std::uint16_t sequence) noexcept;
+
+  [[nodiscard]] bool usable() const noexcept { return socket_.valid(); }
+
+ private:
+  struct flight {
+    address where;
+    echo_answered call;
+  };
+
+  int send(std::span<const std::byte> packet, const operation& what, const address& where) noexcept;
+  std::vector<std::byte> request(std::uint16_t sequence, std::size_t payload) const;
+  void receive();
+  void take_answer(std::span<const std::byte> packet, const address& from);
+  void receive_errors();
+  void take_error(std::span<const std::byte> packet, int error);
+  void answer(std::uint16_t sequence, return_code code);
+
+  const int family_;
+  bool raw_ = false;
+  std::uint16_t id_ = 0;     // of our requests; the kernel's choice on a datagram socket
+  std::uint64_t token_ = 0;  // tells our answers from those to others' pings
+  std::uint16_t next_sequence_ = 0;
+  unique_fd socket_;
+  loop_source source_;
+  std::unordered_map<std::uint16_t, flight> flights_;
+};
+
+}  // namespace ot::qmond

@@ -1,0 +1,97 @@
+// sd-event behind owners. The state of a source is shared with the call that is in progress, so
+// that a callback may end its own source.
+#include "tools/qmond/loop.h"
+
+#include <signal.h>
+
+#include <ctime>
+#include <system_error>
+
+namespace ot::qmond {
+
+struct loop_source::state : std::enable_shared_from_this<state> {
+  explicit state(callback to_call) : call(std::move(to_call)) {}
+  ~state() { sd_event_source_disable_unref(source); }
+  state(const state&) = delete;
+  state& operator=(const state&) = delete;
+
+  static int run(void* context, std::uint32_t events) noexcept {
+    const std::shared_ptr<state> kept = static_cast<state*>(context)->shared_from_this();
+    kept->call(events);
+    return 0;
+  }
+
+  sd_event_source* source = nullptr;
+  callback call;
+};
+
+loop_source loop_source::added(std::shared_ptr<state> made, int result) {
+  if (result < 0) {
+    throw std::system_error(-result, std::generic_category(), "event loop");
+  }
+  return loop_source(std::move(made));
+}
+
+loop_source loop_source::descriptor(sd_event* loop, int fd, std::uint32_t events, callback call) {
+  const auto made = std::make_shared<state>(std::move(call));
+  return added(made, sd_event_add_io(
+                         loop, &made->source, fd, events,
+                         [](sd_event_source*, int, std::uint32_t came, void* context) {
+                           return state::run(context, came);
+                         },
+                         made.get()));
+}
+
+loop_source loop_source::timer(sd_event* loop, std::uint64_t time_us, std::uint64_t accuracy_us,
+                               callback call) {
+  const auto made = std::make_shared<state>(std::move(call));
+  return added(made, sd_event_add_time(
+                         loop, &made->source, CLOCK_MONOTONIC, time_us, accuracy_us,
+                         [](sd_event_source*, std::uint64_t, void* context) {
+                           return state::run(context, 0);
+                         },
+                         made.get()));
+}
+
+loop_source loop_source::signal(sd_event* loop, int number, callback call) {
+  sigset_t one;
+  sigemptyset(&one);
+  sigaddset(&one, number);
+  sigprocmask(SIG_BLOCK, &one, nullptr);
+  const auto made = std::make_shared<state>(std::move(call));
+  return added(made, sd_event_add_signal(
+                         loop, &made->source, number,
+                         [](sd_event_source*, const signalfd_siginfo*, void* context) {
+                           return state::run(context, 0);
+                         },
+                         made.get()));
+}
+
+loop_source loop_source::child(sd_event* loop, pid_t pid, callback call) {
+  const auto made = std::make_shared<state>(std::move(call));
+  return added(made, sd_event_add_child(
+                         loop, &made->source, pid, WEXITED,
+                         [](sd_event_source*, const siginfo_t* info, void* context) {
+                           const bool good = info->si_code == CLD_EXITED && info->si_status == 0;
+                           return state::run(context, good ? 0 : 1);
+                         },
+                         made.get()));
+}
+
+void loop_source::set_events(std::uint32_t events) {
+  sd_event_source_set_io_events(state_->source, events);
+}
+
+void loop_source::set_time(std::uint64_t time_us) {
+  sd_event_source_set_time(state_->source, time_us);
+  sd_event_source_set_enabled(state_->source, SD_EVENT_ONESHOT);
+}
+
+std::uint64_t monotonic_us() noexcept {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<std::uint64_t>(now.tv_sec) * 1000000 +
+         static_cast<std::uint64_t>(now.tv_nsec) / 1000;
+}
+
+}  // namespace ot::qmond

@@ -1,0 +1,48 @@
+// The event loop's sources as owners: what is watched is watched as long as the object lives, and
+// an object may be ended from within its own callback.
+#pragma once
+
+#include <systemd/sd-event.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+namespace ot::qmond {
+
+class loop_source {
+ public:
+  using callback = std::function<void(std::uint32_t events)>;
+
+  loop_source() noexcept = default;
+
+  // Each throws std::system_error when the kernel refuses.
+
+  // `events` of EPOLLIN and its kin; the callback gets those that came.
+  static loop_source descriptor(sd_event* loop, int fd, std::uint32_t events, callback call);
+  // Calls when CLOCK_MONOTONIC reaches `time_us`, at most `accuracy_us` later; once.
+  static loop_source timer(sd_event* loop, std::uint64_t time_us, std::uint64_t accuracy_us,
+                           callback call);
+  // Calls at every arrival of the signal, which is blocked here.
+  static loop_source signal(sd_event* loop, int number, callback call);
+  // Calls when the child has ended and is still to be reaped, which happens after the callback. The
+  // events are its wait status: 0 when it exited with 0.
+  static loop_source child(sd_event* loop, pid_t pid, callback call);
+
+  void set_events(std::uint32_t events);
+  // Lets a timer call at another time, also one that has called.
+  void set_time(std::uint64_t time_us);
+  [[nodiscard]] bool set() const noexcept { return state_ != nullptr; }
+
+ private:
+  struct state;
+  explicit loop_source(std::shared_ptr<state> made) noexcept : state_(std::move(made)) {}
+  static loop_source added(std::shared_ptr<state> made, int result);
+
+  std::shared_ptr<state> state_;
+};
+
+// CLOCK_MONOTONIC in microseconds.
+std::uint64_t monotonic_us() noexcept;
+
+}  // namespace ot::qmond

@@ -1,0 +1,69 @@
+// qmond: the network-probe service. Without arguments it runs in the foreground; the commands look
+// at a configuration or at a running one. This file finds the command and turns what is thrown into
+// an exit status.
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "tools/qmond/check.h"
+#include "tools/qmond/daemon.h"
+#include "tools/qmond/failure.h"
+#include "tools/qmond/status.h"
+
+namespace ot::qmond {
+namespace {
+
+using arguments = std::vector<std::string>;
+
+constexpr const char* help =
+    "usage: qmond                    run the probes of /etc/object_tracking/probes.toml\n"
+    "       qmond --check FILE       say every error of a configuration file\n"
+    "       qmond status [--json]    the operations of the running qmond and their results\n"
+    "       qmond --help | --version\n\n"
+    "SIGHUP reads the configuration again; operations that are the same go on.\n"
+    "Exit status: 0 done, 1 failed, 2 usage, 3 qmond is not running.\n";
+
+int run(const arguments& args) {
+  if (args.empty()) {
+    return run_daemon();
+  }
+  if (args[0] == "--check") {
+    if (args.size() != 2) {
+      throw failure(exit_usage, "--check needs one file: qmond --check FILE");
+    }
+    return check_file(args[1]);
+  }
+  if (args[0] == "status") {
+    return run_status({args.begin() + 1, args.end()});
+  }
+  if (args == arguments{"--help"} || args == arguments{"-h"}) {
+    std::cout << help;
+    return exit_done;
+  }
+  if (args == arguments{"--version"}) {
+    std::cout << "qmond " OT_VERSION "\n";
+    return exit_done;
+  }
+  throw failure(exit_usage, "there is no command \"" + args[0] + "\"; `qmond --help` lists them");
+}
+
+}  // namespace
+}  // namespace ot::qmond
+
+int main(int argc, char** argv) {
+  using namespace ot::qmond;
+  try {
+    const int status = run({argv + 1, argv + argc});
+    std::cout.flush();
+    if (!std::cout) {
+      throw failure(exit_failed, "standard output cannot be written");
+    }
+    return status;
+  } catch (const failure& reason) {
+    std::cerr << "qmond: " << reason.what() << '\n';
+    return reason.status;
+  } catch (const std::exception& error) {
+    std::cerr << "qmond: " << error.what() << '\n';
+    return exit_failed;
+  }
+}
