@@ -31,7 +31,7 @@ TEST(config_test, every_kind_is_read) {
     fall = 3
     source = "198.51.100.1"
     [[operation]]
-    id = 4294967295
+    id = 2147483647
     kind = "icmp"
     target = "192.0.2.1"
     size = 1400
@@ -66,7 +66,7 @@ TEST(config_test, every_kind_is_read) {
       std::tie(config.operations[0], config.operations[1], config.operations[2],
                config.operations[3], config.operations[4]);
   operation wanted_icmp;
-  wanted_icmp.id = 4294967295U;
+  wanted_icmp.id = 2147483647;
   wanted_icmp.target = wanted_icmp.host = "192.0.2.1";
   wanted_icmp.interval_ms = 2000;
   wanted_icmp.fall = 3;
@@ -129,6 +129,14 @@ TEST(config_test, operations_with_problems_are_left_out) {
   ASSERT_EQ(config.operations.size(), 1U);
   EXPECT_EQ(config.operations[0].id, 2U);
   EXPECT_EQ(config.problems.size(), 1U);
+}
+
+TEST(config_test, an_id_is_what_a_track_can_name) {
+  for (const char* id : {"0", "2147483648", "-1", "\"1\""}) {
+    EXPECT_THAT(problems_of(std::string("[[operation]]\nid = ") + id +
+                            "\nkind = \"icmp\"\ntarget = \"a.b\"\n"),
+                ElementsAre("f:2:6: id: must be a number from 1 to 2147483647"));
+  }
 }
 
 TEST(config_test, a_file_that_cannot_be_read_is_a_problem_of_its_own) {

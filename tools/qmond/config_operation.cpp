@@ -15,6 +15,8 @@
 namespace ot::qmond {
 namespace {
 
+// What a track can name.
+constexpr std::uint32_t id_max = 2147483647;
 constexpr std::uint32_t interval_min = 100;
 constexpr std::uint32_t interval_max = 24 * 3600 * 1000;
 constexpr std::uint32_t timeout_min = 10;
@@ -119,7 +121,7 @@ constexpr auto timeout_key = [](const toml::node& node, operation& to) {
 
 constexpr std::array keys{
     key_row{"id", every_kind, every_kind, false,
-            [](const toml::node& node, operation& to) { to.id = number_value(node, 0, ~0U); }},
+            [](const toml::node& node, operation& to) { to.id = number_value(node, 1, id_max); }},
     key_row{"kind", every_kind, 0, false, [](const toml::node&, operation&) {}},  // read before
     key_row{"target", network_kinds, network_kinds, false, take_target},
     key_row{"command", bit(kind_id::command), bit(kind_id::command), false, take_command},
