@@ -98,6 +98,7 @@ std::vector<std::string> failures_left() {
   auto& [mutex, orders] = world_part<failure_orders>();
   const std::scoped_lock lock{mutex};
   std::vector<std::string> names;
+  names.reserve(orders.size());
   for (const order& left : orders) {
     names.push_back(left.operation);
   }
