@@ -60,6 +60,11 @@ bool is_wanted(const wanted_type& type, const std::string& item, const item_valu
 
 // True when the track must go before it can be what is wanted.
 bool must_recreate(const track_items& present, const wanted_type& type) {
+  const bool has_type = std::any_of(present.begin(), present.end(),
+                                    [](const auto& item) { return is_type_item(item.first); });
+  if (type.only_from_nothing && !present.empty() && !has_type) {
+    return true;
+  }
   return std::any_of(present.begin(), present.end(), [&](const auto& item) {
     const auto& [path, value] = item;
     if (!is_type_item(path)) {

@@ -21,6 +21,9 @@ struct wanted_type {
   // The service takes another object only after the track was deleted: any difference in the items
   // that are present makes two commits.
   bool recreate_on_change = false;
+  // The service makes such a track only where there is none: also a track without a type goes
+  // first.
+  bool only_from_nothing = false;
 };
 
 struct wanted_delays {

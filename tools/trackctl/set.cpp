@@ -78,7 +78,8 @@ int run_set(const arguments& all_args) {
   parse_arguments(app, {args.begin() + 2, args.end()});
 
   check_track_name(track);
-  const wanted_type type{kind.folder, read_items(), kind.recreate_on_change};
+  const wanted_type type{kind.folder, read_items(), kind.recreate_on_change,
+                         kind.only_from_nothing};
   const wanted_delays delays{delay_or_zero("--delay-up", up), delay_or_zero("--delay-down", down)};
   send_commits(track, plan_set(track, read_track(track), type, delays));
   return exit_done;

@@ -25,6 +25,7 @@ struct track_kind {
   bool recreate_on_change;
   // Adds the kind's own arguments to `app`; the reader is called after parsing.
   items_reader (*define)(CLI::App& app);
+  bool only_from_nothing = false;  // as in wanted_type
 };
 
 std::span<const track_kind> track_kinds() noexcept;
@@ -36,6 +37,7 @@ const track_kind* find_track_kind(std::string_view word) noexcept;
 items_reader define_interface_kind(CLI::App& app);
 items_reader define_route_kind(CLI::App& app);
 items_reader define_probe_kind(CLI::App& app);
+items_reader define_bfd_kind(CLI::App& app);
 items_reader define_and_kind(CLI::App& app);
 items_reader define_or_kind(CLI::App& app);
 items_reader define_weight_kind(CLI::App& app);

@@ -1,0 +1,80 @@
+// "set NAME bfd ADDRESS --interface IF": the track follows a BFD session that the service has the
+// BFD engine run. All but the address stands in the item's path.
+#include <arpa/inet.h>
+
+#include <array>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "platform/bfd_client.h"
+#include "platform/path_tuple.h"
+#include "tools/trackctl/failure.h"
+#include "tools/trackctl/names.h"
+#include "tools/trackctl/track_kind.h"
+
+namespace ot::trackctl {
+namespace {
+
+constexpr number_range rate_range{
+    .unit = " of milliseconds", .least = bfdc_rate_min, .most = bfdc_rate_max};
+constexpr number_range debounce_range{
+    .unit = " of packets", .least = bfdc_debounce_min, .most = bfdc_debounce_max};
+
+struct bfd_options {
+  std::string address;
+  std::string interface;
+  std::string rate = "300";
+  std::string debounce = "3";
+};
+
+// Network byte order.
+std::uint32_t parse_peer(const std::string& text) {
+  in_addr parsed{};
+  if (inet_pton(AF_INET, text.c_str(), &parsed) != 1) {
+    throw failure(exit_usage,
+                  "peer \"" + text + "\" is not an IPv4 address; give one such as 192.0.2.1");
+  }
+  const std::uint32_t host = ntohl(parsed.s_addr);
+  if (host >> 24 == 0 || IN_MULTICAST(host) || IN_BADCLASS(host)) {
+    throw failure(exit_usage, "peer \"" + text +
+                                  "\" is no single host; give the address of the router at the "
+                                  "other end");
+  }
+  return parsed.s_addr;
+}
+
+std::string item_path(const bfd_options& options) {
+  char numbers[64];
+  std::snprintf(numbers, sizeof numbers, "rate/0x%x/debounce_count/0x%x/",
+                parse_number("--rate", options.rate, rate_range),
+                parse_number("--debounce", options.debounce, debounce_range));
+  return std::string{"type/bfdprb/0x9/"} + numbers + "Interface/" + options.interface +
+         "/destaddress";
+}
+
+item_value peer_value(std::uint32_t address) {
+  std::array<std::byte, 8> bytes{};
+  std::size_t length = 0;
+  check_code("packing the address", path_tuple_pack(bytes, &length, "%N", address));
+  return {ledger_kind::tuple, {bytes.begin(), bytes.begin() + static_cast<long>(length)}};
+}
+
+}  // namespace
+
+items_reader define_bfd_kind(CLI::App& app) {
+  auto options = std::make_shared<bfd_options>();
+  app.add_option("ADDRESS", options->address, "the peer, such as 192.0.2.1")->required();
+  app.add_option("--interface", options->interface, "the interface it is reached over")->required();
+  app.add_option("--rate", options->rate,
+                 "milliseconds between two packets (10 to 60000; left out: 300)");
+  app.add_option("--debounce", options->debounce,
+                 "packets missed in a row until the session is down (1 to 255; left out: 3)");
+  return [options]() -> std::vector<config_item> {
+    check_interface_name(options->interface);
+    const std::uint32_t peer = parse_peer(options->address);
+    return {{item_path(*options), peer_value(peer)}};
+  };
+}
+
+}  // namespace ot::trackctl
