@@ -63,6 +63,7 @@ void bfd_book::forget(std::uint32_t number) {
 
 void bfd_book::drop_jobs() noexcept {
   engine_here_ = false;
+  states_wanted_ = false;
   to_remove_.clear();
   to_ask_.clear();
 }
@@ -91,6 +92,9 @@ std::optional<bfd_job> bfd_book::next_job() {
                      number};
     }
   }
+  if (std::exchange(states_wanted_, false)) {
+    return bfd_job{bfd_type_subscribe, bfd_subscribe_payload(), 0};
+  }
   return std::nullopt;
 }
 
@@ -105,7 +109,8 @@ std::vector<bfd_job> bfd_book::farewell() {
   return jobs;
 }
 
-bfd_session* bfd_book::answered(std::uint32_t number, bool accepted) {
+bfd_session* bfd_book::answered(std::uint32_t number, bool accepted, bool* ret_lost_up) {
+  *ret_lost_up = false;
   const auto found = sessions_.find(number);
   if (found == sessions_.end() || found->second.progress != bfd_session::step::asked) {
     return nullptr;
@@ -115,6 +120,12 @@ bfd_session* bfd_book::answered(std::uint32_t number, bool accepted) {
   const bool held = accepted || session.present;
   session.progress = held ? bfd_session::step::held : bfd_session::step::refused;
   session.refusals = held ? 0 : session.refusals + 1;
+  if (held && session.of_another) {
+    *ret_lost_up = std::exchange(session.up, false);
+  }
+  // At first an orphan may be in the way, which is being removed.
+  session.of_another = session.refusals > 1;
+  states_wanted_ = states_wanted_ || session.refusals == 2;
   return &session;
 }
 
@@ -141,38 +152,55 @@ void bfd_book::note_present(bfd_session& session) noexcept {
 void bfd_book::note_gone(bfd_session* session) {
   if (session != nullptr) {
     session->present = false;
-    session->progress = bfd_session::step::refused;
+    if (session->progress == bfd_session::step::held) {
+      session->progress = bfd_session::step::refused;
+    }
   }
   retry_refused();
 }
 
-bfd_session* bfd_book::notified(const bfd_notification& notification) {
-  if (!labels_.own(notification.label)) {
-    return nullptr;
+// The session that follows the one of another client; that may be bound to no interface.
+bfd_session* bfd_book::following(const bfd_notification& notification) {
+  for (auto& [number, session] : sessions_) {
+    if (session.of_another && session.key.destination == notification.destination &&
+        (notification.interface.empty() || notification.interface == session.config.interface)) {
+      return &session;
+    }
   }
-  bfd_session* session = with_label(notification.label);
-  bool up = false;
-  switch (notification.operation) {
-    case bfd_operation::other:
-      return nullptr;
-    case bfd_operation::session_present:
-      if (session == nullptr) {
-        remove_orphan(notification.label);
-      } else {
-        note_present(*session);
-      }
-      return nullptr;
-    case bfd_operation::session_gone:
-      note_gone(session);
-      break;
-    case bfd_operation::session_state:
-      up = notification.up;
-  }
+  return nullptr;
+}
+
+// The session if that changes it.
+bfd_session* bfd_book::note_state(bfd_session* session, bool up) noexcept {
   if (session == nullptr || session->up == up) {
     return nullptr;
   }
   session->up = up;
   return session;
+}
+
+bfd_session* bfd_book::notified(const bfd_notification& notification) {
+  const bool own = labels_.own(notification.label);
+  bfd_session* session = own ? with_label(notification.label) : following(notification);
+  switch (notification.operation) {
+    case bfd_operation::session_present:
+      if (own && session == nullptr) {
+        remove_orphan(notification.label);
+      } else if (own) {
+        note_present(*session);
+      }
+      break;
+    case bfd_operation::session_gone:
+      if (own || session != nullptr) {
+        note_gone(session);
+      }
+      return note_state(session, false);
+    case bfd_operation::session_state:
+      return note_state(session, notification.up);
+    case bfd_operation::other:
+      break;
+  }
+  return nullptr;
 }
 
 void bfd_book::retry_refused() {

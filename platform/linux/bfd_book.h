@@ -39,7 +39,8 @@ struct bfd_session {
   step progress = step::wanted;
   bool present = false;  // the engine said so
   bool up = false;
-  unsigned refusals = 0;  // in a row
+  unsigned refusals = 0;    // in a row
+  bool of_another = false;  // refused because another client has it: that one is followed
   std::vector<bfd_creation> unanswered;
 };
 
@@ -70,6 +71,7 @@ class bfd_book {
     drop_jobs();
     for (auto& [number, session] : sessions_) {
       session.present = false;
+      session.of_another = false;
       session.progress = bfd_session::step::wanted;
       if (std::exchange(session.up, false)) {
         told(session.key);
@@ -81,8 +83,9 @@ class bfd_book {
   // What an engine that will not be asked again is still to be told.
   std::vector<bfd_job> farewell();
 
-  // The session whose creation was answered; null when it is wanted no more.
-  bfd_session* answered(std::uint32_t number, bool accepted);
+  // The session whose creation was answered; null when it is wanted no more. `ret_lost_up`: it
+  // followed another client's session, which was up and has made room for it.
+  bfd_session* answered(std::uint32_t number, bool accepted, bool* ret_lost_up);
   // The session whose state has changed by the notification; null when there is none.
   bfd_session* notified(const bfd_notification& notification);
 
@@ -95,11 +98,14 @@ class bfd_book {
   void ask(std::uint32_t number, bfd_session& session);
   void remove_orphan(const bfd_label& label);
   bfd_session* with_label(const bfd_label& label);
+  bfd_session* following(const bfd_notification& notification);
+  static bfd_session* note_state(bfd_session* session, bool up) noexcept;
   static void note_present(bfd_session& session) noexcept;
   void note_gone(bfd_session* session);
 
   bfd_labels labels_;
   bool engine_here_ = false;
+  bool states_wanted_ = false;  // the engine is to repeat those of all sessions
   std::uint32_t last_number_ = 0;
   std::map<std::uint32_t, bfd_session> sessions_;  // by number
   std::map<bfd_session_key, std::uint32_t> numbers_;

@@ -227,16 +227,19 @@ void bfd_engine::subscribed() {
 }
 
 void bfd_engine::session_answered(std::uint32_t number, bool accepted) {
-  bfd_session* session = book_.answered(number, accepted);
+  bool lost_up = false;
+  bfd_session* session = book_.answered(number, accepted, &lost_up);
   if (session == nullptr) {
     return;
+  }
+  if (lost_up) {
+    tell_state(session->key, false);
   }
   if (session->progress == bfd_session::step::held) {
     acknowledge(*session, status_ok);
     return;
   }
-  // At first an orphan may be in the way, which is being removed.
-  if (session->refusals > 1) {
+  if (session->of_another) {
     acknowledge(*session, EADDRINUSE);
   }
   if (!retry_.running()) {

@@ -35,6 +35,36 @@ const std::string* text_of(const json& object, const char* key) {
   return found == object.end() ? nullptr : found->get_ptr<const std::string*>();
 }
 
+const std::string none;
+
+// The text field `key`, if there is one; false when it is no text.
+bool optional_text(const json& object, const char* key, const std::string** ret) {
+  if (!object.contains(key)) {
+    return true;
+  }
+  const std::string* text = text_of(object, key);
+  *ret = text == nullptr ? *ret : text;
+  return text != nullptr;
+}
+
+// Leaves 0 for a session of another kind than ours. False for a field of the wrong kind.
+bool read_destination(const json& object, std::uint32_t* ret) {
+  const std::string* text = &none;
+  if (!optional_text(object, "peer-address", &text)) {
+    return false;
+  }
+  const auto multihop = object.find("multihop");
+  const bool far = multihop != object.end();
+  if (far && !multihop->is_boolean()) {
+    return false;
+  }
+  in_addr address{};
+  if (!(far && multihop->get<bool>()) && inet_pton(AF_INET, text->c_str(), &address) == 1) {
+    *ret = address.s_addr;
+  }
+  return true;
+}
+
 // An object, or a discarded value.
 json parse_object(std::string_view payload) {
   json value = json::parse(payload, nullptr, false);
@@ -94,21 +124,20 @@ bool bfd_read_notification(std::string_view payload, bfd_notification* ret) {
   if (word == nullptr) {
     return false;
   }
-  bfd_notification read{operation_of(*word), {}, false};
-  if (object.contains("label")) {
-    const std::string* label = text_of(object, "label");
-    if (label == nullptr) {
-      return false;
-    }
-    read.label.assign(*label);
+  bfd_notification read;
+  read.operation = operation_of(*word);
+  const std::string* label = &none;
+  const std::string* interface = &none;
+  const std::string* state = &none;
+  if (!optional_text(object, "label", &label) ||
+      !optional_text(object, "local-interface", &interface) ||
+      !optional_text(object, "state", &state) || !read_destination(object, &read.destination) ||
+      (read.operation == bfd_operation::session_state && state == &none)) {
+    return false;
   }
-  if (read.operation == bfd_operation::session_state) {
-    const std::string* state = text_of(object, "state");
-    if (state == nullptr) {
-      return false;
-    }
-    read.up = *state == "up";
-  }
+  read.label.assign(*label);
+  read.interface.assign(*interface);
+  read.up = *state == "up";
   *ret = read;
   return true;
 }

@@ -37,7 +37,9 @@ enum class bfd_operation { other, session_present, session_gone, session_state }
 struct bfd_notification {
   bfd_operation operation = bfd_operation::other;
   bfd_label label;
-  bool up = false;  // with session_state
+  std::uint32_t destination = 0;  // 0 when it is none of a single hop over IPv4
+  bfd_interface_name interface;   // may be empty
+  bool up = false;                // with session_state
 };
 
 // False when the payload is not what the engine sends. `ret` is then unchanged.

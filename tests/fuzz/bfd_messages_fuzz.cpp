@@ -25,6 +25,10 @@ void require(bool condition) noexcept {
 
 void require_peer(const bfd_job& job) {
   const auto request = nlohmann::json::parse(job.payload);
+  if (job.type == bfd_type_subscribe) {
+    require(job.payload.size() == sizeof(std::uint64_t));
+    return;
+  }
   const char* list = job.type == bfd_type_add ? "ipv4" : "label";
   const auto& peer = request.at(list).at(0);
   require(request.size() == 1 && peer.is_object() && peer.at("label").is_string());
@@ -40,7 +44,12 @@ class engine_under_fuzz {
     }
     book_.engine_back();
     book_.next_job();
-    book_.answered(1, true);
+    book_.answered(1, true, &lost_up_);
+    for (unsigned refusal = 0; refusal < 2; ++refusal) {
+      book_.next_job();
+      book_.answered(2, false, &lost_up_);
+      book_.retry_refused();
+    }
   }
   ~engine_under_fuzz() {
     std::size_t count = 0;
@@ -56,7 +65,7 @@ class engine_under_fuzz {
     bool accepted = false;
     bfd_notification notification;
     if (type == bfd_type_response && bfd_read_response(payload, &accepted)) {
-      book_.answered(static_cast<std::uint32_t>(payload.size() % 5), accepted);
+      book_.answered(static_cast<std::uint32_t>(payload.size() % 5), accepted, &lost_up_);
     } else if (type == bfd_type_notification && bfd_read_notification(payload, &notification)) {
       book_.notified(notification);
     }
@@ -82,6 +91,7 @@ class engine_under_fuzz {
 
  private:
   bfd_book book_{bfd_labels{1, 2}};
+  bool lost_up_ = false;
 };
 
 }  // namespace

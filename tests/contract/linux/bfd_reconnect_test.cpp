@@ -131,18 +131,6 @@ TEST_F(bfd_reconnect_test, a_session_in_an_orphans_place_is_made_as_soon_as_it_i
   EXPECT_EQ(wait_told(1), told_list{"up 1"});
 }
 
-TEST_F(bfd_reconnect_test, a_place_taken_by_another_is_told_and_tried_again) {
-  start();
-  leave("uplink", 1);
-  ASSERT_EQ(create(1), 0);
-  EXPECT_EQ(wait_told(1), told_list{"refused 1: " + std::string(err_string(EADDRINUSE))});
-  EXPECT_EQ(engine().requests(2).size(), 2U);
-  engine().sessions().clear();
-  ASSERT_TRUE(run_until([&] { return !label(1).empty(); }));
-  engine().set_state(label(1), "up");
-  EXPECT_EQ(wait_told(1), told_list{"up 1"});
-}
-
 TEST_F(bfd_reconnect_test, a_session_taken_away_by_somebody_is_asked_for_again) {
   start();
   bring_up(1);

@@ -36,9 +36,14 @@ json notification_of(const char* operation, const std::string& label, const json
           {"label", label}};
 }
 
+// A session without an interface is on every one.
+bool overlap(const std::string& one, const std::string& other) {
+  return one.empty() || other.empty() || one == other;
+}
+
 bool same_place(const json& one, const json& other) {
   return one.value("peer-address", "") == other.value("peer-address", "") &&
-         one.value("local-interface", "") == other.value("local-interface", "");
+         overlap(one.value("local-interface", ""), other.value("local-interface", ""));
 }
 
 }  // namespace

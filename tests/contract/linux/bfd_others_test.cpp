@@ -1,0 +1,76 @@
+// The BFD client where another of the engine's clients, a routing protocol say, has the session
+// that is asked for: there can be one only, so the client follows it and takes its place when it
+// goes.
+#include "platform/status.h"
+#include "tests/contract/linux/bfd_client_fixture.h"
+
+namespace ot::testing {
+namespace {
+
+using nlohmann::json;
+
+class bfd_others_test : public bfd_client_test, public ::testing::WithParamInterface<const char*> {
+ protected:
+  // Session 1 is another's, bound to the interface of the parameter; ours has been refused.
+  void SetUp() override {
+    bfd_client_test::SetUp();
+    start();
+    engine().sessions()["uplink"] =
+        json{{"peer-address", address(1)}, {"local-interface", GetParam()}, {"state", "up"}};
+    ASSERT_EQ(create(1), 0);
+    ASSERT_EQ(wait_told(2),
+              (told_list{"refused 1: " + std::string(err_string(EADDRINUSE)), "up 1"}));
+  }
+};
+
+TEST_P(bfd_others_test, its_state_is_told) {
+  engine().set_state("uplink", "down");
+  EXPECT_EQ(wait_told(1), told_list{"down 1"});
+  engine().set_state("uplink", "up");
+  EXPECT_EQ(wait_told(1), told_list{"up 1"});
+}
+
+TEST_P(bfd_others_test, its_end_makes_room) {
+  engine().drop("uplink");
+  EXPECT_EQ(wait_told(1), told_list{"down 1"});
+  ASSERT_TRUE(run_until([&] { return !label(1).empty(); }));
+  engine().set_state(label(1), "up");
+  EXPECT_EQ(wait_told(1), told_list{"up 1"});
+  EXPECT_EQ(engine().sessions().size(), 1U);
+}
+
+// As bfdd does for a session that was configured in its own shell.
+TEST_P(bfd_others_test, its_silent_end_makes_room) {
+  engine().sessions().clear();
+  EXPECT_EQ(wait_told(1), told_list{"down 1"});
+  ASSERT_TRUE(run_until([&] { return !label(1).empty(); }));
+  engine().set_state(label(1), "up");
+  EXPECT_EQ(wait_told(1), told_list{"up 1"});
+}
+
+TEST_P(bfd_others_test, giving_ours_up_leaves_it_alone) {
+  ASSERT_EQ(remove(1), 0);
+  EXPECT_EQ(wait_told(1), told_list{"gone 1"});
+  engine().set_state("uplink", "down");
+  ASSERT_EQ(create(2), 0);
+  EXPECT_EQ(wait_told(1), told_list{"created 2"});
+  EXPECT_TRUE(engine().requests(3).empty());
+  EXPECT_EQ(engine().sessions().count("uplink"), 1U);
+}
+
+TEST_P(bfd_others_test, other_sessions_of_others_are_not_followed) {
+  engine().sessions()["elsewhere"] = json{{"peer-address", address(9)}, {"state", "down"}};
+  engine().sessions()["over_v9"] = json{{"peer-address", address(1)}, {"local-interface", "v9"}};
+  engine().set_state("elsewhere", "down");
+  engine().set_state("over_v9", "down");
+  engine().notify(
+      {{"op", "status"}, {"peer-address", address(1)}, {"multihop", true}, {"state", "down"}});
+  engine().set_state("uplink", "adm-down");
+  EXPECT_EQ(wait_told(1), told_list{"down 1"});
+  EXPECT_EQ(told(), told_list{});
+}
+
+INSTANTIATE_TEST_SUITE_P(bound, bfd_others_test, ::testing::Values("v1", ""));
+
+}  // namespace
+}  // namespace ot::testing
