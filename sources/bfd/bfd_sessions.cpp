@@ -45,6 +45,7 @@ void fill(const bfd_object& session, bfdc_session_request& request) noexcept {
   request.kind = request_kind;
   request.ifhandle = session.ifhandle;
   request.interface.assign(session.interface.view());
+  request.interface.assign(session.interface.view());
   request.destination = ipv4_bfd_address(session.destination);
   request.source = ipv4_bfd_address(0);
   request.rate = session.rate;
