@@ -1,0 +1,94 @@
+"""FRR's zebra and bfdd in a network namespace, from the distribution's package but with everything
+they write in a directory of their own."""
+
+import glob
+import json
+import os
+import shutil
+import signal
+import socket
+import subprocess
+import tempfile
+
+from waiting import wait_until
+
+PROGRAMS = "/usr/lib/frr"
+PATIENCE = 10
+
+
+def listens(path):
+    with socket.socket(socket.AF_UNIX) as client:
+        try:
+            client.connect(path)
+        except OSError:
+            return False
+    return True
+
+
+class Frr:
+    def __init__(self, net):
+        assert os.path.exists(f"{PROGRAMS}/bfdd"), "the package frr is not installed"
+        self._net = net
+        self._processes = {}
+        self._pids = []
+        # The daemons run as their own user and make their sockets here.
+        self.directory = tempfile.mkdtemp(prefix="frr-")
+        shutil.chown(self.directory, "frr", "frr")
+        try:
+            self._start("zebra", "zserv.api", "-s", "2097152")
+            self.start_bfdd()
+        except BaseException:
+            self.close()
+            raise
+
+    def _path(self, name):
+        return os.path.join(self.directory, name)
+
+    def _start(self, name, listening, *options):
+        log = self._path(f"{name}.log")
+        with open(self._path(f"{name}.out"), "ab") as out:
+            self._processes[name] = subprocess.Popen(
+                [*self._net.command(), f"{PROGRAMS}/{name}", "--vty_socket", self.directory,
+                 "-z", self._path("zserv.api"), "-i", self._path(f"{name}.pid"), "-f", "/dev/null",
+                 "-P", "0", "--log", f"file:{log}", *options],
+                stdin=subprocess.DEVNULL, stdout=out, stderr=out)
+        self._pids.append(self._processes[name].pid)
+        wait_until(lambda: listens(self._path(listening)), PATIENCE, f"{name} listens")
+
+    def start_bfdd(self):
+        """Returns when its control socket takes connections."""
+        self._start("bfdd", "bfdd.sock", "--bfdctl", self._path("bfdd.sock"))
+
+    def kill_bfdd(self):
+        process = self._processes.pop("bfdd")
+        process.kill()
+        process.wait()
+
+    def vtysh(self, *commands):
+        """Runs commands of FRR's own shell; what they print."""
+        words = [word for command in commands for word in ("-c", command)]
+        return subprocess.run(["vtysh", "--vty_socket", self.directory, *words], check=True,
+                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True).stdout
+
+    def peers(self):
+        """bfdd's own view: a list of objects."""
+        return json.loads(self.vtysh("show bfd peers json"))
+
+    def states(self):
+        """The peer's address to whether its session is up."""
+        return {peer["peer"]: peer["status"] == "up" for peer in self.peers()}
+
+    def close(self):
+        for process in self._processes.values():
+            process.send_signal(signal.SIGTERM)
+        for process in self._processes.values():
+            try:
+                process.wait(PATIENCE)
+            except subprocess.TimeoutExpired:
+                process.kill()
+                process.wait()
+        self._processes.clear()
+        shutil.rmtree(self.directory)
+        for pid in self._pids:  # what killed daemons leave behind
+            for rest in glob.glob(f"/var/tmp/frr/*.{pid}"):
+                shutil.rmtree(rest)
