@@ -17,7 +17,7 @@ def build():
     tree = BuildTree()
     if os.geteuid() != 0:
         pytest.skip("needs root: the tests make network namespaces")
-    missing = tree.missing("object_tracking", "trackctl", "ledger_put", "route_storm")
+    missing = tree.missing("object_tracking", "trackctl", "qmond", "ledger_put", "route_storm")
     assert not missing, f"{tree.path} lacks {', '.join(missing)}: build it first"
     return tree
 

@@ -1,4 +1,4 @@
-"""One run of the object_tracking daemon: started in a namespace, ready, ended, looked over.
+"""One run of a daemon of ours: started in a namespace, ready, ended, looked over.
 
 Readiness is the datagram that a service sends to NOTIFY_SOCKET. The daemon's pid is that of the
 process started here, since `ip netns exec` and `setarch` replace themselves by the program.
@@ -17,10 +17,10 @@ REPORTS = ("Sanitizer", "runtime error:")
 
 
 class Daemon:
-    def __init__(self, build, namespace, root, log, output=Terminal):
+    def __init__(self, build, namespace, root, log, output=Terminal, program="object_tracking"):
         self.build = build
         self.log = log  # path; a run appends to it
-        self._notify_path = os.path.join(root, "notify")
+        self._notify_path = os.path.join(root, f"notify-{program}")
         self._begin = os.path.getsize(log) if os.path.exists(log) else 0
         if os.path.exists(self._notify_path):
             os.unlink(self._notify_path)
@@ -31,7 +31,7 @@ class Daemon:
         self.started = time.monotonic()
         self._output = output(log)
         self.process = subprocess.Popen(
-            [*namespace.command(), *build.command("object_tracking")], env=environment,
+            [*namespace.command(), *build.command(program)], env=environment,
             stdin=subprocess.DEVNULL, stdout=self._output.end, stderr=self._output.end)
         self._output.started()
         self.pid = self.process.pid

@@ -43,6 +43,16 @@ TEST(track_json, state_is_unknown_until_something_was_published) {
   EXPECT_EQ(track_to_json(record, {.published = true})["state"], "down");
 }
 
+TEST(track_json, state_is_unknown_while_a_probe_has_no_result) {
+  track_info__ record = record_of("t", track_type::probe);
+  EXPECT_EQ(track_to_json(record, {.published = true})["state"], "unknown");
+  record.TrackTypeInfo.QmonTracks.ReturnCode = 2;
+  EXPECT_EQ(track_to_json(record, {.published = true})["state"], "down");
+  record.TrackTypeInfo.QmonTracks.ReturnCode = 0;
+  record.TrackState = true;  // the change waits for its delay
+  EXPECT_EQ(track_to_json(record, {.published = true})["state"], "up");
+}
+
 TEST(track_json, route_has_dotted_prefix_and_mask) {
   track_info__ record = record_of("t", track_type::route);
   route_track_info__ route{};

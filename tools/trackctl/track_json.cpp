@@ -82,7 +82,7 @@ const char* state_word(const track_info__& record, bool published) {
   if (record.TrackState) {
     return "up";
   }
-  return published ? "down" : "unknown";
+  return published && !awaits_probe_result(record) ? "down" : "unknown";
 }
 
 json pending_json(const delayed_state_status__* delayed) {
@@ -123,6 +123,11 @@ json tracked_by_json(const track_info__& record) {
 }
 
 }  // namespace
+
+bool awaits_probe_result(const track_info__& record) noexcept {
+  return record.Type == track_type::probe && !record.TrackState &&
+         record.TrackTypeInfo.QmonTracks.ReturnCode == 0;
+}
 
 json track_to_json(const track_info__& record, const track_extras& extras) {
   const type_row& type = row_of(record.Type);

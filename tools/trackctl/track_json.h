@@ -3,7 +3,7 @@
 //
 //   name        text
 //   type        "interface", "route", "and", "or", "probe", "none", "weight", "percentage", "bfd"
-//   state       "up", "down", "unknown" (nothing published yet)
+//   state       "up", "down", "unknown" (nothing published yet, or a probe without a result)
 //   changes     how often a state was published since the service started
 //   last_change seconds since the epoch of the last publication, null before the first
 //   delay_up    seconds (what is configured)
@@ -37,6 +37,10 @@ struct track_extras {
   std::uint32_t delay_up = 0;
   std::uint32_t delay_down = 0;
 };
+
+// Whether it is a probe track that is not up because its operation has no result: what is published
+// for it says only that it is not up.
+bool awaits_probe_result(const track_info__& record) noexcept;
 
 // Everything but "missing".
 nlohmann::ordered_json track_to_json(const track_info__& record, const track_extras& extras);

@@ -1,0 +1,233 @@
+"""The probe service beside the tracks: restarted, killed, reconfigured, and not there at all."""
+
+import os
+import re
+import signal
+
+import pytest
+
+from probe_fixtures import follows, qmond  # noqa: F401  (a fixture)
+from waiting import wait_until
+
+ECHO = {"kind": "icmp", "target": "127.0.0.1"}
+REFUSED = {"kind": "tcp", "target": "127.0.0.1:7005"}
+
+
+def test_a_track_is_unknown_while_qmond_is_gone_and_follows_when_it_is_back(qmond):
+    qmond.configure({"id": 1, **ECHO})
+    qmond.start()
+    events = qmond.service.follow(tracks=["t"])
+    qmond.service.ctl("set", "t", "probe", "1")
+    follows(qmond, "t", 1, 1, "up")
+    qmond.kill()
+    qmond.service.wait_detail("t", "qmon operation not in progress")
+    assert qmond.service.state("t") == "unknown"
+    qmond.start()
+    follows(qmond, "t", 1, 1, "up")
+    qmond.stop()
+    qmond.service.wait_state("t", "unknown")
+    qmond.start()
+    follows(qmond, "t", 1, 1, "up")
+    events.expect(("t", "up"), ("t", "unknown"), ("t", "up"), ("t", "unknown"), ("t", "up"))
+
+
+def test_a_qmond_that_hangs_counts_as_gone(qmond):
+    qmond.configure({"id": 1, **ECHO})
+    qmond.start()
+    qmond.service.ctl("set", "t", "probe", "1")
+    follows(qmond, "t", 1, 1, "up")
+    qmond.daemon.process.send_signal(signal.SIGSTOP)
+    try:
+        qmond.service.wait_state("t", "unknown")
+    finally:
+        qmond.daemon.process.send_signal(signal.SIGCONT)
+    follows(qmond, "t", 1, 1, "up")
+
+
+def test_a_track_may_be_there_before_qmond_and_before_its_operation(qmond):
+    qmond.service.ctl("set", "t", "probe", "1")
+    assert qmond.service.state("t") == "unknown"
+    qmond.configure()
+    qmond.start()
+    assert qmond.service.state("t") == "unknown"
+    qmond.configure({"id": 1, **ECHO})
+    assert qmond.reload() == "qmond: reloaded: 1 operations added, 0 changed, 0 removed, 0 kept"
+    follows(qmond, "t", 1, 1, "up")
+    qmond.configure()
+    assert qmond.reload() == "qmond: reloaded: 0 operations added, 0 changed, 1 removed, 0 kept"
+    qmond.service.wait_state("t", "unknown")
+
+
+def test_a_track_is_given_another_operation(qmond):
+    qmond.configure({"id": 1, **ECHO}, {"id": 2, **REFUSED})
+    qmond.start()
+    qmond.service.ctl("set", "t", "probe", "1")
+    follows(qmond, "t", 1, 1, "up")
+    qmond.service.ctl("set", "t", "probe", "2")
+    follows(qmond, "t", 2, 4, "down")
+    qmond.service.ctl("set", "u", "probe", "1")
+    follows(qmond, "u", 1, 1, "up")
+
+
+def test_an_operation_is_followed_by_one_track_only(qmond):
+    qmond.service.ctl("set", "t", "probe", "1")
+    result = qmond.service.run("trackctl", "set", "u", "probe", "1")
+    assert result.returncode == 1
+    assert "The probe operation is already tracked (0xa64c8800)" in result.stderr
+
+
+def test_the_views_show_code_and_round_trip_time(qmond):
+    qmond.configure({"id": 1, **ECHO}, {"id": 2, **REFUSED})
+    qmond.start()
+    qmond.service.ctl("set", "good", "probe", "1")
+    qmond.service.ctl("set", "bad", "probe", "2")
+    follows(qmond, "good", 1, 1, "up")
+    follows(qmond, "bad", 2, 4, "down")
+    good = qmond.service.show("good", "all")
+    assert "\tProbe Monitor 1 reachability \n" in good
+    assert "\tLatest operation return code: OK \n" in good
+    assert re.search(r"\tLatest RTT \(millisecs\) : \d+ \n", good)
+    assert "\tLatest operation return code: Refused \n" in qmond.service.show("bad", "all")
+    assert re.search(r"^good .*reachability", qmond.service.show("all-tracks"), re.M)
+
+
+def test_a_reload_leaves_what_is_the_same_alone(qmond):
+    slow = {"id": 1, "kind": "command", "command": ["/bin/true"], "interval": "1h",
+            "timeout": "5s"}
+    qmond.configure(slow, {"id": 2, **ECHO}, {"id": 3, **ECHO})
+    qmond.start()
+    before = wait_until(lambda: qmond.status()[1]["results"] and qmond.status(),
+                        qmond.service.build.patience + 10, "a first result of the slow one")
+    pid = qmond.daemon.pid
+    qmond.configure(slow, {"id": 2, **REFUSED}, {"id": 4, **ECHO})
+    assert qmond.reload() == "qmond: reloaded: 1 operations added, 1 changed, 1 removed, 1 kept"
+    qmond.wait_code(2, 4)
+    qmond.wait_code(4, 1)
+    after = qmond.status()
+    assert after[1] == before[1], "it has not begun anew"
+    assert 3 not in after
+    assert os.path.exists(f"/proc/{pid}")
+
+
+def test_a_reload_that_needs_a_larger_table_is_followed(qmond):
+    qmond.configure({"id": 1, **ECHO})
+    qmond.start()
+    qmond.service.ctl("set", "t", "probe", "1")
+    follows(qmond, "t", 1, 1, "up")
+    events = qmond.service.follow(tracks=["t"])
+    qmond.configure({"id": 1, **ECHO}, *({"id": 100 + n, **REFUSED} for n in range(200)))
+    assert "200 operations added" in qmond.reload()
+    qmond.service.ctl("set", "u", "probe", "299")
+    follows(qmond, "u", 299, 4, "down")
+    assert qmond.service.state("t") == "up"
+    qmond.configure({"id": 1, **REFUSED})
+    qmond.reload()
+    follows(qmond, "t", 1, 4, "down")
+    events.expect(("t", "down"))
+
+
+def test_a_configuration_with_errors_changes_nothing(qmond):
+    qmond.configure({"id": 1, **ECHO})
+    qmond.start()
+    qmond.wait_code(1, 1)
+    qmond.configure({"id": 1, "kind": "icmp"}, {"id": 2, **ECHO})
+    assert qmond.reload() == "qmond: not reloaded; the configuration in force stays"
+    assert f'{qmond.config}:4:1: the operation has no "target"' in qmond.daemon.output()
+    assert set(qmond.status()) == {1}
+
+
+def test_qmond_does_not_start_on_errors(qmond):
+    qmond.configure({"id": 0, **ECHO}, {"id": 2, "kind": "ping"})
+    result = qmond.service.run("qmond")
+    assert (result.returncode, result.stdout) == (1, "")
+    assert result.stderr == (
+        f"{qmond.config}:5:6: id: must be a number from 1 to 2147483647\n"
+        f"{qmond.config}:10:8: kind: must be one of icmp, tcp, http, dns, command\n"
+        "qmond: the configuration has errors; nothing was started\n")
+    result = qmond.service.run("qmond", "--check", qmond.config)
+    assert result.returncode == 1
+    assert result.stderr.count("\n") == 2
+
+
+def test_check_and_status_say_how_it_is(qmond):
+    qmond.configure({"id": 1, **ECHO}, {"id": 2, **ECHO})
+    result = qmond.service.run("qmond", "--check", qmond.config)
+    assert (result.returncode, result.stderr) == (0, "")
+    assert result.stdout == f"{qmond.config}: 2 operations, no errors\n"
+    result = qmond.service.run("qmond", "status")
+    assert result.returncode == 3
+    assert result.stderr.startswith("qmond: qmond is not running")
+    assert qmond.service.run("qmond", "status", "--yaml").returncode == 2
+    qmond.start()
+    qmond.wait_code(1, 1)
+    lines = qmond.service.run("qmond", "status").stdout.splitlines()
+    assert lines[0].split() == ["OPERATION", "TARGET", "CODE", "TEXT", "RTT", "LAST", "20"]
+    assert lines[1].split()[:5] == ["1", "icmp", "127.0.0.1", "1", "OK"]
+
+
+def test_only_one_qmond_runs_on_a_prefix(qmond):
+    qmond.configure()
+    qmond.start()
+    second = qmond.service.run("qmond")
+    assert second.returncode == 1
+    assert second.stderr == f"qmond: another qmond runs below {qmond.service.root}/run/qmond\n"
+
+
+def test_qmond_keeps_no_privileges(qmond):
+    # A command sees what it was given.
+    told = os.path.join(qmond.service.root, "told")
+    text = f"grep -E '^(Cap(Prm|Eff|Amb)|NoNewPrivs)' /proc/self/status >{told}; env >>{told}"
+    qmond.configure({"id": 1, "kind": "command", "command": ["/bin/sh", "-c", text]})
+    qmond.start()
+    qmond.wait_code(1, 1)
+    with open(f"/proc/{qmond.daemon.pid}/status") as stream:
+        own = dict(re.findall(r"^(\w+):\s+(.*)$", stream.read(), re.M))
+    with open(told) as stream:
+        text = stream.read()
+    child = dict(re.findall(r"^(\w+):\s+(.*)$", text, re.M))
+    for of in (own, child):
+        assert [of[name] for name in ("CapPrm", "CapEff", "CapAmb")] == ["0" * 16] * 3
+        assert of["NoNewPrivs"] == "1"
+    assert set(re.findall(r"^(\w+)=", text, re.M)) <= {"PATH", "QMON_OPERATION", "PWD", "_",
+                                                       "SHLVL", "OLDPWD"}
+
+
+class WithoutPackage:
+    """The namespace of an instance, seen by a process that does not find a library."""
+
+    def __init__(self, net, library):
+        self._net = net
+        self._library = library
+
+    def __getattr__(self, name):
+        return getattr(self._net, name)
+
+    def command(self):
+        hide = 'mount --bind /dev/null "$0" && exec "$@"'
+        return [*self._net.command(), "unshare", "--mount", "sh", "-c", hide, self._library]
+
+
+@pytest.mark.parametrize("name", ["libqmon_infra.dll", "libqmon_infra_comp.dll"])
+def test_without_the_package_a_probe_track_is_refused(new_service, build, name):
+    service = new_service()
+    net = service.net
+    service.net = WithoutPackage(net, str(build.path / "pkg/lib" / name))
+    service.start()
+    service.net = net
+    result = service.run("trackctl", "set", "t", "probe", "1")
+    assert result.returncode == 1
+    assert "The probe package is not available (0xa64c8600)" in result.stderr
+    assert service.run("trackctl", "show", "t").returncode == 1
+
+
+def test_without_the_package_a_stored_probe_track_is_unknown(service, build):
+    service.ctl("set", "t", "probe", "1")
+    service.stop()
+    net = service.net
+    service.net = WithoutPackage(net, str(build.path / "pkg/lib/libqmon_infra.dll"))
+    service.start()
+    service.net = net
+    assert service.state("t") == "unknown"
+    service.stop()
+    service.start()
+    assert service.state("t") == "unknown"

@@ -1,0 +1,185 @@
+"""Probe tracks on real targets: the track follows what each of them does within two polls."""
+
+import os
+import shutil
+import signal
+
+import pytest
+
+from netns import NetworkNamespace
+from probe_fixtures import follows, qmond  # noqa: F401  (a fixture)
+from targets import DnsServer, HttpServer, TcpListener
+from waiting import wait_until
+
+
+@pytest.fixture
+def peer(service):
+    """Another namespace at 10.1.0.2, behind the service's own interface "to-peer"."""
+    other = NetworkNamespace()
+    try:
+        service.net.ip(f"link add to-peer type veth peer name up0 netns {other.name}")
+        service.net.ip("address add 10.1.0.1/24 dev to-peer")
+        other.ip("address add 10.1.0.2/24 dev up0")
+        other.ip("link set up0 up")
+        service.net.up("to-peer")
+        yield other
+    finally:
+        other.close()
+
+
+def probe(qmond, **keys):
+    """Starts qmond with operation 1 and makes the track `t` that follows it."""
+    qmond.configure({"id": 1, **keys})
+    qmond.start()
+    qmond.service.ctl("set", "t", "probe", "1")
+
+
+def test_an_echo_peer_goes_away_and_returns(qmond, peer):
+    events = qmond.service.follow(tracks=["t"])
+    probe(qmond, kind="icmp", target="10.1.0.2")
+    follows(qmond, "t", 1, 1, "up")
+    peer.ip("link set up0 down")
+    qmond.wait_new_result(1)
+    assert qmond.status()[1]["text"] in ("No answer (timeout)", "Unreachable")
+    qmond.service.wait_state("t", "down")
+    peer.ip("link set up0 up")
+    follows(qmond, "t", 1, 1, "up")
+    events.expect(("t", "up"), ("t", "down"), ("t", "up"))
+
+
+def test_a_peer_without_a_way_to_it_is_unreachable(qmond):
+    probe(qmond, kind="icmp", target="192.0.2.1")
+    follows(qmond, "t", 1, 3, "down")
+
+
+def test_an_ipv6_peer_answers(qmond):
+    probe(qmond, kind="icmp", target="::1", size=1400)
+    follows(qmond, "t", 1, 1, "up")
+
+
+def test_a_tcp_listener_refuses_and_then_hangs(qmond):
+    probe(qmond, kind="tcp", target="127.0.0.1:7001")
+    follows(qmond, "t", 1, 4, "down")
+    listener = TcpListener(qmond.service.net, 7001)
+    try:
+        follows(qmond, "t", 1, 1, "up")
+        listener.hang()
+        follows(qmond, "t", 1, 2, "down")
+    finally:
+        listener.close()
+
+
+def test_an_http_server_answers_well_badly_and_not_at_all(qmond):
+    server = HttpServer(qmond.service.net, 7002)
+    try:
+        server.answer = HttpServer.status(200)
+        probe(qmond, kind="http", target="http://127.0.0.1:7002/health")
+        follows(qmond, "t", 1, 1, "up")
+        for bad, code in ((HttpServer.status(503), 6), (HttpServer.status(200), 1),
+                          (b"\x00garbage\xff\r\n\r\n" * 50, 6), (HttpServer.status(204), 1),
+                          (None, 2)):
+            server.answer = bad
+            follows(qmond, "t", 1, code, "up" if code == 1 else "down")
+    finally:
+        server.close()
+    follows(qmond, "t", 1, 4, "down")
+
+
+@pytest.mark.skipif(shutil.which("dnsmasq") is None, reason="needs dnsmasq (dnsmasq-base)")
+def test_a_dns_server_answers_and_does_not(qmond):
+    server = DnsServer(qmond.service.net, 7003)
+    try:
+        probe(qmond, kind="dns", target="127.0.0.1:7003", query="www.example.test")
+        follows(qmond, "t", 1, 1, "up")
+        server.process.send_signal(signal.SIGSTOP)
+        follows(qmond, "t", 1, 2, "down")
+        server.process.send_signal(signal.SIGCONT)
+        follows(qmond, "t", 1, 1, "up")
+    finally:
+        server.close()
+    follows(qmond, "t", 1, 4, "down")
+
+
+@pytest.mark.skipif(shutil.which("dnsmasq") is None, reason="needs dnsmasq (dnsmasq-base)")
+def test_a_dns_server_that_does_not_know_the_name_is_no_good(qmond):
+    server = DnsServer(qmond.service.net, 7003)
+    try:
+        probe(qmond, kind="dns", target="127.0.0.1:7003", query="other.example.test")
+        follows(qmond, "t", 1, 6, "down")
+    finally:
+        server.close()
+
+
+def script(qmond, text):
+    """An operation's command that runs the shell script with the instance's folder as $1."""
+    path = os.path.join(qmond.service.root, "probe.sh")
+    with open(path, "w") as stream:
+        stream.write(text)
+    return ["/bin/sh", path, qmond.service.root]
+
+
+def test_a_command_that_exits_with_0_and_1(qmond):
+    good = os.path.join(qmond.service.root, "good")
+    probe(qmond, kind="command", command=script(qmond, 'test -e "$1/good"\n'))
+    follows(qmond, "t", 1, 6, "down")
+    with open(good, "w"):
+        pass
+    follows(qmond, "t", 1, 1, "up")
+    os.unlink(good)
+    follows(qmond, "t", 1, 6, "down")
+
+
+def test_a_command_that_is_not_there_cannot_run(qmond):
+    probe(qmond, kind="command", command=["/nonexistent/probe"])
+    follows(qmond, "t", 1, 7, "down")
+
+
+def gone(pid_file):
+    """Whether the process named in the file has ended; false as long as there is no file."""
+    try:
+        with open(pid_file) as stream:
+            return not os.path.exists(f"/proc/{int(stream.read())}")
+    except (FileNotFoundError, ValueError):
+        return False
+
+
+@pytest.mark.parametrize("text, code", [
+    ('echo $$ >"$1/leader"; sleep 1000 & echo $! >"$1/child"; wait\n', 2),  # hangs, and forks
+    ('echo $$ >"$1/leader"; sleep 1000 & echo $! >"$1/child"; exit 0\n', 1),  # leaves a child
+])
+def test_a_command_ends_with_all_that_it_started(qmond, text, code):
+    probe(qmond, kind="command", command=script(qmond, text))
+    follows(qmond, "t", 1, code, "up" if code == 1 else "down")
+    qmond.stop()
+    for name in ("leader", "child"):
+        path = os.path.join(qmond.service.root, name)
+        wait_until(lambda path=path: gone(path), qmond.service.build.patience, f"{name} has ended")
+
+
+def test_an_operation_leaves_through_its_interface(qmond, peer):
+    qmond.service.net.link("other")
+    qmond.service.net.ip("address add 10.2.0.1/24 dev other")
+    qmond.configure(
+        {"id": 1, "kind": "icmp", "target": "10.1.0.2", "interface": "to-peer"},
+        {"id": 2, "kind": "icmp", "target": "10.1.0.2", "interface": "other"},
+        {"id": 3, "kind": "tcp", "target": "10.1.0.2:9", "interface": "to-peer"},
+        {"id": 4, "kind": "tcp", "target": "10.1.0.2:9", "interface": "other"},
+        {"id": 5, "kind": "icmp", "target": "10.1.0.2", "interface": "not-there"},
+        {"id": 6, "kind": "icmp", "target": "10.1.0.2", "source": "10.1.0.1"},
+        {"id": 7, "kind": "tcp", "target": "10.1.0.2:9", "source": "10.9.9.9"})
+    qmond.start()
+    for operation, code in ((1, 1), (3, 4), (5, 7), (6, 1), (7, 7)):
+        qmond.wait_code(operation, code)
+    for operation in (2, 4):
+        assert qmond.status()[operation]["successes"] == 0
+        qmond.wait_new_result(operation)
+        assert qmond.status()[operation]["code"] in (2, 3)
+
+
+def test_names_are_resolved(qmond):
+    qmond.configure({"id": 1, "kind": "icmp", "target": "localhost"},
+                    {"id": 2, "kind": "tcp", "target": "localhost:7004"},
+                    {"id": 3, "kind": "icmp", "target": "no-such-host.invalid"})
+    qmond.start()
+    for operation, code in ((1, 1), (2, 4), (3, 5)):
+        qmond.wait_code(operation, code)
