@@ -12,6 +12,7 @@
 #include <ctime>
 #include <new>
 
+#include "platform/common/vrf_requests.h"
 #include "platform/ipv4.h"
 #include "platform/linux/evm_linux.h"
 #include "platform/linux/vrf_devices.h"
@@ -199,7 +200,6 @@ int fib_session::on_audit(sd_event_source*, std::uint64_t, void* self) {
   return 0;
 }
 
-// A callback may register and unregister; the prefixes to be told are collected first.
 void fib_session::look_again(bool all) {
   const std::vector<route_record> routes = std::move(changed_);
   changed_.clear();
@@ -207,7 +207,6 @@ void fib_session::look_again(bool all) {
     lookup_.await_change();
   }
   everything_changed_ = false;
-  std::vector<fib_prefix> to_tell;
   for (auto& [prefix, last] : prefixes_) {
     bool concerned = all || !last.told;
     for (auto it = routes.begin(); it != routes.end() && !concerned; ++it) {
@@ -218,18 +217,26 @@ void fib_session::look_again(bool all) {
         (last.told && same(last.result, now))) {
       continue;
     }
-    last = {now, true};
-    to_tell.push_back(prefix);
+    last = {now, true, true};
   }
-  for (const fib_prefix& prefix : to_tell) {
-    tell_change(prefix);
-  }
+  tell_changes();
 }
 
-void fib_session::tell_change(const fib_prefix& prefix) {
-  const rtclient_notification notification{fib_family_ipv4, prefix.table, prefix.address,
-                                           prefix.length};
-  callbacks_.changed(&notification);
+// A callback may register and unregister.
+void fib_session::tell_changes() {
+  auto it = prefixes_.begin();
+  while (it != prefixes_.end()) {
+    if (!it->second.is_news) {
+      ++it;
+      continue;
+    }
+    it->second.is_news = false;
+    const fib_prefix prefix = it->first;
+    const rtclient_notification notification{fib_family_ipv4, prefix.table, prefix.address,
+                                             prefix.length};
+    callbacks_.changed(&notification);
+    it = prefixes_.upper_bound(prefix);
+  }
 }
 
 }  // namespace ot

@@ -46,6 +46,7 @@ class fib_session {
   struct last_told {
     rtclient_result result;
     bool told = false;
+    bool is_news = false;  // found, and about to be told
   };
 
   static int on_readable(sd_event_source* source, int fd, std::uint32_t events, void* self);
@@ -58,7 +59,7 @@ class fib_session {
   void disconnect();
   void schedule_audit() noexcept;
   void look_again(bool all);
-  void tell_change(const fib_prefix& prefix);
+  void tell_changes();
 
   evm* manager_;
   rtclient_callbacks callbacks_;

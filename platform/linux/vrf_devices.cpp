@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <new>
 
+#include "platform/common/vrf_requests.h"
 #include "platform/linux/evm_linux.h"
 #include "platform/linux/netlink_attributes.h"
 #include "platform/status.h"
@@ -117,17 +118,25 @@ int vrf_devices::on_readable(sd_event_source*, int, std::uint32_t, void* self) {
   const std::vector<vrf_event> news = std::move(devices.news_);
   devices.news_.clear();
   devices.missed_ = false;
-  for (const vrf_event& event : news) {
-    if (event.gone) {
-      devices.withdraw(event.device.id);
-    } else {
-      devices.apply(event.device);
+  try {
+    devices.take(news);
+    if (lost) {
+      devices.read_all_again();
     }
-  }
-  if (lost) {
-    devices.read_all_again();
+  } catch (const std::bad_alloc&) {
+    devices.missed_ = true;  // all are read with the next event
   }
   return 0;
+}
+
+void vrf_devices::take(const std::vector<vrf_event>& news) {
+  for (const vrf_event& event : news) {
+    if (event.gone) {
+      withdraw(event.device.id);
+    } else {
+      apply(event.device);
+    }
+  }
 }
 
 void vrf_devices::on_event(void* self, const nlmsghdr& message) {
@@ -181,7 +190,7 @@ void vrf_devices::read_all_again() {
   events_.drain();
   std::vector<vrf_device> now;
   if (dump(&now) != status_ok) {
-    missed_ = true;  // tried again with the next event
+    missed_ = true;
     return;
   }
   const std::vector<vrf_device> before = devices_;

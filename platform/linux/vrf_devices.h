@@ -20,10 +20,6 @@ struct vrf_device {
   friend bool operator==(const vrf_device&, const vrf_device&) = default;
 };
 
-// No ifindex is as large.
-inline constexpr std::uint32_t default_vrf_id = 0x60000000;
-inline constexpr std::uint32_t default_vrf_table = 254;
-
 class vrf_devices {
  public:
   // Told of each device that came or changed (`gone` false), and of each that went.
@@ -53,6 +49,7 @@ class vrf_devices {
   static void on_event(void* self, const nlmsghdr& message);
 
   int dump(std::vector<vrf_device>* ret) noexcept;
+  void take(const std::vector<vrf_event>& news);
   void read_all_again();
   void apply(const vrf_device& device);
   void withdraw(std::uint32_t id);

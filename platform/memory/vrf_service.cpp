@@ -3,10 +3,10 @@
 #include "platform/vrf_service.h"
 
 #include <algorithm>
-#include <map>
 #include <memory>
 #include <vector>
 
+#include "platform/common/vrf_requests.h"
 #include "platform/fib_client.h"
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/controls.h"
@@ -22,47 +22,21 @@ struct vmap_lib {
   std::int32_t binding = -1;
 };
 
-struct vmap_mdb {
-  vmap_lib* library = nullptr;
-  vmap_vrf_callback callback = nullptr;
-  vmap_vrf wanted;  // by name, or by id when the name is empty
-};
-
-struct vmap_reply {
-  int status = 0;
-  std::vector<vmap_vrf> items;
-};
-
-struct vmap_lookup_reply {
-  vmap_reply reply;
-};
-
 namespace {
 
 constexpr int service_not_running = 111;  // ECONNREFUSED
-constexpr std::uint32_t default_vrf_id = 0x60000000;
-constexpr std::uint32_t default_table = 254;
-// Ids of event connections are one space: those of the interface manager are small.
-constexpr std::int32_t first_binding = 0x10000;
 
 struct field_vrf {
   vmap_vrf vrf;
   std::uint32_t table = 0;
 };
 
-struct vrf_registration {
-  vmap_lib* library = nullptr;
-  vmap_vrf_callback callback = nullptr;
-  vrf_text name;
-};
-
 struct vrf_part {
   bool running = true;
-  std::int32_t next_binding = first_binding;
-  std::uint64_t next_handle = 1;
+  std::int32_t next_binding = first_vrf_binding;
   std::vector<std::unique_ptr<vmap_lib>> libraries;
-  std::vector<field_vrf> vrfs{{{vrf_text{"default"}, default_vrf_id}, default_table}};
-  std::map<std::uint64_t, vrf_registration> registrations;
+  std::vector<field_vrf> vrfs{{{vrf_text{"default"}, default_vrf_id}, default_vrf_table}};
+  vrf_registrations registrations;
 };
 
 vrf_part& part() {
@@ -82,18 +56,14 @@ const field_vrf* vrf_named(std::string_view name) {
 
 // Tells whoever registered for the VRF; what was posted for a registration that is gone is dropped.
 void tell(std::uint32_t event, const vmap_vrf& vrf) {
-  for (const auto& entry : part().registrations) {
-    const std::uint64_t handle = entry.first;
-    const vrf_registration& registration = entry.second;
-    if (registration.name == vrf.name) {
-      loop_post(registration.library->manager, [handle, event, vrf] {
-        const auto it = part().registrations.find(handle);
-        if (it != part().registrations.end()) {
-          alloc_faults_resumed resume;
-          it->second.callback(event, &vrf);
-        }
-      });
-    }
+  const vrf_registrations& registrations = part().registrations;
+  for (const std::uint64_t handle : registrations.handles_for(vrf.name.view())) {
+    loop_post(registrations.find(handle)->library->manager, [handle, event, vrf] {
+      if (const vrf_registration* registration = part().registrations.find(handle)) {
+        alloc_faults_resumed resume;
+        registration->callback(event, &vrf);
+      }
+    });
   }
 }
 
@@ -105,16 +75,6 @@ int request_error(const char* operation, const vmap_lib* library) noexcept {
 }
 
 }  // namespace
-
-std::uint32_t vmap_c_vrf_id_dflt() noexcept {
-  return default_vrf_id;
-}
-std::uint32_t vmap_c_vr_id_dflt() noexcept {
-  return 0;
-}
-std::uint32_t vmap_c_tbl_id_ipv4_ucast_dflt() noexcept {
-  return default_table;
-}
 
 int vmap_c_lib_init(std::uint32_t mode, const char* /*name*/, evm* manager, int (* /*callback*/)(),
                     vmap_lib** ret) noexcept {
@@ -168,10 +128,6 @@ int vmap_c_mdb_add_vrf_by_vrf_id(vmap_mdb* request, vmap_vrf_callback callback,
   return take_failure_code("vmap_c_mdb_add_vrf_by_vrf_id");
 }
 
-void vmap_c_mdb_free(vmap_mdb* request) noexcept {
-  delete request;
-}
-
 int vmap_c_lookup(vmap_mdb* request, vmap_lookup_reply** ret) noexcept {
   alloc_faults_paused pause;
   if (const int code = request_error("vmap_c_lookup", request->library)) {
@@ -183,30 +139,9 @@ int vmap_c_lookup(vmap_mdb* request, vmap_lookup_reply** ret) noexcept {
   });
   *ret = new vmap_lookup_reply{};
   if (found != nullptr) {
-    (*ret)->reply.items.push_back(found->vrf);
+    (*ret)->reply = {status_ok, true, found->vrf};
   }
   return status_ok;
-}
-
-const vmap_reply* vmap_c_lrc_get_reply(const vmap_lookup_reply* reply) noexcept {
-  return &reply->reply;
-}
-
-int vmap_c_lrc_get_reply_status(const vmap_reply* reply) noexcept {
-  return reply->status;
-}
-
-std::uint32_t vmap_c_lrc_get_reply_item_cnt(const vmap_reply* reply) noexcept {
-  return static_cast<std::uint32_t>(reply->items.size());
-}
-
-const vmap_vrf* vmap_c_lrc_get_reply_item_vrf(const vmap_reply* reply,
-                                              std::uint32_t index) noexcept {
-  return index < reply->items.size() ? &reply->items[index] : nullptr;
-}
-
-void vmap_c_lookup_reply_free(vmap_lookup_reply* reply) noexcept {
-  delete reply;
 }
 
 int vmap_c_notif_reg(vmap_mdb* request, vmap_registration_reply* ret) noexcept {
@@ -219,14 +154,13 @@ int vmap_c_notif_reg(vmap_mdb* request, vmap_registration_reply* ret) noexcept {
   if (!part().running) {
     return service_not_running;
   }
-  ret->handle = part().next_handle++;
-  part().registrations[ret->handle] = {request->library, request->callback, request->wanted.name};
-  return status_ok;
+  return part().registrations.add({request->library, request->callback, request->wanted.name},
+                                  &ret->handle);
 }
 
 int vmap_c_notif_unreg(vmap_lib* /*library*/, std::uint64_t handle) noexcept {
   alloc_faults_paused pause;
-  return part().registrations.erase(handle) == 1 ? status_ok : not_found_errno;
+  return part().registrations.remove(handle);
 }
 
 int tblx_shm_lookup_vrf(std::uint32_t vrf_id, std::uint32_t* ret_table_id) noexcept {

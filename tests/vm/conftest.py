@@ -20,7 +20,7 @@ from guest_service import GuestService  # noqa: E402
 from initramfs import Archive  # noqa: E402
 from kernel import KernelUnavailable, find_kernel  # noqa: E402
 
-PROGRAMS = ("object_tracking", "trackctl")
+PROGRAMS = ("object_tracking", "trackctl", "contract_linux")
 BUSYBOX = "/bin/busybox"
 
 

@@ -20,6 +20,7 @@
 #include "platform/linux/event_publisher_linux.h"
 #include "platform/linux/evm_linux.h"
 #include "platform/linux/log_queue.h"
+#include "platform/linux/vrf_devices.h"
 
 namespace ot::contract {
 namespace {
@@ -97,6 +98,7 @@ void start() {
 
 void finish() {
   event_publisher_close();
+  the_vrf_devices().close();
   unsetenv("OT_ROOT");
   std::filesystem::remove_all(instance_directory);
 }

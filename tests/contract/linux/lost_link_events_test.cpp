@@ -1,12 +1,9 @@
 // The interface manager when the kernel had to drop events: it reads everything again and tells the
 // differences as ordinary notifications.
 #include <gmock/gmock.h>
-#include <linux/netlink.h>
-#include <sys/socket.h>
+#include <linux/rtnetlink.h>
 
-#include <fstream>
-#include <sstream>
-
+#include "tests/contract/linux/event_sockets.h"
 #include "tests/contract/linux/link_watch.h"
 #include "tests/contract/linux/network_namespace.h"
 
@@ -14,41 +11,6 @@ namespace ot::testing {
 namespace {
 
 using ::testing::Contains;
-
-// Gives every netlink socket of this process that listens for events the smallest receive buffer.
-void shrink_event_sockets() {
-  int shrunk = 0;
-  for (int fd = 3; fd < 256; ++fd) {
-    sockaddr_nl address{};
-    socklen_t length = sizeof address;
-    if (getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) == 0 &&
-        address.nl_family == AF_NETLINK && address.nl_groups != 0) {
-      const int smallest = 1;
-      ASSERT_EQ(setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &smallest, sizeof smallest), 0);
-      ++shrunk;
-    }
-  }
-  ASSERT_EQ(shrunk, 1);
-}
-
-// How many messages the kernel has dropped on the netlink sockets of this thread's namespace.
-unsigned long dropped_messages() {
-  std::ifstream table("/proc/thread-self/net/netlink");
-  std::string line;
-  std::getline(table, line);  // sk Eth Pid Groups Rmem Wmem Dump Locks Drops Inode
-  unsigned long sum = 0;
-  while (std::getline(table, line)) {
-    std::istringstream columns(line);
-    std::string skipped;
-    for (int column = 0; column < 8; ++column) {
-      columns >> skipped;
-    }
-    unsigned long drops = 0;
-    columns >> drops;
-    sum += drops;
-  }
-  return sum;
-}
 
 TEST(lost_link_events, are_made_good_by_reading_everything_again) {
   if (const std::string reason = no_namespace_reason(); !reason.empty()) {
@@ -62,7 +24,7 @@ TEST(lost_link_events, are_made_good_by_reading_everything_again) {
     link_watch watch;
     watch.register_both();
     watch.take();
-    shrink_event_sockets();
+    ASSERT_EQ(shrink_event_sockets(RTMGRP_LINK), 1);
     for (int i = 0; i < 20; ++i) {  // the flood in which the rest is lost
       ip("link set lo up");
       ip("link set lo down");
