@@ -104,7 +104,7 @@ int renew_delay_timer(ot_track& track) noexcept {
     OT_TRACE_ERROR("(%s) : malloc() failed.", create_name);
     return no_memory;
   }
-  fresh.release();
+  (void)fresh.release();  // the leaf holds it now
   if (old_leaf != nullptr) {
     wtm_timer_leaf_set_context(old_leaf, late.release());
     release_ot_timer(old_leaf);
