@@ -19,9 +19,9 @@ namespace {
 constexpr std::size_t window = 64;  // requests that may be unanswered
 
 // Before the next attempt to connect, by the failures before it: an engine that restarts is back in
-// no time, and one that is not there at all costs nothing worth speaking of.
-constexpr std::uint64_t delays_usec[] = {100'000,   1'000'000,  2'000'000,
-                                         5'000'000, 10'000'000, 30'000'000};
+// no time. One that is not there at all is watched for, so that trying is but a precaution.
+constexpr std::uint64_t delays_usec[] = {100'000,    1'000'000,  2'000'000,  5'000'000,
+                                         10'000'000, 30'000'000, 300'000'000};
 
 // Between attempts to get a refused session.
 constexpr std::uint64_t first_retry_usec = 1'000'000;

@@ -1,4 +1,5 @@
-// The watch on the directories in which the BFD engine makes its control socket (inotify).
+// The watch on the directories in which the BFD engine makes its control socket, or for as long as
+// they are not there, on the nearest above them (inotify).
 #include "platform/linux/bfd_engine_watch.h"
 
 #include <sys/inotify.h>
@@ -34,9 +35,13 @@ void bfd_engine_watch::look_for(evm* manager, const std::vector<std::string>& pa
   }
   names_.clear();
   for (const std::string& path : paths) {
-    const std::filesystem::path socket{path};
-    names_.push_back(socket.filename());
-    inotify_add_watch(notices_.get(), socket.parent_path().c_str(), made);
+    std::filesystem::path awaited{path};
+    bool watched = false;
+    while (!watched && awaited.has_relative_path()) {
+      names_.push_back(awaited.filename());
+      awaited = awaited.parent_path();
+      watched = inotify_add_watch(notices_.get(), awaited.c_str(), made) >= 0;
+    }
   }
 }
 

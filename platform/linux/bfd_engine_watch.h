@@ -22,8 +22,8 @@ class bfd_engine_watch {
   bfd_engine_watch(const bfd_engine_watch&) = delete;
   bfd_engine_watch& operator=(const bfd_engine_watch&) = delete;
 
-  // Watches the directories of `paths`, those that exist by now; to be repeated for the others.
-  // Without the means to watch, the client's own attempts remain.
+  // Watches the directories of `paths` or what there is of them; to be repeated when something has
+  // appeared. Without the means to watch, the client's own attempts remain.
   void look_for(evm* manager, const std::vector<std::string>& paths);
 
  private:
@@ -35,7 +35,7 @@ class bfd_engine_watch {
   void* owner_;
   unique_fd notices_;
   sd_event_source* readable_ = nullptr;
-  std::vector<std::string> names_;  // of the sockets, without their directories
+  std::vector<std::string> names_;  // awaited: of sockets and of missing directories
 };
 
 }  // namespace ot
