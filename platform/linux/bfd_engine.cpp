@@ -24,7 +24,7 @@ constexpr std::uint64_t delays_usec[] = {100'000,    1'000'000,  2'000'000,  5'0
                                          10'000'000, 30'000'000, 300'000'000};
 
 // Between attempts to get a refused session.
-constexpr std::uint64_t first_retry_usec = 1'000'000;
+constexpr std::uint64_t first_retry_usec = 200'000;
 constexpr std::uint64_t longest_retry_usec = 30'000'000;
 
 constexpr std::uint32_t connection_down = 0;

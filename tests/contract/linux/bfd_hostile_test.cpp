@@ -248,6 +248,7 @@ TEST_F(bfd_hostile_test, a_flood_of_orphans_makes_nothing_grow) {
     }
   }
   EXPECT_LT(mallinfo2().uordblks, before + 1'000'000);
+  engine().hang_up();
   expect_recovery();
 }
 
