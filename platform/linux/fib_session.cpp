@@ -12,10 +12,7 @@
 #include <ctime>
 #include <new>
 
-#include "platform/common/vrf_requests.h"
-#include "platform/ipv4.h"
 #include "platform/linux/evm_linux.h"
-#include "platform/linux/vrf_devices.h"
 #include "platform/status.h"
 
 namespace ot {
@@ -36,23 +33,6 @@ constexpr std::size_t changed_max = 64;
 constexpr std::uint32_t groups =
     RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV4_ROUTE | RTMGRP_IPV4_RULE;
 
-bool same(const rtclient_result& a, const rtclient_result& b) noexcept {
-  return a.route_found == b.route_found && a.prefix_length == b.prefix_length &&
-         a.first_hop == b.first_hop;
-}
-
-bool overlap(const fib_prefix& prefix, const route_record& route) noexcept {
-  const std::uint32_t shorter = prefix.length < route.length ? prefix.length : route.length;
-  return prefix.table == route.table &&
-         ((prefix.address ^ route.destination) & ipv4_prefixlen2mask(shorter)) == 0;
-}
-
-// The VRF device of a table; 0 for the default VRF.
-std::uint32_t vrf_of(std::uint32_t table) noexcept {
-  const vrf_device* device = the_vrf_devices().with_table(table);
-  return device == nullptr || device->id == default_vrf_id ? 0 : device->id;
-}
-
 // Arms a one-shot timer, made at its first use.
 int arm(evm* manager, sd_event_source** timer, std::uint64_t after, sd_event_time_handler_t handler,
         void* context) noexcept {
@@ -68,7 +48,7 @@ int arm(evm* manager, sd_event_source** timer, std::uint64_t after, sd_event_tim
 }  // namespace
 
 fib_session::~fib_session() {
-  for (sd_event_source* source : {readable_, settled_, audit_, reconnect_}) {
+  for (sd_event_source* source : {readable_, registered_, settled_, audit_, reconnect_}) {
     sd_event_source_disable_unref(source);
   }
 }
@@ -109,31 +89,27 @@ void fib_session::disconnect() {
   readable_ = sd_event_source_disable_unref(readable_);
   prefixes_.clear();
   changed_.clear();
+  looked_inside_ = 0;
   everything_changed_ = false;
   callbacks_.disconnected();
   arm(manager_, &reconnect_, 0, on_connect, this);
 }
 
 int fib_session::find(std::uint32_t address, std::uint32_t table, rtclient_result* ret) noexcept {
-  return lookup_.find(address, table, vrf_of(table), ret);
+  return lookup_.find(address, table, ret);
 }
 
 int fib_session::add(const fib_prefix& prefix) noexcept {
-  int status = status_ok;
-  try {
-    const auto [it, is_new] = prefixes_.try_emplace(prefix);
-    it->second.told = false;
-    status = is_new ? status_ok : fib_already_registered;
-  } catch (const std::bad_alloc&) {
-    return no_memory;
+  const int status = prefixes_.add(prefix);
+  if (status != no_memory) {
+    arm(manager_, &registered_, 0, on_registered, this);
+    schedule_audit();
   }
-  arm(manager_, &settled_, 0, on_settled, this);  // the first notification
-  schedule_audit();
   return status;
 }
 
 int fib_session::remove(const fib_prefix& prefix) noexcept {
-  return prefixes_.erase(prefix) == 1 ? status_ok : not_found_errno;
+  return prefixes_.remove(prefix);
 }
 
 void fib_session::schedule_audit() noexcept {
@@ -156,8 +132,10 @@ int fib_session::on_readable(sd_event_source*, int, std::uint32_t, void* self) {
     session.disconnect();
     return 0;
   }
-  // The first event of a burst is answered at once, the rest of it every 50 ms.
-  if (!session.burst_) {
+  // The first event of a burst is answered at once, most of the rest every 50 ms.
+  if (session.burst_) {
+    session.look_inside_burst();
+  } else {
     session.burst_ = true;
     session.look_again(session.everything_changed_);
     arm(session.manager_, &session.settled_, settle_after, on_settled, self);
@@ -183,6 +161,14 @@ void fib_session::on_event(void* self, const nlmsghdr& message) {
   }
 }
 
+// The first notification of what was registered since the last time.
+int fib_session::on_registered(sd_event_source*, std::uint64_t, void* self) {
+  auto& session = *static_cast<fib_session*>(self);
+  session.prefixes_.look_at_related({});
+  session.prefixes_.tell(session.callbacks_.changed);
+  return 0;
+}
+
 int fib_session::on_settled(sd_event_source*, std::uint64_t, void* self) {
   auto& session = *static_cast<fib_session*>(self);
   session.burst_ = session.everything_changed_ || !session.changed_.empty();
@@ -203,40 +189,26 @@ int fib_session::on_audit(sd_event_source*, std::uint64_t, void* self) {
 void fib_session::look_again(bool all) {
   const std::vector<route_record> routes = std::move(changed_);
   changed_.clear();
+  looked_inside_ = 0;
   if (everything_changed_) {
     lookup_.await_change();
+    everything_changed_ = false;
   }
-  everything_changed_ = false;
-  for (auto& [prefix, last] : prefixes_) {
-    bool concerned = all || !last.told;
-    for (auto it = routes.begin(); it != routes.end() && !concerned; ++it) {
-      concerned = overlap(prefix, *it);
-    }
-    rtclient_result now;
-    if (!concerned || find(prefix.address, prefix.table, &now) != status_ok ||
-        (last.told && same(last.result, now))) {
-      continue;
-    }
-    last = {now, true, true};
+  if (all) {
+    prefixes_.look_at_all();
+  } else {
+    prefixes_.look_at_related(routes);
   }
-  tell_changes();
+  prefixes_.tell(callbacks_.changed);
 }
 
-// A callback may register and unregister.
-void fib_session::tell_changes() {
-  auto it = prefixes_.begin();
-  while (it != prefixes_.end()) {
-    if (!it->second.is_news) {
-      ++it;
-      continue;
-    }
-    it->second.is_news = false;
-    const fib_prefix prefix = it->first;
-    const rtclient_notification notification{fib_family_ipv4, prefix.table, prefix.address,
-                                             prefix.length};
-    callbacks_.changed(&notification);
-    it = prefixes_.upper_bound(prefix);
+// In a burst only the prefixes that contain a changed route are looked up at once: those may be the
+// ones that everybody waits for.
+void fib_session::look_inside_burst() {
+  for (; looked_inside_ < changed_.size(); ++looked_inside_) {
+    prefixes_.look_at_containing(changed_[looked_inside_]);
   }
+  prefixes_.tell(callbacks_.changed);
 }
 
 }  // namespace ot

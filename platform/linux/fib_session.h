@@ -5,24 +5,15 @@
 #include <systemd/sd-event.h>
 
 #include <cstdint>
-#include <map>
 #include <vector>
 
 #include "platform/fib_client.h"
 #include "platform/linux/netlink_socket.h"
 #include "platform/linux/route_lookup.h"
 #include "platform/linux/route_record.h"
+#include "platform/linux/watched_prefixes.h"
 
 namespace ot {
-
-// A registered prefix; the address in network byte order.
-struct fib_prefix {
-  std::uint32_t table = 0;
-  std::uint32_t address = 0;
-  std::uint32_t length = 0;
-
-  friend auto operator<=>(const fib_prefix&, const fib_prefix&) = default;
-};
 
 class fib_session {
  public:
@@ -42,14 +33,8 @@ class fib_session {
   int remove(const fib_prefix& prefix) noexcept;
 
  private:
-  // What was last told of a prefix.
-  struct last_told {
-    rtclient_result result;
-    bool told = false;
-    bool is_news = false;  // found, and about to be told
-  };
-
   static int on_readable(sd_event_source* source, int fd, std::uint32_t events, void* self);
+  static int on_registered(sd_event_source* source, std::uint64_t usec, void* self);
   static int on_settled(sd_event_source* source, std::uint64_t usec, void* self);
   static int on_audit(sd_event_source* source, std::uint64_t usec, void* self);
   static int on_connect(sd_event_source* source, std::uint64_t usec, void* self);
@@ -59,18 +44,20 @@ class fib_session {
   void disconnect();
   void schedule_audit() noexcept;
   void look_again(bool all);
-  void tell_changes();
+  void look_inside_burst();
 
   evm* manager_;
   rtclient_callbacks callbacks_;
   netlink_socket events_;
   route_lookup lookup_;
   sd_event_source* readable_ = nullptr;
+  sd_event_source* registered_ = nullptr;
   sd_event_source* settled_ = nullptr;  // a burst is over
   sd_event_source* audit_ = nullptr;
   sd_event_source* reconnect_ = nullptr;
-  std::map<fib_prefix, last_told> prefixes_;
-  std::vector<route_record> changed_;  // routes of the events read and not looked at yet
+  watched_prefixes prefixes_{lookup_};
+  std::vector<route_record> changed_;  // routes of the events since all prefixes were looked at
+  std::size_t looked_inside_ = 0;      // how many of those were looked at on their own
   bool everything_changed_ = false;
   bool burst_ = false;
 };

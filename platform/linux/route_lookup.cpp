@@ -11,8 +11,10 @@
 #include <cerrno>
 #include <optional>
 
+#include "platform/common/vrf_requests.h"
 #include "platform/ipv4.h"
 #include "platform/linux/route_record.h"
+#include "platform/linux/vrf_devices.h"
 #include "platform/status.h"
 
 namespace ot {
@@ -44,6 +46,12 @@ nlmsghdr* route_request(netlink_request& request, std::uint16_t flags) noexcept 
 
 rtmsg* header_of(nlmsghdr* message) noexcept {
   return static_cast<rtmsg*>(mnl_nlmsg_get_payload(message));
+}
+
+// The ifindex; 0 for the default VRF.
+std::uint32_t vrf_device_of(std::uint32_t table) noexcept {
+  const vrf_device* device = the_vrf_devices().with_table(table);
+  return device == nullptr || device->id == default_vrf_id ? 0 : device->id;
 }
 
 // The default VRF's own addresses answer from the local table.
@@ -90,15 +98,14 @@ void route_lookup::await_change() noexcept {
       message, [](void*, const nlmsghdr&) {}, nullptr);
 }
 
-int route_lookup::find(std::uint32_t address, std::uint32_t table, std::uint32_t vrf,
-                       rtclient_result* ret) noexcept {
+int route_lookup::find(std::uint32_t address, std::uint32_t table, rtclient_result* ret) noexcept {
   *ret = rtclient_result{};
   netlink_request request;
   nlmsghdr* message = route_request(request, 0);
   header_of(message)->rtm_dst_len = 32;
   header_of(message)->rtm_flags = RTM_F_FIB_MATCH | RTM_F_LOOKUP_TABLE;
   mnl_attr_put_u32(message, RTA_DST, address);
-  if (vrf != 0) {
+  if (const std::uint32_t vrf = vrf_device_of(table); vrf != 0) {
     mnl_attr_put_u32(message, RTA_OIF, vrf);
   }
   std::optional<route_record> answer;

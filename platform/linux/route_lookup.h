@@ -17,11 +17,10 @@ class route_lookup {
   // it has taken their routes away, so without this a look-up upon such an event may be early.
   void await_change() noexcept;
 
-  // The longest match of `address` (network byte order) in `table`; `vrf` is the table's VRF
-  // device, 0 for the default VRF. A route whose next hops are all dead, or that refuses packets,
-  // is none. 0 or an errno value.
-  int find(std::uint32_t address, std::uint32_t table, std::uint32_t vrf,
-           rtclient_result* ret) noexcept;
+  // The longest match of `address` (network byte order) in `table`, that of a VRF device or of the
+  // default VRF. A route whose next hops are all dead, or that refuses packets, is none. 0 or an
+  // errno value.
+  int find(std::uint32_t address, std::uint32_t table, rtclient_result* ret) noexcept;
 
  private:
   int find_in_dump(std::uint32_t address, std::uint32_t table, rtclient_result* ret) noexcept;

@@ -191,6 +191,19 @@ TEST_F(fib_contract, every_change_of_the_longest_match_is_told) {
   EXPECT_TRUE(told_within_time(net24_text)) << "covered";
 }
 
+TEST_F(fib_contract, changes_that_follow_each_other_closely_are_told) {
+  open();
+  watch(net24);
+  for (int i = 0; i < 5; ++i) {
+    add_route("192.0.2.0/24", "ct0");
+    EXPECT_TRUE(run_until([this] { return !news_.empty(); })) << i;
+    news_.clear();
+    remove_route("192.0.2.0/24");
+    EXPECT_TRUE(run_until([this] { return !news_.empty(); })) << i;
+    news_.clear();
+  }
+}
+
 TEST_F(fib_contract, only_prefixes_concerned_are_told) {
   open();
   watch(net24);
