@@ -6,6 +6,7 @@ import signal
 
 import pytest
 
+from build_tree import SOURCE
 from probe_fixtures import follows, qmond  # noqa: F401  (a fixture)
 from waiting import wait_until
 
@@ -163,6 +164,13 @@ def test_check_and_status_say_how_it_is(qmond):
     lines = qmond.service.run("qmond", "status").stdout.splitlines()
     assert lines[0].split() == ["OPERATION", "TARGET", "CODE", "TEXT", "RTT", "LAST", "20"]
     assert lines[1].split()[:5] == ["1", "icmp", "127.0.0.1", "1", "OK"]
+
+
+def test_the_example_has_no_errors(qmond):
+    example = SOURCE / "examples/probes.toml"
+    result = qmond.service.run("qmond", "--check", str(example))
+    assert (result.returncode, result.stderr) == (0, "")
+    assert result.stdout == f"{example}: 5 operations, no errors\n"
 
 
 def test_only_one_qmond_runs_on_a_prefix(qmond):
