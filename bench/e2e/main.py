@@ -14,6 +14,7 @@ sys.path.insert(0, str(SOURCE / "tests" / "e2e"))
 # pylint: disable=wrong-import-position
 import measurements
 import micro
+import probes
 import table
 from build_tree import BuildTree
 
@@ -27,7 +28,7 @@ def machine():
 
 
 def main():
-    steps = {**measurements.STEPS, **micro.STEPS}
+    steps = {**measurements.STEPS, **probes.STEPS, **micro.STEPS}
     parser = argparse.ArgumentParser(prog="bench/run", description=__doc__)
     parser.add_argument("steps", nargs="*", metavar="STEP",
                         help="only these: " + ", ".join(steps))
