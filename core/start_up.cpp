@@ -7,10 +7,13 @@
 
 #include "config/configuration_tree.h"
 #include "config/track_record.h"
+#include "core/connections.h"
 #include "core/debug.h"
 #include "core/main.h"
 #include "core/restart.h"
 #include "core/track.h"
+#include "oper/engine_provider.h"
+#include "oper/engine_record.h"
 #include "oper/notifications.h"
 #include "oper/provider.h"
 #include "oper/records.h"
@@ -57,7 +60,10 @@ int wait_for_bfd(const start_context& context) {
 
 // The records outlive a service that is stopped and started again in one process.
 int register_records(const start_context&) {
-  const int status = ot_records_register();
+  int status = ot_records_register();
+  if (status == status_ok || status == duplicate_key) {
+    status = ot_engine_record_register();
+  }
   return status == duplicate_key ? status_ok : status;
 }
 
@@ -68,6 +74,11 @@ struct start_step {
 
 constexpr std::array start_steps = {
     start_step{"trace flags", [](const start_context& c) { return ot_debug_init(c.manager); }},
+    start_step{"connections",
+               [](const start_context&) {
+                 forget_connections();
+                 return status_ok;
+               }},
     start_step{"track table", [](const start_context&) { return tracks_table_create(); }},
     start_step{"interface table", [](const start_context&) { return interfaces_table_create(); }},
     start_step{"route table", [](const start_context&) { return ipv4_route_table_create(); }},
@@ -80,6 +91,7 @@ constexpr std::array start_steps = {
     start_step{"operational records", register_records},
     start_step{"operational data",
                [](const start_context&) { return ot_oper_provider_register(); }},
+    start_step{"engine data", [](const start_context&) { return ot_engine_provider_register(); }},
     start_step{"event publisher",
                [](const start_context& c) {
                  ot_ep_register(c.manager, nullptr);

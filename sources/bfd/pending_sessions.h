@@ -27,6 +27,7 @@ void queue_bfd_cfg(std::unique_ptr<bfd_cfg> cfg) noexcept;
 std::unique_ptr<bfd_cfg> next_bfd_cfg() noexcept;
 // Frees the queue: the end of a service in a test.
 void drop_bfd_cfgs() noexcept;
+// How many wait.
 std::uint32_t bfd_cfg_count() noexcept;
 
 }  // namespace ot

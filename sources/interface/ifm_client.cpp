@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "core/connections.h"
 #include "core/debug.h"
 #include "platform/status.h"
 #include "sources/interface/ifm_notifications.h"
@@ -96,10 +97,12 @@ std::uint32_t ot_ifm_open_func(void* manager) {
       return evm_no_connection;
     }
   }
+  note_connection(router_service::interface_manager, true);
   return connection_id;
 }
 
 void ot_ifm_close() noexcept {
+  note_connection(router_service::interface_manager, false);
   if (connection_id != 0) {
     ifc_control_server_unbind(&ot_ifm_conn_ctx);
     connection_id = 0;

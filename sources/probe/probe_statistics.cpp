@@ -5,6 +5,7 @@
 #include <optional>
 #include <utility>
 
+#include "core/connections.h"
 #include "core/debug.h"
 #include "platform/probe_service.h"
 #include "platform/status.h"
@@ -59,6 +60,13 @@ probe_package::probe_package(probe_package&& other) noexcept
     : infrastructure_(std::exchange(other.infrastructure_, nullptr)),
       component_(std::exchange(other.component_, nullptr)) {}
 
+void look_for_probe_service() noexcept {
+  if (qmon_ot_shm_get_stat_tbl() == nullptr) {
+    track_prb_init();
+  }
+  note_connection(router_service::probe_service, qmon_ot_shm_get_stat_tbl() != nullptr);
+}
+
 void release_probe_package() noexcept {
   kept_package.reset();
 }
@@ -86,11 +94,14 @@ int shm_read_qmon_stats(std::int32_t op_id, qmon_stats* stats) noexcept {
   }
   probe_package package;
   if (!package.available()) {
+    note_connection(router_service::probe_service, false);
     return probe_package_not_available;
   }
   keep_loaded(std::move(package));
   qmon_stat_entry entry;
-  if (!qmon_ot_stat_look_up(static_cast<std::uint32_t>(op_id), statistics_table(), &entry)) {
+  const void* table = statistics_table();
+  note_connection(router_service::probe_service, table != nullptr);
+  if (!qmon_ot_stat_look_up(static_cast<std::uint32_t>(op_id), table, &entry)) {
     OT_TRACE_DETAIL(" Corresponding qmon operation with op id %d is not running ", op_id);
     *stats = qmon_stats{};
     return status_ok;

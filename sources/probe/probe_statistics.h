@@ -36,6 +36,9 @@ class probe_package {
 // Gives up the libraries that reading has kept loaded: the end of the service.
 void release_probe_package() noexcept;
 
+// Notes whether the statistics table can be read, and opens it where it can.
+void look_for_probe_service() noexcept;
+
 // Opens the statistics table for reading, where the package is there.
 void track_prb_init() noexcept;
 

@@ -2,6 +2,7 @@
 
 #include "sources/route/fib_events.h"
 
+#include "core/connections.h"
 #include "core/debug.h"
 #include "platform/ipv4.h"
 #include "platform/robust_mutex.h"
@@ -71,11 +72,13 @@ void ot_fec_notif_handler(const rtclient_notification* notification) {
 void ot_fec_disconnect_handler() {
   OT_TRACE_DETAIL("(%s) : ", __func__);
   ot_fib_connection_up = 0;
+  note_connection(router_service::fib, false);
 }
 
 void ot_fec_reconnect_handler() {
   OT_TRACE_DETAIL("(%s) ", __func__);
   ot_fib_connection_up = 1;
+  note_connection(router_service::fib, true);
   if (register_known_routes() == status_ok) {
     replay_pending_routes();
   }

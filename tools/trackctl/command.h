@@ -35,6 +35,7 @@ int run_delete(const arguments& args);
 int run_show(const arguments& args);
 int run_state(const arguments& args);
 int run_events(const arguments& args);
+int run_engine(const arguments& args);
 int run_debug(const arguments& args);
 
 }  // namespace ot::trackctl

@@ -18,6 +18,8 @@ constexpr std::array table{
     command{"state", "state NAME", "print up, down or unknown; exit 0, 10 or 11", run_state},
     command{"events", "events [--track NAME]... [--state up|down] [--json]",
             "follow changes of state as they happen", run_events},
+    command{"engine", "engine [--json]",
+            "show what the service is connected to, since when, and what waits", run_engine},
     command{"debug", "debug [detail|error|notification] [on|off]",
             "show or switch the service's trace flags", run_debug},
 };

@@ -1,0 +1,26 @@
+// The router's services that tracks stand on, as the service last saw each: connected or not, and
+// since when. For the operator; nothing decides by it. Main thread.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace ot {
+
+enum class router_service : std::size_t { bfd_engine, probe_service, fib, interface_manager };
+inline constexpr std::size_t router_service_count = 4;
+
+struct connection_state {
+  bool connected = false;
+  std::int64_t since = 0;  // wall-clock seconds of the last change, or of the service's start
+};
+
+// None is connected, from now on: the service starts.
+void forget_connections() noexcept;
+
+// Says how a connection is; what it was already keeps its time.
+void note_connection(router_service service, bool connected) noexcept;
+
+connection_state connection_of(router_service service) noexcept;
+
+}  // namespace ot

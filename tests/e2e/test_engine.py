@@ -1,0 +1,45 @@
+"""`trackctl engine`: what the service is connected to, since when, and what waits for it."""
+
+import datetime
+import json
+
+from waiting import wait_until
+
+
+def engines(service):
+    return {row["service"]: row for row in json.loads(service.ctl("engine", "--json"))}
+
+
+def test_a_service_without_bfd_and_probes(service):
+    now = datetime.datetime.now(datetime.timezone.utc)
+    rows = engines(service)
+    assert list(rows) == ["bfd", "probe", "fib", "interfaces"]
+    wait_until(lambda: engines(service)["fib"]["connected"], service.build.patience, "the FIB")
+    assert engines(service)["interfaces"]["connected"] is True
+    assert rows["bfd"]["connected"] is False
+    for row in rows.values():
+        since = datetime.datetime.fromisoformat(row["since"].replace("Z", "+00:00"))
+        assert abs((now - since).total_seconds()) < 60
+        assert row["pending"] == 0
+
+
+def test_what_waits_is_counted(service):
+    service.ctl("set", "peer", "bfd", "192.0.2.1", "--interface", "mark-up")
+    service.ctl("set", "spare", "interface", "not-there")
+    rows = engines(service)
+    assert (rows["bfd"]["pending"], rows["interfaces"]["pending"]) == (1, 1)
+    service.net.link("not-there")
+    wait_until(lambda: engines(service)["interfaces"]["pending"] == 0, service.build.patience,
+               "the interface")
+
+
+def test_the_table(service):
+    lines = service.ctl("engine").splitlines()
+    assert lines[0].split() == ["Service", "State", "Since", "Pending"]
+    assert [line[:17].rstrip() for line in lines[1:]] == [
+        "BFD engine", "probe service", "FIB", "interface manager"]
+
+
+def test_without_a_service(service):
+    service.stop()
+    assert service.run("trackctl", "engine").returncode == 3

@@ -1,0 +1,49 @@
+// The two renderings of `trackctl engine`.
+#include "tools/trackctl/engine_view.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <ctime>
+
+namespace ot::trackctl {
+namespace {
+
+const std::vector<engine_state> states = {
+    {"bfd", true, 1'700'000'000, 0},
+    {"probe", false, 1'700'000'001, 3},
+    {"fib", false, 1'700'000'002, 1},
+    {"interfaces", true, 1'700'000'003, 2},
+};
+
+TEST(engine_view, a_line_each) {
+  setenv("TZ", "UTC", 1);
+  tzset();
+  EXPECT_EQ(engine_table(states),
+            "Service            State          Since                Pending\n"
+            "BFD engine         connected      2023-11-14 22:13:20  none\n"
+            "probe service      not connected  2023-11-14 22:13:21  3 operations without a result\n"
+            "FIB                not connected  2023-11-14 22:13:22  1 route items to be applied\n"
+            "interface manager  connected      2023-11-14 22:13:23  2 interfaces that are not "
+            "there\n");
+}
+
+TEST(engine_view, a_service_of_a_later_version_is_shown_by_its_own_name) {
+  setenv("TZ", "UTC", 1);
+  tzset();
+  EXPECT_EQ(engine_table({{"mpls", true, 0, 7}}),
+            "Service            State          Since                Pending\n"
+            "mpls               connected      1970-01-01 00:00:00  7 pending\n");
+}
+
+TEST(engine_view, json_carries_the_same) {
+  EXPECT_EQ(engine_json(states).dump(),
+            R"([{"service":"bfd","connected":true,"since":"2023-11-14T22:13:20Z","pending":0},)"
+            R"({"service":"probe","connected":false,"since":"2023-11-14T22:13:21Z","pending":3},)"
+            R"({"service":"fib","connected":false,"since":"2023-11-14T22:13:22Z","pending":1},)"
+            R"({"service":"interfaces","connected":true,"since":"2023-11-14T22:13:23Z",)"
+            R"("pending":2}])");
+}
+
+}  // namespace
+}  // namespace ot::trackctl
