@@ -94,8 +94,8 @@ struct bfdc_session_request {
   const void* context = nullptr;
 };
 
-// The call's own result. Requests are numbered 1, 2, 3 ... in the order of the calls; the number
-// comes back with the acknowledgement.
+// The call's own result. Requests that are taken are numbered in the order of the calls, rising
+// from 1; the number comes back with the acknowledgement.
 struct bfdc_session_answer {
   int result = 0;
   std::uint32_t session_id = 0;

@@ -125,6 +125,11 @@ void acknowledge(bfd_part& part, const bfdc_session_request& request, std::uint3
   tell(part, &bfdc_bind_record::request_done, result);
 }
 
+bool within_bounds(const bfdc_session_request& request) noexcept {
+  return request.rate >= bfdc_rate_min && request.rate <= bfdc_rate_max &&
+         request.debounce_count >= bfdc_debounce_min && request.debounce_count <= bfdc_debounce_max;
+}
+
 session_key key_of(const bfdc_session_request& request) noexcept {
   return {request.ifhandle, host_address(request.destination)};
 }
@@ -178,6 +183,10 @@ bool bfdc_service_present() noexcept {
 
 int bfdc_session_create_nb(const bfdc_session_request& request, bfdc_session_answer* ret) noexcept {
   alloc_faults_paused pause;
+  if (!within_bounds(request)) {
+    *ret = bfdc_session_answer{.result = invalid_argument, .session_id = 0, .sequence = 0};
+    return status_ok;
+  }
   bfd_part& part = world_part<bfd_part>();
   const std::scoped_lock lock{part.mutex};
   const int status = take(part, "bfdc_session_create_nb", ret);

@@ -23,6 +23,8 @@ class bfd_memory : public bfd_service {
     cfg->name.assign(name);
     cfg->interface.assign("Gi1");
     cfg->destaddress = ip(peer);
+    cfg->rate = 300;
+    cfg->debounce_count = 3;
     return cfg;
   }
   // Makes the track with its k-th allocation failing.
