@@ -40,6 +40,19 @@ def test_the_table(service):
         "BFD engine", "probe service", "FIB", "interface manager"]
 
 
+def test_a_bfd_track_that_waits_takes_no_delays(service):
+    session = ("set", "peer", "bfd", "192.0.2.1", "--interface", "mark-up")
+    refused = service.run("trackctl", *session, "--delay-up", "5")
+    assert refused.returncode == 1
+    assert "the BFD engine is not connected" in refused.stderr
+    assert engines(service)["bfd"]["pending"] == 0
+    service.ctl(*session)
+    refused = service.run("trackctl", "delay", "peer", "--down", "5")
+    assert (refused.returncode, "takes no delays" in refused.stderr) == (1, True)
+    service.ctl("delay", "peer", "--down", "0")
+    assert engines(service)["bfd"]["pending"] == 1
+
+
 def test_without_a_service(service):
     service.stop()
     assert service.run("trackctl", "engine").returncode == 3

@@ -1,12 +1,27 @@
 // "delay": changes one delay of a track or both, and leaves the rest of it alone.
+#include <algorithm>
 #include <optional>
 
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/config_session.h"
+#include "tools/trackctl/engine_reader.h"
 #include "tools/trackctl/failure.h"
 #include "tools/trackctl/names.h"
+#include "tools/trackctl/track_kind.h"
 
 namespace ot::trackctl {
+namespace {
+
+// Whether the track is of a kind whose tracks are made late, when their engine is there.
+bool waits_for_engine_kind(const track_items& present) {
+  return std::any_of(track_kinds().begin(), track_kinds().end(), [&](const track_kind& kind) {
+    return kind.only_from_nothing &&
+           std::any_of(present.begin(), present.end(),
+                       [&](const auto& item) { return item.first.starts_with(kind.folder); });
+  });
+}
+
+}  // namespace
 
 int run_delay(const arguments& args) {
   CLI::App app{"Change the delays of a track; one that is not given stays as it is.",
@@ -32,8 +47,12 @@ int run_delay(const arguments& args) {
   if (down_text) {
     down = parse_delay("--down", *down_text);
   }
-  const commit changes = plan_delay(track, read_existing_track(track), up, down);
+  const track_items present = read_existing_track(track);
+  const commit changes = plan_delay(track, present, up, down);
   if (!changes.empty()) {
+    if (waits_for_engine_kind(present) && (up.value_or(0) != 0 || down.value_or(0) != 0)) {
+      require_session_before_delays(track, false);
+    }
     send_commit("changing the delays of track \"" + track + "\"", changes);
   }
   return exit_done;

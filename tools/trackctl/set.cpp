@@ -5,6 +5,7 @@
 
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/config_session.h"
+#include "tools/trackctl/engine_reader.h"
 #include "tools/trackctl/failure.h"
 #include "tools/trackctl/names.h"
 #include "tools/trackctl/track_kind.h"
@@ -81,7 +82,12 @@ int run_set(const arguments& all_args) {
   const wanted_type type{kind.folder, read_items(), kind.recreate_on_change,
                          kind.only_from_nothing};
   const wanted_delays delays{delay_or_zero("--delay-up", up), delay_or_zero("--delay-down", down)};
-  send_commits(track, plan_set(track, read_track(track), type, delays));
+  const track_items present = read_track(track);
+  const std::vector<commit> commits = plan_set(track, present, type, delays);
+  if (kind.only_from_nothing && !commits.empty() && (delays.up != 0 || delays.down != 0)) {
+    require_session_before_delays(track, present.empty() || commits.size() > 1);
+  }
+  send_commits(track, commits);
   return exit_done;
 }
 
