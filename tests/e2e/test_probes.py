@@ -3,12 +3,13 @@
 import os
 import shutil
 import signal
+import subprocess
 
 import pytest
 
 from netns import NetworkNamespace
 from probe_fixtures import follows, qmond  # noqa: F401  (a fixture)
-from targets import DnsServer, HttpServer, TcpListener
+from targets import DnsServer, HttpServer, TcpListener, in_namespace
 from waiting import wait_until
 
 
@@ -27,6 +28,30 @@ def peer(service):
         other.close()
 
 
+def set_ping_groups(net, groups):
+    """Who may have datagram ICMP sockets in the namespace."""
+    subprocess.run([*net.command(), "sysctl", "-q", f"net.ipv4.ping_group_range={groups}"],
+                   check=True)
+
+
+class Unprivileged:
+    """The namespace of an instance, for a process without capabilities."""
+
+    def __init__(self, net):
+        self._net = net
+
+    def __getattr__(self, name):
+        return getattr(self._net, name)
+
+    def command(self):
+        return [*self._net.command(), "setpriv", "--bounding-set=-all", "--no-new-privs"]
+
+
+def forward():
+    with open("/proc/sys/net/ipv4/ip_forward", "w") as switch:
+        switch.write("1")
+
+
 def probe(qmond, **keys):
     """Starts qmond with operation 1 and makes the track `t` that follows it."""
     qmond.configure({"id": 1, **keys})
@@ -34,7 +59,10 @@ def probe(qmond, **keys):
     qmond.service.ctl("set", "t", "probe", "1")
 
 
-def test_an_echo_peer_goes_away_and_returns(qmond, peer):
+# Who may have datagram ICMP sockets: nobody, then a raw one is used, or everybody.
+@pytest.mark.parametrize("groups", ["1 0", "0 2147483647"])
+def test_an_echo_peer_goes_away_and_returns(qmond, peer, groups):
+    set_ping_groups(qmond.service.net, groups)
     events = qmond.service.follow(tracks=["t"])
     probe(qmond, kind="icmp", target="10.1.0.2")
     follows(qmond, "t", 1, 1, "up")
@@ -47,9 +75,29 @@ def test_an_echo_peer_goes_away_and_returns(qmond, peer):
     events.expect(("t", "up"), ("t", "down"), ("t", "up"))
 
 
-def test_a_peer_without_a_way_to_it_is_unreachable(qmond):
+@pytest.mark.parametrize("groups", ["1 0", "0 2147483647"])
+def test_a_peer_without_a_way_to_it_is_unreachable(qmond, peer, groups):
+    set_ping_groups(qmond.service.net, groups)
     probe(qmond, kind="icmp", target="192.0.2.1")
     follows(qmond, "t", 1, 3, "down")
+    # The way ends at the next router, which says so by ICMP.
+    qmond.configure({"id": 1, "kind": "icmp", "target": "192.0.2.1", "timeout": "200ms"},
+                    {"id": 2, "kind": "icmp", "target": "10.1.0.2"})
+    in_namespace(peer.name, forward)
+    qmond.service.net.ip("route add 192.0.2.0/24 via 10.1.0.2")
+    qmond.reload()
+    qmond.wait_code(2, 1)
+    assert qmond.wait_code(1, 3)["successes"] == 0
+
+
+def test_without_icmp_sockets_only_icmp_cannot_run(qmond):
+    set_ping_groups(qmond.service.net, "1 0")
+    qmond.configure({"id": 1, "kind": "icmp", "target": "127.0.0.1"},
+                    {"id": 2, "kind": "tcp", "target": "127.0.0.1:7001"})
+    qmond.service.net = Unprivileged(qmond.service.net)
+    qmond.start()
+    qmond.wait_code(1, 7)
+    qmond.wait_code(2, 4)
 
 
 def test_an_ipv6_peer_answers(qmond):
