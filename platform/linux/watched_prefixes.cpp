@@ -46,8 +46,9 @@ void watched_prefixes::look_at_all() noexcept {
 
 void watched_prefixes::look_at_related(std::span<const route_record> routes) noexcept {
   for (auto& [prefix, last] : prefixes_) {
+    const auto& watched = prefix;  // a lambda cannot take the binding itself
     const bool related = std::any_of(routes.begin(), routes.end(), [&](const route_record& route) {
-      return overlap(prefix, route);
+      return overlap(watched, route);
     });
     if (related || !last.told) {
       look(prefix, last);

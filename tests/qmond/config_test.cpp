@@ -145,6 +145,18 @@ TEST(config_test, a_file_that_cannot_be_read_is_a_problem_of_its_own) {
   EXPECT_EQ(problem_text("f", config.problems[0]), "f: No such file or directory");
 }
 
+TEST(config_test, an_empty_file_has_no_operations_and_no_problems) {
+  const configuration config = read_config("/dev/null");
+  EXPECT_THAT(config.problems, IsEmpty());
+  EXPECT_THAT(config.operations, IsEmpty());
+}
+
+TEST(config_test, a_folder_is_no_configuration) {
+  const configuration config = read_config("/");
+  ASSERT_EQ(config.problems.size(), 1U);
+  EXPECT_EQ(problem_text("f", config.problems[0]), "f: Is a directory");
+}
+
 TEST(config_test, no_toml_at_all_is_told_with_its_place) {
   const configuration config = parse_config("[defaults]\nrise = = 3\n");
   ASSERT_EQ(config.problems.size(), 1U);

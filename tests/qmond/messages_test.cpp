@@ -26,7 +26,7 @@ TEST(icmp_packet_test, a_request_is_parsed_as_what_it_is) {
 
 // As RFC 1071 has it: with its checksum in it the packet sums up to all ones.
 TEST(icmp_packet_test, an_ipv4_request_carries_its_checksum) {
-  for (const std::size_t payload : {8, 9, 56, 1473}) {
+  for (const std::size_t payload : {8U, 9U, 56U, 1473U}) {
     const auto packet = echo_request(AF_INET, 0x1234, 7, 0xdeadbeef12345678, payload);
     std::uint32_t sum = 0;
     for (std::size_t i = 0; i < packet.size(); ++i) {

@@ -81,7 +81,7 @@ TEST(outcome_test, the_bar_shows_the_last_twenty_results_the_oldest_first) {
   outcome one(1, 1);
   EXPECT_EQ(history_bar(one.words(), true), "");
   one.record(late, 0, 1);
-  for (const std::uint64_t us : {1000, 1001, 3001, 10001, 30001, 100001, 300001, 1000001}) {
+  for (const std::uint64_t us : {1000U, 1001U, 3001U, 10001U, 30001U, 100001U, 300001U, 1000001U}) {
     one.record(good, us, 1);
   }
   EXPECT_EQ(history_bar(one.words(), true), "×▁▂▃▄▅▆▇█");

@@ -101,7 +101,9 @@ configuration parse_config(std::string_view text) {
 configuration read_config(const std::string& path) {
   std::ifstream file(path);
   std::ostringstream text;
-  if (!file || !(text << file.rdbuf())) {
+  // An empty file has no operations; copying nothing would count as a failure.
+  const bool empty = file && file.peek() == std::ifstream::traits_type::eof() && !file.bad();
+  if (!empty && (!file || !(text << file.rdbuf()))) {
     const std::string why = std::generic_category().message(errno);
     return {.operations = {}, .problems = {{.line = 0, .column = 0, .text = why}}};
   }

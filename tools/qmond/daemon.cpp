@@ -72,15 +72,16 @@ bool usable(const std::string& path, const configuration& config) {
 
 class daemon {
  public:
-  daemon(std::string config_file, configuration config)
+  daemon(std::string config_file, const configuration& config)
       : config_file_(std::move(config_file)),
         loop_(new_loop()),
         host_(loop_.get()),
-        engine_(root_path(statistics_path),
-                {.start = [this](const operation& what,
-                                 probe_done done) { return start_probe(host_, what, done); },
-                 .now_us = monotonic_us,
-                 .wall_clock = [] { return static_cast<std::uint32_t>(std::time(nullptr)); }}) {
+        engine_(
+            root_path(statistics_path),
+            {.start = [this](const operation& what,
+                             probe_done done) { return start_probe(host_, what, std::move(done)); },
+             .now_us = monotonic_us,
+             .wall_clock = [] { return static_cast<std::uint32_t>(std::time(nullptr)); }}) {
     drop_privileges();
     engine_.apply(config.operations);
     share_table();
@@ -163,12 +164,12 @@ class daemon {
 int run_daemon() {
   umask(0027);
   const std::string path = root_path(config_path);
-  configuration config = read_config(path);
+  const configuration config = read_config(path);
   if (!usable(path, config)) {
     throw failure(exit_failed, "the configuration has errors; nothing was started");
   }
   const unique_fd lock = lock_instance();
-  daemon service(path, std::move(config));
+  daemon service(path, config);
   service.run();
   return exit_done;
 }

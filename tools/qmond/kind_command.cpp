@@ -9,10 +9,10 @@ class command_probe : public probe {
   explicit command_probe(command_slots& slots) noexcept : slots_(slots) {}
   ~command_probe() override { slots_.kill(pid_); }
 
-  int start(const operation& what, const probe_done& done) {
+  int start(const operation& what, probe_done done) {
     return slots_.start(
         what,
-        [this, done](bool success) {
+        [this, done = std::move(done)](bool success) {
           pid_ = 0;
           done(success ? return_code::ok : return_code::bad_answer);
         },
@@ -32,7 +32,7 @@ started start_command(probe_host& host, const operation& what, const address& /*
     return {.running = nullptr, .code = return_code::none};
   }
   auto made = std::make_unique<command_probe>(host.commands);
-  if (made->start(what, done) != 0) {
+  if (made->start(what, std::move(done)) != 0) {
     return {.running = nullptr, .code = return_code::cannot_run};
   }
   return {.running = std::move(made), .code = return_code::none};

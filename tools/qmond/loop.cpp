@@ -4,7 +4,10 @@
 
 #include <signal.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <ctime>
+#include <exception>
 #include <system_error>
 
 namespace ot::qmond {
@@ -15,9 +18,16 @@ struct loop_source::state : std::enable_shared_from_this<state> {
   state(const state&) = delete;
   state& operator=(const state&) = delete;
 
-  static int run(void* context, std::uint32_t events) noexcept {
-    const std::shared_ptr<state> kept = static_cast<state*>(context)->shared_from_this();
-    kept->call(events);
+  // Nothing may be thrown through the C library's loop. What is not handled where it happens, such
+  // as want of memory, ends the process; the service manager starts it anew.
+  static int run(void* context, std::uint32_t events) {
+    try {
+      const std::shared_ptr<state> kept = static_cast<state*>(context)->shared_from_this();
+      kept->call(events);
+    } catch (const std::exception& error) {
+      std::fprintf(stderr, "qmond: %s\n", error.what());
+      std::abort();
+    }
     return 0;
   }
 
