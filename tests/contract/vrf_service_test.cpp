@@ -2,6 +2,7 @@
 #include "platform/vrf_service.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -54,8 +55,8 @@ class vrf_contract : public contract_test {
     contract_test::TearDown();
   }
 
-  // Asks by name, or by id when there is none; "NAME ID" or "none".
-  std::string ask(const char* name, std::uint32_t id = 0) {
+  // Asks by name, or by id when there is none.
+  std::optional<vmap_vrf> find(const char* name, std::uint32_t id = 0) {
     vmap_mdb* request = nullptr;
     EXPECT_EQ(vmap_c_mdb_init(look_up_, vmap_request_lookup, &request), 0);
     const std::unique_ptr<vmap_mdb, free_request> owner{request};
@@ -67,20 +68,22 @@ class vrf_contract : public contract_test {
     EXPECT_EQ(vmap_c_lookup(request, &answer), 0);
     const vmap_reply* reply = vmap_c_lrc_get_reply(answer);
     EXPECT_EQ(vmap_c_lrc_get_reply_status(reply), 0);
-    std::string text = "none";
+    std::optional<vmap_vrf> found;
     if (vmap_c_lrc_get_reply_item_cnt(reply) != 0) {
-      const vmap_vrf* item = vmap_c_lrc_get_reply_item_vrf(reply, 0);
-      text = std::string{item->name.view()} + " " + std::to_string(item->id);
+      found = *vmap_c_lrc_get_reply_item_vrf(reply, 0);
     }
     EXPECT_EQ(vmap_c_lrc_get_reply_item_vrf(reply, 1), nullptr);
     vmap_c_lookup_reply_free(answer);
-    return text;
+    return found;
+  }
+  // "NAME ID" or "none".
+  std::string ask(const char* name, std::uint32_t id = 0) {
+    const std::optional<vmap_vrf> found = find(name, id);
+    return found ? std::string{found->name.view()} + " " + std::to_string(found->id) : "none";
   }
   std::uint32_t id_of(const char* name) {
-    const std::string answer = ask(name);
-    return answer == "none"
-               ? 0
-               : static_cast<std::uint32_t>(std::stoul(answer.substr(answer.find(' '))));
+    const std::optional<vmap_vrf> found = find(name);
+    return found ? found->id : 0;
   }
 
   // Registers for a VRF; the handle is given back at the end.
