@@ -8,7 +8,9 @@
 #include <linux/rtnetlink.h>
 #include <sys/epoll.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <ctime>
 #include <new>
 
@@ -20,6 +22,9 @@ namespace {
 
 constexpr std::uint64_t msec = 1000;
 constexpr std::uint64_t settle_after = 50 * msec;
+constexpr std::uint64_t pause_least = 1 * msec;
+constexpr std::uint64_t pause_most = 50 * msec;
+constexpr std::uint64_t pause_factor = 4;
 constexpr std::uint64_t audit_after = 30'000 * msec;
 constexpr std::uint64_t reconnect_after = 100 * msec;
 constexpr std::uint64_t accuracy = 1;
@@ -91,6 +96,7 @@ void fib_session::disconnect() {
   changed_.clear();
   looked_inside_ = 0;
   everything_changed_ = false;
+  pausing_ = false;
   callbacks_.disconnected();
   arm(manager_, &reconnect_, 0, on_connect, this);
 }
@@ -132,13 +138,11 @@ int fib_session::on_readable(sd_event_source*, int, std::uint32_t, void* self) {
     session.disconnect();
     return 0;
   }
-  // The first event of a burst is answered at once, most of the rest every 50 ms.
-  if (session.burst_) {
+  // The first event is answered at once, most of those that follow closely after a pause.
+  if (session.pausing_) {
     session.look_inside_burst();
   } else {
-    session.burst_ = true;
-    session.look_again(session.everything_changed_);
-    arm(session.manager_, &session.settled_, settle_after, on_settled, self);
+    session.look_and_pause();
   }
   return 0;
 }
@@ -169,14 +173,32 @@ int fib_session::on_registered(sd_event_source*, std::uint64_t, void* self) {
   return 0;
 }
 
+// After a pause: what came in it is looked at. After a longer time without events everything is
+// looked at once more.
 int fib_session::on_settled(sd_event_source*, std::uint64_t, void* self) {
   auto& session = *static_cast<fib_session*>(self);
-  session.burst_ = session.everything_changed_ || !session.changed_.empty();
-  session.look_again(session.everything_changed_ || !session.burst_);
-  if (session.burst_) {
+  if (session.everything_changed_ || !session.changed_.empty()) {
+    session.look_and_pause();
+  } else if (session.pausing_) {
+    session.pausing_ = false;
     arm(session.manager_, &session.settled_, settle_after, on_settled, self);
+  } else {
+    session.look_again(true);
   }
   return 0;
+}
+
+// The pause is a multiple of what the look took, so looking never takes all the time there is.
+void fib_session::look_and_pause() {
+  using std::chrono::steady_clock;
+  const auto begin = steady_clock::now();
+  look_again(everything_changed_);
+  const auto taken =
+      std::chrono::duration_cast<std::chrono::microseconds>(steady_clock::now() - begin);
+  const auto pause =
+      std::clamp(pause_factor * static_cast<std::uint64_t>(taken.count()), pause_least, pause_most);
+  pausing_ = true;
+  arm(manager_, &settled_, pause, on_settled, this);
 }
 
 int fib_session::on_audit(sd_event_source*, std::uint64_t, void* self) {
@@ -202,7 +224,7 @@ void fib_session::look_again(bool all) {
   prefixes_.tell(callbacks_.changed);
 }
 
-// In a burst only the prefixes that contain a changed route are looked up at once: those may be the
+// In a pause only the prefixes that contain a changed route are looked up at once: those may be the
 // ones that everybody waits for.
 void fib_session::look_inside_burst() {
   for (; looked_inside_ < changed_.size(); ++looked_inside_) {

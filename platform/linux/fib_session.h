@@ -43,6 +43,7 @@ class fib_session {
   int connect() noexcept;
   void disconnect();
   void schedule_audit() noexcept;
+  void look_and_pause();
   void look_again(bool all);
   void look_inside_burst();
 
@@ -52,14 +53,14 @@ class fib_session {
   route_lookup lookup_;
   sd_event_source* readable_ = nullptr;
   sd_event_source* registered_ = nullptr;
-  sd_event_source* settled_ = nullptr;  // a burst is over
+  sd_event_source* settled_ = nullptr;  // a pause, or a burst, is over
   sd_event_source* audit_ = nullptr;
   sd_event_source* reconnect_ = nullptr;
   watched_prefixes prefixes_{lookup_};
   std::vector<route_record> changed_;  // routes of the events since all prefixes were looked at
   std::size_t looked_inside_ = 0;      // how many of those were looked at on their own
   bool everything_changed_ = false;
-  bool burst_ = false;
+  bool pausing_ = false;  // a look was a moment ago
 };
 
 }  // namespace ot

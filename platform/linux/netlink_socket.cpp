@@ -83,23 +83,32 @@ int netlink_socket::drain() noexcept {
 }
 
 int netlink_socket::request(nlmsghdr* message, netlink_visit visit, void* context) noexcept {
+  if ((message->nlmsg_flags & NLM_F_DUMP) != NLM_F_DUMP) {
+    message->nlmsg_flags |= NLM_F_ACK;
+  }
+  return exchange(message, false, visit, context);
+}
+
+int netlink_socket::ask(nlmsghdr* message, netlink_visit visit, void* context) noexcept {
+  return exchange(message, true, visit, context);
+}
+
+int netlink_socket::exchange(nlmsghdr* message, bool one_answer, netlink_visit visit,
+                             void* context) noexcept {
   struct answer {
     netlink_visit visit;
     void* context;
     std::uint32_t sequence;
+    bool one;
     bool interrupted = false;
     int end = -1;
   };
   message->nlmsg_flags |= NLM_F_REQUEST;
-  const bool dump = (message->nlmsg_flags & NLM_F_DUMP) == NLM_F_DUMP;
-  if (!dump) {
-    message->nlmsg_flags |= NLM_F_ACK;
-  }
   message->nlmsg_seq = ++sequence_;
   if (mnl_socket_sendto(socket_.get(), message, message->nlmsg_len) < 0) {
     return errno;
   }
-  answer state{visit, context, sequence_};
+  answer state{visit, context, sequence_, one_answer};
   while (state.end < 0) {
     const int status = receive(
         [](void* to, const nlmsghdr& part) {
@@ -111,6 +120,7 @@ int netlink_socket::request(nlmsghdr* message, netlink_visit visit, void* contex
           reply.end = answer_end(part);
           if (reply.end < 0) {
             reply.visit(reply.context, part);
+            reply.end = reply.one ? 0 : -1;
           }
         },
         &state);

@@ -36,6 +36,8 @@ class netlink_socket {
   // Sends the request (its flags and sequence are completed here) and hands over each message of
   // the answer. 0, the kernel's errno value, or EINTR for a dump that the kernel's tables outran.
   int request(nlmsghdr* message, netlink_visit visit, void* context) noexcept;
+  // The same for a question that the kernel answers by one message or an error.
+  int ask(nlmsghdr* message, netlink_visit visit, void* context) noexcept;
 
  private:
   struct close_socket {
@@ -43,6 +45,7 @@ class netlink_socket {
   };
 
   int open(std::uint32_t groups, int flags) noexcept;
+  int exchange(nlmsghdr* message, bool one_answer, netlink_visit visit, void* context) noexcept;
 
   std::unique_ptr<mnl_socket, close_socket> socket_;
   std::uint32_t sequence_ = 0;

@@ -59,16 +59,6 @@ bool wanted(std::uint32_t table, std::uint32_t answer) noexcept {
   return answer == table || (table == main_table && answer == local_table);
 }
 
-void take(const route_record& route, rtclient_result* ret) noexcept {
-  if (!route.usable) {
-    return;
-  }
-  ret->route_found = true;
-  ret->prefix_length = route.length;
-  char name[IF_NAMESIZE] = "";
-  ret->first_hop.assign(if_indextoname(route.out_ifindex, name) == nullptr ? "" : name);
-}
-
 bool contains(const route_record& route, std::uint32_t address) noexcept {
   return ((route.destination ^ address) & ipv4_prefixlen2mask(route.length)) == 0;
 }
@@ -76,6 +66,7 @@ bool contains(const route_record& route, std::uint32_t address) noexcept {
 }  // namespace
 
 int route_lookup::open() noexcept {
+  names_.fill({});
   if (const int status = requests_.open_requests(); status != 0) {
     return status;
   }
@@ -94,8 +85,9 @@ void route_lookup::await_change() noexcept {
   *link = ifinfomsg{};
   link->ifi_index = loopback;
   mnl_attr_put_u32(message, IFLA_EXT_MASK, RTEXT_FILTER_SKIP_STATS);
-  requests_.request(
+  requests_.ask(
       message, [](void*, const nlmsghdr&) {}, nullptr);
+  names_.fill({});
 }
 
 int route_lookup::find(std::uint32_t address, std::uint32_t table, rtclient_result* ret) noexcept {
@@ -109,7 +101,7 @@ int route_lookup::find(std::uint32_t address, std::uint32_t table, rtclient_resu
     mnl_attr_put_u32(message, RTA_OIF, vrf);
   }
   std::optional<route_record> answer;
-  const int status = requests_.request(
+  const int status = requests_.ask(
       message,
       [](void* to, const nlmsghdr& part) {
         route_record route;
@@ -130,6 +122,26 @@ int route_lookup::find(std::uint32_t address, std::uint32_t table, rtclient_resu
     return find_in_dump(address, table, ret);
   }
   return status_ok;
+}
+
+void route_lookup::take(const route_record& route, rtclient_result* ret) noexcept {
+  if (!route.usable) {
+    return;
+  }
+  ret->route_found = true;
+  ret->prefix_length = route.length;
+  ret->first_hop = name_of(route.out_ifindex);
+}
+
+// The kernel takes longer to name an interface than to find a route.
+const fixed_text<64>& route_lookup::name_of(std::uint32_t ifindex) noexcept {
+  named_interface& known = names_[ifindex % names_.size()];
+  if (known.ifindex != ifindex || known.name.empty()) {
+    char name[IF_NAMESIZE] = "";
+    known.ifindex = ifindex;
+    known.name.assign(if_indextoname(ifindex, name) == nullptr ? "" : name);
+  }
+  return known.name;
 }
 
 // An address of the router's own hides the table behind the local one.

@@ -135,6 +135,17 @@ TEST_F(fib_contract, a_look_up_finds_the_longest_match) {
   EXPECT_EQ(match("192.0.2.0"), "24 ct0");
 }
 
+TEST_F(fib_contract, a_look_up_names_the_interface_as_it_is_called_now) {
+  open();
+  watch(net24);
+  add_route("192.0.2.0/24", "ct0");
+  EXPECT_TRUE(told_within_time(net24_text));
+  rename_interface("ct0", "ct9");
+  add_route("192.0.2.0/24", "ct9");
+  EXPECT_TRUE(told_within_time(net24_text));
+  EXPECT_EQ(match("192.0.2.0"), "24 ct9");
+}
+
 TEST_F(fib_contract, a_default_route_matches_with_length_0) {
   open();
   add_route("0.0.0.0/0", "ct0");
