@@ -2,18 +2,11 @@
 // program can.
 #pragma once
 
-#include <cstdint>
-#include <memory>
 #include <optional>
 
-struct mnl_socket;
+#include "bench/e2e/netlink.h"
 
 namespace ot::bench {
-
-struct close_mnl_socket {
-  void operator()(mnl_socket* socket) const noexcept;
-};
-using netlink_socket = std::unique_ptr<mnl_socket, close_mnl_socket>;
 
 // A bare listener for link messages; nothing between it and the kernel.
 class link_listener {
@@ -21,7 +14,7 @@ class link_listener {
   // Listens for the interface with this index.
   explicit link_listener(unsigned ifindex);
 
-  [[nodiscard]] int fd() const noexcept;
+  [[nodiscard]] int fd() const noexcept { return mnl_socket_get_fd(socket_.get()); }
   // Reads what has come; whether the line protocol is up by the last message about the interface,
   // nothing when there was none.
   std::optional<bool> receive();
@@ -40,7 +33,7 @@ class link_switch {
 
  private:
   unsigned ifindex_;
-  std::uint32_t sequence_ = 0;
+  unsigned sequence_ = 0;
   netlink_socket socket_;
 };
 

@@ -15,6 +15,7 @@ sys.path.insert(0, str(SOURCE / "tests" / "e2e"))
 import measurements
 import micro
 import probes
+import route_measurements
 import table
 from build_tree import BuildTree
 
@@ -28,7 +29,7 @@ def machine():
 
 
 def main():
-    steps = {**measurements.STEPS, **probes.STEPS, **micro.STEPS}
+    steps = {**measurements.STEPS, **route_measurements.STEPS, **probes.STEPS, **micro.STEPS}
     parser = argparse.ArgumentParser(prog="bench/run", description=__doc__)
     parser.add_argument("steps", nargs="*", metavar="STEP",
                         help="only these: " + ", ".join(steps))

@@ -31,9 +31,9 @@ def running(build, names=(), interface="wan0"):
         instance.close()
 
 
-def changes(instance, events, rounds, gap_ms):
-    """Runs link_latency; its lines as (direction, kernel ns, first ns, last ns)."""
-    command = [*instance.net.command(), *instance.build.command("link_latency"), "wan0", "wan0-p",
+def changes(instance, events, rounds, gap_ms, what=("link", "wan0", "wan0-p")):
+    """Runs change_latency; its lines as (direction, kernel ns, first ns, last ns)."""
+    command = [*instance.net.command(), *instance.build.command("change_latency"), *what,
                str(events), str(rounds), str(gap_ms)]
     result = subprocess.run(command, env=instance.build.environment(instance.root), check=True,
                             stdout=subprocess.PIPE, text=True)

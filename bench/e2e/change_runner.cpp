@@ -1,25 +1,16 @@
-// How long after the kernel's own message a carrier event reaches a subscriber. Runs in the
-// service's network namespace, takes the carrier of INTERFACE away and gives it back through its
-// veth PEER, and notes when the bare link listener hears of it and when the first and the last of
-// the events of EVENTS tracks come. One thread polls for both, so both times are read from the same
-// clock (CLOCK_MONOTONIC) right after the data was received. It runs at real-time priority.
-//
-// Prints one line a change: "up" or "down", then nanoseconds since the request was made: the
-// listener's message, the first event, the last event.
-#include <net/if.h>
+// One thread polls for the kernel's message and for the events, so both times are read from the
+// same clock (CLOCK_MONOTONIC) right after the data was received.
+#include "bench/e2e/change_runner.h"
+
 #include <poll.h>
 #include <sched.h>
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <cstdio>
-#include <cstdlib>
-#include <exception>
 #include <stdexcept>
 #include <thread>
 
-#include "bench/e2e/link_netlink.h"
 #include "platform/event_subscriber.h"
 #include "platform/status.h"
 
@@ -45,8 +36,7 @@ long long since(time_point begin, time_point end) {
 
 class runner {
  public:
-  runner(const char* interface, const char* peer, unsigned events)
-      : listener_(if_nametoindex(interface)), switch_(if_nametoindex(peer)), events_(events) {
+  runner(const changed_object& object, unsigned events) : object_(object), events_(events) {
     if (evdl_subscribe({}, &subscriber_) != status_ok) {
       throw std::runtime_error("cannot subscribe: is the service running?");
     }
@@ -59,15 +49,15 @@ class runner {
     change_times times;
     bool heard = false;
     unsigned count = 0;
-    std::array<pollfd, 2> fds{pollfd{listener_.fd(), POLLIN, 0},
+    std::array<pollfd, 2> fds{pollfd{object_.listener_fd, POLLIN, 0},
                               pollfd{evdl_subscriber_fd(subscriber_), POLLIN, 0}};
     times.asked = clock::now();
-    switch_.set(up);
+    object_.set(up);
     while (!heard || count < events_) {
       if (poll(fds.data(), fds.size(), 1000) < 0 || clock::now() - times.asked > patience) {
         throw std::runtime_error("the change did not come through");
       }
-      if (fds[0].revents != 0 && listener_.receive() == up && !heard) {
+      if (fds[0].revents != 0 && object_.receive() == up && !heard) {
         times.kernel = clock::now();
         heard = true;
       }
@@ -86,8 +76,7 @@ class runner {
     if (result != status_ok) throw std::runtime_error("the subscription ended");
   }
 
-  link_listener listener_;
-  link_switch switch_;
+  const changed_object& object_;
   unsigned events_;
   evdl_subscriber* subscriber_ = nullptr;
 };
@@ -97,14 +86,16 @@ void become_urgent() {
   sched_param priority{};
   priority.sched_priority = sched_get_priority_min(SCHED_FIFO);
   if (sched_setscheduler(0, SCHED_FIFO, &priority) != 0) {
-    std::perror("link_latency: not urgent; on a busy machine the times will be too short");
+    std::perror("not urgent; on a busy machine the times will be too short");
   }
 }
 
-void run(const char* interface, const char* peer, unsigned events, unsigned rounds,
-         std::chrono::milliseconds gap) {
+}  // namespace
+
+void measure_changes(const changed_object& object, unsigned events, unsigned rounds,
+                     std::chrono::milliseconds gap) {
   become_urgent();
-  runner measured(interface, peer, events);
+  runner measured(object, events);
   for (unsigned round = 0; round < rounds; ++round) {
     for (const bool up : {false, true}) {
       // What one change leaves to be done later (notices to readers) shall not meet the next one.
@@ -116,22 +107,4 @@ void run(const char* interface, const char* peer, unsigned events, unsigned roun
   }
 }
 
-}  // namespace
 }  // namespace ot::bench
-
-int main(int argc, char** argv) {
-  if (argc != 6) {
-    std::fputs("usage: link_latency INTERFACE PEER EVENTS ROUNDS GAP_MS\n", stderr);
-    return 2;
-  }
-  const auto number = [argv](int index) {
-    return static_cast<unsigned>(std::strtoul(argv[index], nullptr, 10));
-  };
-  try {
-    ot::bench::run(argv[1], argv[2], number(3), number(4), std::chrono::milliseconds(number(5)));
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "link_latency: %s\n", error.what());
-    return 1;
-  }
-  return 0;
-}
