@@ -20,7 +20,9 @@ from guest_service import GuestService  # noqa: E402
 from initramfs import Archive  # noqa: E402
 from kernel import KernelUnavailable, find_kernel  # noqa: E402
 
-PROGRAMS = ("object_tracking", "trackctl", "contract_linux")
+PROGRAMS = ("object_tracking", "trackctl", "qmond", "contract_linux")
+# Found by name when they are needed, in the folder of the programs' run path.
+LOADED = ("libqmon_infra.dll", "libqmon_infra_comp.dll")
 BUSYBOX = "/bin/busybox"
 
 
@@ -52,6 +54,8 @@ def initramfs(kernel, tmp_path_factory):
     for program in PROGRAMS:
         archive.program(build.path / "bin" / program, f"/usr/bin/{program}")
     archive.copy(build.path / "pkg/lib/libledger.so", "/pkg/lib/libledger.so")
+    for library in LOADED:
+        archive.program(build.path / "pkg/lib" / library)
     names = []
     for module in kernel.modules():
         names.append(f"/modules.d/{module.name}")

@@ -45,6 +45,7 @@ class GuestService:
         self._environment = f"OT_ROOT={self.root}"
         guest.must(f"mkdir {self.root}")
         self._follower = None
+        self._qmond = None
         self._start()
 
     def _start(self):
@@ -70,8 +71,9 @@ class GuestService:
 
     def close(self):
         """The service must end cleanly."""
-        if self._follower:
-            self._end(self._follower)
+        for pid in (self._follower, self._qmond):
+            if pid:
+                self._end(pid)
         self._end(self._pid)
         self.net.close()
         self.guest.must(f"rm -r {self.root}")
@@ -100,6 +102,18 @@ class GuestService:
             wait_until(reached, PATIENCE, f"{wanted}")
         except AssertionError as error:
             raise AssertionError(f"{error}; they are {self.states()}\n{self.log()}") from error
+
+    def start_qmond(self, *operations):
+        """Starts the probe service with these [[operation]] tables."""
+        folder = f"{self.root}/etc/object_tracking"
+        text = shlex.quote("".join(operations).replace("\n", "\\n"))  # a command is one line
+        self.guest.must(f"mkdir -p {folder} && printf %b {text} >{folder}/probes.toml")
+        self._qmond = self._spawn("qmond", "qmond-log")
+        wait_until(lambda: self.guest.run(f"{self._environment} qmond status")[0] == 0, PATIENCE,
+                   "qmond ready")
+
+    def qmond_status(self):
+        return json.loads(self.guest.must(f"{self._environment} qmond status --json"))
 
     def follow(self):
         """Begins to note events."""
