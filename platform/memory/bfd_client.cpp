@@ -5,48 +5,14 @@
 #include <arpa/inet.h>
 
 #include <cstring>
-#include <map>
-#include <mutex>
-#include <optional>
-#include <set>
-#include <stdexcept>
 #include <utility>
 
-#include "platform/memory/alloc_faults.h"
 #include "platform/memory/awaiting.h"
-#include "platform/memory/bfd_controls.h"
-#include "platform/memory/interface_field.h"
-#include "platform/memory/loops.h"
-#include "platform/memory/world.h"
+#include "platform/memory/bfd_field.h"
 #include "platform/status.h"
 
 namespace ot {
 namespace {
-
-using session_key = std::pair<std::uint32_t, std::uint32_t>;  // handle, address in host byte order
-
-struct wanted_session {
-  std::uint32_t id = 0;
-  std::uint32_t rate = 0;
-  std::uint32_t debounce_count = 0;
-};
-
-struct bfd_part {
-  std::mutex mutex;
-  bool running = false;
-  std::optional<bfdc_bind_record> client;
-  std::size_t binds = 0;
-  std::size_t requests = 0;
-  std::uint32_t last_sequence = 0;
-  std::uint32_t last_id = 0;
-  int refusal = 0;  // of the next creation
-  std::map<session_key, wanted_session> wanted;
-  std::set<session_key> answering;
-
-  [[nodiscard]] bool up(const session_key& key) const {
-    return running && wanted.contains(key) && answering.contains(key);
-  }
-};
 
 std::uint32_t host_address(const bfd_address& address) noexcept {
   std::uint32_t ipv4 = 0;
@@ -60,44 +26,6 @@ bfd_address record_of(std::uint32_t host) noexcept {
   const std::uint32_t ipv4 = htonl(host);
   std::memcpy(address.bytes, &ipv4, sizeof ipv4);
   return address;
-}
-
-// Has one of the client's callbacks called with `message` on its loop; nobody is told when the
-// client has gone by then.
-template <typename Message>
-void tell(bfd_part& part, void (*bfdc_bind_record::*callback)(const Message*), Message message) {
-  if (!part.client) {
-    return;
-  }
-  loop_post(part.client->manager, [callback, message] {
-    bfd_part& then = world_part<bfd_part>();
-    void (*call)(const Message*) = nullptr;
-    {
-      const std::scoped_lock lock{then.mutex};
-      call = then.client ? *then.client.*callback : nullptr;
-    }
-    if (call != nullptr) {
-      alloc_faults_resumed resume;
-      call(&message);
-    }
-  });
-}
-
-void tell_state(bfd_part& part, const session_key& key, bool up) {
-  tell(part, &bfdc_bind_record::state_changed,
-       bfdc_event{bfdc_event_session_state, key.first, record_of(key.second), up ? 0U : 1U});
-}
-
-void tell_status(bfd_part& part, std::uint32_t status) {
-  tell(part, &bfdc_bind_record::connection, bfdc_connection_status{status});
-}
-
-void tell_states_of_up_sessions(bfd_part& part, bool up) {
-  for (const auto& [key, session] : part.wanted) {
-    if (part.answering.contains(key)) {
-      tell_state(part, key, up);
-    }
-  }
 }
 
 // The call itself: whether it is sent and taken, and under what number.
@@ -122,7 +50,7 @@ void acknowledge(bfd_part& part, const bfdc_session_request& request, std::uint3
   result.destination = request.destination;
   result.sequence = part.last_sequence;
   result.context = request.context;
-  tell(part, &bfdc_bind_record::request_done, result);
+  bfd_tell(part, &bfdc_bind_record::request_done, result);
 }
 
 bool within_bounds(const bfdc_session_request& request) noexcept {
@@ -130,20 +58,20 @@ bool within_bounds(const bfdc_session_request& request) noexcept {
          request.debounce_count >= bfdc_debounce_min && request.debounce_count <= bfdc_debounce_max;
 }
 
-session_key key_of(const bfdc_session_request& request) noexcept {
+bfd_field_key key_of(const bfdc_session_request& request) noexcept {
   return {request.ifhandle, host_address(request.destination)};
 }
 
-session_key field_key(std::string_view interface, const char* address) {
-  const field_interface* found = world_part<interface_part>().find(interface);
-  in_addr parsed{};
-  if (found == nullptr || inet_pton(AF_INET, address, &parsed) != 1) {
-    throw std::runtime_error{"no such interface or address"};
-  }
-  return {found->handle, ntohl(parsed.s_addr)};
+}  // namespace
+
+void bfd_tell_state(bfd_part& part, const bfd_field_key& key, bool up) {
+  bfd_tell(part, &bfdc_bind_record::state_changed,
+           bfdc_event{bfdc_event_session_state, key.first, record_of(key.second), up ? 0U : 1U});
 }
 
-}  // namespace
+void bfd_tell_status(bfd_part& part, std::uint32_t status) {
+  bfd_tell(part, &bfdc_bind_record::connection, bfdc_connection_status{status});
+}
 
 int bfdc_bind_nb(const bfdc_bind_record& record, void* /*context*/) noexcept {
   alloc_faults_paused pause;
@@ -158,9 +86,9 @@ int bfdc_bind_nb(const bfdc_bind_record& record, void* /*context*/) noexcept {
     part.client = record;
     ++part.binds;
     loop_runs_here(record.manager);
-    tell(part, &bfdc_bind_record::bound, bfdc_bind_result{failure ? failure->item_status : 0});
+    bfd_tell(part, &bfdc_bind_record::bound, bfdc_bind_result{failure ? failure->item_status : 0});
     if (part.running) {
-      tell_status(part, 1);
+      bfd_tell_status(part, 1);
     }
   }
   note_change();
@@ -202,7 +130,7 @@ int bfdc_session_create_nb(const bfdc_session_request& request, bfdc_session_ans
   }
   acknowledge(part, request, bfdc_request_created, refusal);
   if (part.up(key_of(request))) {
-    tell_state(part, key_of(request), true);
+    bfd_tell_state(part, key_of(request), true);
   }
   return status_ok;
 }
@@ -220,99 +148,4 @@ int bfdc_session_delete_unconfig_nb(const bfdc_session_request& request,
   return status;
 }
 
-namespace field {
-
-void bfd_engine_back() {
-  bfd_part& part = world_part<bfd_part>();
-  const std::scoped_lock lock{part.mutex};
-  part.running = true;
-  tell_status(part, 1);
-  tell_states_of_up_sessions(part, true);
-}
-
-void bfd_engine_away() {
-  bfd_part& part = world_part<bfd_part>();
-  const std::scoped_lock lock{part.mutex};
-  part.running = false;
-  tell_status(part, 0);
-  tell_states_of_up_sessions(part, false);
-}
-
-void bfd_peer_answers(std::string_view interface, const char* address) {
-  const session_key key = field_key(interface, address);
-  bfd_part& part = world_part<bfd_part>();
-  const std::scoped_lock lock{part.mutex};
-  part.answering.insert(key);
-  if (part.up(key)) {
-    tell_state(part, key, true);
-  }
-}
-
-void bfd_peer_silent(std::string_view interface, const char* address) {
-  const session_key key = field_key(interface, address);
-  bfd_part& part = world_part<bfd_part>();
-  const std::scoped_lock lock{part.mutex};
-  const bool was_up = part.up(key);
-  part.answering.erase(key);
-  if (was_up) {
-    tell_state(part, key, false);
-  }
-}
-
-void bfd_refuses_next(int error) {
-  bfd_part& part = world_part<bfd_part>();
-  const std::scoped_lock lock{part.mutex};
-  part.refusal = error;
-}
-
-void bfd_says_result(const bfdc_request_result& result) {
-  bfd_part& part = world_part<bfd_part>();
-  const std::scoped_lock lock{part.mutex};
-  tell(part, &bfdc_bind_record::request_done, result);
-}
-
-void bfd_says_event(const bfdc_event& event) {
-  bfd_part& part = world_part<bfd_part>();
-  const std::scoped_lock lock{part.mutex};
-  tell(part, &bfdc_bind_record::state_changed, event);
-}
-
-void bfd_says_status(std::uint32_t status) {
-  bfd_part& part = world_part<bfd_part>();
-  const std::scoped_lock lock{part.mutex};
-  tell_status(part, status);
-}
-
-std::vector<bfd_wanted_session> bfd_wanted_sessions() {
-  bfd_part& part = world_part<bfd_part>();
-  const std::scoped_lock lock{part.mutex};
-  std::vector<bfd_wanted_session> sessions;
-  for (const auto& [key, session] : part.wanted) {
-    const in_addr address{htonl(key.second)};
-    char text[INET_ADDRSTRLEN] = "";
-    inet_ntop(AF_INET, &address, text, sizeof text);
-    sessions.push_back({key.first, text, session.rate, session.debounce_count});
-  }
-  return sessions;
-}
-
-std::size_t bfd_requests() {
-  bfd_part& part = world_part<bfd_part>();
-  const std::scoped_lock lock{part.mutex};
-  return part.requests;
-}
-
-std::size_t bfd_binds() {
-  bfd_part& part = world_part<bfd_part>();
-  const std::scoped_lock lock{part.mutex};
-  return part.binds;
-}
-
-std::string bfd_client_name() {
-  bfd_part& part = world_part<bfd_part>();
-  const std::scoped_lock lock{part.mutex};
-  return part.client ? std::string{part.client->client_name.view()} : "";
-}
-
-}  // namespace field
 }  // namespace ot

@@ -10,7 +10,6 @@ namespace ot::test {
 namespace {
 
 using testing::Contains;
-using testing::ElementsAre;
 
 class bfd_memory : public bfd_service {
  protected:

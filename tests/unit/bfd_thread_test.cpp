@@ -9,7 +9,6 @@ namespace {
 
 using testing::Contains;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 
 constexpr const char* init_fail = "OT-SERVICES-3-INIT_FAIL: ";
