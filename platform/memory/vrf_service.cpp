@@ -67,13 +67,6 @@ void tell(std::uint32_t event, const vmap_vrf& vrf) {
   }
 }
 
-int request_error(const char* operation, const vmap_lib* library) noexcept {
-  if (const int code = take_failure_code(operation)) {
-    return code;
-  }
-  return part().running && library->binding >= 0 ? status_ok : service_not_running;
-}
-
 }  // namespace
 
 int vmap_c_lib_init(std::uint32_t mode, const char* /*name*/, evm* manager, int (* /*callback*/)(),
@@ -130,8 +123,12 @@ int vmap_c_mdb_add_vrf_by_vrf_id(vmap_mdb* request, vmap_vrf_callback callback,
 
 int vmap_c_lookup(vmap_mdb* request, vmap_lookup_reply** ret) noexcept {
   alloc_faults_paused pause;
-  if (const int code = request_error("vmap_c_lookup", request->library)) {
-    return code;
+  const auto failure = take_failure("vmap_c_lookup");
+  if (failure && failure->result != 0) {
+    return failure->result;
+  }
+  if (!part().running || request->library->binding < 0) {
+    return service_not_running;
   }
   const vmap_vrf& wanted = request->wanted;
   const field_vrf* found = find_vrf([&wanted](const field_vrf& v) {
@@ -139,7 +136,7 @@ int vmap_c_lookup(vmap_mdb* request, vmap_lookup_reply** ret) noexcept {
   });
   *ret = new vmap_lookup_reply{};
   if (found != nullptr) {
-    (*ret)->reply = {status_ok, true, found->vrf};
+    (*ret)->reply = {failure ? failure->item_status : status_ok, true, found->vrf};
   }
   return status_ok;
 }

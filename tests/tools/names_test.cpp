@@ -3,24 +3,12 @@
 
 #include <gmock/gmock.h>
 
-#include "tools/trackctl/failure.h"
+#include "tests/tools/refusal.h"
 
 namespace ot::trackctl {
 namespace {
 
 using ::testing::HasSubstr;
-
-// The text with which `check` refuses, "" when it accepts.
-template <typename Check>
-std::string refusal(Check check) {
-  try {
-    check();
-    return "";
-  } catch (const failure& reason) {
-    EXPECT_EQ(reason.status, exit_usage);
-    return reason.what();
-  }
-}
 
 std::string track_refusal(const std::string& name) {
   return refusal([&] { check_track_name(name); });

@@ -4,23 +4,12 @@
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
 
-#include "tools/trackctl/failure.h"
+#include "tests/tools/refusal.h"
 
 namespace ot::trackctl {
 namespace {
 
 using ::testing::HasSubstr;
-
-template <typename Check>
-std::string refusal(Check check) {
-  try {
-    check();
-    return "";
-  } catch (const failure& reason) {
-    EXPECT_EQ(reason.status, exit_usage);
-    return reason.what();
-  }
-}
 
 std::string prefix_refusal(const std::string& text) {
   return refusal([&] { (void)parse_route_prefix(text); });

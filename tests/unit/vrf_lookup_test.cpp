@@ -56,6 +56,14 @@ TEST_F(vrf_lookup, a_failing_step_is_named_and_gives_default) {
   }
 }
 
+TEST_F(vrf_lookup, an_answer_that_reports_an_error_is_none) {
+  field::fail_next("vmap_c_lookup", 0, refused_code);
+  EXPECT_EQ(ot_vmap_vrf_name_2_vrf_id("blue"), 0U);
+  field::fail_next("vmap_c_lookup", 0, refused_code);
+  EXPECT_EQ(ot_vmap_vrf_id_2_vrf_name(blue_id), "default");
+  EXPECT_EQ(ot_vmap_vrf_name_2_vrf_id("blue"), blue_id);
+}
+
 class vrf_registration_test : public vrf_lookup {
  protected:
   std::uint64_t handle = 0;
