@@ -71,7 +71,7 @@ targets_of() {
   local row
   [[ $1 == all || $1 == e2e ]] && return
   if [[ $2 == clang || $1 == vm ]]; then
-    echo object_tracking trackctl contract_linux
+    echo object_tracking trackctl qmond contract_linux
   fi
   for row in "${test_programs[@]}"; do
     [[ $row == "$1|"* && -z $(folder_of "${row#*|}") ]] && echo "${row#*|}"
