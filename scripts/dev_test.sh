@@ -3,8 +3,8 @@
 # scripts/test_summary.py computes the last line.
 
 # preset|level. The virtual machine runs one preset: its emulator makes instrumented programs crawl.
-# clang is there for the second compiler's warnings and code: it builds the programs,
-# and runs what shows most of the platform for the least building.
+# clang is there for the second compiler's warnings and code: it builds the programs, and runs what
+# shows most of the platform for the least building.
 test_plan=(
   "release|all"
   "release|vm"
@@ -33,6 +33,15 @@ folder_of() {
   esac
 }
 
+# at_once PROGRAM: how a pytest suite is spread. End-to-end tests mostly wait, each for its own
+# instance; each file of the other suite has a virtual machine, which takes a processor.
+at_once() {
+  case $1 in
+    pytest) printf '%s ' -n 4 ;;
+    pytest-vm) printf '%s ' -n 2 --dist loadfile ;;
+  esac
+}
+
 # The thread sanitizer's runtime needs the old memory layout on newer kernels.
 without_aslr() {
   if setarch -R true 2>/dev/null; then
@@ -54,8 +63,9 @@ run_program() {
   say "$preset: $program"
   folder=$(folder_of "$program")
   if [[ -n $folder ]]; then
-    OT_BUILD_DIR=$PWD/build/$preset "${launcher[@]}" \
-      /usr/bin/python3 -m pytest -q -p no:cacheprovider --junit-xml="$report" "$folder" "$@" || status=$?
+    # shellcheck disable=SC2046  # a list of words
+    OT_BUILD_DIR=$PWD/build/$preset "${launcher[@]}" /usr/bin/python3 -m pytest -q \
+      -p no:cacheprovider $(at_once "$program") --junit-xml="$report" "$folder" "$@" || status=$?
   elif [[ -x build/$preset/bin/$program ]]; then
     "${launcher[@]}" "build/$preset/bin/$program" --gtest_brief=1 --gtest_output="xml:$report" \
       "$@" || status=$?
