@@ -12,12 +12,13 @@ namespace ot {
 [[nodiscard]] void* qmon_library_load(const char* name) noexcept;
 void qmon_library_unload(void* library) noexcept;
 
-// Opens the statistics table for reading, where no usable one is open. 0, or a status code when the
-// libraries are not loaded, the service has made no table or its table is not one we can read.
+// Opens the statistics table for reading, where none is open that the service fills. 0, or a status
+// code when the libraries are not loaded, the service does not run or its table is not one we can
+// read.
 int qmon_ot_shm_client_init() noexcept;
 
-// The open table, or null while none is open; null also once the service has put another in its
-// place, until that one is opened. Valid until the next open.
+// The open table, or null while none is open or the service does not fill it: it has ended, or has
+// put another in its place that is to be opened first. Valid until the next open.
 void* qmon_ot_shm_get_stat_tbl() noexcept;
 
 // One operation's latest result, as the service published it in one piece.

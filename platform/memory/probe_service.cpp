@@ -67,7 +67,7 @@ int qmon_ot_shm_client_init() noexcept {
     return code;
   }
   probe_part& part = world_part<probe_part>();
-  if (!loaded(part) || !part.table_exists) {
+  if (!loaded(part) || !part.table_exists || !part.running) {
     return no_table;
   }
   part.opened = part.table;
@@ -76,7 +76,7 @@ int qmon_ot_shm_client_init() noexcept {
 
 void* qmon_ot_shm_get_stat_tbl() noexcept {
   probe_part& part = world_part<probe_part>();
-  return part.opened == part.table ? &part.operations : nullptr;
+  return part.running && part.opened == part.table ? &part.operations : nullptr;
 }
 
 bool qmon_ot_stat_look_up(std::uint32_t op_id, const void* table, qmon_stat_entry* ret) noexcept {

@@ -116,12 +116,18 @@ TEST_F(probe_table_contract, opening_it_again_keeps_it) {
   EXPECT_TRUE(runs(31));
 }
 
-TEST_F(probe_table_contract, an_operation_of_a_service_that_ended_is_not_running) {
+TEST_F(probe_table_contract, the_table_of_a_service_that_ended_is_none) {
   bench_->start();
   bench_->result(31, 1, 12);
   ASSERT_EQ(qmon_ot_shm_client_init(), 0);
+  qmon_stat_entry entry;
+  const void* const table = qmon_ot_shm_get_stat_tbl();
+  ASSERT_TRUE(qmon_ot_stat_look_up(31, table, &entry));
   bench_->end();
-  EXPECT_NE(qmon_ot_shm_get_stat_tbl(), nullptr);
+  EXPECT_FALSE(qmon_ot_stat_look_up(31, table, &entry));
+  EXPECT_EQ(qmon_ot_shm_get_stat_tbl(), nullptr);
+  EXPECT_NE(qmon_ot_shm_client_init(), 0);
+  EXPECT_EQ(qmon_ot_shm_get_stat_tbl(), nullptr);
   EXPECT_FALSE(runs(31));
 }
 

@@ -1,5 +1,6 @@
 """The probe service beside the tracks: restarted, killed, reconfigured, and not there at all."""
 
+import json
 import os
 import re
 import signal
@@ -14,16 +15,25 @@ ECHO = {"kind": "icmp", "target": "127.0.0.1"}
 REFUSED = {"kind": "tcp", "target": "127.0.0.1:7005"}
 
 
+def connected(qmond):
+    """Whether the service says that it is connected to the probe service."""
+    rows = json.loads(qmond.service.ctl("engine", "--json"))
+    return next(row["connected"] for row in rows if row["service"] == "probe")
+
+
 def test_a_track_is_unknown_while_qmond_is_gone_and_follows_when_it_is_back(qmond):
     qmond.configure({"id": 1, **ECHO})
     qmond.start()
     events = qmond.service.follow(tracks=["t"])
     qmond.service.ctl("set", "t", "probe", "1")
     follows(qmond, "t", 1, 1, "up")
+    assert connected(qmond)
     qmond.kill()
     qmond.service.wait_detail("t", "qmon operation not in progress")
     assert qmond.service.state("t") == "unknown"
+    assert not connected(qmond)
     qmond.start()
+    wait_until(lambda: connected(qmond), 10, "the probe service")
     follows(qmond, "t", 1, 1, "up")
     qmond.stop()
     qmond.service.wait_state("t", "unknown")

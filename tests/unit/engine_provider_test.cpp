@@ -113,6 +113,17 @@ TEST_F(engine_info, sees_the_probe_service_when_it_is_asked_and_counts_what_has_
   EXPECT_EQ(read().at(1), "probe 1 3 0");
 }
 
+TEST_F(engine_info, sees_the_probe_service_end_and_start_again) {
+  field::probe_package_installed();
+  ASSERT_EQ(read().at(1), "probe 1 0 0");
+  field::advance(3s);
+  field::probe_service_gone();
+  EXPECT_EQ(read().at(1), "probe 0 3 0");
+  field::advance(1s);
+  field::probe_service_back();
+  EXPECT_EQ(read().at(1), "probe 1 4 0");
+}
+
 // The poll of a track notices it too, at its own time.
 TEST_F(engine_info, a_statistics_table_that_goes_is_noticed_by_the_poll) {
   field::probe_package_installed();

@@ -1,6 +1,6 @@
-// The client side of the probe statistics table as libqmon_infra.dll. There is one table a process.
-// Whether qmond has made a new one is only asked when the old one is no longer alive, so that a
-// read costs no system call.
+// The client side of the probe statistics table as libqmon_infra.dll. There is one table a process;
+// it is opened anew only when the one that is open is not alive any more, so that a read costs no
+// system call while qmond runs.
 #include "platform/linux/qmon_client/client.h"
 
 #include <cerrno>
@@ -14,27 +14,29 @@ namespace {
 
 ot::table_view table;
 
-bool usable(const std::string& path) noexcept {
-  return table.is_open() && (table.live(ot::monotonic_ms()) || !table.replaced(path));
+bool alive() noexcept {
+  return table.live(ot::monotonic_ms());
+}
+
+// A table whose writer is gone stays open: it is the newest until there is another one.
+int open_newest() {
+  const std::string path = ot::root_path(ot::statistics_path);
+  const int error = table.is_open() && !table.replaced(path) ? 0 : table.open(path);
+  return error == 0 && !alive() ? ESTALE : error;
 }
 
 }  // namespace
 
 int qmon_ot_shm_client_init() noexcept {
   try {
-    const std::string path = ot::root_path(ot::statistics_path);
-    return usable(path) ? 0 : table.open(path);
+    return alive() ? 0 : open_newest();
   } catch (const std::bad_alloc&) {
     return ENOMEM;
   }
 }
 
 void* qmon_ot_shm_get_stat_tbl() noexcept {
-  try {
-    return usable(ot::root_path(ot::statistics_path)) ? &table : nullptr;
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
+  return alive() ? &table : nullptr;
 }
 
 bool qmon_ot_stat_look_up(std::uint32_t op_id, const void* opened,
