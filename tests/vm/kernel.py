@@ -5,6 +5,7 @@ It stays in build/vm/kernel, so a machine is asked for it once. Nothing of it ru
 virtual machine.
 """
 
+import fcntl
 import pathlib
 import re
 import shutil
@@ -45,14 +46,20 @@ class Kernel:
 
 
 def find_kernel(cache):
-    """The kernel in the folder `cache`, which is filled at the first use."""
+    """The kernel in the folder `cache`, which is filled at the first use, by one process."""
+    cache.parent.mkdir(parents=True, exist_ok=True)
+    with open(f"{cache}.lock", "w") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        _fill(cache)
+    return Kernel(cache)
+
+
+def _fill(cache):
     if not cache.exists():
-        cache.parent.mkdir(parents=True, exist_ok=True)
         with tempfile.TemporaryDirectory(dir=cache.parent) as scratch:
             unpacked = pathlib.Path(scratch) / "unpacked"
             _run("dpkg-deb", "-x", _download(scratch), str(unpacked))
             shutil.move(unpacked, cache)
-    return Kernel(cache)
 
 
 def _download(folder):
