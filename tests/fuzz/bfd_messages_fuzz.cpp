@@ -51,7 +51,9 @@ class engine_under_fuzz {
       book_.retry_refused();
     }
   }
-  ~engine_under_fuzz() {
+
+  // What the book asks for after all that, and that it ends.
+  void finish() {
     std::size_t count = 0;
     while (const auto job = book_.next_job()) {
       require_peer(*job);
@@ -107,5 +109,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     engine.take(rest, ot::bfd_type_response);
     engine.take(rest, ot::bfd_type_notification);
   }
+  engine.finish();
   return 0;
 }
