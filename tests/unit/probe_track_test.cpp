@@ -107,13 +107,13 @@ TEST_F(probe_track, an_up_track_is_published_as_down_at_once_when_it_is_let_go) 
   trace();
   EXPECT_EQ(object_tracking_type_prb_delete("t"), 0);
   const text_lines traces = field::take_traces();
+  const std::string publisher = "(object_tracking_set_track_state_in_ledger_after_timer_expired)";
   EXPECT_THAT(
       traces,
       contains_in_order(text_lines{
           "(object_tracking_type_prb_delete) delete track t:",
           "Entering (delete_track_from_prb_entry) : ", "Entering (stop_ot_timer) : ",
-          "(object_tracking_set_track_state_in_ledger_after_timer_expired) : track t state "
-          "Track_Down",
+          publisher + " : track t state Track_Down",
           "(delete_track_from_prb_entry) : op_id 7 found in hash find track t and delete it"}));
   EXPECT_EQ(published("t"), 2U);
   EXPECT_EQ(track("t").source_state, track_state::down);
