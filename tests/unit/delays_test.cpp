@@ -15,9 +15,7 @@ namespace {
 
 using std::chrono::seconds;
 using testing::Contains;
-using testing::Each;
 using testing::ElementsAre;
-using testing::Not;
 
 class delays : public running_service {
  protected:

@@ -93,7 +93,7 @@ TEST(event_filters, thousands_of_filters_find_each_name) {
   event_filters filters;
   for (unsigned number = 0; number < event_subscriber_limit; ++number) {
     std::vector<evdl_track_record> own;
-    for (int i = 0; i < 500; ++i) {
+    for (unsigned i = 0; i < 500; ++i) {
       own.push_back(record("t" + std::to_string(number * 7 + i), 0, true));
     }
     ASSERT_EQ(filters.add(number, own), 0);

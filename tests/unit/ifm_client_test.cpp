@@ -12,7 +12,6 @@
 namespace ot::test {
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 

@@ -223,8 +223,8 @@ TEST_F(ifm_notifications, a_new_interface_is_traced) {
                   "(ot_ifm_handler) Rx IFM attr 1 for Gi1 (26) exists ",
                   "(ot_intf_state) interface Gi1(1a) not found - creating",
                   "(ot_intf_create) Create Interface Gi1(26)",
-                  "(ot_intf_state) Interface Gi1(1a) new state IFM_STATE_UP/2, old state "
-                  "IFM_STATE_UNKNOWN/1",
+                  ("(ot_intf_state) Interface Gi1(1a) new state IFM_STATE_UP/2, old state "
+                   "IFM_STATE_UNKNOWN/1"),
                   "Entering (object_tracking_change_interface_state) : ",
               }));
 }

@@ -12,7 +12,6 @@ namespace {
 
 using testing::Contains;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 const std::string item = track_path("t", "type/interface/0x1/info/interface");
 

@@ -16,7 +16,6 @@ namespace {
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Not;
 
 class interface_track_test : public running_service {
  protected:

@@ -82,8 +82,8 @@ TEST_F(lifecycle, a_track_without_type_goes_without_any_teardown) {
                   " Found a entry for the track ",
                   " track_type : Default.",
                   "Entering (object_tracking_delete_item_from_ledger) : ",
-                  "(object_tracking_delete_item_from_ledger) :  LEDGER_OPER_OT_CLIENT del of t "
-                  "failed - No data",
+                  ("(object_tracking_delete_item_from_ledger) :  LEDGER_OPER_OT_CLIENT del of t "
+                   "failed - No data"),
               }));
 }
 

@@ -19,7 +19,7 @@ class ListCalculation : public ListFixture {
     object_tracking_calc_tracks_state_after_timer_expired();
     std::vector<std::string> lines;
     for (const std::string& line : field::take_traces()) {
-      if (line.rfind("Entering", 0) != 0 && line.rfind("(", 0) != 0) lines.push_back(line);
+      if (line.rfind("Entering", 0) != 0 && line.rfind('(', 0) != 0) lines.push_back(line);
     }
     return lines;
   }

@@ -14,10 +14,8 @@ namespace ot::test {
 namespace {
 
 using namespace std::chrono_literals;
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Not;
 
 class notifications : public running_service {
  protected:

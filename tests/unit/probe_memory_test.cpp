@@ -10,7 +10,6 @@ namespace ot::test {
 namespace {
 
 using testing::Contains;
-using testing::ElementsAre;
 
 class probe_memory : public probe_service {
  protected:

@@ -160,8 +160,8 @@ TEST_F(publishing, is_traced_with_the_messages_text) {
   EXPECT_THAT(
       field::take_traces(),
       contains_in_order(text_lines{
-          "(object_tracking_set_track_state_in_ledger_after_timer_expired) : track t state "
-          "Track_Up",
+          ("(object_tracking_set_track_state_in_ledger_after_timer_expired) : track t state "
+           "Track_Up"),
           "Entering (hash_db_get_track_item) : ", "OT DPV - Notification 1 queued (t)",
           "Entering (object_tracking_calc_tracks_state) : ", "Entering (set_ot_wait_timer) : "}));
 }

@@ -10,8 +10,6 @@ namespace ot::test {
 namespace {
 
 using testing::Contains;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 class record_fill : public record_tracks {
  protected:

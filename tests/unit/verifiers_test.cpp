@@ -17,7 +17,6 @@
 namespace ot::test {
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 

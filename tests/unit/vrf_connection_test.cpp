@@ -9,7 +9,6 @@ namespace {
 
 using testing::Contains;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr int refused_code = 13;
 
