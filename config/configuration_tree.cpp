@@ -10,10 +10,10 @@
 #include "lists/list_config.h"
 #include "lists/threshold_list.h"
 #include "platform/status.h"
-#include "sources/bfd/bfd_config.h"
-#include "sources/interface/interface_config.h"
-#include "sources/probe/probe_config.h"
-#include "sources/route/route_config.h"
+#include "sources/bfd/config.h"
+#include "sources/interface/config.h"
+#include "sources/probe/config.h"
+#include "sources/route/config.h"
 
 namespace ot {
 namespace {

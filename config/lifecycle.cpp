@@ -11,10 +11,10 @@
 #include "lists/boolean_list.h"
 #include "lists/threshold_list.h"
 #include "platform/status.h"
-#include "sources/bfd/bfd_track.h"
-#include "sources/interface/interface_track.h"
-#include "sources/probe/probe_track.h"
-#include "sources/route/route_track.h"
+#include "sources/bfd/track.h"
+#include "sources/interface/track.h"
+#include "sources/probe/track.h"
+#include "sources/route/track.h"
 #include "state/ledger_state.h"
 
 namespace ot {

@@ -1,7 +1,7 @@
 // Printing operational records to standard output.
 #pragma once
 
-#include "oper/records.h"
+#include "oper/records/track_records.h"
 
 namespace ot {
 

@@ -1,7 +1,7 @@
 // What both views of a track need.
 #pragma once
 
-#include "oper/records.h"
+#include "oper/records/track_records.h"
 #include "platform/interface_manager.h"
 
 namespace ot {

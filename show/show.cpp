@@ -9,8 +9,8 @@
 #include <string>
 
 #include "core/debug.h"
-#include "oper/record_build.h"
-#include "oper/records.h"
+#include "oper/records/build.h"
+#include "oper/records/track_records.h"
 #include "platform/ledger_datalist.h"
 #include "platform/process.h"
 #include "platform/status.h"

@@ -4,7 +4,7 @@
 #include "state/ledger_state.h"
 
 #include "core/debug.h"
-#include "oper/notifications.h"
+#include "oper/outlets/notifications.h"
 #include "platform/process.h"
 #include "platform/status.h"
 

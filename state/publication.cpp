@@ -7,8 +7,8 @@
 #include <cstring>
 
 #include "core/debug.h"
-#include "oper/notifications.h"
-#include "oper/track_events.h"
+#include "oper/outlets/events.h"
+#include "oper/outlets/notifications.h"
 #include "platform/clock.h"
 #include "platform/status.h"
 #include "state/ledger_state.h"

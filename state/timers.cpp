@@ -7,9 +7,9 @@
 #include <new>
 
 #include "core/debug.h"
-#include "oper/notifications.h"
+#include "oper/outlets/notifications.h"
 #include "platform/status.h"
-#include "sources/probe/probe_poll.h"
+#include "sources/probe/poll.h"
 #include "state/list_evaluation.h"
 #include "state/publication.h"
 

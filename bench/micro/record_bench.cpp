@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <memory>
 
-#include "oper/records.h"
+#include "oper/records/track_records.h"
 
 namespace ot {
 namespace {

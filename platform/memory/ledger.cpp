@@ -4,8 +4,8 @@
 
 #include <utility>
 
-#include "platform/common/ledger_edge/call.h"
-#include "platform/common/ledger_host.h"
+#include "platform/ledger/calls/call.h"
+#include "platform/ledger/engine/host.h"
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/world.h"
 #include "platform/process.h"

@@ -6,7 +6,7 @@
 #include <map>
 #include <string>
 
-#include "platform/common/ledger_store.h"
+#include "platform/ledger/engine/store.h"
 
 namespace ot {
 

@@ -4,8 +4,8 @@
 #include <array>
 #include <memory>
 
-#include "platform/common/ledger_backlog.h"
-#include "platform/common/ledger_engine.h"
+#include "platform/ledger/engine/backlog.h"
+#include "platform/ledger/engine/engine.h"
 #include "platform/memory/ledger_controls.h"
 #include "platform/memory/ledger_map_store.h"
 

@@ -2,7 +2,7 @@
 // so waiting never waits.
 #include <algorithm>
 
-#include "platform/common/ledger_path.h"
+#include "platform/ledger/path.h"
 #include "platform/ledger_subscriber.h"
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/ledger_state.h"

@@ -6,10 +6,10 @@
 #include <cstring>
 
 #include "core/debug.h"
+#include "core/in_addr_text.h"
 #include "platform/ipv4.h"
 #include "platform/status.h"
 #include "platform/vrf_service.h"
-#include "sources/interface/in_addr_text.h"
 #include "sources/route/fib_events.h"
 
 namespace ot {

@@ -4,14 +4,14 @@
 
 #include "core/connections.h"
 #include "core/debug.h"
+#include "core/in_addr_text.h"
 #include "platform/ipv4.h"
 #include "platform/robust_mutex.h"
 #include "platform/status.h"
-#include "sources/interface/in_addr_text.h"
+#include "sources/route/changes.h"
 #include "sources/route/fib_connection.h"
-#include "sources/route/pending_routes.h"
-#include "sources/route/route_changes.h"
-#include "sources/route/route_table.h"
+#include "sources/route/pending.h"
+#include "sources/route/table.h"
 #include "sources/route/vrf_connection.h"
 
 namespace ot {

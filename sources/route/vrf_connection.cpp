@@ -5,7 +5,7 @@
 
 #include "core/debug.h"
 #include "platform/status.h"
-#include "sources/route/route_changes.h"
+#include "sources/route/changes.h"
 #include "sources/route/vrf_libraries.h"
 
 namespace ot {

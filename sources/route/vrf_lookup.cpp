@@ -5,7 +5,7 @@
 
 #include "core/debug.h"
 #include "platform/status.h"
-#include "sources/route/route_table.h"
+#include "sources/route/table.h"
 #include "sources/route/vrf_connection.h"
 #include "sources/route/vrf_libraries.h"
 

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "platform/status.h"
-#include "tests/contract/bfd_bench.h"
+#include "tests/contract/bfd_test_bed.h"
 #include "tests/contract/contract_test.h"
 
 namespace ot::contract {

@@ -1,5 +1,5 @@
 // Items that switch a word: trace flags.
-#include "platform/common/ledger_switch.h"
+#include "platform/ledger/engine/switch.h"
 
 #include <gtest/gtest.h>
 

@@ -6,7 +6,7 @@
 
 #include <array>
 
-#include "tests/contract/probe_bench.h"
+#include "tests/contract/probe_test_bed.h"
 
 namespace ot::contract {
 namespace {

@@ -11,8 +11,8 @@
 #include <span>
 #include <string_view>
 
-#include "platform/linux/bfd_book.h"
-#include "platform/linux/bfd_frame.h"
+#include "platform/linux/bfd/book.h"
+#include "platform/linux/bfd/frame.h"
 
 namespace ot {
 namespace {

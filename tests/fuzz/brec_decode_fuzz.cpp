@@ -8,9 +8,9 @@
 #include <memory>
 #include <vector>
 
-#include "oper/records.h"
-#include "platform/common/brec_wire.h"
-#include "tests/unit/brec_samples.h"
+#include "oper/records/track_records.h"
+#include "platform/records/wire.h"
+#include "tests/unit/platform/records/samples.h"
 
 namespace ot {
 namespace {

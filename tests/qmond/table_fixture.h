@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <string>
 
-#include "platform/linux/qmon_client/table_view.h"
+#include "platform/linux/probes/qmon/table_view.h"
 #include "tools/qmond/table_writer.h"
 
 namespace ot::qmond {

@@ -5,10 +5,10 @@
 #include <stdexcept>
 
 #include "core/debug.h"
-#include "core/main.h"
+#include "core/start/main.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
-#include "sources/bfd/bfd_thread.h"
+#include "sources/bfd/thread.h"
 #include "state/ledger_state.h"
 
 namespace ot::test {

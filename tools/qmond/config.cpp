@@ -6,7 +6,7 @@
 #include <map>
 #include <sstream>
 
-#include "platform/linux/qmon_client/table_layout.h"
+#include "platform/linux/probes/qmon/table_layout.h"
 #include "tools/qmond/config_operation.h"
 
 namespace ot::qmond {

@@ -15,7 +15,7 @@
 #include <system_error>
 
 #include "platform/common/root_path.h"
-#include "platform/linux/directories.h"
+#include "platform/linux/process/directories.h"
 #include "tools/qmond/config.h"
 #include "tools/qmond/engine.h"
 #include "tools/qmond/failure.h"

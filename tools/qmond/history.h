@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/qmon_client/table_view.h"
+#include "platform/linux/probes/qmon/table_view.h"
 
 namespace ot::qmond {
 

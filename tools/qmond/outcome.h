@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "platform/linux/qmon_client/table_view.h"
+#include "platform/linux/probes/qmon/table_view.h"
 #include "tools/qmond/operation.h"
 #include "tools/qmond/return_code.h"
 

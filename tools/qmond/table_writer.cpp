@@ -14,7 +14,7 @@
 #include <system_error>
 #include <utility>
 
-#include "platform/linux/unique_fd.h"
+#include "platform/linux/process/unique_fd.h"
 #include "tools/qmond/kinds.h"
 
 namespace ot::qmond {

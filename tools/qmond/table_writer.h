@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/linux/qmon_client/table_layout.h"
-#include "platform/linux/qmon_client/table_view.h"
+#include "platform/linux/probes/qmon/table_layout.h"
+#include "platform/linux/probes/qmon/table_view.h"
 #include "tools/qmond/operation.h"
 
 namespace ot::qmond {

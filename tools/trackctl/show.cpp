@@ -3,7 +3,7 @@
 #include <array>
 #include <iostream>
 
-#include "core/main.h"
+#include "core/start/main.h"
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/config_session.h"
 #include "tools/trackctl/failure.h"

@@ -26,7 +26,7 @@
 #include <string>
 #include <string_view>
 
-#include "oper/records.h"
+#include "oper/records/track_records.h"
 
 namespace ot::trackctl {
 

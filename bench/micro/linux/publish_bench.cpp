@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
-#include "core/main.h"
-#include "platform/linux/ledger_server.h"
-#include "sources/interface/interface_track.h"
+#include "core/start/main.h"
+#include "platform/ledger/server/hosting.h"
+#include "sources/interface/track.h"
 #include "state/publication.h"
 
 namespace ot {

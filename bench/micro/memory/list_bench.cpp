@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "config/delays.h"
-#include "core/main.h"
+#include "core/start/main.h"
 #include "lists/boolean_list.h"
 #include "lists/threshold_list.h"
 #include "platform/memory/controls.h"

@@ -5,10 +5,10 @@
 #include <chrono>
 #include <cstdlib>
 
-#include "core/main.h"
+#include "core/start/main.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
-#include "sources/interface/interface_track.h"
+#include "sources/interface/track.h"
 #include "state/publication.h"
 
 namespace ot {

@@ -1,6 +1,6 @@
 // The C entry point of the executable. Without arguments it is the service; "show" belongs to the
 // service's own front-end; the rest is answered here.
-#include "core/main.h"
+#include "core/start/main.h"
 
 #include <cstdio>
 #include <string_view>

@@ -11,11 +11,11 @@
 #include <csignal>
 #include <cstdio>
 
-#include "core/main.h"
-#include "platform/linux/event_publisher_linux.h"
-#include "platform/linux/evm_linux.h"
-#include "platform/linux/ledger_server.h"
-#include "platform/linux/log_queue.h"
+#include "core/start/main.h"
+#include "platform/ledger/server/hosting.h"
+#include "platform/linux/events/publisher_linux.h"
+#include "platform/linux/log/queue.h"
+#include "platform/linux/loop/descriptors.h"
 #include "platform/linux/process/start_count.h"
 #include "platform/process.h"
 #include "platform/status.h"

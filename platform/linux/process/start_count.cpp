@@ -8,8 +8,8 @@
 #include <string>
 
 #include "platform/common/root_path.h"
-#include "platform/linux/boot_id.h"
-#include "platform/linux/directories.h"
+#include "platform/linux/process/boot_id.h"
+#include "platform/linux/process/directories.h"
 #include "platform/status.h"
 
 namespace ot {

@@ -17,10 +17,10 @@
 #include <sstream>
 #include <thread>
 
-#include "platform/linux/event_publisher_linux.h"
-#include "platform/linux/evm_linux.h"
-#include "platform/linux/log_queue.h"
-#include "platform/linux/vrf_devices.h"
+#include "platform/linux/events/publisher_linux.h"
+#include "platform/linux/links/vrf_devices.h"
+#include "platform/linux/log/queue.h"
+#include "platform/linux/loop/descriptors.h"
 
 namespace ot::contract {
 namespace {

@@ -8,11 +8,11 @@
 #include <fstream>
 #include <vector>
 
-#include "platform/common/ledger_messages.h"
 #include "platform/ledger.h"
+#include "platform/ledger/client/link.h"
+#include "platform/ledger/messages.h"
 #include "platform/ledger_commit.h"
-#include "platform/linux/ledger_client/link.h"
-#include "platform/linux/unique_fd.h"
+#include "platform/linux/process/unique_fd.h"
 #include "platform/status.h"
 #include "tests/contract/linux/closed_descriptors.h"
 #include "tests/contract/linux/ledger_place.h"

@@ -6,7 +6,7 @@
 #include <future>
 #include <stdexcept>
 
-#include "platform/linux/ledger_server.h"
+#include "platform/ledger/server/hosting.h"
 
 namespace ot::test {
 namespace {

@@ -15,8 +15,8 @@
 #include <stdexcept>
 
 #include "platform/ledger.h"
+#include "platform/ledger/server/hosting.h"
 #include "platform/ledger_commit.h"
-#include "platform/linux/ledger_server.h"
 #include "platform/process.h"
 #include "platform/status.h"
 #include "tests/contract/linux/closed_descriptors.h"

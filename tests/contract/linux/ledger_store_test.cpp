@@ -8,7 +8,7 @@
 #include <functional>
 #include <optional>
 
-#include "platform/linux/ledger_server/lmdb_store.h"
+#include "platform/ledger/server/lmdb_store.h"
 #include "platform/status.h"
 #include "tests/contract/linux/ledger_place.h"
 #include "tests/support/ledger_proposals.h"

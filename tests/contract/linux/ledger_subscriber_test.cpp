@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/common/ledger_backlog.h"
+#include "platform/ledger/engine/backlog.h"
 #include "platform/ledger_provider.h"
 #include "platform/status.h"
 #include "tests/contract/linux/ledger_place.h"

@@ -1,6 +1,6 @@
 // How a kernel link message reads as a line state and a redundancy flag, also for what the machine
 // that runs the tests may not have: bonds, bridges, broken messages.
-#include "platform/linux/link_record.h"
+#include "platform/linux/links/record.h"
 
 #include <gtest/gtest.h>
 #include <libmnl/libmnl.h>

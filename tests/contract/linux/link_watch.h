@@ -11,7 +11,7 @@
 
 #include "platform/event_manager.h"
 #include "platform/interface_manager.h"
-#include "platform/linux/evm_linux.h"
+#include "platform/linux/loop/descriptors.h"
 
 namespace ot::testing {
 

@@ -1,0 +1,96 @@
+// Items as the users of the ledger see them.
+#include <new>
+#include <string>
+
+#include "platform/ledger.h"
+#include "platform/ledger/calls/call.h"
+#include "platform/ledger/calls/connection.h"
+#include "platform/ledger/engine/switch.h"
+#include "platform/ledger_commit.h"
+
+namespace ot {
+
+int ledger_item_get(ledger_conn* connection, const char* path, ledger_value* ret) noexcept {
+  const ledger_full_path full{connection, path};
+  return ledger_call([&](ledger_backend& backend) { return backend.get(full.view(), *ret); });
+}
+
+int ledger_item_set(ledger_conn* connection, const char* path, ledger_kind kind,
+                    std::span<const std::byte> value) noexcept {
+  const ledger_full_path full{connection, path};
+  return ledger_call(
+      [&](ledger_backend& backend) { return backend.set(full.view(), kind, value); });
+}
+
+int ledger_item_delete(ledger_conn* connection, const char* path) noexcept {
+  const ledger_full_path full{connection, path};
+  return ledger_call([&](ledger_backend& backend) { return backend.erase(full.view()); });
+}
+
+namespace {
+
+// Items are fetched a page at a time and visited outside the call, so a visitor is free to use the
+// ledger, and to change it.
+int walk(std::string_view prefix, std::size_t base, ledger_visit visit, void* context) {
+  std::string after;
+  for (bool more = true; more;) {
+    std::vector<ledger_stored> items;
+    const int status = ledger_call(
+        [&](ledger_backend& backend) { return backend.page(prefix, after, items, more); });
+    if (status != status_ok) {
+      return status;
+    }
+    for (const ledger_stored& item : items) {
+      if (!visit(context, std::string_view{item.path}.substr(base), item.value)) {
+        return status_ok;
+      }
+    }
+    more = more && !items.empty();
+    after = more ? std::move(items.back().path) : std::string{};
+  }
+  return status_ok;
+}
+
+}  // namespace
+
+int ledger_item_walk(ledger_conn* connection, const char* path, ledger_visit visit,
+                     void* context) noexcept {
+  const ledger_full_path full{connection, path};
+  try {
+    std::string prefix{full.view()};
+    if (!prefix.ends_with('/')) {
+      prefix += '/';
+    }
+    return full.view().empty() || !ledger_base_path_valid(prefix)
+               ? ledger_unknown_path
+               : walk(prefix, ledger_conn_base(connection).size(), visit, context);
+  } catch (const std::bad_alloc&) {
+    return no_memory;
+  }
+}
+
+std::uint64_t ledger_config_generation() noexcept {
+  std::uint64_t generation = 0;
+  ledger_call([&](ledger_backend& backend) {
+    generation = backend.generation();
+    return status_ok;
+  });
+  return generation;
+}
+
+int ledger_switch_register(const char* path, std::atomic<std::uint32_t>* word) noexcept {
+  return ledger_call([&](ledger_backend& backend) { return backend.register_switch(path, *word); });
+}
+
+int ledger_commit(ledger_conn* /*connection*/, std::span<const ledger_proposal> changes,
+                  std::vector<ledger_refusal>* ret) {
+  std::vector<ledger_refusal> refusals;
+  const int status =
+      ledger_call([&](ledger_backend& backend) { return backend.commit(changes, refusals); });
+  if (ret != nullptr) {
+    *ret = std::move(refusals);
+  }
+  return status;
+}
+
+}  // namespace ot

@@ -1,0 +1,180 @@
+// The client's end of the socket. Every wait is bounded, so a service that hangs costs its readers
+// seconds and not their lives. A request is never sent twice: whether the service is still there is
+// looked at before sending, not found out by it.
+#include "platform/ledger/client/link.h"
+
+#include <poll.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <new>
+
+#include "platform/common/root_path.h"
+#include "platform/ledger/client/monotonic.h"
+#include "platform/ledger/messages.h"
+#include "platform/linux/process/unix_address.h"
+#include "platform/status.h"
+
+namespace ot {
+namespace {
+
+constexpr std::uint64_t call_timeout_us = 5'000'000;
+
+int status_of_errno(int error) noexcept {
+  switch (error) {
+    case EACCES:
+    case EPERM:
+      return ledger_denied;
+    case ENOMEM:
+      return no_memory;
+    default:
+      return ledger_unreachable;
+  }
+}
+
+// A connected socket, or -1 with errno.
+int connect_socket(const std::string& path) noexcept {
+  sockaddr_un address{};
+  if (!unix_address(path, &address)) {
+    errno = ENAMETOOLONG;
+    return -1;
+  }
+  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) {
+    return -1;
+  }
+  // Bounds the wait for a service whose queue of connections is full.
+  const timeval timeout{.tv_sec = 5, .tv_usec = 0};
+  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
+  if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    const int error = errno;
+    close(fd);
+    errno = error;
+    return -1;
+  }
+  return fd;
+}
+
+// Waits until both ends have introduced themselves; a call would wait for that far longer than it
+// is told to. 0 or a negative errno.
+int finish_start(sd_bus* bus) noexcept {
+  const std::uint64_t end = monotonic_us() + call_timeout_us;
+  for (;;) {
+    int result = sd_bus_process(bus, nullptr);
+    if (result < 0) {
+      return result;
+    }
+    const int ready = sd_bus_is_ready(bus);
+    if (ready != 0) {
+      return ready < 0 ? ready : 0;
+    }
+    const std::uint64_t now = monotonic_us();
+    if (now >= end) {
+      return -ETIMEDOUT;
+    }
+    if (result == 0) {
+      result = sd_bus_wait(bus, end - now);
+    }
+    if (result < 0 && result != -EINTR) {
+      return result;
+    }
+  }
+}
+
+// Takes the socket over. 0 or a negative errno.
+int start_bus(int fd, bus_handle& ret) noexcept {
+  sd_bus* made = nullptr;
+  int result = sd_bus_new(&made);
+  bus_handle bus{made};
+  if (result >= 0) {
+    result = sd_bus_set_fd(bus.get(), fd, fd);
+  }
+  if (result < 0) {
+    close(fd);
+    return result;
+  }
+  result = sd_bus_start(bus.get());
+  if (result >= 0) {
+    result = finish_start(bus.get());
+  }
+  if (result >= 0) {
+    ret = std::move(bus);
+  }
+  return result;
+}
+
+}  // namespace
+
+ledger_link::~ledger_link() {
+  drop();
+}
+
+// A child leaves its parent's connection alone: closing it would end the conversation.
+void ledger_link::drop() noexcept {
+  if (bus_ && owner_ != getpid()) {
+    (void)bus_.release();
+  }
+  bus_.reset();
+}
+
+bool ledger_link::alive() const noexcept {
+  if (!bus_ || owner_ != getpid() || sd_bus_is_open(bus_.get()) <= 0) {
+    return false;
+  }
+  pollfd state{.fd = sd_bus_get_fd(bus_.get()), .events = POLLRDHUP, .revents = 0};
+  return poll(&state, 1, 0) == 0;
+}
+
+int ledger_link::ensure() noexcept {
+  if (alive()) {
+    return status_ok;
+  }
+  drop();
+  try {
+    const int fd = connect_socket(root_path(ledger_socket_path));
+    if (fd < 0) {
+      return status_of_errno(errno);
+    }
+    const int result = start_bus(fd, bus_);
+    owner_ = getpid();
+    return result < 0 ? status_of_errno(-result) : status_ok;
+  } catch (const std::bad_alloc&) {
+    return no_memory;
+  }
+}
+
+int ledger_link::call(const char* member, const ledger_writer& request,
+                      ledger_reply& ret) noexcept {
+  if (request.data().size() > ledger_message_max) {
+    return invalid_argument;
+  }
+  if (const int status = ensure(); status != status_ok) {
+    return status;
+  }
+  sd_bus_message* made = nullptr;
+  int result = sd_bus_message_new_method_call(bus(), &made, nullptr, ledger_object,
+                                              ledger_interface, member);
+  const message_handle message{made};
+  if (result >= 0) {
+    result = sd_bus_message_append_array(made, 'y', request.data().data(), request.data().size());
+  }
+  sd_bus_message* answer = nullptr;
+  if (result >= 0) {
+    result = sd_bus_call(bus(), made, call_timeout_us, nullptr, &answer);
+  }
+  if (result < 0) {
+    drop();  // a late answer must not be taken for the next call's
+    return status_of_errno(-result);
+  }
+  ret.message.reset(answer);
+  if (!ledger_message_body(answer, ret.body)) {
+    return ledger_bad_message;
+  }
+  ledger_reader reader{ret.body};
+  const int status = static_cast<int>(reader.u32());
+  ret.body = ret.body.subspan(reader.ok() ? 4 : 0);
+  return reader.ok() ? status : ledger_bad_message;
+}
+
+}  // namespace ot

@@ -1,0 +1,45 @@
+// One connection to the service's socket. One thread at a time.
+#pragma once
+
+#include <sys/types.h>
+
+#include <span>
+
+#include "platform/ledger/client/bus.h"
+#include "platform/ledger/wire.h"
+
+namespace ot {
+
+// A reply and the bytes in it.
+struct ledger_reply {
+  message_handle message;
+  std::span<const std::byte> body;
+};
+
+class ledger_link {
+ public:
+  ~ledger_link();
+  ledger_link() noexcept = default;
+  ledger_link(const ledger_link&) = delete;
+  ledger_link& operator=(const ledger_link&) = delete;
+
+  // Makes sure that there is a connection: one that the service has ended, or that belongs to the
+  // process this one was forked from, is replaced. 0, ledger_unreachable, ledger_denied.
+  int ensure() noexcept;
+
+  // Calls a member and waits a bounded time for its answer; `ret` is written when the service
+  // answered with a status of its own. 0 or a status code: ledger_unreachable when no answer came.
+  int call(const char* member, const ledger_writer& request, ledger_reply& ret) noexcept;
+
+  // The connection of an ensured link.
+  [[nodiscard]] sd_bus* bus() const noexcept { return bus_.get(); }
+  void drop() noexcept;
+
+ private:
+  [[nodiscard]] bool alive() const noexcept;
+
+  bus_handle bus_;
+  pid_t owner_ = 0;
+};
+
+}  // namespace ot

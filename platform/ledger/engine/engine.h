@@ -1,0 +1,66 @@
+// The ledger itself, without files, sockets or clocks: stores, trees, data providers and switches
+// behind the operations that its users see. Main thread.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/ledger/calls/backend.h"
+#include "platform/ledger/engine/environment.h"
+#include "platform/ledger/engine/providers.h"
+#include "platform/ledger/engine/store.h"
+#include "platform/ledger/engine/tree.h"
+
+namespace ot {
+
+class ledger_engine : public ledger_backend {
+ public:
+  // Knows the platform's own trees (ledger_builtin_tree.h) from the start. What is handed in stays
+  // the caller's and outlives the engine.
+  ledger_engine(ledger_store& configuration, ledger_store& operational,
+                ledger_environment& environment);
+
+  int bind(std::string_view path) override;
+  int get(std::string_view path, ledger_value& ret) override;
+  int set(std::string_view path, ledger_kind kind, std::span<const std::byte> value) override;
+  int erase(std::string_view path) override;
+  int page(std::string_view prefix, std::string_view after, std::vector<ledger_stored>& ret,
+           bool& ret_more) override;
+  int commit(std::span<const ledger_proposal> changes, std::vector<ledger_refusal>& ret) override;
+  int list(const ledger_list_query& query, ledger_page& ret) override;
+  int register_switch(std::string_view path, std::atomic<std::uint32_t>& word) override;
+  std::uint64_t generation() override { return generation_; }
+
+  // As ledger_config_register, ledger_config_replay, ledger_dpv_register and
+  // ledger_dpv_generate_notifications describe them.
+  int register_tree(std::string_view root, std::span<const ledger_tree_node> nodes,
+                    std::span<const ledger_registration> rows);
+  int replay(std::string_view root);
+  int register_providers(std::string_view root, std::span<const ledger_dpv_provider> rows);
+  int notify(std::string_view base, std::span<const ledger_dpv_notification> entries);
+
+ private:
+  struct switched {
+    std::string path;
+    std::atomic<std::uint32_t>* word;
+  };
+
+  int write(const ledger_write& write, std::uint32_t switch_value);
+  [[nodiscard]] switched* find_switch(std::string_view path) noexcept;
+  int replay_item(const ledger_stored& item);
+
+  ledger_store& configuration_;
+  ledger_store& operational_;
+  ledger_environment& environment_;
+  ledger_trees trees_;
+  ledger_providers providers_;
+  std::vector<switched> switches_;
+  std::uint64_t generation_ = 1;
+  bool busy_ = false;  // a commit or a replay is running
+};
+
+}  // namespace ot

@@ -1,0 +1,165 @@
+// Data providers serve whole branches: an item below a branch is asked with get, the branch itself
+// with list and datalist. A provider decides how much it puts in one answer; the page that a
+// reader gets is cut here, so a provider need not know page sizes. A provider that knows no marker
+// answers with everything each time; what the reader has already got is then left out here.
+#include "platform/ledger/engine/providers.h"
+
+#include <algorithm>
+#include <memory>
+
+#include "platform/ledger/lists.h"
+#include "platform/ledger/path.h"
+#include "platform/status.h"
+
+namespace ot {
+namespace {
+
+struct list_request {
+  using handle = ledger_dpv_list;
+  using request = ledger_dpv_list_request;
+  static constexpr auto operation = &ledger_dpv_provider::list;
+  static constexpr auto release = &ledger_dpv_list_free;
+};
+
+struct datalist_request {
+  using handle = ledger_dpv_datalist;
+  using request = ledger_dpv_datalist_request;
+  static constexpr auto operation = &ledger_dpv_provider::datalist;
+  static constexpr auto release = &ledger_dpv_datalist_free;
+};
+
+// Asks the provider; `ret` is what it built.
+template <typename Request>
+int ask(ledger_environment& environment, const ledger_dpv_provider& row, const char* marker,
+        ledger_dpv_entries& ret) {
+  const auto operation = row.*Request::operation;
+  if (operation == nullptr) {
+    return ledger_no_data;
+  }
+  typename Request::request request{.marker = marker};
+  const int status = ledger_in_service(environment, [&] { return operation(&request); });
+  if (status != status_ok) {
+    return status;
+  }
+  const std::unique_ptr<typename Request::handle, decltype(Request::release)> handle{
+      request.handle, Request::release};
+  if (!handle) {
+    return ledger_provider_failure;
+  }
+  ret = std::move(*handle);
+  return status_ok;
+}
+
+void drop_delivered(std::vector<ledger_entry>& entries, std::string_view marker) {
+  const auto last = std::find_if(entries.begin(), entries.end(), [marker](const ledger_entry& e) {
+    return !marker.empty() && e.name == marker;
+  });
+  if (last != entries.end()) {
+    entries.erase(entries.begin(), last + 1);
+  }
+}
+
+// How many entries fit a page; at least one.
+std::size_t fitting(const std::vector<ledger_entry>& entries, std::size_t page_size) noexcept {
+  std::size_t bytes = 0;
+  std::size_t count = 0;
+  while (count < entries.size() && count < page_size) {
+    bytes += entries[count].name.size() + entries[count].data.size();
+    if (count > 0 && bytes > ledger_page_bytes_max) {
+      break;
+    }
+    ++count;
+  }
+  return count;
+}
+
+}  // namespace
+
+int ledger_providers::add(std::string_view root, std::span<const ledger_dpv_provider> rows) {
+  std::vector<branch> added = branches_;
+  for (const ledger_dpv_provider& row : rows) {
+    if (row.branch == nullptr) {
+      return invalid_argument;
+    }
+    std::string path{root};
+    path.append(row.branch).append("/");
+    if (!ledger_base_path_valid(root) || !ledger_base_path_valid(path)) {
+      return invalid_argument;
+    }
+    for (const branch& known : added) {
+      if (known.path.starts_with(path) || path.starts_with(known.path)) {
+        return duplicate_key;
+      }
+    }
+    added.push_back({std::move(path), &row});
+  }
+  branches_ = std::move(added);
+  return status_ok;
+}
+
+const ledger_providers::branch* ledger_providers::branch_of(std::string_view path) const noexcept {
+  const auto found =
+      std::find_if(branches_.begin(), branches_.end(),
+                   [path](const branch& candidate) { return path.starts_with(candidate.path); });
+  return found == branches_.end() ? nullptr : &*found;
+}
+
+bool ledger_providers::serves(std::string_view path) const noexcept {
+  return branch_of(path) != nullptr;
+}
+
+int ledger_providers::get(std::string_view path, ledger_value& ret) const {
+  const branch* owner = branch_of(path);
+  if (owner == nullptr || owner->row->get == nullptr) {
+    return ledger_no_data;
+  }
+  const std::string key{path.substr(path.rfind('/') + 1)};
+  const ledger_dpv_request request{.key = key.c_str()};
+  ledger_dpv_reply reply;
+  const int status =
+      ledger_in_service(environment_, [&] { return owner->row->get(&reply, &request); });
+  std::unique_ptr<std::byte[]> buffer{reply.buffer};
+  if (status != status_ok) {
+    return status;
+  }
+  if (!buffer || reply.length > ledger_page_bytes_max) {
+    return ledger_provider_failure;
+  }
+  ret.kind = static_cast<ledger_kind>(reply.data_kind);
+  ret.data = std::move(buffer);
+  ret.length = reply.length;
+  return status_ok;
+}
+
+int ledger_providers::list(const ledger_list_query& query, ledger_page& ret) const {
+  std::string path{query.path};
+  if (!path.ends_with('/')) {
+    path += '/';
+  }
+  const branch* owner = branch_of(path);
+  if (owner == nullptr || owner->path != path || query.page_size == 0) {
+    return owner == nullptr ? ledger_no_data : invalid_argument;
+  }
+  const std::string marker{query.marker};
+  ledger_dpv_entries answer;
+  const int status = query.values
+                         ? ask<datalist_request>(environment_, *owner->row, marker.c_str(), answer)
+                         : ask<list_request>(environment_, *owner->row, marker.c_str(), answer);
+  if (status == status_ok) {
+    drop_delivered(answer.entries, marker);
+  }
+  if (status == ledger_no_data || (status == status_ok && answer.entries.empty())) {
+    return marker.empty() ? ledger_no_data : ledger_list_end;
+  }
+  if (status != status_ok) {
+    return status;
+  }
+  const std::size_t count = fitting(answer.entries, query.page_size);
+  ret.has_continuation = answer.more || count < answer.entries.size();
+  answer.entries.resize(count);
+  ret.entries = std::move(answer.entries);
+  ret.continuation = ret.has_continuation ? ret.entries.back().name : std::string{};
+  return status_ok;
+}
+
+}  // namespace ot

@@ -1,0 +1,179 @@
+// The registered configuration trees. A tree is the table of nodes that its owner hands in, walked
+// in place: literals, wildcards for names and wildcards for numbers. A number has one spelling
+// ("0x1f", never "0x01F"), so that two paths never mean the same item.
+#include "platform/ledger/engine/tree.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+
+#include "platform/ledger/path.h"
+#include "platform/status.h"
+
+namespace ot {
+namespace {
+
+using node_span = std::span<const ledger_tree_node>;
+
+bool index_fits(std::int32_t index, std::size_t count) noexcept {
+  return index >= -1 && index < static_cast<std::int32_t>(count);
+}
+
+bool node_fits(const ledger_tree_node& node, std::size_t nodes, std::size_t rows) noexcept {
+  const bool inner = node.first_child != -1;
+  return index_fits(node.first_child, nodes) && index_fits(node.next_sibling, nodes) &&
+         index_fits(node.handler, rows) && inner == (node.has_children == 1) &&
+         inner == (node.handler == -1) &&
+         (node.kind == ledger_node_kind::literal) == (node.name != nullptr);
+}
+
+// Every node has at most one way in and node 0, the start, has none: the walk always ends.
+bool tree_fits(node_span nodes, std::size_t rows) {
+  std::vector<bool> reached(nodes.size(), false);
+  for (const ledger_tree_node& node : nodes) {
+    if (!node_fits(node, nodes.size(), rows)) {
+      return false;
+    }
+    for (const std::int32_t next : {node.first_child, node.next_sibling}) {
+      if (next == -1) {
+        continue;
+      }
+      const auto at = static_cast<std::size_t>(next);
+      if (next == 0 || reached[at]) {
+        return false;
+      }
+      reached[at] = true;
+    }
+  }
+  return !nodes.empty();
+}
+
+bool parse_number(std::string_view element, std::uint32_t& ret) noexcept {
+  if (!element.starts_with("0x") || element.size() < 3 || element.size() > 10 ||
+      (element[2] == '0' && element.size() > 3) ||
+      std::any_of(element.begin() + 2, element.end(),
+                  [](char c) { return c >= 'A' && c <= 'F'; })) {
+    return false;
+  }
+  const char* end = element.data() + element.size();
+  return std::from_chars(element.data() + 2, end, ret, 16).ptr == end;
+}
+
+// Walks a path's terminated elements down a tree, collecting the wildcards' values.
+class matcher {
+ public:
+  matcher(node_span nodes, const char* end, std::vector<ledger_path_field>& fields) noexcept
+      : nodes_(nodes), end_(end), fields_(fields) {}
+
+  // The handler of the leaf that `element` and what follows lead to, or -1.
+  std::int32_t walk(std::int32_t first, const char* element) {
+    for (std::int32_t at = first; at != -1; at = node(at).next_sibling) {
+      const std::size_t mark = fields_.size();
+      if (takes(node(at), element)) {
+        const char* next = element + std::strlen(element) + 1;
+        const std::int32_t handler =
+            next > end_ ? node(at).handler : walk(node(at).first_child, next);
+        if (handler != -1) {
+          return handler;
+        }
+      }
+      fields_.resize(mark);
+    }
+    return -1;
+  }
+
+ private:
+  [[nodiscard]] const ledger_tree_node& node(std::int32_t index) const noexcept {
+    return nodes_[static_cast<std::size_t>(index)];
+  }
+
+  bool takes(const ledger_tree_node& candidate, const char* element) {
+    ledger_path_field field{.text = element};
+    switch (candidate.kind) {
+      case ledger_node_kind::literal:
+        return std::strcmp(candidate.name, element) == 0;
+      case ledger_node_kind::number:
+        if (!parse_number(element, field.number)) {
+          return false;
+        }
+        break;
+      case ledger_node_kind::name:
+        break;
+      default:
+        return false;
+    }
+    fields_.push_back(field);
+    return true;
+  }
+
+  node_span nodes_;
+  const char* end_;
+  std::vector<ledger_path_field>& fields_;
+};
+
+}  // namespace
+
+int ledger_trees::add(std::string_view root, node_span nodes,
+                      std::span<const ledger_registration> rows) {
+  if (!ledger_base_path_valid(root) || !ledger_path_is_configuration(root) ||
+      !tree_fits(nodes, rows.size())) {
+    return invalid_argument;
+  }
+  for (const tree& known : trees_) {
+    if (known.root.starts_with(root) || root.starts_with(known.root)) {
+      return duplicate_key;
+    }
+  }
+  trees_.push_back({std::string{root}, nodes, rows});
+  return status_ok;
+}
+
+int ledger_trees::match(std::string_view path, ledger_match& ret) const {
+  const auto owner = std::find_if(trees_.begin(), trees_.end(), [path](const tree& candidate) {
+    return path.starts_with(candidate.root);
+  });
+  if (owner == trees_.end() || !ledger_item_path_valid(path)) {
+    return ledger_unknown_path;
+  }
+  const std::string_view below = path.substr(owner->root.size());
+  ledger_match found;
+  found.elements = std::make_unique<char[]>(below.size() + 1);
+  std::replace_copy(below.begin(), below.end(), found.elements.get(), '/', '\0');
+  matcher walk{owner->nodes, found.elements.get() + below.size(), found.fields};
+  const std::int32_t handler = walk.walk(0, found.elements.get());
+  if (handler == -1) {
+    return ledger_unknown_path;
+  }
+  found.row = &owner->rows[static_cast<std::size_t>(handler)];
+  ret = std::move(found);
+  return status_ok;
+}
+
+ledger_kind ledger_row_kind(const ledger_registration& row) noexcept {
+  if ((row.flags & ledger_row_text) != 0) {
+    return ledger_kind::text;
+  }
+  return (row.flags & ledger_row_tuple) != 0 ? ledger_kind::tuple : ledger_kind::u32;
+}
+
+const char* ledger_value_fault(ledger_kind kind, std::span<const std::byte> bytes) noexcept {
+  if (bytes.size() > ledger_value_max) {
+    return "the value is too long";
+  }
+  switch (kind) {
+    case ledger_kind::u32:
+      return bytes.size() == sizeof(std::uint32_t) ? nullptr : "the number is not of 4 bytes";
+    case ledger_kind::text:
+      return std::find(bytes.begin(), bytes.end(), std::byte{0}) == bytes.end()
+                 ? nullptr
+                 : "the text holds a zero byte";
+    case ledger_kind::tuple:
+      return !bytes.empty() && bytes.size() % 4 == 0 ? nullptr
+                                                     : "the tuple is not of whole numbers";
+    case ledger_kind::record:
+      return nullptr;
+  }
+  return "the kind of value is not known";
+}
+
+}  // namespace ot

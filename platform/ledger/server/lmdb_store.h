@@ -1,0 +1,77 @@
+// A store in a file: LMDB with a fixed map. Opened by the service's process only, once, and not
+// used after a fork.
+#pragma once
+
+#include <lmdb.h>
+
+#include <memory>
+#include <string>
+
+#include "platform/ledger/engine/store.h"
+
+namespace ot {
+
+enum class lmdb_durability {
+  synced,  // a write is on the disk when it returns; for the configuration
+  batched  // writes are gathered until flush, survive the process and not the machine
+};
+
+struct lmdb_options {
+  std::string path;  // of the file; its directory exists
+  std::size_t map_bytes = 0;
+  lmdb_durability durability = lmdb_durability::synced;
+  std::string stamp;  // when not empty, items of a file with another stamp are dropped
+};
+
+class lmdb_store : public ledger_store {
+ public:
+  lmdb_store() noexcept = default;
+  ~lmdb_store() override;
+  lmdb_store(const lmdb_store&) = delete;
+  lmdb_store& operator=(const lmdb_store&) = delete;
+
+  // 0, or an errno or LMDB code, for lmdb_text.
+  int open(const lmdb_options& options);
+  [[nodiscard]] static const char* lmdb_text(int code) noexcept;
+
+  int get(std::string_view path, ledger_value& ret) override;
+  int write(std::span<const ledger_write> writes) override;
+  bool takes_new_items() override;
+  int page(std::string_view prefix, std::string_view after, std::size_t limit,
+           std::vector<ledger_stored>& ret) override;
+  int page_in_order(std::uint64_t after, std::size_t limit,
+                    std::vector<ledger_stored>& ret) override;
+
+  // Commits what was gathered. 0 or a status code.
+  int flush() noexcept;
+
+ private:
+  class reading;
+
+  [[nodiscard]] bool batched() const noexcept {
+    return options_.durability == lmdb_durability::batched;
+  }
+  int preallocate() const noexcept;
+  int open_tables();
+  int check_stamp(MDB_txn* txn);
+  int begin_write() noexcept;
+  int write_batched(const ledger_write& write) noexcept;
+  int write_ordered(const ledger_write& write) noexcept;
+  int create(const ledger_write& write) noexcept;
+  int put(const ledger_write& write, std::uint64_t sequence) noexcept;
+  int next_sequence(std::uint64_t& ret) noexcept;
+  [[nodiscard]] bool has_room(MDB_txn* txn) const noexcept;
+  int fail(int code) noexcept;
+
+  lmdb_options options_;
+  MDB_env* env_ = nullptr;
+  MDB_dbi items_ = 0;          // path -> sequence, kind, value
+  MDB_dbi order_ = 0;          // sequence -> path
+  MDB_dbi about_ = 0;          // "stamp" -> the stamp
+  MDB_txn* reader_ = nullptr;  // kept reset between reads
+  MDB_txn* writer_ = nullptr;  // the write under way; a batch lasts until flush
+  std::size_t gathered_ = 0;   // writes in the batch
+  bool room_ = true;           // as the batch began
+};
+
+}  // namespace ot

@@ -1,0 +1,159 @@
+// Writing a store. From half full on new items are refused: LMDB copies the pages that it changes,
+// and deletes have to find room for that. A batch of operational items is one transaction that the
+// event loop ends before it waits; it is ended early before it could touch more pages than the
+// second half has.
+#include <algorithm>
+#include <cerrno>
+
+#include "platform/ledger/server/lmdb_item.h"
+#include "platform/ledger/server/lmdb_store.h"
+#include "platform/status.h"
+
+namespace ot {
+namespace {
+
+constexpr std::size_t batch_max = 64;             // writes
+constexpr std::size_t map_bytes_a_write = 65536;  // a batch has at most one write for so much map
+constexpr int no_room = ENOSPC;                   // our refusal; LMDB's own is MDB_MAP_FULL
+
+int status_of(int code) noexcept {
+  switch (code) {
+    case MDB_SUCCESS:
+      return status_ok;
+    case MDB_NOTFOUND:
+      return ledger_no_data;
+    case MDB_MAP_FULL:
+    case ENOSPC:
+    case EDQUOT:
+      return ledger_full;
+    case ENOMEM:
+      return no_memory;
+    default:
+      return ledger_storage_failure;
+  }
+}
+
+}  // namespace
+
+int lmdb_store::begin_write() noexcept {
+  if (writer_ != nullptr) {
+    return MDB_SUCCESS;
+  }
+  const int code = mdb_txn_begin(env_, nullptr, 0, &writer_);
+  if (code == MDB_SUCCESS) {
+    room_ = has_room(writer_);
+  }
+  return code;
+}
+
+int lmdb_store::next_sequence(std::uint64_t& ret) noexcept {
+  MDB_cursor* cursor = nullptr;
+  if (const int code = mdb_cursor_open(writer_, order_, &cursor); code != MDB_SUCCESS) {
+    return code;
+  }
+  MDB_val key{};
+  MDB_val path{};
+  const int code = mdb_cursor_get(cursor, &key, &path, MDB_LAST);
+  ret = 1;
+  if (code == MDB_SUCCESS) {
+    std::memcpy(&ret, key.mv_data, sizeof ret);
+    ++ret;
+  }
+  mdb_cursor_close(cursor);
+  return code == MDB_NOTFOUND ? MDB_SUCCESS : code;
+}
+
+int lmdb_store::put(const ledger_write& write, std::uint64_t sequence) noexcept {
+  const lmdb_item_head head{sequence, write.kind, 0};
+  MDB_val key = lmdb_key(write.path);
+  MDB_val room{sizeof head + write.value.size(), nullptr};
+  const int code = mdb_put(writer_, items_, &key, &room, MDB_RESERVE);
+  if (code == MDB_SUCCESS) {
+    auto* bytes = static_cast<std::byte*>(room.mv_data);
+    std::memcpy(bytes, &head, sizeof head);
+    std::copy(write.value.begin(), write.value.end(), bytes + sizeof head);
+  }
+  return code;
+}
+
+// Batched items have no order of creation, so a write need not look at what is there, unless new
+// items are refused.
+int lmdb_store::write_batched(const ledger_write& write) noexcept {
+  MDB_val key = lmdb_key(write.path);
+  if (write.remove) {
+    return mdb_del(writer_, items_, &key, nullptr);
+  }
+  MDB_val found{};
+  const int code = room_ ? MDB_SUCCESS : mdb_get(writer_, items_, &key, &found);
+  if (code != MDB_SUCCESS) {
+    return code == MDB_NOTFOUND ? no_room : code;
+  }
+  return put(write, 0);
+}
+
+int lmdb_store::write_ordered(const ledger_write& write) noexcept {
+  MDB_val key = lmdb_key(write.path);
+  MDB_val found{};
+  const int code = mdb_get(writer_, items_, &key, &found);
+  if (code == MDB_NOTFOUND && !write.remove) {
+    return create(write);
+  }
+  lmdb_item_head head{};
+  std::span<const std::byte> value;
+  if (code != MDB_SUCCESS || !lmdb_split(found, head, value)) {
+    return code != MDB_SUCCESS ? code : MDB_CORRUPTED;
+  }
+  if (!write.remove) {
+    return put(write, head.sequence);
+  }
+  MDB_val place{sizeof head.sequence, &head.sequence};
+  const int deleted = mdb_del(writer_, items_, &key, nullptr);
+  return deleted != MDB_SUCCESS ? deleted : mdb_del(writer_, order_, &place, nullptr);
+}
+
+int lmdb_store::create(const ledger_write& write) noexcept {
+  std::uint64_t sequence = 0;
+  int code = room_ ? next_sequence(sequence) : no_room;
+  if (code == MDB_SUCCESS) {
+    MDB_val place{sizeof sequence, &sequence};
+    MDB_val key = lmdb_key(write.path);
+    code = mdb_put(writer_, order_, &place, &key, MDB_APPEND);
+  }
+  return code != MDB_SUCCESS ? code : put(write, sequence);
+}
+
+int lmdb_store::fail(int code) noexcept {
+  mdb_txn_abort(writer_);
+  writer_ = nullptr;
+  gathered_ = 0;
+  return status_of(code);
+}
+
+int lmdb_store::write(std::span<const ledger_write> writes) {
+  if (const int code = begin_write(); code != MDB_SUCCESS) {
+    return status_of(code);
+  }
+  for (const ledger_write& write : writes) {
+    const int code = batched() ? write_batched(write) : write_ordered(write);
+    if (code != MDB_SUCCESS) {
+      // What left no trace in the transaction spares the rest of the batch.
+      const bool harmless = batched() && (code == MDB_NOTFOUND || code == no_room);
+      return harmless ? status_of(code) : fail(code);
+    }
+  }
+  gathered_ += writes.size();
+  const std::size_t most = std::min(batch_max, options_.map_bytes / map_bytes_a_write);
+  return !batched() || gathered_ >= most ? flush() : status_ok;
+}
+
+int lmdb_store::flush() noexcept {
+  if (writer_ == nullptr) {
+    return status_ok;
+  }
+  MDB_txn* ending = writer_;
+  writer_ = nullptr;
+  gathered_ = 0;
+  return status_of(mdb_txn_commit(ending));
+}
+
+}  // namespace ot

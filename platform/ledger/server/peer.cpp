@@ -1,0 +1,240 @@
+// A client's conversation, on sd-bus without a bus. Everything a peer can do to the service is
+// bounded here: how long it may take to authenticate, to finish a message or to read an answer, how
+// large a message may be, how many requests one turn of the loop serves, and what waits for it. A
+// peer that does not read its answers is not read from; whoever breaks a rule is dropped.
+#include "platform/ledger/server/peer.h"
+
+#include <fcntl.h>
+#include <sys/epoll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <new>
+#include <utility>
+
+#include "platform/ledger/messages.h"
+#include "platform/ledger/path.h"
+#include "platform/ledger/server/requests.h"
+#include "platform/status.h"
+
+namespace ot {
+namespace {
+
+constexpr int requests_a_turn = 16;
+constexpr std::uint64_t first_message_us = 2'000'000;
+constexpr std::uint64_t stuck_us = 5'000'000;
+constexpr int socket_buffer = 128 * 1024;
+constexpr std::size_t message_overhead = 4096;  // what the bus's header adds, generously
+
+}  // namespace
+
+int ledger_peer::start(sd_event* event, unique_fd socket) noexcept {
+  watched_ = unique_fd{fcntl(socket.get(), F_DUPFD_CLOEXEC, 0)};
+  if (!watched_.valid()) {
+    return -errno;
+  }
+  sd_bus* made = nullptr;
+  int result = sd_bus_new(&made);
+  bus_.reset(made);
+  if (result >= 0) {
+    result = sd_bus_set_fd(made, socket.get(), socket.get());
+  }
+  if (result < 0) {
+    return result;
+  }
+  socket.release();
+  sd_id128_t id{};
+  sd_event_source* io = nullptr;
+  sd_event_source* again = nullptr;
+  sd_event_source* deadline = nullptr;
+  // The deferred source starts switched on: the bus has read what was there before the loop
+  // watches.
+  const bool set = sd_id128_randomize(&id) >= 0 && sd_bus_set_server(made, 1, id) >= 0 &&
+                   sd_bus_negotiate_fds(made, 0) >= 0 &&
+                   sd_bus_add_filter(made, nullptr, on_message, this) >= 0 &&
+                   sd_bus_start(made) >= 0 &&
+                   sd_event_add_io(event, &io, watched_.get(), EPOLLIN, on_io, this) >= 0 &&
+                   sd_event_add_defer(event, &again, on_again, this) >= 0 &&
+                   sd_event_add_time_relative(event, &deadline, CLOCK_MONOTONIC, first_message_us,
+                                              1000, on_deadline, this) >= 0;
+  // The bus asks for megabytes; what waits for a slow reader is to wait here, where it is bounded.
+  setsockopt(watched_.get(), SOL_SOCKET, SO_SNDBUF, &socket_buffer, sizeof socket_buffer);
+  io_.reset(io);
+  again_.reset(again);
+  deadline_.reset(deadline);
+  return set ? 0 : -ENOMEM;
+}
+
+int ledger_peer::on_io(sd_event_source* /*source*/, int fd, std::uint32_t /*events*/,
+                       void* userdata) noexcept {
+  auto& self = *static_cast<ledger_peer*>(userdata);
+  // The bus itself takes messages of up to 128 MB. Counting what is there before each turn ends a
+  // message that is too large while it comes in; a sender faster than the turn is ended after it.
+  int waiting = 0;
+  if (ioctl(fd, FIONREAD, &waiting) == 0 && waiting > 0) {
+    self.unfinished_ += static_cast<std::size_t>(waiting);
+  }
+  self.run();
+  return 0;
+}
+
+int ledger_peer::on_again(sd_event_source* /*source*/, void* userdata) noexcept {
+  static_cast<ledger_peer*>(userdata)->run();
+  return 0;
+}
+
+int ledger_peer::on_deadline(sd_event_source* /*source*/, std::uint64_t /*now*/,
+                             void* userdata) noexcept {
+  auto& self = *static_cast<ledger_peer*>(userdata);
+  if (self.waits_for_peer()) {
+    self.owner_.peer_ended(self);
+  }
+  return 0;
+}
+
+// A turn: serve, send, and say what to wait for.
+void ledger_peer::run() noexcept {
+  bool more = false;
+  try {
+    more = process();
+    send_notices();
+  } catch (const std::bad_alloc&) {
+    over_ = true;
+  }
+  if (over_ || sd_bus_is_open(bus_.get()) <= 0) {
+    owner_.peer_ended(*this);
+    return;
+  }
+  sd_event_source_set_enabled(again_.get(), more ? SD_EVENT_ONESHOT : SD_EVENT_OFF);
+  watch();
+}
+
+// True when requests may be left over.
+bool ledger_peer::process() noexcept {
+  for (int turn = 0; turn < requests_a_turn; ++turn) {
+    const std::uint64_t before = unsent();
+    const int result = sd_bus_process(bus_.get(), nullptr);
+    progress_ = progress_ || unsent() < before;
+    if (result < 0 || unfinished_ > ledger_message_max + message_overhead) {
+      over_ = true;
+    }
+    if (over_ || result == 0 || unsent() > 0) {
+      return false;
+    }
+  }
+  return true;
+}
+
+int ledger_peer::on_message(sd_bus_message* message, void* userdata,
+                            sd_bus_error* /*error*/) noexcept {
+  auto& self = *static_cast<ledger_peer*>(userdata);
+  self.unfinished_ = 0;
+  self.spoken_ = true;
+  self.progress_ = true;
+  try {
+    self.answer(message);
+  } catch (const std::bad_alloc&) {
+    self.over_ = true;
+  }
+  return 1;
+}
+
+void ledger_peer::answer(sd_bus_message* message) {
+  const char* member = sd_bus_message_get_member(message);
+  std::span<const std::byte> body;
+  if (sd_bus_message_is_method_call(message, ledger_interface, nullptr) <= 0 || member == nullptr ||
+      !ledger_message_body(message, body) || body.size() > ledger_message_max) {
+    over_ = true;
+    return;
+  }
+  ledger_writer reply;
+  if (std::string_view{member} == ledger_member::subscribe) {
+    reply.u32(static_cast<std::uint32_t>(subscribe(body)));
+  } else if (!ledger_serve_request(engine_, rights_, member, body, reply)) {
+    over_ = true;
+    return;
+  }
+  sd_bus_message* made = nullptr;
+  int result = sd_bus_message_new_method_return(message, &made);
+  const message_handle answered{made};
+  if (result >= 0) {
+    result = sd_bus_message_append_array(made, 'y', reply.data().data(), reply.data().size());
+  }
+  if (result < 0 || sd_bus_send(bus_.get(), made, nullptr) < 0) {
+    over_ = true;
+  }
+}
+
+int ledger_peer::subscribe(std::span<const std::byte> body) {
+  ledger_reader request{body};
+  const std::string_view path = request.text();
+  if (!request.finished()) {
+    return ledger_bad_message;
+  }
+  if (!rights_.read) {
+    return ledger_denied;
+  }
+  if (!ledger_base_path_valid(path)) {
+    return ledger_unknown_path;
+  }
+  followed_ = path;
+  return status_ok;
+}
+
+void ledger_peer::notify(std::string_view base, std::span<const ledger_dpv_notification> entries) {
+  if (followed_.empty()) {
+    return;
+  }
+  backlog_.push(ledger_notices_below(followed_, base, entries));
+  send_notices();
+  watch();
+}
+
+// One message at a time is in the bus's own queue; the rest waits in the backlog, which is bounded.
+void ledger_peer::send_notices() {
+  while (!over_ && !backlog_.empty() && unsent() == 0) {
+    ledger_writer body;
+    ledger_put_notices(body, backlog_.pop());
+    sd_bus_message* made = nullptr;
+    int result = sd_bus_message_new_signal(bus_.get(), &made, ledger_object, ledger_interface,
+                                           ledger_member::notices);
+    const message_handle message{made};
+    if (result >= 0) {
+      result = sd_bus_message_append_array(made, 'y', body.data().data(), body.data().size());
+    }
+    over_ = result < 0 || sd_bus_send(bus_.get(), made, nullptr) < 0;
+    progress_ = true;
+  }
+}
+
+std::uint64_t ledger_peer::unsent() const noexcept {
+  std::uint64_t count = 0;
+  return sd_bus_get_n_queued_write(bus_.get(), &count) < 0 ? 0 : count;
+}
+
+bool ledger_peer::waits_for_peer() const noexcept {
+  return over_ || !spoken_ || unfinished_ > 0 || unsent() > 0;
+}
+
+// Reads only while everything is written. The deadline runs while something is expected of the
+// peer, and starts anew with each step that it takes.
+void ledger_peer::watch() noexcept {
+  sd_event_source_set_io_events(io_.get(), unsent() > 0 ? EPOLLOUT : EPOLLIN);
+  if (over_) {
+    sd_event_source_set_time_relative(deadline_.get(), 0);
+    sd_event_source_set_enabled(deadline_.get(), SD_EVENT_ONESHOT);
+    return;
+  }
+  int enabled = SD_EVENT_OFF;
+  sd_event_source_get_enabled(deadline_.get(), &enabled);
+  if (!waits_for_peer()) {
+    sd_event_source_set_enabled(deadline_.get(), SD_EVENT_OFF);
+  } else if (spoken_ && (progress_ || enabled == SD_EVENT_OFF)) {
+    sd_event_source_set_time_relative(deadline_.get(), stuck_us);
+    sd_event_source_set_enabled(deadline_.get(), SD_EVENT_ONESHOT);
+  }
+  progress_ = false;
+}
+
+}  // namespace ot

@@ -1,0 +1,76 @@
+// One client of the ledger's socket.
+#pragma once
+
+#include <systemd/sd-event.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "platform/ledger/client/bus.h"
+#include "platform/ledger/engine/backlog.h"
+#include "platform/ledger/engine/engine.h"
+#include "platform/ledger/server/access.h"
+#include "platform/linux/process/unique_fd.h"
+
+namespace ot {
+
+struct event_source_closer {
+  void operator()(sd_event_source* source) const noexcept { sd_event_source_disable_unref(source); }
+};
+using event_source = std::unique_ptr<sd_event_source, event_source_closer>;
+
+class ledger_peer;
+
+// Told that a peer is over; it deletes it.
+class ledger_peer_owner {
+ public:
+  virtual ~ledger_peer_owner() = default;
+  virtual void peer_ended(ledger_peer& peer) noexcept = 0;
+};
+
+class ledger_peer {
+ public:
+  ledger_peer(ledger_peer_owner& owner, ledger_engine& engine, ledger_rights rights) noexcept
+      : owner_(owner), engine_(engine), rights_(rights) {}
+  ledger_peer(const ledger_peer&) = delete;
+  ledger_peer& operator=(const ledger_peer&) = delete;
+
+  // Starts the conversation on a connected socket. 0 or a negative errno.
+  int start(sd_event* event, unique_fd socket) noexcept;
+
+  // Queues the notices that this peer follows and sends what its socket takes.
+  void notify(std::string_view base, std::span<const ledger_dpv_notification> entries);
+
+ private:
+  static int on_io(sd_event_source* source, int fd, std::uint32_t events, void* userdata) noexcept;
+  static int on_again(sd_event_source* source, void* userdata) noexcept;
+  static int on_deadline(sd_event_source* source, std::uint64_t now, void* userdata) noexcept;
+  static int on_message(sd_bus_message* message, void* userdata, sd_bus_error* error) noexcept;
+
+  void run() noexcept;
+  bool process() noexcept;
+  void answer(sd_bus_message* message);
+  int subscribe(std::span<const std::byte> body);
+  void send_notices();
+  void watch() noexcept;
+  [[nodiscard]] std::uint64_t unsent() const noexcept;
+  [[nodiscard]] bool waits_for_peer() const noexcept;
+
+  ledger_peer_owner& owner_;
+  ledger_engine& engine_;
+  ledger_rights rights_;
+  unique_fd watched_;  // the bus closes its own as soon as the peer has left
+  bus_handle bus_;
+  event_source io_;
+  event_source again_;     // more than one turn's requests were there
+  event_source deadline_;  // for what the peer has to do next
+  std::string followed_;
+  ledger_backlog backlog_;
+  std::size_t unfinished_ = 0;  // bytes come in since the last whole message
+  bool progress_ = false;       // since the deadline was set
+  bool spoken_ = false;         // has sent a first message
+  bool over_ = false;
+};
+
+}  // namespace ot

@@ -1,0 +1,106 @@
+// The requests, one row each: what right it needs and what it asks the engine for. A body that does
+// not fit its row is answered as malformed before the engine sees any of it.
+#include "platform/ledger/server/requests.h"
+
+#include "platform/ledger/messages.h"
+#include "platform/status.h"
+
+namespace ot {
+namespace {
+
+// Adds to `ret` what follows the status.
+using serve_fn = int (*)(ledger_engine& engine, ledger_reader& request, ledger_writer& ret);
+
+int serve_bind(ledger_engine& engine, ledger_reader& request, ledger_writer& /*ret*/) {
+  const std::string_view path = request.text();
+  return request.finished() ? engine.bind(path) : ledger_bad_message;
+}
+
+int serve_get(ledger_engine& engine, ledger_reader& request, ledger_writer& ret) {
+  const std::string_view path = request.text();
+  ledger_value value;
+  const int status = request.finished() ? engine.get(path, value) : ledger_bad_message;
+  if (status == status_ok) {
+    ledger_put_value(ret, value.kind, value.bytes());
+  }
+  return status;
+}
+
+int serve_set(ledger_engine& engine, ledger_reader& request, ledger_writer& /*ret*/) {
+  const std::string_view path = request.text();
+  const auto kind = static_cast<ledger_kind>(request.u32());
+  const std::span<const std::byte> value = request.bytes();
+  return request.finished() ? engine.set(path, kind, value) : ledger_bad_message;
+}
+
+int serve_delete(ledger_engine& engine, ledger_reader& request, ledger_writer& /*ret*/) {
+  const std::string_view path = request.text();
+  return request.finished() ? engine.erase(path) : ledger_bad_message;
+}
+
+int serve_page(ledger_engine& engine, ledger_reader& request, ledger_writer& ret) {
+  const std::string_view prefix = request.text();
+  const std::string_view after = request.text();
+  std::vector<ledger_stored> items;
+  bool more = false;
+  const int status =
+      request.finished() ? engine.page(prefix, after, items, more) : ledger_bad_message;
+  if (status == status_ok) {
+    ret.u8(more ? 1 : 0);
+    ledger_put_stored(ret, items);
+  }
+  return status;
+}
+
+int serve_commit(ledger_engine& engine, ledger_reader& request, ledger_writer& ret) {
+  const std::vector<ledger_proposal> changes = ledger_take_proposals(request);
+  std::vector<ledger_refusal> refusals;
+  const int status = request.finished() ? engine.commit(changes, refusals) : ledger_bad_message;
+  ledger_put_refusals(ret, refusals);
+  return status;
+}
+
+int serve_list(ledger_engine& engine, ledger_reader& request, ledger_writer& ret) {
+  const ledger_list_query query = ledger_take_query(request);
+  ledger_page page;
+  const int status = request.finished() ? engine.list(query, page) : ledger_bad_message;
+  if (status == status_ok) {
+    ledger_put_page(ret, page);
+  }
+  return status;
+}
+
+struct request_row {
+  std::string_view member;
+  bool writes;
+  serve_fn serve;
+};
+
+constexpr request_row request_rows[] = {
+    {ledger_member::bind, false, serve_bind}, {ledger_member::get, false, serve_get},
+    {ledger_member::set, true, serve_set},    {ledger_member::erase, true, serve_delete},
+    {ledger_member::page, false, serve_page}, {ledger_member::commit, true, serve_commit},
+    {ledger_member::list, false, serve_list},
+};
+
+}  // namespace
+
+bool ledger_serve_request(ledger_engine& engine, const ledger_rights& rights,
+                          std::string_view member, std::span<const std::byte> body,
+                          ledger_writer& answer) {
+  for (const request_row& row : request_rows) {
+    if (row.member != member) {
+      continue;
+    }
+    ledger_reader request{body};
+    ledger_writer rest;
+    const bool allowed = row.writes ? rights.write : rights.read;
+    const int status = allowed ? row.serve(engine, request, rest) : ledger_denied;
+    answer.u32(static_cast<std::uint32_t>(status));
+    answer.append(rest);
+    return true;
+  }
+  return false;
+}
+
+}  // namespace ot

@@ -1,0 +1,74 @@
+// The socket to the BFD engine: whole messages in, whole messages out, and nothing that waits.
+// Loop's thread.
+#pragma once
+
+#include <systemd/sd-event.h>
+
+#include <optional>
+#include <string>
+
+#include "platform/event_manager.h"
+#include "platform/linux/bfd/frame.h"
+#include "platform/linux/bfd/timer.h"
+#include "platform/linux/process/unique_fd.h"
+
+namespace ot {
+
+// Why a connection ended.
+enum class bfd_end { closed, broken };
+
+class bfd_connection {
+ public:
+  // Whom the connection tells. `received` answers false for a message that cannot be right, and may
+  // throw bad_alloc; either breaks the connection. After `ended` it may be opened again.
+  class owner {
+   public:
+    virtual bool received(const bfd_frame& frame) = 0;
+    virtual void writable() noexcept = 0;
+    virtual void ended(bfd_end why) noexcept = 0;
+
+   protected:
+    ~owner() = default;
+  };
+
+  explicit bfd_connection(owner& told) noexcept : owner_(told) {}
+  ~bfd_connection() { close(); }
+  bfd_connection(const bfd_connection&) = delete;
+  bfd_connection& operator=(const bfd_connection&) = delete;
+
+  // Once, before the first opening. 0 or a status code.
+  int attach(evm* manager) noexcept;
+
+  // False when nobody listens there. Throws bad_alloc.
+  [[nodiscard]] bool open(const std::string& path);
+  void close() noexcept;
+  [[nodiscard]] bool is_open() const noexcept { return socket_.valid(); }
+
+  enum class sent { whole, later, broken };
+  // Sends a request, all of it or nothing; `later`: `writable` will come. Its answer is waited for,
+  // for a limited time.
+  sent send(const std::string& message) noexcept;
+  // An answer has come.
+  void answered() noexcept;
+  // Ends the connection as broken; not from inside `received`, which answers false instead.
+  void give_up() noexcept { end(bfd_end::broken); }
+
+ private:
+  static int on_io(sd_event_source* source, int fd, std::uint32_t events, void* self);
+
+  bool read() noexcept;
+  bool deliver();
+  void watch_patience(bool progress) noexcept;
+  void end(bfd_end why) noexcept;
+
+  owner& owner_;
+  evm* manager_ = nullptr;
+  unique_fd socket_;
+  sd_event_source* io_ = nullptr;
+  std::optional<bfd_frame_reader> reader_;
+  unsigned awaited_ = 0;  // answers
+  bfd_timer patience_{
+      [](void* self) noexcept { static_cast<bfd_connection*>(self)->end(bfd_end::broken); }, this};
+};
+
+}  // namespace ot

@@ -1,0 +1,139 @@
+// A subscriber to the service's track events, for tools and other programs. The publisher keeps a
+// bounded backlog for each; who does not read is cut off and has to subscribe again.
+#include "platform/event_subscriber.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <memory>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "platform/common/root_path.h"
+#include "platform/linux/events/protocol.h"
+#include "platform/linux/process/unique_fd.h"
+#include "platform/linux/process/unix_address.h"
+#include "platform/status.h"
+
+namespace ot {
+
+struct evdl_subscriber {
+  unique_fd connection;
+  std::vector<event_packet_record> packet;  // room for the largest one
+};
+
+namespace {
+
+constexpr int answer_limit_ms = 2'000;
+
+unique_fd connect_to_publisher() {
+  unique_fd connection(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+  // A service that does not accept must not hang its clients.
+  const timeval limit{answer_limit_ms / 1000, 0};
+  setsockopt(connection.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+  sockaddr_un address;
+  if (!connection.valid() || !unix_address(root_path(event_socket_path), &address) ||
+      connect(connection.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    return {};
+  }
+  return connection;
+}
+
+std::vector<std::byte> subscription_packet(std::span<const evdl_filter> filters) {
+  const event_subscription_head head{event_protocol_version,
+                                     static_cast<std::uint32_t>(filters.size())};
+  std::vector<std::byte> packet(sizeof head + filters.size() * sizeof(evdl_track_record));
+  std::memcpy(packet.data(), &head, sizeof head);
+  std::byte* place = packet.data() + sizeof head;
+  for (const evdl_filter& filter : filters) {
+    const evdl_track_record record{static_cast<std::uint32_t>(filter.track.size()),
+                                   filter.any_state ? 1U : 0U, fixed_text<32>(filter.track),
+                                   filter.state};
+    std::memcpy(place, &record, sizeof record);
+    place += sizeof record;
+  }
+  return packet;
+}
+
+// The publisher's answer, or ledger_unreachable without one. A publisher that refused without
+// reading leaves a reset before its answer.
+int await_answer(int connection) noexcept {
+  pollfd readable{connection, POLLIN, 0};
+  event_subscription_answer answer;
+  if (poll(&readable, 1, answer_limit_ms) != 1) {
+    return ledger_unreachable;
+  }
+  ssize_t length = recv(connection, &answer, sizeof answer, MSG_DONTWAIT);
+  if (length < 0 && errno == ECONNRESET) {
+    length = recv(connection, &answer, sizeof answer, MSG_DONTWAIT);
+  }
+  return length == static_cast<ssize_t>(sizeof answer) ? answer.status : ledger_unreachable;
+}
+
+int subscribe(std::span<const evdl_filter> filters, evdl_subscriber** ret) {
+  unique_fd connection = connect_to_publisher();
+  if (!connection.valid()) {
+    return errno == EACCES ? ledger_denied : ledger_unreachable;
+  }
+  const std::vector<std::byte> packet = subscription_packet(filters);
+  // A publisher that is full answers without reading, so a send that fails is not the last word.
+  send(connection.get(), packet.data(), packet.size(), MSG_NOSIGNAL);
+  if (const int status = await_answer(connection.get()); status != status_ok) {
+    return status;
+  }
+  auto added = std::make_unique<evdl_subscriber>();
+  added->connection = std::move(connection);
+  added->packet.resize(event_packet_limit);
+  *ret = added.release();
+  return status_ok;
+}
+
+}  // namespace
+
+int evdl_subscribe(std::span<const evdl_filter> filters, evdl_subscriber** ret) noexcept {
+  if (filters.size() > event_filter_limit) {
+    return E2BIG;
+  }
+  try {
+    return subscribe(filters, ret);
+  } catch (const std::bad_alloc&) {
+    return no_memory;
+  }
+}
+
+int evdl_subscriber_fd(const evdl_subscriber* subscriber) noexcept {
+  return subscriber->connection.get();
+}
+
+int evdl_receive(evdl_subscriber* subscriber, int timeout_ms,
+                 const std::function<void(const evdl_track_event&)>& on_event) {
+  const int connection = subscriber->connection.get();
+  pollfd readable{connection, POLLIN, 0};
+  if (poll(&readable, 1, timeout_ms) <= 0) {
+    return status_ok;
+  }
+  std::vector<event_packet_record>& packet = subscriber->packet;
+  for (;;) {
+    const ssize_t length =
+        recv(connection, packet.data(), packet.size() * sizeof packet[0], MSG_DONTWAIT);
+    if (length < 0 && (errno == EAGAIN || errno == EINTR)) {
+      return status_ok;
+    }
+    if (length <= 0) {
+      return ledger_unreachable;
+    }
+    const auto count = static_cast<std::size_t>(length) / sizeof packet[0];
+    for (event_packet_record& record : std::span(packet).first(count)) {
+      terminate(record.name);
+      on_event({std::string(record.name.view()), record.state});
+    }
+  }
+}
+
+void evdl_unsubscribe(evdl_subscriber* subscriber) noexcept {
+  delete subscriber;
+}
+
+}  // namespace ot

@@ -1,0 +1,154 @@
+// Following the kernel's links. Each event is compared with what was last told and only the
+// difference is told on. When the kernel had to drop events, everything is read again and the
+// differences are told as ordinary notifications.
+#include "platform/linux/links/client.h"
+
+#include <linux/rtnetlink.h>
+
+#include <cerrno>
+
+#include "platform/linux/loop/descriptors.h"
+#include "platform/status.h"
+
+namespace ot {
+namespace {
+
+// One read brings at most this many items (32 kB of links, two items for a rename); the batch is
+// handed over between reads when it could not hold another one.
+constexpr std::size_t items_of_one_read = 128;
+static_assert(link_batch::capacity >= 2 * items_of_one_read);
+
+// After so many reads the loop's other sources get their turn.
+constexpr int reads_of_one_turn = 256;
+
+}  // namespace
+
+int ifc_client::open() noexcept {
+  int status = events_.open_events(RTMGRP_LINK);
+  if (status == status_ok) {
+    status = requests_.open_requests();
+  }
+  if (status == status_ok) {
+    status = dump(&links_);
+  }
+  return status == status_ok ? attach() : status;
+}
+
+int ifc_client::attach() noexcept {
+  const int r =
+      sd_event_add_io(evm_sd_event(manager_), &source_, events_.fd(), EPOLLIN, on_readable, this);
+  return r < 0 ? -r : status_ok;
+}
+
+int ifc_client::on_readable(sd_event_source* /*source*/, int /*fd*/, std::uint32_t /*events*/,
+                            void* client) {
+  static_cast<ifc_client*>(client)->read_events();
+  return 0;
+}
+
+void ifc_client::read_events() {
+  int status = status_ok;
+  for (int reads = 0; status == status_ok && reads < reads_of_one_turn; ++reads) {
+    if (batch_.room() < items_of_one_read) {
+      break;
+    }
+    status = events_.receive(on_event, this);
+  }
+  batch_.deliver(callback_, callback_manager_);
+  if (status == ENOBUFS) {
+    status = read_all_again();
+  }
+  if (status != status_ok && status != EAGAIN) {
+    broken();
+  }
+}
+
+void ifc_client::on_event(void* client, const nlmsghdr& message) {
+  auto* self = static_cast<ifc_client*>(client);
+  link_record link;
+  if (!link_record_read(message, &link)) {
+    return;
+  }
+  if (message.nlmsg_type == RTM_NEWLINK) {
+    self->apply(link);
+  } else {
+    self->withdraw(link);
+  }
+}
+
+// Without memory to keep the link it is told all the same, and told again with its next event.
+void ifc_client::apply(const link_record& now) noexcept {
+  const link_record* before = links_.find(now.ifindex);
+  if (before == nullptr) {
+    batch_.add_present(now, registered_);
+  } else if (before->name == now.name) {
+    batch_.add_present(now, link_difference(*before, now) & registered_);
+  } else {
+    batch_.add_deleted(*before, registered_);
+    batch_.add_present(now, registered_);
+  }
+  links_.put(now);
+}
+
+void ifc_client::withdraw(const link_record& gone) noexcept {
+  if (const link_record* before = links_.find(gone.ifindex)) {
+    batch_.add_deleted(*before, registered_);
+    links_.erase(gone.ifindex);
+  }
+}
+
+// Deletions first: two links that swapped their names must both come out as present.
+int ifc_client::read_all_again() {
+  link_cache fresh;
+  int status = events_.drain();
+  if (status == status_ok) {
+    status = dump(&fresh);
+  }
+  if (status != status_ok) {
+    return status;
+  }
+  std::swap(links_, fresh);
+  const link_cache& before = fresh;
+  for (const link_record& link : before.all()) {
+    const link_record* now = links_.find(link.ifindex);
+    if (now == nullptr || !(now->name == link.name)) {
+      make_room();
+      batch_.add_deleted(link, registered_);
+    }
+  }
+  for (const link_record& link : links_.all()) {
+    const link_record* old = before.find(link.ifindex);
+    const bool same = old != nullptr && old->name == link.name;
+    make_room();
+    batch_.add_present(link, same ? link_difference(*old, link) & registered_ : registered_);
+  }
+  batch_.deliver(callback_, callback_manager_);
+  return status_ok;
+}
+
+int ifc_client::register_attribute(link_attributes attribute) {
+  if (callback_ == nullptr) {
+    return invalid_argument;
+  }
+  registered_ |= attribute;
+  for (const link_record& link : links_.all()) {
+    make_room();
+    batch_.add_present(link, attribute);
+  }
+  batch_.deliver(callback_, callback_manager_);
+  return status_ok;
+}
+
+void ifc_client::make_room() {
+  if (batch_.room() == 0) {
+    batch_.deliver(callback_, callback_manager_);
+  }
+}
+
+// The socket is of no use any more: the connection's owner opens a new one.
+void ifc_client::broken() noexcept {
+  source_ = sd_event_source_disable_unref(source_);
+  evm_conn_ended(manager_, connection_id_, evm_conn_failed);
+}
+
+}  // namespace ot

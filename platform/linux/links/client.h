@@ -1,0 +1,65 @@
+// A process's binding to the interface manager: the sockets, the links as last told, and who is
+// told.
+#pragma once
+
+#include <systemd/sd-event.h>
+
+#include "platform/interface_manager.h"
+#include "platform/linux/links/batch.h"
+#include "platform/linux/links/cache.h"
+#include "platform/linux/netlink/socket.h"
+
+namespace ot {
+
+class ifc_client {
+ public:
+  ifc_client(evm* manager, std::uint32_t connection_id) noexcept
+      : manager_(manager), connection_id_(connection_id) {}
+  ~ifc_client() { sd_event_source_disable_unref(source_); }
+  ifc_client(const ifc_client&) = delete;
+  ifc_client& operator=(const ifc_client&) = delete;
+
+  // Opens both sockets, reads all links and follows their events. 0 or a status code.
+  int open() noexcept;
+
+  [[nodiscard]] std::uint32_t connection_id() const noexcept { return connection_id_; }
+
+  void set_callback(evm* manager, ifc_callback callback) noexcept {
+    callback_manager_ = manager;
+    callback_ = callback;
+  }
+  // From here on `attribute` is told; its present value is told now. 22 without a callback.
+  int register_attribute(link_attributes attribute);
+
+  // The link of that name or ifindex: as last told, else as the kernel knows it at this moment. 0,
+  // 2 when there is none, or another errno value.
+  int look_up(const char* name, link_record* ret) noexcept;
+  int look_up(std::uint32_t ifindex, link_record* ret) noexcept;
+
+ private:
+  static int on_readable(sd_event_source* source, int fd, std::uint32_t events, void* client);
+  static void on_event(void* client, const nlmsghdr& message);
+
+  int attach() noexcept;
+  void read_events();
+  void apply(const link_record& now) noexcept;
+  void withdraw(const link_record& gone) noexcept;
+  int dump(link_cache* ret) noexcept;
+  int read_all_again();
+  int ask(std::uint32_t ifindex, const char* name, link_record* ret) noexcept;
+  void make_room();
+  void broken() noexcept;
+
+  evm* manager_;
+  std::uint32_t connection_id_;
+  evm* callback_manager_ = nullptr;
+  ifc_callback callback_ = nullptr;
+  link_attributes registered_ = 0;
+  netlink_socket events_;
+  netlink_socket requests_;
+  sd_event_source* source_ = nullptr;
+  link_cache links_;
+  link_batch batch_;
+};
+
+}  // namespace ot

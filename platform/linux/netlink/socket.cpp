@@ -1,0 +1,134 @@
+// Routing netlink through libmnl. A lost event is told by ENOBUFS before the events that are still
+// queued; what to do then is the owner's decision.
+#include "platform/linux/netlink/socket.h"
+
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <cerrno>
+
+namespace ot {
+namespace {
+
+constexpr int events_buffer = 8 * 1024 * 1024;
+constexpr std::size_t read_size = 32'768;  // what the kernel fills in one go of a dump
+
+// One read at a time, on the loop's thread and never nested: the answers of a request are complete
+// before it returns, and events are handed on after their read.
+alignas(nlmsghdr) thread_local char read_buffer[read_size];
+
+// The answer's end as seen in one message: -1 to go on, else the errno value.
+int answer_end(const nlmsghdr& message) noexcept {
+  if (message.nlmsg_type == NLMSG_ERROR) {
+    return -static_cast<const nlmsgerr*>(mnl_nlmsg_get_payload(&message))->error;
+  }
+  return message.nlmsg_type == NLMSG_DONE ? 0 : -1;
+}
+
+}  // namespace
+
+int netlink_socket::open(std::uint32_t groups, int flags) noexcept {
+  socket_.reset(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC | flags));
+  if (socket_ == nullptr || mnl_socket_bind(socket_.get(), groups, MNL_SOCKET_AUTOPID) < 0) {
+    return errno;
+  }
+  return 0;
+}
+
+int netlink_socket::open_events(std::uint32_t groups) noexcept {
+  const int status = open(groups, SOCK_NONBLOCK);
+  if (status != 0) {
+    return status;
+  }
+  // Without the privilege the system's own limit holds; a burst then costs a new dump sooner.
+  if (setsockopt(fd(), SOL_SOCKET, SO_RCVBUFFORCE, &events_buffer, sizeof events_buffer) != 0) {
+    setsockopt(fd(), SOL_SOCKET, SO_RCVBUF, &events_buffer, sizeof events_buffer);
+  }
+  return 0;
+}
+
+int netlink_socket::open_requests() noexcept {
+  const int status = open(0, 0);
+  if (status != 0) {
+    return status;
+  }
+  // The kernel answers within the call that asks; the limit only keeps a defect from hanging us.
+  const timeval limit{1, 0};
+  setsockopt(fd(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+  return 0;
+}
+
+int netlink_socket::receive(netlink_visit visit, void* context) noexcept {
+  ssize_t length = -1;
+  do {
+    length = mnl_socket_recvfrom(socket_.get(), read_buffer, sizeof read_buffer);
+  } while (length < 0 && errno == EINTR);
+  if (length < 0) {
+    return errno;
+  }
+  const auto* message = reinterpret_cast<const nlmsghdr*>(read_buffer);
+  int left = static_cast<int>(length);
+  for (; mnl_nlmsg_ok(message, left); message = mnl_nlmsg_next(message, &left)) {
+    visit(context, *message);
+  }
+  return 0;
+}
+
+int netlink_socket::drain() noexcept {
+  int status = 0;
+  while (status == 0 || status == ENOBUFS) {
+    status = receive([](void*, const nlmsghdr&) {}, nullptr);
+  }
+  return status == EAGAIN ? 0 : status;
+}
+
+int netlink_socket::request(nlmsghdr* message, netlink_visit visit, void* context) noexcept {
+  if ((message->nlmsg_flags & NLM_F_DUMP) != NLM_F_DUMP) {
+    message->nlmsg_flags |= NLM_F_ACK;
+  }
+  return exchange(message, false, visit, context);
+}
+
+int netlink_socket::ask(nlmsghdr* message, netlink_visit visit, void* context) noexcept {
+  return exchange(message, true, visit, context);
+}
+
+int netlink_socket::exchange(nlmsghdr* message, bool one_answer, netlink_visit visit,
+                             void* context) noexcept {
+  struct answer {
+    netlink_visit visit;
+    void* context;
+    std::uint32_t sequence;
+    bool one;
+    bool interrupted = false;
+    int end = -1;
+  };
+  message->nlmsg_flags |= NLM_F_REQUEST;
+  message->nlmsg_seq = ++sequence_;
+  if (mnl_socket_sendto(socket_.get(), message, message->nlmsg_len) < 0) {
+    return errno;
+  }
+  answer state{visit, context, sequence_, one_answer};
+  while (state.end < 0) {
+    const int status = receive(
+        [](void* to, const nlmsghdr& part) {
+          auto& reply = *static_cast<answer*>(to);
+          if (part.nlmsg_seq != reply.sequence || reply.end >= 0) {
+            return;  // left over from a request that was given up
+          }
+          reply.interrupted |= (part.nlmsg_flags & NLM_F_DUMP_INTR) != 0;
+          reply.end = answer_end(part);
+          if (reply.end < 0) {
+            reply.visit(reply.context, part);
+            reply.end = reply.one ? 0 : -1;
+          }
+        },
+        &state);
+    if (status != 0) {
+      return status;
+    }
+  }
+  return state.interrupted && state.end == 0 ? EINTR : state.end;
+}
+
+}  // namespace ot

@@ -1,0 +1,66 @@
+// One client of the kernel's routing tables: what it registered, what it was last told, and the
+// sockets. Main thread.
+#pragma once
+
+#include <systemd/sd-event.h>
+
+#include <cstdint>
+#include <vector>
+
+#include "platform/fib_client.h"
+#include "platform/linux/netlink/socket.h"
+#include "platform/linux/routes/lookup.h"
+#include "platform/linux/routes/record.h"
+#include "platform/linux/routes/watched_prefixes.h"
+
+namespace ot {
+
+class fib_session {
+ public:
+  fib_session(evm* manager, const rtclient_callbacks& callbacks) noexcept
+      : manager_(manager), callbacks_(callbacks) {}
+  ~fib_session();
+  fib_session(const fib_session&) = delete;
+  fib_session& operator=(const fib_session&) = delete;
+
+  // Connects in the background. 0 or a status code.
+  int start() noexcept;
+
+  int find(std::uint32_t address, std::uint32_t table, rtclient_result* ret) noexcept;
+  // 0, fib_already_registered, 12.
+  int add(const fib_prefix& prefix) noexcept;
+  // 0 or 2.
+  int remove(const fib_prefix& prefix) noexcept;
+
+ private:
+  static int on_readable(sd_event_source* source, int fd, std::uint32_t events, void* self);
+  static int on_registered(sd_event_source* source, std::uint64_t usec, void* self);
+  static int on_settled(sd_event_source* source, std::uint64_t usec, void* self);
+  static int on_audit(sd_event_source* source, std::uint64_t usec, void* self);
+  static int on_connect(sd_event_source* source, std::uint64_t usec, void* self);
+  static void on_event(void* self, const nlmsghdr& message);
+
+  int connect() noexcept;
+  void disconnect();
+  void schedule_audit() noexcept;
+  void look_and_pause();
+  void look_again(bool all);
+  void look_inside_burst();
+
+  evm* manager_;
+  rtclient_callbacks callbacks_;
+  netlink_socket events_;
+  route_lookup lookup_;
+  sd_event_source* readable_ = nullptr;
+  sd_event_source* registered_ = nullptr;
+  sd_event_source* settled_ = nullptr;  // a pause, or a burst, is over
+  sd_event_source* audit_ = nullptr;
+  sd_event_source* reconnect_ = nullptr;
+  watched_prefixes prefixes_{lookup_};
+  std::vector<route_record> changed_;  // routes of the events since all prefixes were looked at
+  std::size_t looked_inside_ = 0;      // how many of those were looked at on their own
+  bool everything_changed_ = false;
+  bool pausing_ = false;  // a look was a moment ago
+};
+
+}  // namespace ot

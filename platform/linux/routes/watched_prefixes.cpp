@@ -1,0 +1,96 @@
+// Looking registered prefixes up again. Only a look-up that differs from what was last told is
+// news, so looking too often costs time and nothing else.
+#include "platform/linux/routes/watched_prefixes.h"
+
+#include <algorithm>
+#include <new>
+
+#include "platform/ipv4.h"
+#include "platform/status.h"
+
+namespace ot {
+namespace {
+
+bool same(const rtclient_result& a, const rtclient_result& b) noexcept {
+  return a.route_found == b.route_found && a.prefix_length == b.prefix_length &&
+         a.first_hop == b.first_hop;
+}
+
+bool overlap(const fib_prefix& prefix, const route_record& route) noexcept {
+  const std::uint32_t shorter = std::min(prefix.length, route.length);
+  return prefix.table == route.table &&
+         ((prefix.address ^ route.destination) & ipv4_prefixlen2mask(shorter)) == 0;
+}
+
+}  // namespace
+
+int watched_prefixes::add(const fib_prefix& prefix) noexcept {
+  try {
+    const auto [it, is_new] = prefixes_.try_emplace(prefix);
+    it->second.told = false;
+    return is_new ? status_ok : fib_already_registered;
+  } catch (const std::bad_alloc&) {
+    return no_memory;
+  }
+}
+
+int watched_prefixes::remove(const fib_prefix& prefix) noexcept {
+  return prefixes_.erase(prefix) == 1 ? status_ok : not_found_errno;
+}
+
+void watched_prefixes::look_at_all() noexcept {
+  for (auto& [prefix, last] : prefixes_) {
+    look(prefix, last);
+  }
+}
+
+void watched_prefixes::look_at_related(std::span<const route_record> routes) noexcept {
+  for (auto& [prefix, last] : prefixes_) {
+    const auto& watched = prefix;  // a lambda cannot take the binding itself
+    const bool related = std::any_of(routes.begin(), routes.end(), [&](const route_record& route) {
+      return overlap(watched, route);
+    });
+    if (related || !last.told) {
+      look(prefix, last);
+    }
+  }
+}
+
+void watched_prefixes::look_at_containing(const route_record& route) noexcept {
+  for (std::uint32_t length = 0; length <= route.length; ++length) {
+    const std::uint32_t address = route.destination & ipv4_prefixlen2mask(length);
+    const auto it = prefixes_.find({route.table, address, length});
+    if (it != prefixes_.end()) {
+      look(it->first, it->second);
+    }
+  }
+}
+
+void watched_prefixes::look(const fib_prefix& prefix, last_told& last) noexcept {
+  rtclient_result now;
+  if (lookup_.find(prefix.address, prefix.table, &now) == status_ok &&
+      !(last.told && same(last.result, now))) {
+    last = {now, true, true};
+    any_news_ = true;
+  }
+}
+
+// The callback may register and unregister, so the walk goes by keys.
+void watched_prefixes::tell(void (*changed)(const rtclient_notification*)) {
+  auto it = any_news_ ? prefixes_.begin() : prefixes_.end();
+  any_news_ = false;
+  while (it != prefixes_.end()) {
+    if (!it->second.is_news) {
+      ++it;
+      continue;
+    }
+    it->second.is_news = false;
+    const fib_prefix prefix = it->first;
+    const rtclient_notification notification{fib_family_ipv4, prefix.table, prefix.address,
+                                             prefix.length};
+    changed(&notification);
+    it = prefixes_.upper_bound(prefix);
+  }
+}
+
+}  // namespace ot

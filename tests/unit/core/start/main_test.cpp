@@ -1,0 +1,162 @@
+// The start-up: its order, what it makes of failures, and the connection to the interface manager.
+#include "core/start/main.h"
+
+#include "core/debug.h"
+#include "core/restart.h"
+#include "platform/memory/controls.h"
+#include "platform/memory/ledger_controls.h"
+#include "platform/status.h"
+#include "sources/interface/table.h"
+#include "state/ledger_state.h"
+#include "state/timers.h"
+#include "tests/unit/service_fixture.h"
+
+namespace ot::test {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// Puts what makes `track` follow `interface` into the store, as an earlier run left it.
+void store_interface_track(const std::string& track, const std::string& interface) {
+  for (const ledger_proposal& item : interface_track(track, interface)) {
+    ledger_control_put(item.path, item.kind, item.value);
+  }
+}
+
+class start_up : public service_fixture {
+ protected:
+  // Runs ot_init; the status that the process ended with, or -1.
+  int exit_status() {
+    try {
+      ot_init(manager);
+    } catch (const process_exited& end) {
+      return end.status;
+    }
+    return -1;
+  }
+};
+
+TEST_F(start_up, of_a_router_without_configuration_is_silent) {
+  EXPECT_EQ(start(), 0);
+  EXPECT_THAT(field::take_messages(), IsEmpty());
+  EXPECT_EQ(hash_db_count(tracks_table), 0U);
+  EXPECT_TRUE(is_bound_ot_ha_ledger);
+  EXPECT_NE(tracks_calc_timer, nullptr);
+  EXPECT_NE(tracks_nfn_timer, nullptr);
+}
+
+TEST_F(start_up, applies_the_stored_configuration_after_everything_it_needs) {
+  field::interface_added("Gi1", true);
+  store_interface_track("up", "Gi1");
+  store_interface_track("absent", "Gi9");
+  ASSERT_EQ(start(), 0);
+  EXPECT_EQ(track("up").state, track_state::up);
+  EXPECT_EQ(track("absent").state, track_state::unknown);
+  EXPECT_EQ(published("up"), 1U);
+  EXPECT_EQ(published("absent"), 2U);
+  EXPECT_EQ(field::events_published(), 2U);
+  field::advance(std::chrono::milliseconds{100});
+  EXPECT_THAT(take_notifications(), ElementsAre("up set 1", "absent set 0"));
+}
+
+TEST_F(start_up, knows_a_restart_before_it_applies_the_configuration) {
+  store_interface_track("absent", "Gi9");
+  const auto up = bytes_of_numbers({1});
+  ledger_control_put("/oper/gl/object-tracking/absent", ledger_kind::u32, up);
+  ASSERT_EQ(start(2), 0);
+  // Taken over as up, then found to be unknown.
+  EXPECT_THAT(field::take_messages(),
+              ElementsAre("OT-SERVICES-6-TRACK_INFO: track absent state Unknown"));
+}
+
+TEST_F(start_up, names_the_step_that_failed) {
+  struct row {
+    const char* operation;
+    int code;
+    const char* message;
+  };
+  for (const row& failing : {
+           row{"dbg_register", 5, "trace flags (Operation not permitted)"},
+           row{"evm_async_attach", 5, "timers (Invalid argument)"},
+           row{"evm_init_sigevent", 5, "timers (Invalid argument)"},
+       }) {
+    field::fail_next(failing.operation, failing.code);
+    EXPECT_NE(start(), 0) << failing.operation;
+    EXPECT_THAT(
+        field::take_messages(),
+        Contains(std::string{"OT-SERVICES-3-INIT_FAIL: start-up failed at: "} + failing.message));
+    stop();
+  }
+}
+
+TEST_F(start_up, fails_when_the_published_states_cannot_be_bound) {
+  ledger_control_fail_next(ledger_operation::bind, ledger_unreachable);
+  EXPECT_EQ(start(), ledger_unreachable);
+  EXPECT_FALSE(is_bound_ot_ha_ledger);
+  EXPECT_THAT(field::take_messages(),
+              ElementsAre("OT-SERVICES-3-INIT_FAIL: start-up failed at: published states (The "
+                          "service is not running)"));
+}
+
+TEST_F(start_up, goes_on_while_the_interface_manager_is_not_there_yet) {
+  field::interface_added("Gi1");
+  field::interface_manager_gone();
+  store_interface_track("t", "Gi1");
+  ASSERT_EQ(start(), 0);
+  EXPECT_EQ(track("t").state, track_state::unknown);
+  field::interface_manager_back();
+  field::advance(std::chrono::seconds{1});
+  EXPECT_EQ(track("t").state, track_state::up);
+}
+
+TEST_F(start_up, can_be_run_again_after_a_stop) {
+  field::interface_added("Gi1");
+  ASSERT_EQ(start(), 0);
+  ASSERT_EQ(commit(interface_track("t", "Gi1")), 0);
+  stop();
+  EXPECT_EQ(hash_db_count(tracks_table), 0U);
+  EXPECT_EQ(hash_db_count(interfaces_table), 0U);
+  EXPECT_FALSE(is_bound_ot_ha_ledger);
+  ASSERT_EQ(start(2), 0);
+  EXPECT_EQ(track("t").state, track_state::up);
+}
+
+TEST_F(start_up, without_an_event_connection_the_process_ends_with_1) {
+  field::fail_next("evm_conn_create", 12);
+  EXPECT_EQ(exit_status(), 1);
+  EXPECT_THAT(field::take_messages(),
+              ElementsAre("OT-SERVICES-3-INIT_FAIL: event_conn_create failed"));
+}
+
+TEST_F(start_up, when_the_connection_cannot_be_opened_the_process_ends_with_1) {
+  field::fail_next("evm_conn_open", 5);
+  EXPECT_EQ(exit_status(), 1);
+  EXPECT_THAT(field::take_messages(),
+              ElementsAre("OT-SERVICES-3-INIT_FAIL: event_conn_open failed"));
+}
+
+TEST_F(start_up, an_open_connection_is_0_and_one_in_progress_is_told_as_such) {
+  EXPECT_EQ(ot_init(manager), 0);
+  field::interface_manager_gone();
+  EXPECT_EQ(ot_init(manager), open_in_progress);
+  EXPECT_EQ(static_cast<std::uint32_t>(open_in_progress), 0x21200e00U);
+}
+
+TEST_F(start_up, the_opening_is_traced) {
+  ASSERT_EQ(ot_debug_init(manager), 0);
+  trace();
+  ot_init(manager);
+  EXPECT_THAT(field::take_traces(), ElementsAre("(ot_init)", "(ot_ifm_open_func)"));
+}
+
+TEST(restart_flag, is_set_from_the_second_start_on) {
+  for (const auto& [count, flag] : {std::pair{0U, 0U}, {1U, 0U}, {2U, 1U}, {77U, 1U}, {1U, 0U}}) {
+    ot_set_restart(count);
+    EXPECT_EQ(ot_is_restart(), flag) << count;
+  }
+}
+
+}  // namespace
+}  // namespace ot::test

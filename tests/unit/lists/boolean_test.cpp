@@ -1,0 +1,204 @@
+// Boolean lists: configuration of their members, and the rule.
+#include "lists/boolean_list.h"
+
+#include "lists/list_config.h"
+#include "platform/status.h"
+#include "state/list_evaluation.h"
+#include "tests/unit/lists/fixture.h"
+
+namespace ot::test {
+namespace {
+
+class BooleanList : public ListFixture {};
+
+TEST_F(BooleanList, AndIsUpWhenEveryMemberIs) {
+  object("a", true);
+  object("b", true);
+  list("both", 3, {{"a"}, {"b"}});
+  EXPECT_EQ(state("both"), track_state::up);
+  field::link_down("b");
+  settle();
+  EXPECT_EQ(state("both"), track_state::down);
+  EXPECT_EQ(source("both"), track_state::down);
+}
+
+TEST_F(BooleanList, OrIsUpWhenOneMemberIs) {
+  object("a", false);
+  object("b", true);
+  list("any", 4, {{"a"}, {"b"}});
+  EXPECT_EQ(state("any"), track_state::up);
+  field::link_down("b");
+  settle();
+  EXPECT_EQ(state("any"), track_state::down);
+}
+
+TEST_F(BooleanList, AMissingMemberCountsAsDown) {
+  object("a", true);
+  list("both", 3, {{"a"}, {"nobody"}});
+  list("any", 4, {{"nobody"}});
+  list("inverse", 4, {{"nobody", 1}});
+  list("all_inverse", 3, {{"nobody", 1}, {"a"}});
+  EXPECT_EQ(state("both"), track_state::down);
+  EXPECT_EQ(state("any"), track_state::down);
+  EXPECT_EQ(state("inverse"), track_state::up);
+  EXPECT_EQ(state("all_inverse"), track_state::up);
+}
+
+TEST_F(BooleanList, AnUnknownMemberCountsAsDown) {
+  apply({set_number(track_path("blank", "delay_up"), 3)});
+  EXPECT_EQ(state("blank"), track_state::unknown);
+  list("both", 3, {{"blank"}});
+  list("inverse", 4, {{"blank", 1}});
+  EXPECT_EQ(state("both"), track_state::down);
+  EXPECT_EQ(state("inverse"), track_state::up);
+}
+
+TEST_F(BooleanList, AMemberMayComeAndGo) {
+  list("any", 4, {{"late"}});
+  EXPECT_EQ(state("any"), track_state::down);
+  object("late", true);
+  EXPECT_EQ(state("any"), track_state::up);
+  apply({set_number(track_path("late", "a"), 1)});
+  apply({remove_item(track_path("late", "a"))});
+  settle();
+  EXPECT_EQ(state("any"), track_state::down);
+  EXPECT_EQ(members("any"), "late=0");
+}
+
+TEST_F(BooleanList, AnEmptyListIsDown) {
+  object("a", true);
+  list("both", 3, {{"a"}});
+  list("any", 4, {{"a"}});
+  apply({remove_item(member_item("both", 3, "a")), remove_item(member_item("any", 4, "a"))});
+  settle();
+  EXPECT_EQ(members("both"), "");
+  EXPECT_EQ(state("both"), track_state::down);
+  EXPECT_EQ(state("any"), track_state::down);
+  const std::uint32_t before = publications("both");
+  object_tracking_calc_tracks_state_after_timer_expired();
+  EXPECT_EQ(publications("both"), before) << "an unchanged result is not published";
+}
+
+TEST_F(BooleanList, MembersRunFromNewestToOldest) {
+  list("l", 3, {{"a"}, {"b"}, {"c"}});
+  EXPECT_EQ(members("l"), "c=0 b=0 a=0");
+  apply({set_number(member_item("l", 3, "a"), 7)});
+  EXPECT_EQ(members("l"), "a=1 c=0 b=0") << "a changed member moves to the head";
+}
+
+TEST_F(BooleanList, AnUnchangedMemberRequestsNothing) {
+  list("l", 3, {{"a", 1}, {"b"}});
+  ASSERT_FALSE(calculation_requested());
+  apply({set_number(member_item("l", 3, "a"), 1)});
+  EXPECT_EQ(members("l"), "b=0 a=1");
+  EXPECT_FALSE(calculation_requested());
+  apply({set_number(member_item("l", 3, "a"), 0)});
+  EXPECT_TRUE(calculation_requested());
+}
+
+TEST_F(BooleanList, RefusesItselfButNotAnotherSpelling) {
+  EXPECT_EQ(commit({set_number(member_item("l", 3, "l"), 0)}), list_names_itself);
+  ASSERT_EQ(refusals.size(), 1U);
+  EXPECT_EQ(refusals[0].text, err_string(list_names_itself));
+  apply({set_number(member_item("l", 3, "L"), 0)});
+  EXPECT_EQ(members("l"), "L=0");
+}
+
+TEST_F(BooleanList, ATrackWithDelaysOnlyBecomesAList) {
+  apply({set_number(track_path("l", "delay_down"), 5)});
+  object("a", true);
+  list("l", 3, {{"a"}});
+  EXPECT_EQ(track("l").type, track_type::boolean_and);
+  EXPECT_EQ(track("l").delay_down, 5);
+  EXPECT_EQ(commit({set_number(list_item("l", 4, "a"), 1)}), track_type_conflict);
+}
+
+// What a member item without an old value or with missing path fields does is up to the ledger's
+// caller; the apply functions are called as it would.
+struct direct_change {
+  ledger_path_field fields[3];
+  std::size_t count = 3;
+  ledger_value new_value;
+  ledger_change change;
+
+  direct_change(std::uint32_t event, const char* track, std::uint32_t type, const char* object,
+                std::uint32_t value)
+      : fields{{track, 0}, {"0x", type}, {object, 0}} {
+    EXPECT_EQ(ledger_value_assign(new_value, ledger_kind::u32, bytes_of_numbers({value})), 0);
+    change.event = event;
+    change.new_value = &new_value;
+  }
+  const ledger_change& get() {
+    change.fields = std::span(fields, count);
+    return change;
+  }
+};
+
+TEST_F(BooleanList, ASetWithoutAnOldValueAddsASecondMember) {
+  direct_change first(ledger_event_create, "l", 3, "a", 0);
+  direct_change second(ledger_event_set, "l", 3, "a", 1);
+  direct_change gone(ledger_event_delete, "l", 3, "a", 0);
+  EXPECT_EQ(object_tracking_type_list_object_apply(first.get()), 0);
+  EXPECT_EQ(object_tracking_type_list_object_apply(second.get()), 0);
+  EXPECT_EQ(members("l"), "a=1 a=0");
+  EXPECT_EQ(object_tracking_type_list_object_apply(gone.get()), 0);
+  EXPECT_EQ(members("l"), "a=0") << "the newest goes first";
+  EXPECT_EQ(object_tracking_type_list_object_apply(gone.get()), 0);
+  EXPECT_EQ(object_tracking_type_list_object_apply(gone.get()), 0) << "no match is no error";
+  EXPECT_EQ(members("l"), "");
+}
+
+TEST_F(BooleanList, DispatchesByTheListType) {
+  for (const std::uint32_t type : {1U, 2U, 5U, 6U, 9U, 10U}) {
+    direct_change change(ledger_event_create, "l", type, "a", 0);
+    EXPECT_EQ(object_tracking_type_list_object_apply(change.get()), 0);
+    EXPECT_EQ(hash_db_get_track_item("l"), nullptr) << type;
+  }
+  direct_change untyped(ledger_event_create, "l", 0, "a", 0);
+  EXPECT_EQ(object_tracking_type_list_object_apply(untyped.get()), invalid_argument);
+  direct_change cut(ledger_event_create, "l", 3, "a", 0);
+  for (cut.count = 0; cut.count < 3; ++cut.count) {
+    EXPECT_EQ(object_tracking_type_list_object_apply(cut.get()), invalid_argument);
+    EXPECT_EQ(object_tracking_type_bool_object_apply(cut.get()), invalid_argument);
+  }
+}
+
+TEST_F(BooleanList, LongNamesAreCutWhenStoredAndComparedWhole) {
+  const std::string name(40, 'm');
+  ASSERT_EQ(object_tracking_type_bool_create("l", track_type::boolean_and, name.c_str(), 0), 0);
+  EXPECT_EQ(members("l"), name.substr(0, 39) + "=0");
+  delete_track_bool_object("l", name.c_str());
+  EXPECT_EQ(members("l"), name.substr(0, 39) + "=0");
+  delete_track_bool_object("l", name.substr(0, 39).c_str());
+  EXPECT_EQ(members("l"), "");
+  EXPECT_EQ(delete_track_bool_object("nobody", "m"), 0);
+}
+
+TEST_F(BooleanList, RemovingAllMembersWithdrawsAnUpState) {
+  object("a", true);
+  list("l", 3, {{"a"}});
+  const std::uint32_t before = publications("l");
+  EXPECT_EQ(object_tracking_delete_track_bool_objects_by_name("l"), 0);
+  EXPECT_EQ(state("l"), track_state::unknown);
+  EXPECT_EQ(publications("l"), before + 1);
+  EXPECT_EQ(track("l").type, track_type::none);
+  list("m", 3, {{"nobody"}});
+  const std::uint32_t down = publications("m");
+  EXPECT_EQ(object_tracking_delete_track_bool_objects_by_name("m"), 0);
+  EXPECT_EQ(state("m"), track_state::down);
+  EXPECT_EQ(publications("m"), down);
+  EXPECT_EQ(object_tracking_delete_track_bool_objects_by_name("nobody"), 0);
+  EXPECT_EQ(object_tracking_delete_track_bool_objects(nullptr), 0);
+}
+
+TEST_F(BooleanList, AFailedWithdrawalKeepsTheMembers) {
+  object("a", true);
+  list("l", 3, {{"a"}});
+  apply({set_number(track_path("l", "a"), 1)});
+  ledger_control_fail_next(ledger_operation::set, ledger_storage_failure);
+  EXPECT_EQ(commit({remove_item(track_path("l", "a"))}), ledger_storage_failure);
+  EXPECT_EQ(members("l"), "a=0");
+}
+
+}  // namespace
+}  // namespace ot::test

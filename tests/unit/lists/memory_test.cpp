@@ -1,0 +1,140 @@
+// Lists without memory: every allocation of every change fails once.
+#include "platform/memory/alloc_faults.h"
+
+#include "config/delays.h"
+#include "config/lifecycle.h"
+#include "lists/boolean_list.h"
+#include "lists/threshold_list.h"
+#include "platform/status.h"
+#include "state/list_evaluation.h"
+#include "tests/unit/lists/fixture.h"
+
+namespace ot::test {
+namespace {
+
+class ListMemory : public ListFixture {
+ protected:
+  // Undoes what a run made, the loss of the whole table included.
+  static void forget(const char* name) {
+    if (tracks_table.buckets == nullptr) {
+      ASSERT_EQ(tracks_table_create(), 0);
+    }
+    ASSERT_EQ(object_tracking_track_delete(name), 0);
+    field::advance(std::chrono::seconds(1));
+    field::take_messages();
+    ledger_control_take_notifications();
+  }
+
+  // Fails each allocation of `create`, which makes the track "l".
+  template <typename Create>
+  static void check_creation(Create&& create) {
+    forget("l");
+    int status = 0;
+    const std::int64_t before = count_live_allocations().count;
+    const std::uint64_t failed =
+        for_each_failing_allocation([&] { status = create(); },
+                                    [&](std::uint64_t k, bool hit) {
+                                      EXPECT_EQ(status, hit ? no_memory : status_ok) << k;
+                                      EXPECT_EQ(hash_db_get_track_item("l") != nullptr, !hit) << k;
+                                      forget("l");
+                                      EXPECT_EQ(count_live_allocations().count, before) << k;
+                                    });
+    EXPECT_GE(failed, 3U) << "the timer's context, its leaf, the table's entry at least";
+  }
+};
+
+TEST_F(ListMemory, ANewBooleanListIsMadeWholeOrNotAtAll) {
+  check_creation(
+      [] { return object_tracking_type_bool_create("l", track_type::boolean_or, "a", 1); });
+}
+
+TEST_F(ListMemory, ANewThresholdListIsMadeWholeOrNotAtAll) {
+  check_creation([] { return ot_thld_create_track("l", track_type::threshold_weight, "a", 9); });
+  check_creation(
+      [] { return ot_thld_create_track("l", track_type::threshold_weight, nullptr, 0); });
+}
+
+TEST_F(ListMemory, ANewTrackWithoutMemoryCostsEveryTrack) {
+  ASSERT_EQ(object_tracking_set_create_track_delay("other", 0, 0, true), 0);
+  std::uint64_t dropped = 0;
+  for_each_failing_allocation(
+      [] { object_tracking_type_bool_create("l", track_type::boolean_and, "a", 0); },
+      [&](std::uint64_t, bool) {
+        dropped += tracks_table.buckets == nullptr ? 1 : 0;
+        forget("l");
+        ASSERT_EQ(object_tracking_set_create_track_delay("other", 0, 0, true), 0);
+      });
+  EXPECT_EQ(dropped, 1U) << "only when the table itself has no room";
+}
+
+TEST_F(ListMemory, AMemberThatFindsNoRoomIsNotAdded) {
+  list("l", 3, {{"a"}});
+  list("w", 7, {{"a", 4}});
+  alloc_faults faults{0, alloc_fault_mode::onward};
+  EXPECT_EQ(object_tracking_type_bool_create("l", track_type::boolean_and, "b", 0), no_memory);
+  EXPECT_EQ(ot_thld_create_track("w", track_type::threshold_weight, "b", 5), no_memory);
+  EXPECT_EQ(track("l").object.list.members->next, nullptr);
+  EXPECT_EQ(track("w").object.list.members->next, nullptr);
+}
+
+// The old member goes before the new one comes.
+TEST_F(ListMemory, AChangedMemberThatFindsNoRoomIsLost) {
+  list("l", 3, {{"a"}, {"b"}});
+  ledger_value old_value;
+  ledger_value new_value;
+  ASSERT_EQ(ledger_value_assign(old_value, ledger_kind::u32, bytes_of_numbers({0})), 0);
+  ASSERT_EQ(ledger_value_assign(new_value, ledger_kind::u32, bytes_of_numbers({1})), 0);
+  const ledger_path_field fields[] = {{"l", 0}, {"0x3", 3}, {"a", 0}};
+  {
+    const alloc_faults faults{0};
+    EXPECT_EQ(
+        object_tracking_type_bool_object_apply({ledger_event_set, fields, &old_value, &new_value}),
+        no_memory);
+  }
+  EXPECT_EQ(members("l"), "b=0");
+  EXPECT_FALSE(calculation_requested()) << "a failed change requests nothing";
+}
+
+TEST_F(ListMemory, RemovingAndCalculatingNeedNone) {
+  object("a", true);
+  list("l", 3, {{"a"}});
+  limits("w", 7, "0x5", 1);
+  list("w", 7, {{"l", 2}});
+  const alloc_faults faults{0, alloc_fault_mode::onward};
+  object_tracking_calc_tracks_state_after_timer_expired();
+  delete_track_bool_object("l", "a");
+  ot_thld_del_obj_from_track("w", "l");
+  EXPECT_EQ(faults.count(), 0U);
+}
+
+// One commit may name a track twice; what it was first must not leak.
+TEST_F(ListMemory, ATrackThatStopsBeingAListGivesItsMembersUp) {
+  forget("l");
+  const std::int64_t before = count_live_allocations().count;
+  ASSERT_EQ(object_tracking_type_bool_create("l", track_type::boolean_and, "a", 0), 0);
+  const std::int64_t with_member = count_live_allocations().count;
+  ASSERT_EQ(ot_thld_create_track("l", track_type::interface, nullptr, 0), 0);
+  EXPECT_EQ(track("l").type, track_type::interface);
+  EXPECT_EQ(track("l").object.interface.name.c_str()[0], '\0');
+  EXPECT_EQ(count_live_allocations().count, with_member - 1);
+  forget("l");
+  EXPECT_EQ(count_live_allocations().count, before);
+}
+
+TEST_F(ListMemory, AListKeepsItsMembersAsAnotherKindOfList) {
+  list("l", 7, {{"a", 4}});
+  ASSERT_EQ(ot_thld_create_track("l", track_type::threshold_percentage, "b", 4), 0);
+  EXPECT_EQ(members("l"), "b=1 a=4");
+}
+
+TEST_F(ListMemory, ACommitMayMakeATrackAListAndThenAnInterfaceTrack) {
+  field::interface_added("eth0");
+  apply({set_number(member_item("l", 3, "a"), 0),
+         set_text(track_path("l", "type/interface/0x1/info/interface"), "eth0")});
+  EXPECT_EQ(track("l").type, track_type::interface);
+  EXPECT_STREQ(track("l").object.interface.name.c_str(), "eth0");
+  EXPECT_EQ(state("l"), track_state::up);
+}
+
+}  // namespace
+}  // namespace ot::test

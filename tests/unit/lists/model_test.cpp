@@ -1,0 +1,73 @@
+// The service against the model of its rules, over many random histories. OT_LIST_HISTORIES sets
+// how many (100,000; a tenth of it under sanitizers) and OT_LIST_HISTORY_FIRST the first one's
+// number, so that a failing history can be run alone.
+#include <algorithm>
+#include <cstdlib>
+
+#include "tests/unit/lists/cases.h"
+#include "tests/unit/lists/fixture.h"
+
+namespace ot::test {
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr std::uint64_t default_histories = 10'000;
+#else
+constexpr std::uint64_t default_histories = 100'000;
+#endif
+
+std::uint64_t number_from(const char* variable, std::uint64_t otherwise) {
+  const char* text = std::getenv(variable);
+  return text == nullptr ? otherwise : std::strtoull(text, nullptr, 10);
+}
+
+template <typename Model>
+std::string difference(const history& steps) {
+  Model model(tracks_table.bucket_count);
+  return run_history(steps, model);
+}
+
+// Empty, or what went wrong with the smallest history that still shows it.
+template <typename Model>
+std::string check(std::uint64_t which) {
+  const history steps = make_history(which);
+  if (difference<Model>(steps).empty()) return {};
+  const history small =
+      shrink(steps, [](const history& shorter) { return !difference<Model>(shorter).empty(); });
+  return "history " + std::to_string(which) + ":\n" + text_of(small) + difference<Model>(small);
+}
+
+// A list that is up also above its up limit: what the service must not be.
+class endless_model : public list_model {
+ public:
+  using list_model::list_model;
+
+ protected:
+  bool between_limits(const model_track& list, std::uint32_t value) const override {
+    return list.down_limit <= value;
+  }
+};
+
+class ListModel : public ListFixture {};
+
+TEST_F(ListModel, AgreesWithTheService) {
+  const std::uint64_t first = number_from("OT_LIST_HISTORY_FIRST", 0);
+  const std::uint64_t last = first + number_from("OT_LIST_HISTORIES", default_histories);
+  for (std::uint64_t which = first; which < last; ++which) {
+    ASSERT_EQ(check<list_model>(which), "");
+    if (which % 1000 == 0) ledger_control_take_notifications();
+  }
+}
+
+TEST_F(ListModel, ADepartureFromTheRulesIsFoundAndMadeSmall) {
+  std::string found;
+  for (std::uint64_t which = 0; found.empty() && which < 1000; ++which) {
+    found = check<endless_model>(which);
+  }
+  EXPECT_THAT(found, ::testing::HasSubstr("gets member"));
+  EXPECT_THAT(found, ::testing::HasSubstr("should be"));
+  EXPECT_LE(std::count(found.begin(), found.end(), '\n'), 8) << found;
+}
+
+}  // namespace
+}  // namespace ot::test

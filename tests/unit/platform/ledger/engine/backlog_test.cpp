@@ -1,0 +1,75 @@
+// The bounded queue of a reader's notices.
+#include "platform/ledger/engine/backlog.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace ot {
+namespace {
+
+ledger_dpv_notification entry(std::string& path, std::uint32_t kind, std::uint32_t* value) {
+  ledger_dpv_notification made{.path = path.data(), .kind = kind, .valid = 1};
+  (kind == ledger_notification_delete ? made.old_value : made.new_value) = value;
+  return made;
+}
+
+TEST(LedgerNotices, OnlyWhatIsFollowedComes) {
+  std::string x = "a/x";
+  std::string y = "b/y";
+  std::uint32_t up = 1;
+  std::uint32_t gone = 0;
+  ledger_dpv_notification entries[] = {entry(x, ledger_notification_set, &up),
+                                       entry(y, ledger_notification_delete, &gone),
+                                       entry(x, ledger_notification_set, nullptr)};
+  entries[2].valid = 0;
+  const ledger_notices all = ledger_notices_below("/oper/", "/oper/gl/", entries);
+  ASSERT_EQ(all.size(), 2U);
+  EXPECT_EQ(all[0].path, "gl/a/x");
+  EXPECT_EQ(all[0].value, 1U);
+  EXPECT_EQ(all[1].kind, ledger_notification_delete);
+  const ledger_notices some = ledger_notices_below("/oper/gl/b/", "/oper/gl/", entries);
+  ASSERT_EQ(some.size(), 1U);
+  EXPECT_EQ(some[0].path, "y");
+  EXPECT_TRUE(ledger_notices_below("/oper/other/", "/oper/gl/", entries).empty());
+}
+
+ledger_notices batch_of(std::size_t count) {
+  return ledger_notices(count, ledger_notice{.path = "t", .kind = ledger_notification_set});
+}
+
+TEST(LedgerBacklog, BatchesLeaveInOrder) {
+  ledger_backlog backlog;
+  backlog.push(batch_of(1));
+  backlog.push(batch_of(0));
+  backlog.push(batch_of(2));
+  EXPECT_EQ(backlog.pop().size(), 1U);
+  EXPECT_EQ(backlog.pop().size(), 2U);
+  EXPECT_TRUE(backlog.empty());
+  EXPECT_TRUE(backlog.pop().empty());
+}
+
+TEST(LedgerBacklog, OneResyncReplacesWhatDoesNotFit) {
+  ledger_backlog backlog;
+  for (std::size_t i = 0; i < ledger_backlog::max_batches; ++i) {
+    backlog.push(batch_of(1));
+  }
+  backlog.push(batch_of(1));
+  ledger_notices left = backlog.pop();
+  ASSERT_EQ(left.size(), 1U);
+  EXPECT_TRUE(left[0].resync);
+  EXPECT_TRUE(backlog.empty());
+  backlog.push(batch_of(3));
+  EXPECT_EQ(backlog.pop().size(), 3U);
+}
+
+TEST(LedgerBacklog, NoticesAreBoundedToo) {
+  ledger_backlog backlog;
+  backlog.push(batch_of(ledger_backlog::max_notices));
+  backlog.push(batch_of(1));
+  EXPECT_TRUE(backlog.pop().at(0).resync);
+  EXPECT_TRUE(backlog.empty());
+}
+
+}  // namespace
+}  // namespace ot
