@@ -13,6 +13,10 @@ struct evm;
 // outside its handlers.
 void process_wait(evm* manager, bool (*ready)()) noexcept;
 
+// The calling thread's name, as process listings show it: at most 15 characters; an empty one takes
+// the process's name back.
+void thread_name_set(const char* name) noexcept;
+
 // True when the ledger client library stands in its place, "/pkg/lib/libledger.so" below the
 // package root, and can be read.
 bool ledger_library_readable() noexcept;

@@ -1,4 +1,5 @@
-// The front-end entry: the executable called with arguments.
+// The front-end entry: the executable called with arguments. It serves "show ..." and ends the
+// process with 1 when the trace flags cannot be set up.
 
 #include "core/start/main.h"
 
@@ -10,6 +11,7 @@
 #include "show/show.h"
 
 namespace ot {
+
 int main(int argc, char** argv) {
   if (ot_debug_init(nullptr) != 0) {
     std::fputs("failed to setup init debug info!", stderr);

@@ -10,7 +10,7 @@
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/world.h"
-#include "platform/thread_name.h"
+#include "platform/process.h"
 
 namespace ot {
 namespace {

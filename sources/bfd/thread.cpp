@@ -13,8 +13,8 @@
 
 #include "core/debug.h"
 #include "platform/bfd_client.h"
+#include "platform/process.h"
 #include "platform/status.h"
-#include "platform/thread_name.h"
 #include "sources/bfd/events.h"
 #include "sources/bfd/sessions.h"
 

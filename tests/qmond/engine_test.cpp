@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "platform/linux/monotonic.h"
 #include "tests/qmond/table_fixture.h"
 
 namespace ot::qmond {

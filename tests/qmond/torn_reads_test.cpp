@@ -8,7 +8,8 @@
 #include <random>
 #include <thread>
 
-#include "platform/linux/process/unique_fd.h"
+#include "platform/linux/monotonic.h"
+#include "platform/linux/unique_fd.h"
 #include "tests/qmond/table_fixture.h"
 
 namespace ot::qmond {

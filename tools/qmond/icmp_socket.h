@@ -9,7 +9,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "platform/linux/process/unique_fd.h"
+#include "platform/linux/unique_fd.h"
 #include "tools/qmond/address.h"
 #include "tools/qmond/loop.h"
 #include "tools/qmond/operation.h"

@@ -97,11 +97,4 @@ void loop_source::set_time(std::uint64_t time_us) {
   sd_event_source_set_enabled(state_->source, SD_EVENT_ONESHOT);
 }
 
-std::uint64_t monotonic_us() noexcept {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<std::uint64_t>(now.tv_sec) * 1000000 +
-         static_cast<std::uint64_t>(now.tv_nsec) / 1000;
-}
-
 }  // namespace ot::qmond

@@ -8,6 +8,8 @@
 #include <functional>
 #include <memory>
 
+#include "platform/linux/monotonic.h"
+
 namespace ot::qmond {
 
 class loop_source {
@@ -41,8 +43,5 @@ class loop_source {
 
   std::shared_ptr<state> state_;
 };
-
-// CLOCK_MONOTONIC in microseconds.
-std::uint64_t monotonic_us() noexcept;
 
 }  // namespace ot::qmond

@@ -1,7 +1,7 @@
 // Sockets that leave through the interface or VRF and from the source address of an operation.
 #pragma once
 
-#include "platform/linux/process/unique_fd.h"
+#include "platform/linux/unique_fd.h"
 #include "tools/qmond/address.h"
 #include "tools/qmond/operation.h"
 

@@ -15,6 +15,7 @@
 #include <system_error>
 
 #include "platform/common/root_path.h"
+#include "platform/linux/monotonic.h"
 #include "platform/probe_service.h"
 #include "tools/qmond/failure.h"
 #include "tools/qmond/history.h"

@@ -14,7 +14,8 @@
 #include <system_error>
 #include <utility>
 
-#include "platform/linux/process/unique_fd.h"
+#include "platform/linux/monotonic.h"
+#include "platform/linux/unique_fd.h"
 #include "tools/qmond/kinds.h"
 
 namespace ot::qmond {

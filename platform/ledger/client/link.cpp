@@ -11,9 +11,9 @@
 #include <new>
 
 #include "platform/common/root_path.h"
-#include "platform/ledger/client/monotonic.h"
 #include "platform/ledger/messages.h"
-#include "platform/linux/process/unix_address.h"
+#include "platform/linux/monotonic.h"
+#include "platform/linux/unix_address.h"
 #include "platform/status.h"
 
 namespace ot {

@@ -8,8 +8,8 @@
 #include <utility>
 
 #include "platform/ledger/client/link.h"
-#include "platform/ledger/client/monotonic.h"
 #include "platform/ledger/messages.h"
+#include "platform/linux/monotonic.h"
 #include "platform/status.h"
 
 namespace ot {

@@ -9,7 +9,7 @@
 #include "platform/ledger/engine/host.h"
 #include "platform/ledger/server/hosting.h"
 #include "platform/ledger/server/server.h"
-#include "platform/linux/loop/descriptors.h"
+#include "platform/linux/loop/sd_event.h"
 #include "platform/status.h"
 
 namespace ot {

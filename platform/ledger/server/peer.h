@@ -11,7 +11,7 @@
 #include "platform/ledger/engine/backlog.h"
 #include "platform/ledger/engine/engine.h"
 #include "platform/ledger/server/access.h"
-#include "platform/linux/process/unique_fd.h"
+#include "platform/linux/unique_fd.h"
 
 namespace ot {
 

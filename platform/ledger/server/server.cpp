@@ -15,10 +15,10 @@
 
 #include "platform/common/root_path.h"
 #include "platform/ledger/messages.h"
-#include "platform/linux/loop/descriptors.h"
-#include "platform/linux/process/boot_id.h"
+#include "platform/linux/loop/sd_event.h"
+#include "platform/linux/process/boot.h"
 #include "platform/linux/process/directories.h"
-#include "platform/linux/process/unix_address.h"
+#include "platform/linux/unix_address.h"
 #include "platform/messages.h"
 #include "platform/status.h"
 

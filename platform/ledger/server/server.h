@@ -10,7 +10,7 @@
 #include "platform/ledger/server/instance_lock.h"
 #include "platform/ledger/server/lmdb_store.h"
 #include "platform/ledger/server/peer.h"
-#include "platform/linux/process/unique_fd.h"
+#include "platform/linux/unique_fd.h"
 
 namespace ot {
 

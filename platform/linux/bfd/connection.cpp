@@ -10,7 +10,7 @@
 #include <new>
 
 #include "platform/linux/bfd/engine_socket.h"
-#include "platform/linux/loop/descriptors.h"
+#include "platform/linux/loop/sd_event.h"
 
 namespace ot {
 namespace {

@@ -10,7 +10,7 @@
 #include "platform/event_manager.h"
 #include "platform/linux/bfd/frame.h"
 #include "platform/linux/bfd/timer.h"
-#include "platform/linux/process/unique_fd.h"
+#include "platform/linux/unique_fd.h"
 
 namespace ot {
 

@@ -12,7 +12,7 @@
 
 #include "platform/bfd_client.h"
 #include "platform/common/root_path.h"
-#include "platform/linux/process/unix_address.h"
+#include "platform/linux/unix_address.h"
 
 namespace ot {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/process/unique_fd.h"
+#include "platform/linux/unique_fd.h"
 
 namespace ot {
 

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "platform/linux/loop/descriptors.h"
+#include "platform/linux/loop/sd_event.h"
 
 namespace ot {
 namespace {

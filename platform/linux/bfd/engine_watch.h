@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "platform/event_manager.h"
-#include "platform/linux/process/unique_fd.h"
+#include "platform/linux/unique_fd.h"
 
 namespace ot {
 

@@ -2,7 +2,7 @@
 // nothing can fail when a deadline is needed.
 #include "platform/linux/bfd/timer.h"
 
-#include "platform/linux/loop/descriptors.h"
+#include "platform/linux/loop/sd_event.h"
 #include "platform/status.h"
 
 namespace ot {

@@ -7,7 +7,7 @@
 
 #include "platform/linux/events/publisher_linux.h"
 #include "platform/linux/events/server.h"
-#include "platform/linux/loop/descriptors.h"
+#include "platform/linux/loop/sd_event.h"
 #include "platform/status.h"
 
 namespace ot {

@@ -9,9 +9,9 @@
 #include <string>
 
 #include "platform/common/root_path.h"
-#include "platform/linux/loop/descriptors.h"
+#include "platform/linux/loop/sd_event.h"
 #include "platform/linux/process/directories.h"
-#include "platform/linux/process/unix_address.h"
+#include "platform/linux/unix_address.h"
 #include "platform/status.h"
 
 namespace ot {

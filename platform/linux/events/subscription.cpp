@@ -12,7 +12,7 @@
 #include <new>
 
 #include "platform/linux/events/server.h"
-#include "platform/linux/loop/descriptors.h"
+#include "platform/linux/loop/sd_event.h"
 #include "platform/status.h"
 
 namespace ot {

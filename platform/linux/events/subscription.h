@@ -7,7 +7,7 @@
 
 #include "platform/event_manager.h"
 #include "platform/linux/events/protocol.h"
-#include "platform/linux/process/unique_fd.h"
+#include "platform/linux/unique_fd.h"
 
 namespace ot {
 

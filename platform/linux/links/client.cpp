@@ -7,7 +7,7 @@
 
 #include <cerrno>
 
-#include "platform/linux/loop/descriptors.h"
+#include "platform/linux/loop/sd_event.h"
 #include "platform/status.h"
 
 namespace ot {

@@ -11,7 +11,7 @@
 #include <new>
 
 #include "platform/common/vrf_requests.h"
-#include "platform/linux/loop/descriptors.h"
+#include "platform/linux/loop/sd_event.h"
 #include "platform/linux/netlink/attributes.h"
 #include "platform/status.h"
 

@@ -9,7 +9,7 @@
 
 #include "platform/linux/log/formatted_length.h"
 #include "platform/linux/log/sink.h"
-#include "platform/linux/loop/descriptors.h"
+#include "platform/linux/loop/sd_event.h"
 #include "platform/status.h"
 
 namespace ot {

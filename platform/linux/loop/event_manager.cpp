@@ -7,8 +7,8 @@
 #include <memory>
 #include <new>
 
-#include "platform/linux/loop/descriptors.h"
 #include "platform/linux/loop/impl.h"
+#include "platform/linux/loop/sd_event.h"
 #include "platform/status.h"
 
 namespace ot {

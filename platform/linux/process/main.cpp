@@ -1,12 +1,28 @@
-// The C entry point of the executable. Without arguments it is the service; "show" belongs to the
-// service's own front-end; the rest is answered here.
-#include "core/start/main.h"
+// The process framework: the C entry point of the executable and the frame in which the service
+// runs, in the manner of a service manager's children: in the foreground, stopped by a signal,
+// reporting when it is ready and that it is alive. Without arguments the executable is the service;
+// "show" belongs to the service's own front-end; the rest is answered here.
+//
+// The order matters: the ledger is opened first, because it is what refuses a second instance, and
+// the log's flush is hooked in last, so that events leave before the log is written.
+#include <sys/stat.h>
+#include <systemd/sd-daemon.h>
 
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <string_view>
 
-#include "platform/linux/process/service.h"
+#include "platform/ledger/server/hosting.h"
+#include "platform/linux/events/publisher_linux.h"
+#include "platform/linux/log/queue.h"
+#include "platform/linux/loop/sd_event.h"
+#include "platform/linux/process/boot.h"
+#include "platform/process.h"
+#include "platform/service.h"
+#include "platform/status.h"
 
+namespace ot {
 namespace {
 
 constexpr const char* usage =
@@ -16,7 +32,105 @@ constexpr const char* usage =
 
 constexpr int usage_error = 2;
 
+constexpr int stop_signals[] = {SIGTERM, SIGINT};
+
+bool stop_asked = false;
+
+int on_stop_signal(sd_event_source* /*source*/, const signalfd_siginfo* /*info*/,
+                   void* /*context*/) {
+  stop_asked = true;
+  return 0;
+}
+
+// Before any thread is started, so that all of them inherit the mask.
+void set_signals_up() noexcept {
+  std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGHUP, SIG_IGN);
+  sigset_t blocked;
+  sigemptyset(&blocked);
+  for (const int number : stop_signals) {
+    sigaddset(&blocked, number);
+  }
+  sigprocmask(SIG_BLOCK, &blocked, nullptr);
+}
+
+// The manager with what the service manager needs of it: stop signals and the watchdog.
+int create_manager(evm** ret) noexcept {
+  int status = evm_create(ret);
+  if (status != status_ok) {
+    return status;
+  }
+  sd_event* loop = evm_sd_event(*ret);
+  for (const int number : stop_signals) {
+    const int r = sd_event_add_signal(loop, nullptr, number, on_stop_signal, nullptr);
+    status = r < 0 && status == status_ok ? -r : status;
+  }
+  const int r = sd_event_set_watchdog(loop, 1);  // only where the service manager asks for it
+  return r < 0 && status == status_ok ? -r : status;
+}
+
+int refuse(const char* what, const char* why) {
+  std::fprintf(stderr, "object_tracking: %s: %s\n", what, why);
+  return 1;
+}
+
+// Runs handlers until the stop is asked for. 0 or the code of the wait that failed.
+int run_loop(evm* manager) {
+  while (!stop_asked) {
+    const int status = evm_block(manager);
+    if (status == status_ok) {
+      evm_dispatch(manager);
+    } else if (status != EINTR) {
+      return status;
+    }
+  }
+  return status_ok;
+}
+
+// The states stay as published; only sockets and stores are closed. Other threads may still run, so
+// the process ends without tearing anything else down.
+[[noreturn]] void end_service(evm* manager, int loop_status) {
+  sd_notify(0, "STOPPING=1");
+  evm_flush(manager);
+  event_publisher_close();
+  ledger_server_close();
+  if (loop_status != status_ok) {
+    refuse("the event loop failed", err_string(loop_status));
+  }
+  process_exit(loop_status == status_ok ? 0 : 1);
+}
+
+// Runs the service in the foreground until it is stopped (SIGTERM, SIGINT). Returns 1 when it
+// cannot start; ends the process otherwise.
+int run_service() {
+  umask(0027);
+  set_signals_up();
+  evm* manager = nullptr;
+  if (const int status = create_manager(&manager); status != status_ok) {
+    return refuse("no event loop", err_string(status));
+  }
+  char error[512] = "";
+  if (ledger_server_open(manager, error, sizeof error) != status_ok) {
+    return refuse("cannot start", error);
+  }
+  std::uint32_t start_count = 0;
+  if (const int status = start_count_next(&start_count); status != status_ok) {
+    return refuse("cannot keep the start count", err_string(status));
+  }
+  if (ot_start(manager, start_count) != status_ok) {
+    ledger_server_close();
+    process_exit(1);  // the step that failed is in the log
+  }
+  if (const int status = log_queue_attach(manager); status != status_ok) {
+    return refuse("no log", err_string(status));
+  }
+  ledger_server_serve();
+  sd_notify(0, "READY=1");
+  end_service(manager, run_loop(manager));
+}
+
 }  // namespace
+}  // namespace ot
 
 int main(int argc, char** argv) {
   if (argc == 1) {
@@ -27,13 +141,13 @@ int main(int argc, char** argv) {
     return ot::main(argc, argv);
   }
   if (argc == 2 && command == "--help") {
-    std::fputs(usage, stdout);
+    std::fputs(ot::usage, stdout);
     return 0;
   }
   if (argc == 2 && command == "--version") {
     std::puts("object_tracking " OT_VERSION);
     return 0;
   }
-  std::fputs(usage, stderr);
-  return usage_error;
+  std::fputs(ot::usage, stderr);
+  return ot::usage_error;
 }

@@ -14,7 +14,7 @@
 #include <ctime>
 #include <new>
 
-#include "platform/linux/loop/descriptors.h"
+#include "platform/linux/loop/sd_event.h"
 #include "platform/status.h"
 
 namespace ot {

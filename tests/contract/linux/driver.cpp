@@ -20,7 +20,7 @@
 #include "platform/linux/events/publisher_linux.h"
 #include "platform/linux/links/vrf_devices.h"
 #include "platform/linux/log/queue.h"
-#include "platform/linux/loop/descriptors.h"
+#include "platform/linux/loop/sd_event.h"
 
 namespace ot::contract {
 namespace {

@@ -15,8 +15,8 @@
 #include "platform/event_subscriber.h"
 #include "platform/linux/events/protocol.h"
 #include "platform/linux/events/publisher_linux.h"
-#include "platform/linux/process/unique_fd.h"
-#include "platform/linux/process/unix_address.h"
+#include "platform/linux/unique_fd.h"
+#include "platform/linux/unix_address.h"
 #include "platform/status.h"
 
 namespace ot::testing {

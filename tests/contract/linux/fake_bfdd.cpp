@@ -9,8 +9,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "platform/linux/loop/descriptors.h"
-#include "platform/linux/process/unix_address.h"
+#include "platform/linux/loop/sd_event.h"
+#include "platform/linux/unix_address.h"
 
 namespace ot::testing {
 namespace {

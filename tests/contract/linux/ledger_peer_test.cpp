@@ -12,7 +12,7 @@
 #include "platform/ledger/client/link.h"
 #include "platform/ledger/messages.h"
 #include "platform/ledger_commit.h"
-#include "platform/linux/process/unique_fd.h"
+#include "platform/linux/unique_fd.h"
 #include "platform/status.h"
 #include "tests/contract/linux/closed_descriptors.h"
 #include "tests/contract/linux/ledger_place.h"

@@ -11,7 +11,7 @@
 
 #include "platform/event_manager.h"
 #include "platform/interface_manager.h"
-#include "platform/linux/loop/descriptors.h"
+#include "platform/linux/loop/sd_event.h"
 
 namespace ot::testing {
 

@@ -10,7 +10,7 @@
 #include <chrono>
 #include <utility>
 
-#include "platform/linux/process/unix_address.h"
+#include "platform/linux/unix_address.h"
 
 namespace ot::test {
 namespace {

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "platform/common/root_path.h"
+#include "platform/linux/monotonic.h"
 #include "platform/linux/probes/qmon/table_view.h"
 
 namespace {

@@ -9,9 +9,8 @@
 
 #include <bit>
 #include <cerrno>
-#include <ctime>
 
-#include "platform/linux/process/unique_fd.h"
+#include "platform/linux/unique_fd.h"
 
 namespace ot {
 namespace {
@@ -29,13 +28,6 @@ int check(const table_header& header, std::size_t file_size, std::uint32_t* ret_
 }
 
 }  // namespace
-
-std::uint64_t monotonic_ms() noexcept {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<std::uint64_t>(now.tv_sec) * 1000 +
-         static_cast<std::uint64_t>(now.tv_nsec) / 1000000;
-}
 
 int table_view::open(const std::string& path) noexcept {
   const unique_fd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));

@@ -54,7 +54,4 @@ class table_view {
   ino_t inode_ = 0;
 };
 
-// CLOCK_MONOTONIC in milliseconds.
-std::uint64_t monotonic_ms() noexcept;
-
 }  // namespace ot

@@ -1,12 +1,13 @@
-// The clock and the alarm under the timer tree: CLOCK_BOOTTIME, which runs on while the machine is
-// suspended, and one timer source of the loop for each tree.
-#include "platform/common/timer_driver.h"
-
+// The wall clock, and the clock and the alarm under the timer tree: CLOCK_BOOTTIME, which runs on
+// while the machine is suspended, and one timer source of the loop for each tree.
 #include <ctime>
+
 #include <memory>
 #include <new>
 
-#include "platform/linux/loop/descriptors.h"
+#include "platform/clock.h"
+#include "platform/common/timer_driver.h"
+#include "platform/linux/loop/sd_event.h"
 
 namespace ot {
 namespace {
@@ -34,6 +35,12 @@ int on_due(sd_event_source* /*source*/, std::uint64_t /*usec*/, void* alarm) {
 }
 
 }  // namespace
+
+std::int64_t clock_realtime_seconds() noexcept {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  return now.tv_sec;
+}
 
 std::uint64_t timer_now_ns() noexcept {
   timespec now{};

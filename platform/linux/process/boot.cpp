@@ -1,6 +1,6 @@
 // The start count, one line "BOOT-ID COUNT" in the run directory. The boot id stands in it because
 // a run directory below another root may outlive a boot.
-#include "platform/linux/process/start_count.h"
+#include "platform/linux/process/boot.h"
 
 #include <cerrno>
 #include <fstream>
@@ -8,7 +8,6 @@
 #include <string>
 
 #include "platform/common/root_path.h"
-#include "platform/linux/process/boot_id.h"
 #include "platform/linux/process/directories.h"
 #include "platform/status.h"
 
@@ -36,6 +35,13 @@ int keep_count(const std::string& path, const std::string& boot, std::uint32_t c
 }
 
 }  // namespace
+
+std::string read_boot_id() {
+  std::ifstream file{"/proc/sys/kernel/random/boot_id"};
+  std::string id;
+  std::getline(file, id);
+  return id;
+}
 
 int start_count_next(std::uint32_t* ret) noexcept {
   try {
