@@ -1,119 +1,123 @@
-// The tree as tables. Nodes refer to each other by index. The number below a type node is the track
-// type; the one below val_up is a threshold list's up limit, those below rate and debounce_count a
-// BFD session's settings.
+// Every kind brings its leaves; what all tracks have stands here. The number below a type node is
+// the track type.
 
 #include "config/configuration_tree.h"
+
+#include <algorithm>
 
 #include "config/delays.h"
 #include "config/lifecycle.h"
 #include "config/verifiers.h"
-#include "lists/list_config.h"
-#include "lists/threshold_list.h"
+#include "core/track_kind.h"
 #include "platform/status.h"
-#include "sources/bfd/config.h"
-#include "sources/interface/config.h"
-#include "sources/probe/config.h"
-#include "sources/route/config.h"
 
 namespace ot {
 namespace {
 
 constexpr std::int32_t none = -1;
 
-constexpr ledger_tree_node inner(const char* name, std::int32_t child,
-                                 std::int32_t sibling) noexcept {
-  return {name, ledger_node_kind::literal, child, sibling, none, 1};
-}
-constexpr ledger_tree_node any_name(std::int32_t child) noexcept {
-  return {nullptr, ledger_node_kind::name, child, none, none, 1};
-}
-constexpr ledger_tree_node any_number(std::int32_t child) noexcept {
-  return {nullptr, ledger_node_kind::number, child, none, none, 1};
-}
-constexpr ledger_tree_node leaf(const char* name, std::int32_t sibling,
-                                std::int32_t handler) noexcept {
-  return {name, ledger_node_kind::literal, none, sibling, handler, 0};
-}
+constexpr ledger_registration common_leaves[] = {
+    {"track/*/a", ledger_row_handled, object_tracking_track_verify, object_tracking_track_apply},
+    {"track/*/delay_up", ledger_row_handled, object_tracking_default_verify,
+     object_tracking_delay_up_apply},
+    {"track/*/delay_down", ledger_row_handled, object_tracking_default_verify,
+     object_tracking_delay_down_apply},
+};
 
-constexpr std::uint32_t number_item = ledger_row_handled;
-constexpr std::uint32_t text_item = ledger_row_handled | ledger_row_text;
-constexpr std::uint32_t tuple_item = ledger_row_handled | ledger_row_tuple;
+ledger_node_kind kind_of(std::string_view element) noexcept {
+  return element == "*"   ? ledger_node_kind::name
+         : element == "#" ? ledger_node_kind::number
+                          : ledger_node_kind::literal;
+}
 
 }  // namespace
 
-const std::array<ledger_tree_node, 39> configuration_nodes = {{
-    /*  0 */ inner("track", 1, none),
-    /*  1 */ any_name(2),
-    /*  2 */ leaf("a", 3, 0),
-    /*  3 */ leaf("delay_up", 4, 1),
-    /*  4 */ leaf("delay_down", 5, 2),
-    /*  5 */ inner("type", 6, none),
-    /*  6 */ inner("list", 11, 7),
-    /*  7 */ inner("interface", 20, 8),
-    /*  8 */ inner("route", 24, 9),
-    /*  9 */ inner("prb", 29, 10),
-    /* 10 */ inner("bfdprb", 31, none),
-    /* 11 */ any_number(12),
-    /* 12 */ leaf("a", 13, 3),
-    /* 13 */ inner("object", 15, 14),
-    /* 14 */ inner("thld_limits", 17, none),
-    /* 15 */ any_name(16),
-    /* 16 */ leaf("a", none, 4),
-    /* 17 */ inner("val_up", 18, none),
-    /* 18 */ any_number(19),
-    /* 19 */ leaf("val_dn", none, 5),
-    /* 20 */ any_number(21),
-    /* 21 */ leaf("a", 22, 6),
-    /* 22 */ inner("info", 23, none),
-    /* 23 */ leaf("interface", none, 7),
-    /* 24 */ any_number(25),
-    /* 25 */ leaf("a", 26, 8),
-    /* 26 */ inner("info", 27, none),
-    /* 27 */ leaf("ip_address", 28, 9),
-    /* 28 */ leaf("vrf", none, 10),
-    /* 29 */ any_number(30),
-    /* 30 */ leaf("op_id", none, 11),
-    /* 31 */ any_number(32),
-    /* 32 */ inner("rate", 33, none),
-    /* 33 */ any_number(34),
-    /* 34 */ inner("debounce_count", 35, none),
-    /* 35 */ any_number(36),
-    /* 36 */ inner("Interface", 37, none),
-    /* 37 */ any_name(38),
-    /* 38 */ leaf("destaddress", none, 12),
-}};
+void configuration_tree::clear() noexcept {
+  leaf_count_ = 0;
+  node_count_ = 0;
+  full_ = false;
+}
 
-// A row without an apply function belongs to a source that this build does not have; the ledger
-// refuses its items.
-const std::array<ledger_registration, 13> configuration_handlers = {{
-    {"track/*/a", number_item, object_tracking_track_verify, object_tracking_track_apply},
-    {"track/*/delay_up", number_item, object_tracking_default_verify,
-     object_tracking_delay_up_apply},
-    {"track/*/delay_down", number_item, object_tracking_default_verify,
-     object_tracking_delay_down_apply},
-    {"track/*/type/list/#/a", number_item, object_tracking_type_verify, ledger_nothing_to_apply},
-    {"track/*/type/list/#/object/*/a", number_item, object_tracking_type_list_object_verify,
-     object_tracking_type_list_object_apply},
-    {"track/*/type/list/#/thld_limits/val_up/#/val_dn", number_item,
-     object_tracking_type_threshold_object_limits_verify,
-     object_tracking_type_threshold_object_crt_apply},
-    {"track/*/type/interface/#/a", number_item, object_tracking_type_verify,
-     ledger_nothing_to_apply},
-    {"track/*/type/interface/#/info/interface", text_item, object_tracking_type_interface_verify,
-     object_tracking_type_interface_apply},
-    {"track/*/type/route/#/a", number_item, object_tracking_type_verify, ledger_nothing_to_apply},
-    {"track/*/type/route/#/info/ip_address", tuple_item, object_tracking_verify_ip_mask_and_type,
-     object_tracking_type_route_ip_apply},
-    {"track/*/type/route/#/info/vrf", text_item, object_tracking_default_verify,
-     object_tracking_type_route_vrf_apply},
-    {"track/*/type/prb/#/op_id", number_item, object_tracking_prb_verify,
-     object_tracking_type_prb_apply},
-    {"track/*/type/bfdprb/#/rate/#/debounce_count/#/Interface/*/destaddress", tuple_item,
-     object_tracking_type_bfdprb_verify, object_tracking_type_bfdprb_apply},
-}};
+int configuration_tree::add(std::span<const ledger_registration> leaves) noexcept {
+  if (leaves.size() > leaves_.size() - leaf_count_) {
+    return invalid_argument;
+  }
+  std::copy(leaves.begin(), leaves.end(), leaves_.begin() + leaf_count_);
+  leaf_count_ += leaves.size();
+  return status_ok;
+}
+
+int configuration_tree::make_nodes() noexcept {
+  add_level({});
+  return full_ ? invalid_argument : status_ok;
+}
+
+// Adds the nodes below `above`, which is empty or ends in '/', and everything below them. The index
+// of the first.
+std::int32_t configuration_tree::add_level(std::string_view above) noexcept {
+  const std::size_t first = node_count_;
+  std::array<std::string_view, most_leaves> below;  // by node of this level
+  for (std::size_t leaf = 0; leaf < leaf_count_; ++leaf) {
+    const std::string_view path = leaves_[leaf].path;
+    if (!path.starts_with(above)) {
+      continue;
+    }
+    const std::size_t end = path.find('/', above.size());
+    const bool is_leaf = end == std::string_view::npos;
+    const std::string_view upto = is_leaf ? path : path.substr(0, end + 1);
+    if (std::find(below.begin(), below.begin() + (node_count_ - first), upto) !=
+        below.begin() + (node_count_ - first)) {
+      continue;
+    }
+    if (!add_node(path.substr(above.size(), end - above.size()), leaf, is_leaf)) {
+      return none;
+    }
+    below[node_count_ - first - 1] = upto;
+  }
+  const std::size_t last = node_count_ - 1;
+  for (std::size_t index = first; index <= last; ++index) {
+    nodes_[index].next_sibling = index == last ? none : static_cast<std::int32_t>(index + 1);
+    if (nodes_[index].has_children != 0) {
+      nodes_[index].first_child = add_level(below[index - first]);
+    }
+  }
+  return static_cast<std::int32_t>(first);
+}
+
+bool configuration_tree::add_node(std::string_view element, std::size_t leaf,
+                                  bool is_leaf) noexcept {
+  full_ = full_ || node_count_ == nodes_.size() || element.size() >= element_text::capacity;
+  if (full_) {
+    return false;
+  }
+  const ledger_node_kind kind = kind_of(element);
+  names_[node_count_].assign(element);
+  nodes_[node_count_] = {kind == ledger_node_kind::literal ? names_[node_count_].c_str() : nullptr,
+                         kind,
+                         none,
+                         none,
+                         is_leaf ? static_cast<std::int32_t>(leaf) : none,
+                         is_leaf ? 0U : 1U};
+  ++node_count_;
+  return true;
+}
+
+int make_configuration_tree(configuration_tree& ret) noexcept {
+  ret.clear();
+  int status = ret.add(common_leaves);
+  for (const track_kind* kind : track_kinds()) {
+    status = status == status_ok ? ret.add(kind->leaves) : status;
+  }
+  return status == status_ok ? ret.make_nodes() : status;
+}
 
 int ot_configuration_register() noexcept {
-  return ledger_config_register(configuration_root, configuration_nodes, configuration_handlers);
+  // The ledger keeps it by reference.
+  static configuration_tree tree;
+  const int status = make_configuration_tree(tree);
+  return status == status_ok
+             ? ledger_config_register(configuration_root, tree.nodes(), tree.leaves())
+             : status;
 }
 
 int ot_configuration_replay() {

@@ -2,20 +2,18 @@
 
 #include "config/delays.h"
 
-#include "config/track_record.h"
 #include "core/debug.h"
 #include "core/track.h"
+#include "core/track_kind.h"
 #include "platform/status.h"
+#include "state/track_record.h"
 
 namespace ot {
 namespace {
 
-// A probe is polled every 2 s, so its track never goes without a delay.
-constexpr std::uint16_t least_probe_delay = 2;
-
 std::uint16_t delay_of(const ot_track& track, int delay) noexcept {
-  return delay == 0 && track.type == track_type::probe ? least_probe_delay
-                                                       : static_cast<std::uint16_t>(delay);
+  const track_kind* kind = track_kind_of(track.type);
+  return delay == 0 && kind != nullptr ? kind->least_delay : static_cast<std::uint16_t>(delay);
 }
 
 struct direction {

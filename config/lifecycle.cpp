@@ -3,111 +3,22 @@
 
 #include "config/lifecycle.h"
 
-#include <array>
-
-#include "config/track_record.h"
 #include "core/debug.h"
 #include "core/track.h"
-#include "lists/boolean_list.h"
-#include "lists/threshold_list.h"
+#include "core/track_kind.h"
 #include "platform/status.h"
-#include "sources/bfd/track.h"
-#include "sources/interface/track.h"
-#include "sources/probe/track.h"
-#include "sources/route/track.h"
 #include "state/ledger_state.h"
+#include "state/track_record.h"
 
 namespace ot {
 namespace {
 
-int detach_interface(ot_track& track) {
-  return delete_track_from_interface_entry(track.object.interface.name.c_str(), track.name.c_str());
-}
-
-// How a track of each type lets go of what it follows. Types that this build has no source for
-// cannot have tracks, and have no row.
-struct teardown_row {
-  track_type type;
-  int (*detach)(ot_track& track);
-  void (*trace_failure)(const char* error);
-};
-
 constexpr const char* delete_name = "object_tracking_track_delete";
 
-void trace_interface_failure(const char* error) {
-  OT_TRACE_ERROR("(%s) :delete_track_from_interface_entry failed - %s", delete_name, error);
-}
-
-void trace_route_failure(const char* error) {
-  OT_TRACE_ERROR("(%s) : delete_track_from_route_entry failed - %s", delete_name, error);
-}
-
-void trace_probe_failure(const char* error) {
-  OT_TRACE_ERROR("(%s) : delete_track_from_prb_entry failed - %s", delete_name, error);
-}
-
-void trace_bfd_failure(const char* error) {
-  OT_TRACE_ERROR("(%s) : object_tracking_type_bfdprb_delete failed - %s", delete_name, error);
-}
-
-void trace_boolean_failure(const char* error) {
-  OT_TRACE_ERROR("(%s) : object_tracking_delete_track_bool_objects failed - %s", delete_name,
-                 error);
-}
-
-void trace_threshold_failure(const char* error) {
-  OT_TRACE_ERROR("(%s) : Delete object from track: failed - %s", delete_name, error);
-}
-
-int detach_route(ot_track& track) {
-  return delete_track_from_route_entry(track.name.c_str());
-}
-int detach_probe(ot_track& track) {
-  OT_TRACE_DETAIL(" Found track_type : PRB. for track name %s  Delete this track from prb entry",
-                  track.name.c_str());
-  return delete_track_from_prb_entry(track.name.c_str());
-}
-int detach_bfd(ot_track& track) {
-  OT_TRACE_DETAIL(
-      " Found track_type : BFD_PRB. for track name %s  Delete this track from bfdprb entry",
-      track.name.c_str());
-  return object_tracking_type_bfdprb_delete(track.name.c_str());
-}
-int detach_boolean(ot_track& track) {
-  return object_tracking_delete_track_bool_objects(&track);
-}
-int detach_threshold(ot_track& track) {
-  return ot_thld_del_track_objects(&track);
-}
-
-constexpr std::array<teardown_row, 8> teardowns = {{
-    {track_type::interface, detach_interface, trace_interface_failure},
-    {track_type::route, detach_route, trace_route_failure},
-    {track_type::probe, detach_probe, trace_probe_failure},
-    {track_type::bfd, detach_bfd, trace_bfd_failure},
-    {track_type::boolean_and, detach_boolean, trace_boolean_failure},
-    {track_type::boolean_or, detach_boolean, trace_boolean_failure},
-    {track_type::threshold_weight, detach_threshold, trace_threshold_failure},
-    {track_type::threshold_percentage, detach_threshold, trace_threshold_failure},
-}};
-
-const teardown_row* teardown_of(track_type type) noexcept {
-  for (const teardown_row& row : teardowns) {
-    if (row.type == type) {
-      return &row;
-    }
-  }
-  return nullptr;
-}
-
-int detach(ot_track& track) {
-  const teardown_row* row = teardown_of(track.type);
-  if (row == nullptr) {
-    return status_ok;
-  }
-  const int status = row->detach(track);
+int detach(const track_kind& kind, ot_track& track) {
+  const int status = kind.detach(track);
   if (status != status_ok) {
-    row->trace_failure(err_string(status));
+    OT_TRACE_ERROR(kind.detach_failed, delete_name, err_string(status));
   }
   return status;
 }
@@ -150,8 +61,8 @@ int object_tracking_track_delete(const char* name) {
     return status_ok;
   }
   OT_TRACE_DETAIL(" Found a entry for the track ");
-  const bool had_type = teardown_of(track->type) != nullptr;
-  int status = detach(*track);
+  const track_kind* kind = track_kind_of(track->type);
+  int status = kind == nullptr ? status_ok : detach(*kind, *track);
   if (status != status_ok) {
     return status;
   }
@@ -159,7 +70,7 @@ int object_tracking_track_delete(const char* name) {
   if (status != status_ok) {
     return status;
   }
-  if (!had_type) {
+  if (kind == nullptr) {
     OT_TRACE_DETAIL(" track_type : Default.");
   }
   status = object_tracking_delete_item_from_ledger(name);

@@ -2,14 +2,11 @@
 
 #include "config/verifiers.h"
 
-#include <cstdio>
 #include <cstring>
 #include <new>
 
 #include "core/debug.h"
 #include "core/track.h"
-#include "platform/ipv4.h"
-#include "platform/path_tuple.h"
 #include "platform/status.h"
 
 namespace ot {
@@ -26,23 +23,6 @@ int verify_type(const char* who, const ledger_change& change, ledger_verdict& ve
   }
   const int status = creates_or_sets(change) ? check_track_type(name->text, type->number) : 0;
   return status == status_ok ? accept(verdict) : refuse(status, verdict);
-}
-
-// Whether the track has its route type item.
-int route_type_item_status(const char* name) noexcept {
-  char path[160];
-  std::snprintf(path, sizeof path, "cfg/gl/object_tracking/track/%s/type/route/0x2/a", name);
-  ledger_conn* ledger = ledger_get_default_conn();
-  ledger_value item;
-  return ledger == nullptr ? ledger_unreachable : ledger_item_get(ledger, path, &item);
-}
-
-bool mask_is_contiguous(const ledger_value* value) noexcept {
-  std::uint32_t address = 0;
-  std::uint32_t mask = 0;
-  return value != nullptr &&
-         path_tuple_unpack(value->bytes(), "%N%N", &address, &mask) == status_ok &&
-         ipv4_mask_is_contiguous(mask);
 }
 
 }  // namespace
@@ -110,37 +90,6 @@ int object_tracking_type_verify(const ledger_change& change, ledger_verdict& ver
 
 int object_tracking_type_interface_verify(const ledger_change& change, ledger_verdict& verdict) {
   return verify_type(__func__, change, verdict);
-}
-
-int object_tracking_verify_ip_mask_and_type(const ledger_change& change, ledger_verdict& verdict) {
-  OT_TRACE_ENTRY();
-  const ledger_path_field* name = change.field(0);
-  if (name == nullptr) {
-    return invalid_argument;
-  }
-  if ((change.event & ledger_event_set) != 0 && route_type_item_status(name->text) != status_ok) {
-    OT_TRACE_ERROR("(%s) : ledger track type = ROUTE", __func__);
-    report_configuration_error(track_type_conflict);
-    return refuse(track_type_conflict, verdict);
-  }
-  if ((change.event & create_or_set) != 0 && !mask_is_contiguous(change.new_value)) {
-    report_configuration_error(route_mask_not_contiguous);
-    return refuse(route_mask_not_contiguous, verdict);
-  }
-  return accept(verdict);
-}
-
-int object_tracking_type_list_object_verify(const ledger_change& change, ledger_verdict& verdict) {
-  OT_TRACE_ENTRY();
-  const ledger_path_field* name = change.field(0);
-  const ledger_path_field* member = change.field(2);
-  if (name == nullptr || member == nullptr) {
-    return invalid_argument;
-  }
-  if (creates_or_sets(change) && std::strcmp(name->text, member->text) == 0) {
-    return refuse(list_names_itself, verdict);
-  }
-  return accept(verdict);
 }
 
 }  // namespace ot

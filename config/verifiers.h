@@ -32,9 +32,5 @@ int object_tracking_default_verify(const ledger_change& change, ledger_verdict& 
 // Type items: refuse a type other than the track's.
 int object_tracking_type_verify(const ledger_change& change, ledger_verdict& verdict);
 int object_tracking_type_interface_verify(const ledger_change& change, ledger_verdict& verdict);
-// A route's address: the mask must be contiguous, and a set needs the route type item.
-int object_tracking_verify_ip_mask_and_type(const ledger_change& change, ledger_verdict& verdict);
-// A list's member: not the list itself, letter by letter.
-int object_tracking_type_list_object_verify(const ledger_change& change, ledger_verdict& verdict);
 
 }  // namespace ot

@@ -23,4 +23,12 @@ void note_connection(router_service service, bool connected) noexcept;
 
 connection_state connection_of(router_service service) noexcept;
 
+// How a kind of tracks depends on a service.
+struct service_of_tracks {
+  router_service service;
+  const char* name;                     // for the operator
+  std::uint32_t (*pending)() noexcept;  // how much waits for the service
+  void (*look)() noexcept = nullptr;    // brings the connection up to date before it is shown
+};
+
 }  // namespace ot

@@ -3,7 +3,7 @@
 #include "lists/boolean_list.h"
 
 #include "core/debug.h"
-#include "lists/list_kind.h"
+#include "lists/configuration.h"
 #include "lists/members.h"
 #include "platform/status.h"
 

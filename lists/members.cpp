@@ -5,9 +5,9 @@
 #include <cstring>
 #include <new>
 
-#include "config/track_record.h"
 #include "platform/status.h"
 #include "sources/track_names.h"
+#include "state/track_record.h"
 
 namespace ot {
 namespace {

@@ -5,7 +5,7 @@
 
 #include "config/verifiers.h"
 #include "core/debug.h"
-#include "lists/list_kind.h"
+#include "lists/configuration.h"
 #include "lists/members.h"
 #include "platform/status.h"
 #include "state/list_evaluation.h"

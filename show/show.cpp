@@ -14,7 +14,7 @@
 #include "platform/ledger_datalist.h"
 #include "platform/process.h"
 #include "platform/status.h"
-#include "show/display.h"
+#include "show/view.h"
 
 namespace ot {
 namespace {

@@ -8,6 +8,7 @@
 
 #include "core/debug.h"
 #include "core/track.h"
+#include "core/track_kind.h"
 #include "platform/status.h"
 #include "state/list_rules.h"
 #include "state/timers.h"
@@ -32,10 +33,7 @@ std::uint32_t mark_lists() noexcept {
 int compute(ot_track& track, std::uint32_t& remaining) {
   OT_TRACE_DETAIL("Timer_expired:computin track: %s", track.name.c_str());
   std::uint32_t done = 0;
-  const bool boolean =
-      track.type == track_type::boolean_and || track.type == track_type::boolean_or;
-  const int status = boolean ? object_tracking_calc_bool_track_state(&track, &done)
-                             : object_tracking_calc_thld_track_state(&track, &done);
+  const int status = track_kind_of(track.type)->calculate(&track, &done);
   if (status == status_ok && done == 1) {
     --remaining;
     OT_TRACE_DETAIL("Timer_expired: num uncalced: %d", static_cast<int>(remaining));

@@ -13,7 +13,6 @@
 #include "platform/status.h"
 #include "state/ledger_state.h"
 #include "state/list_evaluation.h"
-#include "state/timers.h"
 
 namespace ot {
 namespace {
@@ -109,7 +108,30 @@ int publish_outside(const char* name, track_state state) {
   return status;
 }
 
+// The context that says what an expired delay has to publish, or null.
+const ot_timer_ctx* pending_change(const ot_timer_ctx& ctx) noexcept {
+  if (ctx.value != pending_of_track) {
+    return &ctx;
+  }
+  const ot_track* track = hash_db_get_track_item(ctx.name.c_str());
+  return track == nullptr ? nullptr : get_timer_ctx(track->delay_timer);
+}
+
 }  // namespace
+
+void publish_after_delay(const ot_timer_ctx& ctx) {
+  const ot_timer_ctx* pending = pending_change(ctx);
+  if (pending == nullptr) {
+    return;
+  }
+  const int status = object_tracking_set_track_state_in_ledger_after_timer_expired(
+      ctx.name.c_str(), static_cast<track_state>(pending->value));
+  if (status != status_ok) {
+    OT_TRACE_ERROR(
+        "(%s) : object_tracking_set_track_state_in_ledger_after_timer_expired failed- %s",
+        "handle_ot_wtm_timer_expired", err_string(status));
+  }
+}
 
 int object_tracking_set_track_state_in_ledger(const char* name, track_state state) {
   OT_TRACE_DETAIL("(%s) : track %s state %s", __func__, name, track_state_text(state));

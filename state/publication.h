@@ -3,6 +3,7 @@
 #pragma once
 
 #include "core/track.h"
+#include "state/timers.h"
 
 namespace ot {
 
@@ -16,5 +17,8 @@ int object_tracking_set_track_state_in_ledger(const char* name, track_state stat
 // The ledger write's result, 0 while no ledger is bound.
 int object_tracking_set_track_state_in_ledger_after_timer_expired(const char* name,
                                                                   track_state state);
+
+// Hook of the delay timers.
+void publish_after_delay(const ot_timer_ctx& ctx);
 
 }  // namespace ot

@@ -7,11 +7,7 @@
 #include <new>
 
 #include "core/debug.h"
-#include "oper/outlets/notifications.h"
 #include "platform/status.h"
-#include "sources/probe/poll.h"
-#include "state/list_evaluation.h"
-#include "state/publication.h"
 
 namespace ot {
 
@@ -28,64 +24,22 @@ wtm_parent* delay_parent = nullptr;
 wtm_parent* notification_parent = nullptr;
 wtm_parent* tracks_shm_poll_request_root = nullptr;
 
-// What an expiry of each kind does. Failures are traced and never stop the draining.
-void calculation_expired(const ot_timer_ctx&) {
-  object_tracking_calc_tracks_state_after_timer_expired();
-}
-
-void poll_expired(const ot_timer_ctx& ctx) {
-  OT_TRACE_DETAIL("PRB_SHM_POLL_INTERVAL timer triggered for track : %s", ctx.name.c_str());
-  const int status = ot_prb_read_shm_after_timer_expired(ctx.name.c_str(), ctx.value);
-  if (status != status_ok) {
-    OT_TRACE_ERROR("(%s) : ot_prb_read_shm_after_timer_expired failed- %s",
-                   "handle_ot_wtm_timer_expired", err_string(status));
-  }
-}
-
-// The context that says what an expired delay has to publish, or null.
-const ot_timer_ctx* pending_change(const ot_timer_ctx& ctx) noexcept {
-  if (ctx.value != pending_of_track) {
-    return &ctx;
-  }
-  const ot_track* track = hash_db_get_track_item(ctx.name.c_str());
-  return track == nullptr ? nullptr : get_timer_ctx(track->delay_timer);
-}
-
-void delay_expired(const ot_timer_ctx& ctx) {
-  const ot_timer_ctx* pending = pending_change(ctx);
-  if (pending == nullptr) {
-    return;
-  }
-  const int status = object_tracking_set_track_state_in_ledger_after_timer_expired(
-      ctx.name.c_str(), static_cast<track_state>(pending->value));
-  if (status != status_ok) {
-    OT_TRACE_ERROR(
-        "(%s) : object_tracking_set_track_state_in_ledger_after_timer_expired failed- %s",
-        "handle_ot_wtm_timer_expired", err_string(status));
-  }
-}
-
-void notification_expired(const ot_timer_ctx&) {
-  OT_TRACE_DETAIL("NFN queue timer triggered");
-  OT_dpv_dispatch_notifications();
-}
-
 struct kind_row {
   timer_kind kind;
   const char* name;  // in the expiry trace
-  void (*expired)(const ot_timer_ctx& ctx);
+  timer_hook expired = nullptr;
 };
 
 // The notification timer has no name of its own in traces.
-constexpr std::array<kind_row, 4> kinds = {{
-    {timer_kind::list_calculation, "OT_MSG_TIMER_TRACKS_CALC", calculation_expired},
-    {timer_kind::probe_poll, "PRB_SHM_POLL_INTERVAL", poll_expired},
-    {timer_kind::track_delay, "OT_MSG_TIMER_TRACKS_DELAY", delay_expired},
-    {timer_kind::notification, "UNKNOWN", notification_expired},
-}};
+std::array kinds = {
+    kind_row{timer_kind::list_calculation, "OT_MSG_TIMER_TRACKS_CALC"},
+    kind_row{timer_kind::probe_poll, "PRB_SHM_POLL_INTERVAL"},
+    kind_row{timer_kind::track_delay, "OT_MSG_TIMER_TRACKS_DELAY"},
+    kind_row{timer_kind::notification, "UNKNOWN"},
+};
 
-const kind_row* kind_of(std::uint32_t type) noexcept {
-  for (const kind_row& row : kinds) {
+kind_row* kind_of(std::uint32_t type) noexcept {
+  for (kind_row& row : kinds) {
     if (static_cast<std::uint32_t>(row.kind) == type) {
       return &row;
     }
@@ -127,7 +81,7 @@ void dispatch_expired(wtm_leaf* leaf) {
   }
   if (row == nullptr) {
     unknown_kind(*ctx, "handle_ot_wtm_timer_expired");
-  } else {
+  } else if (row->expired != nullptr) {
     row->expired(*ctx);
   }
 }
@@ -146,6 +100,10 @@ int init_failed() noexcept {
 }
 
 }  // namespace
+
+void set_timer_hook(timer_kind kind, timer_hook hook) noexcept {
+  kind_of(static_cast<std::uint32_t>(kind))->expired = hook;
+}
 
 int ot_timers_init(evm* manager) noexcept {
   OT_TRACE_ENTRY();

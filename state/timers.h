@@ -30,6 +30,11 @@ static_assert(sizeof(ot_timer_ctx) == 48);
 // at the expiry. Nothing when the track is gone.
 inline constexpr std::uint32_t pending_of_track = 0xffffffff;
 
+// What an expiry of a kind does, with the context of the leaf. Whoever uses the kind sets its hook
+// before the first expiry; failures are the hook's to trace, and never stop the draining.
+using timer_hook = void (*)(const ot_timer_ctx& ctx);
+void set_timer_hook(timer_kind kind, timer_hook hook) noexcept;
+
 // The two process timers, created by ot_process_timers_create.
 extern wtm_leaf* tracks_calc_timer;
 extern wtm_leaf* tracks_nfn_timer;

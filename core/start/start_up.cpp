@@ -1,17 +1,20 @@
-// The service's start-up as one table. The order matters: tables before anything looks into them,
-// timers and the ledger binding before states are published, interfaces before the configuration
-// that names them, the restart flag before tracks are created, and the configuration last.
+// The start of the service as one table of steps, and its stop as the same table backwards. The
+// order matters: timers and tables before anything looks into them, what publishes before the
+// connections that report states, and the stored configuration last. Each kind of tracks brings its
+// own steps.
 
-#include <array>
 #include <cstdio>
+#include <ranges>
+#include <span>
 
 #include "config/configuration_tree.h"
-#include "config/track_record.h"
 #include "core/connections.h"
 #include "core/debug.h"
 #include "core/restart.h"
 #include "core/start/main.h"
+#include "core/start_step.h"
 #include "core/track.h"
+#include "core/track_kind.h"
 #include "oper/outlets/events.h"
 #include "oper/outlets/notifications.h"
 #include "oper/records/engine_provider.h"
@@ -19,43 +22,23 @@
 #include "oper/records/provider.h"
 #include "oper/records/track_records.h"
 #include "oper/records/tracking_interfaces.h"
-#include "platform/bfd_client.h"
-#include "platform/process.h"
 #include "platform/status.h"
-#include "sources/bfd/pending.h"
-#include "sources/bfd/sessions.h"
-#include "sources/bfd/table.h"
-#include "sources/bfd/thread.h"
-#include "sources/interface/client.h"
-#include "sources/interface/table.h"
-#include "sources/probe/statistics.h"
-#include "sources/probe/table.h"
-#include "sources/route/fib_connection.h"
-#include "sources/route/pending.h"
-#include "sources/route/table.h"
-#include "sources/route/vrf_connection.h"
 #include "state/ledger_state.h"
+#include "state/list_evaluation.h"
+#include "state/publication.h"
 #include "state/timers.h"
+#include "state/track_record.h"
 
 namespace ot {
 namespace {
 
-struct start_context {
-  evm* manager;
-  std::uint32_t start_count;
-};
-
-int open_interface_manager(const start_context& context) {
-  const int status = ot_init(context.manager);
-  return status == open_in_progress ? status_ok : status;
-}
-
-// A stored BFD track needs its session before its delays are applied; without a service there is
-// nothing to wait for.
-int wait_for_bfd(const start_context& context) {
-  process_wait(context.manager,
-               [] { return is_ot_bfd_connection_up != 0 || !bfdc_service_present(); });
-  return status_ok;
+int open_timers(const start_context& context) {
+  set_timer_hook(timer_kind::list_calculation, [](const ot_timer_ctx&) {
+    object_tracking_calc_tracks_state_after_timer_expired();
+  });
+  set_timer_hook(timer_kind::track_delay, publish_after_delay);
+  set_timer_hook(timer_kind::notification, send_delayed_notifications);
+  return ot_timers_init(context.manager);
 }
 
 // The records outlive a service that is stopped and started again in one process.
@@ -67,57 +50,68 @@ int register_records(const start_context&) {
   return status == duplicate_key ? status_ok : status;
 }
 
-struct start_step {
-  const char* what;
-  int (*run)(const start_context& context);
+// A run function of something that needs no context and cannot fail.
+template <void (*Do)() noexcept>
+int always(const start_context&) {
+  Do();
+  return status_ok;
+}
+// The same for something that can.
+template <int (*Do)() noexcept>
+int without_context(const start_context&) {
+  return Do();
+}
+
+constexpr start_step basic_steps[] = {
+    {"trace flags", [](const start_context& c) { return ot_debug_init(c.manager); }},
+    {"connections", always<forget_connections>},
+    {"timers", open_timers, ot_timers_stop},
+    {"process timers", without_context<ot_process_timers_create>},
+    {"track table", without_context<tracks_table_create>, drop_all_tracks},
 };
 
-constexpr std::array start_steps = {
-    start_step{"trace flags", [](const start_context& c) { return ot_debug_init(c.manager); }},
-    start_step{"connections",
-               [](const start_context&) {
-                 forget_connections();
-                 return status_ok;
-               }},
-    start_step{"track table", [](const start_context&) { return tracks_table_create(); }},
-    start_step{"interface table", [](const start_context&) { return interfaces_table_create(); }},
-    start_step{"route table", [](const start_context&) { return ipv4_route_table_create(); }},
-    start_step{"probe table", [](const start_context&) { return prb_table_create(); }},
-    start_step{"BFD table", [](const start_context&) { return bfdprb_table_create(); }},
-    start_step{"timers", [](const start_context& c) { return ot_timers_init(c.manager); }},
-    start_step{"process timers", [](const start_context&) { return ot_process_timers_create(); }},
-    start_step{"published states", [](const start_context&) { return ot_ha_ledger_bind(); }},
-    start_step{"change notifications", [](const start_context&) { return ot_ledger_oper_bind(); }},
-    start_step{"operational records", register_records},
-    start_step{"operational data",
-               [](const start_context&) { return ot_oper_provider_register(); }},
-    start_step{"engine data", [](const start_context&) { return ot_engine_provider_register(); }},
-    start_step{"event publisher",
-               [](const start_context& c) {
-                 ot_ep_register(c.manager, nullptr);
-                 return status_ok;
-               }},
-    start_step{"interface manager", open_interface_manager},
-    start_step{"VRF service", [](const start_context& c) { return ot_vmap_init(c.manager); }},
-    start_step{"FIB", [](const start_context& c) { return ot_fec_init(c.manager); }},
-    start_step{"BFD thread", [](const start_context& c) { return ot_bfd_init(c.manager); }},
-    start_step{"restart flag",
-               [](const start_context& c) {
-                 ot_set_restart(c.start_count);
-                 return status_ok;
-               }},
-    start_step{"configuration tree",
-               [](const start_context&) { return ot_configuration_register(); }},
-    start_step{"BFD connection", wait_for_bfd},
-    start_step{"stored configuration",
-               [](const start_context&) { return ot_configuration_replay(); }},
+constexpr start_step outlet_steps[] = {
+    {"published states", without_context<ot_ha_ledger_bind>, ot_ha_ledger_unbind},
+    {"change notifications", without_context<ot_ledger_oper_bind>,
+     []() noexcept {
+       ot_notifications_drop();
+       ot_ledger_oper_unbind();
+     }},
+    {"operational records", register_records},
+    {"operational data", without_context<ot_oper_provider_register>, forget_tracking_interfaces},
+    {"engine data", without_context<ot_engine_provider_register>},
+    {"event publisher",
+     [](const start_context& c) {
+       ot_ep_register(c.manager, nullptr);
+       return status_ok;
+     },
+     []() noexcept { ot_ep_evd_handle = nullptr; }},
 };
 
-}  // namespace
+constexpr start_step configuration_steps[] = {
+    {"restart flag",
+     [](const start_context& c) {
+       ot_set_restart(c.start_count);
+       return status_ok;
+     },
+     []() noexcept { ot_set_restart(0); }},
+    {"configuration tree", without_context<ot_configuration_register>},
+    {"stored configuration", [](const start_context&) { return ot_configuration_replay(); }},
+};
 
-int ot_start(evm* manager, std::uint32_t start_count) {
-  const start_context context{manager, start_count};
-  for (const start_step& step : start_steps) {
+// The service's own steps, and which steps of all kinds follow them.
+struct start_phase {
+  std::span<const start_step> steps;
+  std::span<const start_step> track_kind::*of_kinds = nullptr;
+};
+constexpr start_phase phases[] = {
+    {basic_steps, &track_kind::tables},
+    {outlet_steps, &track_kind::connections},
+    {configuration_steps},
+};
+
+int run_steps(std::span<const start_step> steps, const start_context& context) {
+  for (const start_step& step : steps) {
     const int status = step.run(context);
     if (status != status_ok) {
       char text[128];
@@ -130,26 +124,41 @@ int ot_start(evm* manager, std::uint32_t start_count) {
   return status_ok;
 }
 
+void undo_steps(std::span<const start_step> steps) noexcept {
+  for (const start_step& step : std::views::reverse(steps)) {
+    if (step.undo != nullptr) {
+      step.undo();
+    }
+  }
+}
+
+}  // namespace
+
+int ot_start(evm* manager, std::uint32_t start_count) {
+  const start_context context{manager, start_count};
+  for (const start_phase& phase : phases) {
+    int status = run_steps(phase.steps, context);
+    for (const track_kind* kind : track_kinds()) {
+      if (status == status_ok && phase.of_kinds != nullptr) {
+        status = run_steps(kind->*phase.of_kinds, context);
+      }
+    }
+    if (status != status_ok) {
+      return status;
+    }
+  }
+  return status_ok;
+}
+
 void ot_stop() noexcept {
-  ot_ifm_close();
-  ot_fec_close();
-  ot_vmap_stop();
-  ot_bfd_stop();
-  drop_all_tracks();
-  drop_all_interfaces();
-  drop_all_routes();
-  drop_all_probes();
-  release_probe_package();
-  drop_all_bfd_sessions();
-  drop_bfd_cfgs();
-  drop_pending_routes();
-  ot_notifications_drop();
-  forget_tracking_interfaces();
-  ot_ledger_oper_unbind();
-  ot_ha_ledger_unbind();
-  ot_timers_stop();
-  ot_ep_evd_handle = nullptr;
-  ot_set_restart(0);
+  for (const start_phase& phase : std::views::reverse(phases)) {
+    for (const track_kind* kind : std::views::reverse(track_kinds())) {
+      if (phase.of_kinds != nullptr) {
+        undo_steps(kind->*phase.of_kinds);
+      }
+    }
+    undo_steps(phase.steps);
+  }
 }
 
 }  // namespace ot

@@ -12,7 +12,6 @@
 #include "platform/robust_mutex.h"
 #include "platform/status.h"
 #include "state/ledger_state.h"
-#include "state/timers.h"
 
 namespace ot {
 
@@ -124,6 +123,11 @@ int OT_dpv_dispatch_notifications() {
   OT_TRACE(ot_debug_notification, "OT DPV - Notifications Sent %d", static_cast<int>(batch_count));
   free_batch();
   return status;
+}
+
+void send_delayed_notifications(const ot_timer_ctx&) {
+  OT_TRACE_DETAIL("NFN queue timer triggered");
+  OT_dpv_dispatch_notifications();
 }
 
 void ot_notifications_drop() noexcept {

@@ -5,6 +5,7 @@
 
 #include "platform/ledger.h"
 #include "platform/ledger_provider.h"
+#include "state/timers.h"
 
 namespace ot {
 
@@ -24,6 +25,9 @@ int OT_dpv_queue_notification(const char* name, std::uint32_t state, int mode);
 
 // Sends and frees the batch, whether or not it can be sent. The platform's result; 0 when empty.
 int OT_dpv_dispatch_notifications();
+
+// Hook of the notification timer: sends the batch.
+void send_delayed_notifications(const ot_timer_ctx& ctx);
 
 // Frees what is queued without sending it: the end of a service in a test.
 void ot_notifications_drop() noexcept;

@@ -3,10 +3,10 @@
 
 #include "oper/records/provider.h"
 
-#include <array>
 #include <string_view>
 
 #include "core/debug.h"
+#include "core/track_kind.h"
 #include "oper/records/build.h"
 #include "platform/status.h"
 
@@ -14,16 +14,6 @@ namespace ot {
 namespace {
 
 constexpr std::uint32_t record_kind = static_cast<std::uint32_t>(ledger_kind::record);
-
-struct type_key {
-  std::string_view key;
-  track_type type;
-};
-constexpr std::array type_keys = {
-    type_key{"type-interface", track_type::interface},
-    type_key{"type-route", track_type::route},
-    type_key{"type-prb", track_type::probe},
-};
 
 struct detail_branch {
   using record = track_info__;
@@ -53,9 +43,9 @@ struct brief_branch {
 
 template <typename Branch>
 typename Branch::record* records_of(const char* key) {
-  for (const type_key& row : type_keys) {
-    if (row.key == key) {
-      return Branch::by_type(row.type);
+  for (const track_kind* kind : track_kinds()) {
+    if (kind->record_key != nullptr && std::string_view{kind->record_key} == key) {
+      return Branch::by_type(kind->types.front().type);
     }
   }
   typename Branch::record* records = Branch::special(key);

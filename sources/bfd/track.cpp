@@ -3,7 +3,6 @@
 
 #include "sources/bfd/track.h"
 
-#include "config/track_record.h"
 #include "core/debug.h"
 #include "core/in_addr_text.h"
 #include "core/restart.h"
@@ -13,6 +12,7 @@
 #include "sources/probe/table.h"
 #include "state/ledger_state.h"
 #include "state/publication.h"
+#include "state/track_record.h"
 
 namespace ot {
 namespace {

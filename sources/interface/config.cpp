@@ -2,10 +2,10 @@
 
 #include "sources/interface/config.h"
 
-#include "config/track_record.h"
 #include "core/debug.h"
 #include "platform/status.h"
 #include "sources/interface/track.h"
+#include "state/track_record.h"
 
 namespace ot {
 namespace {

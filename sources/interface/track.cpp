@@ -5,7 +5,6 @@
 
 #include <array>
 
-#include "config/track_record.h"
 #include "core/debug.h"
 #include "core/restart.h"
 #include "core/track.h"
@@ -13,6 +12,7 @@
 #include "sources/interface/client.h"
 #include "state/ledger_state.h"
 #include "state/publication.h"
+#include "state/track_record.h"
 
 namespace ot {
 namespace {

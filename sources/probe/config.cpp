@@ -2,13 +2,13 @@
 
 #include "sources/probe/config.h"
 
-#include "config/track_record.h"
 #include "config/verifiers.h"
 #include "core/debug.h"
 #include "platform/status.h"
 #include "sources/probe/statistics.h"
 #include "sources/probe/table.h"
 #include "sources/probe/track.h"
+#include "state/track_record.h"
 
 namespace ot {
 namespace {

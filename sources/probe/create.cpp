@@ -3,7 +3,6 @@
 
 #include <memory>
 
-#include "config/track_record.h"
 #include "core/debug.h"
 #include "core/restart.h"
 #include "platform/clock.h"
@@ -13,6 +12,7 @@
 #include "state/ledger_state.h"
 #include "state/publication.h"
 #include "state/timers.h"
+#include "state/track_record.h"
 
 namespace ot {
 namespace {

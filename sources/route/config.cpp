@@ -4,7 +4,6 @@
 
 #include <cstring>
 
-#include "config/track_record.h"
 #include "core/debug.h"
 #include "platform/path_tuple.h"
 #include "platform/status.h"
@@ -12,6 +11,7 @@
 #include "sources/route/pending.h"
 #include "sources/route/table.h"
 #include "sources/route/track.h"
+#include "state/track_record.h"
 
 namespace ot {
 namespace {

@@ -6,6 +6,12 @@
 
 namespace ot {
 
+// Verifier of the address item: the mask must be contiguous, and a set needs the route type item.
+int object_tracking_verify_ip_mask_and_type(const ledger_change& change, ledger_verdict& verdict);
+
+// Verifier of the address item: the mask must be contiguous, and a set needs the route type item.
+int object_tracking_verify_ip_mask_and_type(const ledger_change& change, ledger_verdict& verdict);
+
 // Apply function of type/route/#/info/ip_address, a tuple of address and mask in network byte
 // order.
 int object_tracking_type_route_ip_apply(const ledger_change& change);

@@ -1,7 +1,6 @@
 // The two roads to a tied route track: configuration that names a track for the first time, and
 // configuration that adds to one. Address and VRF arrive as separate items, in either order.
 
-#include "config/track_record.h"
 #include "core/debug.h"
 #include "core/in_addr_text.h"
 #include "core/restart.h"
@@ -12,6 +11,7 @@
 #include "sources/route/vrf_connection.h"
 #include "state/ledger_state.h"
 #include "state/publication.h"
+#include "state/track_record.h"
 
 namespace ot {
 namespace {

@@ -1,5 +1,6 @@
 // From a path of the configuration to its handler, through commits.
 #include <array>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -29,8 +30,8 @@ std::string call_text(const char* what, const ledger_change& change) {
 }
 
 template <std::size_t Row>
-constexpr ledger_registration recording_row() {
-  return {configuration_handlers[Row].path, configuration_handlers[Row].flags,
+ledger_registration recording_row(std::span<const ledger_registration> leaves) {
+  return {leaves[Row].path, leaves[Row].flags,
           [](const ledger_change& change, ledger_verdict&) {
             calls.push_back(call_text<Row>("verify ", change));
             return 0;
@@ -42,17 +43,21 @@ constexpr ledger_registration recording_row() {
 }
 
 template <std::size_t... Row>
-std::array<ledger_registration, sizeof...(Row)> recording_rows(std::index_sequence<Row...>) {
-  return {recording_row<Row>()...};
+std::array<ledger_registration, sizeof...(Row)> recording_rows(
+    std::span<const ledger_registration> leaves, std::index_sequence<Row...>) {
+  return {recording_row<Row>(leaves)...};
 }
 
 class path_to_handler : public service_fixture {
  protected:
   void SetUp() override {
     calls.clear();
-    ASSERT_EQ(ledger_config_register(configuration_root, configuration_nodes, rows), 0);
+    ASSERT_EQ(make_configuration_tree(tree), 0);
+    rows = recording_rows(tree.leaves(), std::make_index_sequence<13>());
+    ASSERT_EQ(ledger_config_register(configuration_root, tree.nodes(), rows), 0);
   }
-  const std::array<ledger_registration, 13> rows = recording_rows(std::make_index_sequence<13>());
+  configuration_tree tree;
+  std::array<ledger_registration, 13> rows{};
 };
 
 struct leaf_row {
@@ -83,7 +88,7 @@ std::vector<leaf_row> every_leaf() {
 
 TEST_F(path_to_handler, every_leaf_reaches_its_own_row_with_its_wildcards) {
   const std::vector<leaf_row> leaves = every_leaf();
-  ASSERT_EQ(leaves.size(), configuration_handlers.size());
+  ASSERT_EQ(leaves.size(), rows.size());
   for (std::size_t row = 0; row < leaves.size(); ++row) {
     calls.clear();
     EXPECT_EQ(commit({leaves[row].proposal}), 0) << leaves[row].proposal.path;

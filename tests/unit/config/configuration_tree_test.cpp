@@ -4,10 +4,15 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <span>
 
 #include "config/delays.h"
 #include "config/lifecycle.h"
 #include "config/verifiers.h"
+#include "lists/configuration.h"
+#include "lists/threshold_list.h"
+#include "platform/status.h"
+#include "sources/bfd/config.h"
 #include "sources/interface/config.h"
 #include "sources/probe/config.h"
 #include "sources/route/config.h"
@@ -65,11 +70,27 @@ constexpr std::array<node_row, 39> expected_nodes = {{
     {"destaddress", 1, -1, -1, 12},
 }};
 
-TEST(configuration_tree, has_these_39_nodes) {
-  ASSERT_EQ(configuration_nodes.size(), expected_nodes.size());
+// The tree of the service's own kinds.
+class tree_of_all_kinds : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(make_configuration_tree(tree_), 0);
+    nodes = tree_.nodes();
+    leaves = tree_.leaves();
+  }
+
+  std::span<const ledger_tree_node> nodes;
+  std::span<const ledger_registration> leaves;
+
+ private:
+  configuration_tree tree_;
+};
+
+TEST_F(tree_of_all_kinds, has_these_39_nodes) {
+  ASSERT_EQ(nodes.size(), expected_nodes.size());
   for (std::size_t i = 0; i < expected_nodes.size(); ++i) {
     const node_row& row = expected_nodes[i];
-    const ledger_tree_node& node = configuration_nodes[i];
+    const ledger_tree_node& node = nodes[i];
     EXPECT_STREQ(node.name, row.name) << i;
     EXPECT_EQ(static_cast<std::uint32_t>(node.kind), row.kind) << i;
     EXPECT_EQ(node.first_child, row.child) << i;
@@ -79,16 +100,16 @@ TEST(configuration_tree, has_these_39_nodes) {
   }
 }
 
-TEST(configuration_tree, its_rows_carry_these_flags) {
+TEST_F(tree_of_all_kinds, its_rows_carry_these_flags) {
   const std::array<std::uint32_t, 13> flags = {1, 1, 1, 1, 1, 1, 1, 3, 1, 5, 3, 1, 5};
-  ASSERT_EQ(configuration_handlers.size(), flags.size());
+  ASSERT_EQ(leaves.size(), flags.size());
   for (std::size_t i = 0; i < flags.size(); ++i) {
-    EXPECT_EQ(configuration_handlers[i].flags, flags[i]) << i;
+    EXPECT_EQ(leaves[i].flags, flags[i]) << i;
   }
   EXPECT_STREQ(configuration_root, "/cfg/gl/object_tracking/");
 }
 
-TEST(configuration_tree, its_rows_have_these_functions) {
+TEST_F(tree_of_all_kinds, its_rows_have_these_functions) {
   struct functions {
     std::size_t row;
     ledger_verify_fn verify;
@@ -99,6 +120,10 @@ TEST(configuration_tree, its_rows_have_these_functions) {
            functions{1, object_tracking_default_verify, object_tracking_delay_up_apply},
            functions{2, object_tracking_default_verify, object_tracking_delay_down_apply},
            functions{3, object_tracking_type_verify, ledger_nothing_to_apply},
+           functions{4, object_tracking_type_list_object_verify,
+                     object_tracking_type_list_object_apply},
+           functions{5, object_tracking_type_threshold_object_limits_verify,
+                     object_tracking_type_threshold_object_crt_apply},
            functions{6, object_tracking_type_verify, ledger_nothing_to_apply},
            functions{7, object_tracking_type_interface_verify,
                      object_tracking_type_interface_apply},
@@ -107,11 +132,58 @@ TEST(configuration_tree, its_rows_have_these_functions) {
                      object_tracking_type_route_ip_apply},
            functions{10, object_tracking_default_verify, object_tracking_type_route_vrf_apply},
            functions{11, object_tracking_prb_verify, object_tracking_type_prb_apply},
+           functions{12, object_tracking_type_bfdprb_verify, object_tracking_type_bfdprb_apply},
        }) {
-    EXPECT_EQ(configuration_handlers[expected.row].verify, expected.verify) << expected.row;
-    EXPECT_EQ(configuration_handlers[expected.row].apply, expected.apply) << expected.row;
+    EXPECT_EQ(leaves[expected.row].verify, expected.verify) << expected.row;
+    EXPECT_EQ(leaves[expected.row].apply, expected.apply) << expected.row;
   }
-  EXPECT_EQ(configuration_handlers[4].verify, object_tracking_type_list_object_verify);
+}
+
+TEST_F(tree_of_all_kinds, its_rows_have_these_paths) {
+  const std::array<const char*, 13> paths = {
+      "track/*/a",
+      "track/*/delay_up",
+      "track/*/delay_down",
+      "track/*/type/list/#/a",
+      "track/*/type/list/#/object/*/a",
+      "track/*/type/list/#/thld_limits/val_up/#/val_dn",
+      "track/*/type/interface/#/a",
+      "track/*/type/interface/#/info/interface",
+      "track/*/type/route/#/a",
+      "track/*/type/route/#/info/ip_address",
+      "track/*/type/route/#/info/vrf",
+      "track/*/type/prb/#/op_id",
+      "track/*/type/bfdprb/#/rate/#/debounce_count/#/Interface/*/destaddress"};
+  ASSERT_EQ(leaves.size(), paths.size());
+  for (std::size_t i = 0; i < paths.size(); ++i) {
+    EXPECT_STREQ(leaves[i].path, paths[i]);
+  }
+}
+
+TEST(configuration_tree, refuses_what_it_cannot_hold) {
+  const ledger_registration one[] = {{"a", ledger_row_handled, nullptr, nullptr}};
+  configuration_tree tree;
+  for (std::size_t i = 0; i < configuration_tree::most_leaves; ++i) {
+    ASSERT_EQ(tree.add(one), 0);
+  }
+  EXPECT_EQ(tree.add(one), invalid_argument);
+  EXPECT_EQ(tree.leaves().size(), configuration_tree::most_leaves);
+
+  tree.clear();
+  const ledger_registration deep[] = {
+      {"1/2/3/4/5/6/7/8/9/10/11/12/13/14/15/16/17/18/19/20/21/22/23/24/25/26/27/28/29/30/31/32/33/"
+       "34/35/36/37/38/39/40/41/42/43/44/45/46/47/48/49/50/51/52/53/54/55/56/57/58/59/60/61/62/63/"
+       "64/65/66/67/68/69/70/71/72/73/74/75/76/77/78/79/80/81/82/83/84/85/86/87/88/89/90/91/92/93/"
+       "94/95/96/97",
+       ledger_row_handled, nullptr, nullptr}};
+  ASSERT_EQ(tree.add(deep), 0);
+  EXPECT_EQ(tree.make_nodes(), invalid_argument);
+
+  tree.clear();
+  const ledger_registration wide[] = {
+      {"an-element-of-32-characters-12345", ledger_row_handled, nullptr, nullptr}};
+  ASSERT_EQ(tree.add(wide), 0);
+  EXPECT_EQ(tree.make_nodes(), invalid_argument);
 }
 
 }  // namespace

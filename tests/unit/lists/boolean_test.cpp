@@ -1,7 +1,7 @@
 // Boolean lists: configuration of their members, and the rule.
 #include "lists/boolean_list.h"
 
-#include "lists/list_config.h"
+#include "lists/configuration.h"
 #include "platform/status.h"
 #include "state/list_evaluation.h"
 #include "tests/unit/lists/fixture.h"

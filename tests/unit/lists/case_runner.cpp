@@ -7,7 +7,7 @@
 
 #include "config/delays.h"
 #include "config/lifecycle.h"
-#include "lists/list_config.h"
+#include "lists/configuration.h"
 #include "lists/threshold_list.h"
 #include "platform/memory/controls.h"
 #include "state/publication.h"

@@ -2,7 +2,7 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
-#include "show/display.h"
+#include "show/view.h"
 #include "tests/unit/show/output.h"
 
 namespace ot::test {

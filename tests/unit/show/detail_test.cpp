@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/probe_service.h"
-#include "show/display.h"
+#include "show/view.h"
 #include "tests/unit/show/output.h"
 
 namespace ot::test {

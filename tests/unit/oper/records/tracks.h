@@ -7,13 +7,13 @@
 #include <utility>
 #include <vector>
 
-#include "config/track_record.h"
 #include "oper/records/track_records.h"
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
 #include "platform/status.h"
 #include "state/timers.h"
+#include "state/track_record.h"
 #include "tests/unit/platform/records/samples.h"
 #include "tests/unit/service_fixture.h"
 

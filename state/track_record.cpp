@@ -1,9 +1,9 @@
 // The life of a record in `tracks_table`, from its first configuration item to its release.
 
-#include "config/track_record.h"
+#include "state/track_record.h"
 
 #include "core/debug.h"
-#include "lists/members.h"
+#include "core/track_kind.h"
 #include "platform/clock.h"
 #include "platform/status.h"
 #include "state/timers.h"
@@ -52,8 +52,9 @@ void release_track_timers(ot_track& track) noexcept {
 }
 
 void forget_object(ot_track& track) noexcept {
-  if (is_list_type(track.type)) {
-    free_list_members(track);
+  const track_kind* kind = track_kind_of(track.type);
+  if (kind != nullptr && kind->release_object != nullptr) {
+    kind->release_object(track);
   }
   track.object.zero();
 }

@@ -22,7 +22,7 @@ int add_track_record(const ot_track& track, const char* who) noexcept;
 // Gives the record's timers up; a running delay still publishes before it goes.
 void release_track_timers(ot_track& track) noexcept;
 
-// Empties what the track follows, releasing a list's members. Before a change of type.
+// Empties what the track follows, releasing what it owns. Before a change of type.
 void forget_object(ot_track& track) noexcept;
 
 // Drops every track with what it owns, and the table.

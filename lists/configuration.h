@@ -1,5 +1,5 @@
-// What boolean and threshold lists do alike when their configuration changes; what differs between
-// them is one constant of this type each. Main thread.
+// The configuration of lists: their member items, and what boolean and threshold lists do alike
+// when one changes. What differs between them is one constant of each type here. Main thread.
 #pragma once
 
 #include <cstdint>
@@ -8,6 +8,12 @@
 #include "platform/ledger_config.h"
 
 namespace ot {
+
+// Verifier of type/list/#/object/*/a: refuses the list itself as its member, letter by letter.
+int object_tracking_type_list_object_verify(const ledger_change& change, ledger_verdict& verdict);
+
+// Apply function of the same: 22 for list type 0; types that are no lists are ignored.
+int object_tracking_type_list_object_apply(const ledger_change& change);
 
 // Formats get the apply function's name first; null where a kind traces nothing.
 struct list_kind {

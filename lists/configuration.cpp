@@ -1,14 +1,20 @@
-// The common road of a list's configuration, from the member item to the track's record.
+// From a member item to the list track's record.
 
-#include "lists/list_kind.h"
+#include "lists/configuration.h"
 
-#include "config/track_record.h"
+#include <array>
+#include <cstring>
+
+#include "config/verifiers.h"
 #include "core/debug.h"
 #include "core/restart.h"
+#include "lists/boolean_list.h"
 #include "lists/members.h"
+#include "lists/threshold_list.h"
 #include "platform/status.h"
 #include "state/ledger_state.h"
 #include "state/list_evaluation.h"
+#include "state/track_record.h"
 
 namespace ot {
 namespace {
@@ -99,7 +105,45 @@ int make_track(const list_creation& kind, const char* name, track_type type, con
   return status;
 }
 
+struct apply_row {
+  track_type type;
+  ledger_apply_fn apply;
+};
+constexpr std::array apply_rows = {
+    apply_row{track_type::boolean_and, object_tracking_type_bool_object_apply},
+    apply_row{track_type::boolean_or, object_tracking_type_bool_object_apply},
+    apply_row{track_type::threshold_weight, object_tracking_type_threshold_object_apply},
+    apply_row{track_type::threshold_percentage, object_tracking_type_threshold_object_apply},
+};
+
 }  // namespace
+
+int object_tracking_type_list_object_verify(const ledger_change& change, ledger_verdict& verdict) {
+  OT_TRACE_ENTRY();
+  const ledger_path_field* name = change.field(0);
+  const ledger_path_field* member = change.field(2);
+  if (name == nullptr || member == nullptr) {
+    return invalid_argument;
+  }
+  if (creates_or_sets(change) && std::strcmp(name->text, member->text) == 0) {
+    return refuse(list_names_itself, verdict);
+  }
+  return accept(verdict);
+}
+
+int object_tracking_type_list_object_apply(const ledger_change& change) {
+  OT_TRACE_ENTRY();
+  const ledger_path_field* type = change.field(1);
+  if (type == nullptr || type->number == 0) {
+    return invalid_argument;
+  }
+  for (const apply_row& row : apply_rows) {
+    if (static_cast<std::uint32_t>(row.type) == type->number) {
+      return row.apply(change);
+    }
+  }
+  return status_ok;
+}
 
 int apply_list_member(const list_kind& kind, const ledger_change& change) {
   OT_TRACE_DETAIL("Entering (%s) : ", kind.apply_name);

@@ -1,0 +1,34 @@
+// Finding a kind among the rows.
+
+#include "core/track_kind.h"
+
+namespace ot {
+namespace {
+
+struct found_type {
+  const track_kind* kind = nullptr;
+  const track_kind_type* type = nullptr;
+};
+
+found_type find(track_type type) noexcept {
+  for (const track_kind* kind : track_kinds()) {
+    for (const track_kind_type& candidate : kind->types) {
+      if (candidate.type == type) {
+        return {kind, &candidate};
+      }
+    }
+  }
+  return {};
+}
+
+}  // namespace
+
+const track_kind* track_kind_of(track_type type) noexcept {
+  return find(type).kind;
+}
+
+const track_kind_type* track_kind_type_of(track_type type) noexcept {
+  return find(type).type;
+}
+
+}  // namespace ot

@@ -1,0 +1,99 @@
+// BFD tracks as a kind: a session to a destination over an interface.
+
+#include <cstdio>
+
+#include "core/debug.h"
+#include "core/in_addr_text.h"
+#include "core/track.h"
+#include "core/track_kind.h"
+#include "platform/bfd_client.h"
+#include "platform/process.h"
+#include "platform/status.h"
+#include "show/view.h"
+#include "sources/bfd/config.h"
+#include "sources/bfd/pending.h"
+#include "sources/bfd/sessions.h"
+#include "sources/bfd/table.h"
+#include "sources/bfd/thread.h"
+#include "sources/bfd/track.h"
+
+namespace ot {
+namespace {
+
+constexpr track_kind_type types[] = {
+    {track_type::bfd, "reachability", "BFD Reachability"},
+};
+
+constexpr ledger_registration leaves[] = {
+    {"track/*/type/bfdprb/#/rate/#/debounce_count/#/Interface/*/destaddress",
+     ledger_row_handled | ledger_row_tuple, object_tracking_type_bfdprb_verify,
+     object_tracking_type_bfdprb_apply},
+};
+
+int detach(ot_track& track) {
+  OT_TRACE_DETAIL(
+      " Found track_type : BFD_PRB. for track name %s  Delete this track from bfdprb entry",
+      track.name.c_str());
+  return object_tracking_type_bfdprb_delete(track.name.c_str());
+}
+
+void fill_object(const ot_track& track, track_type_info& info) noexcept {
+  const bfd_object& bfd = track.object.bfd;
+  info.BFDTracks.InterfaceName.assign(bfd.interface.view());
+  info.BFDTracks.DestinationAddress = bfd.destination;
+  info.BFDTracks.Rate = bfd.rate;
+  info.BFDTracks.DebounceCount = bfd.debounce_count;
+}
+
+object_column show_object(const track_info_brief__&) {
+  return object_column("BFD Session");
+}
+
+rest_of_record show_detail(const printed_track& track) {
+  const track_info__& record = track.record;
+  const bfdprb_track_info__& bfd = record.TrackTypeInfo.BFDTracks;
+  std::printf("\tInterface %s Destination Address %s\n", display_name(bfd.InterfaceName).c_str(),
+              in_addr_s(bfd.DestinationAddress));
+  print_state(track, record.TrackState);
+  print_changes(record);
+  return rest_of_record::printed;
+}
+
+constexpr service_of_tracks service = {router_service::bfd_engine, "bfd", bfd_cfg_count};
+
+// A stored track needs its session before its delays are applied; without a service there is
+// nothing to wait for.
+int wait_for_service(const start_context& context) {
+  process_wait(context.manager,
+               [] { return is_ot_bfd_connection_up != 0 || !bfdc_service_present(); });
+  return status_ok;
+}
+
+constexpr start_step tables[] = {
+    {"BFD table", [](const start_context&) { return bfdprb_table_create(); },
+     []() noexcept {
+       drop_bfd_cfgs();
+       drop_all_bfd_sessions();
+     }},
+};
+constexpr start_step connections[] = {
+    {"BFD thread", [](const start_context& c) { return ot_bfd_init(c.manager); }, ot_bfd_stop},
+    {"BFD connection", wait_for_service},
+};
+
+}  // namespace
+
+extern const track_kind bfd_kind = {
+    .types = types,
+    .leaves = leaves,
+    .detach = detach,
+    .detach_failed = "(%s) : object_tracking_type_bfdprb_delete failed - %s",
+    .fill_object = fill_object,
+    .show_object = show_object,
+    .show_detail = show_detail,
+    .service = &service,
+    .tables = tables,
+    .connections = connections,
+};
+
+}  // namespace ot
