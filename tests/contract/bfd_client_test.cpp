@@ -20,13 +20,13 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using told_list = std::vector<std::string>;
+using reported_list = std::vector<std::string>;
 
 constexpr const char* peer = "10.0.0.2";
 constexpr const char* other = "10.0.0.3";
 
-told_list told;  // by the client under test
-std::uint32_t told_handle = 0;
+reported_list reported;  // by the client under test
+std::uint32_t reported_handle = 0;
 // Numbers go on from one client to the next; the tests count from 1.
 std::optional<std::uint32_t> number_before;
 
@@ -37,35 +37,35 @@ std::string text_of(const bfd_address& address) {
 }
 
 void on_bound(const bfdc_bind_result* result) {
-  told.push_back("bound " + std::to_string(result->result));
+  reported.push_back("bound " + std::to_string(result->result));
 }
 void on_connection(const bfdc_connection_status* status) {
-  told.push_back("connection " + std::to_string(status->status));
+  reported.push_back("connection " + std::to_string(status->status));
 }
 void on_state(const bfdc_event* event) {
-  told_handle = event->ifhandle;
-  told.push_back((event->session_state == 0 ? "up " : "down ") + text_of(event->destination));
+  reported_handle = event->ifhandle;
+  reported.push_back((event->session_state == 0 ? "up " : "down ") + text_of(event->destination));
 }
 void on_request(const bfdc_request_result* result) {
-  told_handle = result->ifhandle;
+  reported_handle = result->ifhandle;
   const bool made = result->event == bfdc_request_created;
-  told.push_back(std::to_string(result->sequence - number_before.value_or(0)) +
-                 (made ? " made " : " given up ") + text_of(result->destination) +
-                 (result->error == 0 ? "" : " refused") +
-                 (result->context == &told ? "" : " of somebody"));
+  reported.push_back(std::to_string(result->sequence - number_before.value_or(0)) +
+                     (made ? " made " : " given up ") + text_of(result->destination) +
+                     (result->error == 0 ? "" : " refused") +
+                     (result->context == &reported ? "" : " of somebody"));
 }
 
-class bfd_client : public contract_test {
+class bfd_client_contract : public contract_test {
  protected:
   void SetUp() override {
     contract_test::SetUp();
-    bench = make_bfd_bench(manager());
-    told.clear();
+    bed = make_bfd_test_bed(manager());
+    reported.clear();
     number_before.reset();
   }
   void TearDown() override {
     bfdc_unbind();
-    bench.reset();
+    bed.reset();
     contract_test::TearDown();
   }
 
@@ -77,32 +77,32 @@ class bfd_client : public contract_test {
     record.bound = on_bound;
     record.connection = on_connection;
     record.request_done = on_request;
-    ASSERT_EQ(bfdc_bind_nb(record, &told), 0);
+    ASSERT_EQ(bfdc_bind_nb(record, &reported), 0);
     expect("bound 0");
   }
   void connect() {
     bind();
-    bench->start();
+    bed->start();
     expect("connection 1");
   }
-  // What is told next is exactly this, in this order.
+  // What is reported next is exactly this, in this order.
   template <typename... Lines>
   void expect(Lines... lines) {
-    EXPECT_TRUE(run_until([] { return told.size() >= sizeof...(Lines); }));
-    EXPECT_THAT(std::exchange(told, {}), ElementsAre(lines...));
+    EXPECT_TRUE(run_until([] { return reported.size() >= sizeof...(Lines); }));
+    EXPECT_THAT(std::exchange(reported, {}), ElementsAre(lines...));
   }
 
   bfdc_session_request request(const char* address) const {
     bfdc_session_request made;
     made.kind = 1;
-    made.ifhandle = bench->handle();
-    made.interface.assign(bench_interface);
+    made.ifhandle = bed->handle();
+    made.interface.assign(bed_interface);
     made.destination.family = bfd_family_ipv4;
     EXPECT_EQ(inet_pton(AF_INET, address, made.destination.bytes), 1);
     made.source.family = bfd_family_ipv4;
     made.rate = 300;
     made.debounce_count = 3;
-    made.context = &told;
+    made.context = &reported;
     return made;
   }
   // The number of the request.
@@ -126,87 +126,88 @@ class bfd_client : public contract_test {
     return answer.sequence - *number_before;
   }
 
-  std::unique_ptr<bfd_bench> bench;
+  std::unique_ptr<bfd_test_bed> bed;
 };
 
-TEST_F(bfd_client, connects_when_there_is_an_engine) {
+TEST_F(bfd_client_contract, connects_when_there_is_an_engine) {
   EXPECT_FALSE(bfdc_service_present());
   bind();
-  bench->start();
+  bed->start();
   expect("connection 1");
   EXPECT_TRUE(bfdc_service_present());
 }
 
-TEST_F(bfd_client, an_acknowledgement_comes_before_the_state_and_carries_the_requests_number) {
+TEST_F(bfd_client_contract,
+       an_acknowledgement_comes_before_the_state_and_carries_the_requests_number) {
   connect();
-  bench->answer(peer);
+  bed->answer(peer);
   EXPECT_EQ(create(peer), 1U);
   expect("1 made 10.0.0.2", "up 10.0.0.2");
-  EXPECT_EQ(told_handle, bench->handle());
+  EXPECT_EQ(reported_handle, bed->handle());
   EXPECT_EQ(create(other), 2U);
   expect("2 made 10.0.0.3");
-  EXPECT_EQ(bench->sessions(), 2U);
+  EXPECT_EQ(bed->sessions(), 2U);
 }
 
-TEST_F(bfd_client, states_follow_the_peer) {
+TEST_F(bfd_client_contract, states_follow_the_peer) {
   connect();
   create(peer);
   expect("1 made 10.0.0.2");
-  bench->answer(peer);
+  bed->answer(peer);
   expect("up 10.0.0.2");
-  bench->fall_silent(peer);
+  bed->fall_silent(peer);
   expect("down 10.0.0.2");
 }
 
-TEST_F(bfd_client, a_session_asked_for_twice_is_one_and_is_reported_again) {
+TEST_F(bfd_client_contract, a_session_asked_for_twice_is_one_and_is_reported_again) {
   connect();
-  bench->answer(peer);
+  bed->answer(peer);
   create(peer);
   expect("1 made 10.0.0.2", "up 10.0.0.2");
   create(peer);
   expect("2 made 10.0.0.2", "up 10.0.0.2");
-  EXPECT_EQ(bench->sessions(), 1U);
+  EXPECT_EQ(bed->sessions(), 1U);
   give_up(peer);
   expect("3 given up 10.0.0.2");
-  EXPECT_TRUE(run_until([this] { return bench->sessions() == 0; }));
+  EXPECT_TRUE(run_until([this] { return bed->sessions() == 0; }));
 }
 
-TEST_F(bfd_client, giving_up_is_acknowledged_also_for_what_is_not_there) {
+TEST_F(bfd_client_contract, giving_up_is_acknowledged_also_for_what_is_not_there) {
   connect();
   EXPECT_EQ(give_up(peer), 1U);
   expect("1 given up 10.0.0.2");
 }
 
-TEST_F(bfd_client, an_engine_that_ends_takes_its_sessions_down_and_gets_them_again) {
+TEST_F(bfd_client_contract, an_engine_that_ends_takes_its_sessions_down_and_gets_them_again) {
   connect();
-  bench->answer(peer);
+  bed->answer(peer);
   create(peer);
   create(other);
   expect("1 made 10.0.0.2", "up 10.0.0.2", "2 made 10.0.0.3");
-  bench->end();
+  bed->end();
   expect("connection 0", "down 10.0.0.2");
-  bench->start();
+  bed->start();
   expect("connection 1", "up 10.0.0.2");
-  EXPECT_TRUE(run_until([this] { return bench->sessions() == 2; }));
+  EXPECT_TRUE(run_until([this] { return bed->sessions() == 2; }));
 }
 
-TEST_F(bfd_client, what_is_given_up_while_the_engine_is_away_is_not_asked_for_again) {
+TEST_F(bfd_client_contract, what_is_given_up_while_the_engine_is_away_is_not_asked_for_again) {
   connect();
-  bench->answer(peer);
-  bench->answer(other);
+  bed->answer(peer);
+  bed->answer(other);
   create(peer);
   create(other);
   expect("1 made 10.0.0.2", "up 10.0.0.2", "2 made 10.0.0.3", "up 10.0.0.3");
-  bench->end();
+  bed->end();
   expect("connection 0", "down 10.0.0.2", "down 10.0.0.3");
   EXPECT_EQ(give_up(peer), 3U);
   expect("3 given up 10.0.0.2");
-  bench->start();
+  bed->start();
   expect("connection 1", "up 10.0.0.3");
-  EXPECT_EQ(bench->sessions(), 1U);
+  EXPECT_EQ(bed->sessions(), 1U);
 }
 
-TEST_F(bfd_client, requests_out_of_bounds_are_not_taken) {
+TEST_F(bfd_client_contract, requests_out_of_bounds_are_not_taken) {
   connect();
   const auto refused = [this](auto change) {
     bfdc_session_request asked = request(peer);
@@ -225,7 +226,7 @@ TEST_F(bfd_client, requests_out_of_bounds_are_not_taken) {
   expect("1 made 10.0.0.2");
 }
 
-TEST_F(bfd_client, an_ended_client_takes_no_request_and_is_told_nothing) {
+TEST_F(bfd_client_contract, an_ended_client_takes_no_request_and_is_notified_of_nothing) {
   connect();
   create(peer);
   expect("1 made 10.0.0.2");
@@ -234,9 +235,9 @@ TEST_F(bfd_client, an_ended_client_takes_no_request_and_is_told_nothing) {
   bfdc_session_answer answer;
   EXPECT_NE(bfdc_session_create_nb(request(other), &answer), 0);
   EXPECT_NE(bfdc_session_delete_unconfig_nb(request(peer), &answer), 0);
-  bench->end();
+  bed->end();
   let_pass(manager(), std::chrono::milliseconds(50));
-  EXPECT_THAT(told, IsEmpty());
+  EXPECT_THAT(reported, IsEmpty());
 }
 
 }  // namespace

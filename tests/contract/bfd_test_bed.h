@@ -9,13 +9,13 @@
 
 namespace ot::contract {
 
-inline constexpr const char* bench_interface = "v1";
+inline constexpr const char* bed_interface = "v1";
 
 // The engine is installed, but does not run. It may use the client's loop.
-class bfd_bench {
+class bfd_test_bed {
  public:
-  virtual ~bfd_bench() = default;
-  // The handle of `bench_interface`.
+  virtual ~bfd_test_bed() = default;
+  // The handle of `bed_interface`.
   [[nodiscard]] virtual std::uint32_t handle() const = 0;
   // The engine starts without sessions, and ends.
   virtual void start() = 0;
@@ -27,6 +27,6 @@ class bfd_bench {
   virtual std::size_t sessions() = 0;
 };
 
-std::unique_ptr<bfd_bench> make_bfd_bench(evm* manager);
+std::unique_ptr<bfd_test_bed> make_bfd_test_bed(evm* manager);
 
 }  // namespace ot::contract

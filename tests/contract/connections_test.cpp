@@ -22,23 +22,23 @@ struct opener {
   }
 };
 
-std::vector<std::uint32_t>* told = nullptr;
+std::vector<std::uint32_t>* reported = nullptr;
 
 class connections_contract : public contract_test {
  protected:
   void SetUp() override {
     contract_test::SetUp();
-    told = &told_;
+    reported = &reported_;
     ASSERT_EQ(evm_conn_create(manager(), opener::open, &opener_, 3, &connection_), 0);
     ASSERT_EQ(evm_conn_setretry(connection_, 0, 1), 0);
     ASSERT_EQ(evm_conn_notify(connection_, evm_conn_closed | evm_conn_failed,
-                              [](evm_conn*, std::uint32_t event) { told->push_back(event); }),
+                              [](evm_conn*, std::uint32_t event) { reported->push_back(event); }),
               0);
   }
 
   opener opener_;
   evm_conn* connection_ = nullptr;
-  std::vector<std::uint32_t> told_;
+  std::vector<std::uint32_t> reported_;
 };
 
 TEST_F(connections_contract, opening_calls_the_routine_once) {
@@ -65,21 +65,21 @@ TEST_F(connections_contract, the_first_delay_is_waited_for) {
   EXPECT_TRUE(run_until([this] { return opener_.calls == 2; }));
 }
 
-TEST_F(connections_contract, an_end_is_told_and_the_connection_opened_again) {
+TEST_F(connections_contract, an_end_is_reported_and_the_connection_opened_again) {
   ASSERT_EQ(evm_conn_open(connection_), 0);
   evm_conn_ended(manager(), 7, evm_conn_closed);
   EXPECT_TRUE(run_until([this] { return opener_.calls == 2; }));
-  EXPECT_EQ(told_, (std::vector<std::uint32_t>{evm_conn_closed}));
+  EXPECT_EQ(reported_, (std::vector<std::uint32_t>{evm_conn_closed}));
 }
 
-TEST_F(connections_contract, events_outside_the_mask_are_not_told) {
+TEST_F(connections_contract, events_outside_the_mask_are_not_reported) {
   ASSERT_EQ(evm_conn_notify(connection_, evm_conn_failed,
-                            [](evm_conn*, std::uint32_t event) { told->push_back(event); }),
+                            [](evm_conn*, std::uint32_t event) { reported->push_back(event); }),
             0);
   ASSERT_EQ(evm_conn_open(connection_), 0);
   evm_conn_ended(manager(), 7, evm_conn_closed);
   EXPECT_TRUE(run_until([this] { return opener_.calls == 2; }));
-  EXPECT_TRUE(told_.empty());
+  EXPECT_TRUE(reported_.empty());
 }
 
 TEST_F(connections_contract, an_unknown_id_is_ignored) {
@@ -88,7 +88,7 @@ TEST_F(connections_contract, an_unknown_id_is_ignored) {
   evm_conn_ended(manager(), evm_no_connection, evm_conn_closed);
   let_pass(manager(), 50ms);
   EXPECT_EQ(opener_.calls, 1);
-  EXPECT_TRUE(told_.empty());
+  EXPECT_TRUE(reported_.empty());
 }
 
 TEST_F(connections_contract, an_id_of_before_is_unknown_after_the_reopening) {
@@ -98,7 +98,7 @@ TEST_F(connections_contract, an_id_of_before_is_unknown_after_the_reopening) {
   evm_conn_ended(manager(), 7, evm_conn_failed);
   let_pass(manager(), 50ms);
   EXPECT_EQ(opener_.calls, 2);
-  EXPECT_EQ(told_, (std::vector<std::uint32_t>{evm_conn_failed}));
+  EXPECT_EQ(reported_, (std::vector<std::uint32_t>{evm_conn_failed}));
 }
 
 }  // namespace

@@ -144,7 +144,7 @@ TEST_F(events_contract, every_subscriber_gets_its_own) {
   EXPECT_EQ(received(only_b, 1), (texts{"b=1"}));
 }
 
-TEST_F(events_contract, the_publisher_is_told_of_the_subscriptions) {
+TEST_F(events_contract, the_publisher_is_notified_of_the_subscriptions) {
   subscriber({{"a", true, 0}, {"b", false, 1}});
   EXPECT_EQ(copied_, (texts{"a", "b"}));
 }

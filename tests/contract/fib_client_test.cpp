@@ -1,4 +1,4 @@
-// The FIB: what a look-up answers, and when a client is told of a registered prefix.
+// The FIB: what a look-up answers, and when a client is notified of a registered prefix.
 #include "platform/fib_client.h"
 
 #include <arpa/inet.h>
@@ -19,7 +19,7 @@ using namespace std::chrono_literals;
 
 using news = std::vector<std::string>;
 
-news* told = nullptr;
+news* reported = nullptr;
 
 std::uint32_t address_of(const char* text) {
   in_addr address{};
@@ -36,13 +36,13 @@ std::string text_of(const rtclient_notification& notification) {
 
 void note_change(const rtclient_notification* notification) {
   EXPECT_EQ(notification->family, fib_family_ipv4);
-  told->push_back(text_of(*notification));
+  reported->push_back(text_of(*notification));
 }
 void note_loss() {
-  told->push_back("disconnected");
+  reported->push_back("disconnected");
 }
 void note_connection() {
-  told->push_back("reconnected");
+  reported->push_back("reconnected");
 }
 
 rtclient_registration registration(const char* address, std::uint16_t length,
@@ -62,7 +62,7 @@ class fib_contract : public contract_test {
  protected:
   void SetUp() override {
     contract_test::SetUp();
-    told = &news_;
+    reported = &news_;
     if (const std::string reason = interfaces_unavailable(); !reason.empty()) {
       GTEST_SKIP() << reason;
     }
@@ -74,11 +74,11 @@ class fib_contract : public contract_test {
     contract_test::TearDown();
   }
 
-  // A client that is connected, nothing told yet.
+  // A client that is connected, nothing reported yet.
   void open() {
     const rtclient_parameters parameters{"contract", 1, manager(), 3225};
     ASSERT_EQ(rtclient_init(parameters, {note_change, note_loss, note_connection}, &client_), 0);
-    EXPECT_EQ(news_, news{}) << "the connection is told on the loop";
+    EXPECT_EQ(news_, news{}) << "the connection is reported on the loop";
     ASSERT_TRUE(run_until([this] { return !news_.empty(); }));
     EXPECT_EQ(news_, news{"reconnected"});
     news_.clear();
@@ -96,7 +96,7 @@ class fib_contract : public contract_test {
     let_pass(manager(), 100ms);
     news_.clear();
   }
-  bool told_within_time(const std::string& what) {
+  bool reported_within_time(const std::string& what) {
     const bool came =
         run_until([&] { return std::find(news_.begin(), news_.end(), what) != news_.end(); });
     let_pass(manager(), 100ms);
@@ -139,10 +139,10 @@ TEST_F(fib_contract, a_look_up_names_the_interface_as_it_is_called_now) {
   open();
   watch(net24);
   add_route("192.0.2.0/24", "ct0");
-  EXPECT_TRUE(told_within_time(net24_text));
+  EXPECT_TRUE(reported_within_time(net24_text));
   rename_interface("ct0", "ct9");
   add_route("192.0.2.0/24", "ct9");
-  EXPECT_TRUE(told_within_time(net24_text));
+  EXPECT_TRUE(reported_within_time(net24_text));
   EXPECT_EQ(match("192.0.2.0"), "24 ct9");
 }
 
@@ -162,7 +162,7 @@ TEST_F(fib_contract, a_look_up_of_another_family_is_refused) {
   rtclient_lookup_free(nullptr);
 }
 
-TEST_F(fib_contract, a_registration_is_told_once_soon_after) {
+TEST_F(fib_contract, a_registration_is_reported_once_soon_after) {
   open();
   ASSERT_EQ(rtclient_bulk_reg_notif(client_, {&net24, 1}), 0);
   EXPECT_EQ(news_, news{}) << "not before the call returns";
@@ -171,11 +171,11 @@ TEST_F(fib_contract, a_registration_is_told_once_soon_after) {
   EXPECT_EQ(news_, news{net24_text});
 }
 
-TEST_F(fib_contract, a_second_registration_is_told_to_be_one_and_notified_all_the_same) {
+TEST_F(fib_contract, a_second_registration_is_answered_as_one_and_notified_all_the_same) {
   open();
   watch(net24);
   EXPECT_EQ(rtclient_bulk_reg_notif(client_, {&net24, 1}), fib_already_registered);
-  EXPECT_TRUE(told_within_time(net24_text));
+  EXPECT_TRUE(reported_within_time(net24_text));
 }
 
 TEST_F(fib_contract, the_same_prefix_in_another_table_or_length_is_another_one) {
@@ -185,24 +185,24 @@ TEST_F(fib_contract, the_same_prefix_in_another_table_or_length_is_another_one) 
   watch(registration("192.0.2.0", 24, 7));
 }
 
-TEST_F(fib_contract, every_change_of_the_longest_match_is_told) {
+TEST_F(fib_contract, every_change_of_the_longest_match_is_reported) {
   open();
   watch(net24);
   add_route("192.0.2.0/24", "ct0");
-  EXPECT_TRUE(told_within_time(net24_text)) << "added";
+  EXPECT_TRUE(reported_within_time(net24_text)) << "added";
   add_route("192.0.2.0/24", "ct1");
-  EXPECT_TRUE(told_within_time(net24_text)) << "replaced";
+  EXPECT_TRUE(reported_within_time(net24_text)) << "replaced";
   add_route("192.0.2.0/25", "ct0");
-  EXPECT_TRUE(told_within_time(net24_text)) << "hidden";
+  EXPECT_TRUE(reported_within_time(net24_text)) << "hidden";
   remove_route("192.0.2.0/25");
-  EXPECT_TRUE(told_within_time(net24_text)) << "not hidden any more";
+  EXPECT_TRUE(reported_within_time(net24_text)) << "not hidden any more";
   remove_route("192.0.2.0/24");
-  EXPECT_TRUE(told_within_time(net24_text)) << "removed";
+  EXPECT_TRUE(reported_within_time(net24_text)) << "removed";
   add_route("192.0.0.0/16", "ct0");
-  EXPECT_TRUE(told_within_time(net24_text)) << "covered";
+  EXPECT_TRUE(reported_within_time(net24_text)) << "covered";
 }
 
-TEST_F(fib_contract, changes_that_follow_each_other_closely_are_told) {
+TEST_F(fib_contract, changes_that_follow_each_other_closely_are_reported) {
   open();
   watch(net24);
   for (int i = 0; i < 5; ++i) {
@@ -215,7 +215,7 @@ TEST_F(fib_contract, changes_that_follow_each_other_closely_are_told) {
   }
 }
 
-TEST_F(fib_contract, only_prefixes_concerned_are_told) {
+TEST_F(fib_contract, only_prefixes_concerned_are_reported) {
   open();
   watch(net24);
   const rtclient_registration other = registration("198.51.100.0", 24);
@@ -227,7 +227,7 @@ TEST_F(fib_contract, only_prefixes_concerned_are_told) {
   EXPECT_EQ(news_, news{"198.51.100.0/24 table 254"});
 }
 
-TEST_F(fib_contract, an_unregistered_prefix_is_not_told) {
+TEST_F(fib_contract, an_unregistered_prefix_is_not_reported) {
   open();
   watch(net24);
   EXPECT_EQ(rtclient_bulk_unreg_notif(client_, {&net24, 1}), 0);
@@ -246,10 +246,10 @@ TEST_F(fib_contract, a_lost_connection_comes_back_without_the_registrations) {
   news_.clear();
   watch(net24);
   add_route("192.0.2.0/24", "ct0");
-  EXPECT_TRUE(told_within_time(net24_text));
+  EXPECT_TRUE(reported_within_time(net24_text));
 }
 
-TEST_F(fib_contract, a_closed_client_is_told_nothing) {
+TEST_F(fib_contract, a_closed_client_is_notified_of_nothing) {
   open();
   ASSERT_EQ(rtclient_bulk_reg_notif(client_, {&net24, 1}), 0);
   close();

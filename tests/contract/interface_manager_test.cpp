@@ -1,4 +1,4 @@
-// The interface manager: what a client is told, when, and what its look-ups answer.
+// The interface manager: what a client is notified of, when, and what its look-ups answer.
 #include "platform/interface_manager.h"
 
 #include <algorithm>
@@ -14,27 +14,27 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// What a callback was told of one item.
-struct told_item {
+// What a callback was notified of about one item.
+struct reported_item {
   std::string name;
   bool exists;
   std::uint32_t handle;
   std::map<std::uint16_t, std::uint32_t> attributes;  // those with a value
 };
 
-std::vector<told_item>* told = nullptr;
-std::vector<std::uint32_t>* told_codes = nullptr;
+std::vector<reported_item>* reported = nullptr;
+std::vector<std::uint32_t>* reported_codes = nullptr;
 
 int note(evm* /*manager*/, const ifc_bulk_notification* message) {
-  told_codes->push_back(message->code);
+  reported_codes->push_back(message->code);
   for (const ifc_item& item : message->items) {
-    told_item seen{item.name, item.exists != 0, item.handle, {}};
+    reported_item seen{item.name, item.exists != 0, item.handle, {}};
     for (const ifc_attribute& attribute : item.attributes) {
       if (attribute.value != nullptr) {
         seen.attributes[attribute.number] = *attribute.value;
       }
     }
-    told->push_back(seen);
+    reported->push_back(seen);
   }
   return 0;
 }
@@ -43,8 +43,8 @@ class interface_manager_contract : public contract_test {
  protected:
   void SetUp() override {
     contract_test::SetUp();
-    told = &items_;
-    told_codes = &codes_;
+    reported = &items_;
+    reported_codes = &codes_;
     if (const std::string reason = interfaces_unavailable(); !reason.empty()) {
       GTEST_SKIP() << reason;
     }
@@ -85,36 +85,37 @@ class interface_manager_contract : public contract_test {
   }
 
   // Whether an item of `name` has come since the last clear with that state.
-  bool told_state(const std::string& name, std::uint32_t state) {
-    return std::any_of(items_.begin(), items_.end(), [&](const told_item& item) {
+  bool reported_state(const std::string& name, std::uint32_t state) {
+    return std::any_of(items_.begin(), items_.end(), [&](const reported_item& item) {
       const auto it = item.attributes.find(ifc_attr_state);
       return item.name == name && item.exists && it != item.attributes.end() && it->second == state;
     });
   }
-  bool told_deleted(const std::string& name) {
-    return std::any_of(items_.begin(), items_.end(),
-                       [&](const told_item& item) { return item.name == name && !item.exists; });
+  bool reported_deleted(const std::string& name) {
+    return std::any_of(items_.begin(), items_.end(), [&](const reported_item& item) {
+      return item.name == name && !item.exists;
+    });
   }
 
   ifc_conn_ctx context_;
-  std::vector<told_item> items_;
+  std::vector<reported_item> items_;
   std::vector<std::uint32_t> codes_;
 };
 
-TEST_F(interface_manager_contract, registering_tells_the_present_value_before_it_returns) {
+TEST_F(interface_manager_contract, registering_reports_the_present_value_before_it_returns) {
   bind();
   int status = -1;
   ASSERT_EQ(ifc_attr_register(context_, ifc_attr_state, &status), 0);
   EXPECT_EQ(status, 0);
-  EXPECT_TRUE(told_state("ct0", ifm_state_up));
-  for (const told_item& item : items_) {
+  EXPECT_TRUE(reported_state("ct0", ifm_state_up));
+  for (const reported_item& item : items_) {
     EXPECT_FALSE(item.attributes.contains(ifc_attr_redundancy)) << item.name;
   }
   items_.clear();
   ASSERT_EQ(ifc_attr_register(context_, ifc_attr_redundancy, &status), 0);
   EXPECT_EQ(status, 0);
   const auto ct0 = std::find_if(items_.begin(), items_.end(),
-                                [](const told_item& item) { return item.name == "ct0"; });
+                                [](const reported_item& item) { return item.name == "ct0"; });
   ASSERT_NE(ct0, items_.end());
   EXPECT_EQ(ct0->attributes, (std::map<std::uint16_t, std::uint32_t>{{ifc_attr_redundancy, 1}}));
   EXPECT_EQ(ct0->handle, find("ct0"));
@@ -124,7 +125,7 @@ TEST_F(interface_manager_contract, every_notification_is_a_bulk_notification) {
   bind();
   register_both();
   cut_link("ct0");
-  ASSERT_TRUE(run_until([this] { return told_state("ct0", ifm_state_down); }));
+  ASSERT_TRUE(run_until([this] { return reported_state("ct0", ifm_state_down); }));
   EXPECT_TRUE(std::all_of(codes_.begin(), codes_.end(),
                           [](std::uint32_t code) { return code == ifc_bulk_code; }));
 }
@@ -137,16 +138,16 @@ TEST_F(interface_manager_contract, an_attribute_that_does_not_exist_is_refused) 
   EXPECT_TRUE(items_.empty());
 }
 
-TEST_F(interface_manager_contract, a_cut_and_a_restored_link_are_told) {
+TEST_F(interface_manager_contract, a_cut_and_a_restored_link_are_reported) {
   bind();
   register_both();
   items_.clear();
   cut_link("ct0");
-  EXPECT_TRUE(run_until([this] { return told_state("ct0", ifm_state_down); }));
+  EXPECT_TRUE(run_until([this] { return reported_state("ct0", ifm_state_down); }));
   EXPECT_EQ(state_of(find("ct0")), ifm_state_down);
   items_.clear();
   restore_link("ct0");
-  EXPECT_TRUE(run_until([this] { return told_state("ct0", ifm_state_up); }));
+  EXPECT_TRUE(run_until([this] { return reported_state("ct0", ifm_state_up); }));
   EXPECT_EQ(state_of(find("ct0")), ifm_state_up);
 }
 
@@ -155,35 +156,35 @@ TEST_F(interface_manager_contract, administratively_down_is_a_state_of_its_own) 
   register_both();
   items_.clear();
   set_admin_down("ct0");
-  EXPECT_TRUE(run_until([this] { return told_state("ct0", ifm_state_admin_down); }));
+  EXPECT_TRUE(run_until([this] { return reported_state("ct0", ifm_state_admin_down); }));
   EXPECT_EQ(state_of(find("ct0")), ifm_state_admin_down);
   items_.clear();
   set_admin_up("ct0");
-  EXPECT_TRUE(run_until([this] { return told_state("ct0", ifm_state_up); }));
+  EXPECT_TRUE(run_until([this] { return reported_state("ct0", ifm_state_up); }));
 }
 
-TEST_F(interface_manager_contract, a_new_interface_is_told_with_its_attributes) {
+TEST_F(interface_manager_contract, a_new_interface_is_reported_with_its_attributes) {
   bind();
   register_both();
   items_.clear();
   make_interface("ct1");
-  ASSERT_TRUE(run_until([this] { return told_state("ct1", ifm_state_up); }));
+  ASSERT_TRUE(run_until([this] { return reported_state("ct1", ifm_state_up); }));
   const auto first = std::find_if(items_.begin(), items_.end(),
-                                  [](const told_item& item) { return item.name == "ct1"; });
+                                  [](const reported_item& item) { return item.name == "ct1"; });
   EXPECT_EQ(first->attributes.size(), 2u);
   EXPECT_EQ(first->attributes[ifc_attr_redundancy], 1u);
   EXPECT_EQ(first->handle, find("ct1"));
   EXPECT_NE(first->handle, find("ct0"));
 }
 
-TEST_F(interface_manager_contract, a_deleted_interface_is_told_with_the_state_alone) {
+TEST_F(interface_manager_contract, a_deleted_interface_is_reported_with_the_state_alone) {
   bind();
   register_both();
   const std::uint32_t handle = find("ct0");
   items_.clear();
   remove_interface("ct0");
-  ASSERT_TRUE(run_until([this] { return told_deleted("ct0"); }));
-  for (const told_item& item : items_) {
+  ASSERT_TRUE(run_until([this] { return reported_deleted("ct0"); }));
+  for (const reported_item& item : items_) {
     if (!item.exists && item.name == "ct0") {
       EXPECT_EQ(item.handle, handle);
       EXPECT_TRUE(item.attributes.empty());  // no values
@@ -201,9 +202,10 @@ TEST_F(interface_manager_contract, a_rename_is_a_deletion_and_a_creation) {
   const std::uint32_t handle = find("ct0");
   items_.clear();
   rename_interface("ct0", "ct9");
-  ASSERT_TRUE(run_until([this] { return told_deleted("ct0") && told_state("ct9", ifm_state_up); }));
+  ASSERT_TRUE(
+      run_until([this] { return reported_deleted("ct0") && reported_state("ct9", ifm_state_up); }));
   const auto place = [this](const std::string& name, bool exists) {
-    return std::find_if(items_.begin(), items_.end(), [&](const told_item& item) {
+    return std::find_if(items_.begin(), items_.end(), [&](const reported_item& item) {
       return item.name == name && item.exists == exists;
     });
   };
@@ -249,7 +251,7 @@ TEST_F(interface_manager_contract, the_connection_has_an_id) {
   EXPECT_NE(id, evm_no_connection);
 }
 
-TEST_F(interface_manager_contract, after_an_unbind_nothing_is_told_and_a_new_binding_works) {
+TEST_F(interface_manager_contract, after_an_unbind_nothing_is_reported_and_a_new_binding_works) {
   bind();
   register_both();
   ifc_control_server_unbind(&context_);
@@ -259,7 +261,7 @@ TEST_F(interface_manager_contract, after_an_unbind_nothing_is_told_and_a_new_bin
   EXPECT_TRUE(items_.empty());
   bind();
   register_both();
-  EXPECT_TRUE(told_state("ct0", ifm_state_down));
+  EXPECT_TRUE(reported_state("ct0", ifm_state_down));
 }
 
 }  // namespace

@@ -19,10 +19,10 @@ constexpr const char* a_of_x = "/cfg/gl/sample/thing/x/a";
 constexpr const char* a_of_y = "/cfg/gl/sample/thing/y/a";
 constexpr const char* text_of_x = "/cfg/gl/sample/thing/x/text";
 
-class LedgerCommit : public LedgerContract {
+class ledger_commit_contract : public ledger_contract {
  protected:
   void SetUp() override {
-    LedgerContract::SetUp();
+    ledger_contract::SetUp();
     ASSERT_EQ(hosted(register_sample_tree), 0);
   }
   int commit(std::vector<ledger_proposal> changes) {
@@ -36,7 +36,7 @@ class LedgerCommit : public LedgerContract {
   ledger_value value_;
 };
 
-TEST_P(LedgerCommit, EventsFollowFromWhatIsStored) {
+TEST_P(ledger_commit_contract, events_follow_from_what_is_stored) {
   ASSERT_EQ(commit({set_number(a_of_x, 1)}), 0);
   ASSERT_EQ(commit({set_number(a_of_x, 1)}), 0);  // a set, whatever the value
   ASSERT_EQ(commit({set_number(a_of_x, 5)}), 0);
@@ -47,21 +47,21 @@ TEST_P(LedgerCommit, EventsFollowFromWhatIsStored) {
   EXPECT_FALSE(stored(a_of_x));
 }
 
-TEST_P(LedgerCommit, FieldsAndValuesOfEveryKindArrive) {
+TEST_P(ledger_commit_contract, fields_and_values_of_every_kind_arrive) {
   ASSERT_EQ(commit({set_text(text_of_x, "eth0"),
                     set_tuple("/cfg/gl/sample/thing/x/kind/0x2/pair", {10, 20})}),
             0);
   EXPECT_THAT(sample().applied, ElementsAre("1 x ->eth0", "1 x 0x2=2 ->10,20"));
 }
 
-TEST_P(LedgerCommit, DeletesAreAppliedFirst) {
+TEST_P(ledger_commit_contract, deletes_are_applied_first) {
   ASSERT_EQ(commit({set_number(a_of_x, 1)}), 0);
   sample().applied.clear();
   ASSERT_EQ(commit({set_number(a_of_y, 2), set_text(text_of_x, "t"), remove_item(a_of_x)}), 0);
   EXPECT_THAT(sample().applied, ElementsAre("4 x 1>-", "1 y ->2", "1 x ->t"));
 }
 
-TEST_P(LedgerCommit, ARefusalStoresAndAppliesNothing) {
+TEST_P(ledger_commit_contract, a_refusal_stores_and_applies_nothing) {
   sample().refuse["y"] = too_many_tracks;
   EXPECT_EQ(commit({set_number(a_of_x, 1), set_number(a_of_y, 2)}), too_many_tracks);
   EXPECT_THAT(sample().verified, ElementsAre("1 x ->1", "1 y ->2"));
@@ -75,7 +75,7 @@ TEST_P(LedgerCommit, ARefusalStoresAndAppliesNothing) {
   EXPECT_FALSE(refusals_[0].applied);
 }
 
-TEST_P(LedgerCommit, EveryRefusalIsReported) {
+TEST_P(ledger_commit_contract, every_refusal_is_reported) {
   sample().refuse["x"] = track_type_conflict;
   sample().refuse["y"] = too_many_tracks;
   EXPECT_EQ(commit({set_number(a_of_x, 1), set_number(a_of_y, 2)}), track_type_conflict);
@@ -83,7 +83,7 @@ TEST_P(LedgerCommit, EveryRefusalIsReported) {
   EXPECT_EQ(refusals_[1].code, too_many_tracks);
 }
 
-TEST_P(LedgerCommit, AnApplyErrorDoesNotUndoTheCommit) {
+TEST_P(ledger_commit_contract, an_apply_error_does_not_undo_the_commit) {
   sample().fail_apply["x"] = no_memory;
   EXPECT_EQ(commit({set_number(a_of_x, 1), set_number(a_of_y, 2)}), no_memory);
   EXPECT_THAT(sample().applied, ElementsAre("1 x ->1", "1 y ->2"));
@@ -100,7 +100,7 @@ struct bad_change {
   const char* text;
 };
 
-TEST_P(LedgerCommit, FaultyChangesAreRefusedBeforeAnyVerifier) {
+TEST_P(ledger_commit_contract, faulty_changes_are_refused_before_any_verifier) {
   const bad_change rows[] = {
       {set_number("/cfg/gl/sample/thing/x/b", 1), ledger_unknown_path, "thing/x/b"},
       {set_number("/cfg/gl/elsewhere/a", 1), ledger_unknown_path, "elsewhere"},
@@ -124,14 +124,14 @@ TEST_P(LedgerCommit, FaultyChangesAreRefusedBeforeAnyVerifier) {
   EXPECT_FALSE(stored(a_of_y));
 }
 
-TEST_P(LedgerCommit, APathStandsOnceInACommit) {
+TEST_P(ledger_commit_contract, a_path_stands_once_in_a_commit) {
   EXPECT_EQ(commit({set_number(a_of_x, 1), remove_item(a_of_x)}), duplicate_key);
   ASSERT_EQ(refusals_.size(), 1U);
   EXPECT_EQ(refusals_[0].path, a_of_x);
   EXPECT_FALSE(stored(a_of_x));
 }
 
-TEST_P(LedgerCommit, AnUnhandledLeafIsOnlyKept) {
+TEST_P(ledger_commit_contract, an_unhandled_leaf_is_only_kept) {
   ASSERT_EQ(commit({set_text("/cfg/gl/sample/thing/x/note", "n"),
                     set_text("/cfg/if/act/eth0/service-vrrp/track_name", "x")}),
             0);
@@ -140,7 +140,7 @@ TEST_P(LedgerCommit, AnUnhandledLeafIsOnlyKept) {
   EXPECT_EQ(value_.as_text(), "x");
 }
 
-TEST_P(LedgerCommit, VerifiersSeeTheStateBeforeTheCommit) {
+TEST_P(ledger_commit_contract, verifiers_see_the_state_before_the_commit) {
   static int seen = 0;
   sample().while_verifying = [] {
     ledger_value value;
@@ -150,7 +150,7 @@ TEST_P(LedgerCommit, VerifiersSeeTheStateBeforeTheCommit) {
   EXPECT_EQ(seen, ledger_no_data);
 }
 
-TEST_P(LedgerCommit, AVerifierCannotCommit) {
+TEST_P(ledger_commit_contract, a_verifier_cannot_commit) {
   static int inner = 0;
   sample().while_verifying = [] {
     const ledger_proposal change = set_number(a_of_y, 1);
@@ -161,13 +161,13 @@ TEST_P(LedgerCommit, AVerifierCannotCommit) {
   EXPECT_FALSE(stored(a_of_y));
 }
 
-TEST_P(LedgerCommit, AnEmptyCommitDoesNothing) {
+TEST_P(ledger_commit_contract, an_empty_commit_does_nothing) {
   const std::uint64_t before = hosted(ledger_config_generation);
   EXPECT_EQ(commit({}), 0);
   EXPECT_EQ(hosted(ledger_config_generation), before);
 }
 
-TEST_P(LedgerCommit, TheGenerationChangesWithACommitOnly) {
+TEST_P(ledger_commit_contract, the_generation_changes_with_a_commit_only) {
   const std::uint64_t before = hosted(ledger_config_generation);
   sample().refuse["y"] = too_many_tracks;
   ASSERT_NE(commit({set_number(a_of_y, 1)}), 0);
@@ -176,13 +176,13 @@ TEST_P(LedgerCommit, TheGenerationChangesWithACommitOnly) {
   EXPECT_NE(hosted(ledger_config_generation), before);
 }
 
-TEST_P(LedgerCommit, ReplayIsInTheOrderOfCreation) {
+TEST_P(ledger_commit_contract, replay_is_in_the_order_of_creation) {
   ASSERT_EQ(commit({set_text(text_of_x, "t"), set_number(a_of_y, 2)}), 0);
   ASSERT_EQ(commit({set_number(a_of_x, 1)}), 0);
   ASSERT_EQ(commit({set_text(text_of_x, "u")}), 0);  // a set keeps its item's place
   ASSERT_EQ(commit({remove_item(a_of_y)}), 0);
   ASSERT_EQ(commit({set_number(a_of_y, 3)}), 0);  // a new item goes to the end
-  bench_->restart();
+  bed_->restart();
   ASSERT_EQ(hosted(register_sample_tree), 0);
   EXPECT_THAT(sample().applied, IsEmpty());
   EXPECT_EQ(hosted([] { return ledger_config_replay(sample_root); }), 0);
@@ -190,13 +190,13 @@ TEST_P(LedgerCommit, ReplayIsInTheOrderOfCreation) {
   EXPECT_THAT(sample().verified, IsEmpty());
 }
 
-TEST_P(LedgerCommit, ReplayGoesOnAfterFailures) {
+TEST_P(ledger_commit_contract, replay_goes_on_after_failures) {
   std::vector<ledger_proposal> many;
   for (int i = 0; i < 200; ++i) {
     many.push_back(set_number("/cfg/gl/sample/thing/n" + std::to_string(i) + "/a", 1));
   }
   ASSERT_EQ(commit(many), 0);
-  bench_->restart();
+  bed_->restart();
   ASSERT_EQ(hosted(register_sample_tree), 0);
   sample().fail_apply["n3"] = no_memory;
   sample().fail_apply["n190"] = no_memory;
@@ -204,7 +204,7 @@ TEST_P(LedgerCommit, ReplayGoesOnAfterFailures) {
   EXPECT_EQ(sample().applied.size(), 200U);
 }
 
-INSTANTIATE_TEST_SUITE_P(Ways, LedgerCommit, ::testing::ValuesIn(ledger_bench_ways()),
+INSTANTIATE_TEST_SUITE_P(ways, ledger_commit_contract, ::testing::ValuesIn(ledger_test_bed_ways()),
                          ledger_way_name);
 
 }  // namespace

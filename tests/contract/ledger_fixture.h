@@ -11,9 +11,9 @@
 namespace ot::test {
 
 // A ledger of its own for one test, empty at the start.
-class ledger_bench {
+class ledger_test_bed {
  public:
-  virtual ~ledger_bench() = default;
+  virtual ~ledger_test_bed() = default;
   // Runs `work` as the service that hosts the ledger does: on its thread.
   virtual void host(const std::function<void()>& work) = 0;
   // The service is started again: what was stored is there, what was registered is not.
@@ -21,24 +21,24 @@ class ledger_bench {
 };
 
 // The ways from a user to the ledger that the platform has; each test runs on every one.
-std::vector<std::string> ledger_bench_ways();
-std::unique_ptr<ledger_bench> make_ledger_bench(const std::string& way);
+std::vector<std::string> ledger_test_bed_ways();
+std::unique_ptr<ledger_test_bed> make_ledger_test_bed(const std::string& way);
 
-class LedgerContract : public ::testing::TestWithParam<std::string> {
+class ledger_contract : public ::testing::TestWithParam<std::string> {
  protected:
   void SetUp() override {
-    bench_ = make_ledger_bench(GetParam());
-    ASSERT_NE(bench_, nullptr);
+    bed_ = make_ledger_test_bed(GetParam());
+    ASSERT_NE(bed_, nullptr);
   }
   // What a call on the hosting thread returns.
   template <typename Work>
   auto hosted(Work work) {
     decltype(work()) result{};
-    bench_->host([&] { result = work(); });
+    bed_->host([&] { result = work(); });
     return result;
   }
 
-  std::unique_ptr<ledger_bench> bench_;
+  std::unique_ptr<ledger_test_bed> bed_;
 };
 
 inline std::string ledger_way_name(const ::testing::TestParamInfo<std::string>& way) {

@@ -12,10 +12,10 @@
 namespace ot::test {
 namespace {
 
-class LedgerItems : public LedgerContract {
+class ledger_items_contract : public ledger_contract {
  protected:
   void SetUp() override {
-    LedgerContract::SetUp();
+    ledger_contract::SetUp();
     ASSERT_EQ(ledger_bind("/oper/gl/object-tracking/", &conn_), 0);
   }
   void TearDown() override { ledger_unbind(conn_); }
@@ -28,7 +28,7 @@ class LedgerItems : public LedgerContract {
   ledger_value value_;
 };
 
-TEST_P(LedgerItems, ASetItemIsReadBack) {
+TEST_P(ledger_items_contract, a_set_item_is_read_back) {
   ASSERT_EQ(put("uplink", 2), 0);
   ASSERT_EQ(ledger_item_get(conn_, "uplink", &value_), 0);
   EXPECT_EQ(value_.kind, ledger_kind::u32);
@@ -38,20 +38,20 @@ TEST_P(LedgerItems, ASetItemIsReadBack) {
   EXPECT_EQ(value_.as_u32(), 1U);
 }
 
-TEST_P(LedgerItems, AnAbsentItemIsNoData) {
+TEST_P(ledger_items_contract, an_absent_item_is_no_data) {
   value_.kind = ledger_kind::tuple;
   EXPECT_EQ(ledger_item_get(conn_, "nobody", &value_), ledger_no_data);
   EXPECT_EQ(value_.kind, ledger_kind::tuple);
   EXPECT_EQ(ledger_item_delete(conn_, "nobody"), ledger_no_data);
 }
 
-TEST_P(LedgerItems, ADeletedItemIsGone) {
+TEST_P(ledger_items_contract, a_deleted_item_is_gone) {
   ASSERT_EQ(put("uplink", 1), 0);
   EXPECT_EQ(ledger_item_delete(conn_, "uplink"), 0);
   EXPECT_EQ(ledger_item_get(conn_, "uplink", &value_), ledger_no_data);
 }
 
-TEST_P(LedgerItems, ConnectionsSeeTheSameItems) {
+TEST_P(ledger_items_contract, connections_see_the_same_items) {
   ASSERT_EQ(put("uplink", 1), 0);
   ledger_conn* everything = ledger_get_default_conn();
   ASSERT_NE(everything, nullptr);
@@ -60,7 +60,7 @@ TEST_P(LedgerItems, ConnectionsSeeTheSameItems) {
   EXPECT_EQ(value_.as_u32(), 1U);
 }
 
-TEST_P(LedgerItems, TextsAndTuplesKeepTheirBytes) {
+TEST_P(ledger_items_contract, texts_and_tuples_keep_their_bytes) {
   ASSERT_EQ(ledger_item_set(conn_, "t", ledger_kind::text, bytes_of("two words")), 0);
   ASSERT_EQ(ledger_item_get(conn_, "t", &value_), 0);
   EXPECT_EQ(value_.kind, ledger_kind::text);
@@ -71,7 +71,7 @@ TEST_P(LedgerItems, TextsAndTuplesKeepTheirBytes) {
   EXPECT_EQ(value_.as_text(), "");
 }
 
-TEST_P(LedgerItems, BadPathsAndValuesAreRefused) {
+TEST_P(ledger_items_contract, bad_paths_and_values_are_refused) {
   EXPECT_EQ(put("", 1), ledger_unknown_path);
   EXPECT_EQ(put("a//b", 1), ledger_unknown_path);
   EXPECT_EQ(put("a\nb", 1), ledger_unknown_path);
@@ -82,7 +82,7 @@ TEST_P(LedgerItems, BadPathsAndValuesAreRefused) {
   EXPECT_EQ(ledger_item_get(conn_, "n", &value_), ledger_no_data);
 }
 
-TEST_P(LedgerItems, ConfigurationIsNotSetAsAnItem) {
+TEST_P(ledger_items_contract, configuration_is_not_set_as_an_item) {
   ledger_conn* everything = ledger_get_default_conn();
   ASSERT_NE(everything, nullptr);
   EXPECT_EQ(ledger_item_set(everything, "cfg/gl/x", ledger_kind::u32, bytes_of_numbers({1})),
@@ -90,7 +90,7 @@ TEST_P(LedgerItems, ConfigurationIsNotSetAsAnItem) {
   EXPECT_EQ(ledger_item_delete(everything, "cfg/gl/x"), invalid_argument);
 }
 
-TEST_P(LedgerItems, BindingNeedsABasePath) {
+TEST_P(ledger_items_contract, binding_needs_a_base_path) {
   ledger_conn* other = nullptr;
   EXPECT_EQ(ledger_bind("/oper", &other), ledger_unknown_path);
   EXPECT_EQ(ledger_bind("oper/", &other), ledger_unknown_path);
@@ -109,7 +109,7 @@ bool note(void* context, std::string_view path, const ledger_value& value) {
   return log.lines.size() < log.stop_after;
 }
 
-TEST_P(LedgerItems, AWalkVisitsEverythingBelowInPathOrder) {
+TEST_P(ledger_items_contract, a_walk_visits_everything_below_in_path_order) {
   ASSERT_EQ(put("b/2", 22), 0);
   ASSERT_EQ(put("a", 1), 0);
   ASSERT_EQ(put("b/1", 21), 0);
@@ -128,7 +128,7 @@ TEST_P(LedgerItems, AWalkVisitsEverythingBelowInPathOrder) {
   EXPECT_TRUE(none.lines.empty());
 }
 
-TEST_P(LedgerItems, AWalkOfManyItemsMissesNone) {
+TEST_P(ledger_items_contract, a_walk_of_many_items_misses_none) {
   for (std::uint32_t i = 0; i < 1500; ++i) {
     ASSERT_EQ(put(("t" + std::to_string(1000 + i)).c_str(), i), 0);
   }
@@ -143,7 +143,7 @@ bool remove_visited(void* context, std::string_view path, const ledger_value& /*
   return ledger_item_delete(static_cast<ledger_conn*>(context), std::string{path}.c_str()) == 0;
 }
 
-TEST_P(LedgerItems, AVisitorMayDeleteWhatItVisits) {
+TEST_P(ledger_items_contract, a_visitor_may_delete_what_it_visits) {
   for (std::uint32_t i = 0; i < 300; ++i) {
     ASSERT_EQ(put(std::to_string(i).c_str(), i), 0);
   }
@@ -153,14 +153,14 @@ TEST_P(LedgerItems, AVisitorMayDeleteWhatItVisits) {
   EXPECT_TRUE(rest.lines.empty());
 }
 
-TEST_P(LedgerItems, ItemsOutliveTheService) {
+TEST_P(ledger_items_contract, items_outlive_the_service) {
   ASSERT_EQ(put("uplink", 1), 0);
-  bench_->restart();
+  bed_->restart();
   ASSERT_EQ(ledger_item_get(conn_, "uplink", &value_), 0);
   EXPECT_EQ(value_.as_u32(), 1U);
 }
 
-INSTANTIATE_TEST_SUITE_P(Ways, LedgerItems, ::testing::ValuesIn(ledger_bench_ways()),
+INSTANTIATE_TEST_SUITE_P(ways, ledger_items_contract, ::testing::ValuesIn(ledger_test_bed_ways()),
                          ledger_way_name);
 
 }  // namespace

@@ -89,10 +89,10 @@ constexpr ledger_dpv_provider providers[] = {
     {"empty", nullptr, nullptr, nullptr},
 };
 
-class LedgerProvider : public LedgerContract {
+class ledger_provider_contract : public ledger_contract {
  protected:
   void SetUp() override {
-    LedgerContract::SetUp();
+    ledger_contract::SetUp();
     supplied = {};
     ASSERT_EQ(hosted([] { return ledger_dpv_register(root, providers); }), 0);
     ASSERT_EQ(ledger_bind(root, &conn_), 0);
@@ -111,7 +111,7 @@ class LedgerProvider : public LedgerContract {
   ledger_page* page_ = nullptr;
 };
 
-TEST_P(LedgerProvider, AGetIsAnsweredByTheProvider) {
+TEST_P(ledger_provider_contract, a_get_is_answered_by_the_provider) {
   ledger_value value;
   ASSERT_EQ(ledger_item_get(conn_, "detail/i001", &value), 0);
   EXPECT_EQ(value.kind, ledger_kind::record);
@@ -122,7 +122,7 @@ TEST_P(LedgerProvider, AGetIsAnsweredByTheProvider) {
             ledger_unknown_path);
 }
 
-TEST_P(LedgerProvider, PagesFollowEachOther) {
+TEST_P(ledger_provider_contract, pages_follow_each_other) {
   supplied.count = 250;
   std::vector<std::size_t> sizes;
   std::string marker;
@@ -135,7 +135,7 @@ TEST_P(LedgerProvider, PagesFollowEachOther) {
   EXPECT_EQ(fetch("i249", 100), ledger_list_end);
 }
 
-TEST_P(LedgerProvider, APageIsWalkedOnce) {
+TEST_P(ledger_provider_contract, a_page_is_walked_once) {
   supplied.count = 2;
   ASSERT_EQ(fetch("", 100), 0);
   EXPECT_FALSE(page_->has_continuation);
@@ -149,14 +149,14 @@ TEST_P(LedgerProvider, APageIsWalkedOnce) {
   EXPECT_EQ(ledger_datalist_next(nullptr), nullptr);
 }
 
-TEST_P(LedgerProvider, AFullPageAtTheEndHasNoContinuation) {
+TEST_P(ledger_provider_contract, a_full_page_at_the_end_has_no_continuation) {
   supplied.count = 100;
   ASSERT_EQ(fetch("", 100), 0);
   EXPECT_EQ(page_->entries.size(), 100U);
   EXPECT_FALSE(page_->has_continuation);
 }
 
-TEST_P(LedgerProvider, AProviderWithoutMarkersIsPagedToo) {
+TEST_P(ledger_provider_contract, a_provider_without_markers_is_paged_too) {
   supplied = {.count = 250, .step = 1000, .knows_markers = false};
   ASSERT_EQ(fetch("i099", 100), 0);
   ASSERT_EQ(page_->entries.size(), 100U);
@@ -167,7 +167,7 @@ TEST_P(LedgerProvider, AProviderWithoutMarkersIsPagedToo) {
   EXPECT_FALSE(page_->has_continuation);
 }
 
-TEST_P(LedgerProvider, LongValuesDoNotCutAPageShort) {
+TEST_P(ledger_provider_contract, long_values_do_not_cut_a_page_short) {
   supplied = {.count = 60, .step = 25, .value_length = 200'000};
   ASSERT_EQ(fetch("", 40), 0);
   EXPECT_EQ(page_->entries.size(), 40U);
@@ -176,14 +176,14 @@ TEST_P(LedgerProvider, LongValuesDoNotCutAPageShort) {
   EXPECT_TRUE(page_->has_continuation);
 }
 
-TEST_P(LedgerProvider, AListHasNamesOnly) {
+TEST_P(ledger_provider_contract, a_list_has_names_only) {
   supplied.count = 3;
   ASSERT_EQ(ledger_list(conn_, "detail", "", 100, &page_), 0);
   ASSERT_EQ(page_->entries.size(), 3U);
   EXPECT_TRUE(page_->entries[0].data.empty());
 }
 
-TEST_P(LedgerProvider, NothingToListIsSaid) {
+TEST_P(ledger_provider_contract, nothing_to_list_is_said) {
   EXPECT_EQ(fetch("", 100), ledger_no_data);
   EXPECT_EQ(ledger_datalist(conn_, "empty", "", 100, &page_), ledger_no_data);
   EXPECT_EQ(ledger_datalist(conn_, "nowhere", "", 100, &page_), ledger_no_data);
@@ -191,15 +191,15 @@ TEST_P(LedgerProvider, NothingToListIsSaid) {
   EXPECT_EQ(page_, nullptr);
 }
 
-TEST_P(LedgerProvider, BranchesAreServedOnce) {
+TEST_P(ledger_provider_contract, branches_are_served_once) {
   EXPECT_EQ(hosted([] { return ledger_dpv_register(root, providers); }), duplicate_key);
   EXPECT_EQ(hosted([] { return ledger_dpv_register("/oper", providers); }), invalid_argument);
 }
 
-INSTANTIATE_TEST_SUITE_P(Ways, LedgerProvider, ::testing::ValuesIn(ledger_bench_ways()),
-                         ledger_way_name);
+INSTANTIATE_TEST_SUITE_P(ways, ledger_provider_contract,
+                         ::testing::ValuesIn(ledger_test_bed_ways()), ledger_way_name);
 
-TEST(LedgerDpvLists, NullListsAreRefused) {
+TEST(ledger_dpv_lists_contract, null_lists_are_refused) {
   EXPECT_EQ(ledger_dpv_list_add(nullptr, "x", 7, 0), invalid_argument);
   EXPECT_EQ(ledger_dpv_datalist_set_more_flag(nullptr), invalid_argument);
   ledger_dpv_list_free(nullptr);

@@ -11,7 +11,7 @@
 namespace ot::test {
 namespace {
 
-class LedgerSwitch : public LedgerContract {
+class ledger_switch_contract : public ledger_contract {
  protected:
   int put(std::uint32_t number) {
     return ledger_item_set(ledger_get_default_conn(), "debug/track/detail", ledger_kind::u32,
@@ -20,7 +20,7 @@ class LedgerSwitch : public LedgerContract {
   static constexpr const char* path = "/debug/track/detail";
 };
 
-TEST_P(LedgerSwitch, TheWordFollowsItsItem) {
+TEST_P(ledger_switch_contract, the_word_follows_its_item) {
   std::atomic<std::uint32_t> word{7};
   ASSERT_EQ(hosted([&] { return ledger_switch_register(path, &word); }), 0);
   EXPECT_EQ(word, 7U);
@@ -33,15 +33,15 @@ TEST_P(LedgerSwitch, TheWordFollowsItsItem) {
   EXPECT_EQ(word, 0U);
 }
 
-TEST_P(LedgerSwitch, AStoredItemSwitchesAtOnce) {
+TEST_P(ledger_switch_contract, a_stored_item_switches_at_once) {
   ASSERT_EQ(put(1), 0);
-  bench_->restart();
+  bed_->restart();
   std::atomic<std::uint32_t> word{0};
   ASSERT_EQ(hosted([&] { return ledger_switch_register(path, &word); }), 0);
   EXPECT_EQ(word, 1U);
 }
 
-TEST_P(LedgerSwitch, OnlyNumbersSwitch) {
+TEST_P(ledger_switch_contract, only_numbers_switch) {
   std::atomic<std::uint32_t> word{0};
   ASSERT_EQ(hosted([&] { return ledger_switch_register(path, &word); }), 0);
   EXPECT_EQ(ledger_item_set(ledger_get_default_conn(), "debug/track/detail", ledger_kind::text,
@@ -51,7 +51,7 @@ TEST_P(LedgerSwitch, OnlyNumbersSwitch) {
   EXPECT_EQ(hosted([&] { return ledger_switch_register("/oper/x", &word); }), ledger_unknown_path);
 }
 
-INSTANTIATE_TEST_SUITE_P(Ways, LedgerSwitch, ::testing::ValuesIn(ledger_bench_ways()),
+INSTANTIATE_TEST_SUITE_P(ways, ledger_switch_contract, ::testing::ValuesIn(ledger_test_bed_ways()),
                          ledger_way_name);
 
 }  // namespace

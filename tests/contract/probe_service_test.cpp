@@ -24,7 +24,7 @@ entry_words words_of(const qmon_stat_entry& entry) {
 // Not yet loaded.
 class probe_package_contract : public testing::Test {
  protected:
-  std::unique_ptr<probe_bench> bench_ = make_probe_bench();
+  std::unique_ptr<probe_test_bed> bed_ = make_probe_test_bed();
 };
 
 TEST_F(probe_package_contract, a_library_that_is_not_there_is_not_loaded) {
@@ -33,14 +33,14 @@ TEST_F(probe_package_contract, a_library_that_is_not_there_is_not_loaded) {
 }
 
 TEST_F(probe_package_contract, nothing_is_there_until_the_libraries_are_loaded) {
-  bench_->start();
-  bench_->result(31, 1, 12);
+  bed_->start();
+  bed_->result(31, 1, 12);
   EXPECT_NE(qmon_ot_shm_client_init(), 0);
   EXPECT_EQ(qmon_ot_shm_get_stat_tbl(), nullptr);
 }
 
 TEST_F(probe_package_contract, what_was_loaded_twice_stays_until_it_was_unloaded_twice) {
-  bench_->start();
+  bed_->start();
   void* const second = qmon_library_load(component);
   void* const first = qmon_library_load(infrastructure);
   ASSERT_EQ(qmon_library_load(infrastructure), first);
@@ -85,30 +85,30 @@ TEST_F(probe_table_contract, there_is_none_before_the_service_has_made_one) {
   EXPECT_NE(qmon_ot_shm_client_init(), 0);
   EXPECT_EQ(qmon_ot_shm_get_stat_tbl(), nullptr);
   EXPECT_FALSE(runs(31));
-  bench_->start();
+  bed_->start();
   EXPECT_EQ(qmon_ot_shm_get_stat_tbl(), nullptr) << "not opened yet";
   EXPECT_EQ(qmon_ot_shm_client_init(), 0);
   EXPECT_NE(qmon_ot_shm_get_stat_tbl(), nullptr);
 }
 
 TEST_F(probe_table_contract, an_operation_is_found_with_its_latest_result) {
-  bench_->start();
+  bed_->start();
   ASSERT_EQ(qmon_ot_shm_client_init(), 0);
   EXPECT_FALSE(runs(31));
-  bench_->result(31, 2, 12);
-  bench_->result(4294967295, 1, 4294967295);
+  bed_->result(31, 2, 12);
+  bed_->result(4294967295, 1, 4294967295);
   EXPECT_EQ(found(31), (entry_words{31, 2, 12}));
   EXPECT_EQ(found(4294967295), (entry_words{4294967295, 1, 4294967295}));
-  bench_->result(31, 0, 0);
+  bed_->result(31, 0, 0);
   EXPECT_EQ(found(31), (entry_words{31, 0, 0}));
   EXPECT_FALSE(runs(32));
-  bench_->stop(31);
+  bed_->stop(31);
   EXPECT_FALSE(runs(31));
 }
 
 TEST_F(probe_table_contract, opening_it_again_keeps_it) {
-  bench_->start();
-  bench_->result(31, 1, 12);
+  bed_->start();
+  bed_->result(31, 1, 12);
   ASSERT_EQ(qmon_ot_shm_client_init(), 0);
   void* const table = qmon_ot_shm_get_stat_tbl();
   ASSERT_EQ(qmon_ot_shm_client_init(), 0);
@@ -117,13 +117,13 @@ TEST_F(probe_table_contract, opening_it_again_keeps_it) {
 }
 
 TEST_F(probe_table_contract, the_table_of_a_service_that_ended_is_none) {
-  bench_->start();
-  bench_->result(31, 1, 12);
+  bed_->start();
+  bed_->result(31, 1, 12);
   ASSERT_EQ(qmon_ot_shm_client_init(), 0);
   qmon_stat_entry entry;
   const void* const table = qmon_ot_shm_get_stat_tbl();
   ASSERT_TRUE(qmon_ot_stat_look_up(31, table, &entry));
-  bench_->end();
+  bed_->end();
   EXPECT_FALSE(qmon_ot_stat_look_up(31, table, &entry));
   EXPECT_EQ(qmon_ot_shm_get_stat_tbl(), nullptr);
   EXPECT_NE(qmon_ot_shm_client_init(), 0);
@@ -132,12 +132,12 @@ TEST_F(probe_table_contract, the_table_of_a_service_that_ended_is_none) {
 }
 
 TEST_F(probe_table_contract, a_service_that_starts_again_is_followed_after_the_next_open) {
-  bench_->start();
-  bench_->result(31, 1, 12);
+  bed_->start();
+  bed_->result(31, 1, 12);
   ASSERT_EQ(qmon_ot_shm_client_init(), 0);
-  bench_->end();
-  bench_->start();
-  bench_->result(31, 4, 0);
+  bed_->end();
+  bed_->start();
+  bed_->result(31, 4, 0);
   EXPECT_EQ(qmon_ot_shm_get_stat_tbl(), nullptr);
   ASSERT_EQ(qmon_ot_shm_client_init(), 0);
   EXPECT_EQ(found(31), (entry_words{31, 4, 0}));

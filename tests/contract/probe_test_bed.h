@@ -7,9 +7,9 @@
 namespace ot::contract {
 
 // A router with the probe service's package installed; the service is not running and never was.
-class probe_bench {
+class probe_test_bed {
  public:
-  virtual ~probe_bench() = default;
+  virtual ~probe_test_bed() = default;
   // The service starts, with a table of its own and no operations, and ends.
   virtual void start() = 0;
   virtual void end() = 0;
@@ -18,6 +18,6 @@ class probe_bench {
   virtual void stop(std::uint32_t op_id) = 0;
 };
 
-std::unique_ptr<probe_bench> make_probe_bench();
+std::unique_ptr<probe_test_bed> make_probe_test_bed();
 
 }  // namespace ot::contract

@@ -7,7 +7,7 @@ namespace {
 
 int handlers_run = 0;
 
-class process_wait_test : public contract_test {
+class process_wait_contract : public contract_test {
  protected:
   void SetUp() override {
     contract_test::SetUp();
@@ -20,12 +20,12 @@ class process_wait_test : public contract_test {
   }
 };
 
-TEST_F(process_wait_test, what_is_ready_runs_no_handler) {
+TEST_F(process_wait_contract, what_is_ready_runs_no_handler) {
   process_wait(manager(), [] { return true; });
   EXPECT_EQ(handlers_run, 0);
 }
 
-TEST_F(process_wait_test, handlers_run_until_what_they_do_is_enough) {
+TEST_F(process_wait_contract, handlers_run_until_what_they_do_is_enough) {
   process_wait(manager(), [] { return handlers_run == 2; });
   EXPECT_EQ(handlers_run, 2);
 }

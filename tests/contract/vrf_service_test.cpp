@@ -1,4 +1,4 @@
-// The VRF information service and the translation of ids: what is answered, and who is told.
+// The VRF information service and the translation of ids: what is answered, and who is notified.
 #include "platform/vrf_service.h"
 
 #include <memory>
@@ -18,11 +18,11 @@ using namespace std::chrono_literals;
 
 using news = std::vector<std::string>;
 
-news* told = nullptr;
+news* reported = nullptr;
 
 int note(std::uint32_t event, const vmap_vrf* item) {
-  told->push_back((event == vmap_event_update ? "+" : "-") + std::string{item->name.view()} + " " +
-                  std::to_string(item->id));
+  reported->push_back((event == vmap_event_update ? "+" : "-") + std::string{item->name.view()} +
+                      " " + std::to_string(item->id));
   return 0;
 }
 
@@ -34,7 +34,7 @@ class vrf_contract : public contract_test {
  protected:
   void SetUp() override {
     contract_test::SetUp();
-    told = &news_;
+    reported = &news_;
     if (const std::string reason = interfaces_unavailable(); !reason.empty()) {
       GTEST_SKIP() << reason;
     }
@@ -156,17 +156,17 @@ class changing_vrfs_contract : public vrf_contract {
       GTEST_SKIP() << reason;
     }
   }
-  bool told(std::size_t count) {
+  bool reported(std::size_t count) {
     const bool came = run_until([&] { return news_.size() >= count; });
     let_pass(manager(), 20ms);
     return came && news_.size() == count;
   }
 };
 
-TEST_F(changing_vrfs_contract, a_registration_for_a_vrf_to_come_is_told_when_it_comes) {
+TEST_F(changing_vrfs_contract, a_registration_for_a_vrf_to_come_is_reported_when_it_comes) {
   watch("red");
   make_vrf("red", 10);
-  ASSERT_TRUE(told(1));
+  ASSERT_TRUE(reported(1));
   const std::uint32_t id = id_of("red");
   EXPECT_EQ(news_[0], "+red " + std::to_string(id));
   EXPECT_EQ(ask(nullptr, id), "red " + std::to_string(id));
@@ -174,15 +174,15 @@ TEST_F(changing_vrfs_contract, a_registration_for_a_vrf_to_come_is_told_when_it_
   EXPECT_EQ(vrf_of(10), id);
 }
 
-TEST_F(changing_vrfs_contract, a_deletion_is_told_with_the_id_that_was) {
+TEST_F(changing_vrfs_contract, a_deletion_is_reported_with_the_id_that_was) {
   make_vrf("red", 10);
   ASSERT_TRUE(run_until([this] { return id_of("red") != 0; }));
   const std::uint32_t id = id_of("red");
   watch("red");
   let_pass(manager(), 20ms);
-  EXPECT_EQ(news_, news{}) << "the present state is not told";
+  EXPECT_EQ(news_, news{}) << "the present state is not reported";
   remove_vrf("red");
-  ASSERT_TRUE(told(1));
+  ASSERT_TRUE(reported(1));
   EXPECT_EQ(news_[0], "-red " + std::to_string(id));
   EXPECT_EQ(ask("red"), "none");
   EXPECT_EQ(table_of(id), 0U);
@@ -192,10 +192,10 @@ TEST_F(changing_vrfs_contract, a_deletion_is_told_with_the_id_that_was) {
 TEST_F(changing_vrfs_contract, a_vrf_made_anew_has_another_id) {
   watch("red");
   make_vrf("red", 10);
-  ASSERT_TRUE(told(1));
+  ASSERT_TRUE(reported(1));
   remove_vrf("red");
   make_vrf("red", 20);
-  ASSERT_TRUE(told(3));
+  ASSERT_TRUE(reported(3));
   EXPECT_EQ(news_[1], "-" + news_[0].substr(1));
   EXPECT_EQ(news_[2], "+red " + std::to_string(id_of("red")));
   EXPECT_NE(news_[2], news_[0]);
@@ -203,22 +203,22 @@ TEST_F(changing_vrfs_contract, a_vrf_made_anew_has_another_id) {
   EXPECT_EQ(vrf_of(10), 0U);
 }
 
-TEST_F(changing_vrfs_contract, only_who_registered_for_a_vrf_is_told_of_it) {
+TEST_F(changing_vrfs_contract, only_who_registered_for_a_vrf_is_notified_of_it) {
   watch("red");
   watch("red");
   make_vrf("blue", 20);
   make_vrf("red", 10);
-  ASSERT_TRUE(told(2));
+  ASSERT_TRUE(reported(2));
   EXPECT_EQ(news_[0], "+red " + std::to_string(id_of("red")));
   EXPECT_EQ(news_[0], news_[1]);
 }
 
-TEST_F(changing_vrfs_contract, a_registration_given_back_is_not_told) {
+TEST_F(changing_vrfs_contract, a_registration_given_back_is_not_reported) {
   vmap_c_notif_unreg(register_, watch("red"));
   watch("blue");
   make_vrf("red", 10);
   make_vrf("blue", 20);
-  ASSERT_TRUE(told(1));
+  ASSERT_TRUE(reported(1));
   EXPECT_EQ(news_[0], "+blue " + std::to_string(id_of("blue")));
 }
 
@@ -232,7 +232,7 @@ TEST_F(changing_vrfs_contract, a_callback_may_give_the_next_registration_back) {
   });
   next = watch("red");
   make_vrf("red", 10);
-  EXPECT_TRUE(told(1));
+  EXPECT_TRUE(reported(1));
 }
 
 }  // namespace

@@ -260,9 +260,9 @@ def test_a_service_that_is_killed_finds_its_sessions_again(new_site):
     peers = site.frr.peers()
     assert len(peers) == COUNT and not labels & {peer["label"] for peer in peers}
     # A creation publishes down; then each session comes up once.
-    told = [line for line in site.service.daemon.output().splitlines() if "TRACK_INFO" in line]
+    messages = [line for line in site.service.daemon.output().splitlines() if "TRACK_INFO" in line]
     for number in site.links:
-        states = [line.split()[-1] for line in told if f" t{number} " in line]
+        states = [line.split()[-1] for line in messages if f" t{number} " in line]
         assert states == ["Track_Down", "Track_Up"], f"t{number}: {states}"
 
 

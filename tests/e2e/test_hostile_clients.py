@@ -99,7 +99,7 @@ def test_a_follower_that_stops_reading_is_cut_off_alone(office):
         well.expect_nothing()
     finally:
         os.kill(stuck.process.pid, signal.SIGCONT)
-    # It gets what was under way and is then told that it has been cut off.
+    # It gets what was under way and then learns that it has been cut off.
     assert stuck.drain() < 2 * FLAPS * (len(names) + 1)
     assert stuck.process.wait(office.build.patience) == 3
     works(office)

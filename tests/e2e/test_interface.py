@@ -40,7 +40,7 @@ def test_every_track_of_an_interface_follows_it(service):
     events = service.follow()
 
     service.net.ip("link set lan0 down")
-    # The newest track is told first.
+    # The newest track is reported first.
     events.expect(("c", "down"), ("b", "down"), ("a", "down"))
     events.expect_nothing()
     assert service.state("other") == "up"

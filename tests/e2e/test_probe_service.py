@@ -193,14 +193,14 @@ def test_only_one_qmond_runs_on_a_prefix(qmond):
 
 def test_qmond_keeps_no_privileges(qmond):
     # A command sees what it was given.
-    told = os.path.join(qmond.service.root, "told")
-    text = f"grep -E '^(Cap(Prm|Eff|Amb)|NoNewPrivs)' /proc/self/status >{told}; env >>{told}"
+    seen = os.path.join(qmond.service.root, "seen")
+    text = f"grep -E '^(Cap(Prm|Eff|Amb)|NoNewPrivs)' /proc/self/status >{seen}; env >>{seen}"
     qmond.configure({"id": 1, "kind": "command", "command": ["/bin/sh", "-c", text]})
     qmond.start()
     qmond.wait_code(1, 1)
     with open(f"/proc/{qmond.daemon.pid}/status") as stream:
         own = dict(re.findall(r"^(\w+):\s+(.*)$", stream.read(), re.M))
-    with open(told) as stream:
+    with open(seen) as stream:
         text = stream.read()
     child = dict(re.findall(r"^(\w+):\s+(.*)$", text, re.M))
     for of in (own, child):

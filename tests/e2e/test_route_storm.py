@@ -1,4 +1,4 @@
-"""Route tracks while thousands of other routes change, faster than the service can be told."""
+"""Route tracks while thousands of other routes change, faster than the service can be notified."""
 
 import json
 import signal

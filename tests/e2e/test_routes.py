@@ -119,7 +119,7 @@ def test_a_vrf_that_does_not_exist_leaves_the_track_down(routed):
     assert routed.state("r") == "up"
 
 
-def test_show_tells_route_and_first_hop(routed):
+def test_show_prints_route_and_first_hop(routed):
     assert TIME.sub("last change TIME\n", routed.show("r", "all")) == (
         "\nTrack r \n"
         "\tIp route 192.0.2.0 255.255.255.0 reachability ip vrf default\n"

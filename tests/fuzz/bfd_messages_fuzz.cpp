@@ -1,5 +1,5 @@
 // Feeds arbitrary bytes to the BFD client as what an engine sends: through the framing, the JSON
-// and the book of sessions. What is then to be sent must be well-formed, since the engine is not.
+// and the session table. What is then to be sent must be well-formed, since the engine is not.
 //
 // The first byte says in which portions the rest arrives. The framing is skipped when it is odd, so
 // that the JSON is reached without guessing a header.
@@ -17,7 +17,7 @@
 namespace ot {
 namespace {
 
-constexpr std::size_t requests_limit = 8192;  // of the book, whatever the engine says
+constexpr std::size_t requests_limit = 8192;  // of the table, whatever the engine says
 
 void require(bool condition) noexcept {
   if (!condition) std::abort();
@@ -52,7 +52,7 @@ class engine_under_fuzz {
     }
   }
 
-  // What the book asks for after all that, and that it ends.
+  // What the session table asks for after all that, and that it ends.
   void finish() {
     std::size_t count = 0;
     while (const auto job = book_.next_job()) {

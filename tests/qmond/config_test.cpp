@@ -18,13 +18,13 @@ std::vector<std::string> problems_of(std::string_view text) {
   return texts;
 }
 
-TEST(config_test, nothing_is_a_configuration_without_operations) {
+TEST(qmond_config, nothing_is_a_configuration_without_operations) {
   const configuration config = parse_config("");
   EXPECT_THAT(config.problems, IsEmpty());
   EXPECT_THAT(config.operations, IsEmpty());
 }
 
-TEST(config_test, every_kind_is_read) {
+TEST(qmond_config, every_kind_is_read) {
   const configuration config = parse_config(R"(
     [defaults]
     interval = "2s"
@@ -89,14 +89,14 @@ TEST(config_test, every_kind_is_read) {
   EXPECT_EQ(command.source, "") << "a command has none";
 }
 
-TEST(config_test, a_short_interval_shortens_the_timeout_that_is_not_given) {
+TEST(qmond_config, a_short_interval_shortens_the_timeout_that_is_not_given) {
   const configuration config = parse_config(
       "[[operation]]\nid = 1\nkind = \"icmp\"\ntarget = \"192.0.2.1\"\ninterval = \"300ms\"");
   ASSERT_EQ(config.operations.size(), 1U);
   EXPECT_EQ(config.operations[0].timeout_ms, 300U);
 }
 
-TEST(config_test, every_problem_is_told_with_its_place) {
+TEST(qmond_config, every_problem_is_reported_with_its_place) {
   EXPECT_THAT(
       problems_of(R"([default]
 [[operation]]
@@ -122,7 +122,7 @@ kind = "ping"
                   "f:12:8: kind: must be one of icmp, tcp, http, dns, command"));
 }
 
-TEST(config_test, operations_with_problems_are_left_out) {
+TEST(qmond_config, operations_with_problems_are_left_out) {
   const configuration config = parse_config(
       "[[operation]]\nid = 1\nkind = \"icmp\"\ntarget = \"a b\"\n"
       "[[operation]]\nid = 2\nkind = \"icmp\"\ntarget = \"a.b\"\n");
@@ -131,7 +131,7 @@ TEST(config_test, operations_with_problems_are_left_out) {
   EXPECT_EQ(config.problems.size(), 1U);
 }
 
-TEST(config_test, an_id_is_what_a_track_can_name) {
+TEST(qmond_config, an_id_is_what_a_track_can_name) {
   for (const char* id : {"0", "2147483648", "-1", "\"1\""}) {
     EXPECT_THAT(problems_of(std::string("[[operation]]\nid = ") + id +
                             "\nkind = \"icmp\"\ntarget = \"a.b\"\n"),
@@ -139,25 +139,25 @@ TEST(config_test, an_id_is_what_a_track_can_name) {
   }
 }
 
-TEST(config_test, a_file_that_cannot_be_read_is_a_problem_of_its_own) {
+TEST(qmond_config, a_file_that_cannot_be_read_is_a_problem_of_its_own) {
   const configuration config = read_config("/nowhere/probes.toml");
   ASSERT_EQ(config.problems.size(), 1U);
   EXPECT_EQ(problem_text("f", config.problems[0]), "f: No such file or directory");
 }
 
-TEST(config_test, an_empty_file_has_no_operations_and_no_problems) {
+TEST(qmond_config, an_empty_file_has_no_operations_and_no_problems) {
   const configuration config = read_config("/dev/null");
   EXPECT_THAT(config.problems, IsEmpty());
   EXPECT_THAT(config.operations, IsEmpty());
 }
 
-TEST(config_test, a_folder_is_no_configuration) {
+TEST(qmond_config, a_folder_is_no_configuration) {
   const configuration config = read_config("/");
   ASSERT_EQ(config.problems.size(), 1U);
   EXPECT_EQ(problem_text("f", config.problems[0]), "f: Is a directory");
 }
 
-TEST(config_test, no_toml_at_all_is_told_with_its_place) {
+TEST(qmond_config, no_toml_at_all_is_reported_with_its_place) {
   const configuration config = parse_config("[defaults]\nrise = = 3\n");
   ASSERT_EQ(config.problems.size(), 1U);
   EXPECT_EQ(config.problems[0].line, 2U);
@@ -171,9 +171,9 @@ struct line_case {
   const char* problem;  // behind "f:LINE:"
 };
 
-class config_line_test : public testing::TestWithParam<line_case> {};
+class qmond_config_line : public testing::TestWithParam<line_case> {};
 
-TEST_P(config_line_test, is_refused) {
+TEST_P(qmond_config_line, is_refused) {
   const auto& [kind, line, problem] = GetParam();
   const std::string target = std::string_view(kind) == "command" ? "command = [\"/bin/true\"]"
                              : std::string_view(kind) == "http"  ? "target = \"http://a.b\""
@@ -186,7 +186,7 @@ TEST_P(config_line_test, is_refused) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    lines, config_line_test,
+    lines, qmond_config_line,
     testing::Values(
         line_case{"icmp", "interval = 5",
                   "12: interval: must be a text such as \"500ms\", \"2s\" or \"5m\""},
@@ -219,7 +219,7 @@ INSTANTIATE_TEST_SUITE_P(
         line_case{"command", "source = \"192.0.2.1\"",
                   "1: an operation of kind command has no \"source\""}));
 
-TEST(config_test, a_command_is_a_list_that_begins_with_an_absolute_path) {
+TEST(qmond_config, a_command_is_a_list_that_begins_with_an_absolute_path) {
   EXPECT_THAT(
       problems_of("[[operation]]\nid = 1\nkind = \"command\"\ncommand = \"/bin/true\"\n"),
       ElementsAre("f:4:11: command: must be a list of texts: the program and its arguments"));

@@ -16,19 +16,19 @@ using testing::IsEmpty;
 
 constexpr std::uint64_t second = 1000000;
 
-class engine_test : public table_test {
+class qmond_engine : public qmond_table {
  protected:
   struct running_probe : probe {
-    explicit running_probe(engine_test& of, std::uint32_t op) : test(of), id(op) {}
+    explicit running_probe(qmond_engine& of, std::uint32_t op) : test(of), id(op) {}
     ~running_probe() override { test.under_way_.erase(id); }
     [[nodiscard]] std::uint64_t begun_us() const noexcept override { return begun; }
-    engine_test& test;
+    qmond_engine& test;
     std::uint32_t id;
     std::uint64_t begun = test.now_;
   };
 
   void SetUp() override {
-    table_test::SetUp();
+    qmond_table::SetUp();
     engine_.emplace(path_, engine_hooks{.start =
                                             [this](const operation& what, probe_done done) {
                                               return start(what, std::move(done));
@@ -38,7 +38,7 @@ class engine_test : public table_test {
   }
   void TearDown() override {
     engine_.reset();
-    table_test::TearDown();
+    qmond_table::TearDown();
   }
 
   started start(const operation& what, probe_done done) {
@@ -96,12 +96,12 @@ class engine_test : public table_test {
   std::optional<engine> engine_;
 };
 
-TEST_F(engine_test, without_operations_nothing_is_due) {
+TEST_F(qmond_engine, without_operations_nothing_is_due) {
   engine_->apply({});
   EXPECT_EQ(engine_->next_due_us(), std::nullopt);
 }
 
-TEST_F(engine_test, publishes_what_a_probe_came_to) {
+TEST_F(qmond_engine, publishes_what_a_probe_came_to) {
   engine_->apply({every_second(0)});
   engine_->run_due();
   EXPECT_EQ(code(0), 0U);
@@ -112,7 +112,7 @@ TEST_F(engine_test, publishes_what_a_probe_came_to) {
   EXPECT_THAT(under_way_, IsEmpty());
 }
 
-TEST_F(engine_test, starts_keep_their_rhythm_however_long_probes_take) {
+TEST_F(qmond_engine, starts_keep_their_rhythm_however_long_probes_take) {
   engine_->apply({every_second(0)});
   const std::uint64_t begin = now_;
   for (int i = 0; i < 3; ++i) {
@@ -123,7 +123,7 @@ TEST_F(engine_test, starts_keep_their_rhythm_however_long_probes_take) {
                                    std::pair(0U, begin + 2 * second)));
 }
 
-TEST_F(engine_test, a_probe_that_takes_too_long_is_given_up) {
+TEST_F(qmond_engine, a_probe_that_takes_too_long_is_given_up) {
   engine_->apply({every_second(0)});
   pass_until(now_ + 399999);
   EXPECT_EQ(under_way_.size(), 1U);
@@ -132,7 +132,7 @@ TEST_F(engine_test, a_probe_that_takes_too_long_is_given_up) {
   EXPECT_EQ(code(0), 2U);
 }
 
-TEST_F(engine_test, a_result_at_once_counts_as_well) {
+TEST_F(qmond_engine, a_result_at_once_counts_as_well) {
   immediate_ = return_code::unreachable;
   engine_->apply({every_second(0)});
   engine_->run_due();
@@ -140,7 +140,7 @@ TEST_F(engine_test, a_result_at_once_counts_as_well) {
   EXPECT_EQ(starts_.size(), 1U);
 }
 
-TEST_F(engine_test, a_probe_without_room_is_tried_again_soon_and_is_no_result) {
+TEST_F(qmond_engine, a_probe_without_room_is_tried_again_soon_and_is_no_result) {
   immediate_ = return_code::none;
   engine_->apply({every_second(0)});
   pass_until(now_ + 200000);
@@ -152,7 +152,7 @@ TEST_F(engine_test, a_probe_without_room_is_tried_again_soon_and_is_no_result) {
   EXPECT_EQ(under_way_.size(), 1U);
 }
 
-TEST_F(engine_test, many_operations_start_evenly_spread) {
+TEST_F(qmond_engine, many_operations_start_evenly_spread) {
   engine_->apply(many(1500));
   const std::uint64_t begin = now_;
   pass_until(begin + second - 1);
@@ -165,13 +165,13 @@ TEST_F(engine_test, many_operations_start_evenly_spread) {
   }
 }
 
-TEST_F(engine_test, a_long_interval_does_not_put_the_first_start_off_for_long) {
+TEST_F(qmond_engine, a_long_interval_does_not_put_the_first_start_off_for_long) {
   operation slow = every_second(4294967295U);
   slow.interval_ms = 3600 * 1000;
   EXPECT_LE(first_delay_us(slow), 10 * second);
 }
 
-TEST_F(engine_test, a_new_configuration_touches_only_what_differs) {
+TEST_F(qmond_engine, a_new_configuration_touches_only_what_differs) {
   engine_->apply({every_second(0), every_second(1), every_second(2)});
   immediate_ = return_code::ok;
   pass_until(now_ + second - 1);
@@ -192,7 +192,7 @@ TEST_F(engine_test, a_new_configuration_touches_only_what_differs) {
   EXPECT_EQ(found(3)[word_use], static_cast<std::uint32_t>(slot_use::running));
 }
 
-TEST_F(engine_test, removing_an_operation_gives_its_probe_up) {
+TEST_F(qmond_engine, removing_an_operation_gives_its_probe_up) {
   engine_->apply({every_second(0)});
   engine_->run_due();
   ASSERT_EQ(under_way_.size(), 1U);
@@ -201,7 +201,7 @@ TEST_F(engine_test, removing_an_operation_gives_its_probe_up) {
   EXPECT_EQ(engine_->next_due_us(), std::nullopt);
 }
 
-TEST_F(engine_test, a_table_that_grows_keeps_the_results_and_is_found_by_readers) {
+TEST_F(qmond_engine, a_table_that_grows_keeps_the_results_and_is_found_by_readers) {
   immediate_ = return_code::ok;
   engine_->apply({every_second(0)});
   engine_->run_due();

@@ -11,7 +11,7 @@ namespace {
 
 using bytes = std::vector<unsigned char>;
 
-TEST(icmp_packet_test, a_request_is_parsed_as_what_it_is) {
+TEST(icmp_packet, a_request_is_parsed_as_what_it_is) {
   for (const int family : {AF_INET, AF_INET6}) {
     const auto packet = echo_request(family, 0x1234, 0xfedc, 0x0102030405060708, 8);
     ASSERT_EQ(packet.size(), 16U);
@@ -25,7 +25,7 @@ TEST(icmp_packet_test, a_request_is_parsed_as_what_it_is) {
 }
 
 // As RFC 1071 has it: with its checksum in it the packet sums up to all ones.
-TEST(icmp_packet_test, an_ipv4_request_carries_its_checksum) {
+TEST(icmp_packet, an_ipv4_request_carries_its_checksum) {
   for (const std::size_t payload : {8U, 9U, 56U, 1473U}) {
     const auto packet = echo_request(AF_INET, 0x1234, 7, 0xdeadbeef12345678, payload);
     std::uint32_t sum = 0;
@@ -39,14 +39,14 @@ TEST(icmp_packet_test, an_ipv4_request_carries_its_checksum) {
   }
 }
 
-TEST(icmp_packet_test, other_packets_are_none) {
+TEST(icmp_packet, other_packets_are_none) {
   const std::vector<std::byte> unreachable(16, std::byte{3});
   EXPECT_FALSE(parse_echo(AF_INET, unreachable));
   EXPECT_FALSE(parse_echo(AF_INET, std::span(unreachable).first(7)));
   EXPECT_EQ(echo_token(std::span(unreachable).first(15)), 0U);
 }
 
-TEST(icmp_packet_test, the_ipv4_header_is_skipped_only_when_it_is_whole) {
+TEST(icmp_packet, the_ipv4_header_is_skipped_only_when_it_is_whole) {
   std::vector<std::byte> packet(40, std::byte{0});
   packet[0] = std::byte{0x46};  // 24 bytes
   EXPECT_EQ(behind_ipv4_header(packet).size(), 16U);
@@ -57,7 +57,7 @@ TEST(icmp_packet_test, the_ipv4_header_is_skipped_only_when_it_is_whole) {
   EXPECT_TRUE(behind_ipv4_header({}).empty());
 }
 
-class dns_message_test : public testing::Test {
+class dns_message : public testing::Test {
  protected:
   // The question as a server sends it back, with these flags and counts.
   [[nodiscard]] bytes reply(unsigned char flags_high, unsigned char flags_low,
@@ -76,7 +76,7 @@ class dns_message_test : public testing::Test {
   bytes question_ = dns_question("www.example.org", ns_t_a, 0x1234);
 };
 
-TEST_F(dns_message_test, asks_for_one_name) {
+TEST_F(dns_message, asks_for_one_name) {
   ns_msg parsed;
   ASSERT_EQ(ns_initparse(question_.data(), static_cast<int>(question_.size()), &parsed), 0);
   EXPECT_EQ(ns_msg_id(parsed), 0x1234);
@@ -84,17 +84,17 @@ TEST_F(dns_message_test, asks_for_one_name) {
   EXPECT_TRUE(dns_question(std::string(300, 'a'), ns_t_a, 1).empty());
 }
 
-TEST_F(dns_message_test, an_answer_with_a_record_of_the_type_is_good) {
+TEST_F(dns_message, an_answer_with_a_record_of_the_type_is_good) {
   bytes answer = reply(0x81, 0x80, 1);
   add_record(answer, ns_t_a);
   EXPECT_EQ(judge_answer(question_, answer), dns_verdict::good);
 }
 
-TEST_F(dns_message_test, an_answer_that_was_cut_is_good) {
+TEST_F(dns_message, an_answer_that_was_cut_is_good) {
   EXPECT_EQ(judge_answer(question_, reply(0x83, 0x80, 0)), dns_verdict::good);
 }
 
-TEST_F(dns_message_test, everything_else_to_this_question_is_bad) {
+TEST_F(dns_message, everything_else_to_this_question_is_bad) {
   EXPECT_EQ(judge_answer(question_, question_), dns_verdict::bad) << "no answer at all";
   EXPECT_EQ(judge_answer(question_, reply(0x81, 0x80, 0)), dns_verdict::bad) << "no record";
   EXPECT_EQ(judge_answer(question_, reply(0x81, 0x83, 0)), dns_verdict::bad) << "no such name";
@@ -110,7 +110,7 @@ TEST_F(dns_message_test, everything_else_to_this_question_is_bad) {
   EXPECT_EQ(judge_answer(question_, other_name), dns_verdict::bad);
 }
 
-TEST_F(dns_message_test, what_has_another_id_is_not_for_this_question) {
+TEST_F(dns_message, what_has_another_id_is_not_for_this_question) {
   bytes answer = reply(0x81, 0x80, 0);
   answer[1] ^= 1;
   EXPECT_EQ(judge_answer(question_, answer), dns_verdict::other);

@@ -25,37 +25,37 @@ constexpr return_code good = return_code::ok;
 constexpr return_code late = return_code::no_answer;
 constexpr return_code refused = return_code::refused;
 
-TEST(outcome_test, without_a_result_there_is_no_code) {
+TEST(probe_outcome, without_a_result_there_is_no_code) {
   EXPECT_EQ(outcome(1, 1).words()[word_return_code], 0U);
 }
 
-TEST(outcome_test, counts_of_one_follow_every_result) {
+TEST(probe_outcome, counts_of_one_follow_every_result) {
   outcome one(1, 1);
   EXPECT_THAT(published(one, {good, late, refused, good}), ElementsAre(1, 2, 4, 1));
 }
 
-TEST(outcome_test, a_failure_needs_as_many_in_a_row_as_fall_says) {
+TEST(probe_outcome, a_failure_needs_as_many_in_a_row_as_fall_says) {
   outcome one(1, 3);
   EXPECT_THAT(published(one, {good, late, late, good, late, late, late, good}),
               ElementsAre(1, 1, 1, 1, 1, 1, 2, 1));
 }
 
-TEST(outcome_test, a_success_needs_as_many_in_a_row_as_rise_says) {
+TEST(probe_outcome, a_success_needs_as_many_in_a_row_as_rise_says) {
   outcome one(2, 1);
   EXPECT_THAT(published(one, {late, good, late, good, good}), ElementsAre(2, 2, 2, 2, 1));
 }
 
-TEST(outcome_test, the_counts_hold_for_the_first_code_too) {
+TEST(probe_outcome, the_counts_hold_for_the_first_code_too) {
   outcome one(2, 3);
   EXPECT_THAT(published(one, {good, late, late, refused}), ElementsAre(0, 0, 0, 4));
 }
 
-TEST(outcome_test, another_failure_is_told_at_once) {
+TEST(probe_outcome, another_failure_is_reported_at_once) {
   outcome one(1, 2);
   EXPECT_THAT(published(one, {late, refused, late}), ElementsAre(0, 4, 2));
 }
 
-TEST(outcome_test, the_round_trip_time_is_that_of_the_last_success) {
+TEST(probe_outcome, the_round_trip_time_is_that_of_the_last_success) {
   outcome one(1, 1);
   one.record(good, 1499, 1);
   EXPECT_EQ(one.words()[word_response_time], 1U);
@@ -66,7 +66,7 @@ TEST(outcome_test, the_round_trip_time_is_that_of_the_last_success) {
   EXPECT_EQ(one.words()[word_response_time], 2U);
 }
 
-TEST(outcome_test, the_time_of_change_is_that_of_the_published_code) {
+TEST(probe_outcome, the_time_of_change_is_that_of_the_published_code) {
   outcome one(1, 2);
   one.record(good, 1, 100);
   one.record(late, 1, 101);
@@ -77,7 +77,7 @@ TEST(outcome_test, the_time_of_change_is_that_of_the_published_code) {
   EXPECT_EQ(one.words()[word_successes], 1U);
 }
 
-TEST(outcome_test, the_bar_shows_the_last_twenty_results_the_oldest_first) {
+TEST(probe_outcome, the_bar_shows_the_last_twenty_results_the_oldest_first) {
   outcome one(1, 1);
   EXPECT_EQ(history_bar(one.words(), true), "");
   one.record(late, 0, 1);

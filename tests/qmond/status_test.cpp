@@ -24,7 +24,7 @@ std::vector<operation_status> sample() {
   return {good, fresh};
 }
 
-TEST(status_test, the_table_lines_up) {
+TEST(qmond_status, the_table_lines_up) {
   EXPECT_EQ(status_text(sample(), false),
             "OPERATION   TARGET                                        CODE  TEXT           RTT"
             "      LAST 20\n"
@@ -33,11 +33,11 @@ TEST(status_test, the_table_lines_up) {
             "4294967295  http http://www.example.org/a/rather/long...  0     No result yet  -\n");
 }
 
-TEST(status_test, no_operation_leaves_the_heading) {
+TEST(qmond_status, no_operation_leaves_the_heading) {
   EXPECT_EQ(status_text({}, true), "OPERATION  TARGET  CODE  TEXT  RTT  LAST 20\n");
 }
 
-TEST(status_test, json_has_everything) {
+TEST(qmond_status, json_has_everything) {
   const auto parsed = nlohmann::json::parse(status_json(sample()));
   ASSERT_EQ(parsed.size(), 2U);
   EXPECT_EQ(parsed[0]["operation"], 7);

@@ -12,7 +12,7 @@
 
 namespace ot::qmond {
 
-class table_test : public testing::Test {
+class qmond_table : public testing::Test {
  protected:
   void SetUp() override {
     std::string pattern = std::filesystem::temp_directory_path() / "qmond-test-XXXXXX";

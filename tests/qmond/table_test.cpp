@@ -15,7 +15,7 @@
 namespace ot::qmond {
 namespace {
 
-TEST_F(table_test, a_reader_finds_what_was_published) {
+TEST_F(qmond_table, a_reader_finds_what_was_published) {
   table_writer writer(path_, 4);
   const std::uint32_t slot = writer.add(4000000000U, describe("icmp 192.0.2.1", 1000, 500));
   writer.publish(slot, result(2, 17));
@@ -31,7 +31,7 @@ TEST_F(table_test, a_reader_finds_what_was_published) {
   EXPECT_FALSE(view.look_up(0, &found));
 }
 
-TEST_F(table_test, a_new_operation_has_no_result_yet) {
+TEST_F(qmond_table, a_new_operation_has_no_result_yet) {
   table_writer writer(path_, 1);
   writer.add(7, describe("icmp 192.0.2.1", 1000, 500));
   writer.install();
@@ -42,7 +42,7 @@ TEST_F(table_test, a_new_operation_has_no_result_yet) {
   EXPECT_EQ(found[word_return_code], 0U);
 }
 
-TEST_F(table_test, descriptions_are_kept_and_long_ones_cut) {
+TEST_F(qmond_table, descriptions_are_kept_and_long_ones_cut) {
   table_writer writer(path_, 1);
   const std::string text = "http https://" + std::string(300, 'x');
   const std::uint32_t slot = writer.add(1, describe(text, 2500, 700));
@@ -58,7 +58,7 @@ TEST_F(table_test, descriptions_are_kept_and_long_ones_cut) {
 }
 
 // Ids that share the first slot of their search, in a table that is as full as it may be.
-TEST_F(table_test, operations_come_and_go_in_any_order) {
+TEST_F(qmond_table, operations_come_and_go_in_any_order) {
   table_writer writer(path_, 32);
   writer.install();
   table_view view;
@@ -84,7 +84,7 @@ TEST_F(table_test, operations_come_and_go_in_any_order) {
   }
 }
 
-TEST_F(table_test, takes_as_many_operations_as_promised) {
+TEST_F(qmond_table, takes_as_many_operations_as_promised) {
   table_writer writer(path_, operations_max);
   ASSERT_EQ(writer.capacity(), operations_max);
   for (std::uint32_t id = 0; id < operations_max; ++id) {
@@ -101,7 +101,7 @@ TEST_F(table_test, takes_as_many_operations_as_promised) {
   EXPECT_FALSE(view.look_up(1, &found));
 }
 
-TEST_F(table_test, is_alive_as_long_as_its_heart_beats) {
+TEST_F(qmond_table, is_alive_as_long_as_its_heart_beats) {
   table_view view;
   {
     table_writer writer(path_, 1);
@@ -116,7 +116,7 @@ TEST_F(table_test, is_alive_as_long_as_its_heart_beats) {
   EXPECT_FALSE(view.replaced(path_));
 }
 
-TEST_F(table_test, a_new_table_takes_the_place_of_the_old_one) {
+TEST_F(qmond_table, a_new_table_takes_the_place_of_the_old_one) {
   table_writer old(path_, 1);
   old.install();
   table_view view;
@@ -133,7 +133,7 @@ TEST_F(table_test, a_new_table_takes_the_place_of_the_old_one) {
   EXPECT_TRUE(view.look_up(5, &found));
 }
 
-TEST_F(table_test, what_is_no_table_is_refused) {
+TEST_F(qmond_table, what_is_no_table_is_refused) {
   table_view view;
   EXPECT_EQ(view.open(path_), ENOENT);
   EXPECT_EQ(view.open(folder_), EPROTO);
@@ -145,10 +145,10 @@ TEST_F(table_test, what_is_no_table_is_refused) {
 }
 
 // One field of a good header made wrong.
-class broken_header_test : public table_test,
-                           public testing::WithParamInterface<std::pair<int, std::uint32_t>> {};
+class qmond_broken_header : public qmond_table,
+                            public testing::WithParamInterface<std::pair<int, std::uint32_t>> {};
 
-TEST_P(broken_header_test, is_refused_and_the_open_table_kept) {
+TEST_P(qmond_broken_header, is_refused_and_the_open_table_kept) {
   table_writer writer(path_, 1);
   writer.install();
   table_view view;
@@ -160,7 +160,7 @@ TEST_P(broken_header_test, is_refused_and_the_open_table_kept) {
   EXPECT_TRUE(view.is_open());
 }
 
-INSTANTIATE_TEST_SUITE_P(fields, broken_header_test,
+INSTANTIATE_TEST_SUITE_P(fields, qmond_broken_header,
                          testing::Values(std::pair{0, 1U}, std::pair{4, table_version + 1},
                                          std::pair{8, 0U}, std::pair{8, 3U}, std::pair{8, 128U},
                                          std::pair{8, 4 * slots_max}));

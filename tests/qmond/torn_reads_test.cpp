@@ -21,7 +21,7 @@ constexpr int reads_wanted = 1000000;
 constexpr int changes_wanted = 1000;
 constexpr int reads_max = 500 * reads_wanted;
 
-// A publication in which every word tells the number of the whole.
+// A publication in which every word holds the number of the whole.
 statistics numbered(std::uint32_t number) {
   statistics words;
   words.fill(number);
@@ -35,7 +35,7 @@ bool whole(const statistics& words) {
   return words == expected;
 }
 
-TEST_F(table_test, a_million_reads_under_a_hammering_writer_are_whole) {
+TEST_F(qmond_table, a_million_reads_under_a_hammering_writer_are_whole) {
   table_writer writer(path_, 1);
   const std::uint32_t slot = writer.add(op_id, {});
   writer.publish(slot, numbered(0));
@@ -111,7 +111,7 @@ pid_t start_writer(const std::string& path, int ready) {
   }
 }
 
-TEST_F(table_test, a_writer_killed_at_any_point_leaves_a_whole_result) {
+TEST_F(qmond_table, a_writer_killed_at_any_point_leaves_a_whole_result) {
   std::mt19937 random(2);
   for (int round = 0; round < 200; ++round) {
     int ready[2];

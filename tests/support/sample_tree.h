@@ -1,5 +1,5 @@
 // A small configuration tree with one leaf of each kind of value, whose verify and apply functions
-// write down what they are called with and answer as told.
+// write down what they are called with and answer as they were set to.
 #pragma once
 
 #include <map>

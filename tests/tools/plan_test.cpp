@@ -111,7 +111,7 @@ TEST(plan_set, changes_the_type_by_deletion_and_creation) {
   EXPECT_EQ(present, configured("eth0", {0, 3}));
 }
 
-TEST(plan_set, tells_the_numbers_of_one_folder_apart) {
+TEST(plan_set, distinguishes_the_numbers_of_one_folder) {
   const track_items present{{"a", u32_value(1)}, {"type/interface/0x11/a", u32_value(1)}};
   EXPECT_EQ(plan_set("t", present, interface_type("eth0"), {}).size(), 2U);
 }

@@ -5,7 +5,7 @@ The same tests run on the machine's own kernel, where some are skipped."""
 import pytest
 
 # This kernel renames no interface that is up.
-LEFT_OUT = "interface_manager_linux.tells_a_rename_as_a_deletion_and_a_creation"
+LEFT_OUT = "interface_manager_linux.reports_a_rename_as_a_deletion_and_a_creation"
 
 
 @pytest.mark.parametrize("suite", ["interface_manager*", "lost_link_events*", "fib_contract",

@@ -122,7 +122,7 @@ def test_connected_networks_with_the_same_address(router):
     router.wait_states(**{"c-blue": "up"})
 
 
-def test_show_tells_vrf_and_first_hop(router):
+def test_show_prints_vrf_and_first_hop(router):
     add(router, 10, "r0")
     router.wait_states(red="up")
     assert TIME.sub("last change TIME\n", router.ctl("show", "red", "--detail")) == (

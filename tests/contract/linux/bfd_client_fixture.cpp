@@ -1,4 +1,4 @@
-// Binding a client for a test and writing down what it is told.
+// Binding a client for a test and writing down what it is notified of.
 #include "tests/contract/linux/bfd_client_fixture.h"
 
 #include <arpa/inet.h>
@@ -11,7 +11,7 @@
 namespace ot::testing {
 namespace {
 
-told_list* told_by_client = nullptr;
+reported_list* reported_by_client = nullptr;
 
 std::string number_of(const bfd_address& address) {
   return std::to_string(address.bytes[3]);
@@ -24,14 +24,14 @@ void on_request(const bfdc_request_result* result) {
   if (result->error != status_ok) {
     text = "refused " + number + ": " + err_string(result->error);
   }
-  told_by_client->push_back(text);
+  reported_by_client->push_back(text);
 }
 
 void on_state(const bfdc_event* event) {
   EXPECT_EQ(event->kind, bfdc_event_session_state);
   EXPECT_EQ(event->ifhandle, 100U + event->destination.bytes[3]);
-  told_by_client->push_back((event->session_state == 0 ? "up " : "down ") +
-                            number_of(event->destination));
+  reported_by_client->push_back((event->session_state == 0 ? "up " : "down ") +
+                                number_of(event->destination));
 }
 
 bfdc_session_request request_of(unsigned number) {
@@ -46,39 +46,39 @@ bfdc_session_request request_of(unsigned number) {
 
 }  // namespace
 
-void bfd_client_test::SetUp() {
+void bfd_client_fixture::SetUp() {
   contract_test::SetUp();
   directory_ = std::string(std::getenv("OT_ROOT")) + "/run/frr";
   std::filesystem::create_directories(directory_);
   engine_ = std::make_unique<fake_bfdd>(manager(), directory_ + "/bfdd.sock");
-  told_by_client = new told_list;
+  reported_by_client = new reported_list;
   bfdc_bind_record record;
   record.manager = manager();
   record.bound = [](const bfdc_bind_result* result) {
-    told_by_client->push_back(result->result == status_ok ? "bound" : "not bound");
+    reported_by_client->push_back(result->result == status_ok ? "bound" : "not bound");
   };
   record.connection = [](const bfdc_connection_status* status) {
-    told_by_client->push_back("connection " + std::to_string(status->status));
+    reported_by_client->push_back("connection " + std::to_string(status->status));
   };
   record.request_done = on_request;
   record.state_changed = on_state;
   ASSERT_EQ(bfdc_bind_nb(record, nullptr), 0);
-  ASSERT_EQ(wait_told(1), told_list{"bound"});
+  ASSERT_EQ(wait_reported(1), reported_list{"bound"});
 }
 
-void bfd_client_test::TearDown() {
+void bfd_client_fixture::TearDown() {
   bfdc_unbind();
   engine_.reset();
-  delete std::exchange(told_by_client, nullptr);
+  delete std::exchange(reported_by_client, nullptr);
   contract_test::TearDown();
 }
 
-void bfd_client_test::start() {
+void bfd_client_fixture::start() {
   engine_->listen();
-  ASSERT_EQ(wait_told(1), told_list{"connection 1"});
+  ASSERT_EQ(wait_reported(1), reported_list{"connection 1"});
 }
 
-int bfd_client_test::create(unsigned number, std::uint32_t rate, std::uint32_t debounce) {
+int bfd_client_fixture::create(unsigned number, std::uint32_t rate, std::uint32_t debounce) {
   bfdc_session_request request = request_of(number);
   request.rate = rate;
   request.debounce_count = debounce;
@@ -87,30 +87,30 @@ int bfd_client_test::create(unsigned number, std::uint32_t rate, std::uint32_t d
   return status != status_ok ? status : answer.result;
 }
 
-int bfd_client_test::remove(unsigned number) {
+int bfd_client_fixture::remove(unsigned number) {
   bfdc_session_answer answer;
   const int status = bfdc_session_delete_unconfig_nb(request_of(number), &answer);
   return status != status_ok ? status : answer.result;
 }
 
-void bfd_client_test::bring_up(unsigned number) {
+void bfd_client_fixture::bring_up(unsigned number) {
   ASSERT_EQ(create(number), 0);
-  ASSERT_EQ(wait_told(1), told_list{"created " + std::to_string(number)});
+  ASSERT_EQ(wait_reported(1), reported_list{"created " + std::to_string(number)});
   engine_->set_state(label(number), "up");
-  ASSERT_EQ(wait_told(1), told_list{"up " + std::to_string(number)});
+  ASSERT_EQ(wait_reported(1), reported_list{"up " + std::to_string(number)});
 }
 
-told_list bfd_client_test::told() {
-  return std::exchange(*told_by_client, {});
+reported_list bfd_client_fixture::reported() {
+  return std::exchange(*reported_by_client, {});
 }
 
-told_list bfd_client_test::wait_told(std::size_t count) {
-  EXPECT_TRUE(run_until([&] { return told_by_client->size() >= count; }))
-      << told_by_client->size() << " in place of " << count;
-  return told();
+reported_list bfd_client_fixture::wait_reported(std::size_t count) {
+  EXPECT_TRUE(run_until([&] { return reported_by_client->size() >= count; }))
+      << reported_by_client->size() << " in place of " << count;
+  return reported();
 }
 
-std::string bfd_client_test::address(unsigned number) {
+std::string bfd_client_fixture::address(unsigned number) {
   return "10.0.0." + std::to_string(number);
 }
 

@@ -1,5 +1,5 @@
 // A BFD client under test: bound to a loop of its own, with an engine of the test on the same loop,
-// and what the client was told, as text.
+// and what the client was notified of, as text.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -13,9 +13,9 @@
 
 namespace ot::testing {
 
-using told_list = std::vector<std::string>;
+using reported_list = std::vector<std::string>;
 
-class bfd_client_test : public contract::contract_test {
+class bfd_client_fixture : public contract::contract_test {
  protected:
   void SetUp() override;
   void TearDown() override;
@@ -30,9 +30,9 @@ class bfd_client_test : public contract::contract_test {
 
   // Since the last call: "bound", "connection 1", "created 1", "refused 1: TEXT", "gone 1", "up 1",
   // "down 1", the numbers being the sessions'.
-  told_list told();
-  // Runs the loop until `count` things have been told; what was told.
-  told_list wait_told(std::size_t count);
+  reported_list reported();
+  // Runs the loop until `count` things have been reported; what was reported.
+  reported_list wait_reported(std::size_t count);
 
   [[nodiscard]] fake_bfdd& engine() { return *engine_; }
   [[nodiscard]] static std::string address(unsigned number);

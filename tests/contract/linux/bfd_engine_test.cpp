@@ -10,9 +10,9 @@ using nlohmann::json;
 using namespace std::chrono_literals;
 using contract::let_pass;
 
-class bfd_engine_test : public bfd_client_test {};
+class bfd_client_linux : public bfd_client_fixture {};
 
-TEST_F(bfd_engine_test, the_subscription_is_for_states_and_sessions) {
+TEST_F(bfd_client_linux, the_subscription_is_for_states_and_sessions) {
   start();
   ASSERT_EQ(engine().requests().size(), 1U);
   const engine_request& request = engine().requests()[0];
@@ -24,29 +24,29 @@ TEST_F(bfd_engine_test, the_subscription_is_for_states_and_sessions) {
   EXPECT_EQ(mask, 3U);
 }
 
-TEST_F(bfd_engine_test, it_is_not_connected_before_the_subscription_is_answered) {
+TEST_F(bfd_client_linux, it_is_not_connected_before_the_subscription_is_answered) {
   engine().react([](fake_bfdd&, const engine_request&) {});
   engine().listen();
   ASSERT_TRUE(run_until([&] { return engine().requests().size() == 1; }));
   let_pass(manager(), 50ms);
-  EXPECT_EQ(told(), told_list{});
+  EXPECT_EQ(reported(), reported_list{});
   engine().respond(engine().requests()[0].id, true);
-  EXPECT_EQ(wait_told(1), told_list{"connection 1"});
+  EXPECT_EQ(wait_reported(1), reported_list{"connection 1"});
 }
 
-TEST_F(bfd_engine_test, an_engine_that_refuses_the_subscription_is_tried_again) {
+TEST_F(bfd_client_linux, an_engine_that_refuses_the_subscription_is_tried_again) {
   engine().react([](fake_bfdd& bfdd, const engine_request& request) {
     bfdd.respond(request.id, bfdd.connections() > 1);
   });
   engine().listen();
-  EXPECT_EQ(wait_told(1), told_list{"connection 1"});
+  EXPECT_EQ(wait_reported(1), reported_list{"connection 1"});
   EXPECT_EQ(engine().connections(), 2U);
 }
 
-TEST_F(bfd_engine_test, a_session_is_asked_for_with_all_that_names_it) {
+TEST_F(bfd_client_linux, a_session_is_asked_for_with_all_that_names_it) {
   start();
   ASSERT_EQ(create(1, 50, 4), 0);
-  ASSERT_EQ(wait_told(1), told_list{"created 1"});
+  ASSERT_EQ(wait_reported(1), reported_list{"created 1"});
   const std::vector<engine_request> asked = engine().requests(2);
   ASSERT_EQ(asked.size(), 1U);
   json peer = asked[0].peer("ipv4");
@@ -61,62 +61,62 @@ TEST_F(bfd_engine_test, a_session_is_asked_for_with_all_that_names_it) {
                         {"create-only", true}}));
 }
 
-TEST_F(bfd_engine_test, changes_of_state_are_told_once) {
+TEST_F(bfd_client_linux, changes_of_state_are_reported_once) {
   start();
   bring_up(1);
   for (const char* state : {"up", "down", "init", "adm-down", "up"}) {
     engine().set_state(label(1), state);
   }
-  EXPECT_EQ(wait_told(2), (told_list{"down 1", "up 1"}));
+  EXPECT_EQ(wait_reported(2), (reported_list{"down 1", "up 1"}));
 }
 
-TEST_F(bfd_engine_test, a_session_is_given_up_by_its_label) {
+TEST_F(bfd_client_linux, a_session_is_given_up_by_its_label) {
   start();
   bring_up(1);
   const std::string label = this->label(1);
   ASSERT_EQ(remove(1), 0);
-  EXPECT_EQ(wait_told(1), told_list{"gone 1"});
+  EXPECT_EQ(wait_reported(1), reported_list{"gone 1"});
   ASSERT_TRUE(run_until([&] { return engine().sessions().empty(); }));
   EXPECT_EQ(engine().requests(3).at(0).payload, json({{"label", {{{"label", label}}}}}).dump());
-  EXPECT_EQ(told(), told_list{});
+  EXPECT_EQ(reported(), reported_list{});
 }
 
-TEST_F(bfd_engine_test, giving_up_what_is_not_there_is_acknowledged) {
+TEST_F(bfd_client_linux, giving_up_what_is_not_there_is_acknowledged) {
   start();
   ASSERT_EQ(remove(7), 0);
-  EXPECT_EQ(wait_told(1), told_list{"gone 7"});
+  EXPECT_EQ(wait_reported(1), reported_list{"gone 7"});
   EXPECT_EQ(engine().requests().size(), 1U);
 }
 
-TEST_F(bfd_engine_test, a_session_asked_for_twice_is_one) {
+TEST_F(bfd_client_linux, a_session_asked_for_twice_is_one) {
   start();
   bring_up(1);
   ASSERT_EQ(create(1), 0);
-  EXPECT_EQ(wait_told(2), (told_list{"created 1", "up 1"}));
+  EXPECT_EQ(wait_reported(2), (reported_list{"created 1", "up 1"}));
   EXPECT_EQ(engine().requests(2).size(), 1U);
 }
 
-TEST_F(bfd_engine_test, another_rate_makes_another_session) {
+TEST_F(bfd_client_linux, another_rate_makes_another_session) {
   start();
   bring_up(1);
   const std::string before = label(1);
   ASSERT_EQ(create(1, 100), 0);
-  EXPECT_EQ(wait_told(2), (told_list{"down 1", "created 1"}));
+  EXPECT_EQ(wait_reported(2), (reported_list{"down 1", "created 1"}));
   ASSERT_EQ(engine().sessions().size(), 1U);
   EXPECT_NE(label(1), before);
   EXPECT_EQ(engine().sessions().at(label(1)).at("transmit-interval"), 100);
 }
 
-TEST_F(bfd_engine_test, a_session_given_up_and_asked_for_again_at_once_is_a_new_one) {
+TEST_F(bfd_client_linux, a_session_given_up_and_asked_for_again_at_once_is_a_new_one) {
   start();
   bring_up(1);
   ASSERT_EQ(remove(1), 0);
   ASSERT_EQ(create(1), 0);
-  EXPECT_EQ(wait_told(2), (told_list{"gone 1", "created 1"}));
+  EXPECT_EQ(wait_reported(2), (reported_list{"gone 1", "created 1"}));
   EXPECT_EQ(engine().sessions().size(), 1U);
 }
 
-TEST_F(bfd_engine_test, requests_that_the_engine_would_cut_or_misread_are_refused) {
+TEST_F(bfd_client_linux, requests_that_the_engine_would_cut_or_misread_are_refused) {
   start();
   EXPECT_EQ(create(1, bfdc_rate_min - 1), invalid_argument);
   EXPECT_EQ(create(1, bfdc_rate_max + 1), invalid_argument);
@@ -135,11 +135,11 @@ TEST_F(bfd_engine_test, requests_that_the_engine_would_cut_or_misread_are_refuse
     EXPECT_EQ(answer.result, invalid_argument);
   }
   EXPECT_EQ(create(2), 0);
-  EXPECT_EQ(wait_told(1), told_list{"created 2"});
+  EXPECT_EQ(wait_reported(1), reported_list{"created 2"});
   EXPECT_EQ(engine().requests(2).size(), 1U);
 }
 
-TEST_F(bfd_engine_test, an_interface_without_a_name_is_refused) {
+TEST_F(bfd_client_linux, an_interface_without_a_name_is_refused) {
   start();
   bfdc_session_request request;
   request.ifhandle = 1'000'000;
@@ -153,20 +153,20 @@ TEST_F(bfd_engine_test, an_interface_without_a_name_is_refused) {
   ASSERT_EQ(bfdc_session_create_nb(request, &answer), 0);
   ASSERT_TRUE(run_until([&] { return engine().requests(2).size() == 1; }));
   EXPECT_EQ(engine().requests(2)[0].peer("ipv4").at("local-interface"), "lo");
-  told();
+  reported();
 }
 
-TEST_F(bfd_engine_test, requests_wait_for_the_engine) {
+TEST_F(bfd_client_linux, requests_wait_for_the_engine) {
   ASSERT_EQ(create(1), 0);
   ASSERT_EQ(create(2), 0);
   ASSERT_EQ(remove(2), 0);
-  EXPECT_EQ(wait_told(1), told_list{"gone 2"});
+  EXPECT_EQ(wait_reported(1), reported_list{"gone 2"});
   engine().listen();
-  EXPECT_EQ(wait_told(2), (told_list{"connection 1", "created 1"}));
+  EXPECT_EQ(wait_reported(2), (reported_list{"connection 1", "created 1"}));
   EXPECT_EQ(engine().sessions().size(), 1U);
 }
 
-TEST_F(bfd_engine_test, many_sessions_keep_few_requests_under_way) {
+TEST_F(bfd_client_linux, many_sessions_keep_few_requests_under_way) {
   start();
   std::size_t under_way = 0;
   std::size_t most = 0;
@@ -186,19 +186,19 @@ TEST_F(bfd_engine_test, many_sessions_keep_few_requests_under_way) {
       --under_way;
     }
     let_pass(manager(), 1ms);
-    created += told().size();
+    created += reported().size();
   }
   EXPECT_LE(most, 64U);
   EXPECT_EQ(engine().sessions().size(), 250U);
 }
 
-TEST_F(bfd_engine_test, unbinding_gives_the_sessions_up) {
+TEST_F(bfd_client_linux, unbinding_gives_the_sessions_up) {
   start();
   bring_up(1);
   bfdc_unbind();
   EXPECT_TRUE(run_until([&] { return engine().sessions().empty(); }));
   EXPECT_EQ(create(2), ENOTCONN);
-  EXPECT_EQ(told(), told_list{});
+  EXPECT_EQ(reported(), reported_list{});
 }
 
 }  // namespace

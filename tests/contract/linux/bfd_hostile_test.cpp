@@ -59,13 +59,13 @@ std::ostream& operator<<(std::ostream& out, const nonsense& row) {
   return out << row.name;
 }
 
-class bfd_hostile_test : public bfd_client_test {
+class bfd_hostile_engine : public bfd_client_fixture {
  protected:
-  // The client has left and told so, found its session again, and works as ever.
+  // The client has left and reported that, found its session again, and works as ever.
   void expect_recovery() {
     EXPECT_TRUE(run_until([&] { return !engine().connected() || engine().connections() == 2; }));
     engine().react(nullptr);
-    EXPECT_EQ(wait_told(4), (told_list{"connection 0", "down 1", "connection 1", "up 1"}));
+    EXPECT_EQ(wait_reported(4), (reported_list{"connection 0", "down 1", "connection 1", "up 1"}));
     EXPECT_EQ(engine().connections(), 2U);
     bring_up(2);
   }
@@ -73,10 +73,10 @@ class bfd_hostile_test : public bfd_client_test {
   void expect_recovery_with_another() {
     EXPECT_TRUE(run_until([&] { return !engine().connected(); }));
     engine().react(nullptr);
-    told_list all = wait_told(5);
+    reported_list all = wait_reported(5);
     EXPECT_EQ(std::count(all.begin(), all.end(), "created 3"), 1);
     all.erase(std::remove(all.begin(), all.end(), "created 3"), all.end());
-    EXPECT_EQ(all, (told_list{"connection 0", "down 1", "connection 1", "up 1"}));
+    EXPECT_EQ(all, (reported_list{"connection 0", "down 1", "connection 1", "up 1"}));
   }
   // A label that this run never gave, but an earlier one could have.
   std::string label_of_earlier_run(unsigned number) {
@@ -88,17 +88,16 @@ class bfd_hostile_test : public bfd_client_test {
   }
 };
 
-class bfd_nonsense_test : public bfd_hostile_test,
-                          public ::testing::WithParamInterface<nonsense> {};
+class bfd_nonsense : public bfd_hostile_engine, public ::testing::WithParamInterface<nonsense> {};
 
-TEST_P(bfd_nonsense_test, ends_the_connection_and_nothing_else) {
+TEST_P(bfd_nonsense, ends_the_connection_and_nothing_else) {
   start();
   bring_up(1);
   engine().say(GetParam().bytes);
   expect_recovery();
 }
 
-TEST_P(bfd_nonsense_test, in_place_of_the_first_answer_is_no_connection) {
+TEST_P(bfd_nonsense, in_place_of_the_first_answer_is_no_connection) {
   engine().react([](fake_bfdd& bfdd, const engine_request& request) {
     if (bfdd.connections() == 1) {
       bfdd.say(GetParam().bytes);
@@ -107,18 +106,17 @@ TEST_P(bfd_nonsense_test, in_place_of_the_first_answer_is_no_connection) {
     }
   });
   engine().listen();
-  EXPECT_EQ(wait_told(1), told_list{"connection 1"});
+  EXPECT_EQ(wait_reported(1), reported_list{"connection 1"});
   EXPECT_EQ(engine().connections(), 2U);
 }
 
-INSTANTIATE_TEST_SUITE_P(every, bfd_nonsense_test, ::testing::ValuesIn(nonsenses),
+INSTANTIATE_TEST_SUITE_P(every, bfd_nonsense, ::testing::ValuesIn(nonsenses),
                          [](const auto& row) { return std::string(row.param.name); });
 
-class bfd_answer_test : public bfd_hostile_test,
-                        public ::testing::WithParamInterface<const char*> {};
+class bfd_answers : public bfd_hostile_engine, public ::testing::WithParamInterface<const char*> {};
 
 // What a request may be answered with, but must not.
-TEST_P(bfd_answer_test, of_the_wrong_shape_ends_the_connection) {
+TEST_P(bfd_answers, of_the_wrong_shape_ends_the_connection) {
   start();
   bring_up(1);
   engine().react([](fake_bfdd& bfdd, const engine_request& request) {
@@ -130,11 +128,11 @@ TEST_P(bfd_answer_test, of_the_wrong_shape_ends_the_connection) {
   expect_recovery_with_another();
 }
 
-INSTANTIATE_TEST_SUITE_P(every, bfd_answer_test,
+INSTANTIATE_TEST_SUITE_P(every, bfd_answers,
                          ::testing::Values("{}", "[]", "7", "null", R"({"status":1})",
                                            R"({"status":null})", R"({"status":"perhaps"})", "x"));
 
-TEST_F(bfd_hostile_test, an_end_amid_a_message_is_an_end) {
+TEST_F(bfd_hostile_engine, an_end_amid_a_message_is_an_end) {
   start();
   bring_up(1);
   engine().say(message(4, R"({"op":"status"})").substr(0, 5));
@@ -143,7 +141,7 @@ TEST_F(bfd_hostile_test, an_end_amid_a_message_is_an_end) {
   expect_recovery();
 }
 
-TEST_F(bfd_hostile_test, an_end_before_any_answer_is_no_connection) {
+TEST_F(bfd_hostile_engine, an_end_before_any_answer_is_no_connection) {
   engine().react([](fake_bfdd& bfdd, const engine_request& request) {
     if (bfdd.connections() < 3) {
       bfdd.hang_up();
@@ -152,11 +150,11 @@ TEST_F(bfd_hostile_test, an_end_before_any_answer_is_no_connection) {
     }
   });
   engine().listen();
-  EXPECT_EQ(wait_told(1), told_list{"connection 1"});
+  EXPECT_EQ(wait_reported(1), reported_list{"connection 1"});
   EXPECT_EQ(engine().connections(), 3U);
 }
 
-TEST_F(bfd_hostile_test, messages_may_come_byte_by_byte) {
+TEST_F(bfd_hostile_engine, messages_may_come_byte_by_byte) {
   start();
   bring_up(1);
   const std::string bytes =
@@ -165,11 +163,11 @@ TEST_F(bfd_hostile_test, messages_may_come_byte_by_byte) {
     engine().say({&byte, 1});
     let_pass(manager(), std::chrono::milliseconds{1});
   }
-  EXPECT_EQ(wait_told(1), told_list{"down 1"});
+  EXPECT_EQ(wait_reported(1), reported_list{"down 1"});
   EXPECT_EQ(engine().connections(), 1U);
 }
 
-TEST_F(bfd_hostile_test, a_message_that_never_ends_is_given_up) {
+TEST_F(bfd_hostile_engine, a_message_that_never_ends_is_given_up) {
   start();
   bring_up(1);
   engine().say(message(4, std::string(1000, ' ')).substr(0, 500));
@@ -180,7 +178,7 @@ TEST_F(bfd_hostile_test, a_message_that_never_ends_is_given_up) {
   expect_recovery();
 }
 
-TEST_F(bfd_hostile_test, an_engine_that_does_not_answer_is_given_up) {
+TEST_F(bfd_hostile_engine, an_engine_that_does_not_answer_is_given_up) {
   start();
   bring_up(1);
   engine().react([](fake_bfdd&, const engine_request&) {});
@@ -189,7 +187,7 @@ TEST_F(bfd_hostile_test, an_engine_that_does_not_answer_is_given_up) {
   expect_recovery_with_another();
 }
 
-TEST_F(bfd_hostile_test, answers_may_come_in_any_order) {
+TEST_F(bfd_hostile_engine, answers_may_come_in_any_order) {
   start();
   std::vector<engine_request> held;
   engine().react([&](fake_bfdd&, const engine_request& request) { held.push_back(request); });
@@ -200,10 +198,10 @@ TEST_F(bfd_hostile_test, answers_may_come_in_any_order) {
   engine().obey(held[2]);
   engine().obey(held[0]);
   engine().obey(held[1]);
-  EXPECT_EQ(wait_told(3), (told_list{"created 3", "created 1", "created 2"}));
+  EXPECT_EQ(wait_reported(3), (reported_list{"created 3", "created 1", "created 2"}));
 }
 
-TEST_F(bfd_hostile_test, sessions_of_others_are_none_of_its_business) {
+TEST_F(bfd_hostile_engine, sessions_of_others_are_none_of_its_business) {
   start();
   bring_up(1);
   for (const char* operation : {"add", "update", "delete", "status", "surprise"}) {
@@ -212,12 +210,12 @@ TEST_F(bfd_hostile_test, sessions_of_others_are_none_of_its_business) {
     engine().notify({{"op", operation}, {"label", std::string(200, 'x')}, {"state", "down"}});
   }
   engine().set_state(label(1), "down");
-  EXPECT_EQ(wait_told(1), told_list{"down 1"});
+  EXPECT_EQ(wait_reported(1), reported_list{"down 1"});
   EXPECT_EQ(engine().connections(), 1U);
   EXPECT_EQ(engine().requests(3).size(), 0U);
 }
 
-TEST_F(bfd_hostile_test, an_engine_that_does_not_read_makes_nothing_grow) {
+TEST_F(bfd_hostile_engine, an_engine_that_does_not_read_makes_nothing_grow) {
   start();
   bring_up(1);
   engine().stop_reading();
@@ -226,7 +224,7 @@ TEST_F(bfd_hostile_test, an_engine_that_does_not_read_makes_nothing_grow) {
       EXPECT_EQ(create(number), 0);
       EXPECT_EQ(remove(number), 0);
     }
-    EXPECT_EQ(wait_told(198).size(), 198U);
+    EXPECT_EQ(wait_reported(198).size(), 198U);
   };
   round();
   const std::size_t before = mallinfo2().uordblks;
@@ -236,7 +234,7 @@ TEST_F(bfd_hostile_test, an_engine_that_does_not_read_makes_nothing_grow) {
   EXPECT_LT(mallinfo2().uordblks, before + 256'000);
 }
 
-TEST_F(bfd_hostile_test, a_flood_of_orphans_makes_nothing_grow) {
+TEST_F(bfd_hostile_engine, a_flood_of_orphans_makes_nothing_grow) {
   start();
   bring_up(1);
   engine().react([](fake_bfdd&, const engine_request&) {});  // none is ever removed

@@ -9,56 +9,56 @@ namespace {
 
 using nlohmann::json;
 
-class bfd_others_test : public bfd_client_test, public ::testing::WithParamInterface<const char*> {
+class bfd_others : public bfd_client_fixture, public ::testing::WithParamInterface<const char*> {
  protected:
   // Session 1 is another's, bound to the interface of the parameter; ours has been refused.
   void SetUp() override {
-    bfd_client_test::SetUp();
+    bfd_client_fixture::SetUp();
     start();
     engine().sessions()["uplink"] =
         json{{"peer-address", address(1)}, {"local-interface", GetParam()}, {"state", "up"}};
     ASSERT_EQ(create(1), 0);
-    ASSERT_EQ(wait_told(2),
-              (told_list{"refused 1: " + std::string(err_string(EADDRINUSE)), "up 1"}));
+    ASSERT_EQ(wait_reported(2),
+              (reported_list{"refused 1: " + std::string(err_string(EADDRINUSE)), "up 1"}));
   }
 };
 
-TEST_P(bfd_others_test, its_state_is_told) {
+TEST_P(bfd_others, its_state_is_reported) {
   engine().set_state("uplink", "down");
-  EXPECT_EQ(wait_told(1), told_list{"down 1"});
+  EXPECT_EQ(wait_reported(1), reported_list{"down 1"});
   engine().set_state("uplink", "up");
-  EXPECT_EQ(wait_told(1), told_list{"up 1"});
+  EXPECT_EQ(wait_reported(1), reported_list{"up 1"});
 }
 
-TEST_P(bfd_others_test, its_end_makes_room) {
+TEST_P(bfd_others, its_end_makes_room) {
   engine().drop("uplink");
-  EXPECT_EQ(wait_told(1), told_list{"down 1"});
+  EXPECT_EQ(wait_reported(1), reported_list{"down 1"});
   ASSERT_TRUE(run_until([&] { return !label(1).empty(); }));
   engine().set_state(label(1), "up");
-  EXPECT_EQ(wait_told(1), told_list{"up 1"});
+  EXPECT_EQ(wait_reported(1), reported_list{"up 1"});
   EXPECT_EQ(engine().sessions().size(), 1U);
 }
 
 // As bfdd does for a session that was configured in its own shell.
-TEST_P(bfd_others_test, its_silent_end_makes_room) {
+TEST_P(bfd_others, its_silent_end_makes_room) {
   engine().sessions().clear();
-  EXPECT_EQ(wait_told(1), told_list{"down 1"});
+  EXPECT_EQ(wait_reported(1), reported_list{"down 1"});
   ASSERT_TRUE(run_until([&] { return !label(1).empty(); }));
   engine().set_state(label(1), "up");
-  EXPECT_EQ(wait_told(1), told_list{"up 1"});
+  EXPECT_EQ(wait_reported(1), reported_list{"up 1"});
 }
 
-TEST_P(bfd_others_test, giving_ours_up_leaves_it_alone) {
+TEST_P(bfd_others, giving_ours_up_leaves_it_alone) {
   ASSERT_EQ(remove(1), 0);
-  EXPECT_EQ(wait_told(1), told_list{"gone 1"});
+  EXPECT_EQ(wait_reported(1), reported_list{"gone 1"});
   engine().set_state("uplink", "down");
   ASSERT_EQ(create(2), 0);
-  EXPECT_EQ(wait_told(1), told_list{"created 2"});
+  EXPECT_EQ(wait_reported(1), reported_list{"created 2"});
   EXPECT_TRUE(engine().requests(3).empty());
   EXPECT_EQ(engine().sessions().count("uplink"), 1U);
 }
 
-TEST_P(bfd_others_test, other_sessions_of_others_are_not_followed) {
+TEST_P(bfd_others, other_sessions_of_others_are_not_followed) {
   engine().sessions()["elsewhere"] = json{{"peer-address", address(9)}, {"state", "down"}};
   engine().sessions()["over_v9"] = json{{"peer-address", address(1)}, {"local-interface", "v9"}};
   engine().set_state("elsewhere", "down");
@@ -66,11 +66,11 @@ TEST_P(bfd_others_test, other_sessions_of_others_are_not_followed) {
   engine().notify(
       {{"op", "status"}, {"peer-address", address(1)}, {"multihop", true}, {"state", "down"}});
   engine().set_state("uplink", "adm-down");
-  EXPECT_EQ(wait_told(1), told_list{"down 1"});
-  EXPECT_EQ(told(), told_list{});
+  EXPECT_EQ(wait_reported(1), reported_list{"down 1"});
+  EXPECT_EQ(reported(), reported_list{});
 }
 
-INSTANTIATE_TEST_SUITE_P(bound, bfd_others_test, ::testing::Values("v1", ""));
+INSTANTIATE_TEST_SUITE_P(bound, bfd_others, ::testing::Values("v1", ""));
 
 }  // namespace
 }  // namespace ot::testing

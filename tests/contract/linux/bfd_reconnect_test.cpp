@@ -13,7 +13,7 @@ using nlohmann::json;
 using namespace std::chrono_literals;
 using contract::let_pass;
 
-class bfd_reconnect_test : public bfd_client_test {
+class bfd_reconnect : public bfd_client_fixture {
  protected:
   // A session in the engine that this run has not asked for.
   void leave(const std::string& label, unsigned number) {
@@ -24,7 +24,7 @@ class bfd_reconnect_test : public bfd_client_test {
   // A label as an earlier run of the same instance made them.
   std::string label_of_earlier_run() {
     EXPECT_EQ(create(99), 0);
-    EXPECT_EQ(wait_told(1), told_list{"created 99"});
+    EXPECT_EQ(wait_reported(1), reported_list{"created 99"});
     std::string label = this->label(99);
     char& digit = label[label.find('-', 3) + 1];
     digit = digit == '0' ? '1' : '0';
@@ -32,29 +32,29 @@ class bfd_reconnect_test : public bfd_client_test {
   }
 };
 
-TEST_F(bfd_reconnect_test, an_engine_that_dies_takes_the_sessions_down) {
+TEST_F(bfd_reconnect, an_engine_that_dies_takes_the_sessions_down) {
   start();
   bring_up(1);
   ASSERT_EQ(create(2), 0);
-  ASSERT_EQ(wait_told(1), told_list{"created 2"});
+  ASSERT_EQ(wait_reported(1), reported_list{"created 2"});
   engine().die();
-  EXPECT_EQ(wait_told(2), (told_list{"connection 0", "down 1"}));
+  EXPECT_EQ(wait_reported(2), (reported_list{"connection 0", "down 1"}));
 }
 
-TEST_F(bfd_reconnect_test, an_engine_that_is_back_is_asked_for_everything_again) {
+TEST_F(bfd_reconnect, an_engine_that_is_back_is_asked_for_everything_again) {
   start();
   bring_up(1);
   bring_up(2);
   engine().die();
-  ASSERT_EQ(wait_told(3).size(), 3U);
+  ASSERT_EQ(wait_reported(3).size(), 3U);
   engine().listen();
-  EXPECT_EQ(wait_told(1), told_list{"connection 1"});
+  EXPECT_EQ(wait_reported(1), reported_list{"connection 1"});
   ASSERT_TRUE(run_until([&] { return engine().sessions().size() == 2; }));
   engine().set_state(label(2), "up");
-  EXPECT_EQ(wait_told(1), told_list{"up 2"});
+  EXPECT_EQ(wait_reported(1), reported_list{"up 2"});
 }
 
-TEST_F(bfd_reconnect_test, only_an_engine_that_listens_is_present) {
+TEST_F(bfd_reconnect, only_an_engine_that_listens_is_present) {
   EXPECT_FALSE(bfdc_service_present());
   start();
   EXPECT_TRUE(bfdc_service_present());
@@ -62,14 +62,14 @@ TEST_F(bfd_reconnect_test, only_an_engine_that_listens_is_present) {
   EXPECT_FALSE(bfdc_service_present());
 }
 
-TEST_F(bfd_reconnect_test, a_starting_engine_is_noticed_at_once) {
+TEST_F(bfd_reconnect, a_starting_engine_is_noticed_at_once) {
   let_pass(manager(), 1500ms);  // attempts have become rare by now
   const auto began = std::chrono::steady_clock::now();
   start();
   EXPECT_LT(std::chrono::steady_clock::now() - began, 500ms);
 }
 
-TEST_F(bfd_reconnect_test, a_directory_made_later_is_noticed_at_once) {
+TEST_F(bfd_reconnect, a_directory_made_later_is_noticed_at_once) {
   const std::string root = std::getenv("OT_ROOT");
   std::filesystem::remove_all(root + "/run");
   let_pass(manager(), 1500ms);
@@ -80,62 +80,62 @@ TEST_F(bfd_reconnect_test, a_directory_made_later_is_noticed_at_once) {
   EXPECT_LT(std::chrono::steady_clock::now() - began, 500ms);
 }
 
-TEST_F(bfd_reconnect_test, sessions_that_outlive_the_connection_are_kept) {
+TEST_F(bfd_reconnect, sessions_that_outlive_the_connection_are_kept) {
   start();
   bring_up(1);
   const std::string before = label(1);
   engine().hang_up();
-  EXPECT_EQ(wait_told(4), (told_list{"connection 0", "down 1", "connection 1", "up 1"}));
+  EXPECT_EQ(wait_reported(4), (reported_list{"connection 0", "down 1", "connection 1", "up 1"}));
   let_pass(manager(), 50ms);
   EXPECT_EQ(label(1), before);
   ASSERT_EQ(remove(1), 0);
   EXPECT_TRUE(run_until([&] { return engine().sessions().empty(); }));
 }
 
-TEST_F(bfd_reconnect_test, what_was_given_up_meanwhile_is_removed) {
+TEST_F(bfd_reconnect, what_was_given_up_meanwhile_is_removed) {
   start();
   bring_up(1);
   engine().hang_up();
-  ASSERT_EQ(wait_told(2), (told_list{"connection 0", "down 1"}));
+  ASSERT_EQ(wait_reported(2), (reported_list{"connection 0", "down 1"}));
   ASSERT_EQ(remove(1), 0);
   EXPECT_TRUE(run_until([&] { return engine().sessions().empty(); }));
 }
 
-TEST_F(bfd_reconnect_test, orphans_of_earlier_runs_are_removed_and_others_left_alone) {
+TEST_F(bfd_reconnect, orphans_of_earlier_runs_are_removed_and_others_left_alone) {
   start();
   const std::string orphan = label_of_earlier_run();
   engine().hang_up();
-  ASSERT_EQ(wait_told(1), told_list{"connection 0"});
+  ASSERT_EQ(wait_reported(1), reported_list{"connection 0"});
   std::string of_other_instance = orphan;
   of_other_instance[3] = orphan[3] == '0' ? '1' : '0';
   leave(orphan, 50);
   leave(of_other_instance, 51);
   leave("uplink", 52);
-  ASSERT_EQ(wait_told(1), told_list{"connection 1"});
+  ASSERT_EQ(wait_reported(1), reported_list{"connection 1"});
   ASSERT_TRUE(run_until([&] { return engine().sessions().count(orphan) == 0; }));
   EXPECT_EQ(engine().sessions().size(), 3U);
   EXPECT_EQ(engine().sessions().count(of_other_instance), 1U);
   EXPECT_EQ(engine().sessions().count("uplink"), 1U);
 }
 
-TEST_F(bfd_reconnect_test, a_session_in_an_orphans_place_is_made_without_a_word_of_refusal) {
+TEST_F(bfd_reconnect, a_session_in_an_orphans_place_is_made_without_a_word_of_refusal) {
   start();
   const std::string orphan = label_of_earlier_run();
   engine().hang_up();
-  ASSERT_EQ(wait_told(1), told_list{"connection 0"});
+  ASSERT_EQ(wait_reported(1), reported_list{"connection 0"});
   leave(orphan, 1);
   ASSERT_EQ(create(1), 0);
-  ASSERT_EQ(wait_told(2), (told_list{"connection 1", "created 1"}));
+  ASSERT_EQ(wait_reported(2), (reported_list{"connection 1", "created 1"}));
   EXPECT_NE(label(1), orphan);
   engine().set_state(label(1), "up");
-  EXPECT_EQ(wait_told(1), told_list{"up 1"});
+  EXPECT_EQ(wait_reported(1), reported_list{"up 1"});
 }
 
-TEST_F(bfd_reconnect_test, a_session_taken_away_by_somebody_is_asked_for_again) {
+TEST_F(bfd_reconnect, a_session_taken_away_by_somebody_is_asked_for_again) {
   start();
   bring_up(1);
   engine().drop(label(1));
-  EXPECT_EQ(wait_told(1), told_list{"down 1"});
+  EXPECT_EQ(wait_reported(1), reported_list{"down 1"});
   ASSERT_TRUE(run_until([&] { return !label(1).empty(); }));
 }
 

@@ -23,13 +23,13 @@ std::string socket_path() {
   return folder + "/bfdd.sock";
 }
 
-class linux_bench : public bfd_bench {
+class linux_bed : public bfd_test_bed {
  public:
-  explicit linux_bench(evm* manager) : engine_(manager, socket_path()) {
+  explicit linux_bed(evm* manager) : engine_(manager, socket_path()) {
     engine_.react([this](fake_bfdd& engine, const engine_request& request) {
       engine.obey(request);
       if (request.type == add_peers) {
-        tell_if_answered(request.peer("ipv4").at("peer-address"));
+        report_if_answered(request.peer("ipv4").at("peer-address"));
       }
     });
   }
@@ -39,21 +39,21 @@ class linux_bench : public bfd_bench {
   void end() override { engine_.die(); }
   void answer(const char* address) override {
     answering_.insert(address);
-    tell_if_answered(address);
+    report_if_answered(address);
   }
   void fall_silent(const char* address) override {
     answering_.erase(address);
-    tell(address, "down");
+    report(address, "down");
   }
   std::size_t sessions() override { return engine_.sessions().size(); }
 
  private:
-  void tell_if_answered(const std::string& address) {
+  void report_if_answered(const std::string& address) {
     if (answering_.contains(address)) {
-      tell(address, "up");
+      report(address, "up");
     }
   }
-  void tell(const std::string& address, const char* state) {
+  void report(const std::string& address, const char* state) {
     if (const std::string label = engine_.label_of(address); !label.empty()) {
       engine_.set_state(label, state);
     }
@@ -65,8 +65,8 @@ class linux_bench : public bfd_bench {
 
 }  // namespace
 
-std::unique_ptr<bfd_bench> make_bfd_bench(evm* manager) {
-  return std::make_unique<linux_bench>(manager);
+std::unique_ptr<bfd_test_bed> make_bfd_test_bed(evm* manager) {
+  return std::make_unique<linux_bed>(manager);
 }
 
 }  // namespace ot::contract

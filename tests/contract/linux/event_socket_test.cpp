@@ -134,7 +134,7 @@ class event_socket : public ::testing::Test {
   evdl_publisher* publisher_ = nullptr;
 };
 
-TEST_F(event_socket, tells_the_publisher_of_the_subscriptions) {
+TEST_F(event_socket, notifies_the_publisher_of_the_subscriptions) {
   evdl_subscriber* subscriber = subscribe({{"a", true, 0}, {"b", false, 1}});
   EXPECT_THAT(copied_, ElementsAre("a", "b"));
   publish({"a", "b", "c"}, 2);
@@ -165,8 +165,8 @@ TEST_F(event_socket, closes_on_a_malformed_subscription) {
   } const rows[] = {
       {"half a head", {}, 4},
       {"another version", {7, 0}, 8},
-      {"fewer filters than told", {event_protocol_version, 2}, 8 + 44},
-      {"more filters than told", {event_protocol_version, 1}, 8 + 3 * 44},
+      {"fewer filters than counted", {event_protocol_version, 2}, 8 + 44},
+      {"more filters than counted", {event_protocol_version, 1}, 8 + 3 * 44},
       {"too many filters", {event_protocol_version, event_filter_limit + 1}, 8},
       {"a count that overflows", {event_protocol_version, 0xFFFFFFFF}, 8},
   };

@@ -1,4 +1,4 @@
-// The netlink sockets by which this process is told of events, and the messages that the kernel
+// The netlink sockets by which this process is notified of events, and the messages that the kernel
 // could not put into them.
 #pragma once
 

@@ -59,7 +59,7 @@ class fake_bfdd {
   void say(std::string_view bytes);
   // Of a session it has, by its label.
   void set_state(const std::string& label, const std::string& state);
-  // Takes a session away and tells so.
+  // Takes a session away and reports it.
   void drop(const std::string& label);
 
   // --- What it has seen --------------------------------------------------------------------------

@@ -1,5 +1,5 @@
 // The interface manager on the kernel's links: what happens to a link in a network namespace is
-// told as the service expects it.
+// reported as the service expects it.
 #include <gmock/gmock.h>
 
 #include "tests/contract/linux/link_watch.h"
@@ -27,11 +27,11 @@ class interface_manager_linux : public ::testing::Test {
     ip("link set v1 up");
     link_watch settling;
     settling.register_attribute(ifc_attr_state);
-    settling.run_until_told({"+v0 state=3", "+v1 state=3"});
+    settling.run_until_reported({"+v0 state=3", "+v1 state=3"});
   }
 };
 
-TEST_F(interface_manager_linux, tells_the_present_state_before_the_registration_returns) {
+TEST_F(interface_manager_linux, reports_the_present_state_before_the_registration_returns) {
   in_namespace([] {
     add_cable();
     link_watch watch;
@@ -51,35 +51,35 @@ TEST_F(interface_manager_linux, counts_the_loopback_without_an_operational_state
     watch.register_both();
     watch.take();
     ip("link set lo up");
-    EXPECT_THAT(watch.run_until_told({"+lo state=3"}), ElementsAre("+lo state=3"));
+    EXPECT_THAT(watch.run_until_reported({"+lo state=3"}), ElementsAre("+lo state=3"));
   });
 }
 
-TEST_F(interface_manager_linux, tells_a_lost_carrier_and_its_return) {
+TEST_F(interface_manager_linux, reports_a_lost_carrier_and_its_return) {
   in_namespace([] {
     add_cable();
     link_watch watch;
     watch.register_both();
     watch.take();
     ip("link set v1 down");
-    EXPECT_THAT(watch.run_until_told({"+v0 state=2"}), Contains("+v1 state=1"));
+    EXPECT_THAT(watch.run_until_reported({"+v0 state=2"}), Contains("+v1 state=1"));
     ip("link set v1 up");
-    EXPECT_THAT(watch.run_until_told({"+v0 state=3"}), ::testing::Not(Contains("+v0 state=1")));
+    EXPECT_THAT(watch.run_until_reported({"+v0 state=3"}), ::testing::Not(Contains("+v0 state=1")));
   });
 }
 
-TEST_F(interface_manager_linux, tells_administratively_down) {
+TEST_F(interface_manager_linux, reports_administratively_down) {
   in_namespace([] {
     add_cable();
     link_watch watch;
     watch.register_both();
     watch.take();
     ip("link set v0 down");
-    EXPECT_THAT(watch.run_until_told({"+v0 state=1"}), Contains("+v0 state=1"));
+    EXPECT_THAT(watch.run_until_reported({"+v0 state=1"}), Contains("+v0 state=1"));
   });
 }
 
-TEST_F(interface_manager_linux, does_not_tell_what_did_not_change) {
+TEST_F(interface_manager_linux, does_not_report_what_did_not_change) {
   in_namespace([] {
     add_cable();
     link_watch watch;
@@ -88,18 +88,18 @@ TEST_F(interface_manager_linux, does_not_tell_what_did_not_change) {
     ip("link set v0 mtu 1400");
     ip("link set v0 alias uplink");
     ip("link set lo up");
-    EXPECT_THAT(watch.run_until_told({"+lo state=3"}), ElementsAre("+lo state=3"));
+    EXPECT_THAT(watch.run_until_reported({"+lo state=3"}), ElementsAre("+lo state=3"));
   });
 }
 
-TEST_F(interface_manager_linux, tells_a_rename_as_a_deletion_and_a_creation) {
+TEST_F(interface_manager_linux, reports_a_rename_as_a_deletion_and_a_creation) {
   in_namespace([] {
     add_cable();
     link_watch watch;
     watch.register_both();
     watch.take();
     ip("link set v0 name uplink");
-    EXPECT_THAT(watch.run_until_told({"+uplink state=3 redundancy=1"}),
+    EXPECT_THAT(watch.run_until_reported({"+uplink state=3 redundancy=1"}),
                 ElementsAre("-v0", "+uplink state=3 redundancy=1"));
     std::uint32_t handle = 0;
     int status = -1;
@@ -108,21 +108,21 @@ TEST_F(interface_manager_linux, tells_a_rename_as_a_deletion_and_a_creation) {
   });
 }
 
-TEST_F(interface_manager_linux, tells_a_deletion_and_a_new_creation) {
+TEST_F(interface_manager_linux, reports_a_deletion_and_a_new_creation) {
   in_namespace([] {
     add_cable();
     link_watch watch;
     watch.register_both();
     watch.take();
     ip("link del v0");
-    EXPECT_THAT(watch.run_until_told({"-v0"}), Contains("-v0"));
+    EXPECT_THAT(watch.run_until_reported({"-v0"}), Contains("-v0"));
     ip("link add v0 type veth peer name v1");
-    EXPECT_THAT(watch.run_until_told({"+v0 state=1 redundancy=1"}),
+    EXPECT_THAT(watch.run_until_reported({"+v0 state=1 redundancy=1"}),
                 Contains("+v0 state=1 redundancy=1"));
   });
 }
 
-TEST_F(interface_manager_linux, finds_an_interface_that_no_event_has_told_of_yet) {
+TEST_F(interface_manager_linux, finds_an_interface_that_no_event_has_announced_yet) {
   in_namespace([] {
     link_watch watch;
     watch.register_both();
@@ -140,7 +140,7 @@ TEST_F(interface_manager_linux, finds_an_interface_that_no_event_has_told_of_yet
     ASSERT_EQ(ifc_state_query(watch.context(), handle, 0, &state, &status), 0);
     EXPECT_EQ(status, 0);
     EXPECT_EQ(state, ifm_state_admin_down);
-    EXPECT_THAT(watch.run_until_told({"+fresh state=1 redundancy=1"}),
+    EXPECT_THAT(watch.run_until_reported({"+fresh state=1 redundancy=1"}),
                 Contains("+fresh state=1 redundancy=1"))
         << "the look-up must not swallow the news";
   });
@@ -168,7 +168,7 @@ TEST_F(interface_manager_linux, answers_2_for_what_does_not_exist) {
   });
 }
 
-TEST_F(interface_manager_linux, tells_a_standby_bond_member_as_not_redundant) {
+TEST_F(interface_manager_linux, reports_a_standby_bond_member_as_not_redundant) {
   in_namespace([] {
     if (!ip_can("link add bond0 type bond mode active-backup miimon 10")) {
       GTEST_SKIP() << "this kernel has no bonding";
@@ -182,11 +182,11 @@ TEST_F(interface_manager_linux, tells_a_standby_bond_member_as_not_redundant) {
     ip("link set bond0 up");
     link_watch watch;
     watch.register_both();
-    const auto told = watch.take();
-    EXPECT_THAT(told, Contains("+v0 redundancy=1"));
-    EXPECT_THAT(told, Contains("+w0 redundancy=0"));
+    const auto reported = watch.take();
+    EXPECT_THAT(reported, Contains("+v0 redundancy=1"));
+    EXPECT_THAT(reported, Contains("+w0 redundancy=0"));
     ip("link set bond0 type bond active_slave w0");
-    EXPECT_THAT(watch.run_until_told({"+w0 redundancy=1"}), Contains("+v0 redundancy=0"));
+    EXPECT_THAT(watch.run_until_reported({"+w0 redundancy=1"}), Contains("+v0 redundancy=0"));
   });
 }
 

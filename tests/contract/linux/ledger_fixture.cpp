@@ -9,9 +9,9 @@
 namespace ot::test {
 namespace {
 
-class direct_bench : public ledger_bench {
+class direct_bed : public ledger_test_bed {
  public:
-  direct_bench() { service_.emplace(); }
+  direct_bed() { service_.emplace(); }
   void host(const std::function<void()>& work) override { work(); }
   void restart() override {
     service_.reset();
@@ -23,9 +23,9 @@ class direct_bench : public ledger_bench {
   std::optional<direct_service> service_;
 };
 
-class socket_bench : public ledger_bench {
+class socket_bed : public ledger_test_bed {
  public:
-  socket_bench() { service_.emplace(); }
+  socket_bed() { service_.emplace(); }
   void host(const std::function<void()>& work) override { service_->run(work); }
   void restart() override {
     service_.reset();
@@ -39,15 +39,15 @@ class socket_bench : public ledger_bench {
 
 }  // namespace
 
-std::vector<std::string> ledger_bench_ways() {
+std::vector<std::string> ledger_test_bed_ways() {
   return {"direct", "socket"};
 }
 
-std::unique_ptr<ledger_bench> make_ledger_bench(const std::string& way) {
+std::unique_ptr<ledger_test_bed> make_ledger_test_bed(const std::string& way) {
   if (way == "direct") {
-    return std::make_unique<direct_bench>();
+    return std::make_unique<direct_bed>();
   }
-  return std::make_unique<socket_bench>();
+  return std::make_unique<socket_bed>();
 }
 
 }  // namespace ot::test

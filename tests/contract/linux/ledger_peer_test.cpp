@@ -31,7 +31,7 @@ long resident_kb() {
   return pages * (sysconf(_SC_PAGESIZE) / 1024);
 }
 
-class LedgerPeer : public ::testing::Test {
+class ledger_peers : public ::testing::Test {
  protected:
   void SetUp() override {
     service_.run([] { ASSERT_EQ(register_sample_tree(), 0); });
@@ -49,7 +49,7 @@ class LedgerPeer : public ::testing::Test {
   threaded_service service_;
 };
 
-TEST_F(LedgerPeer, ASilentConnectionIsEnded) {
+TEST_F(ledger_peers, a_silent_connection_is_ended) {
   raw_client silent{place_.socket()};
   ASSERT_TRUE(silent.ok());
   EXPECT_FALSE(silent.ended_within(1000));
@@ -60,7 +60,7 @@ TEST_F(LedgerPeer, ASilentConnectionIsEnded) {
   expect_service();
 }
 
-TEST_F(LedgerPeer, NonsenseIsEnded) {
+TEST_F(ledger_peers, nonsense_is_ended) {
   raw_client client{place_.socket()};
   client.send("GET / HTTP/1.1\r\nHost: x\r\n\r\n");
   EXPECT_TRUE(client.ended_within(1500));
@@ -71,14 +71,14 @@ TEST_F(LedgerPeer, NonsenseIsEnded) {
   expect_service();
 }
 
-TEST_F(LedgerPeer, AnUnknownMemberEndsTheConnection) {
+TEST_F(ledger_peers, an_unknown_member_ends_the_connection) {
   ledger_link link;
   ledger_reply reply;
   EXPECT_EQ(link.call("Destroy", {}, reply), ledger_unreachable);
   expect_service();
 }
 
-TEST_F(LedgerPeer, AMalformedBodyIsAnsweredAndChangesNothing) {
+TEST_F(ledger_peers, a_malformed_body_is_answered_and_changes_nothing) {
   ledger_link link;
   for (const char* member : {ledger_member::bind, ledger_member::get, ledger_member::set,
                              ledger_member::erase, ledger_member::page, ledger_member::commit,
@@ -91,7 +91,7 @@ TEST_F(LedgerPeer, AMalformedBodyIsAnsweredAndChangesNothing) {
   service_.run([] { EXPECT_TRUE(sample().verified.empty()); });
 }
 
-TEST_F(LedgerPeer, AnEndlessMessageIsEndedEarly) {
+TEST_F(ledger_peers, an_endless_message_is_ended_early) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "the sanitizer keeps freed memory and copies a growing buffer with every piece";
 #endif
@@ -111,7 +111,7 @@ TEST_F(LedgerPeer, AnEndlessMessageIsEndedEarly) {
   expect_service();
 }
 
-TEST_F(LedgerPeer, AMessageThatStopsHalfwayIsEnded) {
+TEST_F(ledger_peers, a_message_that_stops_halfway_is_ended) {
   raw_client client{place_.socket()};
   ASSERT_TRUE(client.authenticate());
   client.send(raw_message_head(1000));
@@ -119,7 +119,7 @@ TEST_F(LedgerPeer, AMessageThatStopsHalfwayIsEnded) {
   expect_service();
 }
 
-TEST_F(LedgerPeer, ConnectionsOverTheCapWaitForAPlace) {
+TEST_F(ledger_peers, connections_over_the_cap_wait_for_a_place) {
   // Links that have spoken stay for as long as they like.
   std::vector<std::unique_ptr<ledger_link>> links;
   ledger_writer request;
@@ -139,7 +139,7 @@ TEST_F(LedgerPeer, ConnectionsOverTheCapWaitForAPlace) {
 }
 
 // The service's thread may not use a number after the descriptor's end: other threads take it.
-TEST_F(LedgerPeer, APeerThatLeavesTakesItsDescriptorAlong) {
+TEST_F(ledger_peers, a_peer_that_leaves_takes_its_descriptor_along) {
   const int before = watches_on_closed_descriptors();
   for (int i = 0; i < 100; ++i) {
     {
@@ -159,7 +159,7 @@ TEST_F(LedgerPeer, APeerThatLeavesTakesItsDescriptorAlong) {
   EXPECT_EQ(watches_on_closed_descriptors(), before);
 }
 
-TEST_F(LedgerPeer, AClientKilledInTheMiddleOfACommitChangesNothing) {
+TEST_F(ledger_peers, a_client_killed_in_the_middle_of_a_commit_changes_nothing) {
   const ledger_proposal change = set_number("/cfg/gl/sample/thing/x/a", 1);
   ledger_writer body;
   ledger_put_proposals(body, {&change, 1});

@@ -58,9 +58,9 @@ class other_instance {
     child_ = fork();
     if (child_ == 0) {
       const direct_service service;
-      const bool told = write(ready[1], "r", 1) == 1;
+      const bool reported = write(ready[1], "r", 1) == 1;
       pause();
-      _exit(told ? 0 : 1);
+      _exit(reported ? 0 : 1);
     }
     close(ready[1]);
     char byte = 0;
@@ -82,7 +82,7 @@ class other_instance {
   bool running_ = false;
 };
 
-TEST(LedgerService, ASecondInstanceIsRefusedWithTheFirstOnesName) {
+TEST(ledger_service, a_second_instance_is_refused_with_the_first_ones_name) {
   const ledger_place place;
   {
     const other_instance first;
@@ -98,7 +98,7 @@ TEST(LedgerService, ASecondInstanceIsRefusedWithTheFirstOnesName) {
   const direct_service after;  // what a killed instance leaves behind is no obstacle
 }
 
-TEST(LedgerService, AnUnusableRootIsNamed) {
+TEST(ledger_service, an_unusable_root_is_named) {
   const ledger_place place;
   std::ofstream{place.path() + "/run"} << "a file where a directory belongs";
   evm* manager = nullptr;
@@ -109,7 +109,7 @@ TEST(LedgerService, AnUnusableRootIsNamed) {
   evm_destroy(manager);
 }
 
-TEST(LedgerService, ModesKeepOthersOut) {
+TEST(ledger_service, modes_keep_others_out) {
   const ledger_place place;
   const direct_service service;
   const auto mode = [&place](const char* path) {
@@ -124,7 +124,7 @@ TEST(LedgerService, ModesKeepOthersOut) {
   EXPECT_EQ(mode("/run/object_tracking/operational.mdb"), 0600U);
 }
 
-class LedgerRights : public ::testing::Test {
+class ledger_access : public ::testing::Test {
  protected:
   void SetUp() override {
     if (getuid() != 0) {
@@ -141,7 +141,7 @@ class LedgerRights : public ::testing::Test {
   std::optional<threaded_service> service_;
 };
 
-TEST_F(LedgerRights, StrangersDoNotEvenConnect) {
+TEST_F(ledger_access, strangers_do_not_even_connect) {
   EXPECT_EQ(as_nobody([] {
               ledger_conn* conn = nullptr;
               return ledger_bind("/oper/", &conn) == ledger_denied ? 0 : 1;
@@ -149,7 +149,7 @@ TEST_F(LedgerRights, StrangersDoNotEvenConnect) {
             0);
 }
 
-TEST_F(LedgerRights, AStrangerWhoConnectsMayNothing) {
+TEST_F(ledger_access, a_stranger_who_connects_may_nothing) {
   chmod((place_.path() + "/run/object_tracking").c_str(), 0755);
   chmod(place_.socket().c_str(), 0666);
   EXPECT_EQ(as_nobody([] {
@@ -164,14 +164,14 @@ TEST_F(LedgerRights, AStrangerWhoConnectsMayNothing) {
   service_->run([] { EXPECT_TRUE(sample().verified.empty()); });
 }
 
-TEST(LedgerClient, WithoutAServiceItIsUnreachable) {
+TEST(ledger_client, without_a_service_it_is_unreachable) {
   const ledger_place place;
   ledger_conn* conn = nullptr;
   EXPECT_EQ(ledger_bind("/oper/", &conn), ledger_unreachable);
   EXPECT_EQ(conn, nullptr);
 }
 
-TEST(LedgerClient, TheNextCallFindsARestartedService) {
+TEST(ledger_client, the_next_call_finds_a_restarted_service) {
   const ledger_place place;
   std::optional<threaded_service> service{std::in_place};
   ledger_conn* conn = nullptr;
@@ -186,7 +186,7 @@ TEST(LedgerClient, TheNextCallFindsARestartedService) {
   ledger_unbind(conn);
 }
 
-TEST(LedgerService, AnEndedServiceTakesItsDescriptorsAlong) {
+TEST(ledger_service, an_ended_service_takes_its_descriptors_along) {
   const ledger_place place;
   const int before = watches_on_closed_descriptors();
   ledger_conn* conn = nullptr;
@@ -198,7 +198,7 @@ TEST(LedgerService, AnEndedServiceTakesItsDescriptorsAlong) {
   ledger_unbind(conn);
 }
 
-TEST(LedgerClient, AChildHasAConversationOfItsOwn) {
+TEST(ledger_client, a_child_has_a_conversation_of_its_own) {
   const ledger_place place;
   threaded_service service;
   ledger_conn* conn = nullptr;
@@ -211,7 +211,7 @@ TEST(LedgerClient, AChildHasAConversationOfItsOwn) {
   ledger_unbind(conn);
 }
 
-TEST(LedgerClient, AChildOfTheServiceDoesNotTouchItsStores) {
+TEST(ledger_client, a_child_of_the_service_does_not_touch_its_stores) {
   const ledger_place place;
   const direct_service service;  // does not answer: its loop does not run
   const auto start = std::chrono::steady_clock::now();
@@ -224,7 +224,7 @@ TEST(LedgerClient, AChildOfTheServiceDoesNotTouchItsStores) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds{20});
 }
 
-TEST(LedgerClient, TheLibraryFileIsLookedForBelowThePackageRoot) {
+TEST(ledger_client, the_library_file_is_looked_for_below_the_package_root) {
   const ledger_place place;
   setenv("OT_PKG_ROOT", place.path().c_str(), 1);
   EXPECT_FALSE(ledger_library_readable());
@@ -234,7 +234,7 @@ TEST(LedgerClient, TheLibraryFileIsLookedForBelowThePackageRoot) {
   unsetenv("OT_PKG_ROOT");
 }
 
-TEST(LedgerService, ACommitSurvivesTheKillOfTheService) {
+TEST(ledger_service, a_commit_survives_the_kill_of_the_service) {
   const ledger_place place;
   const pid_t child = fork();
   ASSERT_GE(child, 0);
@@ -254,7 +254,7 @@ TEST(LedgerService, ACommitSurvivesTheKillOfTheService) {
   EXPECT_EQ(value.as_u32(), 7U);
 }
 
-TEST(LedgerService, AFullLedgerRefusesNewItemsInWords) {
+TEST(ledger_service, a_full_ledger_refuses_new_items_in_words) {
   const ledger_place place;
   setenv("OT_LEDGER_MAP_KB", "256", 1);
   const direct_service service;

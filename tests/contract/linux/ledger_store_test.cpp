@@ -18,7 +18,7 @@ namespace {
 
 using ::testing::ElementsAre;
 
-class LedgerStore : public ::testing::Test {
+class lmdb_ledger_store : public ::testing::Test {
  protected:
   void open(lmdb_durability durability, const std::string& stamp = {},
             std::size_t kilobytes = 1024) {
@@ -68,7 +68,7 @@ class LedgerStore : public ::testing::Test {
   std::optional<lmdb_store> store_;
 };
 
-TEST_F(LedgerStore, AWriteIsAllOrNothing) {
+TEST_F(lmdb_ledger_store, a_write_is_all_or_nothing) {
   open(lmdb_durability::synced);
   const auto one = bytes_of_numbers({1});
   const ledger_write writes[] = {{.path = "/cfg/a", .value = one},
@@ -78,7 +78,7 @@ TEST_F(LedgerStore, AWriteIsAllOrNothing) {
   EXPECT_TRUE(in_order().empty());
 }
 
-TEST_F(LedgerStore, OrderIsThatOfCreation) {
+TEST_F(lmdb_ledger_store, order_is_that_of_creation) {
   open(lmdb_durability::synced);
   for (const char* path : {"/cfg/c", "/cfg/a", "/cfg/b"}) {
     ASSERT_EQ(put(path, 1), 0);
@@ -90,7 +90,7 @@ TEST_F(LedgerStore, OrderIsThatOfCreation) {
   EXPECT_THAT(in_order(), ElementsAre("/cfg/c", "/cfg/b", "/cfg/a"));
 }
 
-TEST_F(LedgerStore, AStoredWriteSurvivesAKill) {
+TEST_F(lmdb_ledger_store, a_stored_write_survives_a_kill) {
   run_and_kill([this] {
     open(lmdb_durability::synced);
     put("/cfg/a", 7);
@@ -99,7 +99,7 @@ TEST_F(LedgerStore, AStoredWriteSurvivesAKill) {
   EXPECT_EQ(number_at("/cfg/a"), 7U);
 }
 
-TEST_F(LedgerStore, AFlushedBatchSurvivesAKill) {
+TEST_F(lmdb_ledger_store, a_flushed_batch_survives_a_kill) {
   run_and_kill([this] {
     open(lmdb_durability::batched, "boot");
     put("/oper/a", 7);
@@ -112,7 +112,7 @@ TEST_F(LedgerStore, AFlushedBatchSurvivesAKill) {
   ASSERT_EQ(put("/oper/b", 9), 0);
 }
 
-TEST_F(LedgerStore, ABatchIsReadBeforeItIsFlushed) {
+TEST_F(lmdb_ledger_store, a_batch_is_read_before_it_is_flushed) {
   open(lmdb_durability::batched);
   ASSERT_EQ(put("/oper/a", 7), 0);
   EXPECT_EQ(number_at("/oper/a"), 7U);
@@ -122,7 +122,7 @@ TEST_F(LedgerStore, ABatchIsReadBeforeItIsFlushed) {
   EXPECT_EQ(number_at("/oper/a"), 0U);
 }
 
-TEST_F(LedgerStore, AnotherStampDropsTheItems) {
+TEST_F(lmdb_ledger_store, another_stamp_drops_the_items) {
   open(lmdb_durability::batched, "first boot");
   ASSERT_EQ(put("/oper/a", 7), 0);
   open(lmdb_durability::batched, "first boot");
@@ -132,7 +132,8 @@ TEST_F(LedgerStore, AnotherStampDropsTheItems) {
 }
 
 // Fills the store until it takes no more, and returns how many items it took.
-class FullLedgerStore : public LedgerStore, public ::testing::WithParamInterface<lmdb_durability> {
+class full_ledger_store : public lmdb_ledger_store,
+                          public ::testing::WithParamInterface<lmdb_durability> {
  protected:
   std::string path(int index) const {
     return "/cfg/item/" + std::string(100, 'x') + std::to_string(index);
@@ -149,7 +150,7 @@ class FullLedgerStore : public LedgerStore, public ::testing::WithParamInterface
   }
 };
 
-TEST_P(FullLedgerStore, RefusesNewItemsAndStillSetsAndDeletes) {
+TEST_P(full_ledger_store, refuses_new_items_and_still_sets_and_deletes) {
   open(GetParam(), {}, 256);
   const int count = fill();
   ASSERT_GT(count, 100);
@@ -167,7 +168,7 @@ TEST_P(FullLedgerStore, RefusesNewItemsAndStillSetsAndDeletes) {
   EXPECT_EQ(fill(), count);
 }
 
-INSTANTIATE_TEST_SUITE_P(Durabilities, FullLedgerStore,
+INSTANTIATE_TEST_SUITE_P(durabilities, full_ledger_store,
                          ::testing::Values(lmdb_durability::synced, lmdb_durability::batched));
 
 }  // namespace

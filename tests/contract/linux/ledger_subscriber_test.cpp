@@ -18,7 +18,7 @@ namespace {
 
 using ::testing::ElementsAre;
 
-class LedgerSubscriber : public ::testing::Test {
+class ledger_subscribers : public ::testing::Test {
  protected:
   void SetUp() override {
     service_.emplace();
@@ -60,7 +60,7 @@ class LedgerSubscriber : public ::testing::Test {
   int resyncs_ = 0;
 };
 
-TEST_F(LedgerSubscriber, NoticesArriveInOrder) {
+TEST_F(ledger_subscribers, notices_arrive_in_order) {
   send("a", 1);
   send("b", 2);
   while (seen_.size() < 2) {
@@ -69,25 +69,25 @@ TEST_F(LedgerSubscriber, NoticesArriveInOrder) {
   EXPECT_THAT(seen_, ElementsAre("a=1", "b=2"));
 }
 
-TEST_F(LedgerSubscriber, AWaitEndsWithItsTime) {
+TEST_F(ledger_subscribers, a_wait_ends_with_its_time) {
   EXPECT_EQ(wait(0), 0);
   EXPECT_EQ(wait(50), 0);
   EXPECT_TRUE(seen_.empty());
 }
 
-TEST_F(LedgerSubscriber, TheEndOfTheServiceIsSeen) {
+TEST_F(ledger_subscribers, the_end_of_the_service_is_seen) {
   service_.reset();
   EXPECT_EQ(wait(5000), ledger_unreachable);
 }
 
-TEST_F(LedgerSubscriber, ABadPathIsRefused) {
+TEST_F(ledger_subscribers, a_bad_path_is_refused) {
   ledger_subscription* other = nullptr;
   EXPECT_EQ(ledger_subscribe("/oper/gl", &other), ledger_unknown_path);
   EXPECT_EQ(other, nullptr);
 }
 
 // Long names, so that the socket's own buffer is full soon.
-TEST_F(LedgerSubscriber, AReaderThatFellBehindIsToldToReadAgain) {
+TEST_F(ledger_subscribers, a_reader_that_fell_behind_is_asked_to_read_again) {
   const std::string name(400, 'x');
   for (int i = 0; i < 400; ++i) {
     send(name, 1, 100);
@@ -107,7 +107,7 @@ TEST_F(LedgerSubscriber, AReaderThatFellBehindIsToldToReadAgain) {
   EXPECT_THAT(seen_, ElementsAre("after=3"));
 }
 
-TEST_F(LedgerSubscriber, AReaderThatNeverReadsIsDropped) {
+TEST_F(ledger_subscribers, a_reader_that_never_reads_is_dropped) {
   const std::string name(400, 'x');
   for (int i = 0; i < 400; ++i) {
     send(name, 1, 100);

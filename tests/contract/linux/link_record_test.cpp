@@ -83,7 +83,7 @@ TEST(link_record, is_up_only_when_switched_on_with_a_carrier_and_no_objection) {
       << "a message without the operational state";
 }
 
-TEST(link_record, tells_a_bond_member_that_stands_by) {
+TEST(link_record, reports_a_bond_member_that_stands_by) {
   EXPECT_EQ(link_message(if_up).read().redundancy, 1U);
   EXPECT_EQ(link_message(if_up).member_of("bond", 0).read().redundancy, 1U);
   EXPECT_EQ(link_message(if_up).member_of("bond", 1).read().redundancy, 0U);

@@ -1,4 +1,4 @@
-// An interface manager client under test: its loop, its connection, and what it was told.
+// An interface manager client under test: its loop, its connection, and what it was notified of.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -56,9 +56,10 @@ class link_watch {
     register_attribute(ifc_attr_redundancy);
   }
 
-  std::vector<std::string> take() { return std::exchange(told_, {}); }
+  std::vector<std::string> take() { return std::exchange(reported_, {}); }
 
-  // Runs the loop until `done(told so far)` or until 5 s have passed; what was told is taken.
+  // Runs the loop until `done(reported so far)` or until 5 s have passed; what was reported is
+  // taken.
   std::vector<std::string> run_until(
       const std::function<bool(const std::vector<std::string>&)>& done) {
     bool late = false;
@@ -70,19 +71,19 @@ class link_watch {
           return 0;
         },
         &late);
-    while (!late && !done(told_)) {
+    while (!late && !done(reported_)) {
       EXPECT_EQ(evm_block(manager_), 0);
       evm_dispatch(manager_);
     }
-    EXPECT_FALSE(late) << "not told in time; so far: " << ::testing::PrintToString(told_);
+    EXPECT_FALSE(late) << "not reported in time; so far: " << ::testing::PrintToString(reported_);
     sd_event_source_disable_unref(deadline);
     return take();
   }
-  // Runs the loop until all of `items` have been told.
-  std::vector<std::string> run_until_told(const std::vector<std::string>& items) {
-    return run_until([&](const auto& told) {
+  // Runs the loop until all of `items` have been reported.
+  std::vector<std::string> run_until_reported(const std::vector<std::string>& items) {
+    return run_until([&](const auto& reported) {
       return std::all_of(items.begin(), items.end(), [&](const std::string& item) {
-        return std::find(told.begin(), told.end(), item) != told.end();
+        return std::find(reported.begin(), reported.end(), item) != reported.end();
       });
     });
   }
@@ -92,7 +93,7 @@ class link_watch {
     EXPECT_EQ(message->code, ifc_bulk_code);
     ++current_->bulks_;
     for (const ifc_item& item : message->items) {
-      current_->told_.push_back(item_text(item));
+      current_->reported_.push_back(item_text(item));
     }
     return 0;
   }
@@ -102,7 +103,7 @@ class link_watch {
 
   evm* manager_ = nullptr;
   ifc_conn_ctx context_;
-  std::vector<std::string> told_;
+  std::vector<std::string> reported_;
   std::size_t bulks_ = 0;
 };
 

@@ -1,5 +1,5 @@
-// The interface manager when the kernel had to drop events: it reads everything again and tells the
-// differences as ordinary notifications.
+// The interface manager when the kernel had to drop events: it reads everything again and reports
+// the differences as ordinary notifications.
 #include <gmock/gmock.h>
 #include <linux/rtnetlink.h>
 
@@ -39,19 +39,19 @@ TEST(lost_link_events, are_made_good_by_reading_everything_again) {
     ip("link add fresh type veth peer name p3");
     ASSERT_GT(dropped_messages(), 0UL);
 
-    const auto told =
-        watch.run_until_told({"-goes", "-p1", "-old", "+new state=1 redundancy=1", "+stays state=3",
-                              "+p0 state=3", "-one", "-two", "+one state=1 redundancy=1",
-                              "+two state=1 redundancy=1", "+fresh state=1 redundancy=1"});
+    const auto reported = watch.run_until_reported(
+        {"-goes", "-p1", "-old", "+new state=1 redundancy=1", "+stays state=3", "+p0 state=3",
+         "-one", "-two", "+one state=1 redundancy=1", "+two state=1 redundancy=1",
+         "+fresh state=1 redundancy=1"});
     const auto place = [&](const char* item) {
-      return std::find(told.begin(), told.end(), item) - told.begin();
+      return std::find(reported.begin(), reported.end(), item) - reported.begin();
     };
     EXPECT_LT(place("-two"), place("+two state=1 redundancy=1"));
     EXPECT_LT(place("-one"), place("+one state=1 redundancy=1"));
     EXPECT_LT(place("-one"), place("+two state=1 redundancy=1")) << "deletions come first";
 
     ip("link set fresh name later");  // and events are followed as before
-    EXPECT_THAT(watch.run_until_told({"+later state=1 redundancy=1"}), Contains("-fresh"));
+    EXPECT_THAT(watch.run_until_reported({"+later state=1 redundancy=1"}), Contains("-fresh"));
   });
 }
 

@@ -17,16 +17,16 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class linux_bench : public probe_bench {
+class linux_bed : public probe_test_bed {
  public:
-  linux_bench() : folder_(fs::temp_directory_path() / "ot_contract.XXXXXX") {
+  linux_bed() : folder_(fs::temp_directory_path() / "ot_contract.XXXXXX") {
     if (mkdtemp(folder_.data()) == nullptr) {
       throw std::system_error(errno, std::generic_category(), folder_);
     }
     setenv("OT_ROOT", folder_.c_str(), 1);
     fs::create_directories(fs::path(folder_ + statistics_path).parent_path());
   }
-  ~linux_bench() override {
+  ~linux_bed() override {
     writer_.reset();
     unsetenv("OT_ROOT");
     fs::remove_all(folder_);
@@ -62,8 +62,8 @@ class linux_bench : public probe_bench {
 
 }  // namespace
 
-std::unique_ptr<probe_bench> make_probe_bench() {
-  return std::make_unique<linux_bench>();
+std::unique_ptr<probe_test_bed> make_probe_test_bed() {
+  return std::make_unique<linux_bed>();
 }
 
 }  // namespace ot::contract

@@ -7,7 +7,7 @@
 namespace ot::contract {
 namespace {
 
-class memory_bench : public bfd_bench {
+class memory_bed : public bfd_test_bed {
  public:
   [[nodiscard]] std::uint32_t handle() const override { return handle_; }
   void start() override {
@@ -18,21 +18,19 @@ class memory_bench : public bfd_bench {
     running_ = false;
     field::bfd_engine_away();
   }
-  void answer(const char* address) override { field::bfd_peer_answers(bench_interface, address); }
-  void fall_silent(const char* address) override {
-    field::bfd_peer_silent(bench_interface, address);
-  }
+  void answer(const char* address) override { field::bfd_peer_answers(bed_interface, address); }
+  void fall_silent(const char* address) override { field::bfd_peer_silent(bed_interface, address); }
   std::size_t sessions() override { return running_ ? field::bfd_wanted_sessions().size() : 0; }
 
  private:
-  std::uint32_t handle_ = field::interface_added(bench_interface);
+  std::uint32_t handle_ = field::interface_added(bed_interface);
   bool running_ = false;
 };
 
 }  // namespace
 
-std::unique_ptr<bfd_bench> make_bfd_bench(evm* /*manager*/) {
-  return std::make_unique<memory_bench>();
+std::unique_ptr<bfd_test_bed> make_bfd_test_bed(evm* /*manager*/) {
+  return std::make_unique<memory_bed>();
 }
 
 }  // namespace ot::contract

@@ -6,21 +6,21 @@
 namespace ot::test {
 namespace {
 
-class memory_bench : public ledger_bench {
+class memory_bed : public ledger_test_bed {
  public:
-  memory_bench() { ledger_control_reset(); }
+  memory_bed() { ledger_control_reset(); }
   void host(const std::function<void()>& work) override { work(); }
   void restart() override { ledger_control_restart(); }
 };
 
 }  // namespace
 
-std::vector<std::string> ledger_bench_ways() {
+std::vector<std::string> ledger_test_bed_ways() {
   return {"direct"};
 }
 
-std::unique_ptr<ledger_bench> make_ledger_bench(const std::string& /*way*/) {
-  return std::make_unique<memory_bench>();
+std::unique_ptr<ledger_test_bed> make_ledger_test_bed(const std::string& /*way*/) {
+  return std::make_unique<memory_bed>();
 }
 
 }  // namespace ot::test

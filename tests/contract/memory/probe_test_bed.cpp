@@ -6,13 +6,13 @@
 namespace ot::contract {
 namespace {
 
-class memory_bench : public probe_bench {
+class memory_bed : public probe_test_bed {
  public:
-  memory_bench() {
+  memory_bed() {
     field::reset();
     field::probe_table_gone();
   }
-  ~memory_bench() override { field::reset(); }
+  ~memory_bed() override { field::reset(); }
   void start() override { field::probe_service_back(); }
   void end() override { field::probe_service_gone(); }
   void result(std::uint32_t op_id, std::uint32_t code, std::uint32_t milliseconds) override {
@@ -23,8 +23,8 @@ class memory_bench : public probe_bench {
 
 }  // namespace
 
-std::unique_ptr<probe_bench> make_probe_bench() {
-  return std::make_unique<memory_bench>();
+std::unique_ptr<probe_test_bed> make_probe_test_bed() {
+  return std::make_unique<memory_bed>();
 }
 
 }  // namespace ot::contract

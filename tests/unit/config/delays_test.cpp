@@ -124,7 +124,7 @@ TEST_F(delays, a_probe_track_never_goes_without) {
   track("t").type = track_type::none;
 }
 
-TEST_F(delays, the_call_leaves_alone_what_it_is_told_to_keep) {
+TEST_F(delays, the_call_leaves_alone_what_it_is_asked_to_keep) {
   EXPECT_EQ(object_tracking_set_create_track_delay("t", 5, 6, false), 0);
   EXPECT_EQ(hash_db_count(tracks_table), 0U);
   EXPECT_EQ(object_tracking_set_create_track_delay("t", 5, 6, true), 0);

@@ -127,7 +127,7 @@ TEST_F(lifecycle, a_failed_detach_keeps_the_track) {
                       }));
 }
 
-TEST_F(lifecycle, a_failed_ledger_delete_is_told_after_the_record_has_gone) {
+TEST_F(lifecycle, a_failed_ledger_delete_is_reported_after_the_record_has_gone) {
   make_track_without_type();
   trace();
   ledger_control_fail_next(ledger_operation::erase, ledger_storage_failure);

@@ -65,7 +65,7 @@ TEST_F(debug_flags, take_over_what_is_stored) {
   EXPECT_TRUE(ot_debug_on(ot_debug_error));
 }
 
-TEST_F(debug_flags, a_failing_registration_is_told_and_1) {
+TEST_F(debug_flags, a_failing_registration_is_reported_and_1) {
   field::fail_next("dbg_register", 5);
   EXPECT_EQ(ot_debug_init(nullptr), 1);
   EXPECT_EQ(field::take_messages(),

@@ -9,9 +9,9 @@
 namespace ot::test {
 namespace {
 
-class BooleanList : public ListFixture {};
+class boolean_lists : public list_fixture {};
 
-TEST_F(BooleanList, AndIsUpWhenEveryMemberIs) {
+TEST_F(boolean_lists, and_is_up_when_every_member_is) {
   object("a", true);
   object("b", true);
   list("both", 3, {{"a"}, {"b"}});
@@ -22,7 +22,7 @@ TEST_F(BooleanList, AndIsUpWhenEveryMemberIs) {
   EXPECT_EQ(source("both"), track_state::down);
 }
 
-TEST_F(BooleanList, OrIsUpWhenOneMemberIs) {
+TEST_F(boolean_lists, or_is_up_when_one_member_is) {
   object("a", false);
   object("b", true);
   list("any", 4, {{"a"}, {"b"}});
@@ -32,7 +32,7 @@ TEST_F(BooleanList, OrIsUpWhenOneMemberIs) {
   EXPECT_EQ(state("any"), track_state::down);
 }
 
-TEST_F(BooleanList, AMissingMemberCountsAsDown) {
+TEST_F(boolean_lists, a_missing_member_counts_as_down) {
   object("a", true);
   list("both", 3, {{"a"}, {"nobody"}});
   list("any", 4, {{"nobody"}});
@@ -44,7 +44,7 @@ TEST_F(BooleanList, AMissingMemberCountsAsDown) {
   EXPECT_EQ(state("all_inverse"), track_state::up);
 }
 
-TEST_F(BooleanList, AnUnknownMemberCountsAsDown) {
+TEST_F(boolean_lists, an_unknown_member_counts_as_down) {
   apply({set_number(track_path("blank", "delay_up"), 3)});
   EXPECT_EQ(state("blank"), track_state::unknown);
   list("both", 3, {{"blank"}});
@@ -53,7 +53,7 @@ TEST_F(BooleanList, AnUnknownMemberCountsAsDown) {
   EXPECT_EQ(state("inverse"), track_state::up);
 }
 
-TEST_F(BooleanList, AMemberMayComeAndGo) {
+TEST_F(boolean_lists, a_member_may_come_and_go) {
   list("any", 4, {{"late"}});
   EXPECT_EQ(state("any"), track_state::down);
   object("late", true);
@@ -65,7 +65,7 @@ TEST_F(BooleanList, AMemberMayComeAndGo) {
   EXPECT_EQ(members("any"), "late=0");
 }
 
-TEST_F(BooleanList, AnEmptyListIsDown) {
+TEST_F(boolean_lists, an_empty_list_is_down) {
   object("a", true);
   list("both", 3, {{"a"}});
   list("any", 4, {{"a"}});
@@ -79,14 +79,14 @@ TEST_F(BooleanList, AnEmptyListIsDown) {
   EXPECT_EQ(publications("both"), before) << "an unchanged result is not published";
 }
 
-TEST_F(BooleanList, MembersRunFromNewestToOldest) {
+TEST_F(boolean_lists, members_run_from_newest_to_oldest) {
   list("l", 3, {{"a"}, {"b"}, {"c"}});
   EXPECT_EQ(members("l"), "c=0 b=0 a=0");
   apply({set_number(member_item("l", 3, "a"), 7)});
   EXPECT_EQ(members("l"), "a=1 c=0 b=0") << "a changed member moves to the head";
 }
 
-TEST_F(BooleanList, AnUnchangedMemberRequestsNothing) {
+TEST_F(boolean_lists, an_unchanged_member_requests_nothing) {
   list("l", 3, {{"a", 1}, {"b"}});
   ASSERT_FALSE(calculation_requested());
   apply({set_number(member_item("l", 3, "a"), 1)});
@@ -96,7 +96,7 @@ TEST_F(BooleanList, AnUnchangedMemberRequestsNothing) {
   EXPECT_TRUE(calculation_requested());
 }
 
-TEST_F(BooleanList, RefusesItselfButNotAnotherSpelling) {
+TEST_F(boolean_lists, refuses_itself_but_not_another_spelling) {
   EXPECT_EQ(commit({set_number(member_item("l", 3, "l"), 0)}), list_names_itself);
   ASSERT_EQ(refusals.size(), 1U);
   EXPECT_EQ(refusals[0].text, err_string(list_names_itself));
@@ -104,7 +104,7 @@ TEST_F(BooleanList, RefusesItselfButNotAnotherSpelling) {
   EXPECT_EQ(members("l"), "L=0");
 }
 
-TEST_F(BooleanList, ATrackWithDelaysOnlyBecomesAList) {
+TEST_F(boolean_lists, a_track_with_delays_only_becomes_a_list) {
   apply({set_number(track_path("l", "delay_down"), 5)});
   object("a", true);
   list("l", 3, {{"a"}});
@@ -134,7 +134,7 @@ struct direct_change {
   }
 };
 
-TEST_F(BooleanList, ASetWithoutAnOldValueAddsASecondMember) {
+TEST_F(boolean_lists, a_set_without_an_old_value_adds_a_second_member) {
   direct_change first(ledger_event_create, "l", 3, "a", 0);
   direct_change second(ledger_event_set, "l", 3, "a", 1);
   direct_change gone(ledger_event_delete, "l", 3, "a", 0);
@@ -148,7 +148,7 @@ TEST_F(BooleanList, ASetWithoutAnOldValueAddsASecondMember) {
   EXPECT_EQ(members("l"), "");
 }
 
-TEST_F(BooleanList, DispatchesByTheListType) {
+TEST_F(boolean_lists, dispatches_by_the_list_type) {
   for (const std::uint32_t type : {1U, 2U, 5U, 6U, 9U, 10U}) {
     direct_change change(ledger_event_create, "l", type, "a", 0);
     EXPECT_EQ(object_tracking_type_list_object_apply(change.get()), 0);
@@ -163,7 +163,7 @@ TEST_F(BooleanList, DispatchesByTheListType) {
   }
 }
 
-TEST_F(BooleanList, LongNamesAreCutWhenStoredAndComparedWhole) {
+TEST_F(boolean_lists, long_names_are_cut_when_stored_and_compared_whole) {
   const std::string name(40, 'm');
   ASSERT_EQ(object_tracking_type_bool_create("l", track_type::boolean_and, name.c_str(), 0), 0);
   EXPECT_EQ(members("l"), name.substr(0, 39) + "=0");
@@ -174,7 +174,7 @@ TEST_F(BooleanList, LongNamesAreCutWhenStoredAndComparedWhole) {
   EXPECT_EQ(delete_track_bool_object("nobody", "m"), 0);
 }
 
-TEST_F(BooleanList, RemovingAllMembersWithdrawsAnUpState) {
+TEST_F(boolean_lists, removing_all_members_withdraws_an_up_state) {
   object("a", true);
   list("l", 3, {{"a"}});
   const std::uint32_t before = publications("l");
@@ -191,7 +191,7 @@ TEST_F(BooleanList, RemovingAllMembersWithdrawsAnUpState) {
   EXPECT_EQ(object_tracking_delete_track_bool_objects(nullptr), 0);
 }
 
-TEST_F(BooleanList, AFailedWithdrawalKeepsTheMembers) {
+TEST_F(boolean_lists, a_failed_withdrawal_keeps_the_members) {
   object("a", true);
   list("l", 3, {{"a"}});
   apply({set_number(track_path("l", "a"), 1)});

@@ -11,7 +11,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-class ListCalculation : public ListFixture {
+class list_calculation : public list_fixture {
  protected:
   // The calculation's own lines of one run; those of the functions it calls are left out.
   std::vector<std::string> traces_of_calculation() {
@@ -29,14 +29,14 @@ class ListCalculation : public ListFixture {
   }
 };
 
-TEST_F(ListCalculation, MakesNoPassWithoutLists) {
+TEST_F(list_calculation, makes_no_pass_without_lists) {
   object("a", true);
   EXPECT_THAT(traces_of_calculation(),
               ElementsAre("Timer_expired:Total tracks(list type): set to uncalced: 0",
                           "Timer_expired: After Initial max_loop: 0"));
 }
 
-TEST_F(ListCalculation, TracesABooleanListThatIsDecided) {
+TEST_F(list_calculation, traces_a_boolean_list_that_is_decided) {
   list("l", 3, {{"nobody"}});
   forget_result("l");
   EXPECT_THAT(
@@ -49,7 +49,7 @@ TEST_F(ListCalculation, TracesABooleanListThatIsDecided) {
                   "Timer_expired: max_loop: 0", "Timer_expired: After Initial max_loop: 0"));
 }
 
-TEST_F(ListCalculation, TracesABooleanListThatNoMemberDecides) {
+TEST_F(list_calculation, traces_a_boolean_list_that_no_member_decides) {
   list("l", 4, {{"nobody"}});
   EXPECT_THAT(
       traces_of_calculation(),
@@ -65,7 +65,7 @@ TEST_F(ListCalculation, TracesABooleanListThatNoMemberDecides) {
               ::testing::Contains("computed state for track: l is: Track_Down"));
 }
 
-TEST_F(ListCalculation, TracesEmptyLists) {
+TEST_F(list_calculation, traces_empty_lists) {
   list("b", 3, {{"x"}});
   apply({remove_item(member_item("b", 3, "x"))});
   limits("t", 8, "0x5", 1);
@@ -75,7 +75,7 @@ TEST_F(ListCalculation, TracesEmptyLists) {
   EXPECT_THAT(traces_of_calculation(), ::testing::Contains("writing state for track: t"));
 }
 
-TEST_F(ListCalculation, TracesAThresholdList) {
+TEST_F(list_calculation, traces_a_threshold_list) {
   object("a", true);
   limits("l", 7, "0x5", 1);
   list("l", 7, {{"nobody", 2}, {"a", 3}});
@@ -85,7 +85,7 @@ TEST_F(ListCalculation, TracesAThresholdList) {
 }
 
 // Two lists that contain each other wait for each other in every pass.
-TEST_F(ListCalculation, ACycleKeepsItsStates) {
+TEST_F(list_calculation, a_cycle_keeps_its_states) {
   object("a", true);
   list("p", 4, {{"a"}});
   ASSERT_EQ(state("p"), track_state::up);
@@ -106,7 +106,7 @@ TEST_F(ListCalculation, ACycleKeepsItsStates) {
 }
 
 // The members are looked at in order: a deciding one before the waiting one ends the wait.
-TEST_F(ListCalculation, ADecidingMemberBreaksACycle) {
+TEST_F(list_calculation, a_deciding_member_breaks_a_cycle) {
   object("a", true);
   list("p", 4, {{"q"}, {"a"}});
   list("q", 4, {{"p"}});
@@ -115,7 +115,7 @@ TEST_F(ListCalculation, ADecidingMemberBreaksACycle) {
   EXPECT_EQ(state("q"), track_state::up);
 }
 
-TEST_F(ListCalculation, AThresholdListWaitsWhateverTheOrder) {
+TEST_F(list_calculation, a_threshold_list_waits_whatever_the_order) {
   object("a", true);
   limits("p", 7, "0x5", 1);
   limits("q", 7, "0x5", 1);
@@ -124,7 +124,7 @@ TEST_F(ListCalculation, AThresholdListWaitsWhateverTheOrder) {
   EXPECT_THAT(traces_of_calculation(), ::testing::Contains("thld: skipping this item: q").Times(2));
 }
 
-TEST_F(ListCalculation, ThreeLevelsSettleInOneCalculation) {
+TEST_F(list_calculation, three_levels_settle_in_one_calculation) {
   object("a", true);
   object("b", true);
   list("top", 3, {{"middle"}});
@@ -140,7 +140,7 @@ TEST_F(ListCalculation, ThreeLevelsSettleInOneCalculation) {
   EXPECT_EQ(state("top"), track_state::up);
 }
 
-TEST_F(ListCalculation, RequestsWithinTwentyMillisecondsCostOneCalculation) {
+TEST_F(list_calculation, requests_within_twenty_milliseconds_cost_one_calculation) {
   object("a", true);
   list("l", 3, {{"a"}});
   settle();
@@ -160,7 +160,7 @@ TEST_F(ListCalculation, RequestsWithinTwentyMillisecondsCostOneCalculation) {
   EXPECT_EQ(state("l"), track_state::down);
 }
 
-TEST_F(ListCalculation, AFailedPublicationEndsIt) {
+TEST_F(list_calculation, a_failed_publication_ends_it) {
   object("a", true);
   list("l", 3, {{"a"}});
   list("m", 4, {{"a"}});
@@ -179,7 +179,7 @@ TEST_F(ListCalculation, AFailedPublicationEndsIt) {
   EXPECT_EQ(state("m"), track_state::down);
 }
 
-TEST_F(ListCalculation, ADelayedListPublishesLater) {
+TEST_F(list_calculation, a_delayed_list_publishes_later) {
   object("a", true);
   list("l", 3, {{"a"}});
   apply({set_number(track_path("l", "delay_down"), 2)});
@@ -191,7 +191,7 @@ TEST_F(ListCalculation, ADelayedListPublishesLater) {
   EXPECT_EQ(state("l"), track_state::down);
 }
 
-TEST_F(ListCalculation, ARestartTakesTheStatesOver) {
+TEST_F(list_calculation, a_restart_takes_the_states_over) {
   object("a", true);
   list("l", 3, {{"a"}});
   limits("w", 7, "0x5", 1);

@@ -31,7 +31,7 @@ inline std::string limits_item(const std::string& track, int type, const std::st
   return list_item(track, type, "thld_limits/val_up/" + up + "/val_dn");
 }
 
-class ListFixture : public running_service {
+class list_fixture : public running_service {
  protected:
   void apply(const std::vector<ledger_proposal>& changes) { ASSERT_EQ(commit(changes), 0); }
 

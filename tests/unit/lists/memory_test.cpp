@@ -12,7 +12,7 @@
 namespace ot::test {
 namespace {
 
-class ListMemory : public ListFixture {
+class list_memory : public list_fixture {
  protected:
   // Undoes what a run made, the loss of the whole table included.
   static void forget(const char* name) {
@@ -43,18 +43,18 @@ class ListMemory : public ListFixture {
   }
 };
 
-TEST_F(ListMemory, ANewBooleanListIsMadeWholeOrNotAtAll) {
+TEST_F(list_memory, a_new_boolean_list_is_made_whole_or_not_at_all) {
   check_creation(
       [] { return object_tracking_type_bool_create("l", track_type::boolean_or, "a", 1); });
 }
 
-TEST_F(ListMemory, ANewThresholdListIsMadeWholeOrNotAtAll) {
+TEST_F(list_memory, a_new_threshold_list_is_made_whole_or_not_at_all) {
   check_creation([] { return ot_thld_create_track("l", track_type::threshold_weight, "a", 9); });
   check_creation(
       [] { return ot_thld_create_track("l", track_type::threshold_weight, nullptr, 0); });
 }
 
-TEST_F(ListMemory, ANewTrackWithoutMemoryCostsEveryTrack) {
+TEST_F(list_memory, a_new_track_without_memory_costs_every_track) {
   ASSERT_EQ(object_tracking_set_create_track_delay("other", 0, 0, true), 0);
   std::uint64_t dropped = 0;
   for_each_failing_allocation(
@@ -67,7 +67,7 @@ TEST_F(ListMemory, ANewTrackWithoutMemoryCostsEveryTrack) {
   EXPECT_EQ(dropped, 1U) << "only when the table itself has no room";
 }
 
-TEST_F(ListMemory, AMemberThatFindsNoRoomIsNotAdded) {
+TEST_F(list_memory, a_member_that_finds_no_room_is_not_added) {
   list("l", 3, {{"a"}});
   list("w", 7, {{"a", 4}});
   alloc_faults faults{0, alloc_fault_mode::onward};
@@ -78,7 +78,7 @@ TEST_F(ListMemory, AMemberThatFindsNoRoomIsNotAdded) {
 }
 
 // The old member goes before the new one comes.
-TEST_F(ListMemory, AChangedMemberThatFindsNoRoomIsLost) {
+TEST_F(list_memory, a_changed_member_that_finds_no_room_is_lost) {
   list("l", 3, {{"a"}, {"b"}});
   ledger_value old_value;
   ledger_value new_value;
@@ -95,7 +95,7 @@ TEST_F(ListMemory, AChangedMemberThatFindsNoRoomIsLost) {
   EXPECT_FALSE(calculation_requested()) << "a failed change requests nothing";
 }
 
-TEST_F(ListMemory, RemovingAndCalculatingNeedNone) {
+TEST_F(list_memory, removing_and_calculating_need_none) {
   object("a", true);
   list("l", 3, {{"a"}});
   limits("w", 7, "0x5", 1);
@@ -108,7 +108,7 @@ TEST_F(ListMemory, RemovingAndCalculatingNeedNone) {
 }
 
 // One commit may name a track twice; what it was first must not leak.
-TEST_F(ListMemory, ATrackThatStopsBeingAListGivesItsMembersUp) {
+TEST_F(list_memory, a_track_that_stops_being_a_list_gives_its_members_up) {
   forget("l");
   const std::int64_t before = count_live_allocations().count;
   ASSERT_EQ(object_tracking_type_bool_create("l", track_type::boolean_and, "a", 0), 0);
@@ -121,13 +121,13 @@ TEST_F(ListMemory, ATrackThatStopsBeingAListGivesItsMembersUp) {
   EXPECT_EQ(count_live_allocations().count, before);
 }
 
-TEST_F(ListMemory, AListKeepsItsMembersAsAnotherKindOfList) {
+TEST_F(list_memory, a_list_keeps_its_members_as_another_kind_of_list) {
   list("l", 7, {{"a", 4}});
   ASSERT_EQ(ot_thld_create_track("l", track_type::threshold_percentage, "b", 4), 0);
   EXPECT_EQ(members("l"), "b=1 a=4");
 }
 
-TEST_F(ListMemory, ACommitMayMakeATrackAListAndThenAnInterfaceTrack) {
+TEST_F(list_memory, a_commit_may_make_a_track_a_list_and_then_an_interface_track) {
   field::interface_added("eth0");
   apply({set_number(member_item("l", 3, "a"), 0),
          set_text(track_path("l", "type/interface/0x1/info/interface"), "eth0")});

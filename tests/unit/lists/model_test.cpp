@@ -48,9 +48,9 @@ class endless_model : public list_model {
   }
 };
 
-class ListModel : public ListFixture {};
+class list_histories : public list_fixture {};
 
-TEST_F(ListModel, AgreesWithTheService) {
+TEST_F(list_histories, agrees_with_the_service) {
   const std::uint64_t first = number_from("OT_LIST_HISTORY_FIRST", 0);
   const std::uint64_t last = first + number_from("OT_LIST_HISTORIES", default_histories);
   for (std::uint64_t which = first; which < last; ++which) {
@@ -59,7 +59,7 @@ TEST_F(ListModel, AgreesWithTheService) {
   }
 }
 
-TEST_F(ListModel, ADepartureFromTheRulesIsFoundAndMadeSmall) {
+TEST_F(list_histories, a_departure_from_the_rules_is_found_and_made_small) {
   std::string found;
   for (std::uint64_t which = 0; found.empty() && which < 1000; ++which) {
     found = check<endless_model>(which);

@@ -13,7 +13,7 @@ namespace {
 constexpr int weight = 7;
 constexpr int percentage = 8;
 
-class ThresholdList : public ListFixture {
+class threshold_lists : public list_fixture {
  protected:
   void set_weight(const std::string& name, std::uint32_t value) {
     apply({set_number(member_item("l", weight, name), value)});
@@ -21,7 +21,7 @@ class ThresholdList : public ListFixture {
   }
 };
 
-TEST_F(ThresholdList, IsUpBetweenTheLimitsOnly) {
+TEST_F(threshold_lists, is_up_between_the_limits_only) {
   object("a", true);
   limits("l", weight, "0xa", 5);
   list("l", weight, {{"a", 4}});
@@ -36,7 +36,7 @@ TEST_F(ThresholdList, IsUpBetweenTheLimitsOnly) {
   }
 }
 
-TEST_F(ThresholdList, CountsOnlyMembersThatAreUp) {
+TEST_F(threshold_lists, counts_only_members_that_are_up) {
   object("a", true);
   object("b", false);
   limits("l", weight, "0x64", 30);
@@ -47,7 +47,7 @@ TEST_F(ThresholdList, CountsOnlyMembersThatAreUp) {
   EXPECT_EQ(state("l"), track_state::up);
 }
 
-TEST_F(ThresholdList, TruncatesThePercentage) {
+TEST_F(threshold_lists, truncates_the_percentage) {
   object("a", true);
   object("b", false);
   limits("third", percentage, "0x21", 32);
@@ -62,14 +62,14 @@ TEST_F(ThresholdList, TruncatesThePercentage) {
   EXPECT_EQ(state("third"), track_state::down) << "above its up limit";
 }
 
-TEST_F(ThresholdList, APercentageMemberWeighsOne) {
+TEST_F(threshold_lists, a_percentage_member_weighs_one) {
   list("l", percentage, {{"a", 50}, {"b"}});
   EXPECT_EQ(members("l"), "b=1 a=1");
   apply({set_number(member_item("l", percentage, "b"), 9)});
   EXPECT_EQ(members("l"), "b=1 a=1");
 }
 
-TEST_F(ThresholdList, SumsAndComparesUnsigned) {
+TEST_F(threshold_lists, sums_and_compares_unsigned) {
   object("a", true);
   object("b", true);
   limits("l", weight, "0xffffffff", 0x80000000);
@@ -80,7 +80,7 @@ TEST_F(ThresholdList, SumsAndComparesUnsigned) {
   EXPECT_EQ(state("l"), track_state::down) << "the sum wraps to 1";
 }
 
-TEST_F(ThresholdList, JudgesMembersBeforeTheirDelays) {
+TEST_F(threshold_lists, judges_members_before_their_delays) {
   object("a", true);
   apply({set_number(track_path("a", "delay_down"), 60)});
   limits("l", weight, "0x2", 1);
@@ -96,7 +96,7 @@ TEST_F(ThresholdList, JudgesMembersBeforeTheirDelays) {
   EXPECT_EQ(state("b"), track_state::up) << "by the published state";
 }
 
-TEST_F(ThresholdList, WithoutMembersOrLimitsIsDown) {
+TEST_F(threshold_lists, without_members_or_limits_is_down) {
   object("a", true);
   limits("l", weight, "0x5", 0);
   EXPECT_EQ(track("l").type, track_type::threshold_weight);
@@ -106,7 +106,7 @@ TEST_F(ThresholdList, WithoutMembersOrLimitsIsDown) {
   EXPECT_EQ(state("m"), track_state::down) << "limits 0 and 0";
 }
 
-TEST_F(ThresholdList, RefusesLimitsThatAreNotApart) {
+TEST_F(threshold_lists, refuses_limits_that_are_not_apart) {
   for (const std::uint32_t down : {5U, 6U, 0xffffffffU}) {
     EXPECT_EQ(commit({set_number(limits_item("l", weight, "0x5"), down)}),
               threshold_limits_crossed);
@@ -118,7 +118,7 @@ TEST_F(ThresholdList, RefusesLimitsThatAreNotApart) {
   EXPECT_EQ(hash_db_get_track_item("l"), nullptr);
 }
 
-TEST_F(ThresholdList, ARefusalWithoutMemoryHasNoText) {
+TEST_F(threshold_lists, a_refusal_without_memory_has_no_text) {
   const ledger_path_field fields[] = {{"l", 0}, {"0x7", 7}, {"0x5", 5}};
   ledger_value down;
   ASSERT_EQ(ledger_value_assign(down, ledger_kind::u32, bytes_of_numbers({9})), 0);
@@ -133,7 +133,7 @@ TEST_F(ThresholdList, ARefusalWithoutMemoryHasNoText) {
   EXPECT_EQ(verdict.text, nullptr);
 }
 
-TEST_F(ThresholdList, ChangesLimits) {
+TEST_F(threshold_lists, changes_limits) {
   object("a", true);
   limits("l", weight, "0x5", 2);
   list("l", weight, {{"a", 7}});
@@ -148,7 +148,7 @@ TEST_F(ThresholdList, ChangesLimits) {
   EXPECT_EQ(state("l"), track_state::down);
 }
 
-TEST_F(ThresholdList, DeletedLimitsStayInForce) {
+TEST_F(threshold_lists, deleted_limits_stay_in_force) {
   object("a", true);
   limits("l", weight, "0x5", 2);
   list("l", weight, {{"a", 3}});
@@ -160,7 +160,7 @@ TEST_F(ThresholdList, DeletedLimitsStayInForce) {
   EXPECT_EQ(state("l"), track_state::up);
 }
 
-TEST_F(ThresholdList, UnchangedLimitsAndWeightsApplyToNothing) {
+TEST_F(threshold_lists, unchanged_limits_and_weights_apply_to_nothing) {
   limits("l", weight, "0x5", 2);
   list("l", weight, {{"a", 3}});
   const ledger_path_field fields[] = {{"l", 0}, {"0x7", 7}, {"0x5", 5}};
@@ -175,7 +175,7 @@ TEST_F(ThresholdList, UnchangedLimitsAndWeightsApplyToNothing) {
   EXPECT_TRUE(calculation_requested()) << "the verifier of accepted limits requests one";
 }
 
-TEST_F(ThresholdList, ASetOfLimitsMakesAMissingTrack) {
+TEST_F(threshold_lists, a_set_of_limits_makes_a_missing_track) {
   const ledger_path_field fields[] = {{"l", 0}, {"0x8", 8}, {"0x5", 5}};
   ledger_value down;
   ASSERT_EQ(ledger_value_assign(down, ledger_kind::u32, bytes_of_numbers({2})), 0);
@@ -186,7 +186,7 @@ TEST_F(ThresholdList, ASetOfLimitsMakesAMissingTrack) {
   EXPECT_EQ(object_tracking_type_threshold_object_crt_apply({}), invalid_argument);
 }
 
-TEST_F(ThresholdList, RemovingAllMembersWithdrawsAnUpState) {
+TEST_F(threshold_lists, removing_all_members_withdraws_an_up_state) {
   object("a", true);
   limits("l", weight, "0x5", 1);
   list("l", weight, {{"a", 3}});
@@ -198,7 +198,7 @@ TEST_F(ThresholdList, RemovingAllMembersWithdrawsAnUpState) {
   EXPECT_EQ(ot_thld_del_track_objects(nullptr), invalid_argument);
 }
 
-TEST_F(ThresholdList, SetsAWeightInPlace) {
+TEST_F(threshold_lists, sets_a_weight_in_place) {
   list("l", weight, {{"a", 3}, {"b", 4}});
   ot_thld_set_obj_weight_in_track("l", "a", 9);
   ot_thld_set_obj_weight_in_track("l", "nobody", 9);

@@ -68,7 +68,7 @@ TEST(event_filters, name_and_state_select) {
   EXPECT_EQ(wanted_by(filters, record("a", 1)), 1U);
 }
 
-TEST(event_filters, names_cut_alike_are_told_apart_by_their_length) {
+TEST(event_filters, names_cut_alike_are_distinguished_by_their_length) {
   const std::string shorter(33, 'x');
   const std::string longer(34, 'x');
   event_filters filters;

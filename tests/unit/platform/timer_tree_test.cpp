@@ -140,7 +140,7 @@ TEST_F(timer_tree, an_undrained_leaf_does_not_hide_a_later_one) {
   EXPECT_THAT(take(), ElementsAre(2));
 }
 
-TEST_F(timer_tree, tells_the_whole_seconds_left_rounded_up) {
+TEST_F(timer_tree, reports_the_whole_seconds_left_rounded_up) {
   wtm_leaf* one = leaf(1);
   EXPECT_EQ(wtm_timer_leaf_remaining(one), 0U);
   start(one, 10s);

@@ -152,7 +152,7 @@ TEST_F(show_detail, threshold_lists) {
                          change_line + "\t\tobject a UP\n");
 }
 
-TEST_F(show_detail, a_probe_is_told_by_its_return_code) {
+TEST_F(show_detail, a_probe_shows_its_return_code) {
   is(track_type::probe);
   prb_track_info__& probe = record_.TrackTypeInfo.QmonTracks;
   probe = {7, 12, 1};

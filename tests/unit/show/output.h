@@ -1,4 +1,4 @@
-// What a function prints to standard output, with times told in UTC.
+// What a function prints to standard output, with times printed in UTC.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -64,7 +64,7 @@ TEST_F(ledger_state, a_read_is_traced_in_the_readers_name) {
   }
 }
 
-TEST_F(ledger_state, an_absent_item_is_unknown_and_told) {
+TEST_F(ledger_state, an_absent_item_is_unknown_and_reported) {
   for (const reader_row& reader : readers) {
     const std::string who = std::string{"("} + reader.name + ")";
     trace();
@@ -77,7 +77,7 @@ TEST_F(ledger_state, an_absent_item_is_unknown_and_told) {
   }
 }
 
-TEST_F(ledger_state, a_bind_that_fails_is_unknown_and_told) {
+TEST_F(ledger_state, a_bind_that_fails_is_unknown_and_reported) {
   store(1);
   for (const reader_row& reader : readers) {
     const std::string who = std::string{"("} + reader.name + ")";

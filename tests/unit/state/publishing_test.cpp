@@ -50,7 +50,7 @@ TEST_F(publishing, counts_and_dates_a_publication_of_the_same_state_too) {
   EXPECT_THAT(field::take_messages(), IsEmpty());
 }
 
-TEST_F(publishing, tells_the_operator_of_a_changed_state) {
+TEST_F(publishing, notifies_the_operator_of_a_changed_state) {
   publish("t", track_state::up);
   publish("t", track_state::down);
   publish("t", track_state::unknown);

@@ -137,7 +137,7 @@ TEST_F(start_up, when_the_connection_cannot_be_opened_the_process_ends_with_1) {
               ElementsAre("OT-SERVICES-3-INIT_FAIL: event_conn_open failed"));
 }
 
-TEST_F(start_up, an_open_connection_is_0_and_one_in_progress_is_told_as_such) {
+TEST_F(start_up, an_open_connection_is_0_and_one_in_progress_is_reported_as_such) {
   EXPECT_EQ(ot_init(manager), 0);
   field::interface_manager_gone();
   EXPECT_EQ(ot_init(manager), open_in_progress);

@@ -190,7 +190,7 @@ TEST_F(notifications, dropping_frees_without_sending) {
   EXPECT_THAT(batch_sizes(), IsEmpty());
 }
 
-TEST_F(notifications, a_follower_of_the_states_is_told) {
+TEST_F(notifications, a_follower_of_the_states_is_notified) {
   ASSERT_EQ(commit(interface_track("t", "eth0")), 0);
   field::interface_added("eth0");
   field::advance(100ms);

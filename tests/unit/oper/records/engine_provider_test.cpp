@@ -41,11 +41,11 @@ class engine_info : public service_fixture {
   }
 };
 
-TEST_F(engine_info, tells_what_is_there_at_the_start) {
+TEST_F(engine_info, reports_what_is_there_at_the_start) {
   EXPECT_THAT(read(), ElementsAre("bfd 0 0 0", "probe 0 0 0", "fib 1 0 0", "interfaces 1 0 0"));
 }
 
-TEST_F(engine_info, tells_when_each_connection_changed) {
+TEST_F(engine_info, reports_when_each_connection_changed) {
   field::advance(10s);
   field::bfd_engine_back();
   field::run_pending();
@@ -69,7 +69,7 @@ TEST_F(engine_info, a_repeated_status_keeps_its_time) {
   EXPECT_EQ(read().at(0), "bfd 1 0 0");
 }
 
-TEST_F(engine_info, tells_of_an_interface_manager_that_was_lost_and_found) {
+TEST_F(engine_info, reports_an_interface_manager_that_was_lost_and_found) {
   field::advance(7s);
   field::interface_manager_gone();
   field::advance(1s);

@@ -43,7 +43,7 @@ TEST_F(record_fill, every_record_has_name_state_and_changes) {
   EXPECT_FALSE(filled(made)->TrackState);
 }
 
-TEST_F(record_fill, the_published_state_is_told_and_not_the_source_state) {
+TEST_F(record_fill, the_published_state_is_reported_and_not_the_source_state) {
   ot_track& made = add_interface("uplink", "eth0", track_state::down);
   made.source_state = track_state::up;
   EXPECT_FALSE(filled(made)->TrackState);
@@ -62,7 +62,7 @@ TEST_F(record_fill, an_interface_gives_at_most_63_characters) {
   EXPECT_EQ(record->TrackTypeInfo.InterfaceTracks.InterfaceName.view(), name.substr(0, 63));
 }
 
-TEST_F(record_fill, a_route_tells_its_mask_as_length) {
+TEST_F(record_fill, a_route_reports_its_mask_as_length) {
   ot_track& made = add("r", track_type::route);
   made.object.route.prefix = inet_addr("10.1.0.0");
   made.object.route.mask = inet_addr("255.255.0.0");
@@ -77,7 +77,7 @@ TEST_F(record_fill, a_route_tells_its_mask_as_length) {
 
 TEST_F(record_fill, a_probe_has_a_response_time_only_after_success) {
   struct row {
-    std::uint32_t operation, code, time, told_operation, told_code, told_time;
+    std::uint32_t operation, code, time, reported_operation, reported_code, reported_time;
   };
   ot_track& made = add("p", track_type::probe);
   for (const row& wanted : {row{7, 1, 12, 7, 1, 12}, row{7, 2, 12, 7, 2, 0}, row{7, 0, 12, 7, 0, 0},
@@ -86,13 +86,13 @@ TEST_F(record_fill, a_probe_has_a_response_time_only_after_success) {
     const auto record = filled(made);
     const prb_track_info__& probe = record->TrackTypeInfo.QmonTracks;
     EXPECT_EQ(record->TrackTypeInfo.discriminant, 5U);
-    EXPECT_EQ(probe.QmonOpId, wanted.told_operation);
-    EXPECT_EQ(probe.ReturnCode, wanted.told_code);
-    EXPECT_EQ(probe.RTT, wanted.told_time);
+    EXPECT_EQ(probe.QmonOpId, wanted.reported_operation);
+    EXPECT_EQ(probe.ReturnCode, wanted.reported_code);
+    EXPECT_EQ(probe.RTT, wanted.reported_time);
   }
 }
 
-TEST_F(record_fill, a_bfd_session_tells_its_settings) {
+TEST_F(record_fill, a_bfd_session_reports_its_settings) {
   ot_track& made = add("b", track_type::bfd);
   made.object.bfd.destination = inet_addr("192.0.2.9");
   made.object.bfd.rate = 300;
@@ -133,7 +133,7 @@ TEST_F(record_fill, boolean_members_stand_in_their_order) {
   }
 }
 
-TEST_F(record_fill, threshold_lists_tell_limits_and_weights) {
+TEST_F(record_fill, threshold_lists_report_limits_and_weights) {
   add_interface("up", "eth0");
   for (const track_type type : {track_type::threshold_weight, track_type::threshold_percentage}) {
     const std::string name = type == track_type::threshold_weight ? "weight" : "percentage";
@@ -165,11 +165,11 @@ TEST_F(record_fill, a_track_without_type_is_of_type_6) {
   EXPECT_EQ(record->TrackTypeInfo.discriminant, 6U);
 }
 
-TEST_F(record_fill, a_running_delay_is_told_when_it_will_change_what_is_seen) {
+TEST_F(record_fill, a_running_delay_is_reported_when_it_will_change_what_is_seen) {
   using enum track_state;
   struct row {
     track_state published, waiting;
-    bool told;
+    bool reported;
   };
   for (const row& wanted :
        {row{up, down, true}, row{down, up, true}, row{unknown, up, true}, row{up, unknown, true},
@@ -179,9 +179,9 @@ TEST_F(record_fill, a_running_delay_is_told_when_it_will_change_what_is_seen) {
     start_delay(made, 30, wanted.waiting);
     field::advance(std::chrono::milliseconds(9500));
     const auto record = filled(made);
-    ASSERT_EQ(record->Delayed != nullptr, wanted.told)
+    ASSERT_EQ(record->Delayed != nullptr, wanted.reported)
         << static_cast<int>(wanted.published) << static_cast<int>(wanted.waiting);
-    if (wanted.told) {
+    if (wanted.reported) {
       EXPECT_EQ(record->Delayed->TimeRemaining, 21U);
       EXPECT_EQ(record->Delayed->TrackState, wanted.waiting == up);
     }

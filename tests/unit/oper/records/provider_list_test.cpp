@@ -165,7 +165,7 @@ TEST_F(provider_list, needs_a_request) {
   EXPECT_EQ(static_cast<std::uint32_t>(ledger_provider_failure), 0x40829000U);
 }
 
-TEST_F(provider_list, an_item_that_cannot_be_added_is_told) {
+TEST_F(provider_list, an_item_that_cannot_be_added_is_reported) {
   const track_info__ record;
   ledger_dpv_list_request list;
   ledger_dpv_datalist_request data;

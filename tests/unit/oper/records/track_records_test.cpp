@@ -16,7 +16,7 @@ using samples::allocated;
 using samples::encoded;
 using samples::owned_record;
 
-class records_test : public testing::Test {
+class track_records : public testing::Test {
  protected:
   void SetUp() override {
     brec_forget_all();
@@ -32,7 +32,7 @@ constexpr const brec_descriptor* all_types[] = {
     &track_info_brief___brec,
 };
 
-TEST_F(records_test, the_descriptors_say_where_they_come_from) {
+TEST_F(track_records, the_descriptors_say_where_they_come_from) {
   for (const brec_descriptor* type : all_types) {
     EXPECT_EQ(type->version, 1U) << type->type_name;
     EXPECT_STREQ(type->library, "libobject_tracking_brec_desc.dll");
@@ -44,13 +44,13 @@ TEST_F(records_test, the_descriptors_say_where_they_come_from) {
             std::string_view::npos);
 }
 
-TEST_F(records_test, registering_again_is_refused_and_keeps_the_first) {
+TEST_F(track_records, registering_again_is_refused_and_keeps_the_first) {
   EXPECT_EQ(ot_records_register(), duplicate_key);
   const track_info__ record;
   EXPECT_FALSE(encoded(track_info___brec, &record).empty());
 }
 
-TEST_F(records_test, a_failure_registers_nothing) {
+TEST_F(track_records, a_failure_registers_nothing) {
   brec_forget_all();
   int status = 0;
   const auto runs = for_each_failing_allocation([&] { status = ot_records_register(); },
@@ -65,7 +65,7 @@ TEST_F(records_test, a_failure_registers_nothing) {
   EXPECT_GT(runs, 10U);
 }
 
-TEST_F(records_test, a_detail_record_comes_back) {
+TEST_F(track_records, a_detail_record_comes_back) {
   const owned_record<track_info__> record(track_info___brec);
   record->TrackeName.assign("list");
   record->Type = track_type::threshold_weight;
@@ -104,7 +104,7 @@ TEST_F(records_test, a_detail_record_comes_back) {
   EXPECT_EQ(encoded(track_info___brec, copy.get()), bytes);
 }
 
-TEST_F(records_test, a_brief_record_carries_the_member_of_its_type) {
+TEST_F(track_records, a_brief_record_carries_the_member_of_its_type) {
   track_info_brief__ route;
   route.TrackTypeInfo.discriminant = 2;
   route.TrackTypeInfo.RouteTracks.Prefix = 0x0000000aU;
@@ -123,7 +123,7 @@ TEST_F(records_test, a_brief_record_carries_the_member_of_its_type) {
   EXPECT_EQ(encoded(track_info_brief___brec, &list), encoded(track_info_brief___brec, &empty));
 }
 
-TEST_F(records_test, a_track_name_is_cut_to_32) {
+TEST_F(track_records, a_track_name_is_cut_to_32) {
   track_info_brief__ record;
   record.TrackeName.assign("0123456789abcdef0123456789abcdefX");
   EXPECT_EQ(record.TrackeName.view(), "0123456789abcdef0123456789abcdef");

@@ -18,7 +18,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-class LedgerMemory : public ::testing::Test {
+class memory_ledger : public ::testing::Test {
  protected:
   void SetUp() override {
     ledger_control_reset();
@@ -33,7 +33,7 @@ class LedgerMemory : public ::testing::Test {
   ledger_value value_;
 };
 
-TEST_F(LedgerMemory, AFailureIsGivenOnce) {
+TEST_F(memory_ledger, a_failure_is_given_once) {
   ledger_control_fail_next(ledger_operation::set, ledger_storage_failure);
   EXPECT_EQ(put(1), ledger_storage_failure);
   EXPECT_EQ(ledger_control_peek("/oper/gl/x/t", value_), ledger_no_data);
@@ -45,13 +45,13 @@ TEST_F(LedgerMemory, AFailureIsGivenOnce) {
   EXPECT_EQ(other, nullptr);
 }
 
-TEST_F(LedgerMemory, TheLibraryFileCanBeMissing) {
+TEST_F(memory_ledger, the_library_file_can_be_missing) {
   EXPECT_TRUE(ledger_library_readable());
   ledger_control_library(false);
   EXPECT_FALSE(ledger_library_readable());
 }
 
-TEST_F(LedgerMemory, NotificationsAreCollectedAndFollowed) {
+TEST_F(memory_ledger, notifications_are_collected_and_followed) {
   ledger_subscription* follower = nullptr;
   ASSERT_EQ(ledger_subscribe("/oper/gl/", &follower), 0);
   char name[] = "t";
@@ -78,14 +78,14 @@ TEST_F(LedgerMemory, NotificationsAreCollectedAndFollowed) {
   EXPECT_THAT(ledger_control_take_notifications(), IsEmpty());
 }
 
-TEST_F(LedgerMemory, TheLedgersOwnAllocationsDoNotCount) {
+TEST_F(memory_ledger, the_ledgers_own_allocations_do_not_count) {
   alloc_faults faults{0};
   std::byte number[4] = {};
   EXPECT_EQ(ledger_item_set(conn_, "t", ledger_kind::u32, number), 0);
   EXPECT_EQ(faults.count(), 0U);
 }
 
-TEST_F(LedgerMemory, ThoseOfVerifyAndApplyDo) {
+TEST_F(memory_ledger, those_of_verify_and_apply_do) {
   ASSERT_EQ(register_sample_tree(), 0);
   const ledger_proposal change = set_number("/cfg/gl/sample/thing/x/a", 1);
   sample().while_verifying = [] {
@@ -101,7 +101,7 @@ TEST_F(LedgerMemory, ThoseOfVerifyAndApplyDo) {
   EXPECT_GT(counted, 0U);
 }
 
-TEST_F(LedgerMemory, AFullStoreStillDeletes) {
+TEST_F(memory_ledger, a_full_store_still_deletes) {
   ASSERT_EQ(register_sample_tree(), 0);
   const std::string first = "/cfg/gl/sample/thing/x/a";
   std::vector<ledger_refusal> refusals;
@@ -117,7 +117,7 @@ TEST_F(LedgerMemory, AFullStoreStillDeletes) {
   EXPECT_EQ(commit(remove_item(first)), 0);
 }
 
-TEST_F(LedgerMemory, AFailedStoreAppliesNothing) {
+TEST_F(memory_ledger, a_failed_store_applies_nothing) {
   ASSERT_EQ(register_sample_tree(), 0);
   const ledger_proposal change = set_number("/cfg/gl/sample/thing/x/a", 1);
   std::vector<ledger_refusal> refusals;
@@ -129,7 +129,7 @@ TEST_F(LedgerMemory, AFailedStoreAppliesNothing) {
   EXPECT_FALSE(refusals[0].applied);
 }
 
-TEST_F(LedgerMemory, ApplyAndReplayFailuresAreLogged) {
+TEST_F(memory_ledger, apply_and_replay_failures_are_logged) {
   ASSERT_EQ(register_sample_tree(), 0);
   sample().fail_apply["x"] = no_memory;
   const ledger_proposal change = set_number("/cfg/gl/sample/thing/x/a", 1);

@@ -12,7 +12,7 @@
 namespace ot::test {
 namespace {
 
-TEST(LedgerMessages, ProposalsComeBack) {
+TEST(ledger_messages, proposals_come_back) {
   const std::vector<ledger_proposal> sent = {set_number("/cfg/a", 7), set_text("/cfg/b", "text"),
                                              remove_item("/cfg/c")};
   ledger_writer writer;
@@ -29,7 +29,7 @@ TEST(LedgerMessages, ProposalsComeBack) {
   }
 }
 
-TEST(LedgerMessages, RefusalsComeBack) {
+TEST(ledger_messages, refusals_come_back) {
   const ledger_refusal sent{
       .path = "/cfg/a", .code = too_many_tracks, .text = "no", .applied = true};
   ledger_writer writer;
@@ -44,7 +44,7 @@ TEST(LedgerMessages, RefusalsComeBack) {
   EXPECT_TRUE(got[0].applied);
 }
 
-TEST(LedgerMessages, NoticesComeBack) {
+TEST(ledger_messages, notices_come_back) {
   const ledger_notices sent = {{.resync = true, .path = {}},
                                {.path = "t", .kind = ledger_notification_delete, .value = 9}};
   ledger_writer writer;
@@ -85,7 +85,7 @@ void feed_damaged(const ledger_writer& writer, const std::function<bool(ledger_r
   }
 }
 
-TEST(LedgerMessages, DamagedMessagesAreHarmless) {
+TEST(ledger_messages, damaged_messages_are_harmless) {
   ledger_writer proposals;
   const std::vector<ledger_proposal> changes = {set_text("/cfg/b", "text"), remove_item("/cfg/c")};
   ledger_put_proposals(proposals, changes);
@@ -108,7 +108,7 @@ TEST(LedgerMessages, DamagedMessagesAreHarmless) {
   });
 }
 
-TEST(LedgerMessages, ACountIsNoReasonToAllocate) {
+TEST(ledger_messages, a_count_is_no_reason_to_allocate) {
   ledger_writer writer;
   writer.u32(0xffffffff);
   ledger_reader reader{writer.data()};
@@ -119,7 +119,7 @@ TEST(LedgerMessages, ACountIsNoReasonToAllocate) {
   EXPECT_FALSE(again.ok());
 }
 
-TEST(LedgerMessages, LeftoverBytesAreNoticed) {
+TEST(ledger_messages, leftover_bytes_are_noticed) {
   ledger_writer writer;
   writer.text("/oper/x");
   writer.u8(0);

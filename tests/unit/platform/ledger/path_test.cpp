@@ -12,21 +12,21 @@
 namespace ot {
 namespace {
 
-TEST(LedgerPath, AnItemPathIsAbsoluteWithoutEmptyElements) {
+TEST(ledger_path, an_item_path_is_absolute_without_empty_elements) {
   EXPECT_TRUE(ledger_item_path_valid("/cfg/gl/object_tracking/track/up link/a"));
   for (const char* bad : {"", "/", "cfg/x", "/cfg/", "/cfg//x", "/cfg/x\n", "/cfg/\x7f"}) {
     EXPECT_FALSE(ledger_item_path_valid(bad)) << bad;
   }
 }
 
-TEST(LedgerPath, LengthIsBounded) {
+TEST(ledger_path, length_is_bounded) {
   std::string path = "/" + std::string(ledger_path_max - 1, 'x');
   EXPECT_TRUE(ledger_item_path_valid(path));
   path += 'x';
   EXPECT_FALSE(ledger_item_path_valid(path));
 }
 
-TEST(LedgerPath, ABasePathEndsInASlash) {
+TEST(ledger_path, a_base_path_ends_in_a_slash) {
   EXPECT_TRUE(ledger_base_path_valid("/"));
   EXPECT_TRUE(ledger_base_path_valid("/oper/gl/object-tracking/"));
   for (const char* bad : {"", "/oper", "//", "/oper//", "oper/"}) {
@@ -34,7 +34,7 @@ TEST(LedgerPath, ABasePathEndsInASlash) {
   }
 }
 
-TEST(LedgerPath, ElementsComeOneByOne) {
+TEST(ledger_path, elements_come_one_by_one) {
   std::string_view path = "track/x/a";
   EXPECT_EQ(ledger_next_element(path), "track");
   EXPECT_EQ(ledger_next_element(path), "x");
@@ -42,7 +42,7 @@ TEST(LedgerPath, ElementsComeOneByOne) {
   EXPECT_TRUE(path.empty());
 }
 
-TEST(PathTuple, NumbersKeepTheirBytes) {
+TEST(path_tuple, numbers_keep_their_bytes) {
   std::array<std::byte, 8> buffer{};
   std::size_t length = 0;
   ASSERT_EQ(path_tuple_pack(buffer, &length, "%N%N", 0x0a000001U, 0xffffff00U), 0);
@@ -54,7 +54,7 @@ TEST(PathTuple, NumbersKeepTheirBytes) {
   EXPECT_EQ(mask, 0xffffff00U);
 }
 
-TEST(PathTuple, WhatDoesNotFitIsRefusedUntouched) {
+TEST(path_tuple, what_does_not_fit_is_refused_untouched) {
   std::array<std::byte, 4> buffer{};
   std::size_t length = 77;
   std::uint32_t number = 5;

@@ -21,7 +21,7 @@ using samples::owned_record;
 using samples::tree__;
 using samples::tree_brec;
 
-class brec_codec_test : public testing::Test {
+class brec_codec : public testing::Test {
  protected:
   void SetUp() override { ASSERT_EQ(samples::register_samples(), 0); }
   void TearDown() override { brec_forget_all(); }
@@ -32,7 +32,7 @@ bool all_zero(const void* record, std::size_t size) {
   return std::all_of(bytes, bytes + size, [](unsigned char byte) { return byte == 0; });
 }
 
-TEST_F(brec_codec_test, every_kind_of_field_comes_back) {
+TEST_F(brec_codec, every_kind_of_field_comes_back) {
   const auto tree = samples::full_tree(3, 1);
   tree->child->chosen.discriminant = 5;
   tree->child->chosen.text.assign("orange");
@@ -65,7 +65,7 @@ TEST_F(brec_codec_test, every_kind_of_field_comes_back) {
   EXPECT_EQ(encoded(tree_brec, copy.get()), bytes);
 }
 
-TEST_F(brec_codec_test, the_bytes_are_fixed) {
+TEST_F(brec_codec, the_bytes_are_fixed) {
   leaf__ second{nullptr, fixed_text<5>("b"), false, 0};
   const leaf__ first{&second, fixed_text<5>("ab"), true, 300};
   const auto bytes = encoded(samples::leaf_brec, &first);
@@ -79,7 +79,7 @@ TEST_F(brec_codec_test, the_bytes_are_fixed) {
             "b\x00\x00"sv);
 }
 
-TEST_F(brec_codec_test, bytes_behind_a_text_do_not_matter) {
+TEST_F(brec_codec, bytes_behind_a_text_do_not_matter) {
   leaf__ clean;
   clean.name.assign("x");
   leaf__ dirty = clean;
@@ -87,7 +87,7 @@ TEST_F(brec_codec_test, bytes_behind_a_text_do_not_matter) {
   EXPECT_EQ(encoded(samples::leaf_brec, &clean), encoded(samples::leaf_brec, &dirty));
 }
 
-TEST_F(brec_codec_test, refuses_what_no_record_holds) {
+TEST_F(brec_codec, refuses_what_no_record_holds) {
   const auto refusal = [](const brec_descriptor& type, const void* record) {
     std::byte* bytes = nullptr;
     std::size_t length = 99;
@@ -118,7 +118,7 @@ struct strict__ {
   std::uint32_t value;
 };
 
-TEST_F(brec_codec_test, a_union_without_default_takes_only_its_codes) {
+TEST_F(brec_codec, a_union_without_default_takes_only_its_codes) {
   static constexpr brec_descriptor strict_brec = {
       1, "strict__", "samples", {}, sizeof(strict__), "$1=?(<d,e>,3:{value}D);", "$1=?(,3:D);"};
   ASSERT_EQ(brec_register_start(), 0);
@@ -139,7 +139,7 @@ TEST_F(brec_codec_test, a_union_without_default_takes_only_its_codes) {
   EXPECT_EQ(status, record_malformed);
 }
 
-TEST_F(brec_codec_test, nests_as_deep_as_it_reads) {
+TEST_F(brec_codec, nests_as_deep_as_it_reads) {
   const auto deepest = samples::full_tree(0, 16);
   const auto bytes = encoded(tree_brec, deepest.get());
   const owned_record<tree__> copy(tree_brec);
@@ -149,7 +149,7 @@ TEST_F(brec_codec_test, nests_as_deep_as_it_reads) {
   EXPECT_EQ(status, record_malformed);
 }
 
-TEST_F(brec_codec_test, long_sequences_come_back) {
+TEST_F(brec_codec, long_sequences_come_back) {
   const auto tree = samples::full_tree(5000, 0);
   const auto bytes = encoded(tree_brec, tree.get());
   const owned_record<tree__> copy(tree_brec);
@@ -161,7 +161,7 @@ TEST_F(brec_codec_test, long_sequences_come_back) {
   EXPECT_EQ(expected, 0U);
 }
 
-TEST_F(brec_codec_test, out_of_memory_while_encoding) {
+TEST_F(brec_codec, out_of_memory_while_encoding) {
   const auto tree = samples::full_tree(1000, 2);
   std::byte* bytes = nullptr;
   std::size_t length = 0;
@@ -180,7 +180,7 @@ TEST_F(brec_codec_test, out_of_memory_while_encoding) {
   delete[] bytes;
 }
 
-TEST_F(brec_codec_test, out_of_memory_while_decoding_keeps_nothing) {
+TEST_F(brec_codec, out_of_memory_while_decoding_keeps_nothing) {
   const auto bytes = encoded(tree_brec, samples::full_tree(4, 2).get());
   tree__ copy;
   int status = 0;

@@ -19,7 +19,7 @@ using samples::tree__;
 using samples::tree_brec;
 using byte_vector = std::vector<std::byte>;
 
-class brec_hostile_test : public testing::Test {
+class brec_hostile : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_EQ(samples::register_samples(), 0);
@@ -47,20 +47,20 @@ class brec_hostile_test : public testing::Test {
   byte_vector good_;
 };
 
-TEST_F(brec_hostile_test, every_truncation_is_refused) {
+TEST_F(brec_hostile, every_truncation_is_refused) {
   for (std::size_t length = 0; length < good_.size(); ++length) {
     const byte_vector cut(good_.begin(), good_.begin() + static_cast<std::ptrdiff_t>(length));
     EXPECT_NE(decode(cut), 0) << length << " bytes";
   }
 }
 
-TEST_F(brec_hostile_test, a_trailing_byte_is_refused) {
+TEST_F(brec_hostile, a_trailing_byte_is_refused) {
   byte_vector longer = good_;
   longer.push_back(std::byte{0});
   EXPECT_EQ(decode(longer), record_malformed);
 }
 
-TEST_F(brec_hostile_test, other_types_and_versions_are_unknown) {
+TEST_F(brec_hostile, other_types_and_versions_are_unknown) {
   const samples::leaf__ leaf;
   EXPECT_EQ(decode(encoded(samples::leaf_brec, &leaf)), record_unknown_type);
   byte_vector newer = good_;
@@ -75,7 +75,7 @@ TEST_F(brec_hostile_test, other_types_and_versions_are_unknown) {
   EXPECT_EQ(decode({}), record_malformed);
 }
 
-TEST_F(brec_hostile_test, values_out_of_range_are_refused) {
+TEST_F(brec_hostile, values_out_of_range_are_refused) {
   samples::leaf__ leaf;
   leaf.name.assign("ab");
   leaf.big = 5;
@@ -106,7 +106,7 @@ TEST_F(brec_hostile_test, values_out_of_range_are_refused) {
 }
 
 // The count is held against the bytes that are left before anything is allocated.
-TEST_F(brec_hostile_test, a_huge_count_allocates_nothing) {
+TEST_F(brec_hostile, a_huge_count_allocates_nothing) {
   samples::leaf__ leaf;
   byte_vector bytes = encoded(samples::leaf_brec, &leaf);
   const std::byte count[] = {std::byte{0xff}, std::byte{0xff}, std::byte{0x7f}};
@@ -117,7 +117,7 @@ TEST_F(brec_hostile_test, a_huge_count_allocates_nothing) {
   EXPECT_EQ(faults.count(), 0U);
 }
 
-TEST_F(brec_hostile_test, nesting_without_end_is_refused) {
+TEST_F(brec_hostile, nesting_without_end_is_refused) {
   // An empty tree is fixed bytes and ends in its absent child; hang one below the other.
   const tree__ empty;
   const byte_vector one = encoded(tree_brec, &empty);
@@ -137,7 +137,7 @@ TEST_F(brec_hostile_test, nesting_without_end_is_refused) {
   EXPECT_EQ(nested(5000), record_malformed);
 }
 
-TEST_F(brec_hostile_test, every_change_of_one_byte_keeps_the_property) {
+TEST_F(brec_hostile, every_change_of_one_byte_keeps_the_property) {
   std::size_t accepted = 0;
   for (std::size_t at = 0; at < good_.size(); ++at) {
     for (const unsigned value : {0U, 1U, 2U, 0x7fU, 0x80U, 0xffU}) {
@@ -149,7 +149,7 @@ TEST_F(brec_hostile_test, every_change_of_one_byte_keeps_the_property) {
   EXPECT_GT(accepted, good_.size() / 4) << "the property was not tried on accepted bytes";
 }
 
-TEST_F(brec_hostile_test, random_mutations_keep_the_property) {
+TEST_F(brec_hostile, random_mutations_keep_the_property) {
   std::mt19937 random(20240611);
   const auto below = [&](std::size_t most) {
     return static_cast<std::ptrdiff_t>(random() % static_cast<unsigned>(most));

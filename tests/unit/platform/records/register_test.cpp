@@ -14,7 +14,7 @@ namespace {
 
 using samples::encoded;
 
-class brec_register_test : public testing::Test {
+class brec_registry : public testing::Test {
  protected:
   void SetUp() override { brec_forget_all(); }
   void TearDown() override { brec_forget_all(); }
@@ -33,7 +33,7 @@ int register_one(const brec_descriptor& type) {
   return status != 0 ? status : ended;
 }
 
-TEST_F(brec_register_test, needs_its_bracket) {
+TEST_F(brec_registry, needs_its_bracket) {
   EXPECT_EQ(brec_register(one_brec), invalid_argument);
   EXPECT_EQ(brec_register_end(), invalid_argument);
   EXPECT_EQ(brec_register_start(), 0);
@@ -43,7 +43,7 @@ TEST_F(brec_register_test, needs_its_bracket) {
   EXPECT_EQ(brec_register_end(), invalid_argument);
 }
 
-TEST_F(brec_register_test, takes_a_name_once) {
+TEST_F(brec_registry, takes_a_name_once) {
   ASSERT_EQ(brec_register_start(), 0);
   EXPECT_EQ(brec_register(one_brec), 0);
   EXPECT_EQ(brec_register(one_brec), duplicate_key);
@@ -52,7 +52,7 @@ TEST_F(brec_register_test, takes_a_name_once) {
   EXPECT_EQ(brec_register_end(), 0);
 }
 
-TEST_F(brec_register_test, abort_forgets_what_came_since_the_start) {
+TEST_F(brec_registry, abort_forgets_what_came_since_the_start) {
   static constexpr brec_descriptor two_brec = {1, "two__", "lib", {}, 4, "$1={v}D;", "$1=D;"};
   ASSERT_EQ(register_one(one_brec), 0);
   ASSERT_EQ(brec_register_start(), 0);
@@ -74,7 +74,7 @@ struct refused_row {
   const char* brief;
 };
 
-TEST_F(brec_register_test, refuses_improper_strings) {
+TEST_F(brec_registry, refuses_improper_strings) {
   const refused_row rows[] = {
       {"empty", 4, "", ""},
       {"no types", 4, "x", "x"},
@@ -122,7 +122,7 @@ TEST_F(brec_register_test, refuses_improper_strings) {
   }
 }
 
-TEST_F(brec_register_test, refuses_improper_names) {
+TEST_F(brec_registry, refuses_improper_names) {
   for (const char* name : {static_cast<const char*>(nullptr), "", "__", "one", "one_"}) {
     const brec_descriptor type = {1, name, "lib", {}, 4, "$1={value}D;", "$1=D;"};
     EXPECT_EQ(register_one(type), record_bad_descriptor) << (name == nullptr ? "(null)" : name);
@@ -134,7 +134,7 @@ TEST_F(brec_register_test, refuses_improper_names) {
 }
 
 // A contained type has to be registered before, under its number, with the same text.
-TEST_F(brec_register_test, checks_contained_types) {
+TEST_F(brec_registry, checks_contained_types) {
   const auto with = [](std::span<const brec_nested> nested, const char* full, const char* brief) {
     const brec_descriptor type = {1, "outer__", "lib", nested, 4, full, brief};
     const int status = register_one(type);
@@ -161,7 +161,7 @@ TEST_F(brec_register_test, checks_contained_types) {
       << "another type";
 }
 
-TEST_F(brec_register_test, out_of_memory_registers_nothing) {
+TEST_F(brec_registry, out_of_memory_registers_nothing) {
   ASSERT_EQ(brec_register_start(), 0);
   ASSERT_EQ(brec_register(samples::leaf_brec), 0);
   ASSERT_EQ(brec_register(samples::pair_brec), 0);

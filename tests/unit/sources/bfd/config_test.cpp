@@ -71,7 +71,7 @@ TEST_F(bfd_config, the_item_makes_the_track_its_entry_and_its_session) {
               ElementsAre(field::bfd_wanted_session{gi1, peer, 300, 3}));
 }
 
-// Down is where a new track begins, so there is nothing to tell.
+// Down is where a new track begins, so there is nothing to report.
 TEST_F(bfd_config, a_new_track_publishes_nothing) {
   take_events();
   ASSERT_EQ(configure("t"), 0);

@@ -1,4 +1,4 @@
-// What the engine tells the client, and its way from the BFD thread to the main thread.
+// What the engine reports to the client, and its way from the BFD thread to the main thread.
 #include "sources/bfd/events.h"
 
 #include <thread>
@@ -22,19 +22,19 @@ class bfd_events : public bfd_service {
     peer_answers();
     trace();
   }
-  // A result about the session of "t", as the engine would tell it.
+  // A result about the session of "t", as the engine would report it.
   [[nodiscard]] bfdc_request_result result(std::uint32_t event, int error = 0) const {
-    bfdc_request_result told;
-    told.error = error;
-    told.event = event;
-    told.ifhandle = gi1;
-    told.destination = ipv4_bfd_address(ip(peer));
-    told.sequence = 77;
-    told.context = ot_bfd_ctx.load();
-    return told;
+    bfdc_request_result reported;
+    reported.error = error;
+    reported.event = event;
+    reported.ifhandle = gi1;
+    reported.destination = ipv4_bfd_address(ip(peer));
+    reported.sequence = 77;
+    reported.context = ot_bfd_ctx.load();
+    return reported;
   }
-  static void say(const bfdc_request_result& told) {
-    field::bfd_says_result(told);
+  static void say(const bfdc_request_result& reported) {
+    field::bfd_says_result(reported);
     field::run_pending();
   }
 };
@@ -46,7 +46,7 @@ TEST_F(bfd_events, an_unknown_result_is_a_message_with_its_number) {
   EXPECT_NE(entry(), nullptr);
 }
 
-TEST_F(bfd_events, a_created_session_is_down_until_its_state_is_told) {
+TEST_F(bfd_events, a_created_session_is_down_until_its_state_is_reported) {
   say(result(bfdc_request_created));
   EXPECT_EQ(entry()->state, 2U);
   EXPECT_EQ(track("t").state, track_state::up);
@@ -55,9 +55,9 @@ TEST_F(bfd_events, a_created_session_is_down_until_its_state_is_told) {
 }
 
 TEST_F(bfd_events, a_creation_without_an_entry_is_traced) {
-  bfdc_request_result told = result(bfdc_request_created);
-  told.ifhandle = 99;
-  say(told);
+  bfdc_request_result reported = result(bfdc_request_created);
+  reported.ifhandle = 99;
+  say(reported);
   EXPECT_THAT(field::take_traces(), Contains("(ot_bfd_req_handler) Invalid bfd session key"));
 }
 
@@ -71,9 +71,9 @@ TEST_F(bfd_events, either_confirmed_deletion_removes_the_entry) {
 }
 
 TEST_F(bfd_events, a_deletion_without_an_entry_is_traced) {
-  bfdc_request_result told = result(bfdc_request_deleted);
-  told.ifhandle = 99;
-  say(told);
+  bfdc_request_result reported = result(bfdc_request_deleted);
+  reported.ifhandle = 99;
+  say(reported);
   EXPECT_THAT(field::take_traces(),
               Contains("(ot_bfd_req_handler) hash_db_delete_bfdprb_item failed with error: Invalid "
                        "argument"));
@@ -91,16 +91,16 @@ TEST_F(bfd_events, a_refusal_is_traced_before_the_result) {
 
 // Results are matched by session: the name in the context decides nothing.
 TEST_F(bfd_events, a_result_without_a_known_track_is_applied_all_the_same) {
-  bfdc_request_result told = result(bfdc_request_created);
-  told.context = nullptr;
-  say(told);
+  bfdc_request_result reported = result(bfdc_request_created);
+  reported.context = nullptr;
+  say(reported);
   EXPECT_THAT(field::take_traces(),
               Contains("(ot_bfd_req_handler):Failed to get track_item from hash table"));
   EXPECT_EQ(entry()->state, 2U);
   const track_name stranger{"stranger"};
-  told = result(bfdc_request_deleted);
-  told.context = &stranger;
-  say(told);
+  reported = result(bfdc_request_deleted);
+  reported.context = &stranger;
+  say(reported);
   EXPECT_THAT(field::take_traces(), Contains("(ot_bfd_req_handler):BFD Context is NULL"));
   EXPECT_EQ(entry(), nullptr);
 }
@@ -119,7 +119,7 @@ TEST_F(bfd_events, a_state_of_an_unknown_session_is_traced) {
               Contains("(ot_bfd_scn_handler):Error getting bfd_entry data from hash table"));
 }
 
-TEST_F(bfd_events, nothing_told_is_traced) {
+TEST_F(bfd_events, nothing_reported_is_traced) {
   ot_bfd_req_handler(nullptr);
   ot_bfd_scn_handler(nullptr);
   EXPECT_THAT(field::take_traces(), ElementsAre("(ot_bfd_req_handler): Received NULL parameter ",
@@ -140,10 +140,10 @@ TEST_F(bfd_events, states_are_applied_in_the_order_they_came) {
   EXPECT_EQ(take_events(), wanted);
 }
 
-// The two threads at full speed: what is told while configuration comes and goes.
-TEST_F(bfd_events, telling_and_configuring_at_once_end_in_the_told_state) {
+// The two threads at full speed: what is reported while configuration comes and goes.
+TEST_F(bfd_events, reports_and_configuration_at_once_end_in_the_last_state) {
   trace(false);
-  std::thread teller([this] {
+  std::thread reporter([this] {
     const bfd_address destination = ipv4_bfd_address(ip(peer));
     for (std::uint32_t i = 0; i < 2000; ++i) {
       const bfdc_event event{bfdc_event_session_state, gi1, destination, i % 2};
@@ -158,9 +158,9 @@ TEST_F(bfd_events, telling_and_configuring_at_once_end_in_the_told_state) {
       evm_dispatch(manager);
     }
   }
-  teller.join();
+  reporter.join();
   field::run_pending();
-  EXPECT_EQ(track("t").state, track_state::down);  // the last one told
+  EXPECT_EQ(track("t").state, track_state::down);  // the last one reported
   EXPECT_EQ(entry()->state, 2U);
   EXPECT_THAT(followers(entry("10.0.1.1")), SizeIs(200));
 }

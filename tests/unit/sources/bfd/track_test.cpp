@@ -211,7 +211,7 @@ TEST_F(bfd_track, made_again_before_the_deletion_is_confirmed_keeps_its_entry) {
   EXPECT_EQ(published("t"), 2U);
 }
 
-TEST_F(bfd_track, a_publication_that_fails_is_traced_on_every_road) {
+TEST_F(bfd_track, a_publication_that_fails_is_traced_on_every_path) {
   ASSERT_EQ(configure("t"), 0);
   trace();
   ledger_control_fail_next(ledger_operation::set, 5);

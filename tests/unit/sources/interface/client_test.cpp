@@ -54,14 +54,14 @@ TEST_F(ifm_open, a_failing_bind_is_traced_only) {
                  "(Permission denied)");
 }
 
-TEST_F(ifm_open, a_connection_without_id_is_told) {
+TEST_F(ifm_open, a_connection_without_id_is_reported) {
   field::fail_next("ifc_conn_ctx_to_connid", refused_code);
   expect_failure(
       {"OT-SERVICES-3-INIT_FAIL: ifc_conn_ctx_to_connid failed (Permission denied)"},
       "(ot_ifm_open_func) : object tracking ifc_conn_ctx_to_connid failed (Permission denied)");
 }
 
-TEST_F(ifm_open, a_refused_callback_is_told) {
+TEST_F(ifm_open, a_refused_callback_is_reported) {
   field::fail_next("ifc_register_callback", refused_code);
   expect_failure(
       {"OT-SERVICES-3-INIT_FAIL: ifc_register_callback failed (Permission denied)"},

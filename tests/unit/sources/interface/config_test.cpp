@@ -129,7 +129,7 @@ TEST_F(interface_config, a_delete_unties_and_keeps_the_configured_type) {
   EXPECT_EQ(commit({set_number(track_path("t", "type/list/0x3/a"), 1)}), track_type_conflict);
 }
 
-TEST_F(interface_config, a_failed_delete_is_told) {
+TEST_F(interface_config, a_failed_delete_is_reported) {
   ASSERT_EQ(set("Gi1"), 0);
   ledger_control_fail_next(ledger_operation::set, ledger_full);
   trace();
@@ -140,7 +140,7 @@ TEST_F(interface_config, a_failed_delete_is_told) {
                        "failed - The ledger is full"));
 }
 
-TEST_F(interface_config, a_failed_create_is_told) {
+TEST_F(interface_config, a_failed_create_is_reported) {
   field::interface_added("Gi3");  // not notified yet
   field::fail_next("ifc_state_query", 5);
   trace();

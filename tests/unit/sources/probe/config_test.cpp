@@ -18,7 +18,7 @@ constexpr std::uint32_t on_delete = ledger_event_delete;
 
 class probe_config : public probe_service {
  protected:
-  // Whether one of the traces tells that the operation was called.
+  // Whether one of the traces reports that the operation was called.
   static bool called(const text_lines& traces, const std::string& function) {
     return std::any_of(traces.begin(), traces.end(), [&](const std::string& line) {
       return line.find("(" + function + ")") != std::string::npos;
@@ -145,7 +145,7 @@ TEST_F(probe_config, a_delete_without_an_old_operation_does_nothing) {
   EXPECT_THAT(followers(), ElementsAre("t"));
 }
 
-TEST_F(probe_config, failures_are_told_and_returned) {
+TEST_F(probe_config, failures_are_reported_and_returned) {
   field::probe_result(7, 1);
   ledger_control_fail_next(ledger_operation::set, ledger_full);
   trace();

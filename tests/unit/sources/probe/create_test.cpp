@@ -56,7 +56,7 @@ TEST_F(probe_create, success_is_up_no_result_unknown_and_everything_else_down) {
   struct row {
     std::uint32_t code;
     track_state state;
-    text_lines told;
+    text_lines reported;
   };
   std::int32_t op_id = 100;
   for (const row& expected : {
@@ -71,7 +71,7 @@ TEST_F(probe_create, success_is_up_no_result_unknown_and_everything_else_down) {
     trace();
     ASSERT_EQ(create(name.c_str(), op_id), 0);
     EXPECT_EQ(track(name).state, expected.state) << name;
-    EXPECT_THAT(field::take_traces(), contains_in_order(expected.told)) << name;
+    EXPECT_THAT(field::take_traces(), contains_in_order(expected.reported)) << name;
   }
 }
 

@@ -45,7 +45,7 @@ TEST_F(probe_memory, a_new_track_is_refused_with_12_or_made) {
   const std::string who = "(object_tracking_type_prb_create) : ";
   // The track's entry, the delay's context and leaf, the poll's context and leaf, the node, the
   // operation's entry; then only the notification.
-  const std::vector<std::string> told = {
+  const std::vector<std::string> reported = {
       who + "hash_db_add_new_item failed- no memory to add item ",
       who + "malloc() failed.",
       who + "malloc() failed.",
@@ -57,19 +57,19 @@ TEST_F(probe_memory, a_new_track_is_refused_with_12_or_made) {
   const std::vector<int> results =
       results_of([] {}, [] { return create("t"); },
                  [&](std::uint64_t k, const text_lines& traces) {
-                   if (k >= told.size()) {
+                   if (k >= reported.size()) {
                      EXPECT_TRUE(polled("t"));
                      return;
                    }
-                   EXPECT_THAT(traces, Contains(told[k])) << k;
+                   EXPECT_THAT(traces, Contains(reported[k])) << k;
                    EXPECT_EQ(exists("t"), k >= 3) << k;
                    EXPECT_EQ(followers(), k == 4 ? text_lines{"t"} : text_lines{}) << k;
                    EXPECT_FALSE(exists("t") && polled("t")) << k;
                  });
-  ASSERT_GE(results.size(), told.size());
+  ASSERT_GE(results.size(), reported.size());
   for (std::size_t k = 0; k < results.size(); ++k) {
     // A track without a poll timer is followed all the same.
-    EXPECT_EQ(results[k], k < told.size() && k != 4 ? no_memory : status_ok) << k;
+    EXPECT_EQ(results[k], k < reported.size() && k != 4 ? no_memory : status_ok) << k;
   }
 }
 

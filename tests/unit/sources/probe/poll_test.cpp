@@ -202,7 +202,7 @@ TEST_F(probe_poll, a_failed_publication_ends_it_until_the_track_is_configured_ag
   EXPECT_TRUE(polled("t"));
 }
 
-TEST_F(probe_poll, of_a_track_that_does_not_exist_is_0_and_told) {
+TEST_F(probe_poll, of_a_track_that_does_not_exist_is_0_and_reported) {
   trace();
   EXPECT_EQ(ot_prb_read_shm_after_timer_expired("none", 3), 0);
   EXPECT_THAT(field::take_traces(),
@@ -235,7 +235,7 @@ TEST_F(probe_poll, leaves_a_track_alone_that_follows_something_else_by_now) {
   EXPECT_EQ(track("t").state, track_state::down);
 }
 
-TEST_F(probe_poll, without_a_name_is_0_and_told) {
+TEST_F(probe_poll, without_a_name_is_0_and_reported) {
   trace();
   EXPECT_EQ(ot_prb_read_shm_after_timer_expired(nullptr, 0), 0);
   EXPECT_THAT(field::take_traces(),

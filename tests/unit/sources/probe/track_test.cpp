@@ -36,7 +36,7 @@ TEST_F(probe_track, an_entry_takes_later_tracks_at_its_head) {
   EXPECT_EQ(entry()->state, 2U);
 }
 
-TEST_F(probe_track, operations_are_told_apart_by_their_signed_number) {
+TEST_F(probe_track, operations_are_distinguished_by_their_signed_number) {
   for (const std::int32_t op_id : {0, 1, -1, 2147483647, -2147483647 - 1}) {
     ASSERT_EQ(create(("t" + std::to_string(op_id)).c_str(), op_id), 0);
     EXPECT_EQ(entry(op_id)->op_id, op_id);
@@ -54,7 +54,7 @@ TEST_F(probe_track, compares_by_the_first_field_without_sign) {
   EXPECT_EQ(track_prb_compare(low, low), 0);
 }
 
-TEST_F(probe_track, untying_a_missing_track_is_0_and_told) {
+TEST_F(probe_track, untying_a_missing_track_is_0_and_reported) {
   trace();
   EXPECT_EQ(delete_track_from_prb_entry("t"), 0);
   EXPECT_THAT(field::take_traces(),

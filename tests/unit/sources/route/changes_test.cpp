@@ -41,7 +41,7 @@ TEST_F(route_changes, anything_but_up_is_down) {
   EXPECT_EQ(entry()->reach_state, 0U);
 }
 
-TEST_F(route_changes, of_a_route_that_nobody_follows_are_told) {
+TEST_F(route_changes, of_a_route_that_nobody_follows_are_reported) {
   trace();
   change(track_state::up, "red");
   EXPECT_THAT(field::take_traces(), Contains("(object_tracking_change_route_state) : route "
@@ -147,7 +147,7 @@ TEST_F(route_changes, a_failing_registration_lets_the_walk_go_on) {
   EXPECT_EQ(field::fib_registrations(), 1U);
 }
 
-TEST_F(route_changes, a_failing_publication_under_a_new_id_is_told) {
+TEST_F(route_changes, a_failing_publication_under_a_new_id_is_reported) {
   field::route_added(net, 16, "eth0", blue_table);
   ASSERT_EQ(create("t", "blue"), 0);
   ledger_control_fail_next(ledger_operation::set, ledger_full);

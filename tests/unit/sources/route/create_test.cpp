@@ -1,4 +1,4 @@
-// The two roads to a tied route track, and the way back.
+// The two paths to a tied route track, and the way back.
 #include "tests/unit/sources/route/fixture.h"
 
 #include "config/delays.h"
@@ -16,7 +16,7 @@ const std::string register_line = "(ot_fec_register) : ip 10.1.0.0/255.255.0.0 v
 
 class route_create : public route_service {
  protected:
-  // Both roads: a track that is new, and one that exists.
+  // Both paths: a track that is new, and one that exists.
   static void make_present(const char* name) {
     ASSERT_EQ(object_tracking_set_create_track_delay(name, 0, 0, true), 0);
   }
@@ -65,7 +65,7 @@ TEST_F(route_create, a_failing_look_up_leaves_only_the_new_tracks_registration) 
   EXPECT_EQ(entry(), nullptr);
 }
 
-TEST_F(route_create, a_failing_registration_ends_either_road) {
+TEST_F(route_create, a_failing_registration_ends_either_path) {
   make_present("present");
   for (const char* name : {"present", "new"}) {
     field::fail_next("rtclient_bulk_reg_notif", 5);

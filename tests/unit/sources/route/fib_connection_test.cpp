@@ -73,7 +73,7 @@ TEST_F(fib_connection, a_look_up_gives_the_longest_match) {
                                                 to_default_table + "0x60000000"));
 }
 
-TEST_F(fib_connection, a_failing_look_up_is_told) {
+TEST_F(fib_connection, a_failing_look_up_is_reported) {
   field::fail_next("rtclient_lookup", refused_code);
   trace();
   fib_result result;
@@ -95,7 +95,7 @@ TEST_F(fib_connection, reachability_needs_a_route_of_the_masks_length) {
   EXPECT_EQ(reachability_of(&result, ipv4_prefixlen2mask(17)), track_state::down);
 }
 
-TEST_F(fib_connection, a_registration_and_its_end_are_told_once) {
+TEST_F(fib_connection, a_registration_and_its_end_are_reported_once) {
   trace();
   ASSERT_EQ(register_net(default_id), 0);
   EXPECT_EQ(field::fib_registrations(), 1U);
@@ -112,7 +112,7 @@ TEST_F(fib_connection, a_prefix_that_is_registered_already_is_no_failure) {
   EXPECT_EQ(field::fib_registrations(), 1U);
 }
 
-TEST_F(fib_connection, failing_registrations_are_told) {
+TEST_F(fib_connection, failing_registrations_are_reported) {
   for (const char* operation : {"rtclient_bulk_reg_notif", "rtclient_bulk_unreg_notif"}) {
     field::fail_next(operation, refused_code);
   }

@@ -1,4 +1,4 @@
-// What the FIB tells: changes of routes, and its connection going and coming.
+// What the FIB reports: changes of routes, and its connection going and coming.
 #include "sources/route/fib_events.h"
 
 #include "sources/route/pending.h"

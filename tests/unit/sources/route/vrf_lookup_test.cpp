@@ -64,12 +64,12 @@ TEST_F(vrf_lookup, an_answer_that_reports_an_error_is_none) {
   EXPECT_EQ(ot_vmap_vrf_name_2_vrf_id("blue"), blue_id);
 }
 
-class vrf_registration_test : public vrf_lookup {
+class vrf_registering : public vrf_lookup {
  protected:
   std::uint64_t handle = 0;
 };
 
-TEST_F(vrf_registration_test, is_made_once_for_a_handle) {
+TEST_F(vrf_registering, is_made_once_for_a_handle) {
   ASSERT_EQ(ot_vmap_vrf_add("red", &handle), 0);
   const std::uint64_t first = handle;
   EXPECT_NE(first, 0U);
@@ -80,7 +80,7 @@ TEST_F(vrf_registration_test, is_made_once_for_a_handle) {
               ElementsAre("ot_vmap_vrf_add(): VRF red", "ot_vmap_vrf_add(): VRF red"));
 }
 
-TEST_F(vrf_registration_test, is_dropped_with_its_handle) {
+TEST_F(vrf_registering, is_dropped_with_its_handle) {
   ASSERT_EQ(ot_vmap_vrf_add("red", &handle), 0);
   field::take_traces();
   EXPECT_EQ(ot_vmap_vrf_remove("red", &handle), 0);
@@ -98,7 +98,7 @@ struct failing_add {
   const char* traced;
 };
 
-TEST_F(vrf_registration_test, a_failing_step_is_told_and_returned) {
+TEST_F(vrf_registering, a_failing_step_is_reported_and_returned) {
   for (const failing_add& row : {
            failing_add{"vmap_c_mdb_init", "Could not initialize VMAP registration mdb!"},
            failing_add{"vmap_c_mdb_add_vrf_by_vrf_name",
@@ -113,7 +113,7 @@ TEST_F(vrf_registration_test, a_failing_step_is_told_and_returned) {
   }
 }
 
-TEST_F(vrf_registration_test, a_refusal_of_the_service_is_returned) {
+TEST_F(vrf_registering, a_refusal_of_the_service_is_returned) {
   field::fail_next("vmap_c_notif_reg", 0, refused_code);
   EXPECT_EQ(ot_vmap_vrf_add("red", &handle), refused_code);
   EXPECT_EQ(handle, 0U);

@@ -14,7 +14,7 @@ ledger_dpv_notification entry(std::string& path, std::uint32_t kind, std::uint32
   return made;
 }
 
-TEST(LedgerNotices, OnlyWhatIsFollowedComes) {
+TEST(ledger_notices, only_what_is_followed_comes) {
   std::string x = "a/x";
   std::string y = "b/y";
   std::uint32_t up = 1;
@@ -38,7 +38,7 @@ ledger_notices batch_of(std::size_t count) {
   return ledger_notices(count, ledger_notice{.path = "t", .kind = ledger_notification_set});
 }
 
-TEST(LedgerBacklog, BatchesLeaveInOrder) {
+TEST(ledger_backlog, batches_leave_in_order) {
   ledger_backlog backlog;
   backlog.push(batch_of(1));
   backlog.push(batch_of(0));
@@ -49,7 +49,7 @@ TEST(LedgerBacklog, BatchesLeaveInOrder) {
   EXPECT_TRUE(backlog.pop().empty());
 }
 
-TEST(LedgerBacklog, OneResyncReplacesWhatDoesNotFit) {
+TEST(ledger_backlog, one_resync_replaces_what_does_not_fit) {
   ledger_backlog backlog;
   for (std::size_t i = 0; i < ledger_backlog::max_batches; ++i) {
     backlog.push(batch_of(1));
@@ -63,7 +63,7 @@ TEST(LedgerBacklog, OneResyncReplacesWhatDoesNotFit) {
   EXPECT_EQ(backlog.pop().size(), 3U);
 }
 
-TEST(LedgerBacklog, NoticesAreBoundedToo) {
+TEST(ledger_backlog, notices_are_bounded_too) {
   ledger_backlog backlog;
   backlog.push(batch_of(ledger_backlog::max_notices));
   backlog.push(batch_of(1));

@@ -21,14 +21,14 @@ constexpr ledger_tree_node nodes[] = {
 constexpr ledger_registration rows[] = {{"track/<name>/a", 1, nullptr, nullptr},
                                         {"track/<name>/type/<n>/<name>/end", 5, nullptr, nullptr}};
 
-class LedgerTree : public ::testing::Test {
+class ledger_tree : public ::testing::Test {
  protected:
   void SetUp() override { ASSERT_EQ(trees_.add("/cfg/gl/x/", nodes, rows), 0); }
   ledger_trees trees_;
   ledger_match match_;
 };
 
-TEST_F(LedgerTree, WildcardsBecomeFields) {
+TEST_F(ledger_tree, wildcards_become_fields) {
   ASSERT_EQ(trees_.match("/cfg/gl/x/track/up/type/0x1f/eth0/end", match_), 0);
   EXPECT_EQ(match_.row, &rows[1]);
   ASSERT_EQ(match_.fields.size(), 3U);
@@ -38,14 +38,14 @@ TEST_F(LedgerTree, WildcardsBecomeFields) {
   EXPECT_STREQ(match_.fields[2].text, "eth0");
 }
 
-TEST_F(LedgerTree, FieldsSurviveAMove) {
+TEST_F(ledger_tree, fields_survive_a_move) {
   ASSERT_EQ(trees_.match("/cfg/gl/x/track/t/a", match_), 0);
   const ledger_match moved = std::move(match_);
   ASSERT_EQ(moved.fields.size(), 1U);
   EXPECT_STREQ(moved.fields[0].text, "t");
 }
 
-TEST_F(LedgerTree, OtherPathsAreUnknown) {
+TEST_F(ledger_tree, other_paths_are_unknown) {
   for (const char* path :
        {"/cfg/gl/x/track", "/cfg/gl/x/track/t", "/cfg/gl/x/track/t/b", "/cfg/gl/x/track/t/a/a",
         "/cfg/gl/x/track//a", "/cfg/gl/x/", "/cfg/gl/y/track/t/a", "/oper/gl/x/track/t/a",
@@ -54,7 +54,7 @@ TEST_F(LedgerTree, OtherPathsAreUnknown) {
   }
 }
 
-TEST_F(LedgerTree, ANumberHasOneSpelling) {
+TEST_F(ledger_tree, a_number_has_one_spelling) {
   const auto status = [this](const char* number) {
     return trees_.match(std::string{"/cfg/gl/x/track/t/type/"} + number + "/i/end", match_);
   };
@@ -67,7 +67,7 @@ TEST_F(LedgerTree, ANumberHasOneSpelling) {
   }
 }
 
-TEST_F(LedgerTree, RootsMayNotOverlap) {
+TEST_F(ledger_tree, roots_may_not_overlap) {
   EXPECT_EQ(trees_.add("/cfg/gl/x/", nodes, rows), duplicate_key);
   EXPECT_EQ(trees_.add("/cfg/gl/", nodes, rows), duplicate_key);
   EXPECT_EQ(trees_.add("/cfg/gl/x/track/", nodes, rows), duplicate_key);
@@ -75,7 +75,7 @@ TEST_F(LedgerTree, RootsMayNotOverlap) {
   EXPECT_EQ(trees_.add("/oper/gl/z/", nodes, rows), invalid_argument);
 }
 
-TEST_F(LedgerTree, TablesThatDoNotFitTogetherAreRefused) {
+TEST_F(ledger_tree, tables_that_do_not_fit_together_are_refused) {
   ledger_trees trees;
   const auto refused = [&trees](ledger_tree_node node) {
     return trees.add("/cfg/q/", {&node, 1}, rows) == invalid_argument;
@@ -90,7 +90,7 @@ TEST_F(LedgerTree, TablesThatDoNotFitTogetherAreRefused) {
   EXPECT_TRUE(refused({"x", ledger_node_kind::name, -1, -1, 0, 0}));
 }
 
-TEST(LedgerBuiltinTree, KeepsTheTracksThatInterfacesFollow) {
+TEST(ledger_builtin_tree, keeps_the_tracks_that_interfaces_follow) {
   ledger_trees trees;
   ledger_match match;
   ASSERT_EQ(ledger_add_builtin_trees(trees), 0);
@@ -98,7 +98,7 @@ TEST(LedgerBuiltinTree, KeepsTheTracksThatInterfacesFollow) {
   EXPECT_EQ(ledger_row_kind(*match.row), ledger_kind::text);
 }
 
-TEST(LedgerValue, FaultsAreNamed) {
+TEST(ledger_value, faults_are_named) {
   const std::byte bytes[ledger_value_max + 4] = {};
   const auto fault = [&bytes](ledger_kind kind, std::size_t length) {
     return ledger_value_fault(kind, {bytes, length}) != nullptr;

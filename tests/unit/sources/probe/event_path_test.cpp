@@ -11,7 +11,7 @@ using std::chrono::milliseconds;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-class probe_road : public probe_service {
+class probe_event_path : public probe_service {
  protected:
   void SetUp() override {
     probe_service::SetUp();
@@ -29,14 +29,14 @@ class probe_road : public probe_service {
                     words[3].data(), words[4].data(), nullptr};
     return printed([&] { EXPECT_EQ(ot_show(5, argv), 0); });
   }
-  // Sets the wall clock after a poll has come, so that times are told alike.
+  // Sets the wall clock after a poll has come, so that times are printed alike.
   static void poll_at(std::int64_t seconds) {
     field::set_wall_clock(seconds - 2);
     next_poll();
   }
 };
 
-TEST_F(probe_road, a_failing_probe_is_published_everywhere) {
+TEST_F(probe_event_path, a_failing_probe_is_published_everywhere) {
   ASSERT_EQ(commit({set_number(track_path("l", "type/list/0x3/a"), 1),
                     set_number(track_path("l", "type/list/0x3/object/p/a"), 1)}),
             0);
@@ -56,7 +56,7 @@ TEST_F(probe_road, a_failing_probe_is_published_everywhere) {
   EXPECT_THAT(take_notifications(), ElementsAre("p set 2", "l set 1"));
 }
 
-TEST_F(probe_road, an_up_probe_shows_its_code_and_response_time) {
+TEST_F(probe_event_path, an_up_probe_shows_its_code_and_response_time) {
   EXPECT_EQ(shown("p", "all"),
             "\nTrack p \n"
             "\tProbe Monitor 7 reachability \n"
@@ -69,7 +69,7 @@ TEST_F(probe_road, an_up_probe_shows_its_code_and_response_time) {
                         "    reachability     Up   \n"));
 }
 
-TEST_F(probe_road, a_response_time_is_shown_after_success_only) {
+TEST_F(probe_event_path, a_response_time_is_shown_after_success_only) {
   field::probe_result(7, 2, 999);
   poll_at(1'700'000'060);
   EXPECT_EQ(shown("p", "all"),
@@ -82,7 +82,7 @@ TEST_F(probe_road, a_response_time_is_shown_after_success_only) {
   EXPECT_THAT(shown("p", ""), HasSubstr(" reachability     Down \n"));
 }
 
-TEST_F(probe_road, other_failures_show_their_code_without_a_reachability_line) {
+TEST_F(probe_event_path, other_failures_show_their_code_without_a_reachability_line) {
   field::probe_result(7, 4);
   poll_at(1'700'000'060);
   EXPECT_EQ(shown("p", "all"),
@@ -96,7 +96,7 @@ TEST_F(probe_road, other_failures_show_their_code_without_a_reachability_line) {
   EXPECT_THAT(shown("p", "all"), HasSubstr("return code: Unknown return code 77 \n"));
 }
 
-TEST_F(probe_road, an_operation_that_does_not_run_shows_that_alone) {
+TEST_F(probe_event_path, an_operation_that_does_not_run_shows_that_alone) {
   field::probe_stopped(7);
   next_poll();
   EXPECT_EQ(shown("p", "all"),
@@ -106,7 +106,7 @@ TEST_F(probe_road, an_operation_that_does_not_run_shows_that_alone) {
   EXPECT_THAT(shown("p", ""), HasSubstr(" reachability     Down \n"));
 }
 
-TEST_F(probe_road, a_delayed_change_shows_the_time_that_is_left) {
+TEST_F(probe_event_path, a_delayed_change_shows_the_time_that_is_left) {
   ASSERT_EQ(commit({set_number(track_path("p", "delay_down"), 30)}), 0);
   field::probe_result(7, 2);
   next_poll();
@@ -114,7 +114,7 @@ TEST_F(probe_road, a_delayed_change_shows_the_time_that_is_left) {
               HasSubstr("\tReachability is DOWN , delayed Down (30 secs remaining)\n"));
 }
 
-TEST_F(probe_road, a_restart_goes_on_from_the_published_state) {
+TEST_F(probe_event_path, a_restart_goes_on_from_the_published_state) {
   field::probe_result(7, 2);
   next_poll();
   ASSERT_EQ(published("p"), 2U);
@@ -129,7 +129,7 @@ TEST_F(probe_road, a_restart_goes_on_from_the_published_state) {
   EXPECT_EQ(published("p"), 1U);
 }
 
-TEST_F(probe_road, a_restart_without_the_package_keeps_the_configuration) {
+TEST_F(probe_event_path, a_restart_without_the_package_keeps_the_configuration) {
   stop();
   field::probe_package_removed();
   ASSERT_EQ(start(2), 0);

@@ -1,4 +1,4 @@
-// The road of one event through the whole service, on the in-memory router.
+// The path of one event through the whole service, on the in-memory router.
 #include <chrono>
 
 #include "platform/memory/controls.h"
@@ -11,7 +11,7 @@ using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class service_road : public running_service {
+class service_event_path : public running_service {
  protected:
   void SetUp() override {
     running_service::SetUp();
@@ -24,7 +24,7 @@ class service_road : public running_service {
   }
 };
 
-TEST_F(service_road, a_link_that_goes_down_is_published_everywhere) {
+TEST_F(service_event_path, a_link_that_goes_down_is_published_everywhere) {
   ASSERT_EQ(published("wan"), 1u);
   field::link_down("eth0");
   field::run_pending();
@@ -40,7 +40,7 @@ TEST_F(service_road, a_link_that_goes_down_is_published_everywhere) {
   EXPECT_THAT(take_notifications(), ElementsAre("wan set 2"));
 }
 
-TEST_F(service_road, a_restart_takes_the_configuration_and_the_states_over) {
+TEST_F(service_event_path, a_restart_takes_the_configuration_and_the_states_over) {
   field::link_down("eth0");
   field::run_pending();
   ASSERT_EQ(restart(), 0);
@@ -51,7 +51,7 @@ TEST_F(service_road, a_restart_takes_the_configuration_and_the_states_over) {
   EXPECT_EQ(published("wan"), 1u);
 }
 
-TEST_F(service_road, a_deleted_track_leaves_no_item) {
+TEST_F(service_event_path, a_deleted_track_leaves_no_item) {
   ASSERT_EQ(delete_track("wan"), 0);
   EXPECT_EQ(hash_db_get_track_item("wan"), nullptr);
   EXPECT_EQ(published("wan"), std::nullopt);
