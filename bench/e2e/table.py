@@ -2,7 +2,7 @@
 
 
 def row(what, value, unit, target=None):
-    """One figure. `target` is the most it may be; without one it is only told."""
+    """One figure. `target` is the most it may be; without one it is only printed."""
     return {"what": what, "value": value, "unit": unit, "target": target,
             "met": None if target is None else value <= target}
 

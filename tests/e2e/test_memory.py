@@ -18,7 +18,7 @@ def anonymous_kb(pid):
 
 def test_thousands_of_tracks_created_and_deleted(service):
     if service.build.sanitized:
-        pytest.skip("a sanitizer's own books grow with every allocation")
+        pytest.skip("a sanitizer's own records grow with every allocation")
     service.net.link("lan0")
     track = "/cfg/gl/object_tracking/track/churn"
     delays = [f"{track}/delay_up", f"{track}/delay_down"]

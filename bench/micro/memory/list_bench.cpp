@@ -1,6 +1,6 @@
 // One calculation of all lists, with nothing changed and with a change that travels through all of
-// them. The walk of the table decides which list of a chain is computed first, so the names are
-// dealt out along that walk.
+// them. The order of the table decides which list of a chain is computed first, so the names are
+// dealt out in that order.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -44,7 +44,7 @@ class router {
   router(const router&) = delete;
   router& operator=(const router&) = delete;
 
-  // The names of the lists in the order of the walk.
+  // The names of the lists in the order of the table.
   const std::vector<std::string>& names() const { return names_; }
 
   static void add(const std::string& list, const std::string& member) {
@@ -53,7 +53,7 @@ class router {
     }
   }
 
-  // Gives the leaf its other state, and lets the world around forget what it was told.
+  // Gives the leaf its other state, and drops what the platform in memory has collected.
   void flip() {
     state_ = state_ == track_state::up ? track_state::down : track_state::up;
     hash_db_get_track_item(leaf)->source_state = state_;
@@ -84,7 +84,7 @@ class router {
 
 // --- Shapes --------------------------------------------------------------------------------------
 
-// Each list has the next of the walk as its member: a pass computes one list.
+// Each list has the next in that order as its member: a pass computes one list.
 void chain_in_worst_order(const router& lists) {
   const auto& names = lists.names();
   for (std::size_t i = 0; i + 1 < names.size(); ++i) router::add(names[i], names[i + 1]);

@@ -27,7 +27,7 @@ void publish_memory(benchmark::State& state) {
     object_tracking_set_track_state_in_ledger_after_timer_expired("uplink", next);
     next = next == track_state::down ? track_state::up : track_state::down;
     if (++published % 512 == 0) {
-      // What the world around has collected is thrown away, unmeasured.
+      // What the platform in memory has collected is thrown away, unmeasured.
       state.PauseTiming();
       field::advance(std::chrono::seconds(1));
       field::take_messages();
