@@ -17,6 +17,7 @@ test_plan=(
 # others are GoogleTest programs. "all" stands for every level but "vm".
 test_programs=(
   "unit|unit_tests"
+  "unit|kind_tests"
   "tools|tools_tests"
   "tools|qmond_tests"
   "contract|contract_memory"

@@ -2,7 +2,7 @@
 // "/oper/gl/object-tracking/": u32 1 up, 2 anything else. Main thread.
 #pragma once
 
-#include "core/track.h"
+#include "core/track_type.h"
 #include "platform/ledger.h"
 
 namespace ot {

@@ -7,12 +7,14 @@
 #include <cstring>
 
 #include "core/debug.h"
+#include "core/track.h"
 #include "oper/outlets/events.h"
 #include "oper/outlets/notifications.h"
 #include "platform/clock.h"
 #include "platform/status.h"
 #include "state/ledger_state.h"
 #include "state/list_evaluation.h"
+#include "state/timers.h"
 
 namespace ot {
 namespace {

@@ -2,10 +2,11 @@
 // itself. Main thread.
 #pragma once
 
-#include "core/track.h"
-#include "state/timers.h"
+#include "core/track_type.h"
 
 namespace ot {
+
+struct ot_timer_ctx;
 
 // Reports `state` for the track: published at once, or when its delay has run out; a report of the
 // published state cancels a pending change, a repeat of the pending one leaves its delay running.

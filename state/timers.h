@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "core/track.h"
+#include "core/track_type.h"
 #include "platform/event_manager.h"
 #include "platform/timer_tree.h"
 

@@ -12,6 +12,7 @@
 #include "platform/robust_mutex.h"
 #include "platform/status.h"
 #include "state/ledger_state.h"
+#include "state/timers.h"
 
 namespace ot {
 

@@ -5,9 +5,10 @@
 
 #include "platform/ledger.h"
 #include "platform/ledger_provider.h"
-#include "state/timers.h"
 
 namespace ot {
+
+struct ot_timer_ctx;
 
 using ot_notification = ledger_dpv_notification;
 

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "core/track.h"
+#include "core/track_type.h"
 #include "oper/records/track_records.h"
 
 namespace ot {

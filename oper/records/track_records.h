@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "core/track.h"
+#include "core/track_type.h"
 #include "platform/brec.h"
 #include "platform/fixed_text.h"
 
