@@ -6,7 +6,7 @@
 #include <new>
 
 #include "platform/status.h"
-#include "sources/track_names.h"
+#include "state/publication.h"
 #include "state/track_record.h"
 
 namespace ot {

@@ -61,12 +61,4 @@ void set_following_tracks(const track_name_node* head, track_state state, const 
   }
 }
 
-int withdraw_up_state(ot_track& track) {
-  if (track.source_state != track_state::up) {
-    return status_ok;
-  }
-  track.source_state = track_state::unknown;
-  return object_tracking_set_track_state_in_ledger(track.name.c_str(), track_state::unknown);
-}
-
 }  // namespace ot

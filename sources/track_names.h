@@ -28,7 +28,4 @@ void free_track_names(track_name_node*& head) noexcept;
 // missing track (traced as `who`'s error) or a failed publication ends the walk.
 void set_following_tracks(const track_name_node* head, track_state state, const char* who);
 
-// Before a track is untied: a track that is up becomes unknown, not down. The publication's result.
-int withdraw_up_state(ot_track& track);
-
 }  // namespace ot

@@ -151,6 +151,14 @@ int object_tracking_set_track_state_in_ledger(const char* name, track_state stat
                                        : start_delay(*track, state);
 }
 
+int withdraw_up_state(ot_track& track) {
+  if (track.source_state != track_state::up) {
+    return status_ok;
+  }
+  track.source_state = track_state::unknown;
+  return object_tracking_set_track_state_in_ledger(track.name.c_str(), track_state::unknown);
+}
+
 int object_tracking_set_track_state_in_ledger_after_timer_expired(const char* name,
                                                                   track_state state) {
   char text[128];

@@ -1,4 +1,4 @@
-// Opening the interface manager connection, and the look-ups.
+// The interface manager connection, and the look-ups.
 
 #include "sources/interface/client.h"
 
@@ -7,6 +7,7 @@
 
 #include "core/connections.h"
 #include "core/debug.h"
+#include "platform/process.h"
 #include "platform/status.h"
 #include "sources/interface/notifications.h"
 
@@ -16,6 +17,7 @@ ifc_conn_ctx ot_ifm_conn_ctx;
 
 namespace {
 
+constexpr std::uint32_t ifm_connection_kind = 3;
 constexpr std::uint32_t bind_mode = 2;
 constexpr const char* open_name = "ot_ifm_open_func";
 
@@ -33,6 +35,11 @@ constexpr attribute_row attributes[] = {
 
 void report_init_failure(const char* text) noexcept {
   errmsg_log(&kor_msg_rec_ot_init_fail, kor_msg_rec_ot_init_fail.severity, text);
+}
+
+[[noreturn]] void fatal(const char* text) {
+  report_init_failure(text);
+  process_exit(1);
 }
 
 // A step that ends the open, with the operation's name for the operator.
@@ -72,6 +79,20 @@ int first_failure(int api_status, int item_status) noexcept {
 }
 
 }  // namespace
+
+int ot_init(evm* manager) {
+  OT_TRACE_DETAIL("(%s)", __func__);
+  evm_conn* connection = nullptr;
+  if (evm_conn_create(manager, ot_ifm_open_func, manager, ifm_connection_kind, &connection) !=
+      status_ok) {
+    fatal("event_conn_create failed");
+  }
+  const int status = evm_conn_open(connection);
+  if (status != status_ok && status != open_in_progress) {
+    fatal("event_conn_open failed");
+  }
+  return status;
+}
 
 std::uint32_t ot_ifm_open_func(void* manager) {
   OT_TRACE_DETAIL("(%s)", __func__);

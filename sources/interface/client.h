@@ -12,6 +12,10 @@ namespace ot {
 // Filled by the open routine, used by every call.
 extern ifc_conn_ctx ot_ifm_conn_ctx;
 
+// Opens the event connection on `manager`. 0 or open_in_progress; any other result ends the process
+// with 1 after an INIT_FAIL message: the service is of no use without interfaces.
+int ot_init(evm* manager);
+
 // Open routine of the event connection: binds, registers the callback and the two attributes that
 // decide whether a tracked interface is up. `manager` is the evm. A held connection is dropped
 // first; interface entries stay and are corrected by the next notifications. The connection's id,

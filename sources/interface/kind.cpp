@@ -3,7 +3,6 @@
 #include <cstdio>
 
 #include "config/verifiers.h"
-#include "core/start/main.h"
 #include "core/track.h"
 #include "core/track_kind.h"
 #include "platform/status.h"

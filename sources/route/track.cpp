@@ -8,6 +8,7 @@
 #include "sources/route/fib_connection.h"
 #include "sources/route/table.h"
 #include "sources/route/vrf_connection.h"
+#include "state/publication.h"
 
 namespace ot {
 namespace {

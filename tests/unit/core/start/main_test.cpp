@@ -6,6 +6,7 @@
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
 #include "platform/status.h"
+#include "sources/interface/client.h"
 #include "sources/interface/table.h"
 #include "state/ledger_state.h"
 #include "state/timers.h"
