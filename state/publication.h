@@ -7,6 +7,7 @@
 namespace ot {
 
 struct ot_timer_ctx;
+struct ot_track;
 
 // Reports `state` for the track: published at once, or when its delay has run out; a report of the
 // published state cancels a pending change, a repeat of the pending one leaves its delay running.
