@@ -1,13 +1,27 @@
 // Where an instance lives: OT_ROOT stands before every absolute path that the programs use at run
-// time, OT_PKG_ROOT before "/pkg/...". Both are empty on an installed router.
+// time, OT_PKG_ROOT before "/pkg/...". Both are empty on an installed router; they come from the
+// environment, so that several instances live side by side.
 #pragma once
 
+#include <cstdlib>
 #include <string>
 #include <string_view>
 
 namespace ot {
 
-std::string root_path(std::string_view absolute);
-std::string pkg_path(std::string_view absolute);
+inline std::string prefixed_path(const char* variable, std::string_view absolute) {
+  const char* prefix = std::getenv(variable);
+  std::string path(prefix == nullptr ? "" : prefix);
+  path += absolute;
+  return path;
+}
+
+inline std::string root_path(std::string_view absolute) {
+  return prefixed_path("OT_ROOT", absolute);
+}
+
+inline std::string pkg_path(std::string_view absolute) {
+  return prefixed_path("OT_PKG_ROOT", absolute);
+}
 
 }  // namespace ot

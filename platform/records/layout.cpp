@@ -4,7 +4,7 @@
 // allocates anything.
 #include <algorithm>
 
-#include "platform/records/parse.h"
+#include "platform/records/program.h"
 
 namespace ot {
 namespace {

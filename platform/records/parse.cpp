@@ -5,7 +5,7 @@
 // A reference to a type is kept as its number until all types are read, since a record may name a
 // type before it is defined. A pointer to a plain field gets a small unnamed type of its own, so
 // that every pointer leads to a type.
-#include "platform/records/parse.h"
+#include "platform/records/program.h"
 
 #include <algorithm>
 

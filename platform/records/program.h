@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 #include <vector>
 
 #include "platform/brec.h"
@@ -66,5 +67,20 @@ const brec_compiled* brec_find(const brec_descriptor& descriptor) noexcept;
 inline constexpr unsigned brec_most_depth = 16;
 // No record is longer when encoded, in bytes.
 inline constexpr std::size_t brec_most_encoded = std::size_t{1} << 24;
+
+// --- From the text to the program --------------------------------------------------------------
+
+enum class brec_form : std::uint8_t { full, brief };
+
+// Reads `fields` and lays the types out. False when the string is not a proper field string.
+// Throws std::bad_alloc.
+bool brec_parse(std::string_view fields, brec_form form, brec_program* ret);
+
+// Computes offsets, sizes and shortest encodings of the parsed types. False when a type contains
+// itself in place, is empty, or is too large. Called by brec_parse.
+bool brec_lay_out(std::vector<brec_type>& types);
+
+// The text of type `number` in the string, from '$' up to the ';'; empty when it is not there.
+std::string_view brec_definition(std::string_view fields, std::uint32_t number) noexcept;
 
 }  // namespace ot

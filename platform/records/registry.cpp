@@ -7,7 +7,6 @@
 #include <optional>
 #include <string_view>
 
-#include "platform/records/parse.h"
 #include "platform/records/program.h"
 #include "platform/records/wire.h"
 #include "platform/status.h"
