@@ -1,18 +1,85 @@
-// The in-memory BFD service. It acknowledges at once, through the client's loop; a session is up
-// while its peer answers.
-#include "platform/bfd_client.h"
+// The in-memory BFD service, its client's side and the test's. It acknowledges at once, through the
+// client's loop; a session is up while its peer answers.
+#include "platform/memory/bfd_controls.h"
 
 #include <arpa/inet.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <stdexcept>
 #include <utility>
 
-#include "platform/memory/awaiting.h"
-#include "platform/memory/bfd_field.h"
+#include "platform/bfd_client.h"
+#include "platform/memory/alloc_faults.h"
+#include "platform/memory/interface_field.h"
+#include "platform/memory/loops.h"
+#include "platform/memory/world.h"
 #include "platform/status.h"
 
 namespace ot {
 namespace {
+
+using bfd_field_key = std::pair<std::uint32_t, std::uint32_t>;  // handle, address in host order
+
+struct wanted_session {
+  std::uint32_t id = 0;
+  std::uint32_t rate = 0;
+  std::uint32_t debounce_count = 0;
+};
+
+struct bfd_part {
+  std::mutex mutex;
+  bool running = false;
+  std::optional<bfdc_bind_record> client;
+  std::size_t binds = 0;
+  std::size_t requests = 0;
+  std::uint32_t last_sequence = 0;
+  std::uint32_t last_id = 0;
+  int refusal = 0;  // of the next creation
+  std::map<bfd_field_key, wanted_session> wanted;
+  std::set<bfd_field_key> answering;
+
+  [[nodiscard]] bool up(const bfd_field_key& key) const {
+    return running && wanted.contains(key) && answering.contains(key);
+  }
+};
+
+// The part, locked as long as this lives.
+class locked_part {
+ public:
+  bfd_part& operator*() noexcept { return part_; }
+  bfd_part* operator->() noexcept { return &part_; }
+
+ private:
+  bfd_part& part_ = world_part<bfd_part>();
+  const std::scoped_lock<std::mutex> lock_{part_.mutex};
+};
+
+// Has one of the client's callbacks called with `message` on its loop; nobody is told when the
+// client has gone by then. With the part locked.
+template <typename Message>
+void bfd_tell(bfd_part& part, void (*bfdc_bind_record::*callback)(const Message*),
+              Message message) {
+  if (!part.client) {
+    return;
+  }
+  loop_post(part.client->manager, [callback, message] {
+    void (*call)(const Message*) = nullptr;
+    {
+      locked_part then;
+      call = then->client ? *then->client.*callback : nullptr;
+    }
+    if (call != nullptr) {
+      alloc_faults_resumed resume;
+      call(&message);
+    }
+  });
+}
 
 std::uint32_t host_address(const bfd_address& address) noexcept {
   std::uint32_t ipv4 = 0;
@@ -62,8 +129,6 @@ bfd_field_key key_of(const bfdc_session_request& request) noexcept {
   return {request.ifhandle, host_address(request.destination)};
 }
 
-}  // namespace
-
 void bfd_tell_state(bfd_part& part, const bfd_field_key& key, bool up) {
   bfd_tell(part, &bfdc_bind_record::state_changed,
            bfdc_event{bfdc_event_session_state, key.first, record_of(key.second), up ? 0U : 1U});
@@ -73,6 +138,25 @@ void bfd_tell_status(bfd_part& part, std::uint32_t status) {
   bfd_tell(part, &bfdc_bind_record::connection, bfdc_connection_status{status});
 }
 
+void tell_states_of_up_sessions(bfd_part& part, bool up) {
+  for (const auto& [key, session] : part.wanted) {
+    if (part.answering.contains(key)) {
+      bfd_tell_state(part, key, up);
+    }
+  }
+}
+
+bfd_field_key field_key(std::string_view interface, const char* address) {
+  const field_interface* found = world_part<interface_part>().find(interface);
+  in_addr parsed{};
+  if (found == nullptr || inet_pton(AF_INET, address, &parsed) != 1) {
+    throw std::runtime_error{"no such interface or address"};
+  }
+  return {found->handle, ntohl(parsed.s_addr)};
+}
+
+}  // namespace
+
 int bfdc_bind_nb(const bfdc_bind_record& record, void* /*context*/) noexcept {
   alloc_faults_paused pause;
   const auto failure = take_failure("bfdc_bind_nb");
@@ -81,14 +165,13 @@ int bfdc_bind_nb(const bfdc_bind_record& record, void* /*context*/) noexcept {
     return failure->result;
   }
   {
-    bfd_part& part = world_part<bfd_part>();
-    const std::scoped_lock lock{part.mutex};
-    part.client = record;
-    ++part.binds;
+    locked_part part;
+    part->client = record;
+    ++part->binds;
     loop_runs_here(record.manager);
-    bfd_tell(part, &bfdc_bind_record::bound, bfdc_bind_result{failure ? failure->item_status : 0});
-    if (part.running) {
-      bfd_tell_status(part, 1);
+    bfd_tell(*part, &bfdc_bind_record::bound, bfdc_bind_result{failure ? failure->item_status : 0});
+    if (part->running) {
+      bfd_tell_status(*part, 1);
     }
   }
   note_change();
@@ -97,16 +180,14 @@ int bfdc_bind_nb(const bfdc_bind_record& record, void* /*context*/) noexcept {
 
 void bfdc_unbind() noexcept {
   alloc_faults_paused pause;
-  bfd_part& part = world_part<bfd_part>();
-  const std::scoped_lock lock{part.mutex};
-  part.client.reset();
-  part.wanted.clear();
+  locked_part part;
+  part->client.reset();
+  part->wanted.clear();
 }
 
 bool bfdc_service_present() noexcept {
-  bfd_part& part = world_part<bfd_part>();
-  const std::scoped_lock lock{part.mutex};
-  return part.running;
+  locked_part part;
+  return part->running;
 }
 
 int bfdc_session_create_nb(const bfdc_session_request& request, bfdc_session_answer* ret) noexcept {
@@ -115,22 +196,21 @@ int bfdc_session_create_nb(const bfdc_session_request& request, bfdc_session_ans
     *ret = bfdc_session_answer{.result = invalid_argument, .session_id = 0, .sequence = 0};
     return status_ok;
   }
-  bfd_part& part = world_part<bfd_part>();
-  const std::scoped_lock lock{part.mutex};
-  const int status = take(part, "bfdc_session_create_nb", ret);
+  locked_part part;
+  const int status = take(*part, "bfdc_session_create_nb", ret);
   if (status != status_ok || ret->result != status_ok) {
     return status;
   }
-  const int refusal = std::exchange(part.refusal, 0);
+  const int refusal = std::exchange(part->refusal, 0);
   if (refusal == 0) {
-    const auto [it, is_new] = part.wanted.try_emplace(
-        key_of(request), wanted_session{part.last_id + 1, request.rate, request.debounce_count});
-    part.last_id += is_new ? 1U : 0U;
+    const auto [it, is_new] = part->wanted.try_emplace(
+        key_of(request), wanted_session{part->last_id + 1, request.rate, request.debounce_count});
+    part->last_id += is_new ? 1U : 0U;
     ret->session_id = it->second.id;
   }
-  acknowledge(part, request, bfdc_request_created, refusal);
-  if (part.up(key_of(request))) {
-    bfd_tell_state(part, key_of(request), true);
+  acknowledge(*part, request, bfdc_request_created, refusal);
+  if (part->up(key_of(request))) {
+    bfd_tell_state(*part, key_of(request), true);
   }
   return status_ok;
 }
@@ -138,14 +218,97 @@ int bfdc_session_create_nb(const bfdc_session_request& request, bfdc_session_ans
 int bfdc_session_delete_unconfig_nb(const bfdc_session_request& request,
                                     bfdc_session_answer* ret) noexcept {
   alloc_faults_paused pause;
-  bfd_part& part = world_part<bfd_part>();
-  const std::scoped_lock lock{part.mutex};
-  const int status = take(part, "bfdc_session_delete_unconfig_nb", ret);
+  locked_part part;
+  const int status = take(*part, "bfdc_session_delete_unconfig_nb", ret);
   if (status == status_ok && ret->result == status_ok) {
-    part.wanted.erase(key_of(request));
-    acknowledge(part, request, bfdc_request_unconfigured, 0);
+    part->wanted.erase(key_of(request));
+    acknowledge(*part, request, bfdc_request_unconfigured, 0);
   }
   return status;
 }
+
+namespace field {
+
+void bfd_engine_back() {
+  locked_part part;
+  part->running = true;
+  bfd_tell_status(*part, 1);
+  tell_states_of_up_sessions(*part, true);
+}
+
+void bfd_engine_away() {
+  locked_part part;
+  part->running = false;
+  bfd_tell_status(*part, 0);
+  tell_states_of_up_sessions(*part, false);
+}
+
+void bfd_peer_answers(std::string_view interface, const char* address) {
+  const bfd_field_key key = field_key(interface, address);
+  locked_part part;
+  part->answering.insert(key);
+  if (part->up(key)) {
+    bfd_tell_state(*part, key, true);
+  }
+}
+
+void bfd_peer_silent(std::string_view interface, const char* address) {
+  const bfd_field_key key = field_key(interface, address);
+  locked_part part;
+  const bool was_up = part->up(key);
+  part->answering.erase(key);
+  if (was_up) {
+    bfd_tell_state(*part, key, false);
+  }
+}
+
+void bfd_refuses_next(int error) {
+  locked_part part;
+  part->refusal = error;
+}
+
+void bfd_says_result(const bfdc_request_result& result) {
+  locked_part part;
+  bfd_tell(*part, &bfdc_bind_record::request_done, result);
+}
+
+void bfd_says_event(const bfdc_event& event) {
+  locked_part part;
+  bfd_tell(*part, &bfdc_bind_record::state_changed, event);
+}
+
+void bfd_says_status(std::uint32_t status) {
+  locked_part part;
+  bfd_tell_status(*part, status);
+}
+
+std::vector<bfd_wanted_session> bfd_wanted_sessions() {
+  locked_part part;
+  std::vector<bfd_wanted_session> sessions;
+  for (const auto& [key, session] : part->wanted) {
+    const in_addr address{htonl(key.second)};
+    char text[INET_ADDRSTRLEN] = "";
+    inet_ntop(AF_INET, &address, text, sizeof text);
+    sessions.push_back({key.first, text, session.rate, session.debounce_count});
+  }
+  return sessions;
+}
+
+std::size_t bfd_requests() {
+  locked_part part;
+  return part->requests;
+}
+
+std::size_t bfd_binds() {
+  locked_part part;
+  return part->binds;
+}
+
+std::string bfd_client_name() {
+  locked_part part;
+  return part->client ? std::string{part->client->client_name.view()} : "";
+}
+
+}  // namespace field
 
 }  // namespace ot

@@ -8,7 +8,6 @@
 #include "platform/event_manager.h"
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/loops.h"
-#include "platform/memory/virtual_time.h"
 #include "platform/memory/world.h"
 #include "platform/status.h"
 

@@ -13,10 +13,8 @@
 #include <vector>
 
 #include "platform/memory/alloc_faults.h"
-#include "platform/memory/awaiting.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/loops.h"
-#include "platform/memory/virtual_time.h"
 #include "platform/memory/world.h"
 #include "platform/status.h"
 

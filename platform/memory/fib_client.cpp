@@ -4,17 +4,43 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
+#include <map>
+#include <memory>
 #include <set>
+#include <string>
+#include <vector>
 
 #include "platform/ipv4.h"
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/controls.h"
-#include "platform/memory/fib_field.h"
 #include "platform/memory/loops.h"
 #include "platform/memory/world.h"
 #include "platform/status.h"
 
 namespace ot {
+namespace {
+
+std::uint32_t bits_of(std::uint32_t length) noexcept {
+  return ntohl(ipv4_prefixlen2mask(length));
+}
+
+// Host byte order inside, so that prefixes order and compare as numbers.
+struct field_prefix {
+  std::uint32_t table = 0;
+  std::uint32_t address = 0;
+  std::uint32_t length = 0;
+
+  friend auto operator<=>(const field_prefix&, const field_prefix&) = default;
+  // Whether one of the two contains the other.
+  [[nodiscard]] bool overlaps(const field_prefix& other) const noexcept {
+    return length <= other.length ? contains(other.address) : other.contains(address);
+  }
+  [[nodiscard]] bool contains(std::uint32_t host) const noexcept {
+    return ((host ^ address) & bits_of(length)) == 0;
+  }
+};
+
+}  // namespace
 
 struct rtclient {
   evm* manager = nullptr;
@@ -26,9 +52,11 @@ namespace {
 
 constexpr int fib_not_running = 111;  // ECONNREFUSED
 
-std::uint32_t bits_of(std::uint32_t length) noexcept {
-  return ntohl(ipv4_prefixlen2mask(length));
-}
+struct fib_part {
+  bool running = true;
+  std::map<field_prefix, std::string> routes;  // with the first hop
+  std::vector<std::unique_ptr<rtclient>> clients;
+};
 
 field_prefix prefix_of(const rtclient_registration& registration) noexcept {
   return {registration.table_id, ntohl(registration.prefix), registration.prefix_length};
@@ -83,14 +111,6 @@ field_prefix field_route(std::uint32_t table, const char* address, std::uint32_t
 }
 
 }  // namespace
-
-bool field_prefix::contains(std::uint32_t host) const noexcept {
-  return ((host ^ address) & bits_of(length)) == 0;
-}
-
-bool field_prefix::overlaps(const field_prefix& other) const noexcept {
-  return length <= other.length ? contains(other.address) : other.contains(address);
-}
 
 int rtclient_init(const rtclient_parameters& parameters, const rtclient_callbacks& callbacks,
                   rtclient** ret) noexcept {

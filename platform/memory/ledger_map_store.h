@@ -6,7 +6,7 @@
 #include <map>
 #include <string>
 
-#include "platform/ledger/engine/store.h"
+#include "platform/ledger/engine/environment.h"
 
 namespace ot {
 

@@ -1,6 +1,6 @@
 // Virtual time and all that hangs on it: the alarms of timer trees and of connection retries, the
 // wall clock, and the controls that let time pass.
-#include "platform/memory/virtual_time.h"
+#include "platform/memory/loops.h"
 
 #include <algorithm>
 #include <new>
@@ -10,7 +10,6 @@
 #include "platform/common/timer_driver.h"
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/controls.h"
-#include "platform/memory/loops.h"
 #include "platform/memory/world.h"
 
 namespace ot {

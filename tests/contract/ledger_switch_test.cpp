@@ -1,5 +1,5 @@
 // Items that switch a word: trace flags.
-#include "platform/ledger/engine/switch.h"
+#include "platform/ledger/calls/call.h"
 
 #include <gtest/gtest.h>
 

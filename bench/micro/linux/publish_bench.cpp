@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "core/start/main.h"
-#include "platform/ledger/server/hosting.h"
+#include "platform/ledger/server/server.h"
 #include "sources/interface/track.h"
 #include "state/publication.h"
 

@@ -7,7 +7,6 @@
 #include <new>
 
 #include "platform/ledger/calls/call.h"
-#include "platform/ledger/calls/connection.h"
 #include "platform/ledger_datalist.h"
 
 namespace ot {

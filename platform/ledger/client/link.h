@@ -6,7 +6,7 @@
 #include <span>
 
 #include "platform/ledger/client/bus.h"
-#include "platform/ledger/wire.h"
+#include "platform/ledger/messages.h"
 
 namespace ot {
 

@@ -1,12 +1,15 @@
 // The operations on single items: which store a path belongs to, what a provider answers in its
-// place, and the switches that follow an item. Commits and replay are in ledger_engine_commit.cpp.
+// place, and the switches that follow an item. Commits and replay are in commit.cpp.
 #include "platform/ledger/engine/engine.h"
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
-#include "platform/ledger/engine/builtin_tree.h"
-#include "platform/ledger/path.h"
+#include "platform/ledger/calls/call.h"
+#include "platform/ledger/item.h"
+#include "platform/ledger_config.h"
+#include "platform/ledger_provider.h"
 #include "platform/status.h"
 
 namespace ot {
@@ -19,6 +22,17 @@ constexpr std::string_view configuration_root = "/cfg/";
 
 bool is_operational(std::string_view path) noexcept {
   return path.starts_with("/oper/") || path.starts_with("/debug/");
+}
+
+template <typename Body>
+int on_engine(Body body) {
+  try {
+    return ledger_enter_host([](ledger_engine& engine,
+                                void* argument) { return (*static_cast<Body*>(argument))(engine); },
+                             &body);
+  } catch (const std::bad_alloc&) {
+    return no_memory;
+  }
 }
 
 }  // namespace
@@ -139,6 +153,35 @@ int ledger_engine::register_providers(std::string_view root,
 
 int ledger_engine::notify(std::string_view base, std::span<const ledger_dpv_notification> entries) {
   return environment_.notify(base, entries);
+}
+
+// --- The hosting service's side of the ledger's interface
+// ------------------------------------------
+
+int ledger_config_register(const char* root, std::span<const ledger_tree_node> nodes,
+                           std::span<const ledger_registration> rows) noexcept {
+  return on_engine([&](ledger_engine& engine) { return engine.register_tree(root, nodes, rows); });
+}
+
+int ledger_config_replay(const char* root) {
+  int failures = -1;
+  on_engine([&](ledger_engine& engine) {
+    failures = engine.replay(root);
+    return status_ok;
+  });
+  return failures;
+}
+
+int ledger_dpv_register(const char* root, std::span<const ledger_dpv_provider> rows) noexcept {
+  return on_engine([&](ledger_engine& engine) { return engine.register_providers(root, rows); });
+}
+
+int ledger_dpv_generate_notifications(ledger_conn* connection,
+                                      const ledger_dpv_notification* entries,
+                                      std::uint32_t count) noexcept {
+  return on_engine([&](ledger_engine& engine) {
+    return engine.notify(ledger_conn_base(connection), {entries, count});
+  });
 }
 
 }  // namespace ot

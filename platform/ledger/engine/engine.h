@@ -12,14 +12,13 @@
 #include "platform/ledger/calls/backend.h"
 #include "platform/ledger/engine/environment.h"
 #include "platform/ledger/engine/providers.h"
-#include "platform/ledger/engine/store.h"
 #include "platform/ledger/engine/tree.h"
 
 namespace ot {
 
 class ledger_engine : public ledger_backend {
  public:
-  // Knows the platform's own trees (ledger_builtin_tree.h) from the start. What is handed in stays
+  // Knows the ledger's own tree (tree.h) from the start. What is handed in stays
   // the caller's and outlives the engine.
   ledger_engine(ledger_store& configuration, ledger_store& operational,
                 ledger_environment& environment);
@@ -62,5 +61,9 @@ class ledger_engine : public ledger_backend {
   std::uint64_t generation_ = 1;
   bool busy_ = false;  // a commit or a replay is running
 };
+
+// What only the process that hosts the ledger can do. Runs `body(engine, argument)` with the engine
+// that this process hosts, under the platform's pause; ledger_unreachable when it hosts none.
+int ledger_enter_host(int (*body)(ledger_engine& engine, void* argument), void* argument);
 
 }  // namespace ot

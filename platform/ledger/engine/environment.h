@@ -1,10 +1,14 @@
-// What the engine needs of the platform it runs on.
+// What the engine needs of the platform it runs on: two stores, one for the configuration and one
+// for operational items, a log, and a way to the readers that follow data. Main thread.
 #pragma once
 
+#include <cstddef>
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "platform/ledger/calls/backend.h"
 #include "platform/ledger_provider.h"
 
 namespace ot {
@@ -38,5 +42,41 @@ int ledger_in_service(ledger_environment& environment, Body body) {
       &state);
   return state.result;
 }
+
+// --- Stores ------------------------------------------------------------------------------------
+// Paths are absolute and valid (item.h). Operations may throw bad_alloc.
+
+struct ledger_write {
+  std::string_view path;
+  bool remove = false;
+  ledger_kind kind = ledger_kind::u32;
+  std::span<const std::byte> value = {};
+};
+
+class ledger_store {
+ public:
+  virtual ~ledger_store() = default;
+
+  // 0, ledger_no_data, or a status code.
+  virtual int get(std::string_view path, ledger_value& ret) = 0;
+
+  // All of it or nothing, in the order given. A new item gets the next sequence number, a set keeps
+  // its item's. A remove of an absent item is ledger_no_data, and nothing is written. 0,
+  // ledger_full, ledger_storage_failure.
+  virtual int write(std::span<const ledger_write> writes) = 0;
+
+  // False when new items are no longer taken; sets and removes still are.
+  virtual bool takes_new_items() = 0;
+
+  // Appends at most `limit` items whose path begins with `prefix` and is greater than `after`, in
+  // path order.
+  virtual int page(std::string_view prefix, std::string_view after, std::size_t limit,
+                   std::vector<ledger_stored>& ret) = 0;
+
+  // Appends at most `limit` items with a sequence number above `after`, in that order. For the
+  // configuration only.
+  virtual int page_in_order(std::uint64_t after, std::size_t limit,
+                            std::vector<ledger_stored>& ret) = 0;
+};
 
 }  // namespace ot

@@ -6,13 +6,47 @@
 
 #include <algorithm>
 #include <memory>
+#include <new>
 
-#include "platform/ledger/lists.h"
-#include "platform/ledger/path.h"
+#include "platform/ledger/item.h"
 #include "platform/status.h"
 
 namespace ot {
+
+// The lists that providers build. The service builds, so its lack of memory is its own: every
+// function reports it and leaves the list as it was.
+struct ledger_dpv_entries {
+  std::vector<ledger_entry> entries;
+  bool more = false;
+};
+
+// Two types, so that one cannot be handed in for the other.
+struct ledger_dpv_list : ledger_dpv_entries {};
+struct ledger_dpv_datalist : ledger_dpv_entries {};
+
 namespace {
+
+int add_entry(ledger_dpv_entries* list, const char* name, std::uint32_t data_kind,
+              std::span<const std::byte> data) noexcept {
+  if (list == nullptr || name == nullptr) {
+    return invalid_argument;
+  }
+  try {
+    list->entries.push_back(
+        {.name = name, .data_kind = data_kind, .data = {data.begin(), data.end()}});
+  } catch (const std::bad_alloc&) {
+    return no_memory;
+  }
+  return status_ok;
+}
+
+int set_more_flag(ledger_dpv_entries* list) noexcept {
+  if (list == nullptr) {
+    return invalid_argument;
+  }
+  list->more = true;
+  return status_ok;
+}
 
 struct list_request {
   using handle = ledger_dpv_list;
@@ -160,6 +194,41 @@ int ledger_providers::list(const ledger_list_query& query, ledger_page& ret) con
   ret.entries = std::move(answer.entries);
   ret.continuation = ret.has_continuation ? ret.entries.back().name : std::string{};
   return status_ok;
+}
+
+ledger_dpv_list* ledger_dpv_list_create() noexcept {
+  return new (std::nothrow) ledger_dpv_list;
+}
+
+int ledger_dpv_list_add(ledger_dpv_list* list, const char* name, std::uint32_t data_kind,
+                        std::uint32_t /*flags*/) noexcept {
+  return add_entry(list, name, data_kind, {});
+}
+
+int ledger_dpv_list_set_more_flag(ledger_dpv_list* list) noexcept {
+  return set_more_flag(list);
+}
+
+void ledger_dpv_list_free(ledger_dpv_list* list) noexcept {
+  delete list;
+}
+
+ledger_dpv_datalist* ledger_dpv_datalist_create() noexcept {
+  return new (std::nothrow) ledger_dpv_datalist;
+}
+
+int ledger_dpv_datalist_add(ledger_dpv_datalist* list, const char* name, std::uint32_t data_kind,
+                            std::uint32_t /*flags*/, const std::byte* data,
+                            std::size_t length) noexcept {
+  return add_entry(list, name, data_kind, {data, length});
+}
+
+int ledger_dpv_datalist_set_more_flag(ledger_dpv_datalist* list) noexcept {
+  return set_more_flag(list);
+}
+
+void ledger_dpv_datalist_free(ledger_dpv_datalist* list) noexcept {
+  delete list;
 }
 
 }  // namespace ot

@@ -7,7 +7,7 @@
 #include <charconv>
 #include <cstring>
 
-#include "platform/ledger/path.h"
+#include "platform/ledger/item.h"
 #include "platform/status.h"
 
 namespace ot {
@@ -111,6 +111,18 @@ class matcher {
   std::vector<ledger_path_field>& fields_;
 };
 
+// The interfaces' own configuration belongs to other services of the router; the one leaf of it
+// that speaks of tracks is kept here, so that it can be configured and read beside the tracks.
+constexpr ledger_tree_node interface_nodes[] = {
+    {nullptr, ledger_node_kind::name, 1, -1, -1, 1},
+    {nullptr, ledger_node_kind::name, 2, -1, -1, 1},
+    {"track_name", ledger_node_kind::literal, -1, -1, 0, 0},
+};
+
+constexpr ledger_registration interface_rows[] = {
+    {"<interface>/<service>/track_name", ledger_row_text, nullptr, nullptr},
+};
+
 }  // namespace
 
 int ledger_trees::add(std::string_view root, node_span nodes,
@@ -156,24 +168,8 @@ ledger_kind ledger_row_kind(const ledger_registration& row) noexcept {
   return (row.flags & ledger_row_tuple) != 0 ? ledger_kind::tuple : ledger_kind::u32;
 }
 
-const char* ledger_value_fault(ledger_kind kind, std::span<const std::byte> bytes) noexcept {
-  if (bytes.size() > ledger_value_max) {
-    return "the value is too long";
-  }
-  switch (kind) {
-    case ledger_kind::u32:
-      return bytes.size() == sizeof(std::uint32_t) ? nullptr : "the number is not of 4 bytes";
-    case ledger_kind::text:
-      return std::find(bytes.begin(), bytes.end(), std::byte{0}) == bytes.end()
-                 ? nullptr
-                 : "the text holds a zero byte";
-    case ledger_kind::tuple:
-      return !bytes.empty() && bytes.size() % 4 == 0 ? nullptr
-                                                     : "the tuple is not of whole numbers";
-    case ledger_kind::record:
-      return nullptr;
-  }
-  return "the kind of value is not known";
+int ledger_add_builtin_trees(ledger_trees& trees) {
+  return trees.add("/cfg/if/act/", interface_nodes, interface_rows);
 }
 
 }  // namespace ot

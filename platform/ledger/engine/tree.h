@@ -12,8 +12,6 @@
 
 namespace ot {
 
-inline constexpr std::size_t ledger_value_max = 4096;  // bytes of a text or a tuple
-
 // A path that a tree knows, with its wildcards taken out. Moves keep the fields valid.
 struct ledger_match {
   std::unique_ptr<char[]> elements;  // the path with its elements terminated
@@ -42,8 +40,8 @@ class ledger_trees {
 // The kind of value that a row's items have.
 [[nodiscard]] ledger_kind ledger_row_kind(const ledger_registration& row) noexcept;
 
-// Null when the bytes are a good value of the kind, else what is wrong with them.
-[[nodiscard]] const char* ledger_value_fault(ledger_kind kind,
-                                             std::span<const std::byte> bytes) noexcept;
+// Adds the tree that the ledger brings along: "/cfg/if/act/<interface>/<service>/track_name", the
+// services of an interface that follow a track. The items are only kept for whoever reads them.
+int ledger_add_builtin_trees(ledger_trees& trees);
 
 }  // namespace ot

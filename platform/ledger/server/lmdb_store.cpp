@@ -1,5 +1,7 @@
-// Opening a store. Its file is as large as its map from the start, where the disk has room for it,
-// so that a disk filled up by others does not stop the configuration from changing.
+// Opening and reading a store. Its file is as large as its map from the start, where the disk has
+// room for it, so that a disk filled up by others does not stop the configuration from changing. A
+// read sees the batch under way, if there is one; values are copied out at once, so nothing of the
+// map is held between two calls.
 #include "platform/ledger/server/lmdb_store.h"
 
 #include <fcntl.h>
@@ -7,13 +9,28 @@
 
 #include <cerrno>
 
-#include "platform/ledger/server/lmdb_item.h"
 #include "platform/status.h"
 
 namespace ot {
 namespace {
 
 constexpr mdb_mode_t file_mode = 0600;
+
+// 0, or a status code.
+int copy_item(std::string_view path, const MDB_val& stored, ledger_stored& ret) {
+  lmdb_item_head head{};
+  std::span<const std::byte> value;
+  if (!lmdb_split(stored, head, value)) {
+    return ledger_storage_failure;
+  }
+  ret.path = path;
+  ret.sequence = head.sequence;
+  return ledger_value_assign(ret.value, head.kind, value);
+}
+
+int end_of_walk(int code) noexcept {
+  return code == MDB_SUCCESS || code == MDB_NOTFOUND ? status_ok : ledger_storage_failure;
+}
 
 }  // namespace
 
@@ -120,6 +137,107 @@ bool lmdb_store::has_room(MDB_txn* txn) const noexcept {
     page_bytes = stat.ms_psize;
   }
   return pages * page_bytes < options_.map_bytes / 2;
+}
+
+// One read: the batch's transaction, or the store's own reading one for as long as this lives.
+class lmdb_store::reading {
+ public:
+  explicit reading(lmdb_store& store) noexcept
+      : txn_(store.writer_ != nullptr ? store.writer_ : store.reader_),
+        renewed_(store.writer_ == nullptr && mdb_txn_renew(txn_) == MDB_SUCCESS),
+        usable_(store.writer_ != nullptr || renewed_) {}
+  ~reading() {
+    if (cursor_ != nullptr) {
+      mdb_cursor_close(cursor_);
+    }
+    if (renewed_) {
+      mdb_txn_reset(txn_);
+    }
+  }
+  reading(const reading&) = delete;
+  reading& operator=(const reading&) = delete;
+
+  [[nodiscard]] MDB_txn* txn() const noexcept { return usable_ ? txn_ : nullptr; }
+  [[nodiscard]] MDB_cursor* cursor(MDB_dbi table) noexcept {
+    return usable_ && mdb_cursor_open(txn_, table, &cursor_) == MDB_SUCCESS ? cursor_ : nullptr;
+  }
+
+ private:
+  MDB_txn* txn_;
+  bool renewed_;
+  bool usable_;
+  MDB_cursor* cursor_ = nullptr;
+};
+
+int lmdb_store::get(std::string_view path, ledger_value& ret) {
+  const reading read{*this};
+  if (read.txn() == nullptr) {
+    return ledger_storage_failure;
+  }
+  MDB_val key = lmdb_key(path);
+  MDB_val found{};
+  const int code = mdb_get(read.txn(), items_, &key, &found);
+  if (code != MDB_SUCCESS) {
+    return code == MDB_NOTFOUND ? ledger_no_data : ledger_storage_failure;
+  }
+  lmdb_item_head head{};
+  std::span<const std::byte> value;
+  return lmdb_split(found, head, value) ? ledger_value_assign(ret, head.kind, value)
+                                        : ledger_storage_failure;
+}
+
+bool lmdb_store::takes_new_items() {
+  const reading read{*this};
+  return read.txn() != nullptr && has_room(read.txn());
+}
+
+int lmdb_store::page(std::string_view prefix, std::string_view after, std::size_t limit,
+                     std::vector<ledger_stored>& ret) {
+  reading read{*this};
+  MDB_cursor* cursor = read.cursor(items_);
+  if (cursor == nullptr) {
+    return ledger_storage_failure;
+  }
+  const std::string_view from = after < prefix ? prefix : after;
+  MDB_val key = lmdb_key(from);
+  MDB_val stored{};
+  int code = mdb_cursor_get(cursor, &key, &stored, MDB_SET_RANGE);
+  if (code == MDB_SUCCESS && lmdb_text_of(key) == after) {
+    code = mdb_cursor_get(cursor, &key, &stored, MDB_NEXT);
+  }
+  for (; code == MDB_SUCCESS && limit > 0 && lmdb_text_of(key).starts_with(prefix); --limit) {
+    if (const int status = copy_item(lmdb_text_of(key), stored, ret.emplace_back());
+        status != status_ok) {
+      return status;
+    }
+    code = mdb_cursor_get(cursor, &key, &stored, MDB_NEXT);
+  }
+  return end_of_walk(code);
+}
+
+int lmdb_store::page_in_order(std::uint64_t after, std::size_t limit,
+                              std::vector<ledger_stored>& ret) {
+  reading read{*this};
+  MDB_cursor* cursor = read.cursor(order_);
+  if (cursor == nullptr) {
+    return ledger_storage_failure;
+  }
+  std::uint64_t first = after + 1;
+  MDB_val place{sizeof first, &first};
+  MDB_val path{};
+  int code = mdb_cursor_get(cursor, &place, &path, MDB_SET_RANGE);
+  for (; code == MDB_SUCCESS && limit > 0; --limit) {
+    MDB_val stored{};
+    if (mdb_get(read.txn(), items_, &path, &stored) != MDB_SUCCESS) {
+      return ledger_storage_failure;
+    }
+    if (const int status = copy_item(lmdb_text_of(path), stored, ret.emplace_back());
+        status != status_ok) {
+      return status;
+    }
+    code = mdb_cursor_get(cursor, &place, &path, MDB_NEXT);
+  }
+  return end_of_walk(code);
 }
 
 }  // namespace ot

@@ -4,10 +4,13 @@
 
 #include <lmdb.h>
 
-#include <memory>
+#include <cstdint>
+#include <cstring>
+#include <span>
 #include <string>
+#include <string_view>
 
-#include "platform/ledger/engine/store.h"
+#include "platform/ledger/engine/environment.h"
 
 namespace ot {
 
@@ -73,5 +76,35 @@ class lmdb_store : public ledger_store {
   std::size_t gathered_ = 0;   // writes in the batch
   bool room_ = true;           // as the batch began
 };
+
+// --- How an item lies in the file --------------------------------------------------------------
+
+// Before the value's bytes.
+struct lmdb_item_head {
+  std::uint64_t sequence;
+  ledger_kind kind;
+  std::uint32_t reserved;
+};
+static_assert(sizeof(lmdb_item_head) == 16);
+
+inline MDB_val lmdb_key(std::string_view path) noexcept {
+  return {path.size(), const_cast<char*>(path.data())};
+}
+
+inline std::string_view lmdb_text_of(const MDB_val& value) noexcept {
+  return {static_cast<const char*>(value.mv_data), value.mv_size};
+}
+
+// False for bytes that no store has written. `ret_value` is a view into the file's map.
+inline bool lmdb_split(const MDB_val& stored, lmdb_item_head& ret,
+                       std::span<const std::byte>& ret_value) noexcept {
+  if (stored.mv_size < sizeof ret) {
+    return false;
+  }
+  const auto* bytes = static_cast<const std::byte*>(stored.mv_data);
+  std::memcpy(&ret, bytes, sizeof ret);
+  ret_value = {bytes + sizeof ret, stored.mv_size - sizeof ret};
+  return true;
+}
 
 }  // namespace ot

@@ -2,11 +2,11 @@
 // and deletes have to find room for that. A batch of operational items is one transaction that the
 // event loop ends before it waits; it is ended early before it could touch more pages than the
 // second half has.
+#include "platform/ledger/server/lmdb_store.h"
+
 #include <algorithm>
 #include <cerrno>
 
-#include "platform/ledger/server/lmdb_item.h"
-#include "platform/ledger/server/lmdb_store.h"
 #include "platform/status.h"
 
 namespace ot {

@@ -13,9 +13,8 @@
 #include <new>
 #include <utility>
 
+#include "platform/ledger/item.h"
 #include "platform/ledger/messages.h"
-#include "platform/ledger/path.h"
-#include "platform/ledger/server/requests.h"
 #include "platform/status.h"
 
 namespace ot {

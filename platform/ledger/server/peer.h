@@ -9,8 +9,7 @@
 
 #include "platform/ledger/client/bus.h"
 #include "platform/ledger/engine/backlog.h"
-#include "platform/ledger/engine/engine.h"
-#include "platform/ledger/server/access.h"
+#include "platform/ledger/server/requests.h"
 #include "platform/linux/unique_fd.h"
 
 namespace ot {

@@ -2,7 +2,12 @@
 // not fit its row is answered as malformed before the engine sees any of it.
 #include "platform/ledger/server/requests.h"
 
-#include "platform/ledger/messages.h"
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+
 #include "platform/status.h"
 
 namespace ot {
@@ -83,7 +88,33 @@ constexpr request_row request_rows[] = {
     {ledger_member::list, false, serve_list},
 };
 
+bool is_member(int socket, gid_t primary, gid_t members) noexcept {
+  if (members == static_cast<gid_t>(-1)) {
+    return false;
+  }
+  // A user in more groups than this counts by its primary one only.
+  std::array<gid_t, 256> groups{};
+  socklen_t bytes = sizeof groups;
+  const bool known = getsockopt(socket, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &bytes) == 0;
+  const auto end = groups.begin() + (known ? bytes / sizeof(gid_t) : 0);
+  return primary == members || std::find(groups.begin(), end, members) != end;
+}
+
 }  // namespace
+
+// Rights by SO_PEERCRED and SO_PEERGROUPS: what the kernel noted when the other end connected.
+ledger_rights ledger_rights_of(int socket, gid_t members) noexcept {
+  ucred peer{};
+  socklen_t length = sizeof peer;
+  if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0) {
+    return {};
+  }
+  if (peer.uid == 0 || peer.uid == geteuid()) {
+    return {.read = true, .write = true};
+  }
+  const bool member = is_member(socket, peer.gid, members);
+  return {.read = member, .write = member};
+}
 
 bool ledger_serve_request(ledger_engine& engine, const ledger_rights& rights,
                           std::string_view member, std::span<const std::byte> body,

@@ -1,13 +1,24 @@
-// The requests that the socket carries to the engine.
+// The requests that the socket carries to the engine, and who may make them.
 #pragma once
 
+#include <sys/types.h>
+
+#include <span>
 #include <string_view>
 
 #include "platform/ledger/engine/engine.h"
-#include "platform/ledger/server/access.h"
-#include "platform/ledger/wire.h"
+#include "platform/ledger/messages.h"
 
 namespace ot {
+
+struct ledger_rights {
+  bool read = false;
+  bool write = false;
+};
+
+// Root, the service's own user and the members of `members` (-1: no such group) may do everything,
+// others nothing.
+ledger_rights ledger_rights_of(int socket, gid_t members) noexcept;
 
 // Serves one request: reads its body, asks the engine and writes the answer, status first. False
 // for a member that there is none of. May throw bad_alloc.

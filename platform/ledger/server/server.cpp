@@ -1,23 +1,34 @@
-// The ledger in its process. The lock comes first, so that a second instance touches nothing; the
-// socket comes last and is served only when the service says that it is ready. Connections over the
-// cap wait in the kernel's queue until another one ends.
+// The one ledger of the service's process: stores, engine and socket. The lock comes first, so that
+// a second instance touches nothing; the socket comes last and is served only when the service says
+// that it is ready. Connections over the cap wait in the kernel's queue until another one ends.
 #include "platform/ledger/server/server.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <new>
+#include <string>
+#include <vector>
 
 #include "platform/common/root_path.h"
+#include "platform/ledger/calls/call.h"
+#include "platform/ledger/engine/engine.h"
 #include "platform/ledger/messages.h"
+#include "platform/ledger/server/lmdb_store.h"
+#include "platform/ledger/server/peer.h"
 #include "platform/linux/loop/sd_event.h"
 #include "platform/linux/process/boot.h"
 #include "platform/linux/process/directories.h"
+#include "platform/linux/unique_fd.h"
 #include "platform/linux/unix_address.h"
 #include "platform/messages.h"
 #include "platform/status.h"
@@ -44,7 +55,73 @@ int failed(std::string& ret_error, const std::string& path, int error) {
   return error == ENOMEM ? no_memory : ledger_storage_failure;
 }
 
-}  // namespace
+// Takes the lock that keeps a second instance out: a file in the run directory, which names the
+// process that holds it for whoever is refused. It is held as long as the descriptor is open,
+// however the process ends. Not valid when another process has it, or when it cannot be made:
+// `ret_error` says which.
+unique_fd take_instance_lock(const std::string& path, std::string& ret_error) {
+  unique_fd file{::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640)};
+  if (!file.valid()) {
+    ret_error = path + ": " + strerrordesc_np(errno);
+    return {};
+  }
+  char text[32] = {};
+  if (flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
+    const bool taken = errno == EWOULDBLOCK;
+    const ssize_t length = pread(file.get(), text, sizeof text - 1, 0);
+    ret_error = !taken ? path + ": " + strerrordesc_np(errno)
+                       : "another instance runs already: process " +
+                             std::to_string(length > 0 ? std::atol(text) : 0) + " holds " + path;
+    return {};
+  }
+  const int length = std::snprintf(text, sizeof text, "%ld\n", static_cast<long>(getpid()));
+  if (ftruncate(file.get(), 0) != 0 ||
+      pwrite(file.get(), text, static_cast<std::size_t>(length), 0) != length) {
+    ret_error = path + ": " + strerrordesc_np(errno);
+    return {};
+  }
+  return file;
+}
+
+class ledger_server : public ledger_environment, public ledger_peer_owner {
+ public:
+  ledger_server();
+  ~ledger_server() override;
+
+  // 0 or a status code with a text for the operator.
+  int open(evm* manager, std::string& ret_error);
+  void serve() noexcept;
+  // Ends what a handler left to be done in one go.
+  void flush() noexcept;
+
+  [[nodiscard]] ledger_engine& engine() noexcept { return engine_; }
+
+  void log(const std::string& line) override;
+  int notify(std::string_view base, std::span<const ledger_dpv_notification> entries) override;
+  void peer_ended(ledger_peer& peer) noexcept override;
+
+ private:
+  static int on_connection(sd_event_source* source, int fd, std::uint32_t events,
+                           void* userdata) noexcept;
+
+  int open_places(std::string& ret_error);
+  int open_store(lmdb_store& store, const lmdb_options& options, std::string& ret_error);
+  int listen(evm* manager, std::string& ret_error);
+  void accept_one(int listener) noexcept;
+  void adjust_accepting() noexcept;
+
+  unique_fd lock_;
+  gid_t members_;
+  lmdb_store configuration_;
+  lmdb_store operational_;
+  ledger_engine engine_;
+  sd_event* event_ = nullptr;
+  unique_fd listener_;
+  std::string socket_path_;
+  event_source accepting_;
+  bool serving_ = false;
+  std::vector<std::unique_ptr<ledger_peer>> peers_;
+};
 
 ledger_server::ledger_server()
     : members_(service_group()), engine_(configuration_, operational_, *this) {}
@@ -85,7 +162,8 @@ int ledger_server::open_places(std::string& ret_error) {
   if (const int error = make_directory(lib, 0700); error != 0) {
     return failed(ret_error, lib, error);
   }
-  return lock_.take(run + "/ledger.lock", ret_error) ? status_ok : ledger_not_available;
+  lock_ = take_instance_lock(run + "/ledger.lock", ret_error);
+  return lock_.valid() ? status_ok : ledger_not_available;
 }
 
 int ledger_server::open_store(lmdb_store& store, const lmdb_options& options,
@@ -178,6 +256,54 @@ void ledger_server::flush() noexcept {
   if (const int status = operational_.flush(); status != status_ok) {
     errmsg_log(&ledger_log, ledger_log.severity, err_string(status));
   }
+}
+
+std::unique_ptr<ledger_server> hosted;
+
+// Registered once a manager, for as long as it lives; the server may be gone by then.
+void flush_hosted(void* /*argument*/) {
+  if (hosted) {
+    hosted->flush();
+  }
+}
+
+}  // namespace
+
+int ledger_server_open(evm* manager, char* error, unsigned size) noexcept {
+  std::string text;
+  int status = no_memory;
+  try {
+    auto server = std::make_unique<ledger_server>();
+    status = hosted ? ledger_not_available : server->open(manager, text);
+    if (status == status_ok) {
+      status = evm_add_flush(manager, flush_hosted, nullptr);
+    }
+    if (status == status_ok) {
+      hosted = std::move(server);
+      ledger_install_local(&hosted->engine());
+    }
+  } catch (const std::bad_alloc&) {
+    status = no_memory;
+  }
+  if (status != status_ok) {
+    std::snprintf(error, size, "%s", text.empty() ? err_string(status) : text.c_str());
+  }
+  return status;
+}
+
+void ledger_server_serve() noexcept {
+  if (hosted) {
+    hosted->serve();
+  }
+}
+
+void ledger_server_close() noexcept {
+  ledger_install_local(nullptr);
+  hosted.reset();
+}
+
+int ledger_enter_host(int (*body)(ledger_engine& engine, void* argument), void* argument) {
+  return hosted ? body(hosted->engine(), argument) : ledger_unreachable;
 }
 
 }  // namespace ot

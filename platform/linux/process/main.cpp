@@ -13,7 +13,7 @@
 #include <cstdio>
 #include <string_view>
 
-#include "platform/ledger/server/hosting.h"
+#include "platform/ledger/server/server.h"
 #include "platform/linux/events/publisher_linux.h"
 #include "platform/linux/log/queue.h"
 #include "platform/linux/loop/sd_event.h"

@@ -6,7 +6,7 @@
 #include <future>
 #include <stdexcept>
 
-#include "platform/ledger/server/hosting.h"
+#include "platform/ledger/server/server.h"
 
 namespace ot::test {
 namespace {

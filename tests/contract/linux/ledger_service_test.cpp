@@ -15,7 +15,7 @@
 #include <stdexcept>
 
 #include "platform/ledger.h"
-#include "platform/ledger/server/hosting.h"
+#include "platform/ledger/server/server.h"
 #include "platform/ledger_commit.h"
 #include "platform/process.h"
 #include "platform/status.h"

@@ -1,5 +1,5 @@
 // Which paths the ledger takes, and the packed tuples that values are made of.
-#include "platform/ledger/path.h"
+#include "platform/ledger/item.h"
 
 #include <gtest/gtest.h>
 

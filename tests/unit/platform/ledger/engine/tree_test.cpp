@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/ledger/engine/builtin_tree.h"
+#include "platform/ledger/item.h"
 #include "platform/status.h"
 
 namespace ot {

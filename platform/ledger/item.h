@@ -1,8 +1,12 @@
-// The rules of ledger paths.
+// The rules of what enters the ledger, whatever the tree below: an item's path can always be a
+// store's key, a line of a log and a C string; its value is what its kind says.
 #pragma once
 
 #include <cstddef>
+#include <span>
 #include <string_view>
+
+#include "platform/ledger.h"
 
 namespace ot {
 
@@ -19,5 +23,11 @@ inline constexpr std::size_t ledger_path_max = 480;  // bytes, below what a stor
 
 // Takes the first element off `path` and returns it.
 std::string_view ledger_next_element(std::string_view& path) noexcept;
+
+inline constexpr std::size_t ledger_value_max = 4096;  // bytes of a text or a tuple
+
+// Null when the bytes are a good value of the kind, else what is wrong with them.
+[[nodiscard]] const char* ledger_value_fault(ledger_kind kind,
+                                             std::span<const std::byte> bytes) noexcept;
 
 }  // namespace ot
