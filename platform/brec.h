@@ -1,5 +1,5 @@
-// brec_: typed records. A descriptor's field string says how a record lies in memory; the engine
-// encodes and decodes any record from it.
+// brec_: typed records. A descriptor's field string says how a record lies in memory; any record
+// can be encoded and decoded from it, without code of its own.
 //
 // Field strings: "$N=" opens nested type N and ';' ends it; the first type is the record itself.
 // "{name}" names the next field; "L{next}p($N)" is the link that makes records of type N a
@@ -9,8 +9,20 @@
 // brief form leaves out the names and ends a type in place with a dot.
 // Fields lie at their natural alignment, in order, as in the matching C++ struct.
 //
-// Registrations happen at start-up on the main thread; everything else may run on any thread after
-// that.
+// The way of the data (platform/records/): at registration parse.cpp turns both strings into
+// programs, layout.cpp gives every field its offset, and registry.cpp keeps the result if both
+// agree, the size is the struct's and nested types are written as they were registered. encode.cpp
+// and decode.cpp run that program (program.h) over a record, with the values and the heading of
+// wire.h: type, version and a fingerprint of the fields come first, so bytes of another type are
+// told apart.
+//
+// The caller owns records and encoded bytes; the registry keeps addresses of descriptors only,
+// which live as long as the process. Registrations happen at start-up on the main thread;
+// everything else may run on any thread after that, and takes no lock.
+//
+// Refused are: a record that cannot be right (a text without an end, a ring, a discriminant without
+// an arm) and bytes that are not exactly one record. Nothing of theirs is believed before it is
+// checked, so a hostile buffer costs a fixed multiple of its own length at most.
 #pragma once
 
 #include <cstddef>

@@ -54,7 +54,7 @@ inline constexpr std::uint32_t evm_no_connection = 0xFFFFFFFF;
 
 // Opens; the connection's id, or evm_no_connection.
 using evm_conn_open_func = std::uint32_t (*)(void* context);
-// Told of events of the connection: one of the bits of the registered mask.
+// Called with an event of the connection: one of the bits of the registered mask.
 using evm_conn_event_func = void (*)(evm_conn* connection, std::uint32_t event);
 
 inline constexpr std::uint32_t evm_conn_closed = 0x2000;
@@ -72,7 +72,7 @@ int evm_conn_notify(evm_conn* connection, std::uint32_t mask, evm_conn_event_fun
 // on trying; another code when trying is pointless.
 int evm_conn_open(evm_conn* connection) noexcept;
 
-// For client libraries: the connection with this id has ended. The event handler is told (`event`
+// For client libraries: the connection with this id has ended. The event handler is called (`event`
 // is one of the bits above) and the open routine is tried again. Unknown ids are ignored.
 void evm_conn_ended(evm* manager, std::uint32_t connection_id, std::uint32_t event) noexcept;
 

@@ -1,5 +1,5 @@
-// ledger_dpv_: serving operational data on request, and telling readers that it changed. Inside the
-// service's process; main thread.
+// ledger_dpv_: serving operational data on request, and notifying readers that it changed. Inside
+// the service's process; main thread.
 #pragma once
 
 #include <cstddef>
@@ -52,9 +52,8 @@ struct ledger_dpv_provider {
 // Registers the branches below `root`, which ends in '/'. The rows are kept by reference. 0 or 12.
 int ledger_dpv_register(const char* root, std::span<const ledger_dpv_provider> rows) noexcept;
 
-// --- Building answers
-// ----------------------------------------------------------------------------- Each returns 0 or a
-// status code (12); create functions return null without memory.
+// --- Building answers ---------------------------------------------------------------------------
+// Each returns 0 or a status code (12); create functions return null without memory.
 
 ledger_dpv_list* ledger_dpv_list_create() noexcept;
 int ledger_dpv_list_add(ledger_dpv_list* list, const char* name, std::uint32_t data_kind,
@@ -70,8 +69,7 @@ int ledger_dpv_datalist_add(ledger_dpv_datalist* list, const char* name, std::ui
 int ledger_dpv_datalist_set_more_flag(ledger_dpv_datalist* list) noexcept;
 void ledger_dpv_datalist_free(ledger_dpv_datalist* list) noexcept;
 
-// --- Change notifications
-// ---------------------------------------------------------------------------
+// --- Change notifications -----------------------------------------------------------------------
 
 inline constexpr std::uint32_t ledger_notification_set = 2;
 inline constexpr std::uint32_t ledger_notification_delete = 4;

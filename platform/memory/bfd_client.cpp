@@ -24,7 +24,7 @@
 namespace ot {
 namespace {
 
-using bfd_field_key = std::pair<std::uint32_t, std::uint32_t>;  // handle, address in host order
+using session_key = std::pair<std::uint32_t, std::uint32_t>;  // handle, address in host order
 
 struct wanted_session {
   std::uint32_t id = 0;
@@ -41,10 +41,10 @@ struct bfd_part {
   std::uint32_t last_sequence = 0;
   std::uint32_t last_id = 0;
   int refusal = 0;  // of the next creation
-  std::map<bfd_field_key, wanted_session> wanted;
-  std::set<bfd_field_key> answering;
+  std::map<session_key, wanted_session> wanted;
+  std::set<session_key> answering;
 
-  [[nodiscard]] bool up(const bfd_field_key& key) const {
+  [[nodiscard]] bool up(const session_key& key) const {
     return running && wanted.contains(key) && answering.contains(key);
   }
 };
@@ -60,11 +60,10 @@ class locked_part {
   const std::scoped_lock<std::mutex> lock_{part_.mutex};
 };
 
-// Has one of the client's callbacks called with `message` on its loop; nobody is told when the
+// Has one of the client's callbacks called with `message` on its loop; nobody is notified when the
 // client has gone by then. With the part locked.
 template <typename Message>
-void bfd_tell(bfd_part& part, void (*bfdc_bind_record::*callback)(const Message*),
-              Message message) {
+void notify(bfd_part& part, void (*bfdc_bind_record::*callback)(const Message*), Message message) {
   if (!part.client) {
     return;
   }
@@ -117,7 +116,7 @@ void acknowledge(bfd_part& part, const bfdc_session_request& request, std::uint3
   result.destination = request.destination;
   result.sequence = part.last_sequence;
   result.context = request.context;
-  bfd_tell(part, &bfdc_bind_record::request_done, result);
+  notify(part, &bfdc_bind_record::request_done, result);
 }
 
 bool within_bounds(const bfdc_session_request& request) noexcept {
@@ -125,28 +124,28 @@ bool within_bounds(const bfdc_session_request& request) noexcept {
          request.debounce_count >= bfdc_debounce_min && request.debounce_count <= bfdc_debounce_max;
 }
 
-bfd_field_key key_of(const bfdc_session_request& request) noexcept {
+session_key key_of(const bfdc_session_request& request) noexcept {
   return {request.ifhandle, host_address(request.destination)};
 }
 
-void bfd_tell_state(bfd_part& part, const bfd_field_key& key, bool up) {
-  bfd_tell(part, &bfdc_bind_record::state_changed,
-           bfdc_event{bfdc_event_session_state, key.first, record_of(key.second), up ? 0U : 1U});
+void notify_state(bfd_part& part, const session_key& key, bool up) {
+  notify(part, &bfdc_bind_record::state_changed,
+         bfdc_event{bfdc_event_session_state, key.first, record_of(key.second), up ? 0U : 1U});
 }
 
-void bfd_tell_status(bfd_part& part, std::uint32_t status) {
-  bfd_tell(part, &bfdc_bind_record::connection, bfdc_connection_status{status});
+void notify_status(bfd_part& part, std::uint32_t status) {
+  notify(part, &bfdc_bind_record::connection, bfdc_connection_status{status});
 }
 
-void tell_states_of_up_sessions(bfd_part& part, bool up) {
+void notify_of_up_sessions(bfd_part& part, bool up) {
   for (const auto& [key, session] : part.wanted) {
     if (part.answering.contains(key)) {
-      bfd_tell_state(part, key, up);
+      notify_state(part, key, up);
     }
   }
 }
 
-bfd_field_key field_key(std::string_view interface, const char* address) {
+session_key field_key(std::string_view interface, const char* address) {
   const field_interface* found = world_part<interface_part>().find(interface);
   in_addr parsed{};
   if (found == nullptr || inet_pton(AF_INET, address, &parsed) != 1) {
@@ -169,9 +168,9 @@ int bfdc_bind_nb(const bfdc_bind_record& record, void* /*context*/) noexcept {
     part->client = record;
     ++part->binds;
     loop_runs_here(record.manager);
-    bfd_tell(*part, &bfdc_bind_record::bound, bfdc_bind_result{failure ? failure->item_status : 0});
+    notify(*part, &bfdc_bind_record::bound, bfdc_bind_result{failure ? failure->item_status : 0});
     if (part->running) {
-      bfd_tell_status(*part, 1);
+      notify_status(*part, 1);
     }
   }
   note_change();
@@ -210,7 +209,7 @@ int bfdc_session_create_nb(const bfdc_session_request& request, bfdc_session_ans
   }
   acknowledge(*part, request, bfdc_request_created, refusal);
   if (part->up(key_of(request))) {
-    bfd_tell_state(*part, key_of(request), true);
+    notify_state(*part, key_of(request), true);
   }
   return status_ok;
 }
@@ -232,33 +231,33 @@ namespace field {
 void bfd_engine_back() {
   locked_part part;
   part->running = true;
-  bfd_tell_status(*part, 1);
-  tell_states_of_up_sessions(*part, true);
+  notify_status(*part, 1);
+  notify_of_up_sessions(*part, true);
 }
 
 void bfd_engine_away() {
   locked_part part;
   part->running = false;
-  bfd_tell_status(*part, 0);
-  tell_states_of_up_sessions(*part, false);
+  notify_status(*part, 0);
+  notify_of_up_sessions(*part, false);
 }
 
 void bfd_peer_answers(std::string_view interface, const char* address) {
-  const bfd_field_key key = field_key(interface, address);
+  const session_key key = field_key(interface, address);
   locked_part part;
   part->answering.insert(key);
   if (part->up(key)) {
-    bfd_tell_state(*part, key, true);
+    notify_state(*part, key, true);
   }
 }
 
 void bfd_peer_silent(std::string_view interface, const char* address) {
-  const bfd_field_key key = field_key(interface, address);
+  const session_key key = field_key(interface, address);
   locked_part part;
   const bool was_up = part->up(key);
   part->answering.erase(key);
   if (was_up) {
-    bfd_tell_state(*part, key, false);
+    notify_state(*part, key, false);
   }
 }
 
@@ -269,17 +268,17 @@ void bfd_refuses_next(int error) {
 
 void bfd_says_result(const bfdc_request_result& result) {
   locked_part part;
-  bfd_tell(*part, &bfdc_bind_record::request_done, result);
+  notify(*part, &bfdc_bind_record::request_done, result);
 }
 
 void bfd_says_event(const bfdc_event& event) {
   locked_part part;
-  bfd_tell(*part, &bfdc_bind_record::state_changed, event);
+  notify(*part, &bfdc_bind_record::state_changed, event);
 }
 
 void bfd_says_status(std::uint32_t status) {
   locked_part part;
-  bfd_tell_status(*part, status);
+  notify_status(*part, status);
 }
 
 std::vector<bfd_wanted_session> bfd_wanted_sessions() {

@@ -1,4 +1,4 @@
-// The hands of a test on the in-memory BFD service, in the field's words. As with controls.h,
+// A test's controls of the in-memory BFD service, in the field's words. As with controls.h,
 // everything takes effect through the loops, and only the test's thread may call these. After a
 // reset there is no BFD service.
 #pragma once
@@ -25,7 +25,7 @@ void bfd_peer_silent(std::string_view interface, const char* address);
 // The engine refuses the next creation: its acknowledgement carries `error`.
 void bfd_refuses_next(int error);
 
-// The engine tells the client something of its own accord.
+// The engine notifies the client of something of its own accord.
 void bfd_says_result(const bfdc_request_result& result);
 void bfd_says_event(const bfdc_event& event);
 void bfd_says_status(std::uint32_t status);

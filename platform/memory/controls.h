@@ -1,7 +1,21 @@
-// The hands of a test on the in-memory router, in the field's words: a link goes down, an interface
-// is renamed, time passes, a call fails. Everything takes effect through the loops of the event
-// managers, so a change is seen after run_pending() or advance(). Only the thread that called
-// reset() last may call these.
+// The router in memory, and how a test plays on it. The files of this folder implement platform/*.h
+// without a kernel, files or clocks: what the service asks for is answered from a world that the
+// test makes. Here are its controls in the field's words: a link goes down, an interface is
+// renamed, time passes, a call fails. Those of the ledger and of BFD are in ledger_controls.h and
+// bfd_controls.h, failing allocations in alloc_faults.h.
+//
+// Each service keeps its state as one part of the world (world.h), made when first asked for and
+// thrown away by reset(); only the ledger has a reset of its own. A change goes the way it goes on
+// a router: the control changes the part, the part posts a notification to the loops of its clients
+// (loops.h), and the client's callback runs there as one handler, so it is seen after run_pending()
+// or advance(). Time is virtual and stands still but for these two.
+//
+// Only the thread that called reset() last may call the controls; its loops are run by them.
+// Threads that the service starts are real: their loops wait for real, and run_pending() waits
+// until they are idle. What such a thread calls (BFD, the loops, messages) has a lock of its own.
+// The platform's own allocations never fail; those of the service's code that it calls back do.
+//
+// Nothing here waits for time to pass, reads a clock or opens a file.
 #pragma once
 
 #include <chrono>
@@ -94,7 +108,7 @@ void fib_gone();
 void fib_back();
 std::size_t fib_registrations();
 
-// A VRF is created, or gets another id or table; it goes, with and without telling anybody.
+// A VRF is created, or gets another id or table; it goes, with and without notifying anybody.
 void vrf_added(std::string_view name, std::uint32_t id, std::uint32_t table);
 void vrf_removed(std::string_view name);
 void vrf_removed_silently(std::string_view name);
@@ -118,7 +132,7 @@ struct library_use {
 };
 library_use probe_library_use(std::string_view name);
 
-// The service ends and leaves its table, which tells of no operation then, and starts again with
+// The service ends and leaves its table, which shows no operation then, and starts again with
 // another one and the operations it had; the table itself goes, until the service starts again.
 void probe_service_gone();
 void probe_service_back();

@@ -77,7 +77,8 @@ void publish_one(events_part& part, const evdl_publisher& publisher, const evdl_
 }
 
 // Has the publisher take its own copy of the subscriptions.
-int tell_publisher(const evdl_publisher& publisher, const std::vector<evdl_track_record>& wanted) {
+int hand_to_publisher(const evdl_publisher& publisher,
+                      const std::vector<evdl_track_record>& wanted) {
   const auto count = static_cast<std::uint32_t>(wanted.size());
   std::vector<std::byte> entries(wanted.size() * publisher.kind.subscription_size);
   std::uint32_t name_size = 0;
@@ -147,7 +148,7 @@ int evdl_subscribe(std::span<const evdl_filter> filters, evdl_subscriber** ret) 
                        fixed_text<32>{filter.track}, filter.state});
   }
   if (!records.empty()) {
-    if (const int code = tell_publisher(*part.publisher, records)) {
+    if (const int code = hand_to_publisher(*part.publisher, records)) {
       return code;
     }
   }

@@ -80,10 +80,10 @@ void post(rtclient* client, Call call) {
 }
 
 void notify(rtclient* client, const field_prefix& prefix) {
-  post(client, [prefix](rtclient& told) {
+  post(client, [prefix](rtclient& notified) {
     const rtclient_notification notification{fib_family_ipv4, prefix.table, htonl(prefix.address),
                                              prefix.length};
-    told.callbacks.changed(&notification);
+    notified.callbacks.changed(&notification);
   });
 }
 
@@ -211,7 +211,7 @@ void fib_gone() {
   part.running = false;
   for (const auto& client : part.clients) {
     client->registered.clear();
-    post(client.get(), [](rtclient& told) { told.callbacks.disconnected(); });
+    post(client.get(), [](rtclient& notified) { notified.callbacks.disconnected(); });
   }
 }
 
@@ -219,7 +219,7 @@ void fib_back() {
   fib_part& part = world_part<fib_part>();
   part.running = true;
   for (const auto& client : part.clients) {
-    post(client.get(), [](rtclient& told) { told.callbacks.reconnected(); });
+    post(client.get(), [](rtclient& notified) { notified.callbacks.reconnected(); });
   }
 }
 

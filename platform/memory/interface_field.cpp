@@ -38,9 +38,9 @@ field_item deleted_item(const field_interface& interface) {
   return {interface.handle, false, interface.name, {{ifc_attr_state, ifm_state_unknown}}};
 }
 
-// Tells every client that has registered something; `make(client)` gives the items.
+// Notifies every client that has registered something; `make(client)` gives the items.
 template <typename Make>
-void tell_clients(Make&& make) {
+void notify_clients(Make&& make) {
   for (const auto& [id, client] : world_part<interface_part>().clients) {
     if (client.callback != nullptr && !client.attributes.empty()) {
       post_notification(client, make(client));
@@ -48,7 +48,7 @@ void tell_clients(Make&& make) {
   }
 }
 
-// Changes the interface and tells of attribute `number` when it has a new value.
+// Changes the interface and notifies of attribute `number` when it has a new value.
 template <typename Change>
 void change_interface(std::string_view name, std::uint16_t number, Change&& change) {
   field_interface* interface = world_part<interface_part>().find(name);
@@ -58,7 +58,7 @@ void change_interface(std::string_view name, std::uint16_t number, Change&& chan
   const std::uint32_t before = interface->attribute(number);
   change(*interface);
   if (interface->attribute(number) != before) {
-    tell_clients([&](const ifc_client& client) {
+    notify_clients([&](const ifc_client& client) {
       return std::vector{present_item(client, *interface, {number})};
     });
   }
@@ -108,7 +108,7 @@ std::uint32_t interface_added(std::string_view name, bool link_up) {
   const field_interface& added =
       part.interfaces.emplace(handle, field_interface{handle, std::string{name}, true, link_up})
           .first->second;
-  tell_clients([&](const ifc_client& client) {
+  notify_clients([&](const ifc_client& client) {
     return std::vector{present_item(client, added, {ifc_attr_state, ifc_attr_redundancy})};
   });
   return handle;
@@ -122,7 +122,7 @@ void interface_removed(std::string_view name) {
   }
   const field_interface removed = *found;
   part.interfaces.erase(removed.handle);
-  tell_clients([&](const ifc_client&) { return std::vector{deleted_item(removed)}; });
+  notify_clients([&](const ifc_client&) { return std::vector{deleted_item(removed)}; });
 }
 
 void interface_renamed(std::string_view from, std::string_view to) {
@@ -133,7 +133,7 @@ void interface_renamed(std::string_view from, std::string_view to) {
   }
   const field_item old_name = deleted_item(*found);
   found->name = to;
-  tell_clients([&](const ifc_client& client) {
+  notify_clients([&](const ifc_client& client) {
     return std::vector{old_name,
                        present_item(client, *found, {ifc_attr_state, ifc_attr_redundancy})};
   });

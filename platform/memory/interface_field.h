@@ -1,5 +1,5 @@
-// The interfaces of the in-memory router and the clients that were told of them. For the files of
-// this folder.
+// The interfaces of the in-memory router and the clients that are notified of them. For the files
+// of this folder.
 #pragma once
 
 #include <cstdint>

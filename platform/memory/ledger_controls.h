@@ -1,4 +1,4 @@
-// The test's hand on the in-memory ledger. A test acts as a client through the public functions
+// The test's controls of the in-memory ledger. A test acts as a client through the public functions
 // (ledger_commit, ledger_item_get, ledger_datalist ...), which need no socket here.
 #pragma once
 

@@ -54,8 +54,9 @@ const field_vrf* vrf_named(std::string_view name) {
   return find_vrf([name](const field_vrf& v) { return v.vrf.name == name; });
 }
 
-// Tells whoever registered for the VRF; what was posted for a registration that is gone is dropped.
-void tell(std::uint32_t event, const vmap_vrf& vrf) {
+// Notifies whoever registered for the VRF; what was posted for a registration that is gone is
+// dropped.
+void notify(std::uint32_t event, const vmap_vrf& vrf) {
   const vrf_registrations& registrations = part().registrations;
   for (const std::uint64_t handle : registrations.handles_for(vrf.name.view())) {
     loop_post(registrations.find(handle)->library->manager, [handle, event, vrf] {
@@ -184,14 +185,14 @@ void vrf_added(std::string_view name, std::uint32_t id, std::uint32_t table) {
   vrf_removed_silently(name);
   const vmap_vrf vrf{vrf_text{name}, id};
   part().vrfs.push_back({vrf, table});
-  tell(vmap_event_update, vrf);
+  notify(vmap_event_update, vrf);
 }
 
 void vrf_removed(std::string_view name) {
   if (const field_vrf* found = vrf_named(name)) {
     const vmap_vrf vrf = found->vrf;
     vrf_removed_silently(name);
-    tell(vmap_event_delete, vrf);
+    notify(vmap_event_delete, vrf);
   }
 }
 

@@ -1,4 +1,4 @@
-// sd-bus in the hands of both ends of the ledger's socket.
+// sd-bus as used by both ends of the ledger's socket.
 #pragma once
 
 #include <systemd/sd-bus.h>

@@ -1,5 +1,32 @@
-// The ledger itself, without files, sockets or clocks: stores, trees, data providers and switches
-// behind the operations that its users see. Main thread.
+// The ledger: the router's database of configuration and operational data, kept by the service and
+// read and changed by everybody (platform/ledger*.h). This folder's engine is the ledger itself,
+// without files, sockets or clocks: stores, trees, data providers and switches. Around it:
+//
+//   users -> calls/ -> the engine directly, in the thread that hosts it
+//                   -> client/ == socket ==> server/ -> the engine, for everyone else
+//
+//   calls/      the public functions, each one call on a ledger_backend: the engine or the socket
+//   client/     libledger.so's way: sd-bus without a bus, one blocking call with a deadline
+//   server/     hosting: socket, peers with their rights, and the stores in LMDB files
+//   item.h      what paths and values may be
+//   messages.h  what both ends of the socket write and read
+//
+// A request is read by the server's peer, whose bounds are in peer.cpp: rights first, then its row
+// of requests.cpp asks the engine and answers. An item below "/cfg/" is read from the configuration
+// store; any other from the data provider of its branch or, when there is none, from the
+// operational store. A commit (commit.cpp) is planned, verified, stored durably, and only then
+// applied; the first step that fails refuses all of it, but an error of an apply function is
+// answered and undoes nothing. At start the stored configuration is replayed as create events, in
+// its order of creation.
+//
+// The engine runs on the main thread only, inside handlers of the event loop, and calls the service
+// back there: verify, apply, get, list. Clients have the whole process's one link, under a mutex; a
+// subscriber has a link of its own. The hosting process owns stores, environment and engine, in
+// this order; registered tables belong to the service and live as long as the process.
+//
+// Refused are: configuration other than by a commit, paths that no tree or root knows, values of
+// another kind, a commit within a commit, new items in a store that is half full, and more than one
+// hosting process for a root (the server's lock).
 #pragma once
 
 #include <atomic>
@@ -16,6 +43,7 @@
 
 namespace ot {
 
+// Main thread.
 class ledger_engine : public ledger_backend {
  public:
   // Knows the ledger's own tree (tree.h) from the start. What is handed in stays

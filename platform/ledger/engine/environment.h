@@ -20,7 +20,7 @@ class ledger_environment {
   // A line for the operator's log.
   virtual void log(const std::string& line) = 0;
 
-  // Tells the readers that data below `base` changed. 0 or a status code.
+  // Notifies the readers that data below `base` changed. 0 or a status code.
   virtual int notify(std::string_view base, std::span<const ledger_dpv_notification> entries) = 0;
 
   // Runs `body(argument)`, which calls into the service.

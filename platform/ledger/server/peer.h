@@ -21,7 +21,7 @@ using event_source = std::unique_ptr<sd_event_source, event_source_closer>;
 
 class ledger_peer;
 
-// Told that a peer is over; it deletes it.
+// Learns that a peer is over, and deletes it.
 class ledger_peer_owner {
  public:
   virtual ~ledger_peer_owner() = default;
