@@ -65,10 +65,11 @@ struct bfdc_bind_record {
   void (*request_done)(const bfdc_request_result* result) = nullptr;
 };
 
-// Binds; `bound` tells the outcome. The client then connects in the background, and again whenever
-// the service was away: the connection is reported down, each session that was up is reported down,
-// and all sessions still wanted are asked for again, without a result of their own, once the
-// service is back. `context` is not used by the client. Status code; on failure no callback comes.
+// Binds; `bound` reports the outcome. The client then connects in the background, and again
+// whenever the service was away: the connection is reported down, each session that was up is
+// reported down, and all sessions still wanted are asked for again, without a result of their own,
+// once the service is back. `context` is not used by the client. Status code; on failure no
+// callback comes.
 int bfdc_bind_nb(const bfdc_bind_record& record, void* context) noexcept;
 // Whether there is a service to connect to, connected or not: an engine is installed and its socket
 // is there. Any thread.

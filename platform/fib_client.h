@@ -1,5 +1,5 @@
 // rtclient_ and tblx_shm_: client of the FIB. It answers longest-match look-ups in one table and
-// tells of changes to registered prefixes. Addresses are u32 in network byte order. Main thread.
+// reports changes of registered prefixes. Addresses are u32 in network byte order. Main thread.
 #pragma once
 
 #include <cstdint>

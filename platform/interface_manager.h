@@ -1,5 +1,5 @@
 // ifc_: client of the interface manager. It gives every interface a handle, knows its line state
-// and tells of changes in bulk notifications. Main thread.
+// and reports changes in bulk notifications. Main thread.
 #pragma once
 
 #include <cstdint>

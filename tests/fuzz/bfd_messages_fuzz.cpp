@@ -11,10 +11,10 @@
 #include <span>
 #include <string_view>
 
-#include "platform/linux/bfd/book.h"
-#include "platform/linux/bfd/frame.h"
+#include "platform/linux/bfd/protocol.h"
+#include "platform/linux/bfd/session_table.h"
 
-namespace ot {
+namespace ot::bfd {
 namespace {
 
 constexpr std::size_t requests_limit = 8192;  // of the table, whatever the engine says
@@ -23,13 +23,13 @@ void require(bool condition) noexcept {
   if (!condition) std::abort();
 }
 
-void require_peer(const bfd_job& job) {
+void require_peer(const engine_job& job) {
   const auto request = nlohmann::json::parse(job.payload);
-  if (job.type == bfd_type_subscribe) {
+  if (job.type == message_subscribe) {
     require(job.payload.size() == sizeof(std::uint64_t));
     return;
   }
-  const char* list = job.type == bfd_type_add ? "ipv4" : "label";
+  const char* list = job.type == message_add ? "ipv4" : "label";
   const auto& peer = request.at(list).at(0);
   require(request.size() == 1 && peer.is_object() && peer.at("label").is_string());
 }
@@ -39,75 +39,75 @@ class engine_under_fuzz {
   engine_under_fuzz() {
     bool replaced_up = false;
     for (std::uint32_t number = 1; number <= 3; ++number) {
-      const bfd_session_config config{bfd_interface_name{"eth0"}, number, 0, 300, 3};
-      book_.want({number, number}, config, &replaced_up);
+      const session_config config{interface_name{"eth0"}, number, 0, 300, 3};
+      table_.want({number, number}, config, &replaced_up);
     }
-    book_.engine_back();
-    book_.next_job();
-    book_.answered(1, true, &lost_up_);
+    table_.engine_back();
+    table_.next_job();
+    table_.answered(1, true, &lost_up_);
     for (unsigned refusal = 0; refusal < 2; ++refusal) {
-      book_.next_job();
-      book_.answered(2, false, &lost_up_);
-      book_.retry_refused();
+      table_.next_job();
+      table_.answered(2, false, &lost_up_);
+      table_.retry_refused();
     }
   }
 
   // What the session table asks for after all that, and that it ends.
   void finish() {
     std::size_t count = 0;
-    while (const auto job = book_.next_job()) {
+    while (const auto job = table_.next_job()) {
       require_peer(*job);
       require(++count < requests_limit);
     }
-    book_.engine_lost([](const bfd_session_key&) {});
-    require(!book_.next_job());
+    table_.engine_lost([](const session_key&) {});
+    require(!table_.next_job());
   }
 
   void take(std::string_view payload, std::uint8_t type) {
     bool accepted = false;
-    bfd_notification notification;
-    if (type == bfd_type_response && bfd_read_response(payload, &accepted)) {
-      book_.answered(static_cast<std::uint32_t>(payload.size() % 5), accepted, &lost_up_);
-    } else if (type == bfd_type_notification && bfd_read_notification(payload, &notification)) {
-      book_.notified(notification);
+    engine_notification notification;
+    if (type == message_response && read_response(payload, &accepted)) {
+      table_.answered(static_cast<std::uint32_t>(payload.size() % 5), accepted, &lost_up_);
+    } else if (type == message_notification && read_notification(payload, &notification)) {
+      table_.notified(notification);
     }
   }
 
   void stream(std::string_view bytes, std::size_t portion) {
-    bfd_frame_reader reader;
-    bfd_frame frame;
-    auto found = bfd_frame_reader::found::nothing;
-    while (!bytes.empty() && found != bfd_frame_reader::found::broken) {
+    frame_reader reader;
+    frame_view frame;
+    auto found = frame_reader::found::nothing;
+    while (!bytes.empty() && found != frame_reader::found::broken) {
       const std::span<char> room = reader.room();
       require(!room.empty());
       const std::size_t count = std::min({portion, bytes.size(), room.size()});
       std::memcpy(room.data(), bytes.data(), count);
       reader.received(count);
       bytes.remove_prefix(count);
-      while ((found = reader.next(&frame)) == bfd_frame_reader::found::frame) {
-        require(frame.payload.size() <= bfd_payload_limit);
+      while ((found = reader.next(&frame)) == frame_reader::found::frame) {
+        require(frame.payload.size() <= payload_limit);
         take(frame.payload, frame.type);
       }
     }
   }
 
  private:
-  bfd_book book_{bfd_labels{1, 2}};
+  session_table table_{session_labels{1, 2}};
   bool lost_up_ = false;
 };
 
 }  // namespace
-}  // namespace ot
+}  // namespace ot::bfd
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
   const std::string_view rest{reinterpret_cast<const char*>(data + 1), size - 1};
-  ot::engine_under_fuzz engine;
+  ot::bfd::engine_under_fuzz engine;
   if (*data % 2 == 0) {
     engine.stream(rest, *data / 2 + 1U);
   } else {
-    engine.take(rest, ot::bfd_type_response);
-    engine.take(rest, ot::bfd_type_notification);
+    engine.take(rest, ot::bfd::message_response);
+    engine.take(rest, ot::bfd::message_notification);
   }
   engine.finish();
   return 0;

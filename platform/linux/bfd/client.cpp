@@ -15,39 +15,43 @@
 #include "platform/status.h"
 
 namespace ot {
+
+using namespace bfd;
+
 namespace {
 
-struct bfd_request : lq_link {
+struct queued_request : lq_link {
   bool wanted = false;  // else given up
-  bfd_session_key key;
-  bfd_session_config config;
-  bfd_creation origin;
+  session_key key;
+  session_config config;
+  request_origin origin;
 };
 
 // The process's one client.
-struct bfd_client {
+struct client_state {
   std::mutex lock;  // all but the engine, which is the loop's
   bool bound = false;
   bfdc_bind_record record;
   std::uint32_t sequence = 0;
   lq_queue requests;
-  bfd_engine* engine = nullptr;
+  engine_client* engine = nullptr;
 };
 
-bfd_client& the_client() noexcept {
-  static bfd_client client;
+client_state& the_client() noexcept {
+  static client_state client;
   return client;
 }
 
-std::unique_ptr<bfd_request> next_request() noexcept {
+std::unique_ptr<queued_request> next_request() noexcept {
   const std::lock_guard guard(the_client().lock);
-  return std::unique_ptr<bfd_request>{static_cast<bfd_request*>(lq_pop(the_client().requests))};
+  return std::unique_ptr<queued_request>{
+      static_cast<queued_request*>(lq_pop(the_client().requests))};
 }
 
 // One task is posted for each request.
 void serve_request(void* /*argument*/) {
-  const std::unique_ptr<bfd_request> request = next_request();
-  bfd_engine* engine = the_client().engine;
+  const std::unique_ptr<queued_request> request = next_request();
+  engine_client* engine = the_client().engine;
   if (request == nullptr || engine == nullptr) {
     return;
   }
@@ -58,14 +62,14 @@ void serve_request(void* /*argument*/) {
   }
 }
 
-void tell_bound(void* /*argument*/) {
+void notify_bound(void* /*argument*/) {
   std::unique_lock guard(the_client().lock);
   const bool bound = the_client().bound;
-  const auto tell = the_client().record.bound;
+  const auto notify = the_client().record.bound;
   guard.unlock();
   if (bound) {
     const bfdc_bind_result result{status_ok};
-    tell(&result);
+    notify(&result);
   }
 }
 
@@ -82,17 +86,17 @@ bool unicast(std::uint32_t address) noexcept {
 }
 
 // The interface's name, or an empty one.
-bfd_interface_name interface_of(const bfdc_session_request& request) noexcept {
+interface_name interface_of(const bfdc_session_request& request) noexcept {
   char name[IF_NAMESIZE] = "";
   if (!request.interface.empty()) {
     const std::string_view given = request.interface.view();
-    return given.size() < IF_NAMESIZE ? bfd_interface_name{given} : bfd_interface_name{};
+    return given.size() < IF_NAMESIZE ? interface_name{given} : interface_name{};
   }
-  return bfd_interface_name{if_indextoname(request.ifhandle, name) == nullptr ? "" : name};
+  return interface_name{if_indextoname(request.ifhandle, name) == nullptr ? "" : name};
 }
 
 // The engine checks nothing: it would cut what is too large.
-bool takable(const bfdc_session_request& request, const bfd_session_config& config) noexcept {
+bool takable(const bfdc_session_request& request, const session_config& config) noexcept {
   return request.destination.family == bfd_family_ipv4 && unicast(config.destination) &&
          !config.interface.empty() && config.interval >= bfdc_rate_min &&
          config.interval <= bfdc_rate_max && config.multiplier >= bfdc_debounce_min &&
@@ -100,8 +104,8 @@ bool takable(const bfdc_session_request& request, const bfd_session_config& conf
 }
 
 // A status code of the sending.
-int hand_over(std::unique_ptr<bfd_request> request, std::uint32_t* ret_sequence) noexcept {
-  bfd_client& client = the_client();
+int hand_over(std::unique_ptr<queued_request> request, std::uint32_t* ret_sequence) noexcept {
+  client_state& client = the_client();
   const std::lock_guard guard(client.lock);
   if (!client.bound) {
     return ENOTCONN;
@@ -119,7 +123,7 @@ int hand_over(std::unique_ptr<bfd_request> request, std::uint32_t* ret_sequence)
 int send_request(const bfdc_session_request& request, bool wanted,
                  bfdc_session_answer* ret) noexcept {
   *ret = {};
-  std::unique_ptr<bfd_request> copy{new (std::nothrow) bfd_request{}};
+  std::unique_ptr<queued_request> copy{new (std::nothrow) queued_request{}};
   if (copy == nullptr) {
     return no_memory;
   }
@@ -147,14 +151,14 @@ int bfdc_bind_nb(const bfdc_bind_record& record, void* /*context*/) noexcept {
     return invalid_argument;
   }
   bfdc_unbind();
-  bfd_client& client = the_client();
-  std::unique_ptr<bfd_engine> engine;
+  client_state& client = the_client();
+  std::unique_ptr<engine_client> engine;
   try {
-    engine = std::make_unique<bfd_engine>(record, this_process_labels());
+    engine = std::make_unique<engine_client>(record, this_process_labels());
   } catch (const std::bad_alloc&) {
     return no_memory;
   }
-  int status = evm_post(record.manager, tell_bound, nullptr);
+  int status = evm_post(record.manager, notify_bound, nullptr);
   if (status == status_ok) {
     status = engine->start();
   }
@@ -169,7 +173,7 @@ int bfdc_bind_nb(const bfdc_bind_record& record, void* /*context*/) noexcept {
 }
 
 void bfdc_unbind() noexcept {
-  bfd_client& client = the_client();
+  client_state& client = the_client();
   {
     const std::lock_guard guard(client.lock);
     client.bound = false;

@@ -9,23 +9,23 @@
 #include <cerrno>
 #include <new>
 
-#include "platform/linux/bfd/engine_socket.h"
+#include "platform/linux/bfd/socket.h"
 #include "platform/linux/loop/sd_event.h"
 
-namespace ot {
+namespace ot::bfd {
 namespace {
 
 constexpr std::uint64_t patience_usec = 5'000'000;
 
 }  // namespace
 
-int bfd_connection::attach(evm* manager) noexcept {
+int engine_connection::attach(evm* manager) noexcept {
   manager_ = manager;
   return patience_.attach(manager);
 }
 
-bool bfd_connection::open(const std::string& path) {
-  unique_fd fresh = bfd_engine_connect(path);
+bool engine_connection::open(const std::string& path) {
+  unique_fd fresh = engine_connect(path);
   if (!fresh.valid()) {
     return false;
   }
@@ -40,19 +40,19 @@ bool bfd_connection::open(const std::string& path) {
   return true;
 }
 
-void bfd_connection::close() noexcept {
+void engine_connection::close() noexcept {
   io_ = sd_event_source_disable_unref(io_);
   socket_.reset();
   reader_.reset();
   patience_.stop();
 }
 
-void bfd_connection::end(bfd_end why) noexcept {
+void engine_connection::end(connection_end why) noexcept {
   close();
   owner_.ended(why);
 }
 
-bfd_connection::sent bfd_connection::send(const std::string& message) noexcept {
+engine_connection::sent engine_connection::send(const std::string& message) noexcept {
   // A message this short is one piece to the kernel: it is taken as a whole or refused.
   const ssize_t length =
       ::send(socket_.get(), message.data(), message.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
@@ -68,13 +68,13 @@ bfd_connection::sent bfd_connection::send(const std::string& message) noexcept {
   return sent::whole;
 }
 
-void bfd_connection::answered() noexcept {
+void engine_connection::answered() noexcept {
   --awaited_;
   watch_patience(true);
 }
 
 // Waiting that makes progress starts anew; other messages are none when an answer is awaited.
-void bfd_connection::watch_patience(bool progress) noexcept {
+void engine_connection::watch_patience(bool progress) noexcept {
   if (awaited_ == 0 && !reader_->partial()) {
     patience_.stop();
   } else if (progress || !patience_.running()) {
@@ -82,29 +82,29 @@ void bfd_connection::watch_patience(bool progress) noexcept {
   }
 }
 
-int bfd_connection::on_io(sd_event_source* /*source*/, int /*fd*/, std::uint32_t events,
-                          void* self) {
-  auto* connection = static_cast<bfd_connection*>(self);
+int engine_connection::on_io(sd_event_source* /*source*/, int /*fd*/, std::uint32_t events,
+                             void* self) {
+  auto* connection = static_cast<engine_connection*>(self);
   if ((events & EPOLLOUT) != 0) {
     sd_event_source_set_io_events(connection->io_, EPOLLIN);
     connection->owner_.writable();
   }
   const bool readable = (events & ~static_cast<std::uint32_t>(EPOLLOUT)) != 0;
   if (readable && connection->is_open() && !connection->read()) {
-    connection->end(bfd_end::broken);
+    connection->end(connection_end::broken);
   }
   return 0;
 }
 
 // Reads once and hands over what is complete. False for a stream that cannot be right.
-bool bfd_connection::read() noexcept {
+bool engine_connection::read() noexcept {
   const std::span<char> room = reader_->room();
   const ssize_t length = recv(socket_.get(), room.data(), room.size(), MSG_DONTWAIT);
   if (length < 0 && (errno == EAGAIN || errno == EINTR)) {
     return true;
   }
   if (length <= 0) {
-    end(bfd_end::closed);
+    end(connection_end::closed);
     return true;
   }
   reader_->received(static_cast<std::size_t>(length));
@@ -115,11 +115,11 @@ bool bfd_connection::read() noexcept {
   }
 }
 
-bool bfd_connection::deliver() {
-  bfd_frame frame;
+bool engine_connection::deliver() {
+  frame_view frame;
   bool complete = false;
-  bfd_frame_reader::found found = reader_->next(&frame);
-  while (found == bfd_frame_reader::found::frame) {
+  frame_reader::found found = reader_->next(&frame);
+  while (found == frame_reader::found::frame) {
     complete = true;
     if (!owner_.received(frame)) {
       return false;
@@ -127,7 +127,7 @@ bool bfd_connection::deliver() {
     found = reader_->next(&frame);
   }
   watch_patience(complete && awaited_ == 0);
-  return found == bfd_frame_reader::found::nothing;
+  return found == frame_reader::found::nothing;
 }
 
-}  // namespace ot
+}  // namespace ot::bfd

@@ -8,33 +8,33 @@
 #include <string>
 
 #include "platform/event_manager.h"
-#include "platform/linux/bfd/frame.h"
+#include "platform/linux/bfd/protocol.h"
 #include "platform/linux/bfd/timer.h"
 #include "platform/linux/unique_fd.h"
 
-namespace ot {
+namespace ot::bfd {
 
 // Why a connection ended.
-enum class bfd_end { closed, broken };
+enum class connection_end { closed, broken };
 
-class bfd_connection {
+class engine_connection {
  public:
-  // Whom the connection tells. `received` answers false for a message that cannot be right, and may
-  // throw bad_alloc; either breaks the connection. After `ended` it may be opened again.
+  // Whom the connection notifies. `received` answers false for a message that cannot be right, and
+  // may throw bad_alloc; either breaks the connection. After `ended` it may be opened again.
   class owner {
    public:
-    virtual bool received(const bfd_frame& frame) = 0;
+    virtual bool received(const frame_view& frame) = 0;
     virtual void writable() noexcept = 0;
-    virtual void ended(bfd_end why) noexcept = 0;
+    virtual void ended(connection_end why) noexcept = 0;
 
    protected:
     ~owner() = default;
   };
 
-  explicit bfd_connection(owner& told) noexcept : owner_(told) {}
-  ~bfd_connection() { close(); }
-  bfd_connection(const bfd_connection&) = delete;
-  bfd_connection& operator=(const bfd_connection&) = delete;
+  explicit engine_connection(owner& notified) noexcept : owner_(notified) {}
+  ~engine_connection() { close(); }
+  engine_connection(const engine_connection&) = delete;
+  engine_connection& operator=(const engine_connection&) = delete;
 
   // Once, before the first opening. 0 or a status code.
   int attach(evm* manager) noexcept;
@@ -51,7 +51,7 @@ class bfd_connection {
   // An answer has come.
   void answered() noexcept;
   // Ends the connection as broken; not from inside `received`, which answers false instead.
-  void give_up() noexcept { end(bfd_end::broken); }
+  void give_up() noexcept { end(connection_end::broken); }
 
  private:
   static int on_io(sd_event_source* source, int fd, std::uint32_t events, void* self);
@@ -59,16 +59,18 @@ class bfd_connection {
   bool read() noexcept;
   bool deliver();
   void watch_patience(bool progress) noexcept;
-  void end(bfd_end why) noexcept;
+  void end(connection_end why) noexcept;
 
   owner& owner_;
   evm* manager_ = nullptr;
   unique_fd socket_;
   sd_event_source* io_ = nullptr;
-  std::optional<bfd_frame_reader> reader_;
+  std::optional<frame_reader> reader_;
   unsigned awaited_ = 0;  // answers
-  bfd_timer patience_{
-      [](void* self) noexcept { static_cast<bfd_connection*>(self)->end(bfd_end::broken); }, this};
+  loop_timer patience_{[](void* self) noexcept {
+                         static_cast<engine_connection*>(self)->end(connection_end::broken);
+                       },
+                       this};
 };
 
-}  // namespace ot
+}  // namespace ot::bfd

@@ -1,7 +1,7 @@
 // Keeping the engine's sessions the ones that are wanted. Sessions belong to the engine: they
 // survive our connection, and are lost with its process. So every connection begins with the
 // subscription, whose answer makes it count, and by which the engine names all its sessions; those
-// of earlier runs of ours are removed, and those of the book asked for.
+// of earlier runs of ours are removed, and those of the session table asked for.
 #include "platform/linux/bfd/engine.h"
 
 #include <algorithm>
@@ -10,10 +10,10 @@
 #include <new>
 #include <utility>
 
-#include "platform/linux/bfd/engine_socket.h"
+#include "platform/linux/bfd/socket.h"
 #include "platform/status.h"
 
-namespace ot {
+namespace ot::bfd {
 namespace {
 
 constexpr std::size_t window = 64;  // requests that may be unanswered
@@ -32,14 +32,21 @@ constexpr std::uint32_t connection_up = 1;
 constexpr std::uint32_t session_up = 0;
 constexpr std::uint32_t session_down = 1;
 
+bfd_address address_of(const session_key& key) noexcept {
+  bfd_address address{bfd_family_ipv4, {}};
+  std::copy_n(reinterpret_cast<const std::uint8_t*>(&key.destination), sizeof key.destination,
+              address.bytes);
+  return address;
+}
+
 }  // namespace
 
-bfd_engine::~bfd_engine() {
+engine_client::~engine_client() {
   if (!connected_) {
     return;
   }
   try {
-    for (const bfd_job& job : book_.farewell()) {
+    for (const engine_job& job : sessions_.final_jobs()) {
       if (!send(job.type, job.payload, job.number) || postponed_) {
         return;
       }
@@ -49,7 +56,7 @@ bfd_engine::~bfd_engine() {
   }
 }
 
-int bfd_engine::start() noexcept {
+int engine_client::start() noexcept {
   for (const auto attach : {connection_.attach(client_.manager), reconnect_.attach(client_.manager),
                             retry_.attach(client_.manager)}) {
     if (attach != status_ok) {
@@ -62,8 +69,8 @@ int bfd_engine::start() noexcept {
 
 // --- The connection ------------------------------------------------------------------------------
 
-void bfd_engine::attempt(void* self) noexcept {
-  auto* engine = static_cast<bfd_engine*>(self);
+void engine_client::attempt(void* self) noexcept {
+  auto* engine = static_cast<engine_client*>(self);
   bool open = false;
   try {
     open = engine->connect();
@@ -76,23 +83,23 @@ void bfd_engine::attempt(void* self) noexcept {
   }
 }
 
-bool bfd_engine::connect() {
-  const std::vector<std::string> paths = bfd_engine_paths();
+bool engine_client::connect() {
+  const std::vector<std::string> paths = engine_paths();
   watch_.look_for(client_.manager, paths);
   const bool open = std::any_of(paths.begin(), paths.end(),
                                 [this](const std::string& path) { return connection_.open(path); });
-  return open && send(bfd_type_subscribe, bfd_subscribe_payload(), 0);
+  return open && send(message_subscribe, subscribe_payload(), 0);
 }
 
-void bfd_engine::reconnect_later() noexcept {
+void engine_client::reconnect_later() noexcept {
   unanswered_.clear();
   postponed_.reset();
   reconnect_.start(delays_usec[failed_attempts_]);
   failed_attempts_ = std::min(failed_attempts_ + 1, std::size(delays_usec) - 1);
 }
 
-void bfd_engine::appeared(void* self) noexcept {
-  auto* engine = static_cast<bfd_engine*>(self);
+void engine_client::appeared(void* self) noexcept {
+  auto* engine = static_cast<engine_client*>(self);
   if (!engine->connection_.is_open()) {
     engine->failed_attempts_ = 0;
     engine->reconnect_.stop();
@@ -100,9 +107,9 @@ void bfd_engine::appeared(void* self) noexcept {
   }
 }
 
-void bfd_engine::ended(bfd_end why) noexcept {
+void engine_client::ended(connection_end why) noexcept {
   const bool was_connected = std::exchange(connected_, false);
-  if (was_connected && why == bfd_end::closed) {
+  if (was_connected && why == connection_end::closed) {
     failed_attempts_ = 0;
   }
   retry_.stop();
@@ -112,34 +119,34 @@ void bfd_engine::ended(bfd_end why) noexcept {
   }
   const bfdc_connection_status status{connection_down};
   client_.connection(&status);
-  book_.engine_lost([this](const bfd_session_key& key) { tell_state(key, false); });
+  sessions_.engine_lost([this](const session_key& key) { report_state(key, false); });
 }
 
 // --- Out -----------------------------------------------------------------------------------------
 
 // False when the connection is broken.
-bool bfd_engine::send(std::uint8_t type, const std::string& payload, std::uint32_t number) {
+bool engine_client::send(std::uint8_t type, const std::string& payload, std::uint32_t number) {
   do {
     ++last_id_;  // 0 is for notifications
   } while (last_id_ == 0 || unanswered_.count(last_id_) != 0);
-  switch (connection_.send(bfd_frame_bytes(type, last_id_, payload))) {
-    case bfd_connection::sent::whole:
+  switch (connection_.send(frame_bytes(type, last_id_, payload))) {
+    case engine_connection::sent::whole:
       unanswered_[last_id_] = number;
       return true;
-    case bfd_connection::sent::later:
-      postponed_ = bfd_job{type, payload, number};
+    case engine_connection::sent::later:
+      postponed_ = engine_job{type, payload, number};
       return true;
     default:
       return false;
   }
 }
 
-bool bfd_engine::send_jobs() {
+bool engine_client::send_jobs() {
   if (!connected_) {
     return true;
   }
   while (!postponed_ && unanswered_.size() < window) {
-    const std::optional<bfd_job> job = book_.next_job();
+    const std::optional<engine_job> job = sessions_.next_job();
     if (!job) {
       return true;
     }
@@ -150,7 +157,7 @@ bool bfd_engine::send_jobs() {
   return true;
 }
 
-void bfd_engine::send_what_waits() noexcept {
+void engine_client::send_what_waits() noexcept {
   bool sent = false;
   try {
     sent = send_jobs();
@@ -162,8 +169,8 @@ void bfd_engine::send_what_waits() noexcept {
   }
 }
 
-void bfd_engine::writable() noexcept {
-  const std::optional<bfd_job> job = std::exchange(postponed_, std::nullopt);
+void engine_client::writable() noexcept {
+  const std::optional<engine_job> job = std::exchange(postponed_, std::nullopt);
   bool sent = false;
   try {
     sent = !job || send(job->type, job->payload, job->number);
@@ -179,27 +186,27 @@ void bfd_engine::writable() noexcept {
 
 // --- In ------------------------------------------------------------------------------------------
 
-bool bfd_engine::received(const bfd_frame& frame) {
-  if (frame.type == bfd_type_response) {
+bool engine_client::received(const frame_view& frame) {
+  if (frame.type == message_response) {
     return take_response(frame) && send_jobs();
   }
-  bfd_notification notification;
-  if (!bfd_read_notification(frame.payload, &notification)) {
+  engine_notification notification;
+  if (!read_notification(frame.payload, &notification)) {
     return false;
   }
   if (!connected_) {
     return true;
   }
-  if (const bfd_session* changed = book_.notified(notification)) {
-    tell_state(changed->key, changed->up);
+  if (const wanted_session* changed = sessions_.notified(notification)) {
+    report_state(changed->key, changed->up);
   }
   return send_jobs();
 }
 
-bool bfd_engine::take_response(const bfd_frame& frame) {
+bool engine_client::take_response(const frame_view& frame) {
   bool accepted = false;
   const auto asked = unanswered_.find(frame.id);
-  if (asked == unanswered_.end() || !bfd_read_response(frame.payload, &accepted)) {
+  if (asked == unanswered_.end() || !read_response(frame.payload, &accepted)) {
     return false;
   }
   const std::uint32_t number = asked->second;
@@ -218,24 +225,24 @@ bool bfd_engine::take_response(const bfd_frame& frame) {
   return true;  // a session that could not be removed is not there, or is not ours alone
 }
 
-void bfd_engine::subscribed() {
+void engine_client::subscribed() {
   connected_ = true;
   retry_usec_ = first_retry_usec;
-  book_.engine_back();
+  sessions_.engine_back();
   const bfdc_connection_status status{connection_up};
   client_.connection(&status);
 }
 
-void bfd_engine::session_answered(std::uint32_t number, bool accepted) {
+void engine_client::session_answered(std::uint32_t number, bool accepted) {
   bool lost_up = false;
-  bfd_session* session = book_.answered(number, accepted, &lost_up);
+  wanted_session* session = sessions_.answered(number, accepted, &lost_up);
   if (session == nullptr) {
     return;
   }
   if (lost_up) {
-    tell_state(session->key, false);
+    report_state(session->key, false);
   }
-  if (session->progress == bfd_session::step::held) {
+  if (session->progress == wanted_session::step::held) {
     acknowledge(*session, status_ok);
     return;
   }
@@ -248,10 +255,10 @@ void bfd_engine::session_answered(std::uint32_t number, bool accepted) {
   }
 }
 
-void bfd_engine::retry_refused(void* self) noexcept {
-  auto* engine = static_cast<bfd_engine*>(self);
+void engine_client::retry_refused(void* self) noexcept {
+  auto* engine = static_cast<engine_client*>(self);
   try {
-    engine->book_.retry_refused();
+    engine->sessions_.retry_refused();
   } catch (const std::bad_alloc&) {
     engine->retry_.start(longest_retry_usec);
   }
@@ -260,69 +267,58 @@ void bfd_engine::retry_refused(void* self) noexcept {
 
 // --- The client ----------------------------------------------------------------------------------
 
-void bfd_engine::create(const bfd_session_key& key, const bfd_session_config& config,
-                        const bfd_creation& creation) noexcept {
+void engine_client::create(const session_key& key, const session_config& config,
+                           const request_origin& creation) noexcept {
   try {
     bool replaced_up = false;
-    bfd_session& session = book_.want(key, config, &replaced_up);
+    wanted_session& session = sessions_.want(key, config, &replaced_up);
     if (replaced_up) {
-      tell_state(key, false);
+      report_state(key, false);
     }
     session.unanswered.push_back(creation);
-    if (session.progress == bfd_session::step::held) {
+    if (session.progress == wanted_session::step::held) {
       acknowledge(session, status_ok);
     }
   } catch (const std::bad_alloc&) {
-    tell_request(bfdc_request_created, key, creation, no_memory);
+    report_request(bfdc_request_created, key, creation, no_memory);
   }
   send_what_waits();
 }
 
-void bfd_engine::remove(const bfd_session_key& key, const bfd_creation& removal) noexcept {
+void engine_client::remove(const session_key& key, const request_origin& removal) noexcept {
   int status = status_ok;
   try {
-    book_.remove(key);
+    sessions_.remove(key);
   } catch (const std::bad_alloc&) {
     status = no_memory;
   }
-  // Not left to the engine: the book sees to it that the engine follows.
-  tell_request(bfdc_request_unconfigured, key, removal, status);
+  // Not left to the engine: the session table sees to it that the engine follows.
+  report_request(bfdc_request_unconfigured, key, removal, status);
   send_what_waits();
 }
 
-void bfd_engine::acknowledge(bfd_session& session, int error) {
-  const bfd_session_key key = session.key;
-  const std::vector<bfd_creation> unanswered = std::exchange(session.unanswered, {});
-  for (const bfd_creation& creation : unanswered) {
-    tell_request(bfdc_request_created, key, creation, error);
+void engine_client::acknowledge(wanted_session& session, int error) {
+  const session_key key = session.key;
+  const std::vector<request_origin> unanswered = std::exchange(session.unanswered, {});
+  for (const request_origin& creation : unanswered) {
+    report_request(bfdc_request_created, key, creation, error);
   }
   if (!unanswered.empty() && session.up) {
-    tell_state(key, true);  // the acknowledgement stands for down
+    report_state(key, true);  // the acknowledgement stands for down
   }
 }
 
-namespace {
-
-bfd_address address_of(const bfd_session_key& key) noexcept {
-  bfd_address address{bfd_family_ipv4, {}};
-  std::copy_n(reinterpret_cast<const std::uint8_t*>(&key.destination), sizeof key.destination,
-              address.bytes);
-  return address;
-}
-
-}  // namespace
-
-void bfd_engine::tell_request(std::uint32_t event, const bfd_session_key& key,
-                              const bfd_creation& asked, int error) {
+void engine_client::report_request(std::uint32_t event, const session_key& key,
+                                   const request_origin& asked, int error) {
   const bfdc_request_result result{error,           event,          key.ifhandle,
                                    address_of(key), asked.sequence, asked.context};
   client_.request_done(&result);
 }
 
-void bfd_engine::tell_state(const bfd_session_key& key, bool up) {
+void engine_client::report_state(const session_key& key, bool up) {
   const bfdc_event event{bfdc_event_session_state, key.ifhandle, address_of(key),
                          up ? session_up : session_down};
   client_.state_changed(&event);
 }
 
-}  // namespace ot
+}  // namespace ot::bfd

@@ -7,16 +7,16 @@
 
 #include "platform/event_manager.h"
 
-namespace ot {
+namespace ot::bfd {
 
-class bfd_timer {
+class loop_timer {
  public:
   using expired_func = void (*)(void* owner) noexcept;
 
-  bfd_timer(expired_func expired, void* owner) noexcept : expired_(expired), owner_(owner) {}
-  ~bfd_timer();
-  bfd_timer(const bfd_timer&) = delete;
-  bfd_timer& operator=(const bfd_timer&) = delete;
+  loop_timer(expired_func expired, void* owner) noexcept : expired_(expired), owner_(owner) {}
+  ~loop_timer();
+  loop_timer(const loop_timer&) = delete;
+  loop_timer& operator=(const loop_timer&) = delete;
 
   // Attaches the timer, stopped, to the loop; starting cannot fail after that. 0 or a status code.
   int attach(evm* manager) noexcept;
@@ -35,4 +35,4 @@ class bfd_timer {
   bool running_ = false;
 };
 
-}  // namespace ot
+}  // namespace ot::bfd

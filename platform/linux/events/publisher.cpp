@@ -5,7 +5,6 @@
 #include <memory>
 #include <new>
 
-#include "platform/linux/events/publisher_linux.h"
 #include "platform/linux/events/server.h"
 #include "platform/linux/loop/sd_event.h"
 #include "platform/status.h"

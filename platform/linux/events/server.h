@@ -1,4 +1,18 @@
-// The publisher's socket and its subscribers' connections.
+// Events: the publisher's socket and its subscribers' connections. All on the main loop.
+//
+// The way of an event: evdl_event_publish (publisher.cpp) -> the filters say who wants it -> noted
+// for each of those -> the loop's flush sends each subscriber what was noted, many events a packet
+// -> the subscriber's process (client/subscriber.cpp), as protocol.h lays it out.
+//
+// A subscriber connects to a sequenced-packet socket in the run directory, sends its filters in one
+// packet, gets one answer and from then on events. Without filters it gets all. The publisher owns
+// the event kind (how a record matches a filter); the server owns connections and filters, and
+// hands filters that it did not make itself to the publisher's `copy_subscriptions`, which may
+// refuse.
+//
+// Nothing waits for a subscriber: who says nothing is closed after a while, who does not read is
+// cut off when its backlog is full, and neither holds up the others. A subscriber that was cut off
+// has to subscribe again; nothing is kept for it.
 #pragma once
 
 #include <systemd/sd-event.h>
@@ -7,13 +21,50 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "platform/common/event_filters.h"
+#include "platform/event_manager.h"
 #include "platform/event_publisher.h"
 #include "platform/linux/events/protocol.h"
-#include "platform/linux/events/subscription.h"
+#include "platform/linux/unique_fd.h"
 
 namespace ot {
+
+class event_server;
+
+// One subscriber's connection: its subscription, and what it has still to get.
+class event_subscription {
+ public:
+  event_subscription(event_server& server, unsigned number, unique_fd connection) noexcept
+      : server_(server), number_(number), connection_(std::move(connection)) {}
+  ~event_subscription();
+  event_subscription(const event_subscription&) = delete;
+  event_subscription& operator=(const event_subscription&) = delete;
+
+  // Waits, for a limited time, for what the subscriber wants. 0 or a status code.
+  int open(evm* manager) noexcept;
+
+  // Notes an event to be sent. False when too much waits already: the subscriber does not read.
+  [[nodiscard]] bool note(const event_packet_record& record) noexcept;
+  // Sends what the connection takes; the rest follows when it takes more. False when the
+  // connection is broken.
+  [[nodiscard]] bool send_noted() noexcept;
+
+ private:
+  static int on_io(sd_event_source* source, int fd, std::uint32_t events, void* subscription);
+  static int on_silence(sd_event_source* source, std::uint64_t usec, void* subscription);
+
+  bool read_subscription() noexcept;
+
+  event_server& server_;
+  unsigned number_;
+  unique_fd connection_;
+  sd_event_source* io_ = nullptr;
+  sd_event_source* silence_ = nullptr;
+  bool subscribed_ = false;
+  std::vector<event_packet_record> noted_;
+};
 
 class event_server {
  public:
@@ -40,7 +91,7 @@ class event_server {
  private:
   static int on_connect(sd_event_source* source, int fd, std::uint32_t events, void* server);
   int listen_at(const std::string& path) noexcept;
-  int tell_publisher(std::span<const evdl_track_record> filters) noexcept;
+  int notify_publisher(std::span<const evdl_track_record> filters) noexcept;
 
   evm* manager_;
   evdl_event_kind kind_;
@@ -50,5 +101,9 @@ class event_server {
   std::array<std::unique_ptr<event_subscription>, event_subscriber_limit> subscribers_;
   event_subscribers unsent_ = 0;  // who has events noted since the last flush
 };
+
+// Closes the publisher's socket and its subscribers' connections, if there is one; nothing may be
+// published afterwards.
+void event_publisher_close() noexcept;
 
 }  // namespace ot

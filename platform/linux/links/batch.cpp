@@ -48,22 +48,22 @@ link_batch::entry* link_batch::add(const link_record& link) noexcept {
   return &added;
 }
 
-void link_batch::add_present(const link_record& link, link_attributes told) noexcept {
-  entry* added = told == 0 ? nullptr : add(link);
+void link_batch::add_present(const link_record& link, link_attributes reported) noexcept {
+  entry* added = reported == 0 ? nullptr : add(link);
   if (added == nullptr) {
     return;
   }
   std::size_t count = 0;
   for (const attribute_row& row : attribute_rows) {
-    if ((told & row.bit) != 0) {
+    if ((reported & row.bit) != 0) {
       added->attributes[count++] = {row.number, &(added->link.*row.value)};
     }
   }
   items_[size_ - 1].attributes = std::span(added->attributes).first(count);
 }
 
-void link_batch::add_deleted(const link_record& link, link_attributes told) noexcept {
-  entry* added = told == 0 ? nullptr : add(link);
+void link_batch::add_deleted(const link_record& link, link_attributes reported) noexcept {
+  entry* added = reported == 0 ? nullptr : add(link);
   if (added == nullptr) {
     return;
   }

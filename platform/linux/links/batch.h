@@ -1,4 +1,4 @@
-// Collects what is to be told of interfaces and hands it over as one bulk notification.
+// Collects what is to be reported of interfaces and hands it over as one bulk notification.
 #pragma once
 
 #include <array>
@@ -24,9 +24,9 @@ class link_batch {
   static constexpr std::size_t capacity = 256;
 
   // Adds an item with the given attributes of `link`; nothing happens without any, or when the
-  // batch is full. Of a deleted interface the state is told, without a value.
-  void add_present(const link_record& link, link_attributes told) noexcept;
-  void add_deleted(const link_record& link, link_attributes told) noexcept;
+  // batch is full. Of a deleted interface the state is reported, without a value.
+  void add_present(const link_record& link, link_attributes reported) noexcept;
+  void add_deleted(const link_record& link, link_attributes reported) noexcept;
 
   [[nodiscard]] std::size_t room() const noexcept { return capacity - size_; }
 

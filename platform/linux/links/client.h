@@ -1,12 +1,28 @@
-// A process's binding to the interface manager: the sockets, the links as last told, and who is
-// told.
+// Links: the kernel is the interface manager of this platform, and a handle is an ifindex. A client
+// is a process's binding to it: the sockets, the links as last reported, and who is notified.
+//
+// Two netlink sockets: one for events, with a large buffer, one for questions, so that an answer is
+// never looked for among events. All on the thread of the manager it was opened on.
+//
+// The way of a change: kernel -> read_events -> link_record (record.h: line state and redundancy
+// from flags, operational state and bond role) -> compared with the record in links_ -> the
+// difference, as far as registered, into a bulk notification (batch.h) -> the client's callback, at
+// the end of the read. A rename is the old name's deletion and the new one's creation.
+//
+// When the kernel had to drop events (ENOBUFS), everything is read again, compared with what was
+// last reported, and the differences follow as ordinary notifications. A socket that is broken ends
+// the event connection, whose owner opens a new client.
+//
+// A look-up answers from links_, else asks the kernel; such an answer is not kept, so that its
+// event is still reported as news. VRFs are links too, but have a set of their own (vrf_devices.h),
+// which the VRF service and the route look-ups share.
 #pragma once
 
 #include <systemd/sd-event.h>
 
 #include "platform/interface_manager.h"
 #include "platform/linux/links/batch.h"
-#include "platform/linux/links/cache.h"
+#include "platform/linux/links/record.h"
 #include "platform/linux/netlink/socket.h"
 
 namespace ot {
@@ -28,11 +44,11 @@ class ifc_client {
     callback_manager_ = manager;
     callback_ = callback;
   }
-  // From here on `attribute` is told; its present value is told now. 22 without a callback.
+  // From here on `attribute` is reported; its present value is reported now. 22 without a callback.
   int register_attribute(link_attributes attribute);
 
-  // The link of that name or ifindex: as last told, else as the kernel knows it at this moment. 0,
-  // 2 when there is none, or another errno value.
+  // The link of that name or ifindex: as last reported, else as the kernel knows it at this moment.
+  // 0, 2 when there is none, or another errno value.
   int look_up(const char* name, link_record* ret) noexcept;
   int look_up(std::uint32_t ifindex, link_record* ret) noexcept;
 

@@ -1,9 +1,12 @@
-// What the interface manager keeps of a kernel link, and how it reads it from the kernel's message.
+// What the interface manager keeps of a kernel link, how it reads it from the kernel's message, and
+// all links as last read.
 #pragma once
 
 #include <linux/netlink.h>
 
 #include <cstdint>
+#include <span>
+#include <vector>
 
 #include "platform/fixed_text.h"
 
@@ -19,5 +22,26 @@ struct link_record {
 // Reads an RTM_NEWLINK or RTM_DELLINK message. False when it is about something else, such as a
 // bridge's view of its port.
 bool link_record_read(const nlmsghdr& message, link_record* ret) noexcept;
+
+// The links of the system as last read, by ifindex and by name: a sorted run of small records. A
+// thousand links are 40 kB, a dump is entered without a search, and a look-up by name is rare
+// enough to go through all.
+class link_cache {
+ public:
+  // The record or null; valid until the next change.
+  [[nodiscard]] const link_record* find(std::uint32_t ifindex) const noexcept;
+  [[nodiscard]] const link_record* find(const char* name) const noexcept;
+
+  // Enters or replaces a link. 0 or 12.
+  int put(const link_record& link) noexcept;
+  void erase(std::uint32_t ifindex) noexcept;
+  void clear() noexcept { links_.clear(); }
+
+  // All links in the order of their ifindex.
+  [[nodiscard]] std::span<const link_record> all() const noexcept { return links_; }
+
+ private:
+  std::vector<link_record> links_;  // sorted; a kernel dump comes in this order too
+};
 
 }  // namespace ot

@@ -1,5 +1,5 @@
 // Following VRF devices through link events. Lost events are made up for by reading all devices
-// again and telling the differences.
+// again and reporting the differences.
 #include "platform/linux/links/vrf_devices.h"
 
 #include <linux/if_link.h>
@@ -65,11 +65,11 @@ bool read_device(const nlmsghdr& message, vrf_device& ret) noexcept {
 
 }  // namespace
 
-int vrf_devices::open(evm* manager, observer told) noexcept {
+int vrf_devices::open(evm* manager, observer notified) noexcept {
   if (source_ != nullptr) {
     return status_ok;
   }
-  told_ = told;
+  observer_ = notified;
   int status = events_.open_events(RTMGRP_LINK);
   if (status == status_ok) {
     status = requests_.open_requests();
@@ -107,7 +107,7 @@ const vrf_device* vrf_devices::with_table(std::uint32_t table) const noexcept {
   return it != devices_.end() ? &*it : table == default_vrf_table ? &default_device : nullptr;
 }
 
-// Telling may ask the kernel, which needs the read's buffer: everything is read first.
+// Reporting may ask the kernel, which needs the read's buffer: everything is read first.
 int vrf_devices::on_readable(sd_event_source*, int, std::uint32_t, void* self) {
   auto& devices = *static_cast<vrf_devices*>(self);
   int status = status_ok;
@@ -216,7 +216,7 @@ void vrf_devices::apply(const vrf_device& device) {
     withdraw(device.id);
   }
   devices_.push_back(device);
-  told_(device, false);
+  observer_(device, false);
 }
 
 void vrf_devices::withdraw(std::uint32_t id) {
@@ -227,7 +227,7 @@ void vrf_devices::withdraw(std::uint32_t id) {
   }
   const vrf_device gone = *it;
   devices_.erase(it);
-  told_(gone, true);
+  observer_(gone, true);
 }
 
 vrf_devices& the_vrf_devices() noexcept {

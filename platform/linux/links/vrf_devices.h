@@ -22,7 +22,7 @@ struct vrf_device {
 
 class vrf_devices {
  public:
-  // Told of each device that came or changed (`gone` false), and of each that went.
+  // Notified of each device that came or changed (`gone` false), and of each that went.
   using observer = void (*)(const vrf_device& device, bool gone);
 
   vrf_devices() = default;
@@ -31,7 +31,7 @@ class vrf_devices {
   vrf_devices& operator=(const vrf_devices&) = delete;
 
   // Reads all devices and follows their events on `manager`. 0, also when open, or a status code.
-  int open(evm* manager, observer told) noexcept;
+  int open(evm* manager, observer notified) noexcept;
   void close() noexcept;
 
   // The device or null; the default VRF is one of them.
@@ -57,9 +57,9 @@ class vrf_devices {
   netlink_socket events_;
   netlink_socket requests_;
   sd_event_source* source_ = nullptr;
-  observer told_ = nullptr;
+  observer observer_ = nullptr;
   std::vector<vrf_device> devices_;
-  std::vector<vrf_event> news_;  // read and not told yet
+  std::vector<vrf_event> news_;  // read and not reported yet
   bool missed_ = false;          // news that found no memory
 };
 

@@ -26,7 +26,7 @@ vrf_registrations& registrations() {
   return all;
 }
 
-void tell(const vrf_device& device, bool gone) {
+void notify(const vrf_device& device, bool gone) {
   const vmap_vrf vrf{device.name, device.id};
   for (const std::uint64_t handle : registrations().handles_for(device.name.view())) {
     if (const vrf_registration* registration = registrations().find(handle)) {
@@ -55,7 +55,7 @@ int vmap_c_lib_init(std::uint32_t mode, const char* /*name*/, evm* manager, int 
 
 // Both libraries stand on the devices, which are followed on the loop of the one for registrations.
 int vmap_c_bind(vmap_lib* /*library*/, std::int32_t* ret_binding) noexcept {
-  const int status = the_vrf_devices().open(libraries[vmap_lib_registration].manager, tell);
+  const int status = the_vrf_devices().open(libraries[vmap_lib_registration].manager, notify);
   if (status == status_ok) {
     *ret_binding = ++last_binding;
   }

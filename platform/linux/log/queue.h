@@ -1,7 +1,8 @@
-// What the process has to say, on its way to the operator's log. Lines are collected without
-// allocation and written by the loop's flush, behind the events of the handler that said them;
-// before a loop is attached, from other threads, and when the room is used up, a line is written
-// through at once. The order of the calls is kept throughout. Any thread.
+// The log: what the process has to say, on its way to the journal, else the system log, and to
+// standard error where somebody reads it. Lines are collected without allocation and written by the
+// loop's flush, behind the events of the handler that said them; before a loop is attached, from
+// other threads, and when the room is used up, a line is written through at once. The order of the
+// calls is kept throughout. Any thread.
 #pragma once
 
 #include <cstdarg>

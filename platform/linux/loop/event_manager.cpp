@@ -3,15 +3,51 @@
 // hooks, so that what a handler left to be done in one go has left the process by then.
 #include "platform/event_manager.h"
 
+#include <systemd/sd-event.h>
+
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <memory>
 #include <new>
 
-#include "platform/linux/loop/impl.h"
+#include "platform/linux/loop/queue.h"
 #include "platform/linux/loop/sd_event.h"
 #include "platform/status.h"
 
 namespace ot {
+
+struct evm_flush_hook {
+  evm_flush_hook* next = nullptr;
+  void (*flush)(void* argument) = nullptr;
+  void* argument = nullptr;
+};
+
+struct evm_conn {
+  evm* manager = nullptr;
+  evm_conn* next = nullptr;
+  evm_conn_open_func open = nullptr;
+  void* context = nullptr;
+  std::uint32_t id = evm_no_connection;  // while it is open
+  std::uint32_t first_delay = 1;         // seconds
+  std::uint32_t longest_delay = 30;
+  std::uint32_t next_delay = 1;
+  std::uint32_t event_mask = 0;
+  evm_conn_event_func on_event = nullptr;
+  sd_event_source* retry = nullptr;
+};
+
+struct evm {
+  evm() = default;
+  ~evm();
+  evm(const evm&) = delete;
+  evm& operator=(const evm&) = delete;
+
+  sd_event* loop = nullptr;
+  evm_flush_hook* flushes = nullptr;
+  evm_conn* connections = nullptr;
+  evm_queue queue;
+};
 
 evm::~evm() {
   while (evm_conn* connection = connections) {
@@ -73,6 +109,17 @@ sd_event* evm_sd_event(evm* manager) noexcept {
   return manager->loop;
 }
 
+int evm_start_timer(evm* manager, sd_event_source** timer, clockid_t clock, std::uint64_t usec,
+                    sd_event_time_handler_t handler, void* context) noexcept {
+  constexpr std::uint64_t accuracy_usec = 1;  // 0 would mean a quarter of a second
+  if (*timer == nullptr) {
+    return sd_event_add_time_relative(manager->loop, timer, clock, usec, accuracy_usec, handler,
+                                      context);
+  }
+  const int r = sd_event_source_set_time_relative(*timer, usec);
+  return r < 0 ? r : sd_event_source_set_enabled(*timer, SD_EVENT_ONESHOT);
+}
+
 void evm_flush(evm* manager) noexcept {
   for (const evm_flush_hook* hook = manager->flushes; hook != nullptr; hook = hook->next) {
     hook->flush(hook->argument);
@@ -107,6 +154,91 @@ int evm_init_sigevent(evm* manager, int code, std::uint32_t, std::uint32_t,
 
 void evm_raise(const evm_sigevent& event) noexcept {
   event.manager->queue.raise(event.code);
+}
+
+// --- Event connections
+// ----------------------------------------------------------------------------- A retry always
+// comes from the loop, never from inside the call that reported the end, so client libraries may
+// report it from wherever they notice it.
+
+namespace {
+
+constexpr std::uint64_t usec_per_second = 1'000'000;
+
+int on_retry(sd_event_source* /*source*/, std::uint64_t /*usec*/, void* connection) {
+  auto* closed = static_cast<evm_conn*>(connection);
+  if (closed->id == evm_no_connection) {  // else its owner opened it meanwhile
+    evm_conn_open(closed);
+  }
+  return 0;
+}
+
+// 0 or a status code.
+int schedule_retry(evm_conn& connection) noexcept {
+  const std::uint64_t delay = connection.next_delay * usec_per_second;
+  connection.next_delay =
+      std::min(std::max(connection.next_delay * 2, 1U), connection.longest_delay);
+  const int r = evm_start_timer(connection.manager, &connection.retry, CLOCK_MONOTONIC, delay,
+                                on_retry, &connection);
+  return r < 0 ? -r : status_ok;
+}
+
+}  // namespace
+
+int evm_conn_create(evm* manager, evm_conn_open_func open, void* context, std::uint32_t /*kind*/,
+                    evm_conn** ret) noexcept {
+  evm_conn* connection = new (std::nothrow) evm_conn;
+  if (connection == nullptr) {
+    return no_memory;
+  }
+  connection->manager = manager;
+  connection->open = open;
+  connection->context = context;
+  connection->next = manager->connections;
+  manager->connections = connection;
+  *ret = connection;
+  return status_ok;
+}
+
+int evm_conn_setretry(evm_conn* connection, std::uint32_t first, std::uint32_t longest) noexcept {
+  connection->first_delay = first;
+  connection->longest_delay = std::max(first, longest);
+  connection->next_delay = first;
+  return status_ok;
+}
+
+int evm_conn_notify(evm_conn* connection, std::uint32_t mask,
+                    evm_conn_event_func handler) noexcept {
+  connection->event_mask = mask;
+  connection->on_event = handler;
+  return status_ok;
+}
+
+int evm_conn_open(evm_conn* connection) noexcept {
+  connection->id = connection->open(connection->context);
+  if (connection->id == evm_no_connection) {
+    const int status = schedule_retry(*connection);
+    return status == status_ok ? open_in_progress : status;
+  }
+  connection->next_delay = connection->first_delay;
+  return status_ok;
+}
+
+void evm_conn_ended(evm* manager, std::uint32_t connection_id, std::uint32_t event) noexcept {
+  evm_conn* connection = manager->connections;
+  while (connection != nullptr && connection->id != connection_id) {
+    connection = connection->next;
+  }
+  if (connection == nullptr || connection_id == evm_no_connection) {
+    return;
+  }
+  connection->id = evm_no_connection;
+  if (connection->on_event != nullptr && (connection->event_mask & event) != 0) {
+    connection->on_event(connection, event);
+  }
+  if (connection->id == evm_no_connection) {
+    schedule_retry(*connection);
+  }
 }
 
 }  // namespace ot

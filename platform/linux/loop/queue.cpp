@@ -3,7 +3,6 @@
 #include "platform/linux/loop/queue.h"
 
 #include <sys/eventfd.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <new>
@@ -14,9 +13,6 @@ namespace ot {
 
 evm_queue::~evm_queue() {
   sd_event_source_disable_unref(source_);
-  if (fd_ >= 0) {
-    close(fd_);
-  }
   while (node* first = head_) {
     head_ = first->next;
     if (first->owned) {
@@ -30,11 +26,11 @@ evm_queue::~evm_queue() {
 }
 
 int evm_queue::open(sd_event* loop) noexcept {
-  fd_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK | EFD_SEMAPHORE);
-  if (fd_ < 0) {
+  fd_ = unique_fd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK | EFD_SEMAPHORE));
+  if (!fd_.valid()) {
     return errno;
   }
-  return -sd_event_add_io(loop, &source_, fd_, EPOLLIN, on_readable, this);
+  return -sd_event_add_io(loop, &source_, fd_.get(), EPOLLIN, on_readable, this);
 }
 
 void evm_queue::append(node& added) noexcept {
@@ -42,7 +38,7 @@ void evm_queue::append(node& added) noexcept {
   (tail_ == nullptr ? head_ : tail_->next) = &added;
   tail_ = &added;
   // Fails only at 2^64 - 1 waiting tasks, and then the loop is awake anyway.
-  eventfd_write(fd_, 1);
+  eventfd_write(fd_.get(), 1);
 }
 
 int evm_queue::post(evm_task task, void* argument) noexcept {

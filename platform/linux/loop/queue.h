@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include "platform/event_manager.h"
+#include "platform/linux/unique_fd.h"
 
 namespace ot {
 
@@ -57,7 +58,7 @@ class evm_queue {
   node* head_ = nullptr;
   node* tail_ = nullptr;
   async_event* events_ = nullptr;
-  int fd_ = -1;
+  unique_fd fd_;
   sd_event_source* source_ = nullptr;
 };
 

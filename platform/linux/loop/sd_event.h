@@ -1,4 +1,21 @@
-// What the Linux platform's own files need of the event manager.
+// The event loop of this platform: the manager's sd-event loop, for those who attach sources to it.
+//
+// The event manager (platform/event_manager.h) is a thin layer on sd-event, one loop a thread:
+// evm_block prepares and waits, evm_dispatch runs the one handler that is due. Everything in the
+// service happens inside such a handler, so nothing in one may block.
+//
+// From another thread there is one way in: a locked queue with an eventfd that counts it (queue.h).
+// evm_post appends a task, evm_raise the entry of an asynchronous event; one entry leaves the queue
+// for each dispatch, so a flood of posts does not starve the other sources. All else, attaching
+// sources above all, belongs to the loop's own thread.
+//
+// What a handler leaves to be done in one go (ledger items to store, events to send, lines to log)
+// it leaves to the flush hooks, which run before the loop waits. The order of their registration is
+// the order in which things leave the process.
+//
+// Time: timer trees have one source each on CLOCK_BOOTTIME (time.cpp), so that a delay counts while
+// the machine is suspended; retries and limits use CLOCK_MONOTONIC. The loop owns the manager's
+// sources; whoever attaches one of his own ends it before its descriptor closes.
 #pragma once
 
 #include <systemd/sd-event.h>
@@ -14,6 +31,11 @@ sd_event* evm_sd_event(evm* manager) noexcept;
 // Has `flush(argument)` called at the start of every evm_block, in the order of registration: what
 // a handler left to be done in one go (store, send, log) leaves the process before the loop waits.
 int evm_add_flush(evm* manager, void (*flush)(void* argument), void* argument) noexcept;
+
+// (Re)starts a one-shot timer, made at its first use, that expires `usec` from now on `clock`. The
+// caller unrefs it. 0 or sd-event's negative errno value.
+int evm_start_timer(evm* manager, sd_event_source** timer, clockid_t clock, std::uint64_t usec,
+                    sd_event_time_handler_t handler, void* context) noexcept;
 
 // Calls the flush hooks now, for a loop that will not wait again.
 void evm_flush(evm* manager) noexcept;

@@ -1,5 +1,5 @@
-// Routing netlink through libmnl. A lost event is told by ENOBUFS before the events that are still
-// queued; what to do then is the owner's decision.
+// Routing netlink through libmnl. A lost event is announced by ENOBUFS before the events that are
+// still queued; what to do then is the owner's decision.
 #include "platform/linux/netlink/socket.h"
 
 #include <sys/socket.h>

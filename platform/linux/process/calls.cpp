@@ -21,7 +21,6 @@ namespace ot {
 namespace {
 
 constexpr std::uint64_t longest_wait_us = 2'000'000;
-constexpr std::uint64_t accuracy_us = 1;
 
 int on_time_over(sd_event_source* /*source*/, std::uint64_t /*now*/, void* time_over) {
   *static_cast<bool*>(time_over) = true;
@@ -57,8 +56,8 @@ void process_exit(int status) {
 void process_wait(evm* manager, bool (*ready)()) noexcept {
   bool time_over = false;
   sd_event_source* limit = nullptr;
-  if (sd_event_add_time_relative(evm_sd_event(manager), &limit, CLOCK_MONOTONIC, longest_wait_us,
-                                 accuracy_us, on_time_over, &time_over) < 0) {
+  if (evm_start_timer(manager, &limit, CLOCK_MONOTONIC, longest_wait_us, on_time_over, &time_over) <
+      0) {
     return;
   }
   while (!ready() && !time_over) {

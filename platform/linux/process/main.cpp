@@ -14,7 +14,7 @@
 #include <string_view>
 
 #include "platform/ledger/server/server.h"
-#include "platform/linux/events/publisher_linux.h"
+#include "platform/linux/events/server.h"
 #include "platform/linux/log/queue.h"
 #include "platform/linux/loop/sd_event.h"
 #include "platform/linux/process/boot.h"

@@ -1,23 +1,36 @@
-// Longest-match look-ups in the kernel's IPv4 routing tables.
+// Routes as the kernel's messages describe them, and longest-match look-ups in its IPv4 routing
+// tables.
 #pragma once
+
+#include <linux/netlink.h>
 
 #include <array>
 #include <cstdint>
 
 #include "platform/fib_client.h"
 #include "platform/linux/netlink/socket.h"
-#include "platform/linux/routes/record.h"
 
 namespace ot {
+
+struct route_record {
+  std::uint32_t destination = 0;  // network byte order
+  std::uint32_t length = 0;
+  std::uint32_t table = 0;
+  std::uint32_t out_ifindex = 0;  // of the first next hop
+  bool usable = false;            // forwards, and not all of its next hops are dead
+};
+
+// Reads an IPv4 RTM_NEWROUTE or RTM_DELROUTE message; false when it is something else.
+bool route_record_read(const nlmsghdr& message, route_record* ret) noexcept;
 
 class route_lookup {
  public:
   // Opens the request socket. 0 or an errno value.
   int open() noexcept;
 
-  // Returns once the change is whole that the kernel is at. It tells of links and addresses before
-  // it has taken their routes away, so without this a look-up upon such an event may be early, and
-  // may give an interface a name that it had before.
+  // Returns once the change is whole that the kernel is at. It announces changes of links and
+  // addresses before it has taken their routes away, so without this a look-up upon such an event
+  // may be early, and may give an interface a name that it had before.
   void await_change() noexcept;
 
   // The longest match of `address` (network byte order) in `table`, that of a VRF device or of the

@@ -1,4 +1,4 @@
-// Looking registered prefixes up again. Only a look-up that differs from what was last told is
+// Looking registered prefixes up again. Only a look-up that differs from what was last reported is
 // news, so looking too often costs time and nothing else.
 #include "platform/linux/routes/watched_prefixes.h"
 
@@ -27,7 +27,7 @@ bool overlap(const fib_prefix& prefix, const route_record& route) noexcept {
 int watched_prefixes::add(const fib_prefix& prefix) noexcept {
   try {
     const auto [it, is_new] = prefixes_.try_emplace(prefix);
-    it->second.told = false;
+    it->second.reported = false;
     return is_new ? status_ok : fib_already_registered;
   } catch (const std::bad_alloc&) {
     return no_memory;
@@ -50,7 +50,7 @@ void watched_prefixes::look_at_related(std::span<const route_record> routes) noe
     const bool related = std::any_of(routes.begin(), routes.end(), [&](const route_record& route) {
       return overlap(watched, route);
     });
-    if (related || !last.told) {
+    if (related || !last.reported) {
       look(prefix, last);
     }
   }
@@ -66,17 +66,17 @@ void watched_prefixes::look_at_containing(const route_record& route) noexcept {
   }
 }
 
-void watched_prefixes::look(const fib_prefix& prefix, last_told& last) noexcept {
+void watched_prefixes::look(const fib_prefix& prefix, last_reported& last) noexcept {
   rtclient_result now;
   if (lookup_.find(prefix.address, prefix.table, &now) == status_ok &&
-      !(last.told && same(last.result, now))) {
+      !(last.reported && same(last.result, now))) {
     last = {now, true, true};
     any_news_ = true;
   }
 }
 
 // The callback may register and unregister, so the walk goes by keys.
-void watched_prefixes::tell(void (*changed)(const rtclient_notification*)) {
+void watched_prefixes::notify(void (*changed)(const rtclient_notification*)) {
   auto it = any_news_ ? prefixes_.begin() : prefixes_.end();
   any_news_ = false;
   while (it != prefixes_.end()) {

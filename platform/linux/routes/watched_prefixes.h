@@ -1,4 +1,4 @@
-// The prefixes that a client registered, and what it was last told of each. Main thread.
+// The prefixes that a client registered, and what was last reported of each. Main thread.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,6 @@
 
 #include "platform/fib_client.h"
 #include "platform/linux/routes/lookup.h"
-#include "platform/linux/routes/record.h"
 
 namespace ot {
 
@@ -38,20 +37,20 @@ class watched_prefixes {
   void look_at_related(std::span<const route_record> routes) noexcept;
   void look_at_containing(const route_record& route) noexcept;
 
-  // Calls `changed` for each prefix that a look found to be other than last told.
-  void tell(void (*changed)(const rtclient_notification*));
+  // Calls `changed` for each prefix that a look found to be other than last reported.
+  void notify(void (*changed)(const rtclient_notification*));
 
  private:
-  struct last_told {
+  struct last_reported {
     rtclient_result result;
-    bool told = false;
-    bool is_news = false;  // found, and about to be told
+    bool reported = false;
+    bool is_news = false;  // found, and about to be reported
   };
 
-  void look(const fib_prefix& prefix, last_told& last) noexcept;
+  void look(const fib_prefix& prefix, last_reported& last) noexcept;
 
   route_lookup& lookup_;
-  std::map<fib_prefix, last_told> prefixes_;
+  std::map<fib_prefix, last_reported> prefixes_;
   bool any_news_ = false;
 };
 

@@ -17,7 +17,7 @@
 #include <sstream>
 #include <thread>
 
-#include "platform/linux/events/publisher_linux.h"
+#include "platform/linux/events/server.h"
 #include "platform/linux/links/vrf_devices.h"
 #include "platform/linux/log/queue.h"
 #include "platform/linux/loop/sd_event.h"

@@ -14,7 +14,7 @@
 #include "platform/event_publisher.h"
 #include "platform/event_subscriber.h"
 #include "platform/linux/events/protocol.h"
-#include "platform/linux/events/publisher_linux.h"
+#include "platform/linux/events/server.h"
 #include "platform/linux/unique_fd.h"
 #include "platform/linux/unix_address.h"
 #include "platform/status.h"

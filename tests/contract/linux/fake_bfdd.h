@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "platform/event_manager.h"
-#include "platform/linux/bfd/frame.h"
+#include "platform/linux/bfd/protocol.h"
 
 namespace ot::testing {
 

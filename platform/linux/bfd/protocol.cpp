@@ -1,26 +1,91 @@
-// JSON of the BFD engine's control socket. The engine dies of well-formed JSON of the wrong shape,
-// so what it is sent is built here and nowhere else. What it sends is checked field by field, since
-// the library would throw at a wrong one.
-#include "platform/linux/bfd/messages.h"
+// Messages of the BFD engine's control socket, put together and taken apart. The engine is trusted
+// with nothing: a header is judged before its payload is waited for, and the payload's JSON is
+// checked field by field, since the library would throw at a wrong one. The engine dies of
+// well-formed JSON of the wrong shape, so what it is sent is built here and nowhere else.
+#include "platform/linux/bfd/protocol.h"
 
 #include <arpa/inet.h>
-
 #include <nlohmann/json.hpp>
 
-namespace ot {
+#include <cstring>
+
+namespace ot::bfd {
+namespace {
+
+constexpr std::uint8_t protocol_version = 1;
+constexpr std::size_t buffer_size = frame_header_size + payload_limit;
+
+struct wire_header {
+  std::uint32_t length = 0;  // of the payload, network byte order
+  std::uint16_t id = 0;      // echoed as it is
+  std::uint8_t type = 0;
+  std::uint8_t version = protocol_version;
+};
+static_assert(sizeof(wire_header) == frame_header_size);
+
+bool plausible(const wire_header& header) noexcept {
+  return header.version == protocol_version &&
+         (header.type == message_response || header.type == message_notification) &&
+         ntohl(header.length) <= payload_limit;
+}
+
+}  // namespace
+
+std::string frame_bytes(std::uint8_t type, std::uint16_t id, std::string_view payload) {
+  const wire_header header{htonl(static_cast<std::uint32_t>(payload.size())), id, type,
+                           protocol_version};
+  std::string bytes(sizeof header, '\0');
+  std::memcpy(bytes.data(), &header, sizeof header);
+  return bytes.append(payload);
+}
+
+// Not cleared: pages that no message reaches are never touched.
+frame_reader::frame_reader() : buffer_(std::make_unique_for_overwrite<char[]>(buffer_size)) {}
+
+std::span<char> frame_reader::room() noexcept {
+  if (begin_ > 0) {
+    std::memmove(buffer_.get(), buffer_.get() + begin_, end_ - begin_);
+    end_ -= begin_;
+    begin_ = 0;
+  }
+  return {buffer_.get() + end_, buffer_size - end_};
+}
+
+frame_reader::found frame_reader::next(frame_view* ret) noexcept {
+  wire_header header;
+  if (end_ - begin_ < sizeof header) {
+    return found::nothing;
+  }
+  const char* start = buffer_.get() + begin_;
+  std::memcpy(&header, start, sizeof header);
+  if (!plausible(header)) {
+    return found::broken;
+  }
+  const std::size_t length = ntohl(header.length);
+  if (end_ - begin_ < sizeof header + length) {
+    return found::nothing;
+  }
+  *ret = {header.id, header.type, {start + sizeof header, length}};
+  begin_ += sizeof header + length;
+  return found::frame;
+}
+
+// --- Payloads
+// ----------------------------------------------------------------------------------------
+
 namespace {
 
 using nlohmann::json;
 
 struct operation_row {
   std::string_view word;
-  bfd_operation operation;
+  operation_kind operation;
 };
 
 constexpr operation_row operations[] = {
-    {"add", bfd_operation::session_present},
-    {"delete", bfd_operation::session_gone},
-    {"status", bfd_operation::session_state},
+    {"add", operation_kind::session_present},
+    {"delete", operation_kind::session_gone},
+    {"status", operation_kind::session_state},
 };
 
 std::string address_text(std::uint32_t address) {
@@ -71,18 +136,18 @@ json parse_object(std::string_view payload) {
   return value.is_object() ? value : json(json::value_t::discarded);
 }
 
-bfd_operation operation_of(std::string_view word) noexcept {
+operation_kind operation_of(std::string_view word) noexcept {
   for (const operation_row& row : operations) {
     if (row.word == word) {
       return row.operation;
     }
   }
-  return bfd_operation::other;
+  return operation_kind::other;
 }
 
 }  // namespace
 
-std::string bfd_add_payload(const bfd_session_config& session, const bfd_label& label) {
+std::string add_payload(const session_config& session, const session_label& label) {
   json peer = {{"peer-address", address_text(session.destination)},
                {"local-interface", session.interface.c_str()},
                {"label", label.c_str()},
@@ -97,18 +162,18 @@ std::string bfd_add_payload(const bfd_session_config& session, const bfd_label& 
   return request.dump(-1, ' ', true, json::error_handler_t::replace);
 }
 
-std::string bfd_remove_payload(const bfd_label& label) {
+std::string remove_payload(const session_label& label) {
   const json peer = {{"label", label.c_str()}};
   const json request = {{"label", json::array({peer})}};
   return request.dump(-1, ' ', true, json::error_handler_t::replace);
 }
 
-std::string bfd_subscribe_payload() {
+std::string subscribe_payload() {
   constexpr std::uint64_t states_and_sessions = 3;  // in the machine's byte order
   return {reinterpret_cast<const char*>(&states_and_sessions), sizeof states_and_sessions};
 }
 
-bool bfd_read_response(std::string_view payload, bool* ret_accepted) {
+bool read_response(std::string_view payload, bool* ret_accepted) {
   const json object = parse_object(payload);
   const std::string* status = object.is_discarded() ? nullptr : text_of(object, "status");
   if (status == nullptr || (*status != "ok" && *status != "error")) {
@@ -118,13 +183,13 @@ bool bfd_read_response(std::string_view payload, bool* ret_accepted) {
   return true;
 }
 
-bool bfd_read_notification(std::string_view payload, bfd_notification* ret) {
+bool read_notification(std::string_view payload, engine_notification* ret) {
   const json object = parse_object(payload);
   const std::string* word = object.is_discarded() ? nullptr : text_of(object, "op");
   if (word == nullptr) {
     return false;
   }
-  bfd_notification read;
+  engine_notification read;
   read.operation = operation_of(*word);
   const std::string* label = &none;
   const std::string* interface = &none;
@@ -132,7 +197,7 @@ bool bfd_read_notification(std::string_view payload, bfd_notification* ret) {
   if (!optional_text(object, "label", &label) ||
       !optional_text(object, "local-interface", &interface) ||
       !optional_text(object, "state", &state) || !read_destination(object, &read.destination) ||
-      (read.operation == bfd_operation::session_state && state == &none)) {
+      (read.operation == operation_kind::session_state && state == &none)) {
     return false;
   }
   read.label.assign(*label);
@@ -142,4 +207,4 @@ bool bfd_read_notification(std::string_view payload, bfd_notification* ret) {
   return true;
 }
 
-}  // namespace ot
+}  // namespace ot::bfd

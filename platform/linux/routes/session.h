@@ -1,5 +1,28 @@
-// One client of the kernel's routing tables: what it registered, what it was last told, and the
-// sockets. Main thread.
+// Routes: one client of the kernel's routing tables, with what it registered, what was last
+// reported of each prefix, and the sockets. All on the main thread.
+//
+// A look-up (lookup.h) asks the kernel as if there were a packet to send, about a microsecond, and
+// takes the answer only from the wanted table; an address of the router's own hides that table, so
+// it is then read and matched here.
+//
+// Why prefixes are looked up again. The kernel announces most changes of routes, but not the end of
+// an IPv4 route whose interface goes down, loses its address or its carrier, leaves its VRF, or
+// whose next-hop object changes. So a notification is never taken from the event: every event that
+// may have an effect has the registered prefixes (watched_prefixes.h) looked up, and only a result
+// that differs from the last one is reported.
+//
+// What triggers a look:
+//   - a route was added or removed: the prefixes that overlap it;
+//   - a link, address, rule or next hop changed, or very many routes did: all prefixes, after the
+//     kernel has completed that change (await_change);
+//   - events within a pause after a look: at once only the prefixes that contain a changed route,
+//     the rest when the pause is over; the pause grows with what the look took;
+//   - a burst is over: all prefixes once more;
+//   - every 30 s the audit: all prefixes, for what no event announces.
+//
+// The way of a change: kernel -> events_ -> changed_ or everything_changed_ -> watched_prefixes ->
+// look-up -> the client's `changed` with the registered prefix. When events were lost, nobody knows
+// which: the client is disconnected, connected again, and registers anew.
 #pragma once
 
 #include <systemd/sd-event.h>
@@ -10,7 +33,6 @@
 #include "platform/fib_client.h"
 #include "platform/linux/netlink/socket.h"
 #include "platform/linux/routes/lookup.h"
-#include "platform/linux/routes/record.h"
 #include "platform/linux/routes/watched_prefixes.h"
 
 namespace ot {

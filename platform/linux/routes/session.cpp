@@ -1,9 +1,5 @@
-// Following the kernel's routes. The kernel announces most changes of routes, but not the end of an
-// IPv4 route whose interface goes down, loses its address or its carrier, leaves its VRF, or whose
-// next-hop object changes. So every event that may have such an effect has the registered prefixes
-// looked up again: at once, and once more when a burst of events is over. A slow audit catches what
-// no event tells of. Only a look-up that differs from the last one is told.
-#include "platform/linux/routes/fib_session.h"
+// Following the kernel's routes: when which registered prefixes are looked up again.
+#include "platform/linux/routes/session.h"
 
 #include <linux/rtnetlink.h>
 #include <sys/epoll.h>
@@ -27,7 +23,6 @@ constexpr std::uint64_t pause_most = 50 * msec;
 constexpr std::uint64_t pause_factor = 4;
 constexpr std::uint64_t audit_after = 30'000 * msec;
 constexpr std::uint64_t reconnect_after = 100 * msec;
-constexpr std::uint64_t accuracy = 1;
 
 // Events come one a read. A flood of them must not keep the loop from its other work.
 constexpr int reads_max = 256;
@@ -41,13 +36,7 @@ constexpr std::uint32_t groups =
 // Arms a one-shot timer, made at its first use.
 int arm(evm* manager, sd_event_source** timer, std::uint64_t after, sd_event_time_handler_t handler,
         void* context) noexcept {
-  sd_event* loop = evm_sd_event(manager);
-  if (*timer == nullptr) {
-    return sd_event_add_time_relative(loop, timer, CLOCK_BOOTTIME, after, accuracy, handler,
-                                      context);
-  }
-  const int r = sd_event_source_set_time_relative(*timer, after);
-  return r < 0 ? r : sd_event_source_set_enabled(*timer, SD_EVENT_ONESHOT);
+  return evm_start_timer(manager, timer, CLOCK_BOOTTIME, after, handler, context);
 }
 
 }  // namespace
@@ -169,7 +158,7 @@ void fib_session::on_event(void* self, const nlmsghdr& message) {
 int fib_session::on_registered(sd_event_source*, std::uint64_t, void* self) {
   auto& session = *static_cast<fib_session*>(self);
   session.prefixes_.look_at_related({});
-  session.prefixes_.tell(session.callbacks_.changed);
+  session.prefixes_.notify(session.callbacks_.changed);
   return 0;
 }
 
@@ -221,7 +210,7 @@ void fib_session::look_again(bool all) {
   } else {
     prefixes_.look_at_related(routes);
   }
-  prefixes_.tell(callbacks_.changed);
+  prefixes_.notify(callbacks_.changed);
 }
 
 // In a pause only the prefixes that contain a changed route are looked up at once: those may be the
@@ -230,7 +219,7 @@ void fib_session::look_inside_burst() {
   for (; looked_inside_ < changed_.size(); ++looked_inside_) {
     prefixes_.look_at_containing(changed_[looked_inside_]);
   }
-  prefixes_.tell(callbacks_.changed);
+  prefixes_.notify(callbacks_.changed);
 }
 
 }  // namespace ot

@@ -4,7 +4,7 @@
 #include <memory>
 #include <new>
 
-#include "platform/linux/routes/fib_session.h"
+#include "platform/linux/routes/session.h"
 #include "platform/status.h"
 
 namespace ot {

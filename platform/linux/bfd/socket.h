@@ -1,5 +1,5 @@
-// Notices that the BFD engine's control socket has been made, so that an engine that starts is
-// connected at once and one that is away costs next to no wake-ups.
+// Where the BFD engine's control socket is looked for, reaching it, and noticing that it has been
+// made.
 #pragma once
 
 #include <systemd/sd-event.h>
@@ -10,17 +10,25 @@
 #include "platform/event_manager.h"
 #include "platform/linux/unique_fd.h"
 
-namespace ot {
+namespace ot::bfd {
 
-class bfd_engine_watch {
+// In the order in which they are to be tried. OT_BFDD_SOCKET, taken as it is, stands for all.
+// Throws bad_alloc. Any thread.
+std::vector<std::string> engine_paths();
+
+// A connection that never blocks; invalid, with errno set, when nobody listens at `path`.
+unique_fd engine_connect(const std::string& path) noexcept;
+
+// Notices that the socket has been made, so that an engine that starts is connected at once and one
+// that is away costs next to no wake-ups.
+class socket_watch {
  public:
   using appeared_func = void (*)(void* owner) noexcept;
 
-  bfd_engine_watch(appeared_func appeared, void* owner) noexcept
-      : appeared_(appeared), owner_(owner) {}
-  ~bfd_engine_watch();
-  bfd_engine_watch(const bfd_engine_watch&) = delete;
-  bfd_engine_watch& operator=(const bfd_engine_watch&) = delete;
+  socket_watch(appeared_func appeared, void* owner) noexcept : appeared_(appeared), owner_(owner) {}
+  ~socket_watch();
+  socket_watch(const socket_watch&) = delete;
+  socket_watch& operator=(const socket_watch&) = delete;
 
   // Watches the directories of `paths` or what there is of them; to be repeated when something has
   // appeared. Without the means to watch, the client's own attempts remain.
@@ -38,4 +46,4 @@ class bfd_engine_watch {
   std::vector<std::string> names_;  // awaited: of sockets and of missing directories
 };
 
-}  // namespace ot
+}  // namespace ot::bfd

@@ -1,0 +1,261 @@
+// The session table. Removals go before creations, so that a session that replaces another finds
+// its place free; a creation that is refused all the same waits for an orphan of an earlier run to
+// be gone, or for its next turn. Every session gets a number of its own for each time it is asked
+// for, so that a label never stands for two sessions, whatever the engine still has to say about
+// the first.
+#include "platform/linux/bfd/session_table.h"
+
+#include <sys/random.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+
+#include "platform/common/root_path.h"
+
+namespace ot::bfd {
+namespace {
+
+constexpr std::size_t instance_digits = sizeof "ot-xxxxxxxx-" - 1;
+constexpr std::size_t number_place = sizeof "ot-xxxxxxxx-xxxxxxxx-" - 1;
+
+// FNV-1a.
+std::uint32_t hash_of(std::string_view text) noexcept {
+  std::uint32_t hash = 2166136261U;
+  for (const char letter : text) {
+    hash = (hash ^ static_cast<unsigned char>(letter)) * 16777619U;
+  }
+  return hash;
+}
+
+// More orphans than a service can have left; those beyond wait for the next connection.
+constexpr std::size_t orphan_limit = 4096;
+
+}  // namespace
+
+session_label session_labels::label(std::uint32_t number) const noexcept {
+  char text[session_label::capacity];
+  std::snprintf(text, sizeof text, "ot-%08x-%08x-%08x", instance_, run_, number);
+  return session_label{text};
+}
+
+bool session_labels::own(const session_label& text) const noexcept {
+  return text.view().substr(0, instance_digits) == label(0).view().substr(0, instance_digits);
+}
+
+std::optional<std::uint32_t> session_labels::number(const session_label& text) const noexcept {
+  if (text.view().size() <= number_place) {
+    return std::nullopt;
+  }
+  const auto number =
+      static_cast<std::uint32_t>(std::strtoul(text.c_str() + number_place, nullptr, 16));
+  return label(number) == text ? std::optional{number} : std::nullopt;
+}
+
+session_labels this_process_labels() {
+  std::uint32_t run = 0;
+  if (getrandom(&run, sizeof run, 0) != static_cast<ssize_t>(sizeof run)) {
+    run = static_cast<std::uint32_t>(getpid());
+  }
+  return {hash_of(root_path("/")), run};
+}
+
+void session_table::ask(std::uint32_t number, wanted_session& session) {
+  session.progress = wanted_session::step::wanted;
+  if (engine_here_) {
+    to_ask_.push_back(number);
+  }
+}
+
+wanted_session& session_table::want(const session_key& key, const session_config& config,
+                                    bool* ret_replaced_up) {
+  *ret_replaced_up = false;
+  std::vector<request_origin> unanswered;
+  if (const auto known = numbers_.find(key); known != numbers_.end()) {
+    wanted_session& present = sessions_.at(known->second);
+    if (present.config == config) {
+      return present;
+    }
+    *ret_replaced_up = present.up;
+    unanswered = std::move(present.unanswered);
+    forget(known->second);
+  }
+  const std::uint32_t number = ++last_number_;
+  wanted_session& session = sessions_[number];
+  session.key = key;
+  session.config = config;
+  session.unanswered = std::move(unanswered);
+  numbers_[key] = number;
+  ask(number, session);
+  return session;
+}
+
+void session_table::remove(const session_key& key) {
+  if (const auto known = numbers_.find(key); known != numbers_.end()) {
+    forget(known->second);
+  }
+}
+
+void session_table::forget(std::uint32_t number) {
+  const auto found = sessions_.find(number);
+  const wanted_session& session = found->second;
+  if (session.progress == wanted_session::step::asked ||
+      session.progress == wanted_session::step::held) {
+    to_remove_.push_back(labels_.label(number));
+  }
+  numbers_.erase(session.key);
+  sessions_.erase(found);
+}
+
+void session_table::drop_jobs() noexcept {
+  engine_here_ = false;
+  states_wanted_ = false;
+  to_remove_.clear();
+  to_ask_.clear();
+}
+
+void session_table::engine_back() {
+  engine_here_ = true;
+  for (auto& [number, session] : sessions_) {
+    session.refusals = 0;
+    ask(number, session);
+  }
+}
+
+std::optional<engine_job> session_table::next_job() {
+  if (!to_remove_.empty()) {
+    engine_job job{message_remove, remove_payload(to_remove_.front()), 0};
+    to_remove_.pop_front();
+    return job;
+  }
+  while (!to_ask_.empty()) {
+    const std::uint32_t number = to_ask_.front();
+    to_ask_.pop_front();
+    const auto found = sessions_.find(number);
+    if (found != sessions_.end() && found->second.progress == wanted_session::step::wanted) {
+      found->second.progress = wanted_session::step::asked;
+      return engine_job{message_add, add_payload(found->second.config, labels_.label(number)),
+                        number};
+    }
+  }
+  if (std::exchange(states_wanted_, false)) {
+    return engine_job{message_subscribe, subscribe_payload(), 0};
+  }
+  return std::nullopt;
+}
+
+std::vector<engine_job> session_table::final_jobs() {
+  while (!sessions_.empty()) {
+    forget(sessions_.begin()->first);
+  }
+  std::vector<engine_job> jobs;
+  while (std::optional<engine_job> job = next_job()) {
+    jobs.push_back(std::move(*job));
+  }
+  return jobs;
+}
+
+wanted_session* session_table::answered(std::uint32_t number, bool accepted, bool* ret_lost_up) {
+  *ret_lost_up = false;
+  const auto found = sessions_.find(number);
+  if (found == sessions_.end() || found->second.progress != wanted_session::step::asked) {
+    return nullptr;
+  }
+  wanted_session& session = found->second;
+  // A session that outlived a connection cannot be created again.
+  const bool held = accepted || session.present;
+  session.progress = held ? wanted_session::step::held : wanted_session::step::refused;
+  session.refusals = held ? 0 : session.refusals + 1;
+  if (held && session.of_another) {
+    *ret_lost_up = std::exchange(session.up, false);
+  }
+  // At first an orphan may be in the way, which is being removed.
+  session.of_another = session.refusals > 1;
+  states_wanted_ = states_wanted_ || session.refusals == 2;
+  return &session;
+}
+
+wanted_session* session_table::with_label(const session_label& label) {
+  const std::optional<std::uint32_t> number = labels_.number(label);
+  const auto found = number ? sessions_.find(*number) : sessions_.end();
+  return found == sessions_.end() ? nullptr : &found->second;
+}
+
+void session_table::remove_orphan(const session_label& label) {
+  if (to_remove_.size() < orphan_limit) {
+    to_remove_.push_back(label);
+  }
+}
+
+void session_table::note_present(wanted_session& session) noexcept {
+  session.present = true;
+  if (session.progress == wanted_session::step::refused) {
+    session.progress = wanted_session::step::held;
+  }
+}
+
+// Somebody took the session away, or an orphan that was in the way of another is gone.
+void session_table::note_gone(wanted_session* session) {
+  if (session != nullptr) {
+    session->present = false;
+    if (session->progress == wanted_session::step::held) {
+      session->progress = wanted_session::step::refused;
+    }
+  }
+  retry_refused();
+}
+
+// The session that follows the one of another client; that may be bound to no interface.
+wanted_session* session_table::following(const engine_notification& notification) {
+  for (auto& [number, session] : sessions_) {
+    if (session.of_another && session.key.destination == notification.destination &&
+        (notification.interface.empty() || notification.interface == session.config.interface)) {
+      return &session;
+    }
+  }
+  return nullptr;
+}
+
+// The session if that changes it.
+wanted_session* session_table::note_state(wanted_session* session, bool up) noexcept {
+  if (session == nullptr || session->up == up) {
+    return nullptr;
+  }
+  session->up = up;
+  return session;
+}
+
+wanted_session* session_table::notified(const engine_notification& notification) {
+  const bool own = labels_.own(notification.label);
+  wanted_session* session = own ? with_label(notification.label) : following(notification);
+  switch (notification.operation) {
+    case operation_kind::session_present:
+      if (own && session == nullptr) {
+        remove_orphan(notification.label);
+      } else if (own) {
+        note_present(*session);
+      }
+      break;
+    case operation_kind::session_gone:
+      if (own || session != nullptr) {
+        note_gone(session);
+      }
+      return note_state(session, false);
+    case operation_kind::session_state:
+      return note_state(session, notification.up);
+    case operation_kind::other:
+      break;
+  }
+  return nullptr;
+}
+
+void session_table::retry_refused() {
+  for (auto& [number, session] : sessions_) {
+    if (session.progress == wanted_session::step::refused) {
+      ask(number, session);
+    }
+  }
+}
+
+}  // namespace ot::bfd

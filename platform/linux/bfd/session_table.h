@@ -1,0 +1,138 @@
+// The sessions wanted of the BFD engine and how far it has followed: what is to be sent next, and
+// what its answers and notifications mean for whom. No socket, no clock. Any function may throw
+// bad_alloc.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/bfd_client.h"
+#include "platform/linux/bfd/protocol.h"
+
+namespace ot::bfd {
+
+// Labels of the sessions we ask the engine for: "ot-INSTANCE-RUN-NUMBER" in hexadecimal. Sessions
+// outlive the process that asked for them; by its label a session is known as this instance's own,
+// and as one of this run or of an earlier one.
+class session_labels {
+ public:
+  // `instance`: the same for every run of one instance, and only for those; `run`: another for
+  // every run.
+  session_labels(std::uint32_t instance, std::uint32_t run) noexcept
+      : instance_(instance), run_(run) {}
+
+  [[nodiscard]] session_label label(std::uint32_t number) const noexcept;
+  // Whether the label is one of this instance's, of whichever run.
+  [[nodiscard]] bool own(const session_label& label) const noexcept;
+  // The number in a label of this run.
+  [[nodiscard]] std::optional<std::uint32_t> number(const session_label& label) const noexcept;
+
+ private:
+  std::uint32_t instance_;
+  std::uint32_t run_;
+};
+
+// The labels of this process: the instance is known by its root directory. Throws bad_alloc.
+session_labels this_process_labels();
+
+// What the client names a session by.
+struct session_key {
+  std::uint32_t ifhandle = 0;
+  std::uint32_t destination = 0;  // network byte order
+
+  friend auto operator<=>(const session_key&, const session_key&) = default;
+};
+
+// A creation that is to be acknowledged.
+struct request_origin {
+  const void* context = nullptr;
+  std::uint32_t sequence = 0;
+};
+
+struct wanted_session {
+  enum class step { wanted, asked, held, refused };
+
+  session_key key;
+  session_config config;
+  step progress = step::wanted;
+  bool present = false;  // the engine said so
+  bool up = false;
+  unsigned refusals = 0;    // in a row
+  bool of_another = false;  // refused because another client has it: that one is followed
+  std::vector<request_origin> unanswered;
+};
+
+// A request to be sent now; `number` is the session's, 0 for a removal.
+struct engine_job {
+  std::uint8_t type = 0;
+  std::string payload;
+  std::uint32_t number = 0;
+};
+
+class session_table {
+ public:
+  explicit session_table(const session_labels& labels) : labels_(labels) {}
+
+  // The session of that key becomes the one asked for. The same configuration as before leaves it
+  // as it is; another one replaces it. The session, which lives until it is removed or replaced;
+  // `ret_replaced_up`: the one before was up and is gone.
+  wanted_session& want(const session_key& key, const session_config& config, bool* ret_replaced_up);
+  void remove(const session_key& key);
+
+  // The engine is there: everything is to be asked for.
+  void engine_back();
+  // The engine is away, as it is at first, and nothing is to be sent. `lost_up` gets the key of
+  // each session that was up.
+  template <typename Function>
+  void engine_lost(Function lost_up) noexcept {
+    drop_jobs();
+    for (auto& [number, session] : sessions_) {
+      session.present = false;
+      session.of_another = false;
+      session.progress = wanted_session::step::wanted;
+      if (std::exchange(session.up, false)) {
+        lost_up(session.key);
+      }
+    }
+  }
+
+  std::optional<engine_job> next_job();
+  // What is still to be sent to an engine that will not be asked again.
+  std::vector<engine_job> final_jobs();
+
+  // The session whose creation was answered; null when it is wanted no more. `ret_lost_up`: it
+  // followed another client's session, which was up and has made room for it.
+  wanted_session* answered(std::uint32_t number, bool accepted, bool* ret_lost_up);
+  // The session whose state has changed by the notification; null when there is none.
+  wanted_session* notified(const engine_notification& notification);
+
+  // Refused sessions are asked for again.
+  void retry_refused();
+
+ private:
+  void drop_jobs() noexcept;
+  void forget(std::uint32_t number);
+  void ask(std::uint32_t number, wanted_session& session);
+  void remove_orphan(const session_label& label);
+  wanted_session* with_label(const session_label& label);
+  wanted_session* following(const engine_notification& notification);
+  static wanted_session* note_state(wanted_session* session, bool up) noexcept;
+  static void note_present(wanted_session& session) noexcept;
+  void note_gone(wanted_session* session);
+
+  session_labels labels_;
+  bool engine_here_ = false;
+  bool states_wanted_ = false;  // the engine is to repeat those of all sessions
+  std::uint32_t last_number_ = 0;
+  std::map<std::uint32_t, wanted_session> sessions_;  // by number
+  std::map<session_key, std::uint32_t> numbers_;
+  std::deque<session_label> to_remove_;
+  std::deque<std::uint32_t> to_ask_;
+};
+
+}  // namespace ot::bfd
