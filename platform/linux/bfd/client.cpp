@@ -14,10 +14,7 @@
 #include "platform/linux/bfd/engine.h"
 #include "platform/status.h"
 
-namespace ot {
-
-using namespace bfd;
-
+namespace ot::bfd {
 namespace {
 
 struct queued_request : lq_link {
@@ -145,20 +142,23 @@ int send_request(const bfdc_session_request& request, bool wanted,
 }
 
 }  // namespace
+}  // namespace ot::bfd
+
+namespace ot {
 
 int bfdc_bind_nb(const bfdc_bind_record& record, void* /*context*/) noexcept {
   if (record.manager == nullptr) {
     return invalid_argument;
   }
   bfdc_unbind();
-  client_state& client = the_client();
-  std::unique_ptr<engine_client> engine;
+  bfd::client_state& client = bfd::the_client();
+  std::unique_ptr<bfd::engine_client> engine;
   try {
-    engine = std::make_unique<engine_client>(record, this_process_labels());
+    engine = std::make_unique<bfd::engine_client>(record, bfd::this_process_labels());
   } catch (const std::bad_alloc&) {
     return no_memory;
   }
-  int status = evm_post(record.manager, notify_bound, nullptr);
+  int status = evm_post(record.manager, bfd::notify_bound, nullptr);
   if (status == status_ok) {
     status = engine->start();
   }
@@ -173,24 +173,24 @@ int bfdc_bind_nb(const bfdc_bind_record& record, void* /*context*/) noexcept {
 }
 
 void bfdc_unbind() noexcept {
-  client_state& client = the_client();
+  bfd::client_state& client = bfd::the_client();
   {
     const std::lock_guard guard(client.lock);
     client.bound = false;
   }
-  while (next_request() != nullptr) {
+  while (bfd::next_request() != nullptr) {
   }
   delete client.engine;
   client.engine = nullptr;
 }
 
 int bfdc_session_create_nb(const bfdc_session_request& request, bfdc_session_answer* ret) noexcept {
-  return send_request(request, true, ret);
+  return bfd::send_request(request, true, ret);
 }
 
 int bfdc_session_delete_unconfig_nb(const bfdc_session_request& request,
                                     bfdc_session_answer* ret) noexcept {
-  return send_request(request, false, ret);
+  return bfd::send_request(request, false, ret);
 }
 
 }  // namespace ot

@@ -48,7 +48,7 @@ struct session_key {
   friend auto operator<=>(const session_key&, const session_key&) = default;
 };
 
-// A creation that is to be acknowledged.
+// What the acknowledgement of a request carries back to the client.
 struct request_origin {
   const void* context = nullptr;
   std::uint32_t sequence = 0;

@@ -145,8 +145,7 @@ void event_server::flush() noexcept {
   }
 }
 
-// --- One subscriber's connection
-// -------------------------------------------------------------------
+// --- One subscriber's connection -----------------------------------------------------------------
 
 event_subscription::~event_subscription() {
   sd_event_source_disable_unref(io_);

@@ -7,8 +7,7 @@
 // A subscriber connects to a sequenced-packet socket in the run directory, sends its filters in one
 // packet, gets one answer and from then on events. Without filters it gets all. The publisher owns
 // the event kind (how a record matches a filter); the server owns connections and filters, and
-// hands filters that it did not make itself to the publisher's `copy_subscriptions`, which may
-// refuse.
+// shows each subscriber's filters to the publisher (`copy_subscriptions`), which may refuse them.
 //
 // Nothing waits for a subscriber: who says nothing is closed after a while, who does not read is
 // cut off when its backlog is full, and neither holds up the others. A subscriber that was cut off

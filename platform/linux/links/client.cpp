@@ -171,10 +171,10 @@ void ifc_client::broken() noexcept {
   evm_conn_ended(manager_, connection_id_, evm_conn_failed);
 }
 
-// --- Questions to the kernel
-// ----------------------------------------------------------------------- All links, or one that no
-// event has announced yet. An answer to the latter is not kept, so that its event is still reported
-// as news.
+// --- Questions to the kernel ---------------------------------------------------------------------
+
+// All links, or one that no event has announced yet. An answer to the latter is not kept, so that
+// its event is still reported as news.
 
 int ifc_client::dump(link_cache* ret) noexcept {
   int status = EINTR;

@@ -37,8 +37,9 @@ constexpr std::size_t formatted_length(int formatted, std::size_t size) noexcept
   return formatted < 0 ? 0 : std::min(static_cast<std::size_t>(formatted), size - 1);
 }
 
-// --- Sinks ------------------------------------------------------------------------------------
+// --- Sinks ---------------------------------------------------------------------------------------
 
+constexpr std::size_t text_limit = 1000;  // of one line; longer ones are cut
 constexpr std::size_t line_limit = 1200;  // the longest text and the prefix before it
 
 constexpr std::string_view identifier = "SYSLOG_IDENTIFIER=object_tracking";
@@ -109,7 +110,7 @@ void write_line(const errmsg_record* record, std::uint32_t severity,
   }
 }
 
-// --- The queue ---------------------------------------------------------------------------------
+// --- The queue -----------------------------------------------------------------------------------
 
 struct line_header {
   const errmsg_record* record;
@@ -118,7 +119,7 @@ struct line_header {
 };
 
 constexpr std::size_t room = 160'000;
-constexpr std::size_t longest_line = sizeof(line_header) + log_text_limit + 1;
+constexpr std::size_t longest_line = sizeof(line_header) + text_limit + 1;
 
 std::mutex lock;
 alignas(line_header) char lines[room];  // untouched pages cost nothing
@@ -137,17 +138,16 @@ void write_all() noexcept {
   used = 0;
 }
 
-}  // namespace
-
-void log_queue_line(const errmsg_record* record, std::uint32_t severity, const char* format,
-                    std::va_list arguments) noexcept {
+// Queues (or writes) one line; `record` is null for a trace. The arguments are those of `format`.
+void add_line(const errmsg_record* record, std::uint32_t severity, const char* format,
+              std::va_list arguments) noexcept {
   const std::lock_guard guard(lock);
   if (used + longest_line > room) {
     write_all();
   }
   char* text = lines + used + sizeof(line_header);
-  std::size_t length = formatted_length(std::vsnprintf(text, log_text_limit + 1, format, arguments),
-                                        log_text_limit + 1);
+  std::size_t length =
+      formatted_length(std::vsnprintf(text, text_limit + 1, format, arguments), text_limit + 1);
   while (length > 0 && text[length - 1] == '\n') {
     --length;
   }
@@ -158,6 +158,8 @@ void log_queue_line(const errmsg_record* record, std::uint32_t severity, const c
     write_all();
   }
 }
+
+}  // namespace
 
 int log_queue_attach(evm* manager) noexcept {
   const int status = evm_add_flush(
@@ -181,13 +183,12 @@ void log_queue_flush() noexcept {
   write_all();
 }
 
-// --- Messages and traces
-// ---------------------------------------------------------------------------
+// --- Messages and traces -------------------------------------------------------------------------
 
 void errmsg_log(const errmsg_record* record, std::uint32_t severity, ...) noexcept {
   std::va_list arguments;
   va_start(arguments, severity);
-  log_queue_line(record, severity, record->format, arguments);
+  add_line(record, severity, record->format, arguments);
   va_end(arguments);
 }
 
@@ -195,7 +196,7 @@ void dbg_print(const dbg_flag& /*flag*/, std::uint32_t /*reserved1*/, std::uint3
                const char* format, ...) noexcept {
   std::va_list arguments;
   va_start(arguments, format);
-  log_queue_line(nullptr, LOG_DEBUG, format, arguments);
+  add_line(nullptr, LOG_DEBUG, format, arguments);
   va_end(arguments);
 }
 

@@ -5,19 +5,9 @@
 // calls is kept throughout. Any thread.
 #pragma once
 
-#include <cstdarg>
-
 #include "platform/event_manager.h"
-#include "platform/messages.h"
 
 namespace ot {
-
-// Longest text of one line; longer ones are cut.
-inline constexpr std::size_t log_text_limit = 1000;
-
-// Queues (or writes) one line; `record` is null for a trace. The arguments are those of `format`.
-void log_queue_line(const errmsg_record* record, std::uint32_t severity, const char* format,
-                    std::va_list arguments) noexcept;
 
 // Makes the calling thread's loop the one whose flush writes the lines. 0 or 12.
 int log_queue_attach(evm* manager) noexcept;

@@ -156,11 +156,10 @@ void evm_raise(const evm_sigevent& event) noexcept {
   event.manager->queue.raise(event.code);
 }
 
-// --- Event connections
-// ----------------------------------------------------------------------------- A retry always
-// comes from the loop, never from inside the call that reported the end, so client libraries may
-// report it from wherever they notice it.
+// --- Event connections ---------------------------------------------------------------------------
 
+// A retry always comes from the loop, never from inside the call that reported the end, so client
+// libraries may report it from wherever they notice it.
 namespace {
 
 constexpr std::uint64_t usec_per_second = 1'000'000;

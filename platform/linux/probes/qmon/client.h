@@ -1,6 +1,21 @@
-// What libqmon_infra.dll exports: the service's way to the probe statistics table. C names, so that
-// they can be looked up by name in a library that may not be there. One thread, but for the look-up
-// itself, which any number may do between two calls of the others.
+// Probes as the service reads them, and what libqmon_infra.dll exports for that: C names, so that
+// they can be looked up by name in a library that may not be there.
+//
+// qmond (tools/qmond), an optional package and a process of its own, runs the probe operations. It
+// publishes their results in a file that anybody may map (table_layout.h); nobody asks it anything.
+//
+// The way of a result: qmond -> the operation's cell, as a whole (published_cell.h) -> the mapping
+// (table_view.h) -> this library (client.cpp) -> the service's calls (../service.cpp), which find
+// this library's functions by name at each call, because the package may be installed or removed
+// while the service runs.
+//
+// Ownership: qmond makes, fills and replaces the file. The library holds one mapping a process. The
+// service holds nothing but its loads of the libraries.
+//
+// Threads: one thread calls these, but for the look-up itself, which any number may do between two
+// calls of the others. Readers take no lock, wait for nobody and trust nothing but the size that
+// was checked when the file was opened; a table whose writer has shown no heartbeat for 4 s counts
+// as none.
 #pragma once
 
 #include <cstdint>
