@@ -8,7 +8,7 @@
 #include <type_traits>
 
 #include "core/debug.h"
-#include "oper/records/fill.h"
+#include "core/track.h"
 #include "platform/status.h"
 
 namespace ot {

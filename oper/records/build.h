@@ -1,4 +1,4 @@
-// Building chains of operational records from the track table.
+// Operational records from tracks: filling one, and building chains from the track table.
 #pragma once
 
 #include <cstdint>
@@ -7,6 +7,16 @@
 #include "oper/records/track_records.h"
 
 namespace ot {
+
+struct ot_track;
+
+// Each fills a zeroed record. 0, or 12 when a part of it could not be allocated; the parts that
+// were stay linked to the record and are freed with it. Main thread.
+int ot_fill_track_info(const ot_track& track, track_info__& record) noexcept;
+int ot_fill_track_info_brief(const ot_track& track, track_info_brief__& record) noexcept;
+
+// Adds the interfaces whose configuration names the track, under its whole name.
+int ot_fill_intf_tracking_info(const ot_track& track, track_info__& record) noexcept;
 
 // How many records a page of the detailed listing has.
 inline constexpr std::uint32_t track_page = 100;

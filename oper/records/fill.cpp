@@ -1,9 +1,10 @@
 // What a record says of a track. Both kinds of record begin with the same fields; what a track
 // follows stands in the row of its kind.
 
-#include "oper/records/fill.h"
+#include "oper/records/build.h"
 
 #include "core/debug.h"
+#include "core/track.h"
 #include "core/track_kind.h"
 #include "oper/records/tracking_interfaces.h"
 #include "platform/status.h"

@@ -117,16 +117,10 @@ static_assert(sizeof(bfdprb_track_info__) == 132 && sizeof(prb_track_info__) == 
 static_assert(offsetof(delayed_state_status__, TrackState) == 4);
 static_assert(sizeof(delayed_state_status__) == 8);
 
-int ot_records_register() noexcept {
-  constexpr const brec_descriptor* in_order[] = {
-      &bool_track_info___brec,   &threshold_track_info___brec,    &route_track_info___brec,
-      &intf_track_info___brec,   &interface_tracking_info___brec, &prb_track_info___brec,
-      &bfdprb_track_info___brec, &delayed_state_status___brec,    &track_info___brec,
-      &track_info_brief___brec,
-  };
+int register_records(std::span<const brec_descriptor* const> descriptors) noexcept {
   int status = brec_register_start();
   if (status != 0) return status;
-  for (const brec_descriptor* descriptor : in_order) {
+  for (const brec_descriptor* descriptor : descriptors) {
     status = brec_register(*descriptor);
     if (status != 0) {
       brec_register_abort();
@@ -134,6 +128,16 @@ int ot_records_register() noexcept {
     }
   }
   return brec_register_end();
+}
+
+int ot_records_register() noexcept {
+  static constexpr const brec_descriptor* in_order[] = {
+      &bool_track_info___brec,   &threshold_track_info___brec,    &route_track_info___brec,
+      &intf_track_info___brec,   &interface_tracking_info___brec, &prb_track_info___brec,
+      &bfdprb_track_info___brec, &delayed_state_status___brec,    &track_info___brec,
+      &track_info_brief___brec,
+  };
+  return register_records(in_order);
 }
 
 }  // namespace ot

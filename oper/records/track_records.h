@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 
 #include "core/track_type.h"
 #include "platform/brec.h"
@@ -117,9 +118,12 @@ extern const brec_descriptor delayed_state_status___brec;
 extern const brec_descriptor track_info___brec;
 extern const brec_descriptor track_info_brief___brec;
 
+// Registers types in this order, all or none. 0, the code of the first failure, or 76 when they are
+// registered already (and stay so).
+int register_records(std::span<const brec_descriptor* const> descriptors) noexcept;
+
 // Registers the ten types, contained ones first. Before the first record is encoded or decoded, in
-// the service and in the show front-end alike. On the first failure nothing stays registered and
-// its code is returned; 76 when they are registered already (and stay so).
+// the service and in the show front-end alike. As register_records.
 int ot_records_register() noexcept;
 
 }  // namespace ot

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <memory>
 
-#include "oper/records/engine_record.h"
+#include "oper/records/engine.h"
 #include "platform/status.h"
 #include "tools/trackctl/config_session.h"
 #include "tools/trackctl/failure.h"

@@ -1,5 +1,5 @@
 // What a record says of a track of each type.
-#include "oper/records/fill.h"
+#include "oper/records/build.h"
 
 #include <arpa/inet.h>
 

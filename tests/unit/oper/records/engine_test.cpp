@@ -2,8 +2,7 @@
 #include <memory>
 
 #include "core/connections.h"
-#include "oper/records/engine_provider.h"
-#include "oper/records/engine_record.h"
+#include "oper/records/engine.h"
 #include "platform/memory/alloc_faults.h"
 #include "tests/unit/sources/bfd/fixture.h"
 

@@ -1,6 +1,6 @@
-// One row a service: its name, and how to count what waits for it.
+// What each kind of tracks needs of the router, as its row says.
 
-#include "oper/records/engine_provider.h"
+#include "oper/records/engine.h"
 
 #include <array>
 #include <string_view>
@@ -8,7 +8,6 @@
 #include "core/connections.h"
 #include "core/debug.h"
 #include "core/track_kind.h"
-#include "oper/records/engine_record.h"
 #include "platform/status.h"
 
 namespace ot {
@@ -52,6 +51,20 @@ constexpr ledger_dpv_provider engine_provider[] = {
 };
 
 }  // namespace
+
+const brec_descriptor engine_info___brec = {
+    1,
+    "engine_info__",
+    "libobject_tracking_brec_desc.dll",
+    {},
+    sizeof(engine_info__),
+    "$12=L{next}p($12){Service}33x%S{Connected}b{Since}H{Pending}D;",
+    "$12=Lp($12)33x%SbHD;"};
+
+int ot_engine_record_register() noexcept {
+  static constexpr const brec_descriptor* descriptors[] = {&engine_info___brec};
+  return register_records(descriptors);
+}
 
 int ot_engine_provider_register() noexcept {
   return ledger_dpv_register("/oper/object_tracking/gl/", engine_provider);
