@@ -7,7 +7,6 @@
 
 #include "config/verifiers.h"
 #include "core/debug.h"
-#include "core/restart.h"
 #include "lists/boolean_list.h"
 #include "lists/members.h"
 #include "lists/threshold_list.h"
@@ -90,9 +89,7 @@ int make_track(const list_creation& kind, const char* name, track_type type, con
     return status;
   }
   track.configured_type = static_cast<std::uint32_t>(type);
-  if (ot_is_restart() != 0) {
-    ot_ledger_get_track_state(name, &track.state);
-  }
+  take_over_published_state(track);
   if (object != nullptr && kind.add(track, object, value) != status_ok) {
     OT_TRACE_ERROR(kind.add_failed, kind.create_name);
     release_track_timers(track);

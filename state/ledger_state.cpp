@@ -4,6 +4,7 @@
 #include "state/ledger_state.h"
 
 #include "core/debug.h"
+#include "core/track.h"
 #include "oper/outlets/notifications.h"
 #include "platform/process.h"
 #include "platform/status.h"
@@ -14,6 +15,8 @@ ledger_conn* ot_ha_ledger = nullptr;
 bool is_bound_ot_ha_ledger = false;
 
 namespace {
+
+std::uint32_t ot_restart = 0;
 
 // Only success is remembered: the library may be installed while the service runs.
 bool library_seen = false;
@@ -104,6 +107,20 @@ int object_tracking_ledger_get_prb_track_state(const char* name, track_state* re
 
 int ot_ledger_get_track_state(const char* name, track_state* ret_state) noexcept {
   return read_state(__func__, name, ret_state);
+}
+
+void ot_set_restart(std::uint32_t start_count) noexcept {
+  ot_restart = start_count >= 2 ? 1 : 0;
+}
+
+std::uint32_t ot_is_restart() noexcept {
+  return ot_restart;
+}
+
+void take_over_published_state(ot_track& track) noexcept {
+  if (ot_restart != 0) {
+    ot_ledger_get_track_state(track.name.c_str(), &track.state);
+  }
 }
 
 int object_tracking_delete_item_from_ledger(const char* name) noexcept {

@@ -7,6 +7,8 @@
 
 namespace ot {
 
+struct ot_track;
+
 inline constexpr const char* published_states_path = "/oper/gl/object-tracking/";
 
 // The process's connection for publishing, and whether it is bound.
@@ -25,6 +27,14 @@ int ledger_write_track_state(const char* name, track_state state) noexcept;
 // ledger_library_missing. The first is the probe source's, the second everybody else's.
 int object_tracking_ledger_get_prb_track_state(const char* name, track_state* ret_state) noexcept;
 int ot_ledger_get_track_state(const char* name, track_state* ret_state) noexcept;
+
+// The restart flag: whether this process follows an earlier one of the same boot, by its start
+// count (1 for the first start). 1 after the second or a later start, else 0.
+void ot_set_restart(std::uint32_t start_count) noexcept;
+std::uint32_t ot_is_restart() noexcept;
+
+// After a restart, gives a new record the state last published for its name.
+void take_over_published_state(ot_track& track) noexcept;
 
 // Deletes the track's item and queues the notification of it. An absent item is no failure.
 int object_tracking_delete_item_from_ledger(const char* name) noexcept;

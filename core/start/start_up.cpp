@@ -10,7 +10,6 @@
 #include "config/configuration_tree.h"
 #include "core/connections.h"
 #include "core/debug.h"
-#include "core/restart.h"
 #include "core/start/main.h"
 #include "core/start_step.h"
 #include "core/track.h"

@@ -5,7 +5,6 @@
 
 #include "core/debug.h"
 #include "core/in_addr_text.h"
-#include "core/restart.h"
 #include "platform/status.h"
 #include "sources/bfd/sessions.h"
 #include "sources/interface/client.h"
@@ -72,9 +71,7 @@ int make_record(const bfd_cfg& cfg, std::uint32_t ifhandle, ot_track& ret) noexc
   session.rate = cfg.rate;
   session.debounce_count = cfg.debounce_count;
   session.interface.assign(cfg.interface.view());
-  if (ot_is_restart() != 0) {
-    ot_ledger_get_track_state(cfg.name.c_str(), &ret.state);
-  }
+  take_over_published_state(ret);
   return status_ok;
 }
 

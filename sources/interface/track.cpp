@@ -6,7 +6,6 @@
 #include <array>
 
 #include "core/debug.h"
-#include "core/restart.h"
 #include "core/track.h"
 #include "platform/status.h"
 #include "sources/interface/client.h"
@@ -84,9 +83,7 @@ int create_track(const char* ifname, const char* name, const present_interface& 
   OT_TRACE_DETAIL("%s", row.report);
   set_object(track, ifname);
   track.state = row.state == track_state::unknown ? track_state::down : track_state::unknown;
-  if (ot_is_restart() != 0) {
-    ot_ledger_get_track_state(name, &track.state);
-  }
+  take_over_published_state(track);
   return add_track_record(track, who);
 }
 

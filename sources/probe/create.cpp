@@ -4,7 +4,6 @@
 #include <memory>
 
 #include "core/debug.h"
-#include "core/restart.h"
 #include "platform/clock.h"
 #include "platform/status.h"
 #include "sources/probe/statistics.h"

@@ -3,7 +3,6 @@
 
 #include "core/debug.h"
 #include "core/in_addr_text.h"
-#include "core/restart.h"
 #include "platform/status.h"
 #include "sources/route/fib_connection.h"
 #include "sources/route/table.h"
@@ -164,9 +163,7 @@ int add_record(const char* name, const route_object& route, track_state state) n
     return status;
   }
   track.object.route = route;
-  if (ot_is_restart() != 0) {
-    ot_ledger_get_track_state(name, &track.state);
-  }
+  take_over_published_state(track);
   return add_track_record(track, create_name);
 }
 

@@ -2,7 +2,6 @@
 #include "core/start/main.h"
 
 #include "core/debug.h"
-#include "core/restart.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
 #include "platform/status.h"
