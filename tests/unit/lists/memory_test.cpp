@@ -121,6 +121,14 @@ TEST_F(list_memory, a_track_that_stops_being_a_list_gives_its_members_up) {
   EXPECT_EQ(count_live_allocations().count, before);
 }
 
+TEST_F(list_memory, a_track_that_stops_being_a_threshold_list_gives_its_members_up) {
+  forget("l");
+  ASSERT_EQ(ot_thld_create_track("l", track_type::threshold_weight, "a", 4), 0);
+  const std::int64_t with_member = count_live_allocations().count;
+  ASSERT_EQ(ot_thld_create_track("l", track_type::interface, nullptr, 0), 0);
+  EXPECT_EQ(count_live_allocations().count, with_member - 1);
+}
+
 TEST_F(list_memory, a_list_keeps_its_members_as_another_kind_of_list) {
   list("l", 7, {{"a", 4}});
   ASSERT_EQ(ot_thld_create_track("l", track_type::threshold_percentage, "b", 4), 0);
@@ -134,6 +142,14 @@ TEST_F(list_memory, a_commit_may_make_a_track_a_list_and_then_an_interface_track
   EXPECT_EQ(track("l").type, track_type::interface);
   EXPECT_STREQ(track("l").object.interface.name.c_str(), "eth0");
   EXPECT_EQ(state("l"), track_state::up);
+}
+
+TEST_F(list_memory, a_commit_may_make_a_track_an_interface_track_and_then_a_list) {
+  field::interface_added("eth0");
+  apply({set_text(track_path("l", "type/interface/0x1/info/interface"), "eth0"),
+         set_number(member_item("l", 3, "a"), 0)});
+  EXPECT_EQ(track("l").type, track_type::boolean_and);
+  EXPECT_EQ(members("l"), "a=0");
 }
 
 }  // namespace

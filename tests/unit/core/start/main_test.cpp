@@ -1,6 +1,7 @@
 // The start-up: its order, what it makes of failures, and the connection to the interface manager.
 #include "core/start/main.h"
 
+#include "core/connections.h"
 #include "core/debug.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
@@ -121,6 +122,23 @@ TEST_F(start_up, can_be_run_again_after_a_stop) {
   EXPECT_FALSE(is_bound_ot_ha_ledger);
   ASSERT_EQ(start(2), 0);
   EXPECT_EQ(track("t").state, track_state::up);
+}
+
+TEST_F(start_up, a_stop_forgets_that_it_was_a_restart) {
+  ASSERT_EQ(start(2), 0);
+  ASSERT_EQ(ot_is_restart(), 1U);
+  stop();
+  EXPECT_EQ(ot_is_restart(), 0U);
+}
+
+TEST_F(start_up, a_stop_leaves_the_interface_manager) {
+  ASSERT_EQ(start(), 0);
+  ASSERT_TRUE(connection_of(router_service::interface_manager).connected);
+  stop();
+  EXPECT_FALSE(connection_of(router_service::interface_manager).connected);
+  field::interface_added("Gi1");
+  field::run_pending();
+  EXPECT_EQ(hash_db_count(interfaces_table), 0U);
 }
 
 TEST_F(start_up, without_an_event_connection_the_process_ends_with_1) {

@@ -112,6 +112,15 @@ TEST_F(engine_info, sees_the_probe_service_when_it_is_asked_and_counts_what_has_
   EXPECT_EQ(read().at(1), "probe 1 3 0");
 }
 
+TEST_F(engine_info, a_probe_that_fails_has_a_result) {
+  field::probe_package_installed();
+  ASSERT_EQ(commit({set_number(track_path("p", "type/prb/0x5/op_id"), 7)}), 0);
+  field::probe_result(7, 2);
+  field::advance(2s);
+  ASSERT_EQ(track("p").source_state, track_state::down);
+  EXPECT_EQ(read().at(1), "probe 1 0 0");
+}
+
 TEST_F(engine_info, sees_the_probe_service_end_and_start_again) {
   field::probe_package_installed();
   ASSERT_EQ(read().at(1), "probe 1 0 0");

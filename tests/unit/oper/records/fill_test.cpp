@@ -133,6 +133,14 @@ TEST_F(record_fill, boolean_members_stand_in_their_order) {
   }
 }
 
+TEST_F(record_fill, a_member_stands_with_its_published_state) {
+  add_interface("held", "eth0", track_state::up).source_state = track_state::down;
+  const auto boolean = filled(add_list("or", track_type::boolean_or, {{"held", 0}}));
+  EXPECT_TRUE(boolean->BoolTracks->TrackState);
+  const auto threshold = filled(add_list("sum", track_type::threshold_weight, {{"held", 1}}));
+  EXPECT_TRUE(threshold->ThresholdTracks->TrackState);
+}
+
 TEST_F(record_fill, threshold_lists_report_limits_and_weights) {
   add_interface("up", "eth0");
   for (const track_type type : {track_type::threshold_weight, track_type::threshold_percentage}) {
