@@ -16,6 +16,14 @@ PROGRAMS = "/usr/lib/frr"
 PATIENCE = 10
 
 
+def has_control_socket():
+    """Whether this bfdd has the socket that the service drives it by."""
+    assert os.path.exists(f"{PROGRAMS}/bfdd"), "the package frr is not installed"
+    options = subprocess.run([f"{PROGRAMS}/bfdd", "--help"], stdin=subprocess.DEVNULL,
+                             stdout=subprocess.PIPE, text=True).stdout
+    return "--bfdctl" in options
+
+
 def listens(path):
     with socket.socket(socket.AF_UNIX) as client:
         try:
@@ -27,7 +35,6 @@ def listens(path):
 
 class Frr:
     def __init__(self, net):
-        assert os.path.exists(f"{PROGRAMS}/bfdd"), "the package frr is not installed"
         self._net = net
         self._processes = {}
         self._pids = []
