@@ -3,9 +3,10 @@
 
 source_files() { git ls-files --cached --others --exclude-standard -- "*.$1"; }
 
+# The release's own formatter has the last word where it is run: versions of it differ in small things.
 dev_format() {
-  ensure_packages
-  { source_files h; source_files cpp; } | xargs clang-format-14 -i
+  ensure_packages lint
+  { source_files h; source_files cpp; } | xargs clang-format -i
 }
 
 # Every header includes what it uses.
@@ -16,21 +17,24 @@ check_headers() {
 
 dev_lint() {
   local failed=0 files=("$@")
-  ensure_packages
-  say "clang-format"
-  { source_files h; source_files cpp; } | xargs clang-format-14 --dry-run -Werror || failed=1
+  # shellcheck disable=SC2046  # a list of words
+  ensure_packages lint $(sets_of lint)
+  say "$(clang-format --version)"
+  { source_files h; source_files cpp; } | xargs clang-format --dry-run -Werror || failed=1
   say "headers alone"
   check_headers || failed=1
+  say "includes run downwards"
+  scripts/check_includes || failed=1
   say "shellcheck"
   shellcheck -x dev scripts/*.sh .ci/run packaging/*.bash-completion || failed=1
   say "clang-tidy"
-  cmake --preset lint >/dev/null # no precompiled headers: clang cannot read those of g++
+  configure_preset lint # no precompiled headers: clang cannot read those of g++
   if [[ ${#files[@]} -eq 0 ]]; then
     mapfile -t files < <(sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' \
       build/lint/compile_commands.json | sort -u)
   fi
   printf '%s\0' "${files[@]}" |
-    xargs -0 -n 1 -P "$(nproc)" clang-tidy-14 -p build/lint --quiet 2>/dev/null || failed=1
+    xargs -0 -n 1 -P "$(nproc)" clang-tidy -p build/lint --quiet 2>/dev/null || failed=1
   return "$failed"
 }
 
@@ -50,9 +54,11 @@ dev_fuzz() {
 }
 
 dev_bench() {
-  build_preset release
+  build_preset bench
   if [[ ! -x bench/run ]]; then
     die "bench/run is missing"
   fi
   OT_BUILD_DIR=$PWD/build/release bench/run "$@"
 }
+
+dev_bare() { scripts/bare_machine.sh "$@"; }

@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# ./dev run: the service on a private prefix below build/run, with a track for every interface of
+# ./dev run: the service on a private prefix in build/run/instance, with a track for every interface of
 # this machine; before that, where it is allowed, a link that breaks and heals in a network
 # namespace of its own. Only what is started here is ended, by its process id.
 
@@ -21,10 +21,10 @@ dev_run_cleanup() {
   fi
 }
 
-# fresh_prefix NAME: sets OT_ROOT to an empty folder, build/run/NAME where its sockets' paths are
+# fresh_prefix NAME: sets OT_ROOT to an empty folder, build/run/instance/NAME where its sockets' paths are
 # short enough for the kernel (107 characters).
 fresh_prefix() {
-  OT_ROOT=$PWD/build/run/$1
+  OT_ROOT=$PWD/build/run/instance/$1
   if [[ ${#OT_ROOT} -gt 70 ]]; then
     OT_ROOT=$(mktemp -d "/tmp/ot-$1.XXXXXX")
     run_scratch+=("$OT_ROOT")
@@ -99,8 +99,8 @@ dev_run() {
     --demo) demo=fail ;;
     *) die "run: unknown word \"$1\" (--demo)" ;;
   esac
-  build_preset release
-  export PATH=$PWD/build/release/bin:$PATH OT_PKG_ROOT=$PWD/build/release
+  build_preset run
+  export PATH=$PWD/build/run/bin:$PATH OT_PKG_ROOT=$PWD/build/run
   dev_run_demo "$demo"
 
   trap dev_run_cleanup EXIT

@@ -2,22 +2,25 @@
 # Testing: which programs there are, how each is run, and the record of each run from which
 # scripts/test_summary.py computes the last line.
 
-# preset|level. The virtual machine runs one preset: its emulator makes instrumented programs crawl.
-# clang is there for the second compiler's warnings and code: it builds the programs, and runs what
-# shows most of the platform for the least building.
+# preset|levels. A preset is built while the one before it is tested. The virtual machine runs one
+# preset: its emulator makes instrumented programs crawl. The soak tests, too: what they look for
+# takes many rounds and no sanitizer. clang is there for the second compiler's warnings and code: it
+# builds the programs, and runs what shows most of the platform for the least building. odr only
+# links, and thereby looks for one name that is defined twice.
 test_plan=(
-  "release|all"
-  "release|vm"
-  "asan|all"
-  "tsan|all"
+  "release|unit tools contract soak e2e vm"
+  "asan|unit tools contract e2e"
+  "tsan|unit tools contract e2e"
   "clang|contract"
+  "odr|"
 )
 
 # level|program; "pytest" is the end-to-end suite, "pytest-vm" the one in a virtual machine, the
-# others are GoogleTest programs. "all" stands for every level but "vm".
+# others are GoogleTest programs.
 test_programs=(
   "unit|unit_tests"
   "unit|kind_tests"
+  "soak|soak_tests"
   "tools|tools_tests"
   "tools|qmond_tests"
   "contract|contract_memory"
@@ -77,27 +80,57 @@ run_program() {
   printf '%s\t%s\t%s\t%s\n' "$preset" "$program" "$status" "$report" >>"$record"
 }
 
-# targets_of LEVEL PRESET: what must be built; nothing stands for everything.
+# targets_of PRESET LEVEL...: what must be built.
 targets_of() {
-  local row
-  [[ $1 == all || $1 == e2e ]] && return
-  if [[ $2 == clang || $1 == vm ]]; then
-    echo object_tracking trackctl qmond contract_linux
-  fi
+  local row level programs=() tests=()
+  [[ $1 == odr ]] && return # its default: all programs of the product
+  for level in "${@:2}"; do
+    [[ $1 == clang || $level == e2e || $level == vm ]] &&
+      programs=(object_tracking trackctl qmond)
+    [[ $level == vm ]] && tests+=(contract_linux)
+    [[ $level == e2e ]] && tests+=(ledger_put route_storm)
+    for row in "${test_programs[@]}"; do
+      [[ $row == "$level|"* && -z $(folder_of "${row#*|}") ]] && tests+=("${row#*|}")
+    done
+  done
+  echo "${programs[@]}" "${tests[@]}"
+}
+
+# run_level PRESET LEVEL RECORD [ARGS]: the programs of one level.
+run_level() {
+  local row preset=$1 level=$2 record=$3
+  shift 3
   for row in "${test_programs[@]}"; do
-    [[ $row == "$1|"* && -z $(folder_of "${row#*|}") ]] && echo "${row#*|}"
+    [[ $row != "$level|"* ]] || run_program "$preset" "${row#*|}" "$record" "$@"
   done
 }
 
-# run_level PRESET LEVEL RECORD [ARGS]: the programs of one level, or of "all".
-run_level() {
-  local row its preset=$1 level=$2 record=$3
-  shift 3
-  for row in "${test_programs[@]}"; do
-    its=${row%%|*}
-    if [[ $level == "$its" || ($level == all && $its != vm) ]]; then
-      run_program "$preset" "${row#*|}" "$record" "$@"
+# build_each ROW...: builds the presets of a plan, one after the other, and prints the row, with the
+# status of its build before it, when a preset is ready to be tested. But for the first one, that
+# happens while others are tested, which go before; what it prints is then shown if it fails.
+build_each() {
+  local row preset status log
+  for row in "$@"; do
+    preset=${row%%|*}
+    status=0
+    log=/dev/stderr
+    if [[ $row != "$1" ]]; then
+      renice -n 10 -p "$BASHPID" >/dev/null || :
+      log=build/$preset.log
     fi
+    # shellcheck disable=SC2046,SC2086  # lists of words
+    build_preset "$preset" $(targets_of "$preset" ${row#*|}) >>"$log" 2>&1 || status=$?
+    [[ $status -eq 0 || $log == /dev/stderr ]] || cat "$log" >&2
+    echo "$status|$row"
+  done
+}
+
+# test_sets ROW...: the package sets for a plan.
+test_sets() {
+  local row
+  for row in "$@"; do
+    sets_of "${row%%|*}"
+    [[ ${row#*|} != *e2e* && ${row#*|} != *vm* ]] || echo e2e
   done
 }
 
@@ -108,39 +141,41 @@ say_what_is_left_out() {
 }
 
 dev_test() {
-  local level="" preset record row plan=("${test_plan[@]}")
+  local level="" preset record row status plan=("${test_plan[@]}")
   case ${1:-} in
-    unit | tools | contract | e2e | vm)
+    unit | soak | tools | contract | e2e | vm)
       level=$1
       plan=("debug|$level")
+      [[ $level != soak ]] || plan=("release|soak")
       shift
       ;;
   esac
   while [[ $# -gt 0 ]]; do
     case $1 in
       --preset) [[ $# -ge 2 ]] || die "--preset needs a name: debug, release, asan or tsan"
-        plan=("$2|${level:-all}"); shift 2 ;;
+        plan=("$2|${level:-unit tools contract e2e}"); shift 2 ;;
       --) shift; break ;;
-      *) die "test: unknown word \"$1\" (unit, contract, tools, e2e, vm, --preset P, -- ARGS)" ;;
+      *) die "test: unknown word \"$1\" (unit, soak, tools, contract, e2e, vm, --preset P, -- ARGS)" ;;
     esac
   done
   say_what_is_left_out
+  # shellcheck disable=SC2046  # a list of words
+  ensure_packages $(test_sets "${plan[@]}")
   mkdir -p build
   record=$(mktemp build/test-record.XXXXXX)
   export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:strict_string_checks=1}
   export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1}
-  for row in "${plan[@]}"; do
-    preset=${row%%|*}
-    level=${row#*|}
+  while IFS='|' read -r status preset row <&3; do
     # A preset that does not build counts as a failure; the others are still told apart.
-    # shellcheck disable=SC2046  # a list of words
-    if build_preset "$preset" $(targets_of "$level" "$preset"); then
-      run_level "$preset" "$level" "$record" "$@"
-    else
+    if [[ $status -ne 0 ]]; then
       printf '%s\tbuild\t1\t-\n' "$preset" >>"$record"
+      continue
     fi
-  done
-  local status=0
+    for level in $row; do
+      run_level "$preset" "$level" "$record" "$@"
+    done
+  done 3< <(rm -f build/*.log; build_each "${plan[@]}")
+  status=0
   /usr/bin/python3 scripts/test_summary.py "$record" || status=$?
   rm -f "$record"
   return "$status"

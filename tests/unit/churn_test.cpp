@@ -17,12 +17,11 @@
 namespace ot::test {
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr unsigned scale = 50;
+#ifdef OT_SOAK
+constexpr unsigned cycles = 1'000'000;
 #else
-constexpr unsigned scale = 1;
+constexpr unsigned cycles = 20'000;
 #endif
-constexpr unsigned cycles = 1'000'000 / scale;
 constexpr unsigned batch = 1'000;
 constexpr std::uint32_t delay_seconds = 1;
 

@@ -1,6 +1,6 @@
 // The service against the model of its rules, over many random histories. OT_LIST_HISTORIES sets
-// how many (100,000; a tenth of it under sanitizers) and OT_LIST_HISTORY_FIRST the first one's
-// number, so that a failing history can be run alone.
+// how many (else 100,000 in soak_tests, some of them in unit_tests) and OT_LIST_HISTORY_FIRST the
+// first one's number, so that a failing history can be run alone.
 #include <algorithm>
 #include <cstdlib>
 
@@ -10,10 +10,12 @@
 namespace ot::test {
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(OT_SOAK)
+constexpr std::uint64_t default_histories = 100'000;
+#elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr std::uint64_t default_histories = 10'000;
 #else
-constexpr std::uint64_t default_histories = 100'000;
+constexpr std::uint64_t default_histories = 4'000;
 #endif
 
 std::uint64_t number_from(const char* variable, std::uint64_t otherwise) {
