@@ -1,15 +1,11 @@
 // Verifying and applying the item of a BFD track.
 
-#include "sources/bfd/config.h"
-
-#include <memory>
 #include <new>
 
-#include "core/debug.h"
 #include "core/in_addr_text.h"
 #include "platform/path_tuple.h"
-#include "platform/status.h"
 #include "sources/bfd/track.h"
+#include "sources/config_item.h"
 
 namespace ot {
 namespace {
@@ -32,6 +28,11 @@ std::uint32_t destination_of(const ledger_value* value) noexcept {
   return address;
 }
 
+// An absent destination counts as address 0.
+struct bfd_item : item_change<std::uint32_t> {
+  std::unique_ptr<bfd_cfg> cfg;
+};
+
 std::unique_ptr<bfd_cfg> configuration_of(const ledger_change& change) noexcept {
   std::unique_ptr<bfd_cfg> cfg{new (std::nothrow) bfd_cfg{}};
   if (cfg != nullptr) {
@@ -45,39 +46,33 @@ std::unique_ptr<bfd_cfg> configuration_of(const ledger_change& change) noexcept 
   return cfg;
 }
 
-int create(std::unique_ptr<bfd_cfg> cfg) {
-  OT_TRACE_DETAIL("(%s) : track %s, if: %s,  ip %s", apply_name, cfg->name.c_str(),
-                  cfg->interface.c_str(), in_addr_s(cfg->destaddress));
-  const int status = object_tracking_type_bfdprb_create(std::move(cfg));
-  if (status != status_ok) {
-    OT_TRACE_ERROR("(%s) : object_tracking_type_bfdprb_create failed - %s", apply_name,
-                   err_string(status));
-  }
-  return status;
+int create(bfd_item& item) {
+  const bfd_cfg& cfg = *item.cfg;
+  OT_TRACE_DETAIL("(%s) : track %s, if: %s,  ip %s", apply_name, cfg.name.c_str(),
+                  cfg.interface.c_str(), in_addr_s(cfg.destaddress));
+  return traced(apply_name, "object_tracking_type_bfdprb_create",
+                object_tracking_type_bfdprb_create(std::move(item.cfg)));
 }
 
-int set(const ledger_change& change, std::unique_ptr<bfd_cfg> cfg) {
-  if (destination_of(change.old_value) == cfg->destaddress) {
-    OT_TRACE_DETAIL("(%s) config not changed, do nothing", apply_name);
-    return status_ok;
-  }
-  const int status = object_tracking_type_bfdprb_delete(cfg->name.c_str());
-  if (status != status_ok) {
-    OT_TRACE_ERROR("(%s) : object_tracking_type_bfdprb_delete failed - %s", apply_name,
-                   err_string(status));
-    return status;
-  }
-  return create(std::move(cfg));
+int remove_old(bfd_item& item) {
+  return traced(apply_name, "object_tracking_type_bfdprb_delete",
+                object_tracking_type_bfdprb_delete(item.cfg->name.c_str()));
 }
 
-int remove(const bfd_cfg& cfg) {
-  const int status = object_tracking_type_bfdprb_delete(cfg.name.c_str());
+int set(bfd_item& item) {
+  return replace_item(item, apply_name, remove_old, create);
+}
+
+int remove(bfd_item& item) {
+  const int status = object_tracking_type_bfdprb_delete(item.cfg->name.c_str());
   if (status != status_ok) {
     OT_TRACE_ERROR("(%s) : object_tracking_type_bfdprb_deletefailed - %s", apply_name,
                    err_string(status));
   }
   return status;
 }
+
+constexpr item_row<bfd_item> row = {apply_name, create, set, remove, "(%s) : LEDGER_EVENT_%s"};
 
 int missing(const char* text) noexcept {
   OT_TRACE_ERROR("%s", text);
@@ -111,24 +106,13 @@ int object_tracking_type_bfdprb_apply(const ledger_change& change) {
   if (change.field(field_if) == nullptr) {
     return missing("Invalid Interface name\n");
   }
-  auto cfg = configuration_of(change);
-  if (cfg == nullptr) {
+  bfd_item item{{change, destination_of(change.old_value), destination_of(change.new_value)},
+                configuration_of(change)};
+  if (item.cfg == nullptr) {
     OT_TRACE_ERROR("(%s) : Out of memory: %s\n", __func__, err_string(no_memory));
     return no_memory;
   }
-  if ((change.event & ledger_event_create) != 0) {
-    OT_TRACE_DETAIL("(%s) : LEDGER_EVENT_CREATE", __func__);
-    return create(std::move(cfg));
-  }
-  if ((change.event & ledger_event_set) != 0) {
-    OT_TRACE_DETAIL("(%s) : LEDGER_EVENT_SET", __func__);
-    return set(change, std::move(cfg));
-  }
-  if ((change.event & ledger_event_delete) != 0) {
-    OT_TRACE_DETAIL("(%s) : LEDGER_EVENT_DELETE", __func__);
-    return remove(*cfg);
-  }
-  return status_ok;
+  return apply_item(row, item);
 }
 
 }  // namespace ot

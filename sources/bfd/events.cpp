@@ -1,20 +1,15 @@
 // From the BFD thread to the main thread. Each event is copied into a block of its own and queued;
 // the main thread is woken by a post for each, applies all that it finds, and frees them.
 
-#include "sources/bfd/events.h"
-
-#include <memory>
 #include <mutex>
 #include <new>
 
 #include "core/connections.h"
-#include "core/debug.h"
 #include "core/in_addr_text.h"
-#include "platform/linked_queue.h"
-#include "platform/status.h"
-#include "sources/bfd/sessions.h"
+#include "sources/bfd/client.h"
 #include "sources/bfd/track.h"
 #include "sources/interface/client.h"
+#include "sources/waiting_queue.h"
 
 namespace ot {
 namespace {
@@ -34,11 +29,11 @@ struct handed final : handed_event {
 
 evm* main_loop = nullptr;
 std::mutex events_lock;
-lq_queue events;  // under the lock
+waiting_queue<handed_event> events;  // under the lock
 
 std::unique_ptr<handed_event> next_event() noexcept {
   const std::lock_guard guard(events_lock);
-  return std::unique_ptr<handed_event>{static_cast<handed_event*>(lq_pop(events))};
+  return events.pop();
 }
 
 void apply_events(void* /*argument*/) {
@@ -50,12 +45,12 @@ void apply_events(void* /*argument*/) {
 // An event that was queued while the main thread could not be woken is applied with the next one.
 template <typename Event, void (*Apply)(const Event&)>
 void hand_over(const char* who, const Event& event) {
-  auto* copy = new (std::nothrow) handed<Event, Apply>{event};
+  std::unique_ptr<handed_event> copy{new (std::nothrow) handed<Event, Apply>{event}};
   int status = no_memory;
   if (copy != nullptr) {
     {
       const std::lock_guard guard(events_lock);
-      lq_append(events, *copy);
+      events.push(std::move(copy));
     }
     status = evm_post(main_loop, apply_events, nullptr);
   }
@@ -180,8 +175,8 @@ void ot_bfd_set_main_loop(evm* manager) noexcept {
 }
 
 void ot_bfd_drop_events() noexcept {
-  while (next_event() != nullptr) {
-  }
+  const std::lock_guard guard(events_lock);
+  events.clear();
 }
 
 void ot_bfd_bind_handler(const bfdc_bind_result* result) {

@@ -10,11 +10,8 @@
 #include "platform/process.h"
 #include "platform/status.h"
 #include "show/view.h"
-#include "sources/bfd/config.h"
-#include "sources/bfd/pending.h"
-#include "sources/bfd/sessions.h"
+#include "sources/bfd/client.h"
 #include "sources/bfd/table.h"
-#include "sources/bfd/thread.h"
 #include "sources/bfd/track.h"
 
 namespace ot {

@@ -1,20 +1,23 @@
-// BFD tracks. Unlike the other sources this one makes the track itself and nothing but it: a record
-// that exists already, if only for its delays, is refused.
+// BFD tracks: a record that exists already, if only for its delays, is refused.
 
 #include "sources/bfd/track.h"
 
-#include "core/debug.h"
 #include "core/in_addr_text.h"
-#include "platform/status.h"
-#include "sources/bfd/sessions.h"
+#include "sources/bfd/client.h"
 #include "sources/interface/client.h"
 #include "sources/probe/table.h"
+#include "sources/waiting_queue.h"
 #include "state/ledger_state.h"
 #include "state/publication.h"
 #include "state/track_record.h"
 
 namespace ot {
+
+std::uint32_t is_bfd_config_pending = 0;
+
 namespace {
+
+waiting_queue<bfd_cfg> bfd_cfg_queue;
 
 constexpr int failed = -1;
 constexpr const char* create_name = "object_tracking_type_bfdprb_create";
@@ -75,20 +78,14 @@ int make_record(const bfd_cfg& cfg, std::uint32_t ifhandle, ot_track& ret) noexc
   return status_ok;
 }
 
-// The entry of a new node; on failure the probe table is dropped, as the system has always done.
-int add_entry(track_name_node* node, const bfd_session_key& key, track_state state) noexcept {
-  node->next = nullptr;
-  const bfdprb_entry entry{node, key.destination, static_cast<std::int32_t>(key.ifhandle),
-                           static_cast<std::uint32_t>(state), 0};
-  const int status = hash_db_add_new_bfdprb_item(entry);
-  if (status != status_ok) {
-    OT_TRACE_ERROR("(%s) : hash_db_add_new_bfdprb_item failed  - %s",
-                   "insert_track_to_bfdprb_entry", err_string(status));
-    drop_all_probes();
-    delete node;
-  }
-  return status;
-}
+// On failure the probe table is dropped, as the system has always done.
+constexpr follower_row<bfdprb_entry> followers = {
+    .add = hash_db_add_new_bfdprb_item,
+    .drop_all = drop_all_probes,
+    .failed = "(%s) : hash_db_add_new_bfdprb_item failed  - %s",
+    .found = "(%s) bfdprb lookup != NULL",
+    .absent = {"(%s) Creating new bfdprb\n ", "calling hash_db_add_new_bfdprb_item "},
+};
 
 }  // namespace
 
@@ -99,7 +96,7 @@ int object_tracking_type_bfdprb_create(std::unique_ptr<bfd_cfg> cfg) {
     OT_TRACE_DETAIL("(%s) Still not connected to BFD server\n", create_name);
     OT_TRACE_DETAIL("(%s) :Enqueueing: track %s, if: %s,  ip %s", create_name, cfg->name.c_str(),
                     cfg->interface.c_str(), in_addr_s(cfg->destaddress));
-    queue_bfd_cfg(std::move(cfg));
+    bfd_cfg_queue.push(std::move(cfg));
     return status_ok;
   }
   ot_track* track = nullptr;
@@ -139,7 +136,7 @@ int ot_create_bfd_track_entry(const bfd_cfg& cfg, ot_track** ret) {
     OT_TRACE_ERROR("(%s) :  Track %s already exists \n", __func__, name);
     return failed;
   }
-  const bfd_session_key key{handle_of(cfg.interface.c_str()), ipv4_bfd_address(cfg.destaddress)};
+  const bfdprb_key key{handle_of(cfg.interface.c_str()), ipv4_bfd_address(cfg.destaddress)};
   ot_track track;
   int status = make_record(cfg, key.ifhandle, track);
   if (status == status_ok) {
@@ -162,7 +159,7 @@ int ot_create_bfd_track_entry(const bfd_cfg& cfg, ot_track** ret) {
   return status_ok;
 }
 
-int insert_track_to_bfdprb_entry(const char* name, const bfd_session_key& key,
+int insert_track_to_bfdprb_entry(const char* name, const bfdprb_key& key,
                                  track_state state) noexcept {
   OT_TRACE_ENTRY();
   track_name_node* node = new_track_name_node(name);
@@ -171,14 +168,14 @@ int insert_track_to_bfdprb_entry(const char* name, const bfd_session_key& key,
     drop_all_bfd_sessions();
     return failed;
   }
-  if (bfdprb_entry* entry = hash_db_get_bfdprb_item(key.ifhandle, key.destination)) {
-    OT_TRACE_DETAIL("(%s) bfdprb lookup != NULL", __func__);
-    push_track_name(entry->tracks, node);
-    return status_ok;
+  const bfdprb_entry fresh{nullptr, key.destination, static_cast<std::int32_t>(key.ifhandle),
+                           static_cast<std::uint32_t>(state), 0};
+  const int status = insert_follower(followers, __func__, node,
+                                     hash_db_get_bfdprb_item(key.ifhandle, key.destination), fresh);
+  if (status != status_ok) {
+    delete node;
   }
-  OT_TRACE_DETAIL("(%s) Creating new bfdprb\n ", __func__);
-  OT_TRACE_DETAIL("calling hash_db_add_new_bfdprb_item ");
-  return add_entry(node, key, state);
+  return status;
 }
 
 void object_tracking_change_bfdprb_state(const bfdprb_entry& entry) {
@@ -202,7 +199,7 @@ void object_tracking_change_bfdprb_state(const bfdprb_entry& entry) {
 
 int ot_bfd_create_all_sessions() {
   OT_TRACE_ENTRY();
-  while (const auto cfg = next_bfd_cfg()) {
+  while (const auto cfg = bfd_cfg_queue.pop()) {
     OT_TRACE_DETAIL("(%s) track %s:", __func__, cfg->name.c_str());
     ot_track* track = nullptr;
     const int status = ot_create_bfd_track_entry(*cfg, &track);
@@ -215,6 +212,15 @@ int ot_bfd_create_all_sessions() {
     request_session(__func__, *track);
   }
   return status_ok;
+}
+
+void drop_bfd_cfgs() noexcept {
+  bfd_cfg_queue.clear();
+  is_bfd_config_pending = 0;
+}
+
+std::uint32_t bfd_cfg_count() noexcept {
+  return bfd_cfg_queue.count();
 }
 
 }  // namespace ot

@@ -9,7 +9,6 @@
 #include "core/debug.h"
 #include "platform/process.h"
 #include "platform/status.h"
-#include "sources/interface/notifications.h"
 
 namespace ot {
 

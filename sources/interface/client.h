@@ -1,5 +1,5 @@
-// The service's client of the interface manager: the connection, and look-ups by name and handle.
-// Main thread.
+// The service's client of the interface manager: the connection, look-ups by name and handle, and
+// its notifications. Main thread.
 #pragma once
 
 #include <cstdint>
@@ -32,5 +32,9 @@ int ot_dpv_get_ifhandle(const char* ifname, std::uint32_t* ret_ifhandle) noexcep
 int ot_dpv_get_ifname(char* buffer, std::uint32_t ifhandle) noexcept;
 int ot_ifc_state_query(std::uint32_t ifhandle, std::uint32_t flags,
                        std::uint32_t* ret_state) noexcept;
+
+// The callback for bulk notifications; 0. A message with another code than the bulk code, and items
+// without attributes, change nothing.
+int ot_ifm_handler(evm* manager, const ifc_bulk_notification* message);
 
 }  // namespace ot

@@ -8,7 +8,6 @@
 #include "platform/status.h"
 #include "show/view.h"
 #include "sources/interface/client.h"
-#include "sources/interface/config.h"
 #include "sources/interface/table.h"
 #include "sources/interface/track.h"
 

@@ -1,10 +1,8 @@
 // From bulk notifications to interface entries. An interface counts as up when its line is up and
 // it is not a standby member; each of the two may be reported without the other.
 
-#include "sources/interface/notifications.h"
+#include "sources/interface/client.h"
 
-#include "core/debug.h"
-#include "platform/status.h"
 #include "sources/interface/track.h"
 
 namespace ot {

@@ -5,9 +5,6 @@
 
 #include <array>
 
-#include "core/debug.h"
-#include "core/track.h"
-#include "platform/status.h"
 #include "sources/interface/client.h"
 #include "state/ledger_state.h"
 #include "state/publication.h"
@@ -15,6 +12,9 @@
 
 namespace ot {
 namespace {
+
+constexpr follower_row<interface_entry> followers = {hash_db_add_new_interface_item,
+                                                     drop_all_interfaces};
 
 // What the interface manager's states mean for a track that is being tied.
 struct state_row {
@@ -140,11 +140,8 @@ int object_tracking_type_interface_create(const char* ifname, const char* name) 
   status = track == nullptr ? create_track(ifname, name, found, __func__)
                             : adopt_track(*track, ifname, found);
   if (status == status_ok) {
-    status = insert_track_to_interface_entry(ifname, node, found.ifhandle, found.state);
-    if (status != status_ok) {
-      OT_TRACE_ERROR("(%s) : insert_track_to_interface_entry failed - %s", __func__,
-                     err_string(status));
-    }
+    status = traced(__func__, "insert_track_to_interface_entry",
+                    insert_track_to_interface_entry(ifname, node, found.ifhandle, found.state));
   }
   if (status != status_ok) {
     delete node;
@@ -156,24 +153,12 @@ int object_tracking_type_interface_create(const char* ifname, const char* name) 
 int insert_track_to_interface_entry(const char* ifname, track_name_node* node,
                                     std::uint32_t ifhandle, std::uint32_t state) noexcept {
   OT_TRACE_ENTRY();
-  if (interface_entry* entry = hash_db_get_interface_item(ifname)) {
-    push_track_name(entry->tracks, node);
-    return status_ok;
-  }
   interface_entry entry;
   entry.ifname.assign(ifname);
   entry.ifhandle = ifhandle;
   entry.effective_state = state;
   entry.reported_state = state;
-  node->next = nullptr;
-  entry.tracks = node;
-  const int status = hash_db_add_new_interface_item(entry);
-  if (status != status_ok) {
-    OT_TRACE_ERROR("(%s) : hash_db_add_new_item failed - no memory to add item - %s", __func__,
-                   err_string(status));
-    drop_all_interfaces();
-  }
-  return status;
+  return insert_follower(followers, __func__, node, hash_db_get_interface_item(ifname), entry);
 }
 
 int delete_track_from_interface_entry(const char* ifname, const char* name) {

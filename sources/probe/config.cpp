@@ -1,14 +1,10 @@
 // Verifying and applying the operation of a probe track.
 
-#include "sources/probe/config.h"
-
 #include "config/verifiers.h"
-#include "core/debug.h"
-#include "platform/status.h"
+#include "sources/config_item.h"
 #include "sources/probe/statistics.h"
 #include "sources/probe/table.h"
 #include "sources/probe/track.h"
-#include "state/track_record.h"
 
 namespace ot {
 namespace {
@@ -25,44 +21,33 @@ int refuse_taken(ledger_verdict& verdict) noexcept {
   return refuse(probe_operation_taken, verdict);
 }
 
-int create(const ledger_change& change) {
-  const char* name = change.fields[0].text;
-  const int status = object_tracking_type_prb_create(name, op_id_of(change.new_value));
-  if (const ledger_path_field* type = change.field(1)) {
-    set_configured_type(name, type->number);
-  }
-  if (status != status_ok) {
-    OT_TRACE_ERROR("(%s) : object_tracking_type_prb_create failed - %s", apply_name,
-                   err_string(status));
-  }
-  return status;
+using probe_item = item_change<std::int32_t>;
+
+std::optional<std::int32_t> op_id_in(const ledger_value* value) noexcept {
+  return value == nullptr ? std::nullopt : std::optional{op_id_of(value)};
 }
 
-int remove(const ledger_change& change) {
-  const int status = object_tracking_type_prb_delete(change.fields[0].text);
-  if (status != status_ok) {
-    OT_TRACE_ERROR("(%s) : delete_track_from_prb_entry failed - %s", apply_name,
-                   err_string(status));
-  }
-  return status;
+int create(probe_item& item) {
+  const int status = object_tracking_type_prb_create(item.track(), item.after.value_or(0));
+  remember_type(item.change);
+  return traced(apply_name, "object_tracking_type_prb_create", status);
 }
 
-int set(const ledger_change& change) {
-  if (change.new_value == nullptr) {
-    return status_ok;
-  }
-  if (change.old_value != nullptr) {
-    if (op_id_of(change.old_value) == op_id_of(change.new_value)) {
-      OT_TRACE_DETAIL("(%s) config not changed, do nothing", apply_name);
-      return status_ok;
-    }
-    const int status = remove(change);
-    if (status != status_ok) {
-      return status;
-    }
-  }
-  return create(change);
+int remove(probe_item& item) {
+  return item.before ? traced(apply_name, "delete_track_from_prb_entry",
+                              object_tracking_type_prb_delete(item.track()))
+                     : status_ok;
 }
+
+// A set that brings no operation changes nothing.
+int set(probe_item& item) {
+  return item.after ? replace_item(item, apply_name, remove, create) : status_ok;
+}
+
+// The events are traced as errors.
+constexpr const char* event_format = "(%s) :LEDGER_EVENT_%s";
+constexpr item_row<probe_item> row = {apply_name, create,       set,
+                                      remove,     event_format, ot_debug_error};
 
 }  // namespace
 
@@ -109,19 +94,8 @@ int object_tracking_type_prb_apply(const ledger_change& change) {
   }
   OT_TRACE_DETAIL(" Initialize shared mem read only mode ");
   track_prb_init();
-  if ((change.event & ledger_event_create) != 0) {
-    OT_TRACE_ERROR("(%s) :LEDGER_EVENT_CREATE", __func__);
-    return create(change);
-  }
-  if ((change.event & ledger_event_set) != 0) {
-    OT_TRACE_ERROR("(%s) :LEDGER_EVENT_SET", __func__);
-    return set(change);
-  }
-  if ((change.event & ledger_event_delete) != 0) {
-    OT_TRACE_ERROR("(%s) :LEDGER_EVENT_DELETE", __func__);
-    return change.old_value == nullptr ? status_ok : remove(change);
-  }
-  return status_ok;
+  probe_item item{change, op_id_in(change.old_value), op_id_in(change.new_value)};
+  return apply_item(row, item);
 }
 
 }  // namespace ot

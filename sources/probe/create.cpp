@@ -3,9 +3,7 @@
 
 #include <memory>
 
-#include "core/debug.h"
 #include "platform/clock.h"
-#include "platform/status.h"
 #include "sources/probe/statistics.h"
 #include "sources/probe/track.h"
 #include "state/ledger_state.h"
@@ -129,17 +127,10 @@ int renew_poll_timer(ot_track& track) noexcept {
 }
 
 int tie(const ot_track& track, std::int32_t op_id) noexcept {
-  track_name_node* node = new_track_name_node(track.name.c_str());
-  if (node == nullptr) {
-    OT_TRACE_ERROR("(%s) : malloc failed ", create_name);
-    return no_memory;
-  }
-  const int status = insert_track_to_prb_entry(node, track.source_state, op_id);
-  if (status != status_ok) {
-    OT_TRACE_ERROR("(%s) : insert_track_to_prb_entry failed - %s", create_name, err_string(status));
-    delete node;
-  }
-  return status;
+  return tie_track(track.name.c_str(), create_name, "insert_track_to_prb_entry",
+                   [&track, op_id](track_name_node* node) noexcept {
+                     return insert_track_to_prb_entry(node, track.source_state, op_id);
+                   });
 }
 
 int follow(ot_track& track, std::int32_t op_id) {

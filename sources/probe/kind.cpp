@@ -8,8 +8,6 @@
 #include "platform/probe_service.h"
 #include "platform/status.h"
 #include "show/view.h"
-#include "sources/probe/config.h"
-#include "sources/probe/poll.h"
 #include "sources/probe/statistics.h"
 #include "sources/probe/table.h"
 #include "sources/probe/track.h"

@@ -1,16 +1,24 @@
-// The tie between tracks and probe operations. An entry can hold several tracks, but configuration
-// lets only one follow an operation.
+// Untying tracks from probe operations, and the poll. What cannot be read is no result: the track
+// becomes unknown and is polled on.
 
 #include "sources/probe/track.h"
 
-#include "core/debug.h"
-#include "platform/status.h"
+#include "sources/probe/statistics.h"
 #include "sources/probe/table.h"
 #include "state/publication.h"
 #include "state/timers.h"
 
 namespace ot {
 namespace {
+
+constexpr const char* untie_name = "delete_track_from_prb_entry";
+
+constexpr follower_row<prb_entry> followers = {
+    .add = hash_db_add_new_prb_item,
+    .drop_all = drop_all_probes,
+    .found = " lookup != NULL",
+    .absent = {"lookup == NULL", "calling hash_db_add_new_prb_item "},
+};
 
 // A probe track that is let go is down, not unknown, and without a delay.
 int publish_down(ot_track& track) {
@@ -23,6 +31,21 @@ int publish_down(ot_track& track) {
                                                                        track_state::down);
 }
 
+// A track whose operation was taken away without stopping its poll is polled on, until it follows
+// something else.
+bool holds_probe(const ot_track& track) noexcept {
+  return track.type == track_type::probe || track.type == track_type::none;
+}
+
+void take_over(ot_track& track, const qmon_stats& stats) noexcept {
+  track.source_state = state_of_return_code(stats.latestReturnCode);
+  track.object.probe.response_time = stats.latestResponseTime;
+  track.object.probe.return_code = stats.latestReturnCode;
+  OT_TRACE_DETAIL(" latestReturnCode = %d, latestResponseTime = %d",
+                  static_cast<int>(stats.latestReturnCode),
+                  static_cast<int>(stats.latestResponseTime));
+}
+
 }  // namespace
 
 int insert_track_to_prb_entry(track_name_node* node, track_state state,
@@ -30,22 +53,8 @@ int insert_track_to_prb_entry(track_name_node* node, track_state state,
   OT_TRACE_ENTRY();
   prb_entry* present = hash_db_get_prb_item(op_id);
   OT_TRACE_DETAIL("lookup over ");
-  if (present != nullptr) {
-    OT_TRACE_DETAIL(" lookup != NULL");
-    push_track_name(present->tracks, node);
-    return status_ok;
-  }
-  OT_TRACE_DETAIL("lookup == NULL");
-  OT_TRACE_DETAIL("calling hash_db_add_new_prb_item ");
-  node->next = nullptr;
-  const prb_entry entry{op_id, node, static_cast<std::uint32_t>(state), 0};
-  const int status = hash_db_add_new_prb_item(entry);
-  if (status != status_ok) {
-    OT_TRACE_ERROR("(%s) : hash_db_add_new_item failed - no memory to add item - %s", __func__,
-                   err_string(status));
-    drop_all_probes();
-  }
-  return status;
+  const prb_entry fresh{op_id, nullptr, static_cast<std::uint32_t>(state), 0};
+  return insert_follower(followers, __func__, node, present, fresh);
 }
 
 int delete_track_from_prb_entry(const char* name) {
@@ -78,17 +87,31 @@ int delete_track_from_prb_entry(const char* name) {
 
 int object_tracking_type_prb_delete(const char* name) {
   OT_TRACE_DETAIL("(%s) delete track %s:", __func__, name);
-  int status = delete_track_from_prb_entry(name);
-  if (status != status_ok) {
-    OT_TRACE_ERROR("(%s) : delete_track_from_prb_entry failed - %s", __func__, err_string(status));
-    return status;
+  return end_track_type(name, __func__, untie_name, delete_track_from_prb_entry, publish_down);
+}
+
+int ot_prb_read_shm_after_timer_expired(const char* name, std::uint32_t /*value*/) {
+  OT_TRACE_DETAIL("(%s) : track_name = %s", __func__, name == nullptr ? "" : name);
+  if (name == nullptr) {
+    OT_TRACE_ERROR(" Invalid arg : (%s) :", __func__);
+    return status_ok;
   }
   ot_track* track = hash_db_get_track_item(name);
   if (track == nullptr) {
+    OT_TRACE_DETAIL(" (%s) : track %s doesnt exist", __func__, name);
     return status_ok;
   }
-  status = publish_down(*track);
-  track->type = track_type::none;
+  stop_ot_timer(track->poll_timer);
+  if (!holds_probe(*track)) {
+    return status_ok;
+  }
+  qmon_stats stats;
+  shm_read_qmon_stats(static_cast<std::int32_t>(track->object.probe.operation_id), &stats);
+  take_over(*track, stats);
+  const int status = object_tracking_set_track_state_in_ledger(name, track->source_state);
+  if (status == status_ok) {
+    set_ot_shm_poll_wait_timer(track->poll_timer);
+  }
   return status;
 }
 

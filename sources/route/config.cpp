@@ -1,82 +1,114 @@
-// Applying a route track's address and VRF.
-
-#include "sources/route/config.h"
+// Applying a route track's address and VRF, and the queue of what waits for the FIB connection.
 
 #include <cstring>
+#include <new>
 
-#include "core/debug.h"
 #include "platform/path_tuple.h"
-#include "platform/status.h"
-#include "sources/route/fib_connection.h"
-#include "sources/route/pending.h"
+#include "sources/config_item.h"
+#include "sources/route/fib.h"
 #include "sources/route/table.h"
 #include "sources/route/track.h"
-#include "state/track_record.h"
+#include "sources/waiting_queue.h"
 
 namespace ot {
 namespace {
 
+constexpr const char* ip_apply_name = "object_tracking_type_route_ip_apply";
+constexpr const char* vrf_apply_name = "object_tracking_type_route_vrf_apply";
+constexpr const char* create_name = "object_tracking_type_route_create";
+
 struct address {
   std::uint32_t prefix = 0;
   std::uint32_t mask = 0;
-  bool present = false;
 
-  explicit address(const ledger_value* value) noexcept {
-    present =
-        value != nullptr && path_tuple_unpack(value->bytes(), "%N%N", &prefix, &mask) == status_ok;
-  }
-  [[nodiscard]] bool same_as(const address& other) const noexcept {
-    return prefix == other.prefix && mask == other.mask;
-  }
+  bool operator==(const address&) const = default;
 };
 
-vrf_text vrf_of(const ledger_value* value) noexcept {
-  return value == nullptr ? vrf_text{} : vrf_text{value->as_text()};
-}
+// A configured item: an address, or a VRF alone.
+struct pending_route : lq_link {
+  vrf_text vrf;  // empty for an address item
+  track_name track;
+  address ip;
+  bool has_address = false;
+};
 
-void remember_type(const ledger_change& change) noexcept {
-  if (const ledger_path_field* type = change.field(1)) {
-    set_configured_type(change.fields[0].text, type->number);
-  }
-}
+waiting_queue<pending_route> waiting_routes;
 
-int create(const char* who, const ledger_change& change, const char* vrf, const address& ip) {
-  const int status =
-      object_tracking_type_route_create(change.fields[0].text, vrf, ip.prefix, ip.mask, ip.present);
+int create(const char* who, const ledger_change& change, const char* vrf,
+           const std::optional<address>& ip) {
+  const address given = ip.value_or(address{});
+  const int status = object_tracking_type_route_create(change.fields[0].text, vrf, given.prefix,
+                                                       given.mask, ip.has_value());
   remember_type(change);
-  if (status != status_ok) {
-    OT_TRACE_ERROR("(%s) : object_tracking_type_route_create failed - %s", who, err_string(status));
-  }
-  return status;
+  return traced(who, create_name, status);
 }
 
 int create_or_queue(const char* who, const ledger_change& change, const char* vrf,
-                    const address& ip) {
-  return ot_fib_connection_up != 0
-             ? create(who, change, vrf, ip)
-             : queue_pending_route(change.fields[0].text, vrf, ip.prefix, ip.mask, ip.present);
+                    const std::optional<address>& ip) {
+  if (ot_fib_connection_up != 0) {
+    return create(who, change, vrf, ip);
+  }
+  const address given = ip.value_or(address{});
+  return queue_pending_route(change.fields[0].text, vrf, given.prefix, given.mask, ip.has_value());
 }
 
-// A set that brings no address leaves the track without a route.
-int set_address(const char* who, const ledger_change& change, const address& old_ip,
-                const address& new_ip) {
-  if (old_ip.present) {
-    if (new_ip.present && old_ip.same_as(new_ip)) {
-      return status_ok;
-    }
-    const int status = object_tracking_type_route_delete(change.fields[0].text);
-    if (status != status_ok) {
-      return status;
-    }
-  }
-  return new_ip.present ? create(who, change, nullptr, new_ip) : status_ok;
+// --- The address ---------------------------------------------------------------------------------
+
+using ip_item = item_change<address>;
+
+std::optional<address> address_in(const ledger_value* value) noexcept {
+  address ip;
+  const bool present = value != nullptr &&
+                       path_tuple_unpack(value->bytes(), "%N%N", &ip.prefix, &ip.mask) == status_ok;
+  return present ? std::optional{ip} : std::nullopt;
+}
+
+int create_address(ip_item& item) {
+  return create(ip_apply_name, item.change, nullptr, item.after);
+}
+
+int first_address(ip_item& item) {
+  return item.after ? create_or_queue(ip_apply_name, item.change, nullptr, item.after) : status_ok;
+}
+
+int remove_address(ip_item& item) {
+  return item.before ? object_tracking_type_route_delete(item.track()) : status_ok;
+}
+
+int set_address(ip_item& item) {
+  return replace_item(item, nullptr, remove_address, create_address);
+}
+
+constexpr item_row<ip_item> ip_row = {ip_apply_name, first_address, set_address, remove_address};
+
+// --- The VRF -------------------------------------------------------------------------------------
+
+using vrf_item = item_change<vrf_text>;
+
+std::optional<vrf_text> vrf_in(const ledger_value* value) noexcept {
+  return value == nullptr ? std::nullopt : std::optional{vrf_text{value->as_text()}};
+}
+
+int first_vrf(vrf_item& item) {
+  const vrf_text vrf = item.after.value_or(vrf_text{});
+  return create_or_queue(vrf_apply_name, item.change, vrf.c_str(), std::nullopt);
 }
 
 // Two names count as one when their first eight characters agree.
-bool same_vrf(const vrf_text& a, const vrf_text& b) noexcept {
+int set_vrf(vrf_item& item) {
   constexpr std::size_t compared = 8;
-  return std::strncmp(a.c_str(), b.c_str(), compared) == 0;
+  const vrf_text from = item.before.value_or(vrf_text{});
+  const vrf_text to = item.after.value_or(vrf_text{});
+  return std::strncmp(from.c_str(), to.c_str(), compared) == 0
+             ? status_ok
+             : create(vrf_apply_name, item.change, to.c_str(), std::nullopt);
 }
+
+int remove_vrf(vrf_item& item) {
+  return item.before ? create(vrf_apply_name, item.change, default_vrf, std::nullopt) : status_ok;
+}
+
+constexpr item_row<vrf_item> vrf_row = {vrf_apply_name, first_vrf, set_vrf, remove_vrf};
 
 }  // namespace
 
@@ -85,18 +117,8 @@ int object_tracking_type_route_ip_apply(const ledger_change& change) {
   if (change.field(0) == nullptr) {
     return invalid_argument;
   }
-  const address old_ip(change.old_value);
-  const address new_ip(change.new_value);
-  if ((change.event & ledger_event_create) != 0) {
-    return new_ip.present ? create_or_queue(__func__, change, nullptr, new_ip) : status_ok;
-  }
-  if ((change.event & ledger_event_set) != 0) {
-    return set_address(__func__, change, old_ip, new_ip);
-  }
-  if ((change.event & ledger_event_delete) != 0 && old_ip.present) {
-    return object_tracking_type_route_delete(change.fields[0].text);
-  }
-  return status_ok;
+  ip_item item{change, address_in(change.old_value), address_in(change.new_value)};
+  return apply_item(ip_row, item);
 }
 
 int object_tracking_type_route_vrf_apply(const ledger_change& change) {
@@ -104,20 +126,39 @@ int object_tracking_type_route_vrf_apply(const ledger_change& change) {
   if (change.field(0) == nullptr) {
     return invalid_argument;
   }
-  const address no_address(nullptr);
-  const vrf_text old_vrf = vrf_of(change.old_value);
-  const vrf_text new_vrf = vrf_of(change.new_value);
-  if ((change.event & ledger_event_create) != 0) {
-    return create_or_queue(__func__, change, new_vrf.c_str(), no_address);
+  vrf_item item{change, vrf_in(change.old_value), vrf_in(change.new_value)};
+  return apply_item(vrf_row, item);
+}
+
+int queue_pending_route(const char* track, const char* vrf_name, std::uint32_t prefix,
+                        std::uint32_t mask, bool has_address) noexcept {
+  std::unique_ptr<pending_route> item{new (std::nothrow) pending_route{}};
+  if (item == nullptr) {
+    return no_memory;
   }
-  if ((change.event & ledger_event_set) != 0) {
-    return same_vrf(old_vrf, new_vrf) ? status_ok
-                                      : create(__func__, change, new_vrf.c_str(), no_address);
-  }
-  if ((change.event & ledger_event_delete) != 0 && change.old_value != nullptr) {
-    return create(__func__, change, default_vrf, no_address);
-  }
+  item->vrf.assign(vrf_name == nullptr ? "" : vrf_name);
+  item->track.assign(track);
+  item->ip = {prefix, mask};
+  item->has_address = has_address;
+  waiting_routes.push(std::move(item));
   return status_ok;
+}
+
+void replay_pending_routes() {
+  while (const auto item = waiting_routes.pop()) {
+    const char* vrf = item->vrf.empty() ? nullptr : item->vrf.c_str();
+    traced("ot_fec_reconnect_handler", create_name,
+           object_tracking_type_route_create(item->track.c_str(), vrf, item->ip.prefix,
+                                             item->ip.mask, item->has_address));
+  }
+}
+
+void drop_pending_routes() noexcept {
+  waiting_routes.clear();
+}
+
+std::uint32_t pending_route_count() noexcept {
+  return waiting_routes.count();
 }
 
 }  // namespace ot

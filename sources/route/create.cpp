@@ -1,13 +1,10 @@
-// The two roads to a tied route track: configuration that names a track for the first time, and
+// The two ways to a tied route track: configuration that names a track for the first time, and
 // configuration that adds to one. Address and VRF arrive as separate items, in either order.
 
-#include "core/debug.h"
-#include "core/in_addr_text.h"
-#include "platform/status.h"
-#include "sources/route/fib_connection.h"
+#include "sources/route/fib.h"
 #include "sources/route/table.h"
 #include "sources/route/track.h"
-#include "sources/route/vrf_connection.h"
+#include "sources/route/vrf.h"
 #include "state/ledger_state.h"
 #include "state/publication.h"
 #include "state/track_record.h"
@@ -27,24 +24,17 @@ struct route_item {
 
 int look_up(const route_object& route, std::uint32_t vrf_id, track_state& ret) noexcept {
   fib_result result;
-  const int status = ot_fec_lookup(route.prefix, vrf_id, result.out());
-  if (status != status_ok) {
-    OT_TRACE_ERROR("(%s) : ot_fec_lookup for ip %s vrf %s failed - %s", create_name,
-                   in_addr_s(route.prefix), route.vrf.c_str(), err_string(status));
-    return status;
+  const int status = traced_route_lookup(create_name, route.prefix, route.vrf.c_str(),
+                                         ot_fec_lookup(route.prefix, vrf_id, result.out()));
+  if (status == status_ok) {
+    ret = reachability_of(result.get(), route.mask);
   }
-  ret = reachability_of(result.get(), route.mask);
-  return status_ok;
+  return status;
 }
 
 int register_route(const route_object& route, std::uint32_t vrf_id) noexcept {
-  const int status = ot_fec_register(route.prefix, route.mask, vrf_id);
-  if (status != status_ok) {
-    OT_TRACE_ERROR("(%s) : ot_fec_register for ip %s/%s vrf %s failed - %s", create_name,
-                   in_addr_s(route.prefix), in_addr_s(route.mask), route.vrf.c_str(),
-                   err_string(status));
-  }
-  return status;
+  return traced_route_call(create_name, "ot_fec_register", route.prefix, route.mask,
+                           route.vrf.c_str(), ot_fec_register(route.prefix, route.mask, vrf_id));
 }
 
 void set_address(route_object& route, const route_item& item) noexcept {
@@ -56,22 +46,14 @@ void set_address(route_object& route, const route_item& item) noexcept {
 // Ties the track of that name to its route's entry.
 int tie(const char* name, const route_object& route, track_state state,
         std::uint32_t vrf_id) noexcept {
-  track_name_node* node = new_track_name_node(name);
-  if (node == nullptr) {
-    OT_TRACE_ERROR("(%s) : malloc failed ", create_name);
-    return no_memory;
-  }
-  const int status =
-      insert_track_to_route_entry(node, route.prefix, route.mask, route.vrf.c_str(), state, vrf_id);
-  if (status != status_ok) {
-    OT_TRACE_ERROR("(%s) : insert_track_to_route_entry failed - %s", create_name,
-                   err_string(status));
-    delete node;
-  }
-  return status;
+  return tie_track(name, create_name, "insert_track_to_route_entry",
+                   [&route, state, vrf_id](track_name_node* node) noexcept {
+                     return insert_track_to_route_entry(node, route.prefix, route.mask,
+                                                        route.vrf.c_str(), state, vrf_id);
+                   });
 }
 
-// --- A track that exists ------------------------------------------------------------------------
+// --- A track that exists -------------------------------------------------------------------------
 
 // Takes the item's VRF and address into the record. `ret_tie`: whether there is a route to tie to.
 int take_over(ot_track& track, const route_item& item, bool& ret_tie) {
@@ -103,8 +85,8 @@ int take_over(ot_track& track, const route_item& item, bool& ret_tie) {
   return status_ok;
 }
 
-// The look-up comes first on this road. A VRF that is not known yet has no routes: its tracks are
-// down and nothing is registered until it appears.
+// The look-up comes first here. A VRF that is not known yet has no routes: its tracks are down and
+// nothing is registered until it appears.
 int find_state(const route_object& route, std::uint32_t vrf_id, track_state& ret) noexcept {
   ret = track_state::down;
   if (vrf_id == 0) {
@@ -139,10 +121,9 @@ int add_to_track(ot_track& track, const route_item& item) {
                              : status;
 }
 
-// --- A new track
-// ----------------------------------------------------------------------------------
+// --- A new track ---------------------------------------------------------------------------------
 
-// The registration comes first on this road.
+// The registration comes first here.
 int find_new_state(route_object& route, std::uint32_t vrf_id, track_state& ret) noexcept {
   ret = track_state::down;
   if (vrf_id == 0) {

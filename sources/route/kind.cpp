@@ -11,12 +11,10 @@
 #include "platform/path_tuple.h"
 #include "platform/status.h"
 #include "show/view.h"
-#include "sources/route/config.h"
-#include "sources/route/fib_connection.h"
-#include "sources/route/pending.h"
+#include "sources/route/fib.h"
 #include "sources/route/table.h"
 #include "sources/route/track.h"
-#include "sources/route/vrf_connection.h"
+#include "sources/route/vrf.h"
 
 namespace ot {
 namespace {
@@ -59,11 +57,9 @@ bool mask_is_contiguous(const ledger_value* value) noexcept {
 void fill_next_hop(const route_object& route, route_track_info__& info) noexcept {
   fib_result result;
   const std::uint32_t vrf_id = ot_vmap_vrf_name_2_vrf_id(route.vrf.c_str());
-  const int status = ot_fec_lookup(route.prefix, vrf_id, result.out());
-  if (status != status_ok) {
-    OT_TRACE_ERROR("(%s) : ot_fec_lookup for ip %s vrf %s failed - %s", "ot_fill_track_info",
-                   in_addr_s(route.prefix), route.vrf.c_str(), err_string(status));
-  } else if (result.get() != nullptr) {
+  const int status = traced_route_lookup("ot_fill_track_info", route.prefix, route.vrf.c_str(),
+                                         ot_fec_lookup(route.prefix, vrf_id, result.out()));
+  if (status == status_ok && result.get() != nullptr) {
     info.NextHop.assign(result.get()->first_hop.view());
   }
 }

@@ -11,7 +11,7 @@
 #include "platform/ledger_config.h"
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/controls.h"
-#include "sources/interface/config.h"
+#include "sources/interface/track.h"
 #include "tests/unit/service_fixture.h"
 
 namespace ot::test {

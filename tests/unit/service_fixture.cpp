@@ -8,7 +8,7 @@
 #include "core/start/main.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
-#include "sources/bfd/thread.h"
+#include "sources/bfd/client.h"
 #include "state/ledger_state.h"
 
 namespace ot::test {

@@ -12,10 +12,10 @@
 #include "lists/configuration.h"
 #include "lists/threshold_list.h"
 #include "platform/status.h"
-#include "sources/bfd/config.h"
-#include "sources/interface/config.h"
-#include "sources/probe/config.h"
-#include "sources/route/config.h"
+#include "sources/bfd/track.h"
+#include "sources/interface/track.h"
+#include "sources/probe/track.h"
+#include "sources/route/track.h"
 
 namespace ot {
 namespace {

@@ -1,7 +1,7 @@
 // The common verifiers, called as the ledger calls them: codes, verdicts and texts.
 #include "config/verifiers.h"
 #include "lists/configuration.h"
-#include "sources/route/config.h"
+#include "sources/route/track.h"
 
 #include <cstring>
 #include <string>

@@ -1,5 +1,5 @@
 // The configuration item of a BFD track, through commits and called by hand.
-#include "sources/bfd/config.h"
+#include "sources/bfd/track.h"
 
 #include "config/delays.h"
 #include "tests/unit/sources/bfd/fixture.h"

@@ -1,5 +1,5 @@
 // What the engine reports to the client, and its way from the BFD thread to the main thread.
-#include "sources/bfd/events.h"
+#include "sources/bfd/client.h"
 
 #include <thread>
 

@@ -6,10 +6,9 @@
 #include "platform/memory/bfd_controls.h"
 #include "platform/memory/controls.h"
 #include "platform/status.h"
-#include "sources/bfd/pending.h"
-#include "sources/bfd/sessions.h"
+#include "sources/bfd/client.h"
 #include "sources/bfd/table.h"
-#include "sources/bfd/thread.h"
+#include "sources/bfd/track.h"
 #include "tests/support/ip_address.h"
 #include "tests/unit/service_fixture.h"
 

@@ -2,7 +2,6 @@
 #include "config/lifecycle.h"
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/ledger_controls.h"
-#include "sources/bfd/config.h"
 #include "sources/bfd/track.h"
 #include "tests/unit/sources/bfd/fixture.h"
 

@@ -1,5 +1,5 @@
 // The BFD thread: its start, its bind, its loop and its end.
-#include "sources/bfd/thread.h"
+#include "sources/bfd/client.h"
 
 #include "platform/memory/alloc_faults.h"
 #include "tests/unit/sources/bfd/fixture.h"

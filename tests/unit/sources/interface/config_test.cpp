@@ -1,5 +1,5 @@
 // The configuration item that makes a track follow an interface.
-#include "sources/interface/config.h"
+#include "sources/interface/track.h"
 
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"

@@ -1,6 +1,6 @@
 // Bulk notifications, handed to the handler as the interface manager would: what each combination
 // of attributes makes of an entry and its tracks.
-#include "sources/interface/notifications.h"
+#include "sources/interface/client.h"
 
 #include <deque>
 

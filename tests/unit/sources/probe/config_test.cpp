@@ -1,5 +1,5 @@
 // The operation's item as it is applied: create, set and delete.
-#include "sources/probe/config.h"
+#include "sources/probe/track.h"
 
 #include <algorithm>
 

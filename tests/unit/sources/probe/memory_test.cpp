@@ -1,8 +1,7 @@
 // Probe tracks while each allocation fails in turn: code 12, nothing half tied, nothing leaked.
 #include "config/delays.h"
 #include "platform/memory/ledger_controls.h"
-#include "sources/probe/config.h"
-#include "sources/probe/poll.h"
+#include "sources/probe/track.h"
 #include "tests/unit/failing_runs.h"
 #include "tests/unit/sources/probe/fixture.h"
 

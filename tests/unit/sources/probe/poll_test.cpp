@@ -1,5 +1,5 @@
 // The poll: every two seconds one look at the operation's result, and what becomes of it.
-#include "sources/probe/poll.h"
+#include "sources/probe/track.h"
 
 #include "platform/memory/ledger_controls.h"
 #include "sources/probe/statistics.h"

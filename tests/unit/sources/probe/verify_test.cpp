@@ -1,5 +1,5 @@
 // Which operations a track may be given, and how the others are refused.
-#include "sources/probe/config.h"
+#include "sources/probe/track.h"
 #include "tests/unit/sources/probe/fixture.h"
 
 namespace ot::test {

@@ -1,5 +1,5 @@
 // Reachability and VRFs that change under the tracks of a route.
-#include "sources/route/changes.h"
+#include "sources/route/track.h"
 
 #include "platform/memory/ledger_controls.h"
 #include "tests/unit/sources/route/fixture.h"

@@ -1,7 +1,6 @@
 // The two configuration items of a route track, with the FIB connected and not.
-#include "sources/route/config.h"
+#include "sources/route/track.h"
 
-#include "sources/route/pending.h"
 #include "tests/unit/sources/route/fixture.h"
 
 namespace ot::test {

@@ -1,7 +1,7 @@
 // What the FIB reports: changes of routes, and its connection going and coming.
-#include "sources/route/fib_events.h"
+#include "sources/route/fib.h"
 
-#include "sources/route/pending.h"
+#include "sources/route/track.h"
 #include "tests/unit/sources/route/fixture.h"
 
 namespace ot::test {

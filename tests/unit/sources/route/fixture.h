@@ -8,7 +8,7 @@
 #include "platform/memory/controls.h"
 #include "platform/status.h"
 #include "platform/vrf_service.h"
-#include "sources/route/fib_connection.h"
+#include "sources/route/fib.h"
 #include "sources/route/table.h"
 #include "sources/route/track.h"
 #include "tests/support/ip_address.h"

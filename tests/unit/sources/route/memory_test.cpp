@@ -1,6 +1,6 @@
 // Route tracks while each allocation fails in turn: code 12, nothing half tied, nothing leaked.
 #include "platform/memory/ledger_controls.h"
-#include "sources/route/pending.h"
+#include "sources/route/track.h"
 #include "tests/unit/failing_runs.h"
 #include "tests/unit/sources/route/fixture.h"
 

@@ -1,7 +1,6 @@
 // The connection to the VRF information service: its set-up, its end and its return.
-#include "sources/route/vrf_connection.h"
+#include "sources/route/vrf.h"
 
-#include "sources/route/vrf_libraries.h"
 #include "tests/unit/sources/route/fixture.h"
 
 namespace ot::test {

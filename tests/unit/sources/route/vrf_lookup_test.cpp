@@ -1,5 +1,5 @@
 // Requests to the VRF information service: names to ids and back, and registrations.
-#include "sources/route/vrf_connection.h"
+#include "sources/route/vrf.h"
 #include "tests/unit/sources/route/fixture.h"
 
 namespace ot::test {

@@ -1,12 +1,10 @@
 // What all sources do with the tracks that follow one of their objects.
 
-#include "sources/track_names.h"
+#include "sources/objects.h"
 
 #include <cstring>
 #include <new>
 
-#include "core/debug.h"
-#include "platform/status.h"
 #include "state/publication.h"
 
 namespace ot {
@@ -59,6 +57,28 @@ void set_following_tracks(const track_name_node* head, track_state state, const 
       return;
     }
   }
+}
+
+int traced(const char* who, const char* call, int status) noexcept {
+  if (status != status_ok) {
+    OT_TRACE_ERROR("(%s) : %s failed - %s", who, call, err_string(status));
+  }
+  return status;
+}
+
+int end_track_type(const char* name, const char* who, const char* untie_name,
+                   int (*untie)(const char* name), int (*withdraw)(ot_track& track)) {
+  int status = traced(who, untie_name, untie(name));
+  if (status != status_ok) {
+    return status;
+  }
+  ot_track* track = hash_db_get_track_item(name);
+  if (track == nullptr) {
+    return status_ok;
+  }
+  status = withdraw(*track);
+  track->type = track_type::none;
+  return status;
 }
 
 }  // namespace ot

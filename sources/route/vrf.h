@@ -9,6 +9,16 @@
 
 namespace ot {
 
+inline constexpr std::int32_t not_bound = -1;
+
+// A client library of the service, and its binding.
+struct vmap_binding {
+  vmap_lib* handle = nullptr;
+  std::int32_t id = not_bound;
+};
+extern vmap_binding vmap_lookup_library;
+extern vmap_binding vmap_registration_library;
+
 // Sets both client libraries and the event connection up and opens it. 0, also while the manager
 // goes on trying, or the error of the failing step.
 int ot_vmap_init(evm* manager) noexcept;

@@ -1,5 +1,5 @@
-// The service's client of the FIB: looking routes up, and registering for their changes.
-// Addresses are in network byte order. Main thread.
+// The service's client of the FIB: looking routes up, registering for their changes, and what it
+// reports of them and of its connection. Addresses are in network byte order. Main thread.
 #pragma once
 
 #include <cstdint>
@@ -33,6 +33,14 @@ track_state reachability_of(const rtclient_result* result, std::uint32_t mask) n
 // Table of a VRF and back; the default ones for 0 and for what cannot be translated.
 std::uint32_t ot_tblx_vrf_id_2_table_id(std::uint32_t vrf_id) noexcept;
 std::uint32_t ot_tblx_table_id_2_vrf_id(std::uint32_t table_id) noexcept;
+
+// The callbacks. A registered prefix may have changed: looks it up again and passes a changed
+// reachability on. The connection is lost: entries, states and registrations stay as they are. It
+// is back: every route with a known VRF is registered again, then the configuration that waited is
+// applied in its order; a failing registration ends this, and the configuration goes on waiting.
+void ot_fec_notif_handler(const rtclient_notification* notification);
+void ot_fec_disconnect_handler();
+void ot_fec_reconnect_handler();
 
 // Releases a look-up result when it goes out of scope.
 class fib_result {

@@ -1,16 +1,18 @@
-// Requests to the FIB. The connection flag belongs to the reconnect and disconnect callbacks; while
-// it is down nothing is registered, and what was skipped is made good on reconnection.
+// Requests to the FIB, and its three callbacks. The connection flag belongs to the reconnect and
+// disconnect callbacks; while it is down nothing is registered, and what was skipped is made good
+// on reconnection. A mutex of its own serialises the notification handler.
 
-#include "sources/route/fib_connection.h"
+#include "sources/route/fib.h"
 
 #include <cstring>
 
-#include "core/debug.h"
+#include "core/connections.h"
 #include "core/in_addr_text.h"
 #include "platform/ipv4.h"
-#include "platform/status.h"
-#include "platform/vrf_service.h"
-#include "sources/route/fib_events.h"
+#include "platform/robust_mutex.h"
+#include "sources/route/table.h"
+#include "sources/route/track.h"
+#include "sources/route/vrf.h"
 
 namespace ot {
 
@@ -23,6 +25,7 @@ constexpr std::uint32_t client_mode = 1;
 constexpr std::uint32_t client_channel = 3225;
 
 rtclient* client = nullptr;  // null until initialised
+robust_mutex notification_mutex;
 
 rtclient_registration registration(std::uint32_t prefix, std::uint32_t mask,
                                    std::uint32_t vrf_id) noexcept {
@@ -44,6 +47,23 @@ std::uint32_t translate(translation look_up, std::uint32_t id, std::uint32_t fal
 
 void trace_translation(const char* who, std::uint32_t table_id, std::uint32_t vrf_id) noexcept {
   OT_TRACE_DETAIL("(%s): TableID 0x%08X VrfID 0x%08X", who, table_id, vrf_id);
+}
+
+// The first failure ends the walk.
+int register_known_routes() noexcept {
+  for (auto* entry = hash_db_first_data<route_entry>(ipv4_route_table); entry != nullptr;
+       entry = hash_db_next_data<route_entry>(ipv4_route_table)) {
+    if (entry->vrf_id == 0) {
+      continue;
+    }
+    const int status = traced_route_call(
+        "ot_fec_reconnect_handler", "ot_fec_register", entry->prefix, entry->mask,
+        entry->vrf.c_str(), ot_fec_register(entry->prefix, entry->mask, entry->vrf_id));
+    if (status != status_ok) {
+      return status;
+    }
+  }
+  return status_ok;
 }
 
 }  // namespace
@@ -136,6 +156,51 @@ std::uint32_t ot_tblx_table_id_2_vrf_id(std::uint32_t table_id) noexcept {
   const std::uint32_t vrf_id = translate(tblx_shm_lookup_tbl, table_id, vmap_c_vrf_id_dflt());
   trace_translation(__func__, table_id, vrf_id);
   return vrf_id;
+}
+
+void ot_fec_notif_handler(const rtclient_notification* notification) {
+  OT_TRACE_DETAIL("(%s) ", __func__);
+  const robust_lock lock(notification_mutex, __func__);
+  if (notification->family != fib_family_ipv4) {
+    return;
+  }
+  const std::uint32_t prefix = notification->prefix;
+  const std::uint32_t vrf_id = ot_tblx_table_id_2_vrf_id(notification->table_id);
+  OT_TRACE_DETAIL("(%s) got notification for %s vrf id %x", __func__, in_addr_s(prefix), vrf_id);
+  fib_result result;
+  if (ot_fec_lookup(prefix, vrf_id, result.out()) != status_ok) {
+    return;
+  }
+  const vrf_text vrf = ot_vmap_vrf_id_2_vrf_name(vrf_id);
+  const std::uint32_t mask = ipv4_prefixlen2mask(notification->prefix_length);
+  const route_entry* entry = hash_db_get_route_item(prefix, mask, vrf.c_str());
+  if (entry == nullptr) {
+    OT_TRACE_ERROR("(%s) : route %s/%d vrf %s not found", __func__, in_addr_s(prefix),
+                   static_cast<int>(notification->prefix_length), vrf.c_str());
+    return;
+  }
+  if (result.get() == nullptr) {
+    return;
+  }
+  const track_state reachability = reachability_of(result.get(), mask);
+  if (static_cast<std::uint32_t>(reachability) != entry->reach_state) {
+    object_tracking_change_route_state(prefix, mask, vrf.c_str(), reachability);
+  }
+}
+
+void ot_fec_disconnect_handler() {
+  OT_TRACE_DETAIL("(%s) : ", __func__);
+  ot_fib_connection_up = 0;
+  note_connection(router_service::fib, false);
+}
+
+void ot_fec_reconnect_handler() {
+  OT_TRACE_DETAIL("(%s) ", __func__);
+  ot_fib_connection_up = 1;
+  note_connection(router_service::fib, true);
+  if (register_known_routes() == status_ok) {
+    replay_pending_routes();
+  }
 }
 
 }  // namespace ot
