@@ -41,6 +41,16 @@ TEST_P(ledger_switch_contract, a_stored_item_switches_at_once) {
   EXPECT_EQ(word, 1U);
 }
 
+TEST_P(ledger_switch_contract, a_path_registered_again_switches_the_new_word_only) {
+  std::atomic<std::uint32_t> old_word{7};
+  ASSERT_EQ(hosted([&] { return ledger_switch_register(path, &old_word); }), 0);
+  std::atomic<std::uint32_t> new_word{0};
+  ASSERT_EQ(hosted([&] { return ledger_switch_register(path, &new_word); }), 0);
+  ASSERT_EQ(put(1), 0);
+  EXPECT_EQ(new_word, 1U);
+  EXPECT_EQ(old_word, 7U);
+}
+
 TEST_P(ledger_switch_contract, only_numbers_switch) {
   std::atomic<std::uint32_t> word{0};
   ASSERT_EQ(hosted([&] { return ledger_switch_register(path, &word); }), 0);

@@ -174,6 +174,15 @@ TEST_F(timers, a_stopped_leaf_does_nothing) {
   EXPECT_EQ(published("t"), std::nullopt);
 }
 
+TEST_F(timers, an_expiry_that_has_no_hook_only_stops_the_leaf) {
+  set_timer_hook(timer_kind::track_delay, nullptr);
+  wtm_leaf* leaf = set_ot_delay_timer(context(timer_kind::track_delay, "t", 1));
+  set_ot_wait_timer(leaf);
+  field::advance(1s);
+  EXPECT_FALSE(wtm_timer_leaf_running(leaf));
+  EXPECT_EQ(published("t"), std::nullopt);
+}
+
 TEST_F(timers, a_null_leaf_is_refused_or_ignored) {
   EXPECT_EQ(set_ot_wait_timer(nullptr), invalid_argument);
   EXPECT_EQ(set_ot_nfn_timer(nullptr), invalid_argument);

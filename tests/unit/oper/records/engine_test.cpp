@@ -112,6 +112,15 @@ TEST_F(engine_info, sees_the_probe_service_when_it_is_asked_and_counts_what_has_
   EXPECT_EQ(read().at(1), "probe 1 3 0");
 }
 
+TEST_F(engine_info, an_interface_that_no_track_follows_any_more_is_not_waited_for) {
+  field::interface_added("Gi7");
+  ASSERT_EQ(commit(interface_track("i", "Gi7")), 0);
+  ASSERT_EQ(delete_track("i"), 0);
+  field::interface_removed("Gi7");
+  field::run_pending();
+  EXPECT_EQ(read().at(3), "interfaces 1 0 0");
+}
+
 TEST_F(engine_info, a_probe_that_fails_has_a_result) {
   field::probe_package_installed();
   ASSERT_EQ(commit({set_number(track_path("p", "type/prb/0x5/op_id"), 7)}), 0);

@@ -18,7 +18,7 @@ TEST(ledger_notices, only_what_is_followed_comes) {
   std::string x = "a/x";
   std::string y = "b/y";
   std::uint32_t up = 1;
-  std::uint32_t gone = 0;
+  std::uint32_t gone = 2;
   ledger_dpv_notification entries[] = {entry(x, ledger_notification_set, &up),
                                        entry(y, ledger_notification_delete, &gone),
                                        entry(x, ledger_notification_set, nullptr)};
@@ -28,6 +28,7 @@ TEST(ledger_notices, only_what_is_followed_comes) {
   EXPECT_EQ(all[0].path, "gl/a/x");
   EXPECT_EQ(all[0].value, 1U);
   EXPECT_EQ(all[1].kind, ledger_notification_delete);
+  EXPECT_EQ(all[1].value, 2U) << "the value that it had";
   const ledger_notices some = ledger_notices_below("/oper/gl/b/", "/oper/gl/", entries);
   ASSERT_EQ(some.size(), 1U);
   EXPECT_EQ(some[0].path, "y");
@@ -69,6 +70,8 @@ TEST(ledger_backlog, notices_are_bounded_too) {
   backlog.push(batch_of(1));
   EXPECT_TRUE(backlog.pop().at(0).resync);
   EXPECT_TRUE(backlog.empty());
+  backlog.push(batch_of(ledger_backlog::max_notices));
+  EXPECT_EQ(backlog.pop().size(), ledger_backlog::max_notices) << "the room is there again";
 }
 
 }  // namespace
