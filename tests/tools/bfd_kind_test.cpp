@@ -3,9 +3,9 @@
 
 #include <sstream>
 
-#include "tools/trackctl/failure.h"
+#include "tools/trackctl/command.h"
+#include "tools/trackctl/kinds/kinds.h"
 #include "tools/trackctl/plan.h"
-#include "tools/trackctl/track_kind.h"
 
 namespace ot::trackctl {
 namespace {

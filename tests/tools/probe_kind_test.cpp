@@ -1,9 +1,9 @@
 // "set NAME probe OPERATION": its item, its range, and how an operation changes.
 #include <gmock/gmock.h>
 
-#include "tools/trackctl/failure.h"
+#include "tools/trackctl/command.h"
+#include "tools/trackctl/kinds/kinds.h"
 #include "tools/trackctl/plan.h"
-#include "tools/trackctl/track_kind.h"
 
 namespace ot::trackctl {
 namespace {

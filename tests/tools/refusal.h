@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "tools/trackctl/failure.h"
+#include "tools/trackctl/command.h"
 
 namespace ot::trackctl {
 

@@ -1,5 +1,5 @@
 // Which prefixes and VRF names trackctl takes, and that a refusal says what would be right.
-#include "tools/trackctl/route_prefix.h"
+#include "tools/trackctl/names.h"
 
 #include <arpa/inet.h>
 #include <gmock/gmock.h>

@@ -4,7 +4,7 @@
 #include <set>
 #include <sstream>
 
-#include "tools/trackctl/track_kind.h"
+#include "tools/trackctl/kinds/kinds.h"
 
 namespace ot::trackctl {
 namespace {

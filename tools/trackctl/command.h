@@ -1,34 +1,66 @@
-// The commands of trackctl. Each has a file of its own and one row in commands.cpp.
+// trackctl, the operator's tool.
+//
+// It configures tracks, shows them and follows them. It runs for one command, in one thread, and
+// ends with an exit status that scripts rely on. It speaks to the ledger (configuration, state
+// items, operational records, trace flags) and to the event publisher, and to nothing else: it
+// opens no store and knows nothing of interfaces, routes or sessions but what the service reports.
+//
+//   main.cpp           the table of commands
+//   configure.cpp      set, delay, delete: present items -> names.h and kinds/ check what was typed
+//                      -> plan.h works out the difference -> configuration.h commits it
+//   show.cpp           show, state: track.h reads the records and puts them into JSON
+//   engine.h, debug.cpp, events.h
+//                      what the service is connected to; its trace flags; its events
+//   kinds/             one file a kind of track, with its row
+//
+// A command reads what is there, checks everything before it changes anything, and says what is
+// wrong, where, and what would be right: it throws `failure`, which `main` prints. Connections are
+// owned by the functions that open them. A command of your own: a `run` function, declared below,
+// and its row in main.cpp.
 #pragma once
 
 #include <CLI/CLI.hpp>
-#include <span>
+#include <stdexcept>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace ot::trackctl {
 
-using arguments = std::vector<std::string>;
-
-struct command {
-  const char* word;
-  const char* usage;  // what follows "trackctl"
-  const char* summary;
-  // Runs with what stands behind the word and returns the exit status. Throws failure, or
-  // help_shown after --help.
-  int (*run)(const arguments& args);
+enum exit_status : int {
+  exit_done = 0,
+  exit_refused = 1,  // refused or failed; the reason is on standard error
+  exit_usage = 2,    // the command line is wrong; nothing was asked of the service
+  exit_no_service = 3,
+  exit_down = 10,  // "state" only
+  exit_unknown = 11,
 };
 
-struct help_shown {};
+// Thrown by whatever cannot go on; `main` prints the text behind "trackctl: " and exits.
+struct failure : std::runtime_error {
+  failure(exit_status exit, const std::string& text) : std::runtime_error(text), status(exit) {}
+  exit_status status;
+};
 
-std::span<const command> commands() noexcept;
-const command* find_command(std::string_view word) noexcept;
+// The text of a status code with its number and, where one is known, what would be right.
+std::string code_text(int code);
+
+// Throws for a platform status code: exit_no_service when the service is not running, else
+// exit_refused. `what` says what was tried, for example "reading the configuration".
+[[noreturn]] void fail_with_code(const std::string& what, int code);
+
+// Throws as above unless `code` is 0.
+void check_code(const std::string& what, int code);
+
+using arguments = std::vector<std::string>;
+
+struct help_shown {};
 
 // Parses `args` with `app`. Throws failure(exit_usage) for a bad command line and help_shown after
 // having printed the help. Options may stand anywhere; "--" ends them.
 void parse_arguments(CLI::App& app, const arguments& args);
 
+// The commands. Each runs with what stands behind its word and returns the exit status; throws
+// failure, or help_shown after --help.
 int run_set(const arguments& args);
 int run_delay(const arguments& args);
 int run_delete(const arguments& args);

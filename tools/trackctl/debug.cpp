@@ -6,8 +6,7 @@
 
 #include "platform/status.h"
 #include "tools/trackctl/command.h"
-#include "tools/trackctl/config_session.h"
-#include "tools/trackctl/failure.h"
+#include "tools/trackctl/configuration.h"
 
 namespace ot::trackctl {
 namespace {

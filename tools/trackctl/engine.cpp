@@ -1,11 +1,112 @@
-// "engine": how the running service stands to the services of the router that its tracks need.
-#include <iostream>
+// "engine": the record of the services' connections is a chain, one element a service; the words
+// for each service are those of the kind that needs it.
+#include "tools/trackctl/engine.h"
 
+#include <algorithm>
+#include <ctime>
+#include <iostream>
+#include <memory>
+
+#include "oper/records/engine_record.h"
+#include "platform/status.h"
 #include "tools/trackctl/command.h"
-#include "tools/trackctl/engine_reader.h"
-#include "tools/trackctl/failure.h"
+#include "tools/trackctl/configuration.h"
+#include "tools/trackctl/track.h"
 
 namespace ot::trackctl {
+namespace {
+
+needed_service words_of(const std::string& service) {
+  const auto kinds = track_kinds();
+  const auto found = std::find_if(kinds.begin(), kinds.end(), [&](const track_kind& kind) {
+    return kind.service.word == service;
+  });
+  return found == kinds.end() ? needed_service{service, service.c_str(), "pending"}
+                              : found->get().service;
+}
+
+std::string time_text(std::int64_t seconds, const char* format, bool utc) {
+  const std::time_t time = seconds;
+  std::tm parts{};
+  if ((utc ? gmtime_r(&time, &parts) : localtime_r(&time, &parts)) == nullptr) {
+    return "?";
+  }
+  char text[64] = "";
+  std::strftime(text, sizeof text, format, &parts);
+  return text;
+}
+
+std::string padded(std::string text, std::size_t width) {
+  text.resize(std::max(text.size(), width), ' ');
+  return text + "  ";
+}
+
+}  // namespace
+
+std::string engine_table(const std::vector<engine_state>& states) {
+  constexpr std::size_t name_width = 17;
+  constexpr std::size_t state_width = 13;
+  constexpr std::size_t since_width = 19;
+  std::string table = padded("Service", name_width) + padded("State", state_width) +
+                      padded("Since", since_width) + "Pending\n";
+  for (const engine_state& state : states) {
+    const needed_service row = words_of(state.service);
+    table += padded(row.name, name_width) +
+             padded(state.connected ? "connected" : "not connected", state_width) +
+             padded(time_text(state.since, "%Y-%m-%d %H:%M:%S", false), since_width) +
+             (state.pending == 0 ? "none" : std::to_string(state.pending) + ' ' + row.pending) +
+             '\n';
+  }
+  return table;
+}
+
+nlohmann::ordered_json engine_json(const std::vector<engine_state>& states) {
+  auto all = nlohmann::ordered_json::array();
+  for (const engine_state& state : states) {
+    all.push_back({{"service", state.service},
+                   {"connected", state.connected},
+                   {"since", time_text(state.since, "%Y-%m-%dT%H:%M:%SZ", true)},
+                   {"pending", state.pending}});
+  }
+  return all;
+}
+
+std::vector<engine_state> read_engine_states() {
+  if (const int code = ot_engine_record_register(); code != duplicate_key) {
+    check_code("preparing the operational record", code);
+  }
+  const ledger_connection connection(records_root);
+  ledger_value value;
+  check_code("reading the state of the engines",
+             ledger_item_get(connection.get(), "engine/all", &value));
+  engine_info__ record{};
+  check_code("decoding the state of the engines",
+             brec_decode(engine_info___brec, value.bytes(), &record));
+  const auto release = [](engine_info__* decoded) { brec_release(engine_info___brec, decoded); };
+  const std::unique_ptr<engine_info__, decltype(release)> links(&record, release);
+  std::vector<engine_state> states;
+  for (const engine_info__* each = &record; each != nullptr; each = each->next) {
+    states.push_back({std::string(each->Service.view()), each->Connected,
+                      static_cast<std::int64_t>(each->Since), each->Pending});
+  }
+  return states;
+}
+
+void require_service_before_delays(const track_kind& kind, const std::string& track,
+                                   bool made_anew) {
+  const auto states = read_engine_states();
+  const bool connected = std::any_of(states.begin(), states.end(), [&](const engine_state& state) {
+    return state.service == kind.service.word && state.connected;
+  });
+  const auto look_at_nothing = [](const track_info__&) {};
+  if (!connected && (made_anew || !read_track_record(track, look_at_nothing))) {
+    throw failure(exit_refused,
+                  "the " + std::string(kind.service.name) +
+                      " is not connected (see `trackctl engine`), so track \"" + track +
+                      "\" has to wait for it, and a track that waits takes no delays; leave them "
+                      "out, or come back when the engine is there");
+  }
+}
 
 int run_engine(const arguments& args) {
   CLI::App app{

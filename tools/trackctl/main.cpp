@@ -1,17 +1,38 @@
-// trackctl: the operator's tool. Configures tracks, shows them, follows them; speaks to the ledger
-// and to the event publisher only. This file finds the command and turns what it throws into an
-// exit status.
+// The table of commands. Finds the command and turns what it throws into an exit status.
+#include <algorithm>
+#include <array>
 #include <iostream>
 
 #include "tools/trackctl/command.h"
-#include "tools/trackctl/failure.h"
 
 namespace ot::trackctl {
 namespace {
 
+struct command {
+  const char* word;
+  const char* usage;  // what follows "trackctl"
+  const char* summary;
+  int (*run)(const arguments& args);
+};
+
+constexpr std::array commands{
+    command{"set", "set NAME KIND ... [--delay-up S] [--delay-down S]",
+            "create a track, or make it exactly what is said", run_set},
+    command{"delay", "delay NAME [--up S] [--down S]", "change the delays of a track", run_delay},
+    command{"delete", "delete NAME", "remove a track", run_delete},
+    command{"show", "show [NAME] [--detail] [--json]", "show one track or all", run_show},
+    command{"state", "state NAME", "print up, down or unknown; exit 0, 10 or 11", run_state},
+    command{"events", "events [--track NAME]... [--state up|down] [--json]",
+            "follow changes of state as they happen", run_events},
+    command{"engine", "engine [--json]",
+            "show what the service is connected to, since when, and what waits", run_engine},
+    command{"debug", "debug [detail|error|notification] [on|off]",
+            "show or switch the service's trace flags", run_debug},
+};
+
 void print_help() {
   std::cout << "trackctl: configure object tracks, look at them, follow them\n\n";
-  for (const command& row : commands()) {
+  for (const command& row : commands) {
     std::cout << "  trackctl " << row.usage << "\n      " << row.summary << '\n';
   }
   std::cout << "\n`trackctl COMMAND --help` tells more.\n"
@@ -30,8 +51,9 @@ int run(const arguments& args) {
     std::cout << "trackctl " OT_VERSION "\n";
     return exit_done;
   }
-  const command* const found = find_command(args[0]);
-  if (found == nullptr) {
+  const auto* const found = std::find_if(commands.begin(), commands.end(),
+                                         [&](const command& row) { return row.word == args[0]; });
+  if (found == commands.end()) {
     throw failure(exit_usage,
                   "there is no command \"" + args[0] + "\"; `trackctl --help` lists them");
   }

@@ -1,31 +1,52 @@
-// Checks of names and delays. Each refusal says what was given, what is wrong with it and what
-// would be right.
+// Each refusal says what was given, what is wrong with it and what would be right.
 #include "tools/trackctl/names.h"
+
+#include <arpa/inet.h>
 
 #include <algorithm>
 #include <cctype>
 #include <charconv>
 
-#include "tools/trackctl/failure.h"
+#include "platform/ipv4.h"
+#include "tools/trackctl/command.h"
 
 namespace ot::trackctl {
 namespace {
 
 constexpr std::size_t longest_track_name = 32;
-constexpr std::size_t longest_interface_name = 63;
 constexpr std::uint32_t longest_delay = 65535;
+constexpr std::uint32_t longest_prefix = 32;
 
 bool is_track_name_character(char character) {
   return std::isalnum(static_cast<unsigned char>(character)) != 0 ||
          std::string_view{"_.:-"}.find(character) != std::string_view::npos;
 }
 
-bool is_bad_in_interface_name(char character) {
-  return character == '/' || std::isspace(static_cast<unsigned char>(character)) != 0;
-}
-
 [[noreturn]] void refuse(const std::string& text) {
   throw failure(exit_usage, text);
+}
+
+struct device_name {
+  std::string what;
+  std::size_t most;  // characters
+  std::string advice;
+  std::string without;  // what else could be done when the name is empty
+};
+
+void check_device_name(const device_name& kind, std::string_view name) {
+  const std::string quoted = kind.what + " \"" + std::string(name) + "\"";
+  if (name.empty()) {
+    refuse("the " + kind.what + " is empty; " + kind.advice + kind.without);
+  }
+  if (name.size() > kind.most) {
+    refuse(quoted + " has " + std::to_string(name.size()) + " characters; at most " +
+           std::to_string(kind.most) + " are kept");
+  }
+  if (std::any_of(name.begin(), name.end(), [](unsigned char character) {
+        return character == '/' || std::isspace(character) != 0;
+      })) {
+    refuse(quoted + " has a '/' or a blank; " + kind.advice);
+  }
 }
 
 }  // namespace
@@ -44,16 +65,12 @@ void check_track_name(std::string_view name) {
 }
 
 void check_interface_name(std::string_view name) {
-  const std::string quoted = "interface name \"" + std::string(name) + "\"";
-  if (name.empty()) {
-    refuse("the interface name is empty; give one as `ip link` lists it");
-  }
-  if (name.size() > longest_interface_name) {
-    refuse(quoted + " has " + std::to_string(name.size()) + " characters; at most 63 are kept");
-  }
-  if (std::any_of(name.begin(), name.end(), is_bad_in_interface_name)) {
-    refuse(quoted + " has a '/' or a blank; give one as `ip link` lists it");
-  }
+  check_device_name({"interface name", 63, "give one as `ip link` lists it", ""}, name);
+}
+
+void check_vrf_name(std::string_view name) {
+  check_device_name({"VRF name", 31, "give one as `ip vrf` lists it", ", or leave --vrf out"},
+                    name);
 }
 
 std::uint32_t parse_delay(const std::string& what, const std::string& text) {
@@ -70,6 +87,36 @@ std::uint32_t parse_number(const std::string& what, const std::string& text,
            std::to_string(range.least) + " to " + std::to_string(range.most));
   }
   return number;
+}
+
+route_prefix parse_route_prefix(const std::string& text) {
+  const auto slash = text.find('/');
+  in_addr parsed{};
+  if (slash == std::string::npos ||
+      inet_pton(AF_INET, text.substr(0, slash).c_str(), &parsed) != 1) {
+    refuse("route \"" + text + "\" is not an IPv4 prefix; give one such as 192.0.2.0/24");
+  }
+  const std::string length_text = text.substr(slash + 1);
+  const std::uint32_t length =
+      parse_number("prefix length", length_text, {.unit = "", .least = 0, .most = longest_prefix});
+  route_prefix prefix{parsed.s_addr, ipv4_prefixlen2mask(length)};
+  const std::uint32_t network = prefix.address & prefix.mask;
+  if (network != prefix.address) {
+    refuse("route \"" + text + "\" has host bits set; the network is " + address_text(network) +
+           "/" + length_text);
+  }
+  if (prefix.address == 0) {
+    refuse("route \"" + text +
+           "\" cannot be tracked: the FIB takes no registration for address 0.0.0.0; track a "
+           "prefix behind it instead");
+  }
+  return prefix;
+}
+
+std::string address_text(std::uint32_t address) {
+  char text[INET_ADDRSTRLEN] = "";
+  inet_ntop(AF_INET, &address, text, sizeof text);
+  return text;
 }
 
 }  // namespace ot::trackctl

@@ -1,5 +1,5 @@
-// What an operator may type for a name, checked before anything is sent: a refusal here can say
-// what would be right.
+// What an operator may type for a name, a number or a prefix, checked before anything is sent: a
+// refusal here can say what would be right.
 #pragma once
 
 #include <cstdint>
@@ -15,6 +15,9 @@ void check_track_name(std::string_view name);
 // Throws unless `name` can name an interface: 1 to 63 characters, neither '/' nor white space.
 void check_interface_name(std::string_view name);
 
+// Throws unless `name` can name a VRF: 1 to 31 characters, neither '/' nor white space.
+void check_vrf_name(std::string_view name);
+
 // A whole decimal number within the range. `what` names the value in the refusal.
 struct number_range {
   const char* unit = "";  // for example " of seconds"
@@ -26,5 +29,17 @@ std::uint32_t parse_number(const std::string& what, const std::string& text,
 
 // A whole number of seconds from 0 to 65535. `what` names the value in the refusal.
 std::uint32_t parse_delay(const std::string& what, const std::string& text);
+
+struct route_prefix {
+  std::uint32_t address = 0;  // network byte order, as is the mask
+  std::uint32_t mask = 0;
+};
+
+// Parses "ADDRESS/LEN" (IPv4). Throws for anything else, for host bits (the refusal gives the
+// network that was meant) and for addresses that cannot be tracked.
+route_prefix parse_route_prefix(const std::string& text);
+
+// The dotted text of an address in network byte order.
+std::string address_text(std::uint32_t address);
 
 }  // namespace ot::trackctl

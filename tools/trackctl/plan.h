@@ -7,12 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/ledger_commit.h"
-#include "tools/trackctl/config_items.h"
+#include "tools/trackctl/configuration.h"
 
 namespace ot::trackctl {
-
-using commit = std::vector<ledger_proposal>;
 
 // The type part of a track: what it follows.
 struct wanted_type {

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tools/trackctl/config_items.h"
+#include "tools/trackctl/configuration.h"
 
 namespace ot::trackctl {
 

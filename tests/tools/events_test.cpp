@@ -1,5 +1,5 @@
 // Followed events as lines.
-#include "tools/trackctl/event_line.h"
+#include "tools/trackctl/events.h"
 
 #include <gtest/gtest.h>
 

@@ -1,11 +1,12 @@
-// The impure half of configuring: fetches a track's present items and sends the commits that
-// plan.h works out. Each call binds for itself; trackctl lives for one command.
-#include "tools/trackctl/config_session.h"
+// Item values, and the ledger's calls. Each call binds for itself; trackctl lives for one command.
+#include "tools/trackctl/configuration.h"
 
-#include <vector>
+#include <array>
+#include <span>
 
+#include "platform/path_tuple.h"
 #include "platform/status.h"
-#include "tools/trackctl/failure.h"
+#include "tools/trackctl/command.h"
 
 namespace ot::trackctl {
 namespace {
@@ -30,6 +31,31 @@ std::string refusal_text(const std::vector<ledger_refusal>& refusals) {
 }
 
 }  // namespace
+
+item_value u32_value(std::uint32_t number) {
+  const auto bytes = std::as_bytes(std::span{&number, 1});
+  return {ledger_kind::u32, {bytes.begin(), bytes.end()}};
+}
+
+item_value text_value(std::string_view text) {
+  const auto bytes = std::as_bytes(std::span{text});
+  return {ledger_kind::text, {bytes.begin(), bytes.end()}};
+}
+
+item_value tuple_value(std::initializer_list<std::uint32_t> addresses) {
+  item_value value{ledger_kind::tuple, {}};
+  for (const std::uint32_t address : addresses) {
+    std::array<std::byte, 4> bytes{};
+    std::size_t length = 0;
+    check_code("packing the address", path_tuple_pack(bytes, &length, "%N", address));
+    value.bytes.insert(value.bytes.end(), bytes.begin(), bytes.end());
+  }
+  return value;
+}
+
+std::string track_path(std::string_view track) {
+  return std::string(tracks_root).append(track).append("/");
+}
 
 ledger_connection::ledger_connection(const std::string& path) {
   check_code("opening " + path, ledger_bind(path.c_str(), &connection_));

@@ -2,16 +2,15 @@
 // BFD engine run. All but the address stands in the item's path.
 #include <arpa/inet.h>
 
-#include <array>
 #include <cstdio>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "platform/bfd_client.h"
-#include "platform/path_tuple.h"
-#include "tools/trackctl/failure.h"
+#include "tools/trackctl/command.h"
+#include "tools/trackctl/kinds/kinds.h"
 #include "tools/trackctl/names.h"
-#include "tools/trackctl/track_kind.h"
 
 namespace ot::trackctl {
 namespace {
@@ -53,16 +52,7 @@ std::string item_path(const bfd_options& options) {
          "/destaddress";
 }
 
-item_value peer_value(std::uint32_t address) {
-  std::array<std::byte, 8> bytes{};
-  std::size_t length = 0;
-  check_code("packing the address", path_tuple_pack(bytes, &length, "%N", address));
-  return {ledger_kind::tuple, {bytes.begin(), bytes.begin() + static_cast<long>(length)}};
-}
-
-}  // namespace
-
-items_reader define_bfd_kind(CLI::App& app) {
+items_reader define(CLI::App& app) {
   auto options = std::make_shared<bfd_options>();
   app.add_option("ADDRESS", options->address, "the peer, such as 192.0.2.1")->required();
   app.add_option("--interface", options->interface, "the interface it is reached over")->required();
@@ -73,8 +63,32 @@ items_reader define_bfd_kind(CLI::App& app) {
   return [options]() -> std::vector<config_item> {
     check_interface_name(options->interface);
     const std::uint32_t peer = parse_peer(options->address);
-    return {{item_path(*options), peer_value(peer)}};
+    return {{item_path(*options), tuple_value({peer})}};
   };
 }
+
+nlohmann::ordered_json object(const track_type_info& info) {
+  const bfdprb_track_info__& bfd = info.BFDTracks;
+  return {{"interface", bfd.InterfaceName.view()},
+          {"destination", address_text(bfd.DestinationAddress)},
+          {"rate", bfd.Rate},
+          {"debounce", bfd.DebounceCount}};
+}
+
+}  // namespace
+
+// The service makes such a track only where none is, and looks at nothing but the address.
+constinit const track_kind bfd_kind{
+    .word = "bfd",
+    .type = track_type::bfd,
+    .folder = "type/bfdprb/0x9/",
+    .summary = "a BFD session with a router at the other end of an interface",
+    .arguments = "ADDRESS --interface IF [--rate MS] [--debounce N]",
+    .example = "peer bfd 192.0.2.1 --interface eth0 --rate 50 --debounce 3",
+    .recreate_on_change = true,
+    .only_from_nothing = true,
+    .define = define,
+    .object = object,
+    .service = {"bfd", "BFD engine", "BFD tracks to be made"}};
 
 }  // namespace ot::trackctl

@@ -1,9 +1,10 @@
-// Turns the platform's status codes into what the operator reads: what was tried, why it did not
-// work and, where one is known, what would be right.
-#include "tools/trackctl/failure.h"
+// How every command parses its arguments, and how the platform's status codes become what the
+// operator reads.
+#include "tools/trackctl/command.h"
 
 #include <array>
 #include <cstdio>
+#include <iostream>
 
 #include "platform/common/root_path.h"
 #include "platform/status.h"
@@ -51,6 +52,18 @@ void fail_with_code(const std::string& what, int code) {
 void check_code(const std::string& what, int code) {
   if (code != status_ok) {
     fail_with_code(what, code);
+  }
+}
+
+void parse_arguments(CLI::App& app, const arguments& args) {
+  try {
+    app.parse(arguments(args.rbegin(), args.rend()));
+  } catch (const CLI::Success&) {
+    std::cout << app.help();
+    throw help_shown{};
+  } catch (const CLI::ParseError& error) {
+    throw failure(exit_usage,
+                  std::string(error.what()) + "; `" + app.get_name() + " --help` shows how");
   }
 }
 

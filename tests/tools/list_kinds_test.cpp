@@ -1,9 +1,9 @@
 // Lists on the command line: reading members and limits, and the commits that change a list.
-#include "tools/trackctl/list_items.h"
+#include "tools/trackctl/kinds/lists.h"
 
 #include <gmock/gmock.h>
 
-#include "tools/trackctl/failure.h"
+#include "tools/trackctl/command.h"
 #include "tools/trackctl/plan.h"
 
 namespace ot::trackctl {

@@ -1,14 +1,16 @@
-// "set": declarative for one track. What the track is now is compared with what is asked for, and
-// only the difference is sent; the same command twice changes nothing the second time.
+// "set", "delay", "delete": the commands that change a track. `set` is declarative: what the track
+// is now is compared with what is asked for, and only the difference is sent; the same command
+// twice changes nothing the second time.
+#include <algorithm>
 #include <iostream>
 #include <optional>
 
 #include "tools/trackctl/command.h"
-#include "tools/trackctl/config_session.h"
-#include "tools/trackctl/engine_reader.h"
-#include "tools/trackctl/failure.h"
+#include "tools/trackctl/configuration.h"
+#include "tools/trackctl/engine.h"
+#include "tools/trackctl/kinds/kinds.h"
 #include "tools/trackctl/names.h"
-#include "tools/trackctl/track_kind.h"
+#include "tools/trackctl/plan.h"
 
 namespace ot::trackctl {
 namespace {
@@ -52,6 +54,18 @@ void send_commits(const std::string& track, const std::vector<commit>& commits) 
   }
 }
 
+// The kind of a track that is made late, when the service it needs is there; null for others.
+const track_kind* late_kind(const track_items& present) {
+  for (const track_kind& kind : track_kinds()) {
+    if (kind.only_from_nothing &&
+        std::any_of(present.begin(), present.end(),
+                    [&](const auto& item) { return item.first.starts_with(kind.folder); })) {
+      return &kind;
+    }
+  }
+  return nullptr;
+}
+
 }  // namespace
 
 int run_set(const arguments& all_args) {
@@ -85,9 +99,57 @@ int run_set(const arguments& all_args) {
   const track_items present = read_track(track);
   const std::vector<commit> commits = plan_set(track, present, type, delays);
   if (kind.only_from_nothing && !commits.empty() && (delays.up != 0 || delays.down != 0)) {
-    require_session_before_delays(track, present.empty() || commits.size() > 1);
+    require_service_before_delays(kind, track, present.empty() || commits.size() > 1);
   }
   send_commits(track, commits);
+  return exit_done;
+}
+
+int run_delay(const arguments& args) {
+  CLI::App app{"Change the delays of a track; one that is not given stays as it is.",
+               "trackctl delay"};
+  app.footer("Example: trackctl delay uplink --up 10 --down 0");
+  std::string track;
+  std::optional<std::string> up_text;
+  std::optional<std::string> down_text;
+  app.add_option("NAME", track, "the track")->required();
+  app.add_option("--up", up_text, "seconds before a change to up is published; 0 at once");
+  app.add_option("--down", down_text, "the same for a change to down");
+  parse_arguments(app, args);
+  if (!up_text && !down_text) {
+    throw failure(exit_usage, "delay: give --up, --down or both");
+  }
+
+  check_track_name(track);
+  std::optional<std::uint32_t> up;
+  std::optional<std::uint32_t> down;
+  if (up_text) {
+    up = parse_delay("--up", *up_text);
+  }
+  if (down_text) {
+    down = parse_delay("--down", *down_text);
+  }
+  const track_items present = read_existing_track(track);
+  const commit changes = plan_delay(track, present, up, down);
+  if (!changes.empty()) {
+    const track_kind* const kind = late_kind(present);
+    if (kind != nullptr && (up.value_or(0) != 0 || down.value_or(0) != 0)) {
+      require_service_before_delays(*kind, track, false);
+    }
+    send_commit("changing the delays of track \"" + track + "\"", changes);
+  }
+  return exit_done;
+}
+
+int run_delete(const arguments& args) {
+  CLI::App app{"Remove a track.", "trackctl delete"};
+  app.footer("Example: trackctl delete uplink");
+  std::string track;
+  app.add_option("NAME", track, "the track")->required();
+  parse_arguments(app, args);
+
+  check_track_name(track);
+  send_commit("deleting track \"" + track + "\"", plan_delete(track, read_existing_track(track)));
   return exit_done;
 }
 

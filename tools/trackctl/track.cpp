@@ -1,20 +1,72 @@
 // Three places hold what there is to know of a track: the operational records, the state items and
-// the configured delays. Each is read with one walk.
-#include "tools/trackctl/track_reader.h"
+// the configured delays. Each is read with one walk. Objects are put into JSON by the kind's row.
+#include "tools/trackctl/track.h"
 
 #include <memory>
 #include <span>
 
 #include "platform/ledger_datalist.h"
 #include "platform/status.h"
-#include "tools/trackctl/config_session.h"
-#include "tools/trackctl/failure.h"
+#include "tools/trackctl/command.h"
+#include "tools/trackctl/kinds/kinds.h"
 
 namespace ot::trackctl {
 namespace {
 
-constexpr const char* records_root = "/oper/object_tracking/gl/";
-constexpr const char* states_root = "/oper/gl/object-tracking/";
+using json = nlohmann::ordered_json;
+
+std::string text(const auto& field) {
+  return std::string(field.view());
+}
+
+const char* up_or_down(bool up) {
+  return up ? "up" : "down";
+}
+
+const char* state_word(const track_info__& record, bool published) {
+  if (record.TrackState) {
+    return "up";
+  }
+  return published && !awaits_result(record) ? "down" : "unknown";
+}
+
+json pending_json(const delayed_state_status__* delayed) {
+  if (delayed == nullptr) {
+    return nullptr;
+  }
+  return {{"state", up_or_down(delayed->TrackState)}, {"seconds", delayed->TimeRemaining}};
+}
+
+json members_json(const track_info__& record) {
+  json members = json::array();
+  for (const auto* member = record.BoolTracks; member != nullptr; member = member->next) {
+    members.push_back({{"name", text(member->ObjectName)},
+                       {"state", up_or_down(member->TrackState)},
+                       {"not", member->WithNot}});
+  }
+  for (const auto* member = record.ThresholdTracks; member != nullptr; member = member->next) {
+    members.push_back({{"name", text(member->ObjectName)},
+                       {"state", up_or_down(member->TrackState)},
+                       {"weight", member->Weight}});
+  }
+  return members;
+}
+
+json limits_json(const track_info__& record) {
+  if (record.ThresholdUp == nullptr || record.ThresholdDown == nullptr) {
+    return nullptr;
+  }
+  return {{"up", *record.ThresholdUp}, {"down", *record.ThresholdDown}};
+}
+
+json tracked_by_json(const track_info__& record) {
+  json names = json::array();
+  for (const auto* each = record.TrackingInteraces; each != nullptr; each = each->next) {
+    names.push_back(text(each->InterfaceName));
+  }
+  return names;
+}
+
 constexpr std::uint32_t page_size = 100;
 
 using extras_map = std::map<std::string, track_extras, std::less<>>;
@@ -76,6 +128,36 @@ void walk(const std::string& root, ledger_visit visit, extras_map& extras) {
 }
 
 }  // namespace
+
+bool awaits_result(const track_info__& record) noexcept {
+  const track_kind* const kind = find_track_kind(record.Type);
+  return !record.TrackState && kind != nullptr && kind->awaits_result != nullptr &&
+         kind->awaits_result(record.TrackTypeInfo);
+}
+
+json track_to_json(const track_info__& record, const track_extras& extras) {
+  const track_kind* const kind = find_track_kind(record.Type);
+  const bool has_object = kind != nullptr && kind->object != nullptr;
+  return {{"name", text(record.TrackeName)},
+          {"type", kind != nullptr ? kind->word : "none"},
+          {"state", state_word(record, extras.published)},
+          {"changes", record.StateChangeCounter},
+          {"last_change", extras.published ? json(record.SecondsLastChange) : json(nullptr)},
+          {"delay_up", extras.delay_up},
+          {"delay_down", extras.delay_down},
+          {"pending", pending_json(record.Delayed)},
+          {"object", has_object ? kind->object(record.TrackTypeInfo) : json(nullptr)},
+          {"members", members_json(record)},
+          {"limits", limits_json(record)},
+          {"tracked_by", tracked_by_json(record)}};
+}
+
+void flag_missing_members(json& track,
+                          const std::function<bool(std::string_view name)>& is_configured) {
+  for (json& member : track["members"]) {
+    member["missing"] = !is_configured(member["name"].get_ref<const std::string&>());
+  }
+}
 
 bool read_track_record(const std::string& track, const track_visitor& visit) {
   register_records();

@@ -1,5 +1,5 @@
 // The two renderings of `trackctl engine`.
-#include "tools/trackctl/engine_view.h"
+#include "tools/trackctl/engine.h"
 
 #include <gtest/gtest.h>
 

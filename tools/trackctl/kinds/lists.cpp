@@ -1,11 +1,16 @@
-// What a list is made of. Every refusal names the word that is wrong and what would be right.
-#include "tools/trackctl/list_items.h"
+// "set NAME and|or|weight|percentage ...": the track follows other tracks, which need not exist
+// yet. The four kinds differ in how a member is written and in whether there are limits. Every
+// refusal names the word that is wrong and what would be right.
+#include "tools/trackctl/kinds/lists.h"
 
 #include <array>
 #include <cstdio>
+#include <iostream>
+#include <memory>
 #include <set>
 
-#include "tools/trackctl/failure.h"
+#include "tools/trackctl/command.h"
+#include "tools/trackctl/kinds/kinds.h"
 #include "tools/trackctl/names.h"
 
 namespace ot::trackctl {
@@ -118,5 +123,98 @@ std::vector<config_item> list_items(std::string_view folder, const list_limits* 
   }
   return items;
 }
+
+namespace {
+
+using words = std::vector<std::string>;
+
+std::shared_ptr<words> define_members(CLI::App& app, const char* description) {
+  auto members = std::make_shared<words>();
+  app.add_option("MEMBER", *members, description)->required();
+  return members;
+}
+
+items_reader define_boolean(CLI::App& app, const track_kind& kind) {
+  const auto members =
+      define_members(app, "names of tracks; a \"not\" before one takes it the other way round");
+  return [members, folder = kind.folder] {
+    return list_items(folder, nullptr, read_boolean_members(*members));
+  };
+}
+
+struct limit_words {
+  std::string up;
+  std::string down;
+};
+
+items_reader define_threshold(CLI::App& app, const track_kind& kind, const char* description,
+                              std::vector<list_member_word> (*read_members)(const words&)) {
+  const auto limits = std::make_shared<limit_words>();
+  app.add_option("--up", limits->up, "the list is down above this value")->required();
+  app.add_option("--down", limits->down, "the list is down below this value")->required();
+  const auto members = define_members(app, description);
+  return [=, folder = kind.folder] {
+    const list_limits parsed = read_limits(limits->up, limits->down);
+    return list_items(folder, &parsed, read_members(*members));
+  };
+}
+
+std::vector<list_member_word> read_and_note_percentage_members(const words& given) {
+  words weighted;
+  std::vector<list_member_word> members = read_percentage_members(given, weighted);
+  for (const std::string& name : weighted) {
+    std::cerr << "trackctl: note: the weight of member \"" << name
+              << "\" counts as 1, as every member's of a percentage list does\n";
+  }
+  return members;
+}
+
+}  // namespace
+
+constinit const track_kind and_kind{
+    .word = "and",
+    .type = track_type::boolean_and,
+    .folder = "type/list/0x3/",
+    .summary = "other tracks, up when all of them are",
+    .arguments = "[not] MEMBER ...",
+    .example = "site and uplink not maintenance --delay-up 5",
+    .define = [](CLI::App& app) { return define_boolean(app, and_kind); }};
+
+constinit const track_kind or_kind{
+    .word = "or",
+    .type = track_type::boolean_or,
+    .folder = "type/list/0x4/",
+    .summary = "other tracks, up when one of them is",
+    .arguments = "[not] MEMBER ...",
+    .example = "anyway or uplink backup",
+    .define = [](CLI::App& app) { return define_boolean(app, or_kind); }};
+
+constinit const track_kind weight_kind{
+    .word = "weight",
+    .type = track_type::threshold_weight,
+    .folder = "type/list/0x7/",
+    .summary =
+        "the sum of weights of the tracks that are up, itself up from the down limit to the "
+        "up limit",
+    .arguments = "--up N --down N MEMBER=WEIGHT ...",
+    .example = "capacity weight --up 100 --down 30 fibre=70 dsl=20 radio=10",
+    .define = [](CLI::App& app) {
+      return define_threshold(app, weight_kind, "names of tracks, each with its weight",
+                              read_weighted_members);
+    }};
+
+constinit const track_kind percentage_kind{
+    .word = "percentage",
+    .type = track_type::threshold_percentage,
+    .folder = "type/list/0x8/",
+    .summary =
+        "the percentage of tracks that are up, itself up from the down limit to the up "
+        "limit",
+    .arguments = "--up N --down N MEMBER ...",
+    .example = "most percentage --up 100 --down 51 dc1 dc2 dc3",
+    .define = [](CLI::App& app) {
+      return define_threshold(app, percentage_kind, "names of tracks",
+                              read_and_note_percentage_members);
+    }};
 
 }  // namespace ot::trackctl

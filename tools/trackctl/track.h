@@ -1,5 +1,7 @@
-// A track as JSON: the stable form for programs. The same members always, null or empty where a
-// track has nothing to say:
+// A track as the running service reports it: reading its operational record and what stands about
+// it elsewhere in the ledger, and putting it into JSON, the stable form for programs.
+//
+// The JSON has the same members always, null or empty where a track has nothing to say:
 //
 //   name        text
 //   type        "interface", "route", "and", "or", "probe", "none", "weight", "percentage", "bfd"
@@ -22,6 +24,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
@@ -29,6 +32,9 @@
 #include "oper/records/track_records.h"
 
 namespace ot::trackctl {
+
+inline constexpr const char* records_root = "/oper/object_tracking/gl/";
+inline constexpr const char* states_root = "/oper/gl/object-tracking/";  // an item a track
 
 // What the record itself does not carry.
 struct track_extras {
@@ -38,9 +44,9 @@ struct track_extras {
   std::uint32_t delay_down = 0;
 };
 
-// Whether it is a probe track that is not up because its operation has no result: what is published
-// for it says only that it is not up.
-bool awaits_probe_result(const track_info__& record) noexcept;
+// Whether the track is not up because what it follows has no result yet, as a probe's operation
+// may: what is published for it says only that it is not up.
+bool awaits_result(const track_info__& record) noexcept;
 
 // Everything but "missing".
 nlohmann::ordered_json track_to_json(const track_info__& record, const track_extras& extras);
@@ -48,5 +54,17 @@ nlohmann::ordered_json track_to_json(const track_info__& record, const track_ext
 // Adds "missing" to the members of a track.
 void flag_missing_members(nlohmann::ordered_json& track,
                           const std::function<bool(std::string_view name)>& is_configured);
+
+// The record lives only during the call.
+using track_visitor = std::function<void(const track_info__& record)>;
+
+// One track; false when the service has none of that name. Throws.
+bool read_track_record(const std::string& track, const track_visitor& visit);
+
+// Every track, in the service's order, read in pages. Throws.
+void read_track_records(const track_visitor& visit);
+
+// What the records do not carry, of every track by its name. Throws.
+std::map<std::string, track_extras, std::less<>> read_track_extras();
 
 }  // namespace ot::trackctl

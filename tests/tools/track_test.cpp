@@ -1,5 +1,5 @@
 // The JSON of tracks: a stable set of members, filled by the track's type.
-#include "tools/trackctl/track_json.h"
+#include "tools/trackctl/track.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>

@@ -1,0 +1,64 @@
+// The kinds of track: one file and one row each. Whoever needs to know all kinds (`set` and its
+// help, the JSON of tracks, the state of probes, the table of engines) walks the rows.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <nlohmann/json_fwd.hpp>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "core/track.h"
+#include "oper/records/track_records.h"
+#include "tools/trackctl/configuration.h"
+
+namespace ot::trackctl {
+
+// Gives the items of the type part, from the values that were parsed. Throws what check functions
+// throw.
+using items_reader = std::function<std::vector<config_item>()>;
+
+// A service of the router that tracks of a kind need, as the running service reports it.
+struct needed_service {
+  std::string_view word;  // in the report
+  const char* name = "";
+  const char* pending = "";  // what waits for it; stands behind the number
+};
+
+struct track_kind {
+  const char* word;     // on the command line and in JSON
+  track_type type;      // in records
+  const char* folder;   // where its items lie below the track; ends in the type's number
+  const char* summary;  // completes "follows ..."
+  const char* arguments;
+  const char* example;  // what stands behind "trackctl set "
+  // As in wanted_type.
+  bool recreate_on_change = false;
+  bool only_from_nothing = false;
+  // Adds the kind's own arguments to `app`; the reader is called after parsing.
+  items_reader (*define)(CLI::App& app);
+  // JSON of what is followed; null for lists.
+  nlohmann::ordered_json (*object)(const track_type_info& info) = nullptr;
+  // Whether a track that is not up has no result to go by yet; null where that cannot be.
+  bool (*awaits_result)(const track_type_info& info) = nullptr;
+  needed_service service = {};  // without a word for lists
+};
+
+// In the order in which the help lists them.
+std::span<const std::reference_wrapper<const track_kind>> track_kinds() noexcept;
+
+// The row of `word` or `type`, or null.
+const track_kind* find_track_kind(std::string_view word) noexcept;
+const track_kind* find_track_kind(track_type type) noexcept;
+
+extern const track_kind interface_kind;
+extern const track_kind route_kind;
+extern const track_kind probe_kind;
+extern const track_kind bfd_kind;
+extern const track_kind and_kind;
+extern const track_kind or_kind;
+extern const track_kind weight_kind;
+extern const track_kind percentage_kind;
+
+}  // namespace ot::trackctl

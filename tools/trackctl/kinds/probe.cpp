@@ -1,0 +1,51 @@
+// "set NAME probe OPERATION": the track follows the results of one operation of the probe service.
+// The operation need not be running, nor the service.
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "tools/trackctl/kinds/kinds.h"
+#include "tools/trackctl/names.h"
+
+namespace ot::trackctl {
+namespace {
+
+// The service shows operation 0 as none, and numbers beyond as negative ones.
+constexpr number_range operation_range{.unit = "", .least = 1, .most = 2147483647};
+
+items_reader define(CLI::App& app) {
+  auto operation = std::make_shared<std::string>();
+  app.add_option("OPERATION", *operation, "the number of the probe operation, its id at qmond")
+      ->required();
+  return [operation]() -> std::vector<config_item> {
+    return {{"type/prb/0x5/op_id",
+             u32_value(parse_number("probe operation", *operation, operation_range))}};
+  };
+}
+
+nlohmann::ordered_json object(const track_type_info& info) {
+  const prb_track_info__& probe = info.QmonTracks;
+  return {{"operation", probe.QmonOpId}, {"return_code", probe.ReturnCode}, {"rtt_ms", probe.RTT}};
+}
+
+bool awaits_result(const track_type_info& info) {
+  return info.QmonTracks.ReturnCode == 0;
+}
+
+}  // namespace
+
+// An operation's number cannot change in place: the service holds it against the track's type.
+constinit const track_kind probe_kind{
+    .word = "probe",
+    .type = track_type::probe,
+    .folder = "type/prb/0x5/",
+    .summary = "the results of an operation of the probe service",
+    .arguments = "OPERATION",
+    .example = "website probe 7 --delay-down 10",
+    .recreate_on_change = true,
+    .define = define,
+    .object = object,
+    .awaits_result = awaits_result,
+    .service = {"probe", "probe service", "operations without a result"}};
+
+}  // namespace ot::trackctl
