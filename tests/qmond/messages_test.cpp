@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
-#include "tools/qmond/dns_message.h"
-#include "tools/qmond/icmp_packet.h"
+#include "tools/qmond/kinds/dns.h"
+#include "tools/qmond/kinds/icmp.h"
 
 namespace ot::qmond {
 namespace {

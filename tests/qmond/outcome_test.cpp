@@ -4,8 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tools/qmond/history.h"
-
 namespace ot::qmond {
 namespace {
 

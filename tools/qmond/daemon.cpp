@@ -1,13 +1,16 @@
 // The frame of the probe service: starts with what needs privileges, drops them, and then turns the
 // loop. A configuration with errors is never taken in part: at the start it ends the service, at a
 // reload the one in force stays.
-#include "tools/qmond/daemon.h"
-
 #include <fcntl.h>
+#include <linux/capability.h>
 #include <sys/file.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <systemd/sd-daemon.h>
+#include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -18,9 +21,8 @@
 #include "platform/linux/process/directories.h"
 #include "tools/qmond/config.h"
 #include "tools/qmond/engine.h"
-#include "tools/qmond/failure.h"
-#include "tools/qmond/privileges.h"
-#include "tools/qmond/probe_host.h"
+#include "tools/qmond/kinds/host.h"
+#include "tools/qmond/qmond.h"
 
 namespace ot::qmond {
 namespace {
@@ -32,6 +34,18 @@ constexpr std::uint64_t accuracy_us = 5000;
 
 [[noreturn]] void fail(int error, const std::string& what) {
   throw std::system_error(error, std::generic_category(), what);
+}
+
+// Drops every capability, for this process and all that it starts, for good. After the ICMP sockets
+// are open nothing needs one any more; without new privileges not even a program with the
+// set-user-id bit, or any program of a root without capabilities, brings them back.
+void drop_privileges() {
+  __user_cap_header_struct header{.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
+  const std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> none{};
+  if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
+      syscall(SYS_capset, &header, none.data()) != 0) {
+    fail(errno, "privileges cannot be dropped");
+  }
 }
 
 struct loop_deleter {
@@ -62,7 +76,7 @@ unique_fd lock_instance() {
   return lock;
 }
 
-// Tells the problems; whether there were none.
+// Prints the problems; whether there were none.
 bool usable(const std::string& path, const configuration& config) {
   for (const problem& what : config.problems) {
     std::fprintf(stderr, "%s\n", problem_text(path, what).c_str());

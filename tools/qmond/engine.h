@@ -1,6 +1,6 @@
 // Runs the operations: starts each when it is due, ends what takes too long, publishes results. One
 // probe of an operation is under way at a time. Knows neither sockets nor the loop; whoever drives
-// it tells the time.
+// it gives the time.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/qmond/kinds.h"
+#include "tools/qmond/kinds/kinds.h"
 #include "tools/qmond/outcome.h"
 #include "tools/qmond/table_writer.h"
 
@@ -49,7 +49,7 @@ class engine {
   // When something is due next; unset without operations.
   [[nodiscard]] std::optional<std::uint64_t> next_due_us() const noexcept;
 
-  // Tells readers that the operations are alive; every second.
+  // Shows readers that the operations are alive; every second.
   void beat() noexcept;
 
  private:

@@ -5,9 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "tools/qmond/check.h"
-#include "tools/qmond/daemon.h"
-#include "tools/qmond/failure.h"
+#include "tools/qmond/config.h"
+#include "tools/qmond/qmond.h"
 #include "tools/qmond/status.h"
 
 namespace ot::qmond {
@@ -22,6 +21,22 @@ constexpr const char* help =
     "       qmond --help | --version\n\n"
     "SIGHUP reads the configuration again; operations that are the same go on.\n"
     "Exit status: 0 done, 1 failed, 2 usage, 3 qmond is not running.\n";
+
+// Prints every error of the file with its place on standard error, or that there is none. For
+// editors, scripts and the operator.
+int check_file(const std::string& path) {
+  const configuration config = read_config(path);
+  for (const problem& what : config.problems) {
+    std::cerr << problem_text(path, what) << '\n';
+  }
+  if (!config.problems.empty()) {
+    return exit_failed;
+  }
+  const std::size_t count = config.operations.size();
+  std::cout << path << ": " << count << (count == 1 ? " operation" : " operations")
+            << ", no errors\n";
+  return exit_done;
+}
 
 int run(const arguments& args) {
   if (args.empty()) {

@@ -1,14 +1,31 @@
-// What an operation's results come to: the return code that is published, which changes only after
-// as many equal results in a row as the operation asks for, and the history that is shown.
+// What probes come to: the return code of each; of an operation's results the return code that is
+// published, which changes only after as many equal results in a row as the operation asks for; and
+// the history that is shown.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <string>
+#include <vector>
 
 #include "platform/linux/probes/qmon/table_view.h"
-#include "tools/qmond/operation.h"
-#include "tools/qmond/return_code.h"
 
 namespace ot::qmond {
+
+// The numbers are those of the statistics table; qmon_retCodeToStr has their texts.
+enum class return_code : std::uint32_t {
+  none = 0,  // no result yet
+  ok = 1,
+  no_answer = 2,
+  unreachable = 3,
+  refused = 4,
+  name_not_resolved = 5,
+  bad_answer = 6,
+  cannot_run = 7,
+};
+
+// The return code of a connection or a packet that failed with that errno value.
+return_code code_of_errno(int error) noexcept;
 
 class outcome {
  public:
@@ -34,5 +51,13 @@ class outcome {
 
 // The history's four bits of a success with that round-trip time.
 std::uint32_t round_trip_level(std::uint64_t round_trip_us) noexcept;
+
+inline constexpr std::size_t history_shown = 20;
+
+// The four bits of each, the oldest first, at most `history_shown`; see table_layout.h.
+std::vector<std::uint32_t> history_levels(const statistics& result);
+
+// One column a result: the higher the slower, and an x or a dot below for a failure.
+std::string history_bar(const statistics& result, bool utf8);
 
 }  // namespace ot::qmond

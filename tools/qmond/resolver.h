@@ -2,7 +2,6 @@
 // waiting and without a thread.
 #pragma once
 
-#include <ares.h>
 #include <systemd/sd-event.h>
 
 #include <functional>
@@ -10,8 +9,9 @@
 #include <memory>
 #include <string>
 
-#include "tools/qmond/address.h"
+#include "tools/qmond/cares.h"
 #include "tools/qmond/loop.h"
+#include "tools/qmond/sockets.h"
 
 namespace ot::qmond {
 
@@ -53,7 +53,7 @@ class resolver {
   void set_timer();
 
   sd_event* loop_;
-  ares_channel channel_ = nullptr;
+  cares_channel channel_ = nullptr;
   std::map<ares_socket_t, loop_source> sockets_;
   loop_source timer_;
 };

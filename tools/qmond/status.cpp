@@ -17,8 +17,8 @@
 #include "platform/common/root_path.h"
 #include "platform/linux/monotonic.h"
 #include "platform/probe_service.h"
-#include "tools/qmond/failure.h"
-#include "tools/qmond/history.h"
+#include "tools/qmond/outcome.h"
+#include "tools/qmond/qmond.h"
 #include "tools/qmond/table_writer.h"
 
 namespace ot::qmond {

@@ -16,7 +16,7 @@
 
 #include "platform/linux/monotonic.h"
 #include "platform/linux/unique_fd.h"
-#include "tools/qmond/kinds.h"
+#include "tools/qmond/kinds/kinds.h"
 
 namespace ot::qmond {
 namespace {

@@ -1,5 +1,5 @@
 // Makes and fills the probe statistics table. Owned by one thread; throws std::system_error where
-// the kernel refuses, so that an operation that has no room is told and not lost.
+// the kernel refuses, so that an operation that has no room is reported and not lost.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@
 
 #include "platform/linux/probes/qmon/table_layout.h"
 #include "platform/linux/probes/qmon/table_view.h"
-#include "tools/qmond/operation.h"
+#include "tools/qmond/config.h"
 
 namespace ot::qmond {
 

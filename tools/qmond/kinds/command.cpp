@@ -1,17 +1,21 @@
-// Starting and ending commands. There is no shell; the environment is small and always the same; a
-// command gets no descriptor of ours but its three standard ones, which lead nowhere.
-#include "tools/qmond/command_slots.h"
+// External command: success is exit status 0; the round-trip time is how long it took. There is no
+// shell; the environment is small and always the same; a command gets no descriptor of ours but its
+// three standard ones, which lead nowhere.
+#include "tools/qmond/kinds/command.h"
 
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <string>
 #include <system_error>
 #include <vector>
+
+#include "tools/qmond/kinds/host.h"
 
 namespace ot::qmond {
 namespace {
@@ -63,7 +67,72 @@ void kill_group(pid_t leader) noexcept {
   ::kill(-leader, SIGKILL);
 }
 
+class command_probe : public probe {
+ public:
+  explicit command_probe(command_slots& slots) noexcept : slots_(slots) {}
+  ~command_probe() override { slots_.kill(pid_); }
+
+  int start(const operation& what, probe_done done) {
+    return slots_.start(
+        what,
+        [this, done = std::move(done)](bool success) {
+          pid_ = 0;
+          done(success ? return_code::ok : return_code::bad_answer);
+        },
+        &pid_);
+  }
+
+ private:
+  command_slots& slots_;
+  pid_t pid_ = 0;
+};
+
+started start(probe_host& host, const operation& what, const address& /*where*/, probe_done done) {
+  if (host.commands.full()) {
+    return {.running = nullptr, .code = return_code::none};
+  }
+  auto made = std::make_unique<command_probe>(host.commands);
+  if (made->start(what, std::move(done)) != 0) {
+    return {.running = nullptr, .code = return_code::cannot_run};
+  }
+  return {.running = std::move(made), .code = return_code::none};
+}
+
+std::vector<std::string> argv_value(const toml::node& node) {
+  const toml::array* const list = node.as_array();
+  if (list == nullptr || list->empty()) {
+    throw value_error("must be a list of texts: the program and its arguments");
+  }
+  std::vector<std::string> argv;
+  for (const toml::node& element : *list) {
+    argv.push_back(element.is_string() && element.as_string()->get().empty() ? std::string()
+                                                                             : text_value(element));
+  }
+  if (!argv.front().starts_with('/')) {
+    throw value_error("the program must be an absolute path; there is no shell and no PATH");
+  }
+  return argv;
+}
+
+std::string command_line(const std::vector<std::string>& argv) {
+  std::string line;
+  for (const std::string& word : argv) {
+    line += line.empty() ? word : ' ' + word;
+  }
+  return line;
+}
+
+void take_command(const toml::node& node, operation& to) {
+  to.argv = argv_value(node);
+  to.target = command_line(to.argv);
+}
+
+constexpr std::array own_keys{key_row{"command", take_command, key_required}};
+
 }  // namespace
+
+constinit const kind command_kind{
+    .id = kind_id::command, .word = "command", .keys = own_keys, .target = nullptr, .start = start};
 
 command_slots::command_slots(sd_event* loop) : loop_(loop) {
   sigset_t ended;

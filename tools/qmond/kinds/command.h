@@ -9,9 +9,8 @@
 #include <functional>
 #include <map>
 
+#include "tools/qmond/config.h"
 #include "tools/qmond/loop.h"
-#include "tools/qmond/operation.h"
-#include "tools/qmond/return_code.h"
 
 namespace ot::qmond {
 

@@ -3,10 +3,10 @@
 
 #include <systemd/sd-event.h>
 
-#include "tools/qmond/command_slots.h"
-#include "tools/qmond/http_client.h"
-#include "tools/qmond/icmp_socket.h"
-#include "tools/qmond/kinds.h"
+#include "tools/qmond/kinds/command.h"
+#include "tools/qmond/kinds/http.h"
+#include "tools/qmond/kinds/icmp.h"
+#include "tools/qmond/kinds/kinds.h"
 #include "tools/qmond/resolver.h"
 
 namespace ot::qmond {

@@ -1,12 +1,16 @@
-// Echo packets as both families lay them out: type, code, checksum, id, sequence, payload.
-#include "tools/qmond/icmp_packet.h"
+// ICMP echo: success is the echo. The sockets are shared; a probe is one packet under way. Echo
+// packets are laid out alike in both families: type, code, checksum, id, sequence, payload.
+#include "tools/qmond/kinds/icmp.h"
 
 #include <arpa/inet.h>
 #include <netinet/icmp6.h>
 #include <netinet/ip_icmp.h>
 #include <sys/socket.h>
 
+#include <array>
 #include <cstring>
+
+#include "tools/qmond/kinds/host.h"
 
 namespace ot::qmond {
 namespace {
@@ -45,7 +49,46 @@ std::uint16_t internet_checksum(std::span<const std::byte> data) noexcept {
   return static_cast<std::uint16_t>(~sum);
 }
 
+class icmp_probe : public probe {
+ public:
+  explicit icmp_probe(icmp_socket& socket) noexcept : socket_(socket) {}
+  ~icmp_probe() override { socket_.forget(sequence_); }
+
+  int send(const operation& what, const address& where, probe_done done) {
+    return socket_.send_echo(what, where, std::move(done), &sequence_);
+  }
+
+ private:
+  icmp_socket& socket_;
+  std::uint16_t sequence_ = 0;  // never a request's while nothing was sent
+};
+
+started start(probe_host& host, const operation& what, const address& where, probe_done done) {
+  icmp_socket& socket = where.family() == AF_INET ? host.icmp_v4 : host.icmp_v6;
+  if (!socket.usable()) {
+    return {.running = nullptr, .code = return_code::cannot_run};
+  }
+  auto made = std::make_unique<icmp_probe>(socket);
+  if (const int error = made->send(what, where, std::move(done)); error != 0) {
+    return {.running = nullptr, .code = code_of_errno(error)};
+  }
+  return {.running = std::move(made), .code = return_code::none};
+}
+
+constexpr std::array own_keys{
+    key_row{"size", take_value<&operation::size, number_value, 8, 65000>, key_common},
+};
+
 }  // namespace
+
+constinit const kind icmp_kind{.id = kind_id::icmp,
+                               .word = "icmp",
+                               .keys = own_keys,
+                               .target =
+                                   [](const std::string& text) {
+                                     return host_port{host_value(text), 0};
+                                   },
+                               .start = start};
 
 std::vector<std::byte> echo_request(int family, std::uint16_t id, std::uint16_t sequence,
                                     std::uint64_t token, std::size_t payload) {

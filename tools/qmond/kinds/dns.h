@@ -1,16 +1,12 @@
-// The two DNS messages of a probe: our question, and whether what came answers it.
+// The two DNS messages of a probe: our question (dns_question of cares.h), and whether what came
+// answers it.
 #pragma once
 
-#include <cstdint>
 #include <span>
-#include <string>
-#include <vector>
+
+#include "tools/qmond/cares.h"
 
 namespace ot::qmond {
-
-// A recursive query; empty when the name cannot be put into one.
-std::vector<unsigned char> dns_question(const std::string& name, std::uint16_t type,
-                                        std::uint16_t id);
 
 enum class dns_verdict {
   other,  // not an answer to this question

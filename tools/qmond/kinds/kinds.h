@@ -1,15 +1,17 @@
-// The kinds of operations: one row each, and one file each that knows how to run it.
+// The kinds of operations: one file and one row each, with its keys in the configuration file and
+// the way it is run. Whoever needs to know all kinds walks the rows.
 #pragma once
 
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 
-#include "tools/qmond/config_values.h"
+#include "tools/qmond/config.h"
 #include "tools/qmond/loop.h"
-#include "tools/qmond/operation.h"
-#include "tools/qmond/return_code.h"
+#include "tools/qmond/outcome.h"
+#include "tools/qmond/values.h"
 
 namespace ot::qmond {
 
@@ -44,9 +46,30 @@ struct started {
   return_code code = return_code::none;
 };
 
+// What can be said of an operation in the configuration file.
+enum key_use : unsigned {
+  key_required = 1,
+  key_common = 2,   // may stand in [defaults]
+  key_network = 4,  // only of kinds that have a target
+};
+struct key_row {
+  std::string_view name;
+  // Puts the value into its place. Throws value_error.
+  void (*take)(const toml::node& node, operation& to);
+  unsigned use = 0;
+};
+
+// A row's `take` for a field that is read by one function of values.h, within bounds if it has
+// them.
+template <auto field, auto read, auto... bounds>
+void take_value(const toml::node& node, operation& to) {
+  to.*field = read(node, bounds...);
+}
+
 struct kind {
   kind_id id;
   std::string_view word;
+  std::span<const key_row> keys;  // beside those that all operations have
   // Host and port of the target's text. Throws value_error. Null where there is no target.
   host_port (*target)(const std::string& text);
   // `where` is the host's address and the port; unset where there is no target. Calls nothing back
@@ -54,16 +77,17 @@ struct kind {
   started (*start)(probe_host& host, const operation& what, const address& where, probe_done done);
 };
 
+std::span<const std::reference_wrapper<const kind>> all_kinds() noexcept;
 const kind& kind_of(kind_id id) noexcept;
+// Null for a word of none.
 const kind* find_kind(std::string_view word) noexcept;
 // "icmp, tcp, ...".
 std::string kind_words();
 
-started start_icmp(probe_host& host, const operation& what, const address& where, probe_done done);
-started start_tcp(probe_host& host, const operation& what, const address& where, probe_done done);
-started start_http(probe_host& host, const operation& what, const address& where, probe_done done);
-started start_dns(probe_host& host, const operation& what, const address& where, probe_done done);
-started start_command(probe_host& host, const operation& what, const address& where,
-                      probe_done done);
+extern const kind icmp_kind;
+extern const kind tcp_kind;
+extern const kind http_kind;
+extern const kind dns_kind;
+extern const kind command_kind;
 
 }  // namespace ot::qmond

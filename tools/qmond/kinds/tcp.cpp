@@ -3,8 +3,8 @@
 
 #include <cerrno>
 
-#include "tools/qmond/probe_host.h"
-#include "tools/qmond/probe_socket.h"
+#include "tools/qmond/kinds/host.h"
+#include "tools/qmond/sockets.h"
 
 namespace ot::qmond {
 namespace {
@@ -33,9 +33,7 @@ class tcp_probe : public probe {
   loop_source source_;
 };
 
-}  // namespace
-
-started start_tcp(probe_host& host, const operation& what, const address& where, probe_done done) {
+started start(probe_host& host, const operation& what, const address& where, probe_done done) {
   unique_fd socket;
   if (const int error = connect_socket(SOCK_STREAM, what, where, &socket); error != 0) {
     return {.running = nullptr, .code = code_of_errno(error)};
@@ -43,5 +41,14 @@ started start_tcp(probe_host& host, const operation& what, const address& where,
   return {.running = std::make_unique<tcp_probe>(host.loop, std::move(socket), std::move(done)),
           .code = return_code::none};
 }
+
+}  // namespace
+
+constinit const kind tcp_kind{
+    .id = kind_id::tcp,
+    .word = "tcp",
+    .keys = {},
+    .target = [](const std::string& text) { return host_port_value(text, 0); },
+    .start = start};
 
 }  // namespace ot::qmond

@@ -1,4 +1,5 @@
-// A socket address of either family, by value.
+// Socket addresses of either family, by value, and sockets that leave through the interface or VRF
+// and from the source address of an operation.
 #pragma once
 
 #include <netinet/in.h>
@@ -6,6 +7,9 @@
 
 #include <cstdint>
 #include <string>
+
+#include "platform/linux/unique_fd.h"
+#include "tools/qmond/config.h"
 
 namespace ot::qmond {
 
@@ -36,5 +40,12 @@ class address {
     sockaddr_in6 v6;
   } storage_{.v6 = {}};
 };
+
+// 0 or an errno value.
+int bind_to_operation(int fd, int family, const operation& what) noexcept;
+
+// A non-blocking socket of that type (SOCK_STREAM, SOCK_DGRAM), bound and with its connection begun
+// or, where there is none to make, set. 0 or an errno value.
+int connect_socket(int type, const operation& what, const address& where, unique_fd* ret) noexcept;
 
 }  // namespace ot::qmond

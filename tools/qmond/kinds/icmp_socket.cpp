@@ -1,7 +1,7 @@
 // The ICMP sockets. What tells an answer from others' traffic: the sequence of a request under way,
 // the address it went to and a random token in its payload. Unreachable targets are learnt from the
 // socket's error queue, which gives our own packet back.
-#include "tools/qmond/icmp_socket.h"
+#include "tools/qmond/kinds/icmp.h"
 
 // Before the kernel's headers, which then leave out what both declare.
 #include <net/if.h>
@@ -15,8 +15,6 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-
-#include "tools/qmond/icmp_packet.h"
 
 namespace ot::qmond {
 namespace {
@@ -93,7 +91,7 @@ int attach_origin(msghdr* message, control_buffer* control, int family, const op
   return 0;
 }
 
-// The errno value that the error queue tells with a packet; 0 when it tells none.
+// The errno value that comes with a packet of the error queue; 0 when there is none.
 int queued_error(msghdr* message, const family_row& row) noexcept {
   for (cmsghdr* head = CMSG_FIRSTHDR(message); head != nullptr; head = CMSG_NXTHDR(message, head)) {
     if (head->cmsg_level == row.level && head->cmsg_type == row.errors_option) {
@@ -169,7 +167,7 @@ int icmp_socket::send(std::span<const std::byte> packet, const operation& what,
   if (const int error = attach_origin(&message, &control, family_, what); error != 0) {
     return error;
   }
-  // The first attempt may be told of an earlier packet's failure.
+  // The first attempt may get the error of an earlier packet.
   const bool sent = sendmsg(socket_.get(), &message, MSG_NOSIGNAL) >= 0 ||
                     sendmsg(socket_.get(), &message, MSG_NOSIGNAL) >= 0;
   return sent ? 0 : errno;

@@ -1,11 +1,17 @@
-// The way from an operation to its probe: hosts that are given by name are resolved first, at every
-// probe, so that a change of the name is followed. The time that takes is no round-trip time.
+// The list of all kinds, and the way from an operation to its probe: hosts that are given by name
+// are resolved first, at every probe, so that a change of the name is followed. The time that takes
+// is no round-trip time.
+#include <algorithm>
+#include <array>
 #include <system_error>
 
-#include "tools/qmond/probe_host.h"
+#include "tools/qmond/kinds/host.h"
 
 namespace ot::qmond {
 namespace {
+
+constexpr std::array<std::reference_wrapper<const kind>, 5> kinds{icmp_kind, tcp_kind, http_kind,
+                                                                  dns_kind, command_kind};
 
 // A kind may find that the loop has no room for another descriptor.
 started start_kind(probe_host& host, const operation& what, const address& where,
@@ -69,6 +75,29 @@ class named_probe : public probe {
 };
 
 }  // namespace
+
+std::span<const std::reference_wrapper<const kind>> all_kinds() noexcept {
+  return kinds;
+}
+
+const kind& kind_of(kind_id id) noexcept {
+  return *std::find_if(kinds.begin(), kinds.end(), [id](const kind& row) { return row.id == id; });
+}
+
+const kind* find_kind(std::string_view word) noexcept {
+  const auto* const found = std::find_if(kinds.begin(), kinds.end(),
+                                         [word](const kind& row) { return row.word == word; });
+  return found == kinds.end() ? nullptr : &found->get();
+}
+
+std::string kind_words() {
+  std::string words;
+  for (const kind& row : kinds) {
+    words += words.empty() ? "" : ", ";
+    words += row.word;
+  }
+  return words;
+}
 
 started start_probe(probe_host& host, const operation& what, probe_done done) {
   const address literal = address::from_text(what.host, what.port);

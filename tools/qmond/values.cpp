@@ -1,5 +1,5 @@
 // Single values: their kinds and their bounds. The texts say what would be right.
-#include "tools/qmond/config_values.h"
+#include "tools/qmond/values.h"
 
 #include <arpa/inet.h>
 
