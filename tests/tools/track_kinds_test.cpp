@@ -41,6 +41,15 @@ TEST(track_kinds, words_are_unique_and_found) {
   EXPECT_EQ(find_track_kind(""), nullptr);
 }
 
+TEST(track_kinds, folders_end_in_the_number_of_the_type) {
+  for (const track_kind& kind : track_kinds()) {
+    EXPECT_EQ(find_track_kind(kind.type), &kind);
+    EXPECT_THAT(kind.folder,
+                ::testing::EndsWith("/0x" + std::to_string(static_cast<int>(kind.type)) + "/"));
+  }
+  EXPECT_EQ(find_track_kind(track_type::none), nullptr);
+}
+
 TEST(track_kinds, examples_give_items_in_the_kinds_folder) {
   for (const track_kind& kind : track_kinds()) {
     const auto items = example_items(kind);

@@ -1,6 +1,6 @@
 // Reading the configuration: the outline of the file, the keys that all operations have, what must
-// be there, and what two keys say about each other. The keys of one kind are in its row; one value
-// is values.cpp's matter.
+// be there, and what two keys say about each other. The keys of one kind are in its row; single
+// values are read by values.cpp.
 #include "tools/qmond/config.h"
 
 #include <net/if.h>

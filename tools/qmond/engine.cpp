@@ -1,5 +1,5 @@
-// The engine. An operation has one entry in the schedule: the next start while it waits, the end of
-// its patience while a probe is under way.
+// The engine. An operation has one entry in the schedule: the next start while it waits, its
+// timeout while a probe is under way.
 #include "tools/qmond/engine.h"
 
 #include <algorithm>

@@ -19,7 +19,7 @@ struct loop_source::state : std::enable_shared_from_this<state> {
   state& operator=(const state&) = delete;
 
   // Nothing may be thrown through the C library's loop. What is not handled where it happens, such
-  // as want of memory, ends the process; the service manager starts it anew.
+  // as no memory, ends the process; the service manager starts it anew.
   static int run(void* context, std::uint32_t events) {
     try {
       const std::shared_ptr<state> kept = static_cast<state*>(context)->shared_from_this();

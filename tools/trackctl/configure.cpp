@@ -42,8 +42,8 @@ const track_kind& require_kind(const std::string& word) {
   return *kind;
 }
 
-std::uint32_t delay_or_zero(const char* what, const std::optional<std::string>& text) {
-  return text ? parse_delay(what, *text) : 0;
+std::optional<std::uint32_t> delay_of(const char* what, const std::optional<std::string>& text) {
+  return text ? std::optional(parse_delay(what, *text)) : std::nullopt;
 }
 
 void send_commits(const std::string& track, const std::vector<commit>& commits) {
@@ -95,7 +95,8 @@ int run_set(const arguments& all_args) {
   check_track_name(track);
   const wanted_type type{kind.folder, read_items(), kind.recreate_on_change,
                          kind.only_from_nothing};
-  const wanted_delays delays{delay_or_zero("--delay-up", up), delay_or_zero("--delay-down", down)};
+  const wanted_delays delays{delay_of("--delay-up", up).value_or(0),
+                             delay_of("--delay-down", down).value_or(0)};
   const track_items present = read_track(track);
   const std::vector<commit> commits = plan_set(track, present, type, delays);
   if (kind.only_from_nothing && !commits.empty() && (delays.up != 0 || delays.down != 0)) {
@@ -121,14 +122,8 @@ int run_delay(const arguments& args) {
   }
 
   check_track_name(track);
-  std::optional<std::uint32_t> up;
-  std::optional<std::uint32_t> down;
-  if (up_text) {
-    up = parse_delay("--up", *up_text);
-  }
-  if (down_text) {
-    down = parse_delay("--down", *down_text);
-  }
+  const auto up = delay_of("--up", up_text);
+  const auto down = delay_of("--down", down_text);
   const track_items present = read_existing_track(track);
   const commit changes = plan_delay(track, present, up, down);
   if (!changes.empty()) {

@@ -132,7 +132,12 @@ constexpr std::array own_keys{key_row{"command", take_command, key_required}};
 }  // namespace
 
 constinit const kind command_kind{
-    .id = kind_id::command, .word = "command", .keys = own_keys, .target = nullptr, .start = start};
+    .id = kind_id::command,
+    .word = "command",
+    .keys = own_keys,
+    .target = nullptr,
+    .start = start,
+};
 
 command_slots::command_slots(sd_event* loop) : loop_(loop) {
   sigset_t ended;

@@ -82,7 +82,7 @@ started failed(return_code code) {
 
 started start(probe_host& host, const operation& what, const address& where, probe_done done) {
   std::uint16_t id = 0;
-  (void)getrandom(&id, sizeof id, GRND_NONBLOCK);  // a source port of its own guards it as well
+  (void)getrandom(&id, sizeof id, GRND_NONBLOCK);  // the source port is random as well
   std::vector<unsigned char> question = dns_question(what.query, what.query_type, id);
   if (question.empty()) {
     return failed(return_code::cannot_run);
@@ -127,7 +127,8 @@ constinit const kind dns_kind{
     .word = "dns",
     .keys = own_keys,
     .target = [](const std::string& text) { return host_port_value(text, dns_port); },
-    .start = start};
+    .start = start,
+};
 
 dns_verdict judge_answer(std::span<const unsigned char> question,
                          std::span<const unsigned char> answer) {

@@ -153,11 +153,13 @@ constexpr std::array own_keys{
 
 }  // namespace
 
-constinit const kind http_kind{.id = kind_id::http,
-                               .word = "http",
-                               .keys = own_keys,
-                               .target = [](const std::string& text) { return url_value(text); },
-                               .start = start};
+constinit const kind http_kind{
+    .id = kind_id::http,
+    .word = "http",
+    .keys = own_keys,
+    .target = [](const std::string& text) { return url_value(text); },
+    .start = start,
+};
 
 http_client::http_client(sd_event* loop) : loop_(loop) {
   if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK ||

@@ -81,14 +81,16 @@ constexpr std::array own_keys{
 
 }  // namespace
 
-constinit const kind icmp_kind{.id = kind_id::icmp,
-                               .word = "icmp",
-                               .keys = own_keys,
-                               .target =
-                                   [](const std::string& text) {
-                                     return host_port{host_value(text), 0};
-                                   },
-                               .start = start};
+constinit const kind icmp_kind{
+    .id = kind_id::icmp,
+    .word = "icmp",
+    .keys = own_keys,
+    .target =
+        [](const std::string& text) {
+          return host_port{host_value(text), 0};
+        },
+    .start = start,
+};
 
 std::vector<std::byte> echo_request(int family, std::uint16_t id, std::uint16_t sequence,
                                     std::uint64_t token, std::size_t payload) {

@@ -73,7 +73,7 @@ class icmp_socket {
   const int family_;
   bool raw_ = false;
   std::uint16_t id_ = 0;     // of our requests; the kernel's choice on a datagram socket
-  std::uint64_t token_ = 0;  // tells our answers from those to others' pings
+  std::uint64_t token_ = 0;  // distinguishes our answers from those to others' pings
   std::uint16_t next_sequence_ = 0;
   unique_fd socket_;
   loop_source source_;

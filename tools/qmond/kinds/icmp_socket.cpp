@@ -1,6 +1,6 @@
-// The ICMP sockets. What tells an answer from others' traffic: the sequence of a request under way,
-// the address it went to and a random token in its payload. Unreachable targets are learnt from the
-// socket's error queue, which gives our own packet back.
+// The ICMP sockets. What distinguishes an answer from others' traffic: the sequence of a request
+// under way, the address it went to and a random token in its payload. Unreachable targets are
+// learnt from the socket's error queue, which gives our own packet back.
 #include "tools/qmond/kinds/icmp.h"
 
 // Before the kernel's headers, which then leave out what both declare.
@@ -36,7 +36,7 @@ constexpr const family_row& row_of(int family) noexcept {
   return family == AF_INET ? ipv4 : ipv6;
 }
 
-// A raw socket gets every ICMP packet of the machine unless told otherwise.
+// A raw socket gets every ICMP packet of the machine unless it has a filter.
 void accept_replies_only(int fd, int family) noexcept {
   if (family == AF_INET) {
     const icmp_filter filter{.data = ~(1U << ICMP_ECHOREPLY)};

@@ -49,6 +49,7 @@ constinit const kind tcp_kind{
     .word = "tcp",
     .keys = {},
     .target = [](const std::string& text) { return host_port_value(text, 0); },
-    .start = start};
+    .start = start,
+};
 
 }  // namespace ot::qmond
