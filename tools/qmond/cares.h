@@ -23,8 +23,8 @@ inline std::vector<unsigned char> dns_question(const std::string& name, std::uin
   unsigned char* bytes = nullptr;
   std::size_t length = 0;
   const bool written =
-      ares_dns_record_create(&record, id, ARES_DNS_FLAG_RD, ARES_OPCODE_QUERY,
-                             ARES_RCODE_NOERROR) == ARES_SUCCESS &&
+      ares_dns_record_create(&record, id, ARES_FLAG_RD, ARES_OPCODE_QUERY, ARES_RCODE_NOERROR) ==
+          ARES_SUCCESS &&
       ares_dns_record_query_add(record, name.c_str(), static_cast<ares_dns_rec_type_t>(type),
                                 ARES_CLASS_IN) == ARES_SUCCESS &&
       ares_dns_write(record, &bytes, &length) == ARES_SUCCESS;

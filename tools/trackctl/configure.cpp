@@ -46,6 +46,10 @@ std::optional<std::uint32_t> delay_of(const char* what, const std::optional<std:
   return text ? std::optional(parse_delay(what, *text)) : std::nullopt;
 }
 
+std::uint32_t delay_or_zero(const char* what, const std::optional<std::string>& text) {
+  return delay_of(what, text).value_or(0);
+}
+
 void send_commits(const std::string& track, const std::vector<commit>& commits) {
   for (std::size_t index = 0; index < commits.size(); ++index) {
     // Of two commits the first has deleted the track.
@@ -95,8 +99,7 @@ int run_set(const arguments& all_args) {
   check_track_name(track);
   const wanted_type type{kind.folder, read_items(), kind.recreate_on_change,
                          kind.only_from_nothing};
-  const wanted_delays delays{delay_of("--delay-up", up).value_or(0),
-                             delay_of("--delay-down", down).value_or(0)};
+  const wanted_delays delays{delay_or_zero("--delay-up", up), delay_or_zero("--delay-down", down)};
   const track_items present = read_track(track);
   const std::vector<commit> commits = plan_set(track, present, type, delays);
   if (kind.only_from_nothing && !commits.empty() && (delays.up != 0 || delays.down != 0)) {
