@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/track.h"
+#include "core/track_type.h"
 #include "oper/records/track_records.h"
 #include "tools/trackctl/configuration.h"
 
