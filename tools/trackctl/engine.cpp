@@ -7,7 +7,7 @@
 #include <iostream>
 #include <memory>
 
-#include "oper/records/engine_record.h"
+#include "oper/records/engine.h"
 #include "platform/status.h"
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/configuration.h"
