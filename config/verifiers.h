@@ -18,7 +18,7 @@ int refuse_with_text(int code, const char* text, ledger_verdict& verdict) noexce
 // Create, set, or both; a change that also deletes is not one.
 bool creates_or_sets(const ledger_change& change) noexcept;
 
-// Tells the operator's log why a change was refused.
+// Reports to the operator's log why a change was refused.
 void report_configuration_error(int code) noexcept;
 
 // 0 when no track of that name exists, or it has no type configured, or this one; else

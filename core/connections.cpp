@@ -1,4 +1,4 @@
-// Each source says when its connection changes; the operational data tell of it.
+// Each source says when its connection changes; the operational data show it.
 
 #include "core/connections.h"
 

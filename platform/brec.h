@@ -14,7 +14,7 @@
 // agree, the size is the struct's and nested types are written as they were registered. encode.cpp
 // and decode.cpp run that program (program.h) over a record, with the values and the heading of
 // wire.h: type, version and a fingerprint of the fields come first, so bytes of another type are
-// told apart.
+// recognised.
 //
 // The caller owns records and encoded bytes; the registry keeps addresses of descriptors only,
 // which live as long as the process. Registrations happen at start-up on the main thread;

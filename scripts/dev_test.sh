@@ -166,7 +166,7 @@ dev_test() {
   export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:strict_string_checks=1}
   export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1}
   while IFS='|' read -r status preset row <&3; do
-    # A preset that does not build counts as a failure; the others are still told apart.
+    # A preset that does not build counts as a failure; the others are still tested.
     if [[ $status -ne 0 ]]; then
       printf '%s\tbuild\t1\t-\n' "$preset" >>"$record"
       continue

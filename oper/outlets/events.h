@@ -28,7 +28,7 @@ struct ot_ep_subscription {
 };
 static_assert(sizeof(ot_ep_subscription) == 48);
 
-// Told of new subscriptions: how many, and the entries copied.
+// Notified of new subscriptions: how many, and the entries copied.
 using ot_ep_subscription_update = void (*)(std::uint32_t count, const void* subscriptions);
 
 extern evdl_event_kind ot_ep_ev_info;

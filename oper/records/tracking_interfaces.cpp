@@ -30,7 +30,7 @@ struct mention {
   std::string_view track;
 };
 
-// False when the item does not tell of a track.
+// False when the item does not name a track.
 bool read_mention(std::string_view path, const ledger_value& value, mention* ret) noexcept {
   const std::string_view root = interfaces_path;
   if (!path.starts_with(root) || !path.ends_with("/track_name")) {

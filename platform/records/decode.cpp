@@ -120,7 +120,7 @@ class decoder {
   brec_reader& in_;
 };
 
-// Skips the heading. Bytes that are a record's, but not of this type and version, are told apart
+// Skips the heading. Bytes that are a record's, but not of this type and version, are distinguished
 // from bytes that are no record at all.
 int check_heading(const brec_compiled& compiled, std::span<const std::byte>* bytes) noexcept {
   const std::span<const std::byte> heading = compiled.heading;

@@ -1,6 +1,6 @@
 // Where the fields of a record lie: each at its natural alignment, in order, the whole padded to
 // the strictest one, as a C++ compiler lays the matching struct out. The same walk finds the
-// shortest encoding of each type, by which the decoder tells an impossible element count before it
+// shortest encoding of each type, by which the decoder sees an impossible element count before it
 // allocates anything.
 #include <algorithm>
 

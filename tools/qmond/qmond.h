@@ -10,9 +10,9 @@
 //                      kinds/host.h owns what all operations share: the sockets, the HTTP client,
 //                      the resolver, the slots of commands
 //   outcome.h          what results come to: the published return code, the history
-//   table_writer.h     the table's writing end; platform/linux/probes/qmon/ lays it out and reads
-//   it daemon.cpp         the process: lock, privileges, signals, reload, heartbeat status.h,
-//   main.cpp the operator's side
+//   table_writer.h     the table's writing end; platform/linux/probes/qmon/ lays it out, reads it
+//   daemon.cpp         the process: lock, privileges, signals, reload, heartbeat
+//   status.h, main.cpp the operator's side
 //
 // An operation that is due makes a probe (a name is resolved first), the probe calls back with a
 // return code, the engine records and publishes it. The engine owns the probes, the host outlives

@@ -57,7 +57,7 @@ int connect_socket(const std::string& path) noexcept {
 }
 
 // Waits until both ends have introduced themselves; a call would wait for that far longer than it
-// is told to. 0 or a negative errno.
+// is asked to. 0 or a negative errno.
 int finish_start(sd_bus* bus) noexcept {
   const std::uint64_t end = monotonic_us() + call_timeout_us;
   for (;;) {

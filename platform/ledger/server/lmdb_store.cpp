@@ -64,7 +64,7 @@ int lmdb_store::open(const lmdb_options& options) {
   int dead_readers = 0;
   mdb_reader_check(env_, &dead_readers);
   // A store written through its map would end the process when the disk has no room behind it; the
-  // other one is told of a full disk by its writes.
+  // other one learns of a full disk by its writes.
   if (const int code = preallocate(); code != 0 && batched()) {
     return code;
   }
