@@ -12,7 +12,7 @@
 #include "lists/threshold_list.h"
 #include "platform/status.h"
 #include "show/view.h"
-#include "state/list_rules.h"
+#include "state/list_evaluation.h"
 
 namespace ot {
 namespace {
