@@ -9,7 +9,7 @@
 #include "config/lifecycle.h"
 #include "config/verifiers.h"
 #include "core/track_kind.h"
-#include "platform/status.h"
+#include "platform/ledger_status.h"
 
 namespace ot {
 namespace {

@@ -7,7 +7,8 @@
 
 #include "core/debug.h"
 #include "core/track.h"
-#include "platform/status.h"
+#include "platform/component_status.h"
+#include "platform/err_string.h"
 
 namespace ot {
 namespace {

@@ -2,7 +2,7 @@
 // begins with its function's own name.
 #pragma once
 
-#include "platform/event_manager.h"
+#include "platform/evm.h"
 #include "platform/messages.h"
 #include "platform/trace.h"
 

@@ -7,7 +7,7 @@
 #include "core/debug.h"
 #include "lists/configuration.h"
 #include "lists/members.h"
-#include "platform/status.h"
+#include "platform/component_status.h"
 #include "state/list_evaluation.h"
 
 namespace ot {

@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-#include "platform/event_manager.h"
+#include "platform/evm.h"
 #include "platform/fixed_text.h"
 
 namespace ot {

@@ -29,7 +29,13 @@
 #include <cstdint>
 #include <span>
 
+#include "platform/status.h"
+
 namespace ot {
+
+inline constexpr int record_bad_descriptor = status_code(0x40830200);
+inline constexpr int record_malformed = status_code(0x40830400);
+inline constexpr int record_unknown_type = status_code(0x40830600);
 
 // A registered type that a record contains, by its number in the field strings.
 struct brec_nested {

@@ -5,10 +5,14 @@
 #include <cstdint>
 #include <span>
 
-#include "platform/event_manager.h"
+#include "platform/evm.h"
 #include "platform/fixed_text.h"
+#include "platform/status.h"
 
 namespace ot {
+
+// The prefix is registered already.
+inline constexpr int fib_already_registered = status_code(0x4ff40a00);
 
 struct rtclient;
 

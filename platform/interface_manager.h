@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <span>
 
-#include "platform/event_manager.h"
+#include "platform/evm.h"
 #include "platform/fixed_text.h"
 
 namespace ot {

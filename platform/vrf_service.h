@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "platform/event_manager.h"
+#include "platform/evm.h"
 #include "platform/fixed_text.h"
 
 namespace ot {

@@ -11,9 +11,10 @@
 #include "core/debug.h"
 #include "oper/records/build.h"
 #include "oper/records/track_records.h"
+#include "platform/err_string.h"
 #include "platform/ledger_datalist.h"
+#include "platform/ledger_status.h"
 #include "platform/process.h"
-#include "platform/status.h"
 #include "show/view.h"
 
 namespace ot {

@@ -29,6 +29,7 @@
 #include "core/debug.h"
 #include "core/hash_db.h"
 #include "core/track.h"
+#include "platform/err_string.h"
 #include "platform/status.h"
 
 namespace ot {

@@ -6,8 +6,9 @@
 #include "core/debug.h"
 #include "core/track.h"
 #include "oper/outlets/notifications.h"
+#include "platform/err_string.h"
+#include "platform/ledger_status.h"
 #include "platform/process.h"
-#include "platform/status.h"
 
 namespace ot {
 

@@ -11,6 +11,7 @@
 #include "oper/outlets/events.h"
 #include "oper/outlets/notifications.h"
 #include "platform/clock.h"
+#include "platform/err_string.h"
 #include "platform/status.h"
 #include "state/ledger_state.h"
 #include "state/list_evaluation.h"

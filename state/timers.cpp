@@ -7,6 +7,7 @@
 #include <new>
 
 #include "core/debug.h"
+#include "platform/event_manager.h"
 #include "platform/status.h"
 
 namespace ot {

@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "core/track_type.h"
-#include "platform/event_manager.h"
+#include "platform/evm.h"
 #include "platform/timer_tree.h"
 
 namespace ot {

@@ -1,7 +1,6 @@
 // The service's start-up beyond what the process framework calls.
 #pragma once
 
-#include "platform/event_manager.h"
 #include "platform/service.h"
 
 namespace ot {

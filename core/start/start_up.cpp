@@ -20,6 +20,7 @@
 #include "oper/records/provider.h"
 #include "oper/records/track_records.h"
 #include "oper/records/tracking_interfaces.h"
+#include "platform/err_string.h"
 #include "platform/status.h"
 #include "state/ledger_state.h"
 #include "state/list_evaluation.h"

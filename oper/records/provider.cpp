@@ -8,7 +8,8 @@
 #include "core/debug.h"
 #include "core/track_kind.h"
 #include "oper/records/build.h"
-#include "platform/status.h"
+#include "platform/err_string.h"
+#include "platform/ledger_status.h"
 
 namespace ot {
 namespace {

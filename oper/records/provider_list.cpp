@@ -5,7 +5,8 @@
 #include <memory>
 
 #include "oper/records/provider.h"
-#include "platform/status.h"
+#include "platform/err_string.h"
+#include "platform/ledger_status.h"
 
 namespace ot {
 namespace {

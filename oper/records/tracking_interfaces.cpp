@@ -14,7 +14,7 @@
 #include "core/debug.h"
 #include "platform/fixed_text.h"
 #include "platform/ledger.h"
-#include "platform/status.h"
+#include "platform/ledger_status.h"
 
 namespace ot {
 namespace {

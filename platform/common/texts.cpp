@@ -8,9 +8,14 @@
 #include <cstring>
 #include <iterator>
 
+#include "platform/brec.h"
+#include "platform/component_status.h"
+#include "platform/err_string.h"
+#include "platform/event_connections.h"
+#include "platform/fib_client.h"
 #include "platform/interface_manager.h"
+#include "platform/ledger_status.h"
 #include "platform/probe_service.h"
-#include "platform/status.h"
 
 namespace ot {
 namespace {

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "platform/common/timer_driver.h"
-#include "platform/event_manager.h"
+#include "platform/event_connections.h"
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/loops.h"
 #include "platform/memory/world.h"

@@ -14,10 +14,10 @@
 
 #include "platform/common/event_filters.h"
 #include "platform/event_subscriber.h"
+#include "platform/ledger_status.h"
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/world.h"
-#include "platform/status.h"
 
 namespace ot {
 

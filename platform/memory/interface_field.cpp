@@ -4,6 +4,7 @@
 
 #include <stdexcept>
 
+#include "platform/event_connections.h"
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/loops.h"

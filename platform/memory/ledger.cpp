@@ -13,12 +13,12 @@
 #include "platform/ledger/engine/backlog.h"
 #include "platform/ledger/engine/engine.h"
 #include "platform/ledger/item.h"
+#include "platform/ledger_status.h"
 #include "platform/ledger_subscriber.h"
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/ledger_map_store.h"
 #include "platform/memory/world.h"
 #include "platform/process.h"
-#include "platform/status.h"
 
 namespace ot {
 

@@ -5,7 +5,7 @@
 #include <new>
 #include <utility>
 
-#include "platform/status.h"
+#include "platform/ledger_status.h"
 
 namespace ot {
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <functional>
 
-#include "platform/event_manager.h"
+#include "platform/evm.h"
 
 namespace ot {
 

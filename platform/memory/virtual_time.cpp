@@ -8,6 +8,7 @@
 
 #include "platform/clock.h"
 #include "platform/common/timer_driver.h"
+#include "platform/event_manager.h"
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/world.h"

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/common/vrf_requests.h"
+#include "platform/event_connections.h"
 #include "platform/fib_client.h"
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/controls.h"

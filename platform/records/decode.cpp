@@ -5,6 +5,7 @@
 #include <cstring>
 #include <new>
 
+#include "platform/brec.h"
 #include "platform/records/program.h"
 #include "platform/records/wire.h"
 #include "platform/status.h"

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string_view>
 
+#include "platform/brec.h"
 #include "platform/records/program.h"
 #include "platform/records/wire.h"
 #include "platform/status.h"

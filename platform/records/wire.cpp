@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <new>
 
+#include "platform/brec.h"
 #include "platform/records/program.h"
 #include "platform/status.h"
 

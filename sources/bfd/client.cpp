@@ -13,6 +13,8 @@
 #include <new>
 
 #include "core/debug.h"
+#include "platform/err_string.h"
+#include "platform/event_manager.h"
 #include "platform/process.h"
 #include "platform/status.h"
 #include "sources/bfd/table.h"

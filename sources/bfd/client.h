@@ -7,7 +7,7 @@
 
 #include "core/track.h"
 #include "platform/bfd_client.h"
-#include "platform/event_manager.h"
+#include "platform/evm.h"
 
 namespace ot {
 

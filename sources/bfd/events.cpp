@@ -6,6 +6,7 @@
 
 #include "core/connections.h"
 #include "core/in_addr_text.h"
+#include "platform/event_manager.h"
 #include "sources/bfd/client.h"
 #include "sources/bfd/track.h"
 #include "sources/interface/client.h"

@@ -7,6 +7,8 @@
 
 #include "core/connections.h"
 #include "core/debug.h"
+#include "platform/err_string.h"
+#include "platform/event_connections.h"
 #include "platform/process.h"
 #include "platform/status.h"
 

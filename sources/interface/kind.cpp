@@ -5,6 +5,7 @@
 #include "config/verifiers.h"
 #include "core/track.h"
 #include "core/track_kind.h"
+#include "platform/event_connections.h"
 #include "platform/status.h"
 #include "show/view.h"
 #include "sources/interface/client.h"

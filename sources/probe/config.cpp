@@ -1,6 +1,7 @@
 // Verifying and applying the operation of a probe track.
 
 #include "config/verifiers.h"
+#include "platform/component_status.h"
 #include "sources/config_item.h"
 #include "sources/probe/statistics.h"
 #include "sources/probe/table.h"

@@ -5,6 +5,7 @@
 #include "core/debug.h"
 #include "core/track.h"
 #include "core/track_kind.h"
+#include "platform/err_string.h"
 #include "platform/probe_service.h"
 #include "platform/status.h"
 #include "show/view.h"

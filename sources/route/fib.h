@@ -5,7 +5,7 @@
 #include <cstdint>
 
 #include "core/track.h"
-#include "platform/event_manager.h"
+#include "platform/evm.h"
 #include "platform/fib_client.h"
 
 namespace ot {

@@ -5,6 +5,7 @@
 
 #include <memory>
 
+#include "platform/event_connections.h"
 #include "sources/route/table.h"
 #include "sources/route/track.h"
 

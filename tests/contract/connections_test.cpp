@@ -1,7 +1,7 @@
 // Event connections: opening, trying again, and what happens when one ends.
 #include <vector>
 
-#include "platform/status.h"
+#include "platform/event_connections.h"
 #include "tests/contract/contract_test.h"
 
 namespace ot::contract {

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/event_manager.h"
 #include "platform/event_subscriber.h"
+#include "platform/evm.h"
 
 namespace ot::contract {
 

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "platform/event_publisher.h"
-#include "platform/status.h"
+#include "platform/ledger_status.h"
 #include "tests/contract/contract_test.h"
 
 namespace ot::contract {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/event_connections.h"
 #include "platform/status.h"
 #include "tests/contract/contract_test.h"
 

@@ -2,8 +2,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "platform/component_status.h"
 #include "platform/ledger_commit.h"
-#include "platform/status.h"
+#include "platform/ledger_status.h"
 #include "tests/contract/ledger_fixture.h"
 #include "tests/support/ledger_proposals.h"
 #include "tests/support/sample_tree.h"

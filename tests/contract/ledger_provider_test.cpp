@@ -6,8 +6,8 @@
 
 #include "platform/ledger_datalist.h"
 #include "platform/ledger_provider.h"
+#include "platform/ledger_status.h"
 #include "platform/ledger_subscriber.h"
-#include "platform/status.h"
 #include "tests/contract/ledger_fixture.h"
 #include "tests/support/ledger_proposals.h"
 

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/ledger.h"
-#include "platform/status.h"
+#include "platform/ledger_status.h"
 #include "tests/contract/ledger_fixture.h"
 #include "tests/support/ledger_proposals.h"
 

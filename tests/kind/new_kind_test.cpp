@@ -2,8 +2,8 @@
 // service as it is.
 #include "core/track_kind.h"
 #include "oper/records/build.h"
+#include "platform/component_status.h"
 #include "platform/memory/controls.h"
-#include "platform/status.h"
 #include "show/show.h"
 #include "tests/kind/flag_kind.h"
 #include "tests/unit/service_fixture.h"

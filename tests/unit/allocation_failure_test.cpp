@@ -8,6 +8,7 @@
 #include "core/hash_db.h"
 #include "core/start/main.h"
 #include "core/track.h"
+#include "platform/event_manager.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
 #include "platform/status.h"

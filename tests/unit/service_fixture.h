@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "core/track.h"
-#include "platform/event_manager.h"
 #include "platform/event_subscriber.h"
+#include "platform/evm.h"
 #include "platform/ledger_commit.h"
 #include "tests/support/ledger_proposals.h"
 

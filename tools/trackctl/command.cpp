@@ -7,7 +7,9 @@
 #include <iostream>
 
 #include "platform/common/root_path.h"
-#include "platform/status.h"
+#include "platform/component_status.h"
+#include "platform/err_string.h"
+#include "platform/ledger_status.h"
 
 namespace ot::trackctl {
 namespace {

@@ -4,8 +4,8 @@
 #include <array>
 #include <span>
 
+#include "platform/ledger_status.h"
 #include "platform/path_tuple.h"
-#include "platform/status.h"
 #include "tools/trackctl/command.h"
 
 namespace ot::trackctl {

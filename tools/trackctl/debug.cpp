@@ -4,7 +4,7 @@
 #include <iostream>
 #include <string_view>
 
-#include "platform/status.h"
+#include "platform/ledger_status.h"
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/configuration.h"
 

@@ -8,7 +8,7 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
-#include "platform/status.h"
+#include "platform/ledger_status.h"
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/names.h"
 

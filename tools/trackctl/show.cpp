@@ -5,7 +5,7 @@
 #include <iostream>
 
 #include "core/start/main.h"
-#include "platform/status.h"
+#include "platform/ledger_status.h"
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/configuration.h"
 #include "tools/trackctl/names.h"

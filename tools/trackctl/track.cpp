@@ -6,7 +6,7 @@
 #include <span>
 
 #include "platform/ledger_datalist.h"
-#include "platform/status.h"
+#include "platform/ledger_status.h"
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/kinds/kinds.h"
 

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "core/start/main.h"
+#include "platform/event_manager.h"
 #include "platform/ledger/server/server.h"
 #include "sources/interface/track.h"
 #include "state/publication.h"

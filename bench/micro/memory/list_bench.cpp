@@ -13,6 +13,7 @@
 #include "core/start/main.h"
 #include "lists/boolean_list.h"
 #include "lists/threshold_list.h"
+#include "platform/event_manager.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
 #include "state/list_evaluation.h"

@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "core/start/main.h"
+#include "platform/event_manager.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
 #include "sources/interface/track.h"

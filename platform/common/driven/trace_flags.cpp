@@ -2,6 +2,7 @@
 // switches it while the service runs. Where the lines go is the platform's (dbg_print).
 #include <cstdio>
 
+#include "platform/evm.h"
 #include "platform/ledger/calls/call.h"
 #include "platform/status.h"
 #include "platform/trace.h"

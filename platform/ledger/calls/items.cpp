@@ -8,6 +8,7 @@
 
 #include "platform/ledger.h"
 #include "platform/ledger_commit.h"
+#include "platform/ledger_status.h"
 
 namespace ot {
 

@@ -8,6 +8,7 @@
 
 #include "platform/ledger/calls/call.h"
 #include "platform/ledger_datalist.h"
+#include "platform/ledger_status.h"
 
 namespace ot {
 namespace {

@@ -14,6 +14,7 @@
 #include "platform/ledger/calls/backend.h"
 #include "platform/ledger/client/link.h"
 #include "platform/ledger/messages.h"
+#include "platform/ledger_status.h"
 #include "platform/process.h"
 
 namespace ot {

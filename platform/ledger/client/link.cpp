@@ -12,9 +12,9 @@
 
 #include "platform/common/root_path.h"
 #include "platform/ledger/messages.h"
+#include "platform/ledger_status.h"
 #include "platform/linux/monotonic.h"
 #include "platform/linux/unix_address.h"
-#include "platform/status.h"
 
 namespace ot {
 namespace {

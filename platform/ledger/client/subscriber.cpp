@@ -9,8 +9,8 @@
 
 #include "platform/ledger/client/link.h"
 #include "platform/ledger/messages.h"
+#include "platform/ledger_status.h"
 #include "platform/linux/monotonic.h"
-#include "platform/status.h"
 
 namespace ot {
 

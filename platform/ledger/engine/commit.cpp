@@ -15,9 +15,10 @@
 #include <unordered_set>
 #include <vector>
 
+#include "platform/err_string.h"
 #include "platform/ledger/item.h"
 #include "platform/ledger_commit.h"
-#include "platform/status.h"
+#include "platform/ledger_status.h"
 
 namespace ot {
 namespace {

@@ -10,7 +10,7 @@
 #include "platform/ledger/item.h"
 #include "platform/ledger_config.h"
 #include "platform/ledger_provider.h"
-#include "platform/status.h"
+#include "platform/ledger_status.h"
 
 namespace ot {
 namespace {

@@ -9,7 +9,7 @@
 #include <new>
 
 #include "platform/ledger/item.h"
-#include "platform/status.h"
+#include "platform/ledger_status.h"
 
 namespace ot {
 

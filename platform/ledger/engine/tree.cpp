@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "platform/ledger/item.h"
-#include "platform/status.h"
+#include "platform/ledger_status.h"
 
 namespace ot {
 namespace {

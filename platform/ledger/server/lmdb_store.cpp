@@ -9,7 +9,7 @@
 
 #include <cerrno>
 
-#include "platform/status.h"
+#include "platform/ledger_status.h"
 
 namespace ot {
 namespace {

@@ -15,7 +15,7 @@
 
 #include "platform/ledger/item.h"
 #include "platform/ledger/messages.h"
-#include "platform/status.h"
+#include "platform/ledger_status.h"
 
 namespace ot {
 namespace {

@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <array>
 
-#include "platform/status.h"
+#include "platform/ledger_status.h"
 
 namespace ot {
 namespace {

@@ -20,18 +20,19 @@
 #include <vector>
 
 #include "platform/common/root_path.h"
+#include "platform/err_string.h"
 #include "platform/ledger/calls/call.h"
 #include "platform/ledger/engine/engine.h"
 #include "platform/ledger/messages.h"
 #include "platform/ledger/server/lmdb_store.h"
 #include "platform/ledger/server/peer.h"
+#include "platform/ledger_status.h"
 #include "platform/linux/loop/sd_event.h"
 #include "platform/linux/process/boot.h"
 #include "platform/linux/process/directories.h"
 #include "platform/linux/unique_fd.h"
 #include "platform/linux/unix_address.h"
 #include "platform/messages.h"
-#include "platform/status.h"
 
 namespace ot {
 namespace {

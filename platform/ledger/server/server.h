@@ -1,7 +1,7 @@
 // The ledger's server side, hosted by the service's process.
 #pragma once
 
-#include "platform/event_manager.h"
+#include "platform/evm.h"
 
 namespace ot {
 

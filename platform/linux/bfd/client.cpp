@@ -10,6 +10,7 @@
 #include <mutex>
 #include <new>
 
+#include "platform/event_manager.h"
 #include "platform/linked_queue.h"
 #include "platform/linux/bfd/engine.h"
 #include "platform/status.h"

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/event_manager.h"
+#include "platform/evm.h"
 #include "platform/linux/bfd/protocol.h"
 #include "platform/linux/bfd/timer.h"
 #include "platform/linux/unique_fd.h"

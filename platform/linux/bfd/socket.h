@@ -4,10 +4,11 @@
 
 #include <systemd/sd-event.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
-#include "platform/event_manager.h"
+#include "platform/evm.h"
 #include "platform/linux/unique_fd.h"
 
 namespace ot::bfd {

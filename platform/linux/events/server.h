@@ -23,8 +23,8 @@
 #include <vector>
 
 #include "platform/common/event_filters.h"
-#include "platform/event_manager.h"
 #include "platform/event_publisher.h"
+#include "platform/evm.h"
 #include "platform/linux/events/protocol.h"
 #include "platform/linux/unique_fd.h"
 

@@ -8,6 +8,7 @@
 
 #include <cerrno>
 
+#include "platform/event_connections.h"
 #include "platform/linux/loop/sd_event.h"
 #include "platform/status.h"
 

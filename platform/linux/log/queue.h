@@ -5,7 +5,7 @@
 // calls is kept throughout. Any thread.
 #pragma once
 
-#include "platform/event_manager.h"
+#include "platform/evm.h"
 
 namespace ot {
 

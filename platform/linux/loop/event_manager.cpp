@@ -11,6 +11,7 @@
 #include <memory>
 #include <new>
 
+#include "platform/event_connections.h"
 #include "platform/linux/loop/queue.h"
 #include "platform/linux/loop/sd_event.h"
 #include "platform/status.h"

@@ -20,7 +20,9 @@
 
 #include <systemd/sd-event.h>
 
-#include "platform/event_manager.h"
+#include <cstdint>
+
+#include "platform/evm.h"
 
 namespace ot {
 

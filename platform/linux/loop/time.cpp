@@ -7,6 +7,7 @@
 
 #include "platform/clock.h"
 #include "platform/common/timer_driver.h"
+#include "platform/event_manager.h"
 #include "platform/linux/loop/sd_event.h"
 
 namespace ot {

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "platform/event_manager.h"
 #include "platform/fixed_text.h"
 #include "platform/linux/log/queue.h"
 #include "platform/linux/loop/sd_event.h"

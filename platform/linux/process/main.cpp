@@ -13,6 +13,8 @@
 #include <cstdio>
 #include <string_view>
 
+#include "platform/err_string.h"
+#include "platform/event_manager.h"
 #include "platform/ledger/server/server.h"
 #include "platform/linux/events/server.h"
 #include "platform/linux/log/queue.h"

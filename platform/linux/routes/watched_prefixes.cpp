@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <new>
 
+#include "platform/fib_client.h"
 #include "platform/ipv4.h"
 #include "platform/status.h"
 

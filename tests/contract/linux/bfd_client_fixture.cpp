@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "platform/err_string.h"
 #include "platform/status.h"
 
 namespace ot::testing {

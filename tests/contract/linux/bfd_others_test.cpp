@@ -1,7 +1,7 @@
 // The BFD client where another of the engine's clients, a routing protocol say, has the session
 // that is asked for: there can be one only, so the client follows it and takes its place when it
 // goes.
-#include "platform/status.h"
+#include "platform/err_string.h"
 #include "tests/contract/linux/bfd_client_fixture.h"
 
 namespace ot::testing {

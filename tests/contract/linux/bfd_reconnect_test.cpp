@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "platform/status.h"
 #include "tests/contract/linux/bfd_client_fixture.h"
 
 namespace ot::testing {

@@ -17,6 +17,7 @@
 #include <sstream>
 #include <thread>
 
+#include "platform/event_manager.h"
 #include "platform/linux/events/server.h"
 #include "platform/linux/links/vrf_devices.h"
 #include "platform/linux/log/queue.h"

@@ -11,13 +11,14 @@
 #include <thread>
 #include <vector>
 
+#include "platform/event_manager.h"
 #include "platform/event_publisher.h"
 #include "platform/event_subscriber.h"
+#include "platform/ledger_status.h"
 #include "platform/linux/events/protocol.h"
 #include "platform/linux/events/server.h"
 #include "platform/linux/unique_fd.h"
 #include "platform/linux/unix_address.h"
-#include "platform/status.h"
 
 namespace ot::testing {
 namespace {

@@ -14,7 +14,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/event_manager.h"
+#include "platform/evm.h"
 #include "platform/linux/bfd/protocol.h"
 
 namespace ot::testing {

@@ -6,6 +6,7 @@
 #include <future>
 #include <stdexcept>
 
+#include "platform/event_manager.h"
 #include "platform/ledger/server/server.h"
 
 namespace ot::test {

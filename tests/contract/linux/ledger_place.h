@@ -6,7 +6,7 @@
 #include <string>
 #include <thread>
 
-#include "platform/event_manager.h"
+#include "platform/evm.h"
 
 namespace ot::test {
 

@@ -14,11 +14,12 @@
 #include <optional>
 #include <stdexcept>
 
+#include "platform/event_manager.h"
 #include "platform/ledger.h"
 #include "platform/ledger/server/server.h"
 #include "platform/ledger_commit.h"
+#include "platform/ledger_status.h"
 #include "platform/process.h"
-#include "platform/status.h"
 #include "tests/contract/linux/closed_descriptors.h"
 #include "tests/contract/linux/ledger_place.h"
 #include "tests/support/ledger_proposals.h"

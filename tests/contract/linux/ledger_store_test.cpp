@@ -9,7 +9,7 @@
 #include <optional>
 
 #include "platform/ledger/server/lmdb_store.h"
-#include "platform/status.h"
+#include "platform/ledger_status.h"
 #include "tests/contract/linux/ledger_place.h"
 #include "tests/support/ledger_proposals.h"
 

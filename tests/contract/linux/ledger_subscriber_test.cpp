@@ -10,7 +10,7 @@
 
 #include "platform/ledger/engine/backlog.h"
 #include "platform/ledger_provider.h"
-#include "platform/status.h"
+#include "platform/ledger_status.h"
 #include "tests/contract/linux/ledger_place.h"
 
 namespace ot::test {

@@ -1,6 +1,7 @@
 // A client of the ledger's socket that need not keep to the rules.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "config/configuration_tree.h"
+#include "platform/ledger_status.h"
 #include "platform/memory/ledger_controls.h"
-#include "platform/status.h"
 #include "tests/unit/service_fixture.h"
 
 namespace ot::test {

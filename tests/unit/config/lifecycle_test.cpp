@@ -3,9 +3,10 @@
 
 #include <chrono>
 
+#include "platform/component_status.h"
+#include "platform/ledger_status.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
-#include "platform/status.h"
 #include "sources/interface/table.h"
 #include "state/publication.h"
 #include "state/timers.h"

@@ -9,11 +9,12 @@
 
 #include "config/delays.h"
 #include "core/debug.h"
+#include "platform/component_status.h"
 #include "platform/ipv4.h"
+#include "platform/ledger_status.h"
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
-#include "platform/status.h"
 #include "tests/unit/service_fixture.h"
 
 namespace ot::test {

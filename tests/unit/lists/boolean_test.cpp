@@ -2,7 +2,9 @@
 #include "lists/boolean_list.h"
 
 #include "lists/configuration.h"
-#include "platform/status.h"
+#include "platform/component_status.h"
+#include "platform/err_string.h"
+#include "platform/ledger_status.h"
 #include "state/list_evaluation.h"
 #include "tests/unit/lists/fixture.h"
 

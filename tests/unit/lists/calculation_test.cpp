@@ -1,7 +1,7 @@
 // The calculation of all lists: its passes and traces, what ends it, and the timer before it.
 #include <algorithm>
 
-#include "platform/status.h"
+#include "platform/ledger_status.h"
 #include "state/list_evaluation.h"
 #include "tests/unit/lists/fixture.h"
 

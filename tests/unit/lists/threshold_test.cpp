@@ -3,8 +3,8 @@
 
 #include <limits>
 
+#include "platform/component_status.h"
 #include "platform/memory/alloc_faults.h"
-#include "platform/status.h"
 #include "tests/unit/lists/fixture.h"
 
 namespace ot::test {

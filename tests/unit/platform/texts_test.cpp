@@ -6,7 +6,11 @@
 #include <string>
 #include <thread>
 
-#include "platform/status.h"
+#include "platform/brec.h"
+#include "platform/err_string.h"
+#include "platform/event_connections.h"
+#include "platform/fib_client.h"
+#include "platform/ledger_status.h"
 
 namespace ot {
 namespace {

@@ -6,6 +6,7 @@
 #include <random>
 #include <vector>
 
+#include "platform/event_manager.h"
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/controls.h"
 

@@ -2,6 +2,8 @@
 #include <algorithm>
 
 #include "core/start/main.h"
+#include "platform/err_string.h"
+#include "platform/ledger_status.h"
 #include "show/show.h"
 #include "tests/unit/oper/records/tracks.h"
 #include "tests/unit/show/output.h"

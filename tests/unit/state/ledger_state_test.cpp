@@ -3,9 +3,9 @@
 
 #include <chrono>
 
+#include "platform/ledger_status.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
-#include "platform/status.h"
 #include "tests/unit/service_fixture.h"
 
 namespace ot::test {

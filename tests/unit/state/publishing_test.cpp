@@ -3,9 +3,9 @@
 
 #include "config/delays.h"
 #include "platform/event_subscriber.h"
+#include "platform/ledger_status.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
-#include "platform/status.h"
 #include "state/ledger_state.h"
 #include "state/publication.h"
 #include "state/timers.h"

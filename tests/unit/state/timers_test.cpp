@@ -5,10 +5,11 @@
 #include <memory>
 
 #include "core/debug.h"
+#include "platform/err_string.h"
+#include "platform/ledger_status.h"
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
-#include "platform/status.h"
 #include "state/list_evaluation.h"
 #include "tests/unit/service_fixture.h"
 

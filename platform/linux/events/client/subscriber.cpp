@@ -12,10 +12,10 @@
 #include <vector>
 
 #include "platform/common/root_path.h"
+#include "platform/ledger_status.h"
 #include "platform/linux/events/protocol.h"
 #include "platform/linux/unique_fd.h"
 #include "platform/linux/unix_address.h"
-#include "platform/status.h"
 
 namespace ot {
 

@@ -3,9 +3,10 @@
 
 #include "core/connections.h"
 #include "core/debug.h"
+#include "platform/event_connections.h"
+#include "platform/ledger_status.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
-#include "platform/status.h"
 #include "sources/interface/client.h"
 #include "sources/interface/table.h"
 #include "state/ledger_state.h"

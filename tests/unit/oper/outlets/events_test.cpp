@@ -8,7 +8,6 @@
 
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/controls.h"
-#include "platform/status.h"
 #include "tests/unit/service_fixture.h"
 
 namespace ot::test {

@@ -4,10 +4,10 @@
 #include <chrono>
 
 #include "core/debug.h"
+#include "platform/ledger_status.h"
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
-#include "platform/status.h"
 #include "tests/unit/service_fixture.h"
 
 namespace ot::test {

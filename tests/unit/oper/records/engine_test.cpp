@@ -3,6 +3,7 @@
 
 #include "core/connections.h"
 #include "oper/records/engine.h"
+#include "platform/ledger_status.h"
 #include "platform/memory/alloc_faults.h"
 #include "tests/unit/sources/bfd/fixture.h"
 

@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 
 #include "oper/records/provider.h"
+#include "platform/err_string.h"
+#include "platform/ledger_status.h"
 #include "tests/unit/oper/records/tracks.h"
 
 namespace ot::test {

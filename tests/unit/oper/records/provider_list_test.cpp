@@ -2,7 +2,9 @@
 #include <memory>
 
 #include "oper/records/provider.h"
+#include "platform/err_string.h"
 #include "platform/ledger_datalist.h"
+#include "platform/ledger_status.h"
 #include "tests/unit/oper/records/tracks.h"
 
 namespace ot::test {

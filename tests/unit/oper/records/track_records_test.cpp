@@ -5,6 +5,7 @@
 
 #include <string_view>
 
+#include "platform/brec.h"
 #include "platform/memory/alloc_faults.h"
 #include "platform/status.h"
 #include "tests/unit/platform/records/samples.h"

@@ -1,6 +1,7 @@
 // Which interfaces name a track: read from their configuration once a commit.
 #include "oper/records/tracking_interfaces.h"
 
+#include "platform/ledger_status.h"
 #include "platform/memory/alloc_faults.h"
 #include "tests/unit/oper/records/tracks.h"
 

@@ -11,7 +11,6 @@
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
-#include "platform/status.h"
 #include "state/timers.h"
 #include "state/track_record.h"
 #include "tests/unit/platform/records/samples.h"

@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include "platform/ledger_provider.h"
+#include "platform/ledger_status.h"
 #include "platform/ledger_subscriber.h"
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/ledger_controls.h"
 #include "platform/process.h"
-#include "platform/status.h"
 #include "tests/support/ledger_proposals.h"
 #include "tests/support/sample_tree.h"
 

@@ -6,7 +6,7 @@
 
 #include <functional>
 
-#include "platform/status.h"
+#include "platform/component_status.h"
 #include "tests/support/ledger_proposals.h"
 
 namespace ot::test {

@@ -8,7 +8,6 @@
 
 #include "platform/brec.h"
 #include "platform/memory/alloc_faults.h"
-#include "platform/status.h"
 #include "tests/unit/platform/records/samples.h"
 
 namespace ot {

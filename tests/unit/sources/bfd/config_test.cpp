@@ -2,6 +2,7 @@
 #include "sources/bfd/track.h"
 
 #include "config/delays.h"
+#include "platform/component_status.h"
 #include "tests/unit/sources/bfd/fixture.h"
 
 namespace ot::test {

@@ -3,6 +3,7 @@
 
 #include <thread>
 
+#include "platform/event_manager.h"
 #include "platform/memory/alloc_faults.h"
 #include "tests/unit/sources/bfd/fixture.h"
 

@@ -5,7 +5,6 @@
 
 #include "platform/memory/bfd_controls.h"
 #include "platform/memory/controls.h"
-#include "platform/status.h"
 #include "sources/bfd/client.h"
 #include "sources/bfd/table.h"
 #include "sources/bfd/track.h"

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "core/in_addr_text.h"
+#include "platform/event_connections.h"
 #include "platform/memory/controls.h"
 #include "platform/status.h"
 #include "sources/interface/table.h"

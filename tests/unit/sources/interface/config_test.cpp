@@ -1,9 +1,10 @@
 // The configuration item that makes a track follow an interface.
 #include "sources/interface/track.h"
 
+#include "platform/component_status.h"
+#include "platform/ledger_status.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
-#include "platform/status.h"
 #include "sources/interface/table.h"
 #include "tests/unit/service_fixture.h"
 

@@ -1,7 +1,7 @@
 // An interface's state pushed to the tracks that follow it.
+#include "platform/ledger_status.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
-#include "platform/status.h"
 #include "sources/interface/track.h"
 #include "tests/unit/service_fixture.h"
 

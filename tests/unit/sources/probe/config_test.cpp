@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "platform/component_status.h"
+#include "platform/ledger_status.h"
 #include "platform/memory/ledger_controls.h"
 #include "tests/unit/sources/probe/fixture.h"
 

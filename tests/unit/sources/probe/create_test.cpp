@@ -1,5 +1,6 @@
 // A track that comes to follow an operation: a new one, and one that was there.
 #include "config/delays.h"
+#include "platform/ledger_status.h"
 #include "platform/memory/ledger_controls.h"
 #include "state/ledger_state.h"
 #include "tests/unit/sources/probe/fixture.h"

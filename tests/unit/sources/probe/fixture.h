@@ -7,7 +7,6 @@
 
 #include "platform/ledger_config.h"
 #include "platform/memory/controls.h"
-#include "platform/status.h"
 #include "sources/probe/table.h"
 #include "sources/probe/track.h"
 #include "state/timers.h"

@@ -1,5 +1,6 @@
 // Probe tracks while each allocation fails in turn: code 12, nothing half tied, nothing leaked.
 #include "config/delays.h"
+#include "platform/component_status.h"
 #include "platform/memory/ledger_controls.h"
 #include "sources/probe/track.h"
 #include "tests/unit/failing_runs.h"

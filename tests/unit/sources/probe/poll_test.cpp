@@ -1,6 +1,7 @@
 // The poll: every two seconds one look at the operation's result, and what becomes of it.
 #include "sources/probe/track.h"
 
+#include "platform/ledger_status.h"
 #include "platform/memory/ledger_controls.h"
 #include "sources/probe/statistics.h"
 #include "tests/unit/sources/probe/fixture.h"

@@ -1,4 +1,5 @@
 // Tying tracks to operations and untying them.
+#include "platform/ledger_status.h"
 #include "platform/memory/ledger_controls.h"
 #include "tests/unit/sources/probe/fixture.h"
 

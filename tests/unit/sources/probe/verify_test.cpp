@@ -1,4 +1,5 @@
 // Which operations a track may be given, and how the others are refused.
+#include "platform/component_status.h"
 #include "sources/probe/track.h"
 #include "tests/unit/sources/probe/fixture.h"
 

@@ -1,6 +1,7 @@
 // Reachability and VRFs that change under the tracks of a route.
 #include "sources/route/track.h"
 
+#include "platform/ledger_status.h"
 #include "platform/memory/ledger_controls.h"
 #include "tests/unit/sources/route/fixture.h"
 

@@ -1,6 +1,7 @@
 // The two configuration items of a route track, with the FIB connected and not.
 #include "sources/route/track.h"
 
+#include "platform/component_status.h"
 #include "tests/unit/sources/route/fixture.h"
 
 namespace ot::test {

@@ -6,7 +6,6 @@
 
 #include "platform/ipv4.h"
 #include "platform/memory/controls.h"
-#include "platform/status.h"
 #include "platform/vrf_service.h"
 #include "sources/route/fib.h"
 #include "sources/route/table.h"

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/ledger/item.h"
-#include "platform/status.h"
+#include "platform/ledger_status.h"
 
 namespace ot {
 namespace {
