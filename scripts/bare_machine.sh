@@ -31,19 +31,23 @@ stamped() {
   done
 }
 
-# inside TREE COMMAND...: in namespaces that end with it and take every process and mount along.
+# inside TREE COMMAND...: in namespaces that end with it and take every process and mount along. The
+# tree becomes the root of its mounts, not of the processes alone, since `ip netns` changes them.
 inside() {
   # shellcheck disable=SC2016  # for the inner shell
   unshare --mount --pid --fork --kill-child bash -c '
     set -e
     mount --make-rprivate /
+    mount --bind "$1" "$1"
     for folder in dev sys; do mount --rbind "/$folder" "$1/$folder"; done
     mount -t proc proc "$1/proc"
     mount -t tmpfs tmpfs "$1/run"
-    tree=$1
+    mount -t tmpfs tmpfs "$1/dev/shm"
+    cd "$1"
     shift
+    pivot_root . mnt
     exec env -i HOME=/root PATH=/usr/sbin:/usr/bin:/sbin:/bin LANG=C.UTF-8 TERM=dumb \
-      chroot "$tree" "$@"' bare "$@" </dev/null
+      chroot . sh -c "umount -l /mnt && exec \"\$@\"" sh "$@"' bare "$@" </dev/null
 }
 
 {

@@ -93,7 +93,7 @@ targets_of() {
       [[ $row == "$level|"* && -z $(folder_of "${row#*|}") ]] && tests+=("${row#*|}")
     done
   done
-  echo "${programs[@]}" "${tests[@]}"
+  printf '%s\n' "${programs[@]}" "${tests[@]}" | sort -u
 }
 
 # run_level PRESET LEVEL RECORD [ARGS]: the programs of one level.

@@ -57,9 +57,9 @@ def initramfs(kernel, tmp_path_factory):
     for library in LOADED:
         archive.program(build.path / "pkg/lib" / library)
     names = []
-    for module in kernel.modules():
-        names.append(f"/modules.d/{module.name}")
-        archive.copy(module, names[-1])
+    for name, content in kernel.modules().items():
+        names.append(f"/modules.d/{name}.ko")
+        archive.file(names[-1], content)
     archive.file("/modules", "\n".join(names).encode())
     path = tmp_path_factory.mktemp("vm") / "initramfs"
     archive.write(path)

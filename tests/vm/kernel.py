@@ -2,10 +2,11 @@
 installed.
 
 It stays in build/vm/kernel, so a machine is asked for it once. Nothing of it runs outside the
-virtual machine.
+virtual machine. Newer releases keep modules elsewhere and compressed.
 """
 
 import fcntl
+import lzma
 import pathlib
 import re
 import shutil
@@ -25,24 +26,28 @@ class Kernel:
     def __init__(self, folder):
         """An unpacked package."""
         self.image = next(folder.glob("boot/vmlinuz-*"))
-        self._files = {path.stem: path for path in folder.glob("lib/modules/*/kernel/**/*.ko")}
+        self._files = {path.name.split(".ko")[0]: path
+                       for path in folder.glob("**/modules/*/kernel/**/*.ko*")}
 
     def modules(self):
-        """The modules' files in the order in which they can be loaded."""
-        ordered = []
+        """The modules' content by name, in the order in which they can be loaded."""
+        ordered = {}
         for name in MODULES:
             self._add(name, ordered)
         return ordered
 
     def _add(self, name, ordered):
-        path = self._files[name]
-        if path in ordered:
+        if name in ordered:
             return
-        depends = re.search(rb"\0depends=([^\0]*)\0", path.read_bytes()).group(1).decode()
+        path = self._files[name]
+        content = path.read_bytes()
+        if path.suffix == ".xz":
+            content = lzma.decompress(content)
+        depends = re.search(rb"\0depends=([^\0]*)\0", content).group(1).decode()
         for needed in filter(None, depends.split(",")):
             # Some are called with a dash in one place and an underscore in the other.
             self._add(needed if needed in self._files else needed.replace("_", "-"), ordered)
-        ordered.append(path)
+        ordered[name] = content
 
 
 def find_kernel(cache):
