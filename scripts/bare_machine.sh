@@ -51,6 +51,6 @@ inside() {
 }
 
 {
-  git clone -q . "$tree/root/object_tracking" &&
-    inside "$tree" /root/object_tracking/dev "$@"
+  git clone -q . "$tree/srv/object_tracking" &&
+    inside "$tree" /srv/object_tracking/dev "$@"
 } 2>&1 | stamped

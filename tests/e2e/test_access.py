@@ -1,11 +1,17 @@
 """Who may write: root and the service's group, nobody else."""
 
 import os
+import subprocess
+
+import pytest
 
 UNPRIVILEGED = ("setpriv", "--reuid", "nobody", "--regid", "nogroup", "--clear-groups")
 
 
 def test_an_unprivileged_user_cannot_configure(service):
+    reach = subprocess.run([*UNPRIVILEGED, "test", "-r", service.build.path / "pkg/lib/libledger.so"])
+    if reach.returncode != 0:
+        pytest.skip("the user nobody cannot read the build: the checkout lies in a closed folder")
     service.net.link("lan0")
     service.ctl("set", "office", "interface", "lan0")
     # Let the user reach the socket's folder, so that the service itself is what refuses.
