@@ -39,13 +39,6 @@ constexpr ledger_registration limits_leaves[] = {
      object_tracking_type_threshold_object_crt_apply},
 };
 
-int detach_boolean(ot_track& track) {
-  return object_tracking_delete_track_bool_objects(&track);
-}
-int detach_threshold(ot_track& track) {
-  return ot_thld_del_track_objects(&track);
-}
-
 // --- Records -------------------------------------------------------------------------------------
 
 bool is_up(const track_name& name) noexcept {
@@ -138,7 +131,7 @@ rest_of_record show_threshold(const printed_track& track) {
 extern const track_kind boolean_kind = {
     .types = boolean_types,
     .leaves = member_leaves,
-    .detach = detach_boolean,
+    .detach = [](ot_track& track) { return object_tracking_delete_track_bool_objects(&track); },
     .detach_failed = "(%s) : object_tracking_delete_track_bool_objects failed - %s",
     .release_object = free_list_members,
     .calculate = object_tracking_calc_bool_track_state,
@@ -150,7 +143,7 @@ extern const track_kind boolean_kind = {
 extern const track_kind threshold_kind = {
     .types = threshold_types,
     .leaves = limits_leaves,
-    .detach = detach_threshold,
+    .detach = [](ot_track& track) { return ot_thld_del_track_objects(&track); },
     .detach_failed = "(%s) : Delete object from track: failed - %s",
     .release_object = free_list_members,
     .calculate = object_tracking_calc_thld_track_state,

@@ -33,10 +33,6 @@ constexpr ledger_registration leaves[] = {
      object_tracking_default_verify, object_tracking_type_route_vrf_apply},
 };
 
-int detach(ot_track& track) {
-  return delete_track_from_route_entry(track.name.c_str());
-}
-
 // Whether the track has its route type item.
 int route_type_item_status(const char* name) noexcept {
   char path[160];
@@ -142,7 +138,7 @@ int object_tracking_verify_ip_mask_and_type(const ledger_change& change, ledger_
 extern const track_kind route_kind = {
     .types = types,
     .leaves = leaves,
-    .detach = detach,
+    .detach = [](ot_track& track) { return delete_track_from_route_entry(track.name.c_str()); },
     .detach_failed = "(%s) : delete_track_from_route_entry failed - %s",
     .fill_object = fill_object,
     .record_key = "type-route",
