@@ -60,10 +60,11 @@ class Frr:
                  "-P", "0", "--log", f"file:{log}", *options],
                 stdin=subprocess.DEVNULL, stdout=out, stderr=out)
         self._pids.append(self._processes[name].pid)
-        wait_until(lambda: listens(self._path(listening)), PATIENCE, f"{name} listens")
+        for path in (listening, f"{name}.vty"):
+            wait_until(lambda path=path: listens(self._path(path)), PATIENCE, f"{name} listens")
 
     def start_bfdd(self):
-        """Returns when its control socket takes connections."""
+        """Returns when its control socket and its shell take connections."""
         self._start("bfdd", "bfdd.sock", "--bfdctl", self._path("bfdd.sock"))
 
     def kill_bfdd(self):
