@@ -4,7 +4,7 @@
 // own steps.
 
 #include <cstdio>
-#include <ranges>
+#include <iterator>
 #include <span>
 
 #include "config/configuration_tree.h"
@@ -124,9 +124,9 @@ int run_steps(std::span<const start_step> steps, const start_context& context) {
 }
 
 void undo_steps(std::span<const start_step> steps) noexcept {
-  for (const start_step& step : std::views::reverse(steps)) {
-    if (step.undo != nullptr) {
-      step.undo();
+  for (auto step = steps.rbegin(); step != steps.rend(); ++step) {
+    if (step->undo != nullptr) {
+      step->undo();
     }
   }
 }
@@ -150,13 +150,12 @@ int ot_start(evm* manager, std::uint32_t start_count) {
 }
 
 void ot_stop() noexcept {
-  for (const start_phase& phase : std::views::reverse(phases)) {
-    for (const track_kind* kind : std::views::reverse(track_kinds())) {
-      if (phase.of_kinds != nullptr) {
-        undo_steps(kind->*phase.of_kinds);
-      }
+  const std::span<const track_kind* const> kinds = track_kinds();
+  for (auto phase = std::rbegin(phases); phase != std::rend(phases); ++phase) {
+    for (auto kind = kinds.rbegin(); kind != kinds.rend() && phase->of_kinds != nullptr; ++kind) {
+      undo_steps((*kind)->*phase->of_kinds);
     }
-    undo_steps(phase.steps);
+    undo_steps(phase->steps);
   }
 }
 
