@@ -2,15 +2,12 @@
 
 #include "core/track_kind.h"
 
+#include <utility>
+
 namespace ot {
 namespace {
 
-struct found_type {
-  const track_kind* kind = nullptr;
-  const track_kind_type* type = nullptr;
-};
-
-found_type find(track_type type) noexcept {
+std::pair<const track_kind*, const track_kind_type*> find(track_type type) noexcept {
   for (const track_kind* kind : track_kinds()) {
     for (const track_kind_type& candidate : kind->types) {
       if (candidate.type == type) {
@@ -24,11 +21,11 @@ found_type find(track_type type) noexcept {
 }  // namespace
 
 const track_kind* track_kind_of(track_type type) noexcept {
-  return find(type).kind;
+  return find(type).first;
 }
 
 const track_kind_type* track_kind_type_of(track_type type) noexcept {
-  return find(type).type;
+  return find(type).second;
 }
 
 }  // namespace ot

@@ -2,7 +2,6 @@
 
 #include "lists/configuration.h"
 
-#include <array>
 #include <cstring>
 
 #include "config/verifiers.h"
@@ -103,17 +102,6 @@ int make_track(const list_creation& kind, const char* name, track_type type, con
   return status;
 }
 
-struct apply_row {
-  track_type type;
-  ledger_apply_fn apply;
-};
-constexpr std::array apply_rows = {
-    apply_row{track_type::boolean_and, object_tracking_type_bool_object_apply},
-    apply_row{track_type::boolean_or, object_tracking_type_bool_object_apply},
-    apply_row{track_type::threshold_weight, object_tracking_type_threshold_object_apply},
-    apply_row{track_type::threshold_percentage, object_tracking_type_threshold_object_apply},
-};
-
 }  // namespace
 
 int object_tracking_type_list_object_verify(const ledger_change& change, ledger_verdict& verdict) {
@@ -135,12 +123,16 @@ int object_tracking_type_list_object_apply(const ledger_change& change) {
   if (type == nullptr || type->number == 0) {
     return invalid_argument;
   }
-  for (const apply_row& row : apply_rows) {
-    if (static_cast<std::uint32_t>(row.type) == type->number) {
-      return row.apply(change);
-    }
+  switch (static_cast<track_type>(type->number)) {
+    case track_type::boolean_and:
+    case track_type::boolean_or:
+      return object_tracking_type_bool_object_apply(change);
+    case track_type::threshold_weight:
+    case track_type::threshold_percentage:
+      return object_tracking_type_threshold_object_apply(change);
+    default:
+      return status_ok;
   }
-  return status_ok;
 }
 
 int apply_list_member(const list_kind& kind, const ledger_change& change) {

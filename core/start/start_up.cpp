@@ -49,13 +49,7 @@ int register_records(const start_context&) {
   return status == duplicate_key ? status_ok : status;
 }
 
-// A run function of something that needs no context and cannot fail.
-template <void (*Do)() noexcept>
-int always(const start_context&) {
-  Do();
-  return status_ok;
-}
-// The same for something that can.
+// A run function of something that needs no context.
 template <int (*Do)() noexcept>
 int without_context(const start_context&) {
   return Do();
@@ -63,7 +57,11 @@ int without_context(const start_context&) {
 
 constexpr start_step basic_steps[] = {
     {"trace flags", [](const start_context& c) { return ot_debug_init(c.manager); }},
-    {"connections", always<forget_connections>},
+    {"connections",
+     [](const start_context&) {
+       forget_connections();
+       return status_ok;
+     }},
     {"timers", open_timers, ot_timers_stop},
     {"process timers", without_context<ot_process_timers_create>},
     {"track table", without_context<tracks_table_create>, drop_all_tracks},

@@ -42,10 +42,6 @@ void fill_object(const ot_track& track, track_type_info& info) noexcept {
   info.BFDTracks.DebounceCount = bfd.debounce_count;
 }
 
-object_column show_object(const track_info_brief__&) {
-  return object_column("BFD Session");
-}
-
 rest_of_record show_detail(const printed_track& track) {
   const track_info__& record = track.record;
   const bfdprb_track_info__& bfd = record.TrackTypeInfo.BFDTracks;
@@ -86,7 +82,7 @@ extern const track_kind bfd_kind = {
     .detach = detach,
     .detach_failed = "(%s) : object_tracking_type_bfdprb_delete failed - %s",
     .fill_object = fill_object,
-    .show_object = show_object,
+    .show_object = [](const track_info_brief__&) { return object_column("BFD Session"); },
     .show_detail = show_detail,
     .service = &service,
     .tables = tables,

@@ -17,6 +17,8 @@
 namespace ot {
 namespace {
 
+constexpr std::uint32_t succeeded = 1;  // a return code
+
 constexpr track_kind_type types[] = {
     {track_type::probe, "reachability", "Reachability"},
 };
@@ -37,7 +39,6 @@ void fill_object(const ot_track& track, track_type_info& info) noexcept {
   if (probe.operation_id == 0) {
     return;
   }
-  constexpr std::uint32_t succeeded = 1;
   info.QmonTracks.QmonOpId = probe.operation_id;
   info.QmonTracks.RTT = probe.return_code == succeeded ? probe.response_time : 0;
   info.QmonTracks.ReturnCode = probe.return_code;
@@ -53,7 +54,6 @@ object_column show_object(const track_info_brief__& record) {
 // The reachability of a probe is judged by its return code, not by the track's state.
 rest_of_record show_detail(const printed_track& track) {
   constexpr std::uint32_t not_running = 0;
-  constexpr std::uint32_t succeeded = 1;
   constexpr std::uint32_t timed_out = 2;
   const prb_track_info__& probe = track.record.TrackTypeInfo.QmonTracks;
   std::printf("\tProbe Monitor %d reachability \n", static_cast<int>(probe.QmonOpId));
