@@ -14,7 +14,7 @@ void remove_member(const char* name, const char* object) {
   delete_track_bool_object(name, object);
 }
 
-constexpr list_kind boolean_kind = {
+constexpr list_kind boolean_items = {
     .apply_name = "object_tracking_type_bool_object_apply",
     .create_item = "(%s) :track = %s, bool type %d object = %s, not = %d",
     .set_item = "(%s) : track = %s, bool type %d object = %s, not = %d",
@@ -39,7 +39,7 @@ constexpr list_creation boolean_creation = {
 }  // namespace
 
 int object_tracking_type_bool_object_apply(const ledger_change& change) {
-  return apply_list_member(boolean_kind, change);
+  return apply_list_member(boolean_items, change);
 }
 
 int object_tracking_type_bool_create(const char* name, track_type type, const char* object_name,

@@ -13,7 +13,7 @@
 namespace ot {
 namespace {
 
-constexpr list_kind threshold_kind = {
+constexpr list_kind threshold_items = {
     .apply_name = "object_tracking_type_threshold_object_apply",
     .create_item = "(%s) :track = %s, threshold type %d object = %s, weight = %d",
     .set_item = nullptr,
@@ -160,7 +160,7 @@ int object_tracking_type_threshold_object_crt_apply(const ledger_change& change)
 int object_tracking_type_threshold_object_apply(const ledger_change& change) {
   const ledger_path_field* object = change.field(2);
   OT_TRACE_DETAIL("(%s) :item: %s", __func__, object == nullptr ? "" : object->text);
-  return apply_list_member(threshold_kind, change);
+  return apply_list_member(threshold_items, change);
 }
 
 int ot_thld_create_track(const char* name, track_type type, const char* object_name,
