@@ -227,7 +227,8 @@ def test_an_operation_leaves_through_its_interface(qmond, peer):
 def test_names_are_resolved(qmond):
     qmond.configure({"id": 1, "kind": "icmp", "target": "localhost"},
                     {"id": 2, "kind": "tcp", "target": "localhost:7004"},
-                    {"id": 3, "kind": "icmp", "target": "no-such-host.invalid"})
+                    {"id": 3, "kind": "icmp", "target": "no-such-host.invalid"},
+                    {"id": 4, "kind": "icmp", "target": "box.LocalHost"})
     qmond.start()
-    for operation, code in ((1, 1), (2, 4), (3, 5)):
+    for operation, code in ((1, 1), (2, 4), (3, 5), (4, 1)):
         qmond.wait_code(operation, code)

@@ -2,10 +2,12 @@
 // outlives whoever asked.
 #include "tools/qmond/resolver.h"
 
+#include <strings.h>
 #include <sys/epoll.h>
 #include <sys/time.h>
 
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 
 namespace ot::qmond {
@@ -37,6 +39,17 @@ void on_answer(void* context, int status, int /*timeouts*/, ares_addrinfo* resul
     const name_found call = std::move(query.call);
     call(query.answer);
   }
+}
+
+// These names need no file and no server (RFC 6761), and a small system may have neither.
+bool is_loopback_name(const std::string& name) {
+  constexpr std::string_view loopback = "localhost";
+  constexpr std::string_view below = ".localhost";
+  const auto ends = [&name](std::string_view end) {
+    return name.size() >= end.size() &&
+           strcasecmp(name.c_str() + (name.size() - end.size()), end.data()) == 0;
+  };
+  return (name.size() == loopback.size() && ends(loopback)) || ends(below);
 }
 
 }  // namespace
@@ -121,6 +134,11 @@ std::unique_ptr<name_query> resolver::look_up(const std::string& name, int famil
                                               std::uint16_t port, name_found call) {
   const auto shared = std::make_shared<name_query::state>();
   shared->port = port;
+  if (is_loopback_name(name)) {
+    shared->answer = address::from_text(family == AF_INET6 ? "::1" : "127.0.0.1", port);
+    shared->answered = true;
+    return std::make_unique<name_query>(shared);
+  }
   ares_addrinfo_hints hints{};
   hints.ai_family = family;
   hints.ai_flags = ARES_AI_NOSORT;
