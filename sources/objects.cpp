@@ -6,6 +6,7 @@
 #include <new>
 
 #include "state/publication.h"
+#include "state/track_record.h"
 
 namespace ot {
 
@@ -77,6 +78,7 @@ int end_track_type(const char* name, const char* who, const char* untie_name,
     return status_ok;
   }
   status = withdraw(*track);
+  release_object(*track);  // it may have become a list since
   track->type = track_type::none;
   return status;
 }

@@ -51,11 +51,15 @@ void release_track_timers(ot_track& track) noexcept {
   track.poll_timer = nullptr;
 }
 
-void forget_object(ot_track& track) noexcept {
+void release_object(ot_track& track) noexcept {
   const track_kind* kind = track_kind_of(track.type);
   if (kind != nullptr && kind->release_object != nullptr) {
     kind->release_object(track);
   }
+}
+
+void forget_object(ot_track& track) noexcept {
+  release_object(track);
   track.object.zero();
 }
 

@@ -22,6 +22,10 @@ int add_track_record(const ot_track& track, const char* who) noexcept;
 // Gives the record's timers up; a running delay still publishes before it goes.
 void release_track_timers(ot_track& track) noexcept;
 
+// Releases what the track's object owns, of whatever kind the track has become; the rest of the
+// object stays. Before the track loses its type.
+void release_object(ot_track& track) noexcept;
+
 // Empties what the track follows, releasing what it owns. Before a change of type.
 void forget_object(ot_track& track) noexcept;
 

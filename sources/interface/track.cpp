@@ -93,9 +93,10 @@ int adopt_track(ot_track& track, const char* ifname, const present_interface& fo
   return status_ok;
 }
 
-// Forgets the interface; what is left is a track without a type.
+// Forgets the interface, or the members of a track that has become a list since; what is left is a
+// track without a type.
 void clear_type(ot_track& track) noexcept {
-  track.object.zero();
+  forget_object(track);
   track.type = track_type::none;
 }
 

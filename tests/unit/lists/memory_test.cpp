@@ -6,7 +6,12 @@
 #include "lists/boolean_list.h"
 #include "lists/threshold_list.h"
 #include "platform/status.h"
+#include "sources/interface/track.h"
+#include "sources/probe/track.h"
+#include "sources/route/track.h"
 #include "state/list_evaluation.h"
+#include "state/track_record.h"
+#include "tests/support/ip_address.h"
 #include "tests/unit/lists/fixture.h"
 
 namespace ot::test {
@@ -127,6 +132,87 @@ TEST_F(list_memory, a_track_that_stops_being_a_threshold_list_gives_its_members_
   const std::int64_t with_member = count_live_allocations().count;
   ASSERT_EQ(ot_thld_create_track("l", track_type::interface, nullptr, 0), 0);
   EXPECT_EQ(count_live_allocations().count, with_member - 1);
+}
+
+// Every way on which a list ends or becomes something else. An item of another type may have been
+// committed together with the members, and be taken away later.
+struct way_out {
+  const char* name;
+  int (*take)();
+};
+const way_out ways_out[] = {
+    {"deletion", [] { return object_tracking_track_delete("l"); }},
+    {"removal of the members by name",
+     [] { return object_tracking_delete_track_bool_objects_by_name("l"); }},
+    {"an interface", [] { return object_tracking_type_interface_create("Gi1", "l"); }},
+    {"a route",
+     [] {
+       return object_tracking_type_route_create("l", nullptr, ip("10.1.0.0"), ip("255.255.0.0"),
+                                                true);
+     }},
+    {"an operation", [] { return object_tracking_type_prb_create("l", 7); }},
+    {"the end of an interface", [] { return delete_track_from_interface_entry("Gi1", "l"); }},
+    {"the end of a route", [] { return object_tracking_type_route_delete("l"); }},
+    {"the end of an operation", [] { return object_tracking_type_prb_delete("l"); }},
+    {"a type that is no list",
+     [] { return ot_thld_create_track("l", track_type::interface, nullptr, 0); }},
+    {"the loss of the table",
+     [] {
+       drop_all_tracks();
+       return status_ok;
+     }},
+};
+constexpr track_type list_types[] = {track_type::boolean_and, track_type::boolean_or,
+                                     track_type::threshold_weight,
+                                     track_type::threshold_percentage};
+
+TEST_F(list_memory, members_are_freed_on_every_way_out_of_every_list) {
+  field::interface_added("Gi1");
+  field::run_pending();
+  const auto run = [](track_type type, const way_out& way) {
+    for (const char* member : {"a", "b", "c"}) {
+      const bool threshold =
+          type == track_type::threshold_weight || type == track_type::threshold_percentage;
+      ASSERT_EQ(threshold ? ot_thld_create_track("l", type, member, 1)
+                          : object_tracking_type_bool_create("l", type, member, 0),
+                0);
+    }
+    field::advance(std::chrono::seconds(1));
+    EXPECT_EQ(way.take(), 0) << way.name;
+    forget("l");
+  };
+  for (const way_out& way : ways_out) {
+    run(track_type::boolean_and, way);  // what is made once and kept
+    const std::int64_t before = count_live_allocations().count;
+    for (const track_type type : list_types) {
+      run(type, way);
+      EXPECT_EQ(count_live_allocations().count, before)
+          << way.name << " of type " << static_cast<int>(type);
+    }
+  }
+}
+
+TEST_F(list_memory, a_list_that_loses_the_item_of_another_type_has_neither_type_nor_members) {
+  field::interface_added("Gi1");
+  for (const way_out& way : {ways_out[5], ways_out[6], ways_out[7]}) {
+    ASSERT_EQ(object_tracking_type_bool_create("l", track_type::boolean_and, "a", 0), 0);
+    ASSERT_EQ(way.take(), 0) << way.name;
+    EXPECT_EQ(track("l").type, track_type::none) << way.name;
+    EXPECT_EQ(track("l").object.list.members, nullptr) << way.name;
+    forget("l");
+  }
+}
+
+TEST_F(list_memory, a_commit_may_take_the_first_of_two_types_away) {
+  field::interface_added("eth0");
+  const std::string item = track_path("l", "type/interface/0x1/info/interface");
+  apply({set_text(item, "eth0"), set_number(member_item("l", 3, "a"), 0)});
+  ASSERT_EQ(members("l"), "a=0");
+  apply({remove_item(item)});
+  EXPECT_EQ(track("l").type, track_type::none);
+  EXPECT_EQ(hash_db_get_interface_item("eth0")->tracks, nullptr);
+  apply({set_number(member_item("l", 3, "b"), 1)});
+  EXPECT_EQ(members("l"), "b=1");
 }
 
 TEST_F(list_memory, a_list_keeps_its_members_as_another_kind_of_list) {
