@@ -149,6 +149,10 @@ void probe_stopped(std::uint32_t op_id);
 std::vector<std::string> take_messages();
 std::vector<std::string> take_traces();
 
+// Calls `watch` with each trace line as it is made, in the thread that makes it, until the next
+// reset: what else has happened by then is there to be seen.
+void watch_traces(std::function<void(const std::string& line)> watch);
+
 // How many events the publisher published, whether anyone wanted them or not. Subscribers come
 // through platform/event_subscriber.h.
 std::uint64_t events_published();

@@ -137,8 +137,11 @@ int rtclient_lookup(rtclient* /*client*/, std::uint32_t family, std::uint32_t ta
                     std::uint32_t address, rtclient_result** ret) noexcept {
   alloc_faults_paused pause;
   *ret = nullptr;
-  if (const int code = call_error("rtclient_lookup")) {
-    return code;
+  if (const auto ordered = take_failure("rtclient_lookup")) {
+    return ordered->result;  // 0: an answer without a result
+  }
+  if (!world_part<fib_part>().running) {
+    return fib_not_running;
   }
   if (family != fib_family_ipv4) {
     return invalid_argument;

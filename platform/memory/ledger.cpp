@@ -127,10 +127,8 @@ int memory_environment::notify(std::string_view base,
   for (const ledger_dpv_notification& entry : entries) {
     const std::uint32_t* value =
         entry.kind == ledger_notification_delete ? entry.old_value : entry.new_value;
-    batch.push_back({.path = std::string{base} + entry.path,
-                     .kind = entry.kind,
-                     .value = value == nullptr ? 0 : *value,
-                     .sequence = entry.sequence});
+    batch.push_back({std::string{base} + entry.path, entry.kind, value == nullptr ? 0 : *value,
+                     entry.sequence, entry});
   }
   batches.push_back(std::move(batch));
   for (ledger_subscription* follower : followers) {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/ledger.h"
+#include "platform/ledger_provider.h"
 
 namespace ot {
 
@@ -41,6 +42,7 @@ struct ledger_sent_notification {
   std::uint32_t kind = 0;
   std::uint32_t value = 0;  // of a set the new one, of a delete the old one
   std::uint32_t sequence = 0;
+  ledger_dpv_notification entry;  // as it was handed over; what it points to is gone
 };
 // The batches handed to ledger_dpv_generate_notifications since the reset or the last call of this.
 std::vector<std::vector<ledger_sent_notification>> ledger_control_take_notifications();

@@ -3,6 +3,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -33,7 +34,9 @@ struct lines {
 };
 
 struct message_lines : lines {};
-struct trace_lines : lines {};
+struct trace_lines : lines {
+  std::function<void(const std::string&)> watch;
+};
 
 [[gnu::format(printf, 1, 0)]] std::string formatted(const char* format, std::va_list arguments) {
   char buffer[longest_text + 1];
@@ -64,7 +67,11 @@ void dbg_print(const dbg_flag& /*flag*/, std::uint32_t /*reserved1*/, std::uint3
   va_start(arguments, format);
   std::string line = formatted(format, arguments);
   va_end(arguments);
-  world_part<trace_lines>().add(std::move(line));
+  trace_lines& traces = world_part<trace_lines>();
+  if (traces.watch != nullptr) {
+    traces.watch(line);
+  }
+  traces.add(std::move(line));
 }
 
 namespace field {
@@ -75,6 +82,10 @@ std::vector<std::string> take_messages() {
 
 std::vector<std::string> take_traces() {
   return world_part<trace_lines>().take();
+}
+
+void watch_traces(std::function<void(const std::string& line)> watch) {
+  world_part<trace_lines>().watch = std::move(watch);
 }
 
 }  // namespace field

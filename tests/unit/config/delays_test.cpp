@@ -4,6 +4,7 @@
 #include <chrono>
 
 #include "core/debug.h"
+#include "platform/memory/alloc_faults.h"
 #include "platform/memory/controls.h"
 #include "platform/status.h"
 #include "state/publication.h"
@@ -168,6 +169,35 @@ TEST_F(delays, what_they_do_is_traced) {
   ASSERT_EQ(commit({remove_item(track_path("t", "delay_down"))}), 0);
   EXPECT_THAT(field::take_traces(),
               Contains("(object_tracking_delay_down_apply) :LEDGER_EVENT_DELETE"));
+}
+
+TEST_F(delays, that_find_no_memory_for_their_track_are_traced_and_12) {
+  const ledger_path_field name{"t", 0};
+  ledger_value seconds_up;
+  ASSERT_EQ(ledger_value_assign(seconds_up, ledger_kind::u32, bytes_of_numbers({7})), 0);
+  ledger_change change;
+  change.event = ledger_event_create;
+  change.fields = {&name, 1};
+  change.new_value = &seconds_up;
+  ot_debug[ot_debug_error].enabled = 1;
+  const struct {
+    const char* who;
+    ledger_apply_fn apply;
+  } rows[] = {{"object_tracking_delay_up_apply", object_tracking_delay_up_apply},
+              {"object_tracking_delay_down_apply", object_tracking_delay_down_apply}};
+  for (const auto& row : rows) {
+    field::take_traces();
+    {
+      alloc_faults faults{0};
+      EXPECT_EQ(row.apply(change), no_memory);
+    }
+    EXPECT_THAT(field::take_traces(),
+                ElementsAre("(object_tracking_set_create_track_delay) : malloc() failed.",
+                            "(" + std::string{row.who} +
+                                ") : object_tracking_set_create_track_delay failed - Cannot "
+                                "allocate memory"));
+    EXPECT_EQ(hash_db_count(tracks_table), 0U);
+  }
 }
 
 }  // namespace

@@ -121,7 +121,9 @@ TEST_F(verifiers, a_track_accepts_only_its_own_type) {
       EXPECT_THAT(ask(verify, event, {{"t0", 0}, {"0x4", 4}}), accepted());  // only delays so far
       EXPECT_THAT(ask(verify, event, {{"none", 0}, {"0x4", 4}}), accepted());
     }
-    EXPECT_THAT(ask(verify, ledger_event_delete, {{"t1", 0}, {"0x4", 4}}), accepted());
+    for (const std::uint32_t event : {0U, 4U, 5U, 6U, 7U}) {  // anything but create and set
+      EXPECT_THAT(ask(verify, event, {{"t1", 0}, {"0x4", 4}}), accepted()) << event;
+    }
   }
 }
 
@@ -136,7 +138,9 @@ TEST_F(verifiers, a_list_may_not_name_itself_but_another_spelling_of_it) {
     EXPECT_THAT(member(event, "List"), accepted());
     EXPECT_THAT(member(event, "list2"), accepted());
   }
-  EXPECT_THAT(member(ledger_event_delete, "list"), accepted());
+  for (const std::uint32_t event : {0U, 4U, 5U, 6U, 7U}) {
+    EXPECT_THAT(member(event, "list"), accepted()) << event;
+  }
 }
 
 class address_verifier : public verifiers {
@@ -178,6 +182,13 @@ TEST_F(address_verifier, a_set_address_needs_the_route_type_item_too) {
   make_route_type_item();
   EXPECT_THAT(ask_mask(ledger_event_set, 0xffffff00U), accepted());
   EXPECT_THAT(ask_mask(ledger_event_set, 0xff00ff00U), refused(0xa64c8400U, mask_text));
+}
+
+TEST_F(address_verifier, a_set_is_asked_for_its_type_item_before_its_mask) {
+  EXPECT_THAT(ask_mask(ledger_event_set, 0xff00ff00U), type_conflict);
+  EXPECT_THAT(field::take_messages(),
+              ElementsAre("OT-SERVICES-7-LEDGER_FAIL: Configuration Error: : The track already has "
+                          "another type"));
 }
 
 TEST_F(address_verifier, a_read_that_fails_counts_as_no_type_item) {

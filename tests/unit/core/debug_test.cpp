@@ -10,6 +10,7 @@
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
 #include "tests/support/ledger_proposals.h"
+#include "tests/unit/odd_answers.h"
 
 namespace ot {
 namespace {
@@ -70,6 +71,24 @@ TEST_F(debug_flags, a_failing_registration_is_reported_and_1) {
   EXPECT_EQ(ot_debug_init(nullptr), 1);
   EXPECT_EQ(field::take_messages(),
             std::vector<std::string>{"OT-SERVICES-3-INIT_FAIL: debug_register failed"});
+}
+
+TEST_F(debug_flags, are_initialised_in_this_order_at_level_7) {
+  const test::with_odd_answers odd({.note_flags = true});
+  ASSERT_EQ(ot_debug_init(nullptr), 0);
+  EXPECT_EQ(test::take_flags_initialised(),
+            (std::vector<std::string>{"7 detail 1", "7 error 1", "7 notification 1"}));
+}
+
+TEST_F(debug_flags, the_first_that_cannot_be_initialised_is_reported_and_1) {
+  std::size_t tried = 0;
+  for (const char* name : {"detail", "error", "notification"}) {
+    const test::with_odd_answers odd({.note_flags = true, .failing_flag = name});
+    EXPECT_EQ(ot_debug_init(nullptr), 1) << name;
+    EXPECT_EQ(test::take_flags_initialised().size(), ++tried) << "the rest is not tried";
+    EXPECT_EQ(field::take_messages(),
+              std::vector<std::string>{"OT-SERVICES-3-INIT_FAIL: debug_init_event failed"});
+  }
 }
 
 TEST_F(debug_flags, nothing_is_evaluated_for_a_flag_that_is_off) {

@@ -115,27 +115,6 @@ TEST_F(boolean_lists, a_track_with_delays_only_becomes_a_list) {
   EXPECT_EQ(commit({set_number(list_item("l", 4, "a"), 1)}), track_type_conflict);
 }
 
-// What a member item without an old value or with missing path fields does is up to the ledger's
-// caller; the apply functions are called as it would.
-struct direct_change {
-  ledger_path_field fields[3];
-  std::size_t count = 3;
-  ledger_value new_value;
-  ledger_change change;
-
-  direct_change(std::uint32_t event, const char* track, std::uint32_t type, const char* object,
-                std::uint32_t value)
-      : fields{{track, 0}, {"0x", type}, {object, 0}} {
-    EXPECT_EQ(ledger_value_assign(new_value, ledger_kind::u32, bytes_of_numbers({value})), 0);
-    change.event = event;
-    change.new_value = &new_value;
-  }
-  const ledger_change& get() {
-    change.fields = std::span(fields, count);
-    return change;
-  }
-};
-
 TEST_F(boolean_lists, a_set_without_an_old_value_adds_a_second_member) {
   direct_change first(ledger_event_create, "l", 3, "a", 0);
   direct_change second(ledger_event_set, "l", 3, "a", 1);

@@ -179,6 +179,39 @@ TEST_F(list_calculation, a_failed_publication_ends_it) {
   EXPECT_EQ(state("m"), track_state::down);
 }
 
+// What was computed stands, published or not: it is not computed and reported anew.
+TEST_F(list_calculation, a_failed_publication_keeps_the_result) {
+  object("a", true);
+  limits("w", 7, "0x5", 1);
+  for (const int type : {3, 4, 7}) {
+    const std::string name = type == 7 ? "w" : "b" + std::to_string(type);
+    list(name, type, {{"a", type == 7 ? 2U : 0U}});
+    ASSERT_EQ(state(name), track_state::up);
+  }
+  const text_lines names = {"b3", "b4", "w"};
+  std::vector<std::uint32_t> once_more;
+  for (const std::string& name : names) once_more.push_back(publications(name) + 1);
+  const auto counts = [&] {
+    std::vector<std::uint32_t> all;
+    for (const std::string& name : names) all.push_back(publications(name));
+    return all;
+  };
+  field::link_down("a");
+  field::run_pending();
+  for (int round = 0; round < 3; ++round) {  // each round one list more
+    ledger_control_fail_next(ledger_operation::set, ledger_storage_failure);
+    object_tracking_calc_tracks_state_after_timer_expired();
+  }
+  for (const std::string& name : names) {
+    EXPECT_EQ(source(name), track_state::down) << name;
+    EXPECT_EQ(state(name), track_state::down) << name;
+    EXPECT_EQ(published(name), 1U) << name;
+  }
+  EXPECT_EQ(counts(), once_more);
+  settle();
+  EXPECT_EQ(counts(), once_more);
+}
+
 TEST_F(list_calculation, a_delayed_list_publishes_later) {
   object("a", true);
   list("l", 3, {{"a"}});

@@ -3,10 +3,12 @@
 #pragma once
 
 #include <chrono>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "platform/ledger_config.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
 #include "state/timers.h"
@@ -30,6 +32,39 @@ inline std::string member_item(const std::string& track, int type, const std::st
 inline std::string limits_item(const std::string& track, int type, const std::string& up) {
   return list_item(track, type, "thld_limits/val_up/" + up + "/val_dn");
 }
+
+// A change as the ledger hands it to the functions of a list's items. What they do without an old
+// value or with missing path fields is up to the ledger's caller; they are called as it would.
+struct direct_change {
+  ledger_path_field fields[3];
+  std::size_t count = 3;
+  ledger_value old_value;
+  ledger_value new_value;
+  ledger_change change;
+
+  // `last`: the member's name, or null for limits, whose up limit is `up` then.
+  direct_change(std::uint32_t event, const char* track, std::uint32_t type, const char* last,
+                std::uint32_t value, std::uint32_t up = 0)
+      : fields{{track, 0}, {"0x", type}, {last == nullptr ? "0x" : last, up}} {
+    EXPECT_EQ(ledger_value_assign(new_value, ledger_kind::u32, bytes_of_numbers({value})), 0);
+    change.event = event;
+    change.new_value = &new_value;
+  }
+  direct_change& from(std::uint32_t value) {
+    EXPECT_EQ(ledger_value_assign(old_value, ledger_kind::u32, bytes_of_numbers({value})), 0);
+    change.old_value = &old_value;
+    return *this;
+  }
+  // Nothing is there afterwards.
+  direct_change& to_nothing() {
+    change.new_value = nullptr;
+    return *this;
+  }
+  const ledger_change& get() {
+    change.fields = std::span(fields, count);
+    return change;
+  }
+};
 
 class list_fixture : public running_service {
  protected:

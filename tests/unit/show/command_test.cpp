@@ -1,5 +1,6 @@
 // "show track" as a whole: arguments, reading from the service, failures.
 #include <algorithm>
+#include <cstdio>
 
 #include "core/start/main.h"
 #include "platform/err_string.h"
@@ -182,6 +183,42 @@ TEST_F(show_command, a_record_of_all_that_finds_no_memory_is_passed_over) {
   EXPECT_THAT(field::take_traces(),
               Contains("(ot_show_all_tracks_info): Failed to decode DPV brec: " +
                        std::string(err_string(no_memory)) + " "));
+}
+
+TEST_F(show_command, a_record_that_cannot_be_decoded_does_not_end_the_walk) {
+  add_interface("a", "eth0");
+  add_interface("b", "eth0");
+  std::string all = printed([] {
+    for_each_failing_allocation(ot_show_all_tracks_info,
+                                [](std::uint64_t, bool) { std::fputs("end of a run\n", stdout); });
+  });
+  std::size_t with_one = 0;
+  std::size_t last = 0;
+  for (std::size_t end = all.find("end of a run\n"); end != std::string::npos;
+       end = all.find("end of a run\n")) {
+    last = tracks_in(all.substr(0, end)).size();
+    with_one += last == 1 ? 1 : 0;
+    all.erase(0, all.find('\n', end) + 1);
+  }
+  EXPECT_EQ(last, 2U);
+  EXPECT_GE(with_one, 2U) << "either record may be the one that finds no memory";
+}
+
+TEST_F(show_command, base_and_path_are_read_with_at_most_127_characters_each) {
+  const std::string longest(127, 'p');
+  const auto seven = bytes_of_numbers({7});
+  ASSERT_EQ(ledger_item_set(ledger_get_default_conn(), ("debug/" + longest).c_str(),
+                            ledger_kind::u32, seven),
+            0);
+  ledger_value value;
+  EXPECT_EQ(ot_ledger_read_oper("/debug/", (longest + "qqq").c_str(), &value), 0);
+  EXPECT_EQ(value.as_u32(), 7U);
+  EXPECT_EQ(ot_ledger_read_oper("/debug/", longest.substr(1).c_str(), &value), ledger_no_data);
+  const std::string base = "/debug/" + std::string(120, 'b');  // 127 characters
+  ASSERT_EQ(ledger_item_set(ledger_get_default_conn(), (base + "x").substr(1).c_str(),
+                            ledger_kind::u32, seven),
+            0);
+  EXPECT_EQ(ot_ledger_read_oper((base + "cut off").c_str(), "x", &value), 0);
 }
 
 // A reading process that has nothing of the service in it.

@@ -3,7 +3,9 @@
 
 #include <chrono>
 
+#include "oper/outlets/notifications.h"
 #include "platform/ledger_status.h"
+#include "platform/memory/alloc_faults.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
 #include "tests/unit/service_fixture.h"
@@ -162,6 +164,23 @@ TEST_F(ledger_state, the_processes_own_connection_is_bound_once_started) {
   ot_ha_ledger_unbind();
   EXPECT_FALSE(is_bound_ot_ha_ledger);
   EXPECT_EQ(ot_ha_ledger, nullptr);
+}
+
+TEST_F(ledger_state, what_binds_for_one_operation_unbinds_after_it) {
+  for (const int failure : {0, ledger_storage_failure}) {
+    store(1);
+    track_state read = not_a_state;
+    const std::int64_t before = count_live_allocations().count;
+    for (const reader_row& reader : readers) {
+      if (failure != 0) ledger_control_fail_next(ledger_operation::get, failure);
+      EXPECT_EQ(reader.read("t", &read), failure);
+    }
+    EXPECT_EQ(count_live_allocations().count, before);
+    ledger_control_fail_next(ledger_operation::erase, ledger_storage_failure);
+    EXPECT_EQ(object_tracking_delete_item_from_ledger("t"), ledger_storage_failure);
+    ot_notifications_drop();
+    EXPECT_EQ(count_live_allocations().count, before);
+  }
 }
 
 }  // namespace

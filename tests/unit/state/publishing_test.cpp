@@ -95,6 +95,52 @@ TEST_F(publishing, publishes_one_event_each_time) {
   evdl_unsubscribe(subscriber);
 }
 
+TEST_F(publishing, writes_the_item_then_queues_the_notification_then_publishes_the_event) {
+  std::optional<std::uint32_t> written;
+  std::uint64_t events = 99;
+  field::watch_traces([&](const std::string& line) {
+    if (line == "OT DPV - Notification 1 queued (t)") {
+      written = published("t");
+      events = field::events_published();
+    }
+  });
+  trace();
+  publish("t", track_state::up);
+  EXPECT_EQ(written, 1U);
+  EXPECT_EQ(events, 0U);
+  EXPECT_EQ(field::events_published(), 1U);
+}
+
+TEST_F(publishing, has_the_record_and_the_message_before_anything_leaves) {
+  track_state state = track_state::unknown;
+  text_lines messages;
+  field::watch_traces([&](const std::string& line) {
+    if (line == "OT DPV - Notification 1 queued (t)") {
+      state = track("t").state;
+      messages = field::take_messages();
+    }
+  });
+  trace();
+  publish("t", track_state::up);
+  EXPECT_EQ(state, track_state::up);
+  EXPECT_THAT(messages, ElementsAre("OT-SERVICES-6-TRACK_INFO: track t state Track_Up"));
+}
+
+// The name is cut in the event, its length is not: so it is nobody else's.
+TEST_F(publishing, a_long_name_is_not_taken_for_the_name_that_it_is_cut_to) {
+  evdl_subscriber* subscriber = nullptr;
+  const std::string cut(31, 'n');
+  const evdl_filter wanted[] = {{cut, true, 0}};
+  ASSERT_EQ(evdl_subscribe(wanted, &subscriber), 0);
+  publish((cut + "n").c_str(), track_state::up);
+  publish(cut.c_str(), track_state::down);
+  std::vector<std::uint32_t> states;
+  evdl_receive(subscriber, 0,
+               [&](const evdl_track_event& event) { states.push_back(event.state); });
+  EXPECT_THAT(states, ElementsAre(2U));
+  evdl_unsubscribe(subscriber);
+}
+
 TEST_F(publishing, requests_a_recalculation_of_the_lists) {
   EXPECT_FALSE(recalculation_requested());
   publish("t", track_state::up);

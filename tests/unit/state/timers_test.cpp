@@ -11,6 +11,7 @@
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
 #include "state/list_evaluation.h"
+#include "tests/unit/odd_answers.h"
 #include "tests/unit/service_fixture.h"
 
 namespace ot::test {
@@ -303,6 +304,25 @@ TEST_F(timers, an_expiry_that_fails_is_reported_and_the_next_one_done) {
           err_string(ledger_full)));
   EXPECT_EQ(published("first"), std::nullopt);
   EXPECT_EQ(published("second"), 1u);
+}
+
+TEST_F(timers, a_leaf_of_no_known_kind_is_named_by_its_context_and_the_next_one_done) {
+  wtm_leaf* odd = set_ot_delay_timer(context(timer_kind::track_delay, "odd", 1));
+  wtm_leaf* next = set_ot_delay_timer(context(timer_kind::track_delay, "next", 1));
+  set_ot_wait_timer(odd);
+  set_ot_wait_timer(next);
+  const with_odd_answers disguised({.disguised = odd, .disguise = 9});
+  trace();
+  field::advance(20ms);
+  const auto lines = field::take_traces();
+  EXPECT_THAT(lines,
+              contains_in_order(text_lines{
+                  "(handle_ot_wtm_timer_expired) : UNKNOWN expired", "Entering (get_timer_ctx) : ",
+                  "(handle_ot_wtm_timer_expired) unknown timer type 3",
+                  "(handle_ot_wtm_timer_expired) : OT_MSG_TIMER_TRACKS_DELAY expired"}));
+  EXPECT_FALSE(wtm_timer_leaf_running(odd));
+  EXPECT_EQ(published("odd"), std::nullopt);
+  EXPECT_EQ(published("next"), 1u);
 }
 
 TEST_F(timers, operations_trace_their_entry) {

@@ -4,7 +4,9 @@
 #include "core/connections.h"
 #include "core/debug.h"
 #include "platform/event_connections.h"
+#include "platform/event_manager.h"
 #include "platform/ledger_status.h"
+#include "platform/memory/alloc_faults.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
 #include "sources/interface/client.h"
@@ -91,6 +93,56 @@ TEST_F(start_up, names_the_step_that_failed) {
         Contains(std::string{"OT-SERVICES-3-INIT_FAIL: start-up failed at: "} + failing.message));
     stop();
   }
+}
+
+TEST_F(start_up, names_the_connection_that_failed) {
+  struct row {
+    const char* operation;
+    const char* message;
+  };
+  for (const row& failing : {row{"vmap_c_lib_init", "VRF service (Permission denied)"},
+                             row{"rtclient_init", "FIB (Permission denied)"}}) {
+    field::fail_next(failing.operation, 13);
+    EXPECT_EQ(start(), 13) << failing.operation;
+    EXPECT_THAT(field::take_messages(),
+                ElementsAre(std::string{"OT-SERVICES-3-INIT_FAIL: start-up failed at: "} +
+                            failing.message));
+    stop();
+  }
+}
+
+TEST_F(start_up, without_memory_names_what_found_none) {
+  text_lines said;
+  for_each_failing_allocation([&] { ot_start(manager, 1); },
+                              [&](std::uint64_t, bool hit) {
+                                for (const std::string& line : field::take_messages()) {
+                                  said.push_back(line);
+                                }
+                                if (hit) {
+                                  stop();
+                                  ASSERT_EQ(evm_create(&manager), 0);
+                                }
+                              },
+                              200);
+  const std::string failed = "OT-SERVICES-3-INIT_FAIL: start-up failed at: ";
+  EXPECT_THAT(said, testing::Contains(failed + "timers (Invalid argument)"));
+  for (const char* step : {"process timers", "track table", "interface table", "route table",
+                           "probe table", "BFD table", "operational records"}) {
+    EXPECT_THAT(said, testing::Contains(failed + step + " (Cannot allocate memory)"));
+  }
+}
+
+TEST_F(start_up, goes_on_past_a_stored_item_that_cannot_be_applied) {
+  field::interface_added("Gi1");
+  const std::string bad = track_path("bad", "type/list/0x7/thld_limits/val_up/0x0/val_dn");
+  ledger_control_put(bad, ledger_kind::u32, bytes_of_numbers({1}));
+  store_interface_track("good", "Gi1");
+  EXPECT_EQ(start(), 0);
+  EXPECT_EQ(track("good").state, track_state::up);
+  EXPECT_EQ(hash_db_get_track_item("bad"), nullptr);
+  EXPECT_THAT(field::take_messages(),
+              ElementsAre("OT-SERVICES-6-TRACK_INFO: track good state Track_Up"));
+  EXPECT_THAT(ledger_control_take_log(), ElementsAre(testing::HasSubstr(bad)));
 }
 
 TEST_F(start_up, fails_when_the_published_states_cannot_be_bound) {

@@ -8,6 +8,7 @@
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
+#include "state/timers.h"
 #include "tests/unit/service_fixture.h"
 
 namespace ot::test {
@@ -55,11 +56,40 @@ TEST_F(notifications, a_set_carries_the_new_value_and_a_delete_the_old_one) {
   EXPECT_EQ(batches[0][1].sequence, 2u);
 }
 
+TEST_F(notifications, an_entry_says_of_which_of_its_values_it_has_and_how_long_that_is) {
+  EXPECT_EQ(OT_dpv_queue_notification("a", 2, 0), 0);
+  EXPECT_EQ(OT_dpv_queue_notification("b", 0, 1), 0);
+  EXPECT_EQ(OT_dpv_dispatch_notifications(), 0);
+  const auto batches = ledger_control_take_notifications();
+  ASSERT_EQ(batches.size(), 1u);
+  ASSERT_EQ(batches[0].size(), 2u);
+  const ledger_dpv_notification& set = batches[0][0].entry;
+  EXPECT_EQ(set.valid, 1u);
+  EXPECT_NE(set.new_value, nullptr);
+  EXPECT_EQ(set.new_value_length, 4u);
+  EXPECT_EQ(set.old_value, nullptr);
+  EXPECT_EQ(set.old_value_length, 0u);
+  const ledger_dpv_notification& deleted = batches[0][1].entry;
+  EXPECT_EQ(deleted.valid, 1u);
+  EXPECT_EQ(deleted.new_value, nullptr);
+  EXPECT_EQ(deleted.new_value_length, 0u);
+  EXPECT_NE(deleted.old_value, nullptr);
+  EXPECT_EQ(deleted.old_value_length, 4u);
+}
+
 TEST_F(notifications, another_mode_is_refused_and_queues_nothing) {
   EXPECT_EQ(OT_dpv_queue_notification("t", 1, 2), invalid_argument);
   EXPECT_EQ(OT_dpv_queue_notification("t", 1, -1), invalid_argument);
   field::advance(1s);
   EXPECT_THAT(batch_sizes(), IsEmpty());
+}
+
+TEST_F(notifications, the_first_entry_arms_the_timer_before_its_mode_is_looked_at) {
+  ASSERT_FALSE(wtm_timer_leaf_running(tracks_nfn_timer));
+  const auto before = count_live_allocations().count;
+  EXPECT_EQ(OT_dpv_queue_notification("t", 1, 2), invalid_argument);
+  EXPECT_TRUE(wtm_timer_leaf_running(tracks_nfn_timer));
+  EXPECT_EQ(count_live_allocations().count, before);
 }
 
 TEST_F(notifications, a_batch_leaves_100_ms_after_its_first_entry) {

@@ -75,6 +75,39 @@ TEST_F(record_fill, a_route_reports_its_mask_as_length) {
   }
 }
 
+TEST_F(record_fill, a_route_has_a_next_hop_while_its_object_is_up_whatever_is_published) {
+  field::route_added("10.1.0.0", 16, "eth4");
+  ot_track& made = add("r", track_type::route);
+  made.object.route.prefix = inet_addr("10.1.0.0");
+  made.object.route.mask = inet_addr("255.255.0.0");
+  made.object.route.vrf.assign("default");
+  const auto next_hops = [&] {
+    return lines{std::string{filled(made)->TrackTypeInfo.RouteTracks.NextHop.view()},
+                 std::string{filled_brief(made)->TrackTypeInfo.RouteTracks.NextHop.view()}};
+  };
+  made.state = track_state::down;
+  EXPECT_EQ(next_hops(), lines(2, "eth4"));
+  made.state = track_state::up;
+  made.source_state = track_state::down;
+  EXPECT_EQ(next_hops(), lines(2, ""));
+  made.source_state = track_state::unknown;
+  EXPECT_EQ(next_hops(), lines(2, ""));
+}
+
+TEST_F(record_fill, a_next_hop_that_cannot_be_looked_up_is_empty_and_traced) {
+  field::route_added("10.1.0.0", 16, "eth4");
+  ot_track& made = add("r", track_type::route);
+  made.object.route.prefix = inet_addr("10.1.0.0");
+  made.object.route.mask = inet_addr("255.255.0.0");
+  made.object.route.vrf.assign("default");
+  field::fail_next("rtclient_lookup", 5);
+  trace();
+  EXPECT_EQ(filled(made)->TrackTypeInfo.RouteTracks.NextHop.view(), "");
+  EXPECT_THAT(field::take_traces(),
+              Contains("(ot_fill_track_info) : ot_fec_lookup for ip 10.1.0.0 vrf default failed - "
+                       "Input/output error"));
+}
+
 TEST_F(record_fill, a_probe_has_a_response_time_only_after_success) {
   struct row {
     std::uint32_t operation, code, time, reported_operation, reported_code, reported_time;
@@ -139,6 +172,14 @@ TEST_F(record_fill, a_member_stands_with_its_published_state) {
   EXPECT_TRUE(boolean->BoolTracks->TrackState);
   const auto threshold = filled(add_list("sum", track_type::threshold_weight, {{"held", 1}}));
   EXPECT_TRUE(threshold->ThresholdTracks->TrackState);
+}
+
+TEST_F(record_fill, a_member_whose_change_to_up_is_held_back_is_not_up_yet) {
+  add_interface("held", "eth0", track_state::down).source_state = track_state::up;
+  const auto boolean = filled(add_list("or", track_type::boolean_or, {{"held", 0}}));
+  EXPECT_FALSE(boolean->BoolTracks->TrackState);
+  const auto threshold = filled(add_list("sum", track_type::threshold_weight, {{"held", 1}}));
+  EXPECT_FALSE(threshold->ThresholdTracks->TrackState);
 }
 
 TEST_F(record_fill, threshold_lists_report_limits_and_weights) {

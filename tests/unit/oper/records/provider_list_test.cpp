@@ -228,5 +228,25 @@ TEST_F(provider_list, a_failure_to_add_is_traced) {
                                "item a "));
 }
 
+TEST_F(provider_list, the_builders_and_fillers_trace_their_entry) {
+  add_interface("a", "eth0");
+  trace();
+  datalist("");
+  EXPECT_THAT(
+      field::take_traces(),
+      testing::IsSupersetOf(
+          {"Entering (ot_track_list_datalist) : ", "Entering (ot_get_tracks) : ",
+           "Entering (ot_fill_track_info) : ", "Entering (ot_fill_intf_tracking_info) : "}));
+  ask(ot_track_brief_list, ledger_dpv_list_free, "");
+  EXPECT_THAT(field::take_traces(),
+              testing::IsSupersetOf(
+                  {"Entering (ot_track_brief_list_datalist) : ",
+                   "Entering (ot_get_tracks_brief) : ", "Entering (ot_fill_track_info_brief) : "}));
+  detail("type-interface");
+  EXPECT_THAT(field::take_traces(), Contains("Entering (ot_get_tracks_by_type) : "));
+  brief("a");
+  EXPECT_THAT(field::take_traces(), Contains("Entering (ot_get_track_by_name_brief) : "));
+}
+
 }  // namespace
 }  // namespace ot::test

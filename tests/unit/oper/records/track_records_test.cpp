@@ -45,6 +45,62 @@ TEST_F(track_records, the_descriptors_say_where_they_come_from) {
             std::string_view::npos);
 }
 
+// Readers of every version look fields up by these strings, misspelled names included.
+TEST_F(track_records, the_field_strings_are_these_to_the_letter) {
+  struct row {
+    const brec_descriptor& type;
+    const char* name;
+    const char* full;
+    const char* brief;
+  };
+  for (const row& wanted : {
+           row{bool_track_info___brec, "bool_track_info__",
+               "$1=L{next}p($1){ObjectName}33x%S{TrackState}b{WithNot}b;", "$1=Lp($1)33x%Sbb;"},
+           row{threshold_track_info___brec, "threshold_track_info__",
+               "$2=L{next}p($2){ObjectName}33x%S{TrackState}b{Weight}D;", "$2=Lp($2)33x%SbD;"},
+           row{route_track_info___brec, "route_track_info__",
+               "$3={Prefix}D{PrefixLength}D{VRF}120x%S{NextHop}120x%S;", "$3=DD120x%S120x%S;"},
+           row{intf_track_info___brec, "intf_track_info__", "$4={InterfaceName}120x%S;",
+               "$4=120x%S;"},
+           row{interface_tracking_info___brec, "interface_tracking_info__",
+               "$5=L{next}p($5){InterfaceName}120x%S;", "$5=Lp($5)120x%S;"},
+           row{prb_track_info___brec, "prb_track_info__", "$6={QmonOpId}D{RTT}D{ReturnCode}D;",
+               "$6=DDD;"},
+           row{bfdprb_track_info___brec, "bfdprb_track_info__",
+               "$7={InterfaceName}120x%S{DestinationAddress}D{Rate}D{DebounceCount}D;",
+               "$7=120x%SDDD;"},
+           row{delayed_state_status___brec, "delayed_state_status__",
+               "$9={TimeRemaining}D{TrackState}b;", "$9=Db;"},
+           row{track_info___brec, "track_info__",
+               "$10=L{next}p($10){TrackeName}33x%S{Type}[track_type__]e{TrackState}b"
+               "{StateChangeCounter}D{SecondsLastChange}H{TrackTypeInfo}$8{BoolTracks}p($1)"
+               "{ThresholdTracks}p($2){ThresholdUp}p(D){ThresholdDown}p(D){TrackingInteraces}p($5)"
+               "{Delayed}p($9);$1=L{next}p($1){ObjectName}33x%S{TrackState}b{WithNot}b;"
+               "$2=L{next}p($2){ObjectName}33x%S{TrackState}b{Weight}D;"
+               "$3={Prefix}D{PrefixLength}D{VRF}120x%S{NextHop}120x%S;$4={InterfaceName}120x%S;"
+               "$5=L{next}p($5){InterfaceName}120x%S;$6={QmonOpId}D{RTT}D{ReturnCode}D;"
+               "$7={InterfaceName}120x%S{DestinationAddress}D{Rate}D{DebounceCount}D;"
+               "$8=?(<discriminant,track_type__>,1:{InterfaceTracks}$4,2:{RouteTracks}$3,"
+               "5:{QmonTracks}$6,9:{BFDTracks}$7,?:v);$9={TimeRemaining}D{TrackState}b;",
+               "$10=Lp($10)33x%SebDH$8.p($1)p($2)p(D)p(D)p($5)p($9);$1=Lp($1)33x%Sbb;"
+               "$2=Lp($2)33x%SbD;$3=DD120x%S120x%S;$4=120x%S;$5=Lp($5)120x%S;$6=DDD;"
+               "$7=120x%SDDD;$8=?(,1:$4.,2:$3.,5:$6.,9:$7.,?:v);$9=Db;"},
+           row{track_info_brief___brec, "track_info_brief__",
+               "$11=L{next}p($11){TrackeName}33x%S{Type}[track_type__]e{TrackState}b"
+               "{TrackTypeInfo}$8;$3={Prefix}D{PrefixLength}D{VRF}120x%S{NextHop}120x%S;"
+               "$4={InterfaceName}120x%S;$6={QmonOpId}D{RTT}D{ReturnCode}D;"
+               "$7={InterfaceName}120x%S{DestinationAddress}D{Rate}D{DebounceCount}D;"
+               "$8=?(<discriminant,track_type__>,1:{InterfaceTracks}$4,2:{RouteTracks}$3,"
+               "5:{QmonTracks}$6,9:{BFDTracks}$7,?:v);",
+               "$11=Lp($11)33x%Seb$8.;$3=DD120x%S120x%S;$4=120x%S;$6=DDD;$7=120x%SDDD;"
+               "$8=?(,1:$4.,2:$3.,5:$6.,9:$7.,?:v);"},
+       }) {
+    EXPECT_STREQ(wanted.type.type_name, wanted.name);
+    EXPECT_STREQ(wanted.type.full, wanted.full) << wanted.name;
+    EXPECT_STREQ(wanted.type.brief, wanted.brief) << wanted.name;
+  }
+}
+
 TEST_F(track_records, registering_again_is_refused_and_keeps_the_first) {
   EXPECT_EQ(ot_records_register(), duplicate_key);
   const track_info__ record;

@@ -97,6 +97,15 @@ TEST_F(tracking_interfaces, trace_what_they_cannot_read) {
               Contains("(ot_fill_intf_tracking_info) : ledger path not found for service"));
 }
 
+TEST_F(tracking_interfaces, trace_an_item_that_names_no_interface) {
+  put("/service-a/track_name", ledger_kind::text, "t");
+  trace();
+  EXPECT_THAT(of("t"), IsEmpty());
+  EXPECT_EQ(status, 0);
+  EXPECT_THAT(field::take_traces(), Contains("(ot_fill_intf_tracking_info) failed to get interface "
+                                             "for item /service-a/track_name"));
+}
+
 // What the index cannot hold is found by walking, with the same answer.
 TEST_F(tracking_interfaces, are_found_without_memory_for_an_index) {
   ASSERT_EQ(commit({follows("eth1", "service-b", "t"), follows("eth1", "service-a", "t"),

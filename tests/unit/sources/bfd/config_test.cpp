@@ -101,6 +101,16 @@ TEST_F(bfd_config, creating_traces_its_steps_in_order) {
               }));
 }
 
+TEST_F(bfd_config, the_tables_operations_trace_their_entry) {
+  trace();
+  ASSERT_EQ(configure("t"), 0);
+  EXPECT_THAT(field::take_traces(),
+              contains_in_order(text_lines{"Entering (hash_db_get_bfdprb_item) : ",
+                                           "Entering (hash_db_add_new_bfdprb_item) : "}));
+  ASSERT_EQ(commit({remove_item(session_item("t"))}), 0);
+  EXPECT_THAT(field::take_traces(), Contains("Entering (hash_db_delete_bfdprb_item) : "));
+}
+
 TEST_F(bfd_config, a_set_to_the_same_destination_changes_nothing) {
   ASSERT_EQ(configure("t"), 0);
   const std::size_t requests = field::bfd_requests();

@@ -45,8 +45,9 @@ TEST_F(bfd_queue, the_connection_makes_everything_that_waits_in_order) {
   EXPECT_THAT(
       field::take_traces(),
       contains_in_order(text_lines{
-          "(ot_bfd_create_all_sessions) track a:", "Entering (ot_create_bfd_track_entry) : ",
-          "(ot_bfd_create_all_sessions) track b:", "(ot_bfd_create_all_sessions) track c:"}));
+          "Entering (ot_bfd_create_all_sessions) : ", "(ot_bfd_create_all_sessions) track a:",
+          "Entering (ot_create_bfd_track_entry) : ", "(ot_bfd_create_all_sessions) track b:",
+          "(ot_bfd_create_all_sessions) track c:"}));
   EXPECT_EQ(bfd_cfg_count(), 0U);
   EXPECT_EQ(is_bfd_config_pending, 0U);
   EXPECT_THAT(followers(entry()), ElementsAre("c", "a"));

@@ -219,6 +219,7 @@ TEST_F(bfd_track, a_publication_that_fails_is_traced_on_every_path) {
   EXPECT_THAT(field::take_traces(),
               Contains("(object_tracking_change_bfdprb_state) :Error updating state for t to "
                        "Track_Up"));
+  EXPECT_EQ(track("t").source_state, track_state::up);
   ledger_control_fail_next(ledger_operation::set, 5);
   EXPECT_EQ(object_tracking_type_bfdprb_delete("t"), 0);
   EXPECT_THAT(field::take_traces(), Contains("(object_tracking_type_bfdprb_delete) : "

@@ -83,5 +83,18 @@ TEST_F(interface_push, a_failed_publication_stops_the_walk) {
   EXPECT_EQ(track("a").state, track_state::unknown);
 }
 
+TEST_F(interface_push, a_failed_publication_keeps_the_source_state) {
+  ledger_control_fail_next(ledger_operation::set, ledger_full);
+  push(ifm_state_up);
+  EXPECT_EQ(track("c").source_state, track_state::up);
+  EXPECT_EQ(track("b").source_state, track_state::unknown);
+  // So it is not pushed again, while the others are.
+  const std::uint32_t before = track("c").state_change_counter;
+  push(ifm_state_up);
+  EXPECT_EQ(track("c").state_change_counter, before);
+  EXPECT_EQ(track("b").source_state, track_state::up);
+  EXPECT_EQ(track("a").source_state, track_state::up);
+}
+
 }  // namespace
 }  // namespace ot::test

@@ -4,8 +4,10 @@
 #include <chrono>
 
 #include "platform/ledger_status.h"
+#include "platform/memory/alloc_faults.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
+#include "platform/status.h"
 #include "state/ledger_state.h"
 #include "state/timers.h"
 #include "tests/unit/service_fixture.h"
@@ -180,6 +182,10 @@ TEST_F(tying, the_publications_failure_is_returned) {
   ledger_control_fail_next(ledger_operation::set, ledger_full);
   EXPECT_EQ(tie("Gi9", "a"), ledger_full);
   EXPECT_THAT(tracks_of("Gi9"), ElementsAre("a"));
+  field::interface_added("Gi1");
+  ledger_control_fail_next(ledger_operation::set, ledger_full);
+  EXPECT_EQ(tie("Gi1", "b"), ledger_full);
+  EXPECT_EQ(track("b").source_state, track_state::up);
 }
 
 class untying : public interface_track_test {};
@@ -218,6 +224,7 @@ TEST_F(untying, that_cannot_publish_changes_nothing_else) {
   ASSERT_EQ(tie("Gi1", "a"), 0);
   ledger_control_fail_next(ledger_operation::set, ledger_full);
   EXPECT_EQ(untie("Gi1", "a"), ledger_full);
+  EXPECT_EQ(track("a").source_state, track_state::unknown);
   EXPECT_EQ(track("a").type, track_type::interface);
   EXPECT_EQ(track("a").object.interface.name, "Gi1");
   EXPECT_THAT(tracks_of("Gi1"), ElementsAre("a"));
@@ -263,6 +270,43 @@ TEST_F(untying, from_an_interface_that_is_not_followed_only_forgets_the_type) {
   EXPECT_THAT(tracks_of("Gi9"), ElementsAre("a"));
   EXPECT_EQ(track("a").type, track_type::none);
   EXPECT_EQ(track("b").type, track_type::none);
+}
+
+TEST_F(tying, a_node_that_finds_no_memory_is_traced) {
+  trace();
+  {
+    alloc_faults faults{0};
+    EXPECT_EQ(tie("Gi9", "a"), no_memory);
+  }
+  EXPECT_THAT(field::take_traces(),
+              Contains("(object_tracking_type_interface_create) : malloc failed "));
+  EXPECT_EQ(hash_db_get_track_item("a"), nullptr);
+}
+
+TEST_F(tying, an_entry_that_finds_no_memory_is_traced) {
+  ASSERT_EQ(commit({set_number(track_path("a", "delay_up"), 10)}), 0);
+  trace();
+  {
+    alloc_faults faults{1};  // after the node
+    EXPECT_EQ(tie("Gi9", "a"), no_memory);
+  }
+  EXPECT_THAT(field::take_traces(),
+              contains_in_order(text_lines{
+                  "(insert_track_to_interface_entry) : hash_db_add_new_item failed - no memory to "
+                  "add item - Cannot allocate memory",
+                  "(object_tracking_type_interface_create) : insert_track_to_interface_entry "
+                  "failed - Cannot allocate memory"}));
+}
+
+TEST_F(untying, look_ups_and_the_untying_by_name_trace_their_entry) {
+  ASSERT_EQ(tie("Gi9", "a"), 0);
+  trace();
+  EXPECT_EQ(delete_track_from_interface_entry_by_track_name("a"), 0);
+  EXPECT_THAT(
+      field::take_traces(),
+      contains_in_order(text_lines{"Entering (delete_track_from_interface_entry_by_track_name) : ",
+                                   "Entering (delete_track_from_interface_entry) : ",
+                                   "Entering (hash_db_get_interface_item) : "}));
 }
 
 }  // namespace

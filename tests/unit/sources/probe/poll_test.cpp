@@ -194,6 +194,8 @@ TEST_F(probe_poll, a_failed_publication_ends_it_until_the_track_is_configured_ag
               Contains("(handle_ot_wtm_timer_expired) : ot_prb_read_shm_after_timer_expired "
                        "failed- The ledger is full"));
   EXPECT_FALSE(polled("t"));
+  EXPECT_EQ(track("t").source_state, track_state::down);
+  EXPECT_EQ(track("t").object.probe.return_code, 2U);
   field::probe_result(7, 1);
   let_pass(seconds{20});
   EXPECT_EQ(track("t").state, track_state::down);

@@ -153,6 +153,7 @@ TEST_F(probe_track, that_cannot_be_published_as_down_stays_tied) {
   EXPECT_EQ(field::take_traces().back(),
             "(object_tracking_type_prb_delete) : delete_track_from_prb_entry failed - The ledger "
             "is full");
+  EXPECT_EQ(track("t").source_state, track_state::down);
   EXPECT_EQ(track("t").type, track_type::probe);
   EXPECT_THAT(followers(), ElementsAre("t"));
   EXPECT_TRUE(polled("t"));

@@ -107,6 +107,23 @@ TEST_F(probe_verify, a_track_of_another_type_is_refused_unless_the_numbers_are_a
   expect_accepted(probe_change(1, "t", {}, 1));
 }
 
+TEST_F(probe_verify, looks_for_the_package_then_at_the_type_and_then_at_the_operation) {
+  ASSERT_EQ(set_op("a", 7), 0);
+  field::interface_added("eth0");
+  ASSERT_EQ(commit(interface_track("t", "eth0")), 0);
+  forget_output();
+  expect_refused(probe_change(1, "t", {}, 7), track_type_conflict,
+                 "The track already has another type");
+  EXPECT_THAT(field::take_messages(), IsEmpty()) << "only a taken operation is reported";
+  stop();  // lets the libraries go, which a poll holds
+  field::probe_package_removed();
+  ASSERT_EQ(start(2), 0);
+  forget_output();
+  expect_refused(probe_change(1, "t", {}, 7), probe_package_missing,
+                 "The probe package is not available");
+  EXPECT_THAT(field::take_messages(), IsEmpty());
+}
+
 TEST_F(probe_verify, a_track_with_delays_only_takes_any_operation) {
   ASSERT_EQ(commit({set_number(track_path("t", "delay_up"), 5)}), 0);
   expect_accepted(probe_change(1, "t", {}, 7));

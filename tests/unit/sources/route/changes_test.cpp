@@ -142,7 +142,13 @@ TEST_F(route_changes, a_failing_registration_lets_the_walk_go_on) {
   ASSERT_EQ(create("a", "blue"), 0);
   ASSERT_EQ(create("b", "blue", "10.2.0.0"), 0);
   field::fail_next("rtclient_bulk_reg_notif", 5);
+  trace();
   ot_update_track_vrf_id("blue", blue_id);
+  EXPECT_THAT(
+      field::take_traces(),
+      Contains(testing::MatchesRegex("\\(ot_update_track_vrf_id\\) : ot_fec_register fail for ip "
+                                     "10\\.[12]\\.0\\.0/255\\.255\\.0\\.0 vrf blue failed - "
+                                     "Input/output error")));
   EXPECT_EQ(entry("blue")->vrf_id, blue_id);
   EXPECT_EQ(entry("blue", "10.2.0.0")->vrf_id, blue_id);
   EXPECT_EQ(field::fib_registrations(), 1U);
@@ -158,6 +164,37 @@ TEST_F(route_changes, a_failing_publication_under_a_new_id_is_reported) {
               Contains("(ot_update_track_vrf_id) : object_tracking_set_track_state_in_ledger fail "
                        "for track t  - The ledger is full"));
   EXPECT_EQ(field::fib_registrations(), 0U);
+  EXPECT_EQ(track("t").source_state, track_state::up);
+}
+
+TEST_F(route_changes, a_failing_publication_keeps_the_source_state) {
+  ASSERT_EQ(create("a"), 0);
+  ASSERT_EQ(create("b"), 0);  // the first in the list
+  ledger_control_fail_next(ledger_operation::set, ledger_full);
+  change(track_state::up);
+  EXPECT_EQ(track("b").source_state, track_state::up);
+  EXPECT_EQ(track("a").source_state, track_state::down);
+}
+
+TEST_F(route_changes, a_failing_publication_of_a_vrfs_end_ends_the_walk) {
+  field::route_added(net, 16, "eth0", blue_table);
+  field::route_added("10.2.0.0", 16, "eth0", blue_table);
+  add_blue();
+  ASSERT_EQ(create("a", "blue"), 0);
+  ASSERT_EQ(create("b", "blue", "10.2.0.0"), 0);
+  ledger_control_fail_next(ledger_operation::set, ledger_full);
+  trace();
+  ot_delete_track_vrf_id("blue", blue_id);
+  const bool first_is_a = entry("blue")->vrf_id == 0;
+  const char* first = first_is_a ? "a" : "b";
+  const char* second = first_is_a ? "b" : "a";
+  EXPECT_THAT(field::take_traces(),
+              Contains("(ot_delete_track_vrf_id) : object_tracking_set_track_state_in_ledger fail "
+                       "for track " +
+                       std::string{first} + "  - The ledger is full"));
+  EXPECT_EQ(track(first).source_state, track_state::down);
+  EXPECT_EQ(track(second).source_state, track_state::up);
+  EXPECT_EQ(published(second), 1U);
 }
 
 TEST_F(route_changes, only_the_vrf_of_that_name_and_id_is_deleted) {

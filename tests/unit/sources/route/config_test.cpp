@@ -26,6 +26,18 @@ TEST_F(route_config, an_address_ties_the_track_and_remembers_its_type) {
   EXPECT_THAT(followers(entry()), ElementsAre("t"));
 }
 
+TEST_F(route_config, both_items_trace_their_entry) {
+  trace();
+  ASSERT_EQ(set_vrf("t", "default"), 0);
+  EXPECT_THAT(field::take_traces(),
+              contains_in_order(text_lines{"Entering (object_tracking_default_verify) : ",
+                                           "Entering (object_tracking_type_route_vrf_apply) : "}));
+  ASSERT_EQ(set_address("t", net, 16), 0);
+  EXPECT_THAT(field::take_traces(),
+              contains_in_order(text_lines{"Entering (object_tracking_verify_ip_mask_and_type) : ",
+                                           "Entering (object_tracking_type_route_ip_apply) : "}));
+}
+
 TEST_F(route_config, an_unchanged_address_does_nothing) {
   ASSERT_EQ(set_address("t", net, 16), 0);
   const std::uint32_t publications = track("t").state_change_counter;
@@ -140,6 +152,17 @@ TEST_F(route_config, a_waiting_item_that_fails_does_not_stop_the_rest) {
                                              "Input/output error"));
   EXPECT_EQ(pending_route_count(), 0U);
   EXPECT_THAT(followers(entry()), ElementsAre("b"));
+}
+
+TEST_F(route_config, a_change_of_vrf_and_its_removal_never_wait) {
+  ASSERT_EQ(set_vrf("t", "red"), 0);
+  ASSERT_EQ(set_address("t", net, 16), 0);
+  ASSERT_EQ(set_vrf("u", "red"), 0);
+  ASSERT_EQ(set_address("u", "10.2.0.0", 16), 0);
+  fib_down();
+  EXPECT_EQ(set_vrf("t", "green"), invalid_argument);
+  EXPECT_EQ(commit({remove_item(vrf_item("u"))}), invalid_argument);
+  EXPECT_EQ(pending_route_count(), 0U);
 }
 
 TEST_F(route_config, a_change_of_address_never_waits) {

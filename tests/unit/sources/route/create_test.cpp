@@ -2,6 +2,9 @@
 #include "tests/unit/sources/route/fixture.h"
 
 #include "config/delays.h"
+#include "config/lifecycle.h"
+#include "platform/ledger_status.h"
+#include "platform/memory/ledger_controls.h"
 
 namespace ot::test {
 namespace {
@@ -128,6 +131,45 @@ TEST_F(route_create, in_a_vrf_that_is_not_known_is_down_and_not_registered) {
   EXPECT_EQ(entry("blue")->vrf_id, 0U);
 }
 
+TEST_F(route_create, a_new_track_traces_that_its_vrf_is_not_known_yet) {
+  trace();
+  ASSERT_EQ(create("t", "blue"), 0);
+  EXPECT_THAT(field::take_traces(),
+              contains_in_order(
+                  text_lines{"(ot_vmap_vrf_name_2_vrf_id): vrf: blue (0)",
+                             "(object_tracking_type_route_create) : vrf blue is not known yet",
+                             "ot_vmap_vrf_add(): VRF blue"}));
+}
+
+TEST_F(route_create, the_operations_of_a_route_trace_their_entry) {
+  field::route_added(net, 16, "eth0");
+  trace();
+  ASSERT_EQ(create("t"), 0);
+  EXPECT_THAT(field::take_traces(),
+              contains_in_order(text_lines{"Entering (object_tracking_type_route_create) : ",
+                                           "Entering (insert_track_to_route_entry) : ",
+                                           "Entering (hash_db_get_route_item) : ",
+                                           "Entering (hash_db_add_new_route_item) : "}));
+  ASSERT_EQ(object_tracking_type_route_delete("t"), 0);
+  EXPECT_THAT(field::take_traces(),
+              contains_in_order(text_lines{"Entering (object_tracking_type_route_delete) : ",
+                                           "Entering (delete_track_from_route_entry) : ",
+                                           "Entering (hash_db_get_route_item) : ",
+                                           "Entering (hash_db_delete_route_item) : "}));
+}
+
+TEST_F(route_create, a_track_that_cannot_be_untied_is_not_deleted) {
+  ASSERT_EQ(create("t"), 0);
+  fib_down();
+  trace();
+  EXPECT_EQ(object_tracking_track_delete("t"), invalid_argument);
+  EXPECT_THAT(field::take_traces(),
+              Contains("(object_tracking_track_delete) : delete_track_from_route_entry failed - "
+                       "Invalid argument"));
+  EXPECT_NE(hash_db_get_track_item("t"), nullptr);
+  EXPECT_NE(entry(), nullptr);
+}
+
 TEST_F(route_create, a_refused_vrf_registration_is_returned) {
   make_present("present");
   for (const char* name : {"present", "new"}) {
@@ -181,6 +223,31 @@ TEST_F(route_create, untying_without_a_connection_fails_and_keeps_the_entry) {
   fib_down();
   EXPECT_EQ(delete_track_from_route_entry("t"), invalid_argument);
   EXPECT_NE(entry(), nullptr);
+}
+
+TEST_F(route_create, a_route_that_cannot_be_unregistered_keeps_its_vrf_notifications) {
+  add_blue();
+  ASSERT_EQ(create("t", "blue"), 0);
+  ASSERT_EQ(field::vrf_registrations(), 1U);
+  field::fail_next("rtclient_bulk_unreg_notif", 5);
+  trace();
+  EXPECT_EQ(delete_track_from_route_entry("t"), 5);
+  EXPECT_EQ(field::vrf_registrations(), 1U);
+  EXPECT_NE(entry("blue"), nullptr);
+  EXPECT_THAT(field::take_traces(),
+              Contains("(delete_track_from_route_entry) : ot_fec_unregister for ip "
+                       "10.1.0.0/255.255.0.0 vrf blue failed - Input/output error"));
+}
+
+TEST_F(route_create, an_up_track_becomes_unknown_before_it_is_untied) {
+  field::route_added(net, 16, "eth0");
+  ASSERT_EQ(create("t"), 0);
+  ledger_control_fail_next(ledger_operation::set, ledger_full);
+  EXPECT_EQ(delete_track_from_route_entry("t"), ledger_full);
+  EXPECT_EQ(track("t").source_state, track_state::unknown);
+  EXPECT_THAT(followers(entry()), ElementsAre("t"));
+  EXPECT_EQ(delete_track_from_route_entry("t"), 0);
+  EXPECT_EQ(entry(), nullptr);
 }
 
 TEST_F(route_create, untying_what_is_not_tied_does_nothing) {

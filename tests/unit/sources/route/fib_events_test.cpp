@@ -87,6 +87,19 @@ TEST_F(fib_events, another_family_and_a_failing_look_up_change_nothing) {
   EXPECT_EQ(published("t"), 1U);
 }
 
+TEST_F(fib_events, an_answer_without_a_result_changes_nothing) {
+  field::route_added(net, 16, "eth0");
+  ASSERT_EQ(create("t"), 0);
+  field::run_pending();
+  const std::uint32_t before = publications("t");
+  const rtclient_notification change = change_of(16);
+  field::fail_next("rtclient_lookup", 0);
+  ot_fec_notif_handler(&change);
+  EXPECT_EQ(publications("t"), before);
+  EXPECT_EQ(entry()->reach_state, 1U);
+  EXPECT_EQ(published("t"), 1U);
+}
+
 TEST_F(fib_events, a_change_in_a_vrfs_table_concerns_that_vrf_only) {
   add_blue();
   ASSERT_EQ(create("in_blue", "blue"), 0);

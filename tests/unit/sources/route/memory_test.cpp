@@ -60,6 +60,24 @@ TEST_F(route_memory, a_present_track_is_refused_with_12_or_tied) {
   EXPECT_EQ(followers(entry()), text_lines{"t"});
 }
 
+TEST_F(route_memory, a_tie_without_memory_is_traced) {
+  const std::string who = "(object_tracking_type_route_create) : ";
+  ASSERT_EQ(create_vrf_only("t", "default"), 0);
+  const text_lines traced[] = {
+      {who + "malloc failed "},
+      {"(insert_track_to_route_entry) : hash_db_add_new_item failed - no memory to add item - "
+       "Cannot allocate memory",
+       who + "insert_track_to_route_entry failed - Cannot allocate memory"}};
+  for (std::uint64_t k = 0; k < 2; ++k) {
+    trace();
+    {
+      alloc_faults faults{k};
+      EXPECT_EQ(create("t"), no_memory) << k;
+    }
+    EXPECT_THAT(field::take_traces(), contains_in_order(traced[k])) << k;
+  }
+}
+
 TEST_F(route_memory, an_item_that_cannot_wait_is_refused_with_12) {
   alloc_faults faults{0};
   EXPECT_EQ(queue_pending_route("t", nullptr, ip(net), ipv4_prefixlen2mask(16), true), no_memory);

@@ -8,6 +8,7 @@ namespace {
 
 using testing::Contains;
 using testing::ElementsAre;
+using testing::Not;
 
 constexpr int refused_code = 13;
 
@@ -65,6 +66,19 @@ TEST_F(vrf_connection, loses_both_bindings_with_the_service_and_finds_it_again) 
   EXPECT_TRUE(bound());
   EXPECT_THAT(field::take_traces(), Contains("ot_vmap_open(): VMAP conn open handler called"));
   EXPECT_EQ(ot_vmap_vrf_name_2_vrf_id("blue"), blue_id);
+}
+
+TEST_F(vrf_connection, is_tried_every_three_seconds_and_never_less_often) {
+  field::vrf_service_gone();
+  field::run_pending();
+  trace();
+  const std::string opening = "ot_vmap_open(): VMAP conn open handler called";
+  for (int attempt = 0; attempt < 5; ++attempt) {
+    field::advance(std::chrono::milliseconds{2999});
+    EXPECT_THAT(field::take_traces(), Not(Contains(opening))) << attempt;
+    field::advance(std::chrono::milliseconds{1});
+    EXPECT_THAT(field::take_traces(), Contains(opening).Times(1)) << attempt;
+  }
 }
 
 TEST_F(vrf_connection, registrations_are_not_made_again_after_a_restart_of_the_service) {
@@ -135,6 +149,21 @@ TEST_F(vrf_connection, the_callback_ignores_what_it_does_not_know) {
   ot_vmap_vrf_callback(2, &blue);
   EXPECT_THAT(field::take_traces(), ElementsAre("(ot_vmap_vrf_callback)"));
   EXPECT_EQ(published("t"), 1U);
+}
+
+class vrf_waiting : public service_fixture {};
+
+TEST_F(vrf_waiting, for_a_service_that_is_not_there_yet_is_no_failure_and_traced) {
+  field::vrf_service_gone();
+  trace();
+  EXPECT_EQ(ot_vmap_init(manager), 0);
+  EXPECT_EQ(field::take_traces().back(),
+            "ot_vmap_init(): VMAP event conn open retry, The open is still in progress");
+  EXPECT_EQ(vmap_lookup_library.id, not_bound);
+  field::vrf_service_back();
+  field::advance(std::chrono::seconds{10});
+  EXPECT_NE(vmap_lookup_library.id, not_bound);
+  ot_vmap_stop();
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // Requests to the VRF information service: names to ids and back, and registrations.
 #include "sources/route/vrf.h"
+#include "tests/unit/odd_answers.h"
 #include "tests/unit/sources/route/fixture.h"
 
 namespace ot::test {
@@ -53,6 +54,25 @@ TEST_F(vrf_lookup, a_failing_step_is_named_and_gives_default) {
     EXPECT_EQ(ot_vmap_vrf_id_2_vrf_name(blue_id), "default");
     EXPECT_THAT(field::take_traces(),
                 Contains(std::string{"(ot_vmap_vrf_id_2_vrf_name): failed: "} + operation + "()"));
+  }
+}
+
+TEST_F(vrf_lookup, an_answer_without_a_reply_or_an_item_is_named_too) {
+  struct row {
+    odd_answers odd;
+    const char* operation;
+  };
+  for (const row& failing : {row{{.no_reply = true}, "vmap_c_lrc_get_reply"},
+                             row{{.no_item = true}, "vmap_c_lrc_get_reply_item_vrf"}}) {
+    const with_odd_answers odd(failing.odd);
+    const std::string failed = std::string{"): failed: "} + failing.operation + "()";
+    EXPECT_EQ(ot_vmap_vrf_name_2_vrf_id("blue"), 0U);
+    EXPECT_THAT(field::take_traces(), ElementsAre("(ot_vmap_vrf_name_2_vrf_id" + failed,
+                                                  "(ot_vmap_vrf_name_2_vrf_id): vrf: blue (0)"));
+    EXPECT_EQ(ot_vmap_vrf_id_2_vrf_name(blue_id), "default");
+    EXPECT_THAT(field::take_traces(),
+                ElementsAre("(ot_vmap_vrf_id_2_vrf_name" + failed,
+                            "(ot_vmap_vrf_id_2_vrf_name): vrf: default (60000007)"));
   }
 }
 
