@@ -18,9 +18,16 @@ struct list_member {
   list_member* next = nullptr;
   track_name name;
   std::uint32_t value = 0;  // boolean lists: 1 for "not"; threshold lists: the weight
-  // The member's track as one calculation has found it; of no meaning outside that calculation.
-  std::uint32_t found_in = 0;
-  ot_track* found = nullptr;
+};
+
+// How far a calculation has come with a list; of no meaning outside it.
+struct list_progress {
+  list_member* member = nullptr;      // the one that it waits for; null: none was judged yet
+  std::uint32_t sum = 0;              // threshold lists: the weights of those before it that are up
+  std::uint32_t count = 0;            // threshold lists: how many stand before it
+  std::uint32_t place = 0;            // of any track: in the order of the table
+  ot_track* first_waiting = nullptr;  // the lists that wait for this one
+  ot_track* next_waiting = nullptr;   // the next that waits for the same list
 };
 
 // What a track follows, by its type.
@@ -81,6 +88,7 @@ struct ot_track {
   std::uint32_t state_change_counter = 0;  // publications, also of an unchanged state
   std::int64_t seconds_last_change = 0;    // wall-clock seconds of the last publication
   std::uint32_t uncalculated = 0;          // during a list calculation: 1 not computed yet
+  list_progress progress;
 };
 
 extern hash_db tracks_table;

@@ -1,19 +1,13 @@
-// The rules first: both compute from scratch each time, without a hysteresis band, and a value
-// above a threshold list's up limit counts as down. A member that does not exist counts as down in
-// a boolean list, and only adds to the count of a threshold list.
-//
-// Then the passes. Lists may contain lists, in any order of the table. A list waits in a pass while
-// one of its list members is not computed yet, so a chain of lists needs at most as many passes as
-// there are lists, and a cycle needs more than there are.
+// The rules: both compute from scratch each time, without a hysteresis band, and a value above a
+// threshold list's up limit counts as down. A member that does not exist counts as down in a
+// boolean list, and only adds to the count of a threshold list.
 
 #include "state/list_evaluation.h"
 
-#include <array>
-
 #include "core/debug.h"
 #include "core/track.h"
-#include "core/track_kind.h"
 #include "platform/status.h"
+#include "state/list_passes.h"
 #include "state/publication.h"
 #include "state/timers.h"
 
@@ -21,34 +15,6 @@ namespace ot {
 namespace {
 
 constexpr track_state undecided = track_state::unknown;
-
-// Numbers the calculations from 1; 0 between them.
-std::uint32_t calculation = 0;
-std::uint32_t last_calculation = 0;
-
-// While one lives, a member's track is looked up by name once and remembered: no track comes or
-// goes during a calculation.
-class list_calculation_scope {
- public:
-  list_calculation_scope() noexcept {
-    last_calculation += last_calculation == UINT32_MAX ? 2 : 1;  // 0 means none
-    calculation = last_calculation;
-  }
-  ~list_calculation_scope() { calculation = 0; }
-  list_calculation_scope(const list_calculation_scope&) = delete;
-  list_calculation_scope& operator=(const list_calculation_scope&) = delete;
-};
-
-ot_track* track_of(list_member& member) noexcept {
-  if (calculation == 0) {
-    return hash_db_get_track_item(member.name.c_str());
-  }
-  if (member.found_in != calculation) {
-    member.found_in = calculation;
-    member.found = hash_db_get_track_item(member.name.c_str());
-  }
-  return member.found;
-}
 
 // Whether the list has to wait for this member.
 bool waits_for(const ot_track* member) noexcept {
@@ -108,62 +74,6 @@ bool threshold_reached(const ot_track& list, std::uint32_t sum, std::uint32_t co
   return value <= list.threshold_up && value >= list.threshold_down;
 }
 
-// Marks every list as not computed; how many there are.
-std::uint32_t mark_lists() noexcept {
-  std::uint32_t lists = 0;
-  for (auto* track = hash_db_first_data<ot_track>(tracks_table); track != nullptr;
-       track = hash_db_next_data<ot_track>(tracks_table)) {
-    track->uncalculated = is_list_type(track->type) ? 1 : 0;
-    lists += track->uncalculated;
-  }
-  OT_TRACE_DETAIL("Timer_expired:Total tracks(list type): set to uncalced: %d",
-                  static_cast<int>(lists));
-  return lists;
-}
-
-// The rule of each type of list. A worst order of 1,500 lists asks a million times.
-struct list_rules {
-  std::array<int (*)(ot_track*, std::uint32_t*), 16> by_type{};
-
-  list_rules() noexcept {
-    for (const track_kind* kind : track_kinds()) {
-      for (const track_kind_type& row : kind->types) {
-        if (is_list_type(row.type)) {
-          by_type[static_cast<std::size_t>(row.type)] = kind->calculate;
-        }
-      }
-    }
-  }
-};
-
-// Computes one list if it can be; its publication's result.
-int compute(const list_rules& rules, ot_track& track, std::uint32_t& remaining) {
-  OT_TRACE_DETAIL("Timer_expired:computin track: %s", track.name.c_str());
-  std::uint32_t done = 0;
-  const int status = rules.by_type[static_cast<std::size_t>(track.type)](&track, &done);
-  if (status == status_ok && done == 1) {
-    --remaining;
-    OT_TRACE_DETAIL("Timer_expired: num uncalced: %d", static_cast<int>(remaining));
-  }
-  return status;
-}
-
-int make_pass(const list_rules& rules, std::uint32_t& remaining) {
-  for (auto* track = hash_db_first_data<ot_track>(tracks_table); track != nullptr;
-       track = hash_db_next_data<ot_track>(tracks_table)) {
-    OT_TRACE_DETAIL("Timer_expired:For track: %s", track->name.c_str());
-    if (!is_list_type(track->type) || track->uncalculated == 0) {
-      OT_TRACE_DETAIL("Timer_expired:skipping track: %s", track->name.c_str());
-      continue;
-    }
-    const int status = compute(rules, *track, remaining);
-    if (status != status_ok) {
-      return status;
-    }
-  }
-  return status_ok;
-}
-
 }  // namespace
 
 int object_tracking_calc_bool_track_state(ot_track* track, std::uint32_t* done) {
@@ -172,12 +82,14 @@ int object_tracking_calc_bool_track_state(ot_track* track, std::uint32_t* done) 
   if (track->object.list.members == nullptr) {
     return conclude(*track, track_state::down, "CalcBTS: writing state for track: %s", done);
   }
-  for (list_member* member = track->object.list.members; member != nullptr; member = member->next) {
-    const ot_track* found = track_of(*member);
+  for (list_member* member = first_member_to_judge(*track); member != nullptr;
+       member = member->next) {
+    ot_track* found = track_of_member(*member);
     OT_TRACE_DETAIL("CalcBTS: computing state for track: %s",
                     found == nullptr ? "not found" : found->name.c_str());
     if (waits_for(found)) {
       OT_TRACE_DETAIL("CalcBTS: skipping this item: %s", member->name.c_str());
+      wait_for_member(*track, *member, *found);
       return status_ok;
     }
     const track_state result = decision(track->type, *member, found);
@@ -195,47 +107,31 @@ int object_tracking_calc_thld_track_state(ot_track* track, std::uint32_t* done) 
   if (track->object.list.members == nullptr) {
     return conclude(*track, track_state::down, "writing state for track: %s", done);
   }
-  std::uint32_t sum = 0;
-  std::uint32_t count = 0;
-  for (list_member* member = track->object.list.members; member != nullptr; member = member->next) {
-    const ot_track* found = track_of(*member);
+  list_progress& so_far = track->progress;
+  for (list_member* member = first_member_to_judge(*track); member != nullptr;
+       member = member->next) {
+    ot_track* found = track_of_member(*member);
     if (waits_for(found)) {
       OT_TRACE_DETAIL("thld: skipping this item: %s", member->name.c_str());
+      wait_for_member(*track, *member, *found);
       return status_ok;
     }
     if (found != nullptr) {
       OT_TRACE_DETAIL("thld:computing state for track:%s, state is %s", found->name.c_str(),
                       track_state_text(found->source_state));
-      sum += found->source_state == track_state::up ? member->value : 0;
+      so_far.sum += found->source_state == track_state::up ? member->value : 0;
     }
-    ++count;
+    ++so_far.count;
   }
-  OT_TRACE_DETAIL("thld: weighted sum is %d", static_cast<int>(sum));
+  OT_TRACE_DETAIL("thld: weighted sum is %d", static_cast<int>(so_far.sum));
   const track_state result =
-      threshold_reached(*track, sum, count) ? track_state::up : track_state::down;
+      threshold_reached(*track, so_far.sum, so_far.count) ? track_state::up : track_state::down;
   return conclude(*track, result, nullptr, done);
 }
 
 void object_tracking_calc_tracks_state() {
   OT_TRACE_ENTRY();
   set_ot_wait_timer(tracks_calc_timer);
-}
-
-void object_tracking_calc_tracks_state_after_timer_expired() {
-  OT_TRACE_ENTRY();
-  const list_calculation_scope scope;
-  const list_rules rules;
-  std::uint32_t remaining = mark_lists();
-  std::uint32_t max_loop = remaining;
-  while (max_loop != 0 && remaining != 0) {
-    if (make_pass(rules, remaining) != status_ok) {
-      return;
-    }
-    --max_loop;
-    OT_TRACE_DETAIL("Timer_expired: max_loop: %d", static_cast<int>(max_loop));
-  }
-  OT_TRACE_DETAIL("Timer_expired: After Initial max_loop: %d", static_cast<int>(max_loop));
-  // What is left is in a cycle or behind one. It keeps its states and nothing is published for it.
 }
 
 }  // namespace ot

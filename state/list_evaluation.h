@@ -19,9 +19,9 @@ int object_tracking_calc_thld_track_state(ot_track* track, std::uint32_t* done);
 // costs one calculation.
 void object_tracking_calc_tracks_state();
 
-// The calculation, the timer's work: passes over the track table until every list is computed or
-// there were as many passes as lists. Lists that contain each other are never computed and keep
-// their states. A failed publication ends the calculation.
+// The calculation, the timer's work: passes over the track table until every list is computed or a
+// pass has computed none. Lists that contain each other are never computed and keep their states. A
+// failed publication ends the calculation.
 void object_tracking_calc_tracks_state_after_timer_expired();
 
 }  // namespace ot

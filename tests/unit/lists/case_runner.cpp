@@ -1,5 +1,6 @@
 // Running a history. The service is driven through its apply functions, which is what the ledger
 // would call; what the ledger adds, old values above all, is kept here.
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <map>
@@ -161,6 +162,7 @@ class runner {
   }
 
   std::string difference() const;
+  std::string difference_of_changes() const;
 
   using item_key = std::tuple<std::uint32_t, std::uint32_t, std::uint32_t>;
   list_model& model_;
@@ -193,8 +195,22 @@ std::string compare(const ot_track& track, const model_track& model) {
   return {};
 }
 
+// What was published, and in which order.
+std::string runner::difference_of_changes() const {
+  const std::vector<std::string> wanted = model_.take_changes();
+  const std::vector<std::string> logged = field::take_messages();
+  for (std::size_t i = 0; i < std::max(wanted.size(), logged.size()); ++i) {
+    const std::string is = i < logged.size() ? logged[i] : "nothing";
+    const std::string should =
+        i < wanted.size() ? "OT-SERVICES-6-TRACK_INFO: " + wanted[i] : "nothing";
+    if (is != should) return "what was published is " + is + " and should be " + should;
+  }
+  return {};
+}
+
 std::string runner::difference() const {
   if (refusal_missing_) return "limits that should be refused were accepted";
+  if (std::string found = difference_of_changes(); !found.empty()) return found;
   const auto* track = hash_db_first_data<ot_track>(tracks_table);
   for (const model_track& model : model_.tracks()) {
     if (track == nullptr || model.name != track->name.c_str()) {

@@ -29,6 +29,10 @@ std::string step_name(std::uint32_t track);
 // The history of that number; always the same.
 history make_history(std::uint64_t which);
 
+// A history of many lists: chains in the worst order for the table's walk, cycles, lists of up to
+// 200 members, of all types. `buckets` are the table's.
+history make_large_history(std::uint64_t which, std::uint32_t buckets);
+
 // Runs it on the service, which has been started and has no tracks, and on the model. Empty, or the
 // first difference, found after a wait. The service has no tracks afterwards.
 std::string run_history(const history& steps, list_model& model);

@@ -2,6 +2,8 @@
 #include "tests/unit/lists/model.h"
 
 #include <algorithm>
+#include <array>
+#include <utility>
 
 namespace ot::test {
 namespace {
@@ -16,16 +18,6 @@ bool is_list(std::uint32_t type) {
   return is_boolean(type) || type == 7 || type == 8;
 }
 
-// The bucket of a name of fewer than 40 characters.
-std::uint32_t bucket_of(const std::string& name, std::uint32_t buckets) {
-  std::uint32_t hash = 0;
-  for (const char c : name) {
-    const auto wide = static_cast<std::uint32_t>(static_cast<int>(static_cast<signed char>(c)));
-    hash = ((hash * 128U + wide) % buckets) * 65599U + wide;
-  }
-  return hash % buckets;
-}
-
 bool in_walk_order(const model_track& a, const model_track& b) {
   return a.bucket != b.bucket ? a.bucket < b.bucket : a.made < b.made;
 }
@@ -36,16 +28,31 @@ bool is_earlier(const model_delay& a, const model_delay& b) {
 
 }  // namespace
 
-model_track* list_model::find(const std::string& name) {
-  const auto found =
-      std::find_if(tracks_.begin(), tracks_.end(), [&](const auto& t) { return t.name == name; });
-  return found == tracks_.end() ? nullptr : &*found;
+std::uint32_t bucket_of(const std::string& name, std::uint32_t buckets) {
+  std::uint32_t hash = 0;
+  for (const char c : name) {
+    const auto wide = static_cast<std::uint32_t>(static_cast<int>(static_cast<signed char>(c)));
+    hash = ((hash * 128U + wide) % buckets) * 65599U + wide;
+  }
+  return hash % buckets;
+}
+
+void list_model::index_tracks() {
+  places_.clear();
+  for (std::size_t place = 0; place < tracks_.size(); ++place) places_[tracks_[place].name] = place;
 }
 
 const model_track* list_model::find(const std::string& name) const {
-  const auto found =
-      std::find_if(tracks_.begin(), tracks_.end(), [&](const auto& t) { return t.name == name; });
-  return found == tracks_.end() ? nullptr : &*found;
+  const auto found = places_.find(name);
+  return found == places_.end() ? nullptr : &tracks_[found->second];
+}
+
+model_track* list_model::find(const std::string& name) {
+  return const_cast<model_track*>(std::as_const(*this).find(name));
+}
+
+std::vector<std::string> list_model::take_changes() {
+  return std::exchange(changes_, {});
 }
 
 model_track& list_model::make(const std::string& name, std::uint32_t type) {
@@ -61,7 +68,9 @@ model_track& list_model::make(const std::string& name, std::uint32_t type) {
   track.delay = std::make_shared<model_delay>();
   track.delay->track = name;
   const auto place = std::upper_bound(tracks_.begin(), tracks_.end(), track, in_walk_order);
-  return *tracks_.insert(place, track);
+  tracks_.insert(place, track);
+  index_tracks();
+  return *find(name);
 }
 
 void list_model::make_member(const std::string& list, std::uint32_t type,
@@ -110,6 +119,7 @@ void list_model::erase(const std::string& name) {
     set_state(name, 0);
   }
   std::erase_if(tracks_, [&](const model_track& t) { return t.name == name; });
+  index_tracks();
 }
 
 void list_model::report(const std::string& name, std::uint32_t state) {
@@ -140,7 +150,9 @@ void list_model::set_state(const std::string& name, std::uint32_t state) {
 }
 
 void list_model::publish(const std::string& name, std::uint32_t state) {
+  static constexpr std::array<const char*, 3> words = {"Unknown", "Track_Up", "Track_Down"};
   if (model_track* track = find(name)) {
+    if (state != track->state) changes_.push_back("track " + name + " state " + words[state]);
     track->state = state;
     ++track->publications;
   }

@@ -6,9 +6,13 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace ot::test {
+
+// The bucket of a name of fewer than 40 characters, which decides its place in the table's walk.
+std::uint32_t bucket_of(const std::string& name, std::uint32_t buckets);
 
 struct model_member {
   std::string name;
@@ -64,6 +68,9 @@ class list_model {
   const model_track* find(const std::string& name) const;
   // All tracks in the order of the table's walk.
   const std::vector<model_track>& tracks() const { return tracks_; }
+  // What was published that changed a state, in order, since the last call: "track t1 state
+  // Track_Up".
+  std::vector<std::string> take_changes();
 
  protected:
   // Whether a threshold list with this value is up.
@@ -72,6 +79,7 @@ class list_model {
  private:
   model_track* find(const std::string& name);
   model_track& make(const std::string& name, std::uint32_t type);
+  void index_tracks();
   void set_state(const std::string& name, std::uint32_t state);
   void publish(const std::string& name, std::uint32_t state);
   void calculate();
@@ -84,6 +92,8 @@ class list_model {
   std::uint64_t now_ = 0;
   std::uint64_t counter_ = 0;
   std::vector<model_track> tracks_;
+  std::unordered_map<std::string, std::size_t> places_;  // in tracks_
+  std::vector<std::string> changes_;
   std::vector<std::shared_ptr<model_delay>> running_;
   model_delay calculation_;  // names no track
 };

@@ -12,10 +12,13 @@ namespace {
 
 #if defined(OT_SOAK)
 constexpr std::uint64_t default_histories = 100'000;
+constexpr std::uint64_t large_histories = 2'000;
 #elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr std::uint64_t default_histories = 10'000;
+constexpr std::uint64_t large_histories = 40;
 #else
 constexpr std::uint64_t default_histories = 4'000;
+constexpr std::uint64_t large_histories = 20;
 #endif
 
 std::uint64_t number_from(const char* variable, std::uint64_t otherwise) {
@@ -31,8 +34,7 @@ std::string difference(const history& steps) {
 
 // Empty, or what went wrong with the smallest history that still shows it.
 template <typename Model>
-std::string check(std::uint64_t which) {
-  const history steps = make_history(which);
+std::string check(std::uint64_t which, const history& steps) {
   if (difference<Model>(steps).empty()) return {};
   const history small =
       shrink(steps, [](const history& shorter) { return !difference<Model>(shorter).empty(); });
@@ -50,21 +52,43 @@ class endless_model : public list_model {
   }
 };
 
-class list_histories : public list_fixture {};
+class list_histories : public list_fixture {
+ protected:
+  // Checks that many of the histories that `make` makes.
+  template <typename Make>
+  static void check_all(std::uint64_t count, Make&& make) {
+    const std::uint64_t first = number_from("OT_LIST_HISTORY_FIRST", 0);
+    const std::uint64_t last = first + number_from("OT_LIST_HISTORIES", count);
+    for (std::uint64_t which = first; which < last; ++which) {
+      ASSERT_EQ(check<list_model>(which, make(which)), "");
+      if (which % 1000 == 0) ledger_control_take_notifications();
+      field::take_traces();
+    }
+  }
+  static history make_large(std::uint64_t which) {
+    return make_large_history(which, tracks_table.bucket_count);
+  }
+};
 
 TEST_F(list_histories, agrees_with_the_service) {
-  const std::uint64_t first = number_from("OT_LIST_HISTORY_FIRST", 0);
-  const std::uint64_t last = first + number_from("OT_LIST_HISTORIES", default_histories);
-  for (std::uint64_t which = first; which < last; ++which) {
-    ASSERT_EQ(check<list_model>(which), "");
-    if (which % 1000 == 0) ledger_control_take_notifications();
-  }
+  check_all(default_histories, make_history);
+}
+
+TEST_F(list_histories, of_many_lists_agree_with_the_service) {
+  check_all(large_histories, make_large);
+}
+
+// The trace shows every pass over every track.
+TEST_F(list_histories, agree_with_a_service_that_traces) {
+  trace();
+  check_all(default_histories / 40, make_history);
+  check_all(large_histories / 5, make_large);
 }
 
 TEST_F(list_histories, a_departure_from_the_rules_is_found_and_made_small) {
   std::string found;
   for (std::uint64_t which = 0; found.empty() && which < 1000; ++which) {
-    found = check<endless_model>(which);
+    found = check<endless_model>(which, make_history(which));
   }
   EXPECT_THAT(found, ::testing::HasSubstr("gets member"));
   EXPECT_THAT(found, ::testing::HasSubstr("should be"));
