@@ -75,8 +75,9 @@ constexpr start_step outlet_steps[] = {
        ot_ledger_oper_unbind();
      }},
     {"operational records", register_records},
-    {"operational data", without_context<ot_oper_provider_register>, forget_tracking_interfaces},
-    {"engine data", without_context<ot_engine_provider_register>},
+    {"tracking interfaces", without_context<read_tracking_interfaces>, forget_tracking_interfaces},
+    {"operational data", without_context<ot_oper_provider_register>},
+    {"engine data", [](const start_context& c) { return ot_engine_provider_register(c.manager); }},
     {"event publisher",
      [](const start_context& c) {
        ot_ep_register(c.manager, nullptr);

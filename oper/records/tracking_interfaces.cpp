@@ -1,19 +1,21 @@
-// The interfaces that name a track. One walk over the interfaces' configuration serves every track
-// until the next commit: it leaves an index sorted by track, so that listing all tracks reads the
-// configuration once. When there is no memory for the index, or the configuration is larger than it
-// may become, each question is a walk of its own.
+// The interfaces that name a track. Their configuration may have many more items than there are
+// tracks, so it is read once, when the service starts, into an index by track; from then on every
+// commit's changes go into the index. When there is no memory for it, each question is a walk over
+// the configuration, and the next one tries to read it again.
 
 #include "oper/records/tracking_interfaces.h"
 
-#include <algorithm>
-#include <cstdint>
+#include <array>
+#include <cstddef>
 #include <new>
+#include <set>
 #include <string>
-#include <vector>
 
 #include "core/debug.h"
+#include "core/track_type.h"
 #include "platform/fixed_text.h"
 #include "platform/ledger.h"
+#include "platform/ledger_interface_services.h"
 #include "platform/ledger_status.h"
 
 namespace ot {
@@ -22,11 +24,11 @@ namespace {
 constexpr const char* interfaces_path = "cfg/if/act/";
 constexpr const char* traced_as = "ot_fill_intf_tracking_info";
 
-constexpr std::size_t most_rows = 16384;
-constexpr std::size_t most_text = std::size_t{1} << 20;
+constexpr std::string_view service_prefix = "service-";
 
 struct mention {
   std::string_view interface;
+  std::string_view service;
   std::string_view track;
 };
 
@@ -38,7 +40,8 @@ bool read_mention(std::string_view path, const ledger_value& value, mention* ret
   }
   path.remove_prefix(root.size());
   const std::size_t end = path.find('/');
-  if (!path.substr(end + 1).starts_with("service-")) {
+  const std::string_view service = path.substr(end + 1, path.rfind('/') - end - 1);
+  if (!service.starts_with(service_prefix)) {
     return false;
   }
   if (end == 0) {
@@ -50,11 +53,11 @@ bool read_mention(std::string_view path, const ledger_value& value, mention* ret
     OT_TRACE_ERROR("(%s) invalid datatype", traced_as);
     return false;
   }
-  *ret = {path.substr(0, end), value.as_text()};
+  *ret = {path.substr(0, end), service, value.as_text()};
   return true;
 }
 
-// 0, or 12; a ledger that cannot be read is traced.
+// 0, 12, or ledger_unreachable after a trace when the ledger cannot be read.
 template <typename Visit>
 int walk_mentions(Visit&& visit) noexcept {
   ledger_conn* connection = ledger_get_default_conn();
@@ -67,36 +70,56 @@ int walk_mentions(Visit&& visit) noexcept {
                          : ledger_item_walk(connection, interfaces_path, on_item, &visit);
   if (status != status_ok && status != no_memory) {
     OT_TRACE_ERROR("(%s) : ledger path not found for service", traced_as);
-    return status_ok;
+    return ledger_unreachable;
   }
   return status;
 }
 
 class mention_index {
  public:
-  // Brings the index up to date. False when it cannot be had; then it is empty.
-  bool refresh() noexcept {
-    const std::uint64_t generation = ledger_config_generation();
-    if (state_ == state::none || generation != generation_) {
-      forget();
-      state_ = build();
-      generation_ = generation;
+  // Reads the configuration unless that was done. 0, 12, or ledger_unreachable.
+  int refresh() noexcept {
+    if (!read_) {
+      bool complete = true;
+      const int status = walk_mentions([&](const mention& found) noexcept {
+        complete = add(found);
+        return complete;
+      });
+      read_ = status == status_ok && complete;
+      if (!read_) {
+        forget();
+        return status == status_ok ? no_memory : status;
+      }
     }
-    return state_ == state::ready;
+    return status_ok;
   }
 
   void forget() noexcept {
-    std::vector<row>().swap(rows_);  // an assignment may keep the memory
-    std::string().swap(text_);
-    state_ = state::none;
+    rows_.clear();
+    read_ = false;
+  }
+
+  // Before the configuration was read there is nothing to bring up to date.
+  void change(const mention& old_one, const mention& new_one) noexcept {
+    if (!read_) {
+      return;
+    }
+    if (!remove(old_one) || !add(new_one)) {
+      forget();
+    }
   }
 
   int each(std::string_view track, tracking_interface_visit visit, void* context) const noexcept {
-    const auto less = [this](const row& a, std::string_view b) { return text_at(a.track) < b; };
+    if (!can_be_track(track)) {
+      return status_ok;
+    }
+    std::array<char, track_name::capacity> prefix;
+    prefix[track.copy(prefix.data(), prefix.size())] = '\0';
+    const std::string_view wanted(prefix.data(), track.size() + 1);
     std::string_view last;
-    for (auto at = std::lower_bound(rows_.begin(), rows_.end(), track, less);
-         at != rows_.end() && text_at(at->track) == track; ++at) {
-      const std::string_view interface = text_at(at->interface);
+    for (auto at = rows_.lower_bound(wanted); at != rows_.end() && at->starts_with(wanted); ++at) {
+      const std::string_view place = std::string_view(*at).substr(wanted.size());
+      const std::string_view interface = place.substr(0, place.find('/'));
       const int status = interface == last ? status_ok : visit(context, interface);
       if (status != status_ok) {
         return status;
@@ -107,60 +130,44 @@ class mention_index {
   }
 
  private:
-  enum class state : std::uint8_t { none, ready, too_large };
-
-  struct row {  // offsets of terminated texts
-    std::uint32_t interface;
-    std::uint32_t track;
-  };
-
-  [[nodiscard]] std::string_view text_at(std::uint32_t offset) const noexcept {
-    return text_.c_str() + offset;
+  // No other text is the name of a track, or it is no name at all.
+  static bool can_be_track(std::string_view name) noexcept {
+    return !name.empty() && name.size() < track_name::capacity &&
+           name.find('\0') == std::string_view::npos;
   }
 
-  std::uint32_t keep(std::string_view text) {
-    const auto offset = static_cast<std::uint32_t>(text_.size());
-    text_.append(text);
-    text_.push_back('\0');
-    return offset;
+  // The track's interfaces stand together, in the order of their paths.
+  static std::string row(const mention& from) {
+    std::string text;
+    text.reserve(from.track.size() + from.interface.size() + from.service.size() + 2);
+    text.append(from.track).push_back('\0');
+    return text.append(from.interface).append("/").append(from.service);
   }
 
-  state build() noexcept {
-    state result = state::ready;
-    const int status = walk_mentions([&](const mention& found) noexcept {
-      result = add(found);
-      return result == state::ready;
-    });
-    if (status != status_ok || result != state::ready) {
-      forget();
-      return status != status_ok ? state::none : result;
-    }
-    // Texts were kept in path order, which stays the order among a track's interfaces.
-    std::sort(rows_.begin(), rows_.end(), [this](const row& a, const row& b) {
-      const int order = text_at(a.track).compare(text_at(b.track));
-      return order != 0 ? order < 0 : a.interface < b.interface;
-    });
-    return state::ready;
-  }
-
-  state add(const mention& found) noexcept {
-    if (rows_.size() == most_rows ||
-        text_.size() + found.interface.size() + found.track.size() > most_text) {
-      return state::too_large;
-    }
+  // Both are false without memory.
+  bool add(const mention& added) noexcept {
     try {
-      const std::uint32_t interface = keep(found.interface);
-      rows_.push_back({interface, keep(found.track)});
+      if (can_be_track(added.track)) {
+        rows_.insert(row(added));
+      }
+      return true;
     } catch (const std::bad_alloc&) {
-      return state::none;
+      return false;
     }
-    return state::ready;
+  }
+  bool remove(const mention& removed) noexcept {
+    try {
+      if (can_be_track(removed.track)) {
+        rows_.erase(row(removed));
+      }
+      return true;
+    } catch (const std::bad_alloc&) {
+      return false;
+    }
   }
 
-  state state_ = state::none;
-  std::uint64_t generation_ = 0;
-  std::vector<row> rows_;
-  std::string text_;
+  std::set<std::string, std::less<>> rows_;
+  bool read_ = false;
 };
 
 mention_index& the_index() noexcept {
@@ -182,13 +189,41 @@ int visit_by_walking(std::string_view track, tracking_interface_visit visit,
   return status != status_ok ? status : result;
 }
 
+std::string_view text_of(const ledger_value* value) noexcept {
+  return value == nullptr || value->kind != ledger_kind::text ? std::string_view{}
+                                                              : value->as_text();
+}
+
+int note_change(const ledger_change& change) {
+  const ledger_path_field* interface = change.field(0);
+  const ledger_path_field* service = change.field(1);
+  if (interface != nullptr && service != nullptr &&
+      std::string_view(service->text).starts_with(service_prefix)) {
+    the_index().change({interface->text, service->text, text_of(change.old_value)},
+                       {interface->text, service->text, text_of(change.new_value)});
+  }
+  return status_ok;
+}
+
 }  // namespace
+
+int read_tracking_interfaces() noexcept {
+  ledger_follow_interface_services(note_change);
+  (void)the_index().refresh();
+  return status_ok;
+}
 
 int visit_tracking_interfaces(std::string_view track, tracking_interface_visit visit,
                               void* context) noexcept {
   mention_index& index = the_index();
-  return index.refresh() ? index.each(track, visit, context)
-                         : visit_by_walking(track, visit, context);
+  int status = index.refresh();
+  if (status == status_ok) {
+    return index.each(track, visit, context);
+  }
+  if (status == no_memory) {
+    status = visit_by_walking(track, visit, context);
+  }
+  return status == ledger_unreachable ? status_ok : status;
 }
 
 void forget_tracking_interfaces() noexcept {

@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cstring>
 
+#include "platform/ledger/engine/interface_services.h"
 #include "platform/ledger/item.h"
 #include "platform/ledger_status.h"
 
@@ -120,7 +121,8 @@ constexpr ledger_tree_node interface_nodes[] = {
 };
 
 constexpr ledger_registration interface_rows[] = {
-    {"<interface>/<service>/track_name", ledger_row_text, nullptr, nullptr},
+    {"<interface>/<service>/track_name", ledger_row_handled | ledger_row_text,
+     ledger_interface_service_verify, ledger_interface_service_apply},
 };
 
 }  // namespace

@@ -41,7 +41,8 @@ class ledger_trees {
 [[nodiscard]] ledger_kind ledger_row_kind(const ledger_registration& row) noexcept;
 
 // Adds the tree that the ledger brings along: "/cfg/if/act/<interface>/<service>/track_name", the
-// services of an interface that follow a track. The items are only kept for whoever reads them.
+// services of an interface that follow a track. The items are only kept for whoever reads them, and
+// their changes reported (platform/ledger_interface_services.h).
 int ledger_add_builtin_trees(ledger_trees& trees);
 
 }  // namespace ot

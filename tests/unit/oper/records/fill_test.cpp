@@ -252,10 +252,10 @@ TEST_F(record_fill, out_of_memory_leaves_nothing_behind) {
     start_delay(made, 10, track_state::up);
     int result = 0;
     auto* record = brec_alloc<track_info__>();
+    forget_tracking_interfaces();
     const live_allocations before = count_live_allocations();
     const auto runs = for_each_failing_allocation(
         [&] {
-          forget_tracking_interfaces();
           result = ot_fill_track_info(made, *record);
         },
         [&](std::uint64_t k, bool) {

@@ -1,4 +1,4 @@
-// Which interfaces name a track: read from their configuration once a commit.
+// Which interfaces name a track: read from their configuration once, then kept up to date.
 #include "oper/records/tracking_interfaces.h"
 
 #include "platform/ledger_status.h"
@@ -71,16 +71,46 @@ TEST_F(tracking_interfaces, of_a_long_name_are_found_by_all_of_it) {
   EXPECT_EQ(detail(name)->TrackingInteraces->InterfaceName.view(), "eth0");
 }
 
-TEST_F(tracking_interfaces, are_read_once_for_all_tracks) {
-  ASSERT_EQ(commit({follows("eth0", "service-a", "t"), follows("eth1", "service-a", "u")}), 0);
-  EXPECT_THAT(of("t"), ElementsAre("eth0"));
+TEST_F(tracking_interfaces, are_read_when_the_service_starts_and_then_follow_the_commits) {
+  put("eth0/service-a/track_name", ledger_kind::text, "t");
+  ASSERT_EQ(restart(), 0);
+  // Nothing reads the configuration any more: the failure is not met.
   ledger_control_fail_next(ledger_operation::walk, ledger_storage_failure);
-  EXPECT_THAT(of("u"), ElementsAre("eth1"));
   EXPECT_THAT(of("t"), ElementsAre("eth0"));
-  // The next commit has them read again: now the failure is met.
-  ASSERT_EQ(commit({follows("eth2", "service-a", "t")}), 0);
+  ASSERT_EQ(commit({follows("eth2", "service-a", "t"), follows("eth0", "service-a", "u")}), 0);
+  EXPECT_THAT(of("t"), ElementsAre("eth2"));
+  EXPECT_THAT(of("u"), ElementsAre("eth0"));
+  forget_tracking_interfaces();
   EXPECT_THAT(of("t"), IsEmpty());
   EXPECT_EQ(status, 0);
+  EXPECT_THAT(of("t"), ElementsAre("eth2")) << "a failed reading is not kept";
+}
+
+TEST_F(tracking_interfaces, are_right_after_a_commit_without_memory_for_them) {
+  ASSERT_EQ(commit({follows("eth0", "service-a", "t")}), 0);
+  const std::vector<ledger_proposal> changes[] = {
+      {follows("eth0", "service-a", "u"), follows("eth1", "service-long-enough-for-the-heap", "t")},
+      {follows("eth0", "service-a", "t"),
+       follows("eth1", "service-long-enough-for-the-heap", "t")}};
+  const lines wanted[] = {{"eth1"}, {"eth0", "eth1"}};
+  std::size_t which = 0;
+  const auto runs = for_each_failing_allocation(
+      [&] { status = ledger_commit(ledger_get_default_conn(), changes[which], nullptr); },
+      [&](std::uint64_t k, bool) {
+        EXPECT_EQ(status, 0);
+        EXPECT_EQ(of("t"), wanted[which]) << k;
+        EXPECT_THAT(of("u"), testing::SizeIs(1 - which));
+        which = 1 - which;
+      });
+  EXPECT_GT(runs, 1U);
+}
+
+TEST_F(tracking_interfaces, of_texts_that_cannot_be_names_are_left_out) {
+  const std::string name(39, 'n');
+  ASSERT_EQ(commit({follows("eth0", "service-a", name), follows("eth1", "service-a", name + "n")}),
+            0);
+  EXPECT_THAT(of(name), ElementsAre("eth0"));
+  EXPECT_THAT(of(name + "n"), IsEmpty());
 }
 
 TEST_F(tracking_interfaces, trace_what_they_cannot_read) {
@@ -112,6 +142,7 @@ TEST_F(tracking_interfaces, are_found_without_memory_for_an_index) {
                     follows("eth0", "service-a", "t"), follows("eth2", "service-a", "u")}),
             0);
   lines found;
+  forget_tracking_interfaces();
   const auto runs = for_each_failing_allocation([&] { found = of("t"); },
                                                 [&](std::uint64_t k, bool) {
                                                   EXPECT_EQ(status, 0);
@@ -120,6 +151,7 @@ TEST_F(tracking_interfaces, are_found_without_memory_for_an_index) {
                                                   forget_tracking_interfaces();
                                                 });
   EXPECT_GT(runs, 1U);
+  forget_tracking_interfaces();
   {
     const alloc_faults none(0, alloc_fault_mode::onward);
     found = of("t");
@@ -127,18 +159,20 @@ TEST_F(tracking_interfaces, are_found_without_memory_for_an_index) {
   EXPECT_THAT(found, ElementsAre("eth0", "eth1"));
 }
 
-TEST_F(tracking_interfaces, are_found_when_they_are_too_many_for_an_index) {
-  const auto track_of = [](int number) { return "t" + std::to_string(number % 1000); };
-  for (int number = 0; number < 16500; ++number) {
-    const auto track = bytes_of(track_of(number));
+TEST_F(tracking_interfaces, of_57000_services_are_read_once) {
+  constexpr int services = 57'000;
+  for (int number = 0; number < services; ++number) {
+    const auto track = bytes_of("t" + std::to_string(number % 1000));
     ledger_control_put(
-        "/cfg/if/act/eth" + std::to_string(100000 + number) + "/service-a/track_name",
+        "/cfg/if/act/eth" + std::to_string(100'000 + number) + "/service-a/track_name",
         ledger_kind::text, track);
   }
-  forget_tracking_interfaces();
-  EXPECT_THAT(of("t499"), testing::SizeIs(17));
-  EXPECT_THAT(of("t999"), testing::SizeIs(16));
-  EXPECT_THAT(of("t999"), Contains("eth115999"));
+  ASSERT_EQ(restart(), 0);
+  ledger_control_fail_next(ledger_operation::walk, ledger_storage_failure);
+  for (int number = 0; number < 1000; ++number) {
+    ASSERT_THAT(of("t" + std::to_string(number)), testing::SizeIs(services / 1000));
+  }
+  EXPECT_THAT(of("t999"), Contains("eth156999"));
 }
 
 }  // namespace
