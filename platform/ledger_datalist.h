@@ -25,7 +25,9 @@ struct ledger_page {
 
 // Asks the provider of `path` for the names with values after `marker` ("" = from the start), at
 // most `page_size` of them. 0, ledger_no_data, ledger_list_end (nothing follows the marker), or
-// another status code. `ret` is written on success and freed with ledger_datalist_free.
+// another status code. `ret` is written on success and freed with ledger_datalist_free. A marker
+// whose item has vanished may have nothing behind it too: a reader who was told of a continuation
+// and then finds nothing starts over.
 int ledger_datalist(ledger_conn* connection, const char* path, const char* marker,
                     std::uint32_t page_size, ledger_page** ret) noexcept;
 // The same without values.

@@ -47,6 +47,9 @@ struct ledger_dpv_provider {
   int (*get)(ledger_dpv_reply* reply, const ledger_dpv_request* request);
   int (*list)(ledger_dpv_list_request* request);
   int (*datalist)(ledger_dpv_datalist_request* request);
+  // Its lists are everything there is, whatever the marker. What does not fit one page is then
+  // handed out in the order of names, so that a marker need not be there any more.
+  bool lists_everything = false;
 };
 
 // Registers the branches below `root`, which ends in '/'. The rows are kept by reference. 0 or 12.

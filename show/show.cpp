@@ -1,12 +1,15 @@
 // Reading for "show track". One track, or the table, is one item; all tracks in detail are read a
-// page at a time, so that neither side ever holds more than a page of them.
+// page at a time, so that the service never holds more than a page of them.
 
 #include "show/show.h"
 
 #include <cstdio>
 #include <cstring>
+#include <memory>
+#include <new>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "core/debug.h"
 #include "oper/records/build.h"
@@ -22,6 +25,9 @@ namespace {
 
 constexpr const char* oper_base = "/oper/object_tracking/gl/";
 constexpr const char* all_tracks = "all-tracks";
+
+// How often all pages are read when tracks go meanwhile.
+constexpr int most_attempts = 20;
 
 bool is(const char* word, const char* text) noexcept {
   return word != nullptr && std::strcmp(word, text) == 0;
@@ -77,12 +83,9 @@ int bind_oper(ledger_conn** ret) noexcept {
   return status;
 }
 
-// Prints a page. How many entries it had, decodable or not.
-std::uint32_t print_page(ledger_page* page) {
+void print_page(ledger_page* page) {
   constexpr auto who = "ot_show_all_tracks_info";
-  std::uint32_t count = 0;
   while (const ledger_entry* entry = ledger_datalist_next(page)) {
-    ++count;
     if (entry->data_kind != static_cast<std::uint32_t>(ledger_kind::record) ||
         entry->data.empty()) {
       continue;
@@ -93,25 +96,55 @@ std::uint32_t print_page(ledger_page* page) {
       OT_TRACE_ERROR("(%s): Failed to decode DPV brec: %s ", who, err_string(status));
     }
   }
-  return count;
 }
 
-void show_pages(ledger_conn* connection) {
+struct page_deleter {
+  void operator()(ledger_page* page) const noexcept { ledger_datalist_free(page); }
+};
+using page_list = std::vector<std::unique_ptr<ledger_page, page_deleter>>;
+
+// Reads every page. False when nothing followed where more was announced: the track where the page
+// would begin is gone, and what was read is a part. May throw bad_alloc.
+bool read_pages(ledger_conn* connection, page_list& ret) {
   std::string marker;
-  for (bool more = true; more;) {
+  for (;;) {
     ledger_page* page = nullptr;
     const int status =
         ledger_datalist(connection, "track/detail", marker.c_str(), track_page, &page);
-    if (status != status_ok) {
-      if (status != ledger_list_end && status != ledger_no_data) {
-        OT_TRACE_ERROR("%s %d Ledger datalist returned: %s", "ot_show_all_tracks_info", __LINE__,
-                       err_string(status));
-      }
-      return;
+    if (status == ledger_list_end || status == ledger_no_data) {
+      return ret.empty();
     }
-    more = print_page(page) == track_page && page->has_continuation;
-    marker = std::move(page->continuation);
-    ledger_datalist_free(page);
+    if (status != status_ok) {
+      OT_TRACE_ERROR("%s %d Ledger datalist returned: %s", "ot_show_all_tracks_info", __LINE__,
+                     err_string(status));
+      return true;
+    }
+    ret.emplace_back(nullptr).reset(page);
+    if (page->entries.size() != track_page || !page->has_continuation) {
+      return true;
+    }
+    marker = page->continuation;
+  }
+}
+
+// Pages are printed when all are read, since they may have to be read anew.
+void show_pages(ledger_conn* connection) {
+  page_list pages;
+  try {
+    for (int attempt = 1; !read_pages(connection, pages); ++attempt) {
+      pages.clear();
+      if (attempt == most_attempts) {
+        OT_TRACE_ERROR("(%s): the tracks change faster than they can be read",
+                       "ot_show_all_tracks_info");
+        return;
+      }
+    }
+  } catch (const std::bad_alloc&) {
+    OT_TRACE_ERROR("(%s): error allocating memory. ", "ot_show_all_tracks_info");
+    return;
+  }
+  for (const auto& page : pages) {
+    print_page(page.get());
   }
 }
 

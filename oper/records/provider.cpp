@@ -124,7 +124,7 @@ int list_datalist(const char* who, ledger_dpv_list_request* list,
 // The detailed branch, then the brief one.
 constexpr ledger_dpv_provider providers[] = {
     {"track/detail", ot_dpv_track_get, ot_track_list, ot_track_datalist},
-    {"track/brief", ot_dpv_track_get_brief, ot_track_brief_list, ot_track_brief_datalist},
+    {"track/brief", ot_dpv_track_get_brief, ot_track_brief_list, ot_track_brief_datalist, true},
 };
 
 }  // namespace

@@ -82,17 +82,27 @@ class memory_backend : public ledger_backend {
   }
   std::uint64_t generation() override { return engine_.generation(); }
 
-  void fail_next(ledger_operation operation, int code) noexcept {
-    failures_[static_cast<std::size_t>(operation)] = code;
+  void fail_next(ledger_operation operation, int code, unsigned let_through) noexcept {
+    failures_[static_cast<std::size_t>(operation)] = {code, let_through};
   }
   // The failure asked for, once; else 0.
   int take_failure(ledger_operation operation) noexcept {
-    return std::exchange(failures_[static_cast<std::size_t>(operation)], status_ok);
+    ordered_failure& failure = failures_[static_cast<std::size_t>(operation)];
+    if (failure.let_through > 0) {
+      --failure.let_through;
+      return status_ok;
+    }
+    return std::exchange(failure.code, status_ok);
   }
 
  private:
+  struct ordered_failure {
+    int code = status_ok;
+    unsigned let_through = 0;
+  };
+
   ledger_engine& engine_;
-  std::array<int, 8> failures_{};
+  std::array<ordered_failure, 8> failures_{};
 };
 
 struct memory_ledger {
@@ -208,8 +218,8 @@ void ledger_control_restart() {
   the_ledger().restart();
 }
 
-void ledger_control_fail_next(ledger_operation operation, int code) noexcept {
-  the_ledger().backend->fail_next(operation, code);
+void ledger_control_fail_next(ledger_operation operation, int code, unsigned let_through) noexcept {
+  the_ledger().backend->fail_next(operation, code, let_through);
 }
 
 void ledger_control_library(bool readable) noexcept {

@@ -21,8 +21,10 @@ void ledger_control_reset();
 void ledger_control_restart();
 
 enum class ledger_operation { bind, get, set, erase, walk, commit, list, notify };
-// The next call of the operation returns `code` and does nothing.
-void ledger_control_fail_next(ledger_operation operation, int code) noexcept;
+// The next call of the operation returns `code` and does nothing. With `let_through`, that many
+// calls go well before.
+void ledger_control_fail_next(ledger_operation operation, int code,
+                              unsigned let_through = 0) noexcept;
 
 // What ledger_library_readable answers; true after a reset.
 void ledger_control_library(bool readable) noexcept;

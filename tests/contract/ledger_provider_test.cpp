@@ -22,6 +22,7 @@ struct supply {
   int step = 100;
   bool knows_markers = true;
   std::size_t value_length = 4;
+  int vanished_markers = 0;  // so many requests with a marker find nothing behind it
 } supplied;
 
 std::string item_name(int index) {
@@ -43,6 +44,10 @@ int get_item(ledger_dpv_reply* reply, const ledger_dpv_request* request) {
 int first_after(const char* marker) {
   if (!supplied.knows_markers || *marker == '\0') {
     return 0;
+  }
+  if (supplied.vanished_markers > 0) {
+    --supplied.vanished_markers;
+    return supplied.count;
   }
   return std::atoi(marker + 1) + 1;
 }
@@ -87,6 +92,7 @@ constexpr const char* root = "/oper/sample/gl/";
 constexpr ledger_dpv_provider providers[] = {
     {"detail", get_item, list_items, datalist_items},
     {"empty", nullptr, nullptr, nullptr},
+    {"whole", get_item, list_items, datalist_items, true},
 };
 
 class ledger_provider_contract : public ledger_contract {
@@ -101,10 +107,10 @@ class ledger_provider_contract : public ledger_contract {
     ledger_datalist_free(page_);
     ledger_unbind(conn_);
   }
-  int fetch(const char* marker, std::uint32_t size) {
+  int fetch(const char* marker, std::uint32_t size, const char* branch = "detail") {
     ledger_datalist_free(page_);
     page_ = nullptr;
-    return ledger_datalist(conn_, "detail", marker, size, &page_);
+    return ledger_datalist(conn_, branch, marker, size, &page_);
   }
 
   ledger_conn* conn_ = nullptr;
@@ -158,13 +164,40 @@ TEST_P(ledger_provider_contract, a_full_page_at_the_end_has_no_continuation) {
 
 TEST_P(ledger_provider_contract, a_provider_without_markers_is_paged_too) {
   supplied = {.count = 250, .step = 1000, .knows_markers = false};
-  ASSERT_EQ(fetch("i099", 100), 0);
+  ASSERT_EQ(fetch("i099", 100, "whole"), 0);
   ASSERT_EQ(page_->entries.size(), 100U);
   EXPECT_EQ(page_->entries.front().name, "i100");
   EXPECT_TRUE(page_->has_continuation);
-  ASSERT_EQ(fetch("i199", 100), 0);
+  ASSERT_EQ(fetch("i199", 100, "whole"), 0);
   EXPECT_EQ(page_->entries.size(), 50U);
   EXPECT_FALSE(page_->has_continuation);
+  EXPECT_EQ(fetch("i249", 100, "whole"), ledger_list_end);
+}
+
+TEST_P(ledger_provider_contract, a_provider_without_markers_goes_on_behind_one_that_is_gone) {
+  supplied = {.count = 250, .step = 1000, .knows_markers = false};
+  ASSERT_EQ(fetch("i099-gone", 1000, "whole"), 0);
+  EXPECT_EQ(page_->entries.size(), 150U);
+  EXPECT_EQ(page_->entries.front().name, "i100");
+}
+
+// A page that is put together of several answers.
+TEST_P(ledger_provider_contract, a_page_is_read_anew_when_a_marker_within_it_is_gone) {
+  supplied = {.count = 250, .step = 30, .vanished_markers = 1};
+  ASSERT_EQ(fetch("", 100), 0);
+  ASSERT_EQ(page_->entries.size(), 100U);
+  EXPECT_EQ(page_->entries.back().name, "i099");
+  EXPECT_TRUE(page_->has_continuation);
+}
+
+TEST_P(ledger_provider_contract, a_page_that_cannot_be_read_whole_is_not_returned) {
+  supplied = {.count = 250, .step = 30, .vanished_markers = 1000};
+  EXPECT_EQ(fetch("", 100), ledger_not_available);
+}
+
+TEST_P(ledger_provider_contract, nothing_follows_a_marker_that_is_gone) {
+  supplied = {.count = 250, .vanished_markers = 1};
+  EXPECT_EQ(fetch("i099", 100), ledger_list_end);
 }
 
 TEST_P(ledger_provider_contract, long_values_do_not_cut_a_page_short) {

@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <span>
+#include <vector>
 
 #include "platform/ledger_datalist.h"
 #include "platform/ledger_status.h"
@@ -68,6 +69,7 @@ json tracked_by_json(const track_info__& record) {
 }
 
 constexpr std::uint32_t page_size = 100;
+constexpr int most_attempts = 20;
 
 using extras_map = std::map<std::string, track_extras, std::less<>>;
 
@@ -101,6 +103,20 @@ page_ptr read_page(const ledger_connection& connection, const std::string& marke
   }
   check_code("reading the tracks", code);
   return page_ptr(page);
+}
+
+// Every page. False when nothing followed where more was announced: the track where the page began
+// is gone.
+bool read_pages(const ledger_connection& connection, std::vector<page_ptr>& ret) {
+  page_ptr page = read_page(connection, "");
+  while (page) {
+    ret.push_back(std::move(page));
+    if (!ret.back()->has_continuation) {
+      return true;
+    }
+    page = read_page(connection, ret.back()->continuation);
+  }
+  return ret.empty();
 }
 
 bool note_published(void* context, std::string_view track, const ledger_value&) {
@@ -175,12 +191,18 @@ bool read_track_record(const std::string& track, const track_visitor& visit) {
 void read_track_records(const track_visitor& visit) {
   register_records();
   const ledger_connection connection(records_root);
-  page_ptr page = read_page(connection, "");
-  while (page) {
+  std::vector<page_ptr> pages;
+  for (int attempt = 1; !read_pages(connection, pages); ++attempt) {
+    if (attempt == most_attempts) {
+      throw failure(exit_refused,
+                    "tracks are deleted faster than they can be read; try again later");
+    }
+    pages.clear();
+  }
+  for (const page_ptr& page : pages) {
     while (const ledger_entry* entry = ledger_datalist_next(page.get())) {
       visit_encoded(entry->data, visit);
     }
-    page = page->has_continuation ? read_page(connection, page->continuation) : nullptr;
   }
 }
 

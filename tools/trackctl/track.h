@@ -61,7 +61,8 @@ using track_visitor = std::function<void(const track_info__& record)>;
 // One track; false when the service has none of that name. Throws.
 bool read_track_record(const std::string& track, const track_visitor& visit);
 
-// Every track, in the service's order, read in pages. Throws.
+// Every track, in the service's order, read in pages before the first is visited: when a track goes
+// where a page would begin, all are read anew. Throws.
 void read_track_records(const track_visitor& visit);
 
 // What the records do not carry, of every track by its name. Throws.

@@ -1,6 +1,7 @@
 // Pages of operational data. A provider or the size of a message may cut an answer short of the
 // page that was asked for; the page is filled here, so its length says what a reader takes it to
-// say.
+// say. The item behind which a page would go on may vanish meanwhile: then there is nothing behind
+// it, and the page is asked for anew, since it would look like the last one.
 #include <algorithm>
 #include <iterator>
 #include <memory>
@@ -13,30 +14,42 @@
 namespace ot {
 namespace {
 
+constexpr int most_attempts = 20;
+
+bool nothing_follows(int status) noexcept {
+  return status == ledger_no_data || status == ledger_list_end;
+}
+
+// One attempt. ledger_list_end with entries in the page: what was to follow them has vanished.
 int fill_page(ledger_list_query query, ledger_page& page) {
   const std::uint32_t wanted = query.page_size;
   page.continuation = query.marker;
-  for (;;) {
+  do {
     const std::string marker = std::move(page.continuation);
     query.marker = marker;
     query.page_size = wanted - static_cast<std::uint32_t>(page.entries.size());
     ledger_page part;
     const int status =
         ledger_call([&](ledger_backend& backend) { return backend.list(query, part); });
-    if (status != status_ok && page.entries.empty()) {
-      return status;
+    if (status != status_ok) {
+      return nothing_follows(status) && !page.entries.empty() ? ledger_list_end : status;
     }
-    page.has_continuation = status == status_ok && part.has_continuation;
+    page.has_continuation = part.has_continuation;
     page.continuation = std::move(part.continuation);
     std::move(part.entries.begin(), part.entries.end(), std::back_inserter(page.entries));
-    const bool ended = status == ledger_no_data || status == ledger_list_end;
-    if (status != status_ok && !ended) {
+  } while (page.has_continuation && page.entries.size() < wanted);
+  return status_ok;
+}
+
+int fill_whole_page(const ledger_list_query& query, ledger_page& page) {
+  for (int attempt = 0; attempt < most_attempts; ++attempt) {
+    page = {};
+    const int status = fill_page(query, page);
+    if (status != ledger_list_end || page.entries.empty()) {
       return status;
     }
-    if (!page.has_continuation || page.entries.size() >= wanted) {
-      return status_ok;
-    }
   }
+  return ledger_not_available;
 }
 
 int request_page(ledger_conn* connection, const char* path, const char* marker,
@@ -48,7 +61,7 @@ int request_page(ledger_conn* connection, const char* path, const char* marker,
                                   .marker = marker == nullptr ? "" : marker,
                                   .page_size = page_size,
                                   .values = values};
-    const int status = fill_page(query, *page);
+    const int status = fill_whole_page(query, *page);
     if (status == status_ok) {
       *ret = page.release();
     }

@@ -1,7 +1,8 @@
 // Data providers serve whole branches: an item below a branch is asked with get, the branch itself
 // with list and datalist. A provider decides how much it puts in one answer; the page that a
-// reader gets is cut here, so a provider need not know page sizes. A provider that knows no marker
-// answers with everything each time; what the reader has already got is then left out here.
+// reader gets is cut here, so a provider need not know page sizes. What a provider that knows no
+// marker answers is put in the order of names when it needs several pages: whatever comes and goes
+// between two of them, nothing is repeated, and nothing that stays is left out.
 #include "platform/ledger/engine/providers.h"
 
 #include <algorithm>
@@ -84,13 +85,11 @@ int ask(ledger_environment& environment, const ledger_dpv_provider& row, const c
   return status_ok;
 }
 
-void drop_delivered(std::vector<ledger_entry>& entries, std::string_view marker) {
-  const auto last = std::find_if(entries.begin(), entries.end(), [marker](const ledger_entry& e) {
-    return !marker.empty() && e.name == marker;
-  });
-  if (last != entries.end()) {
-    entries.erase(entries.begin(), last + 1);
-  }
+// Leaves what comes behind the marker by name, in that order.
+void go_on_by_name(std::vector<ledger_entry>& entries, std::string_view marker) {
+  std::erase_if(entries, [marker](const ledger_entry& entry) { return entry.name <= marker; });
+  std::sort(entries.begin(), entries.end(),
+            [](const ledger_entry& a, const ledger_entry& b) { return a.name < b.name; });
 }
 
 // How many entries fit a page; at least one.
@@ -179,8 +178,9 @@ int ledger_providers::list(const ledger_list_query& query, ledger_page& ret) con
   const int status = query.values
                          ? ask<datalist_request>(environment_, *owner->row, marker.c_str(), answer)
                          : ask<list_request>(environment_, *owner->row, marker.c_str(), answer);
-  if (status == status_ok) {
-    drop_delivered(answer.entries, marker);
+  if (owner->row->lists_everything &&
+      (!marker.empty() || fitting(answer.entries, query.page_size) < answer.entries.size())) {
+    go_on_by_name(answer.entries, marker);
   }
   if (status == ledger_no_data || (status == status_ok && answer.entries.empty())) {
     return marker.empty() ? ledger_no_data : ledger_list_end;

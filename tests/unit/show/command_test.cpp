@@ -81,6 +81,23 @@ TEST_F(show_command, all_tracks_in_detail_whatever_their_number) {
   }
 }
 
+// The track where the second page would begin is gone.
+TEST_F(show_command, all_tracks_are_read_anew_when_a_page_has_lost_its_place) {
+  for (int index = 0; index < 250; ++index) {
+    add_interface("t" + std::to_string(index), "eth0");
+  }
+  const std::string expected = shown({"show", "track", "all-tracks", "all"});
+  for (const int code : {ledger_list_end, ledger_no_data}) {
+    ledger_control_fail_next(ledger_operation::list, code, 1);
+    EXPECT_EQ(shown({"show", "track", "all-tracks", "all"}), expected);
+  }
+  trace();
+  ledger_control_fail_next(ledger_operation::list, ledger_provider_failure, 1);
+  EXPECT_EQ(tracks_in(shown({"show", "track", "all-tracks", "all"})).size(), 100U)
+      << "another failure ends it where it is";
+  EXPECT_THAT(field::take_traces(), Contains(HasSubstr("Ledger datalist returned")));
+}
+
 TEST_F(show_command, an_unknown_track_prints_nothing) {
   add_interface("uplink", "eth0");
   trace();

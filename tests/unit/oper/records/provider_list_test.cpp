@@ -1,6 +1,7 @@
 // Listing all tracks: names or records, the detailed branch in pages.
 #include <memory>
 
+#include "config/lifecycle.h"
 #include "oper/records/provider.h"
 #include "platform/err_string.h"
 #include "platform/ledger_datalist.h"
@@ -125,6 +126,37 @@ TEST_F(provider_list, the_brief_branch_has_no_pages_of_its_own) {
   EXPECT_EQ(all.count, 250U);
   EXPECT_EQ(ask(ot_track_brief_list, ledger_dpv_list_free, "").count, 250U);
   EXPECT_FALSE(page_of(brief_path, "", 1000)->has_continuation);
+}
+
+// What does not fit one page goes by name, so that a track that is gone can still be a marker.
+TEST_F(provider_list, the_brief_branch_goes_on_behind_a_marker_that_is_gone) {
+  add_many(250);
+  lines seen;
+  std::string marker;
+  for (bool more = true; more;) {
+    const page_owner page = page_of(brief_path, marker);
+    ASSERT_EQ(status, 0);
+    const lines some = names(*page);
+    seen.insert(seen.end(), some.begin(), some.end());
+    more = page->has_continuation;
+    marker = page->continuation;
+    if (more) {
+      ASSERT_EQ(object_tracking_track_delete(marker.c_str()), 0);
+    }
+  }
+  EXPECT_THAT(seen, SizeIs(250));
+  std::sort(seen.begin(), seen.end());
+  EXPECT_EQ(std::unique(seen.begin(), seen.end()), seen.end()) << "nothing is repeated";
+}
+
+TEST_F(provider_list, the_brief_branch_on_one_page_keeps_the_order_of_the_table) {
+  add_many(20);
+  lines table;
+  for (auto* track = hash_db_first_data<ot_track>(tracks_table); track != nullptr;
+       track = hash_db_next_data<ot_track>(tracks_table)) {
+    table.emplace_back(track->name.c_str());
+  }
+  EXPECT_EQ(names(*page_of(brief_path, "")), table);
 }
 
 TEST_F(provider_list, without_tracks_there_is_no_data) {
