@@ -174,6 +174,19 @@ def test_refusals_say_why(site):
     assert "the weight of member \"a\" counts as 1" in result.stderr
 
 
+def test_a_set_that_closes_a_cycle_warns_and_is_done(service):
+    service.ctl("set", "a", "or", "b", "x")
+    service.ctl("set", "b", "and", "not", "c")
+    closing = service.run("trackctl", "set", "c", "weight", "--up", "9", "--down", "1", "a=2")
+    assert (closing.returncode, closing.stdout) == (0, "")
+    assert closing.stderr == (
+        "trackctl: warning: these lists contain each other and wait for each other: "
+        "c -> a -> b -> c; they keep the states they have until one of them is changed\n")
+    assert shown(service, "c")["members"][0]["name"] == "a"
+    opened = service.run("trackctl", "set", "b", "and", "x")
+    assert (opened.returncode, opened.stderr) == (0, "")
+
+
 def test_the_service_itself_refuses_bad_limits(service):
     limits = "/cfg/gl/object_tracking/track/x/type/list/0x7/thld_limits/val_up"
     answers = service.commit([[f"set u32 {limits}/0x5/val_dn 5"],

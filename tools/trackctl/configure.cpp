@@ -7,6 +7,7 @@
 
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/configuration.h"
+#include "tools/trackctl/cycles.h"
 #include "tools/trackctl/engine.h"
 #include "tools/trackctl/kinds/kinds.h"
 #include "tools/trackctl/names.h"
@@ -106,6 +107,7 @@ int run_set(const arguments& all_args) {
     require_service_before_delays(kind, track, present.empty() || commits.size() > 1);
   }
   send_commits(track, commits);
+  warn_of_cycle(track);
   return exit_done;
 }
 
