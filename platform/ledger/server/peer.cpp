@@ -16,11 +16,13 @@
 #include "platform/ledger/item.h"
 #include "platform/ledger/messages.h"
 #include "platform/ledger_status.h"
+#include "platform/linux/monotonic.h"
 
 namespace ot {
 namespace {
 
 constexpr int requests_a_turn = 16;
+constexpr std::uint64_t turn_us = 2'000;  // after which no further request is begun
 constexpr std::uint64_t first_message_us = 2'000'000;
 constexpr std::uint64_t stuck_us = 5'000'000;
 constexpr int socket_buffer = 128 * 1024;
@@ -111,7 +113,8 @@ void ledger_peer::run() noexcept {
 
 // True when requests may be left over.
 bool ledger_peer::process() noexcept {
-  for (int turn = 0; turn < requests_a_turn; ++turn) {
+  const std::uint64_t began = monotonic_us();
+  for (int turn = 0; turn < requests_a_turn && monotonic_us() - began < turn_us; ++turn) {
     const std::uint64_t before = unsent();
     const int result = sd_bus_process(bus_.get(), nullptr);
     progress_ = progress_ || unsent() < before;
