@@ -1,8 +1,10 @@
-// What each kind of tracks needs of the router, as its row says.
+// What each kind of tracks needs of the router, as its row says; and the loop's longest turn.
 
 #include "oper/records/engine.h"
 
+#include <algorithm>
 #include <array>
+#include <iterator>
 #include <string_view>
 
 #include "core/connections.h"
@@ -10,6 +12,7 @@
 #include "core/track_kind.h"
 #include "platform/err_string.h"
 #include "platform/ledger_status.h"
+#include "platform/loop_turns.h"
 
 namespace ot {
 namespace {
@@ -47,6 +50,28 @@ void look_at_services() noexcept {
   }
 }
 
+const evm* main_loop = nullptr;
+
+int encode_services(ledger_dpv_reply& reply) noexcept {
+  look_at_services();
+  engine_records records;
+  return brec_encode(engine_info___brec, fill(records), &reply.buffer, &reply.length);
+}
+
+int encode_loop(ledger_dpv_reply& reply) noexcept {
+  const loop_turns turns = evm_turns(main_loop);
+  const loop_info__ record{
+      static_cast<std::uint64_t>(turns.since), static_cast<std::uint64_t>(turns.longest_at),
+      static_cast<std::uint32_t>(std::min<std::uint64_t>(turns.longest_us, UINT32_MAX))};
+  return brec_encode(loop_info___brec, &record, &reply.buffer, &reply.length);
+}
+
+struct engine_key {
+  std::string_view word;
+  int (*encode)(ledger_dpv_reply& reply) noexcept;
+};
+constexpr engine_key keys[] = {{"all", encode_services}, {"loop", encode_loop}};
+
 constexpr ledger_dpv_provider engine_provider[] = {
     {"engine", ot_dpv_engine_get, nullptr, nullptr},
 };
@@ -62,23 +87,30 @@ const brec_descriptor engine_info___brec = {
     "$12=L{next}p($12){Service}33x%S{Connected}b{Since}H{Pending}D;",
     "$12=Lp($12)33x%SbHD;"};
 
+const brec_descriptor loop_info___brec = {
+    1,         "loop_info__",       "libobject_tracking_brec_desc.dll",
+    {},        sizeof(loop_info__), "$13={Since}H{LongestAt}H{LongestTurn}D;",
+    "$13=HHD;"};
+
 int ot_engine_record_register() noexcept {
-  static constexpr const brec_descriptor* descriptors[] = {&engine_info___brec};
+  static constexpr const brec_descriptor* descriptors[] = {&engine_info___brec, &loop_info___brec};
   return register_records(descriptors);
 }
 
-int ot_engine_provider_register() noexcept {
+int ot_engine_provider_register(const evm* manager) noexcept {
+  main_loop = manager;
   return ledger_dpv_register("/oper/object_tracking/gl/", engine_provider);
 }
 
 int ot_dpv_engine_get(ledger_dpv_reply* reply, const ledger_dpv_request* request) {
   OT_TRACE_ENTRY();
-  if (request->key == nullptr || std::string_view{request->key} != "all") {
+  const std::string_view word = request->key == nullptr ? "" : request->key;
+  const auto* const key = std::find_if(std::begin(keys), std::end(keys),
+                                       [word](const engine_key& row) { return row.word == word; });
+  if (key == std::end(keys)) {
     return ledger_no_data;
   }
-  look_at_services();
-  engine_records records;
-  const int status = brec_encode(engine_info___brec, fill(records), &reply->buffer, &reply->length);
+  const int status = key->encode(*reply);
   if (status != status_ok) {
     OT_TRACE_ERROR("(%s) : Brec encode failed (%s)", __func__, err_string(status));
     return ledger_no_data;

@@ -1,10 +1,12 @@
-// The operational data "engine/all" below "/oper/object_tracking/gl/": how the service stands to
-// the services that its tracks need. Its record is a chain with one element for each. Main thread.
+// The operational data below "/oper/object_tracking/gl/engine/". "all": how the service stands to
+// the services that its tracks need, a chain with one element for each. "loop": how long the main
+// thread's event loop was kept busy. Main thread.
 #pragma once
 
 #include <cstdint>
 
 #include "oper/records/track_records.h"
+#include "platform/evm.h"
 #include "platform/ledger_provider.h"
 
 namespace ot {
@@ -17,16 +19,24 @@ struct engine_info__ {
   std::uint32_t Pending = 0;  // how much waits for the service
 };
 
-extern const brec_descriptor engine_info___brec;
+struct loop_info__ {
+  std::uint64_t Since = 0;        // wall clock, as LongestAt: the service's start
+  std::uint64_t LongestAt = 0;    // 0: there was no turn yet
+  std::uint32_t LongestTurn = 0;  // microseconds
+};
 
-// Registers the record's type, beside those of the tracks. As ot_records_register; readers in other
-// programs call it too.
+extern const brec_descriptor engine_info___brec;
+extern const brec_descriptor loop_info___brec;
+
+// Registers the records' types, beside those of the tracks. As ot_records_register; readers in
+// other programs call it too.
 int ot_engine_record_register() noexcept;
 
-// Registers the branch. After the record's type, before the first request. Status code.
-int ot_engine_provider_register() noexcept;
+// Registers the branch. `manager` runs the main thread's loop and outlives the registration. After
+// the records' types, before the first request. Status code.
+int ot_engine_provider_register(const evm* manager) noexcept;
 
-// Answers the key "all". 0 with the reply filled, or ledger_no_data.
+// Answers the keys "all" and "loop". 0 with the reply filled, or ledger_no_data.
 int ot_dpv_engine_get(ledger_dpv_reply* reply, const ledger_dpv_request* request);
 
 }  // namespace ot

@@ -66,6 +66,9 @@ void set_wall_clock(std::int64_t seconds);
 // How often handlers have run since reset.
 std::uint64_t handlers_run();
 
+// A turn of this loop has just taken that long; by themselves they take no time here.
+void turn_took(evm* manager, std::chrono::microseconds time);
+
 // Ends the wait of the thread that runs this loop: its evm_block fails from now on.
 void end_loop(evm* manager);
 

@@ -12,6 +12,8 @@
 #include <thread>
 #include <vector>
 
+#include "platform/clock.h"
+#include "platform/loop_turns.h"
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/loops.h"
@@ -44,6 +46,7 @@ struct evm {
   bool waiting = false;
   bool ended = false;
   bool abandoned = false;  // its thread gave up on a failed wait
+  loop_turns turns;
 };
 
 namespace {
@@ -135,6 +138,7 @@ int evm_create(evm** ret) noexcept {
   loops_part& loops = world_part<loops_part>();
   const std::scoped_lock lock{loops.mutex};
   *ret = loops.managers.emplace_back(new evm);
+  (*ret)->turns.since = clock_realtime_seconds();
   return status_ok;
 }
 
@@ -185,6 +189,10 @@ int evm_dispatch(evm* manager) {
   }
   work();
   return status_ok;
+}
+
+loop_turns evm_turns(const evm* manager) noexcept {
+  return manager->turns;
 }
 
 void loop_post(evm* manager, std::function<void()> work) noexcept {
@@ -275,6 +283,16 @@ std::uint64_t handlers_run() {
   loops_part& loops = world_part<loops_part>();
   const std::scoped_lock lock{loops.mutex};
   return loops.handlers_run;
+}
+
+void turn_took(evm* manager, std::chrono::microseconds time) {
+  const auto taken = static_cast<std::uint64_t>(time.count());
+  with_manager(manager, [taken](evm& present) {
+    if (taken > present.turns.longest_us) {
+      present.turns.longest_us = taken;
+      present.turns.longest_at = clock_realtime_seconds();
+    }
+  });
 }
 
 void end_loop(evm* manager) {

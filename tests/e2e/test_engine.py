@@ -2,6 +2,7 @@
 
 import datetime
 import json
+import re
 
 from waiting import wait_until
 
@@ -13,7 +14,7 @@ def engines(service):
 def test_a_service_without_bfd_and_probes(service):
     now = datetime.datetime.now(datetime.timezone.utc)
     rows = engines(service)
-    assert list(rows) == ["bfd", "probe", "fib", "interfaces"]
+    assert list(rows) == ["bfd", "probe", "fib", "interfaces", "loop"]
     wait_until(lambda: engines(service)["fib"]["connected"], service.build.patience, "the FIB")
     assert engines(service)["interfaces"]["connected"] is True
     assert rows["bfd"]["connected"] is False
@@ -36,8 +37,18 @@ def test_what_waits_is_counted(service):
 def test_the_table(service):
     lines = service.ctl("engine").splitlines()
     assert lines[0].split() == ["Service", "State", "Since", "Pending"]
-    assert [line[:17].rstrip() for line in lines[1:]] == [
+    assert [line[:17].rstrip() for line in lines[1:-1]] == [
         "BFD engine", "probe service", "FIB", "interface manager"]
+    assert re.fullmatch(r"Longest turn of the main loop: \d+\.\d{3} ms, \d{4}-\d\d-\d\d "
+                        r"\d\d:\d\d:\d\d", lines[-1])
+
+
+def test_the_longest_turn_is_kept(service):
+    first = engines(service)["loop"]
+    assert 0 < first["longest_turn_ms"] < 10_000
+    later = engines(service)["loop"]
+    assert later["longest_turn_ms"] >= first["longest_turn_ms"]
+    assert later["longest_turn_at"] >= first["longest_turn_at"]
 
 
 def test_a_bfd_track_that_waits_takes_no_delays(service):

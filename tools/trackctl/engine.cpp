@@ -3,6 +3,7 @@
 #include "tools/trackctl/engine.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <ctime>
 #include <iostream>
 #include <memory>
@@ -36,6 +37,38 @@ std::string time_text(std::int64_t seconds, const char* format, bool utc) {
   return text;
 }
 
+constexpr const char* local_format = "%Y-%m-%d %H:%M:%S";
+constexpr const char* utc_format = "%Y-%m-%dT%H:%M:%SZ";
+
+nlohmann::ordered_json loop_json(const loop_state& state) {
+  const bool any = state.longest_at != 0;
+  const auto at = any ? nlohmann::ordered_json(time_text(state.longest_at, utc_format, true))
+                      : nlohmann::ordered_json(nullptr);
+  return {{"service", "loop"},
+          {"connected", true},
+          {"since", time_text(state.since, utc_format, true)},
+          {"pending", 0},
+          {"longest_turn_ms", state.longest_us / 1000.0},
+          {"longest_turn_at", at}};
+}
+
+void register_records() {
+  if (const int code = ot_engine_record_register(); code != duplicate_key) {
+    check_code("preparing the operational records", code);
+  }
+}
+
+// Reads the record of that key below "engine/".
+template <typename Record>
+void read_record(const char* key, const brec_descriptor& descriptor, Record& ret) {
+  register_records();
+  const ledger_connection connection(records_root);
+  ledger_value value;
+  check_code("reading the state of the engines",
+             ledger_item_get(connection.get(), (std::string("engine/") + key).c_str(), &value));
+  check_code("decoding the state of the engines", brec_decode(descriptor, value.bytes(), &ret));
+}
+
 std::string padded(std::string text, std::size_t width) {
   text.resize(std::max(text.size(), width), ' ');
   return text + "  ";
@@ -53,35 +86,39 @@ std::string engine_table(const std::vector<engine_state>& states) {
     const needed_service row = words_of(state.service);
     table += padded(row.name, name_width) +
              padded(state.connected ? "connected" : "not connected", state_width) +
-             padded(time_text(state.since, "%Y-%m-%d %H:%M:%S", false), since_width) +
+             padded(time_text(state.since, local_format, false), since_width) +
              (state.pending == 0 ? "none" : std::to_string(state.pending) + ' ' + row.pending) +
              '\n';
   }
   return table;
 }
 
-nlohmann::ordered_json engine_json(const std::vector<engine_state>& states) {
+std::string loop_text(const loop_state& state) {
+  char turn[32] = "";
+  std::snprintf(turn, sizeof turn, "%.3f ms", state.longest_us / 1000.0);
+  return "Longest turn of the main loop: " +
+         (state.longest_at == 0
+              ? std::string("none yet")
+              : turn + (", " + time_text(state.longest_at, local_format, false))) +
+         '\n';
+}
+
+nlohmann::ordered_json engine_json(const std::vector<engine_state>& states,
+                                   const loop_state& loop) {
   auto all = nlohmann::ordered_json::array();
   for (const engine_state& state : states) {
     all.push_back({{"service", state.service},
                    {"connected", state.connected},
-                   {"since", time_text(state.since, "%Y-%m-%dT%H:%M:%SZ", true)},
+                   {"since", time_text(state.since, utc_format, true)},
                    {"pending", state.pending}});
   }
+  all.push_back(loop_json(loop));
   return all;
 }
 
 std::vector<engine_state> read_engine_states() {
-  if (const int code = ot_engine_record_register(); code != duplicate_key) {
-    check_code("preparing the operational record", code);
-  }
-  const ledger_connection connection(records_root);
-  ledger_value value;
-  check_code("reading the state of the engines",
-             ledger_item_get(connection.get(), "engine/all", &value));
   engine_info__ record{};
-  check_code("decoding the state of the engines",
-             brec_decode(engine_info___brec, value.bytes(), &record));
+  read_record("all", engine_info___brec, record);
   const auto release = [](engine_info__* decoded) { brec_release(engine_info___brec, decoded); };
   const std::unique_ptr<engine_info__, decltype(release)> links(&record, release);
   std::vector<engine_state> states;
@@ -90,6 +127,13 @@ std::vector<engine_state> read_engine_states() {
                       static_cast<std::int64_t>(each->Since), each->Pending});
   }
   return states;
+}
+
+loop_state read_loop_state() {
+  loop_info__ record{};
+  read_record("loop", loop_info___brec, record);
+  return {static_cast<std::int64_t>(record.Since), static_cast<std::int64_t>(record.LongestAt),
+          record.LongestTurn};
 }
 
 void require_service_before_delays(const track_kind& kind, const std::string& track,
@@ -111,7 +155,8 @@ void require_service_before_delays(const track_kind& kind, const std::string& tr
 int run_engine(const arguments& args) {
   CLI::App app{
       "Show whether the service is connected to what its tracks need, since when, and what waits "
-      "for it: the BFD engine, the probe service, the FIB and the interface manager.",
+      "for it: the BFD engine, the probe service, the FIB and the interface manager; and the "
+      "longest time for which its own loop was kept busy.",
       "trackctl engine"};
   app.footer(
       "Example: trackctl engine --json | jq -e '.[] | select(.service == \"bfd\").connected'");
@@ -120,10 +165,11 @@ int run_engine(const arguments& args) {
   parse_arguments(app, args);
 
   const std::vector<engine_state> states = read_engine_states();
+  const loop_state loop = read_loop_state();
   if (json) {
-    std::cout << engine_json(states).dump(2) << '\n';
+    std::cout << engine_json(states, loop).dump(2) << '\n';
   } else {
-    std::cout << engine_table(states);
+    std::cout << engine_table(states) << loop_text(loop);
   }
   return exit_done;
 }

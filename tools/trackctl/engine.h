@@ -1,5 +1,6 @@
-// How the running service stands to the services of the router that its tracks need: reading it,
-// and the two renderings of `trackctl engine`, a table for people and JSON for programs.
+// How the running service stands to the services of the router that its tracks need, and how long
+// its loop was kept busy: reading it, and the two renderings of `trackctl engine`, text for people
+// and JSON for programs.
 #pragma once
 
 #include <cstdint>
@@ -18,14 +19,24 @@ struct engine_state {
   std::uint32_t pending = 0;
 };
 
+// The service's event loop.
+struct loop_state {
+  std::int64_t since = 0;        // wall-clock seconds, as longest_at: the service's start
+  std::int64_t longest_at = 0;   // 0: there was no turn yet
+  std::uint32_t longest_us = 0;  // the longest turn
+};
+
 // One line a service, in the given order; times are local.
 std::string engine_table(const std::vector<engine_state>& states);
+// A line.
+std::string loop_text(const loop_state& state);
 
-// An array of objects; times are in UTC.
-nlohmann::ordered_json engine_json(const std::vector<engine_state>& states);
+// An array of objects; times are in UTC. The loop is the last, a service like the others.
+nlohmann::ordered_json engine_json(const std::vector<engine_state>& states, const loop_state& loop);
 
-// Throws.
+// Both throw.
 std::vector<engine_state> read_engine_states();
+loop_state read_loop_state();
 
 // Throws when a delay of a track of this kind would be applied before the track is made, since what
 // the track needs is not connected: it would count as a track that follows nothing from then on.

@@ -153,9 +153,28 @@ TEST_F(engine_info, a_statistics_table_that_goes_is_noticed_by_the_poll) {
   EXPECT_EQ(connection_of(router_service::probe_service).since, start_time + 2);
 }
 
+TEST_F(engine_info, reports_the_longest_turn_of_the_loop) {
+  const auto read_loop = [] {
+    ledger_value value;
+    EXPECT_EQ(
+        ledger_item_get(ledger_get_default_conn(), "oper/object_tracking/gl/engine/loop", &value),
+        0);
+    loop_info__ record{};
+    EXPECT_EQ(brec_decode(loop_info___brec, value.bytes(), &record), 0);
+    return record;
+  };
+  EXPECT_EQ(read_loop().LongestAt, 0U);
+  field::advance(5s);
+  field::turn_took(manager, 1234us);
+  field::advance(5s);
+  field::turn_took(manager, 1000us);
+  EXPECT_EQ(read_loop().LongestTurn, 1234U);
+  EXPECT_EQ(static_cast<std::int64_t>(read_loop().LongestAt), start_time + 5);
+}
+
 TEST_F(engine_info, knows_no_other_key) {
   ledger_value value;
-  for (const char* key : {"bfd", "ALL", "all-tracks"}) {
+  for (const char* key : {"bfd", "ALL", "LOOP", "all-tracks"}) {
     EXPECT_EQ(
         ledger_item_get(ledger_get_default_conn(),
                         (std::string("oper/object_tracking/gl/engine/") + key).c_str(), &value),
@@ -183,7 +202,7 @@ TEST_F(engine_info, without_memory_there_is_no_answer) {
 
 TEST_F(engine_info, the_type_is_registered_once) {
   EXPECT_EQ(ot_engine_record_register(), duplicate_key);
-  EXPECT_EQ(ot_engine_provider_register(), duplicate_key);
+  EXPECT_EQ(ot_engine_provider_register(manager), duplicate_key);
 }
 
 }  // namespace
