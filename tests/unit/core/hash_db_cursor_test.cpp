@@ -112,6 +112,17 @@ TEST_F(hash_db_cursor, without_an_entry_nothing_is_deleted) {
   EXPECT_EQ(walk(), (std::vector<std::uint32_t>{1}));
 }
 
+TEST_F(hash_db_cursor, is_clear_after_deleting_one_of_several_in_a_bucket) {
+  add({0, 1, 5, 9});
+  for (const std::uint32_t key : {5U, 1U}) {  // with others before and behind it
+    ASSERT_NE(hash_db_find_set_cursor(table, &key), nullptr);
+    hash_db_delete_current(table);
+    EXPECT_EQ(table.cursor_entry, nullptr) << key;
+    EXPECT_EQ(number(hash_db_next(table)), 0U) << key;
+  }
+  EXPECT_EQ(walk(), (std::vector<std::uint32_t>{0, 9}));
+}
+
 TEST_F(hash_db_cursor, deleting_by_key_clears_it) {
   add({0, 1, 2});
   ASSERT_NE(hash_db_first(table), nullptr);

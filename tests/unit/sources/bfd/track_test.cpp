@@ -95,6 +95,17 @@ TEST_F(bfd_track, tracks_of_one_session_share_its_entry_and_the_newest_follows_i
   EXPECT_EQ(published("a"), 1U);
 }
 
+TEST_F(bfd_track, the_context_names_the_track_of_the_latest_request) {
+  ASSERT_NE(ot_bfd_ctx.load(), nullptr);
+  ASSERT_EQ(configure("a"), 0);
+  EXPECT_EQ(*ot_bfd_ctx.load(), "a");
+  const std::string longest(39, 'b');
+  ASSERT_EQ(configure(longest, "10.0.0.3"), 0);
+  EXPECT_EQ(*ot_bfd_ctx.load(), longest.c_str());
+  ASSERT_EQ(commit({remove_item(session_item("a"))}), 0);
+  EXPECT_EQ(*ot_bfd_ctx.load(), "a");
+}
+
 TEST_F(bfd_track, deleting_one_of_two_ends_the_session_of_both) {
   ASSERT_EQ(configure_whole("a"), 0);
   ASSERT_EQ(configure_whole("b"), 0);

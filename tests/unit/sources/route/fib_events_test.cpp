@@ -137,7 +137,7 @@ TEST_F(fib_events, a_reconnection_registers_only_routes_of_known_vrfs) {
   add_blue();
   ASSERT_EQ(create("in_default"), 0);
   ASSERT_EQ(create("in_blue", "blue"), 0);
-  ASSERT_EQ(create("in_red", "red"), 0);
+  ASSERT_EQ(create("in_red", "red", "10.3.0.0"), 0);  // no other track's prefix
   EXPECT_EQ(field::fib_registrations(), 2U);
   fib_down();
   EXPECT_EQ(field::fib_registrations(), 0U);
