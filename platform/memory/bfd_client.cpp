@@ -163,6 +163,8 @@ int bfdc_bind_nb(const bfdc_bind_record& record, void* /*context*/) noexcept {
     note_change();
     return failure->result;
   }
+  note_introduction("bfdc_bind_nb", {record.client_name.view(), std::to_string(record.client_id),
+                                     std::to_string(record.version)});
   {
     locked_part part;
     part->client = record;

@@ -60,9 +60,10 @@ bool try_open(evm_conn& connection) {
 
 }  // namespace
 
-int evm_conn_create(evm* manager, evm_conn_open_func open, void* context, std::uint32_t /*kind*/,
+int evm_conn_create(evm* manager, evm_conn_open_func open, void* context, std::uint32_t kind,
                     evm_conn** ret) noexcept {
   alloc_faults_paused pause;
+  note_introduction("evm_conn_create", {std::to_string(kind)});
   if (const int code = take_failure_code("evm_conn_create")) {
     return code;
   }
@@ -88,6 +89,8 @@ int evm_conn_setretry(evm_conn* connection, std::uint32_t first, std::uint32_t l
   if (const int code = take_failure_code("evm_conn_setretry")) {
     return code;
   }
+  alloc_faults_paused pause;
+  note_introduction("evm_conn_setretry", {std::to_string(first), std::to_string(longest)});
   connection->first_delay = first;
   connection->next_delay = first;
   connection->longest_delay = std::max(first, longest);
@@ -99,6 +102,8 @@ int evm_conn_notify(evm_conn* connection, std::uint32_t mask,
   if (const int code = take_failure_code("evm_conn_notify")) {
     return code;
   }
+  alloc_faults_paused pause;
+  note_introduction("evm_conn_notify", {std::to_string(mask)});
   connection->mask = mask;
   connection->handler = handler;
   return status_ok;

@@ -156,6 +156,10 @@ std::vector<std::string> take_traces();
 // reset: what else has happened by then is there to be seen.
 void watch_traces(std::function<void(const std::string& line)> watch);
 
+// How the service has introduced itself to the router's services since the last take (the first one
+// only begins): operation, names, modes and numbers, "rtclient_init NAME MODE CHANNEL".
+std::vector<std::string> take_introductions();
+
 // How many events the publisher published, whether anyone wanted them or not. Subscribers come
 // through platform/event_subscriber.h.
 std::uint64_t events_published();

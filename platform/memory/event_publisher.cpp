@@ -91,11 +91,14 @@ int hand_to_publisher(const evdl_publisher& publisher,
 }  // namespace
 
 int evdl_publisher_register(evm* manager, const evdl_registration& registration,
-                            evdl_publisher** ret, std::uint32_t /*version*/) noexcept {
+                            evdl_publisher** ret, std::uint32_t version) noexcept {
   alloc_faults_paused pause;
   if (const int code = take_failure_code("evdl_publisher_register")) {
     return code;
   }
+  note_introduction("evdl_publisher_register",
+                    {registration.publisher.view(), std::to_string(registration.kind_count),
+                     registration.kind.name.view(), std::to_string(version)});
   if (manager == nullptr || registration.kind_count != 1 || registration.kind.match == nullptr ||
       registration.kind.copy_subscriptions == nullptr) {
     return invalid_argument;

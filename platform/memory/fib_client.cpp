@@ -118,6 +118,8 @@ int rtclient_init(const rtclient_parameters& parameters, const rtclient_callback
   if (const int code = take_failure_code("rtclient_init")) {
     return code;
   }
+  note_introduction("rtclient_init", {parameters.client_name, std::to_string(parameters.mode),
+                                      std::to_string(parameters.channel)});
   fib_part& part = world_part<fib_part>();
   part.clients.push_back(std::make_unique<rtclient>(rtclient{parameters.manager, callbacks, {}}));
   *ret = part.clients.back().get();
@@ -170,6 +172,8 @@ int rtclient_bulk_reg_notif(rtclient* client,
     return code;
   }
   for (const rtclient_registration& registration : prefixes) {
+    note_introduction("rtclient_bulk_reg_notif",
+                      {registration.client_name, std::to_string(registration.family)});
     const field_prefix prefix = prefix_of(registration);
     const bool is_new = client->registered.insert(prefix).second;
     notify(client, prefix);

@@ -56,8 +56,9 @@ auto by_handle(std::uint32_t handle) {
 
 }  // namespace
 
-int ifc_control_server_bind(evm* manager, std::uint32_t /*mode*/, ifc_conn_ctx* ret) noexcept {
+int ifc_control_server_bind(evm* manager, std::uint32_t mode, ifc_conn_ctx* ret) noexcept {
   alloc_faults_paused pause;
+  note_introduction("ifc_control_server_bind", {std::to_string(mode)});
   if (const int code = take_failure_code("ifc_control_server_bind")) {
     return code;
   }
@@ -89,9 +90,10 @@ int ifc_conn_ctx_to_connid(const ifc_conn_ctx& context, std::uint32_t* ret) noex
   return status_ok;
 }
 
-int ifc_register_callback(ifc_conn_ctx& context, const char* /*name*/, evm* manager,
+int ifc_register_callback(ifc_conn_ctx& context, const char* name, evm* manager,
                           ifc_callback callback) noexcept {
   alloc_faults_paused pause;
+  note_introduction("ifc_register_callback", {name});
   if (const int code = take_failure_code("ifc_register_callback")) {
     return code;
   }
@@ -118,6 +120,7 @@ int ifc_attr_register(ifc_conn_ctx& context, std::uint16_t attribute, int* ret_s
     *ret_status = invalid_argument;
     return status_ok;
   }
+  note_introduction("ifc_attr_register", {std::to_string(attribute)});
   ifc_client& client = *find_client(context);
   client.attributes.insert(attribute);
   std::vector<field_item> items;

@@ -71,9 +71,12 @@ void notify(std::uint32_t event, const vmap_vrf& vrf) {
 
 }  // namespace
 
-int vmap_c_lib_init(std::uint32_t mode, const char* /*name*/, evm* manager, int (* /*callback*/)(),
+int vmap_c_lib_init(std::uint32_t mode, const char* name, evm* manager, int (*callback)(),
                     vmap_lib** ret) noexcept {
   alloc_faults_paused pause;
+  note_introduction("vmap_c_lib_init",
+                    {std::to_string(mode), name, manager == nullptr ? "unmanaged" : "managed",
+                     callback == nullptr ? "no callback" : std::to_string(callback())});
   if (const int code = take_failure_code("vmap_c_lib_init")) {
     return code;
   }

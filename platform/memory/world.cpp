@@ -35,6 +35,12 @@ struct failure_orders {
   std::deque<order> orders;
 };
 
+struct introductions {
+  std::mutex mutex;
+  bool wanted = false;
+  std::vector<std::string> lines;
+};
+
 }  // namespace
 
 void* find_world_part(const std::type_info& type, world_part_maker make) {
@@ -86,7 +92,27 @@ int take_failure_code(std::string_view operation) noexcept {
   return failure ? failure->result : 0;
 }
 
+void note_introduction(std::string_view operation, std::initializer_list<std::string_view> said) {
+  auto& [mutex, wanted, lines] = world_part<introductions>();
+  const std::scoped_lock lock{mutex};
+  if (!wanted) {
+    return;
+  }
+  std::string line{operation};
+  for (const std::string_view word : said) {
+    line.append(" ").append(word);
+  }
+  lines.push_back(std::move(line));
+}
+
 namespace field {
+
+std::vector<std::string> take_introductions() {
+  auto& [mutex, wanted, lines] = world_part<introductions>();
+  const std::scoped_lock lock{mutex};
+  wanted = true;
+  return std::exchange(lines, {});
+}
 
 void fail_next(std::string_view operation, int code, int item_status, unsigned let_through) {
   auto& [mutex, orders] = world_part<failure_orders>();

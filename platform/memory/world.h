@@ -2,6 +2,7 @@
 // first asked for; field::reset() throws the whole world away. For the files of this folder.
 #pragma once
 
+#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -33,5 +34,8 @@ std::optional<ordered_failure> take_failure(std::string_view operation) noexcept
 
 // The same for operations that have no item status: the code to fail with, or 0.
 int take_failure_code(std::string_view operation) noexcept;
+
+// Writes down what a client has said of itself: field::take_introductions. Any thread.
+void note_introduction(std::string_view operation, std::initializer_list<std::string_view> said);
 
 }  // namespace ot

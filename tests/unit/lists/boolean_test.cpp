@@ -129,6 +129,32 @@ TEST_F(boolean_lists, a_set_without_an_old_value_adds_a_second_member) {
   EXPECT_EQ(members("l"), "");
 }
 
+TEST_F(boolean_lists, of_several_events_the_first_of_create_set_delete_counts) {
+  direct_change create_and_set(3, "l", 3, "a", 1);
+  create_and_set.from(0);
+  EXPECT_EQ(object_tracking_type_list_object_apply(create_and_set.get()), 0);
+  EXPECT_EQ(object_tracking_type_list_object_apply(create_and_set.get()), 0);
+  EXPECT_EQ(members("l"), "a=1 a=1") << "a create removes nothing";
+  direct_change set_and_delete(6, "l", 3, "a", 0);
+  EXPECT_EQ(object_tracking_type_list_object_apply(set_and_delete.from(1).get()), 0);
+  EXPECT_EQ(members("l"), "a=0 a=1");
+}
+
+TEST_F(boolean_lists, values_are_compared_as_numbers_before_they_become_a_not) {
+  list("l", 3, {{"a", 7}, {"b"}});
+  EXPECT_EQ(members("l"), "b=0 a=1");
+  apply({set_number(member_item("l", 3, "a"), 1)});
+  EXPECT_EQ(members("l"), "a=1 b=0") << "7 was another value";
+}
+
+TEST_F(boolean_lists, the_type_of_a_member_becomes_the_configured_type) {
+  ASSERT_EQ(object_tracking_type_bool_create("new", track_type::boolean_or, "a", 0), 0);
+  EXPECT_EQ(track("new").configured_type, 4U);
+  apply({set_number(track_path("old", "delay_up"), 1)});
+  ASSERT_EQ(object_tracking_type_bool_create("old", track_type::boolean_and, "a", 0), 0);
+  EXPECT_EQ(track("old").configured_type, 3U);
+}
+
 TEST_F(boolean_lists, dispatches_by_the_list_type) {
   for (const std::uint32_t type : {1U, 2U, 5U, 6U, 9U, 10U}) {
     direct_change change(ledger_event_create, "l", type, "a", 0);

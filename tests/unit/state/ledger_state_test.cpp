@@ -100,8 +100,13 @@ TEST_F(ledger_state, without_the_library_nothing_is_bound) {
   ledger_control_fail_next(ledger_operation::bind, ledger_unreachable);
   for (const reader_row& reader : readers) {
     track_state read = not_a_state;
+    trace();
     EXPECT_EQ(static_cast<std::uint32_t>(reader.read("t", &read)), 0x8081c200U) << reader.name;
     EXPECT_EQ(read, track_state::unknown);
+    const std::string who = std::string{"("} + reader.name + ")";
+    EXPECT_THAT(field::take_traces(),
+                ElementsAre("Entering " + who + " : ",
+                            who + ": track t probably not configured yet state=Unknown"));
   }
   EXPECT_EQ(object_tracking_delete_item_from_ledger("t"), ledger_library_missing);
   EXPECT_EQ(published("t"), 1U);

@@ -132,6 +132,24 @@ TEST_F(start_up, without_memory_names_what_found_none) {
   }
 }
 
+// The names, modes and numbers are the platform's: its services know the client by them.
+TEST_F(start_up, introduces_itself_to_the_routers_services_in_this_way) {
+  field::take_introductions();
+  ASSERT_EQ(start(), 0);
+  text_lines said = field::take_introductions();
+  const std::string bfd = "bfdc_bind_nb object_tracking 199 9";  // in a thread of its own
+  EXPECT_EQ(std::erase(said, bfd), 1U);
+  EXPECT_THAT(said, ElementsAre("evdl_publisher_register OBJECT_TRACKING 1 event_register_track 1",
+                                "evm_conn_create 3", "ifc_control_server_bind 2",
+                                "ifc_register_callback object-tracking", "ifc_attr_register 1",
+                                "ifc_attr_register 66",
+                                "vmap_c_lib_init 1 OT_mp_lkup unmanaged no "
+                                "callback",
+                                "vmap_c_lib_init 0 ot_vrf managed 1", "evm_conn_create 2",
+                                "evm_conn_setretry 3 3", "evm_conn_notify 24576",
+                                "rtclient_init object_tracking 1 3225"));
+}
+
 TEST_F(start_up, goes_on_past_a_stored_item_that_cannot_be_applied) {
   field::interface_added("Gi1");
   const std::string bad = track_path("bad", "type/list/0x7/thld_limits/val_up/0x0/val_dn");

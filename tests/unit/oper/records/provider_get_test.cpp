@@ -58,6 +58,16 @@ TEST_F(provider_get, all_of_a_type) {
   EXPECT_EQ(status, ledger_no_data);
 }
 
+TEST_F(provider_get, a_key_of_a_type_stands_before_a_track_of_that_name) {
+  add("r1", track_type::route);
+  add_interface("type-route", "eth0");
+  EXPECT_THAT(names_of(*detail("type-route")), ElementsAre("r1"));
+  EXPECT_THAT(names_of(*brief("type-route")), ElementsAre("r1"));
+  add_interface("all-tracks", "eth0");
+  EXPECT_THAT(names_of(*brief("all-tracks")),
+              UnorderedElementsAre("r1", "type-route", "all-tracks"));
+}
+
 TEST_F(provider_get, all_tracks_is_a_key_of_the_brief_branch_only) {
   brief("all-tracks");
   EXPECT_EQ(status, ledger_no_data);

@@ -3,6 +3,7 @@
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/ledger_controls.h"
 #include "sources/bfd/track.h"
+#include "sources/probe/table.h"
 #include "tests/unit/sources/bfd/fixture.h"
 
 namespace ot::test {
@@ -85,6 +86,8 @@ TEST_F(bfd_memory, without_an_entry_the_probe_table_is_dropped_and_the_sessions_
                   "(ot_create_bfd_track_entry) : insert_track_to_bfdprb_entry failed"}));
   EXPECT_NE(entry("10.0.0.3"), nullptr);
   EXPECT_EQ(entry(), nullptr);
+  EXPECT_EQ(prb_table.buckets, nullptr);
+  ASSERT_EQ(prb_table_create(), 0);
 }
 
 TEST_F(bfd_memory, without_a_request_the_track_has_no_session) {

@@ -114,6 +114,18 @@ TEST_F(interface_config, a_set_without_an_old_value_only_ties) {
   EXPECT_TRUE(followed("Gi1"));
 }
 
+TEST_F(interface_config, of_create_and_set_together_the_create_counts) {
+  ASSERT_EQ(set("Gi1"), 0);
+  const ledger_path_field name{"t", 0};
+  ledger_value from;
+  ledger_value to;
+  ASSERT_EQ(ledger_value_assign(from, ledger_kind::text, bytes_of("Gi1")), 0);
+  ASSERT_EQ(ledger_value_assign(to, ledger_kind::text, bytes_of("Gi2")), 0);
+  EXPECT_EQ(object_tracking_type_interface_apply({3, {&name, 1}, &from, &to}), 0);
+  EXPECT_TRUE(followed("Gi1")) << "a create unties nothing";
+  EXPECT_TRUE(followed("Gi2"));
+}
+
 TEST_F(interface_config, a_delete_unties_and_keeps_the_configured_type) {
   ASSERT_EQ(set("Gi1"), 0);
   trace();

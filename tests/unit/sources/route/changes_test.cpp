@@ -115,6 +115,22 @@ TEST_F(route_changes, a_new_id_hands_an_unchanged_state_to_the_publication_too) 
   EXPECT_THAT(field::take_traces(), Contains(handed_over));
 }
 
+TEST_F(route_changes, an_id_of_0_is_only_remembered) {
+  field::route_added(net, 16, "eth0", blue_table);
+  field::route_added(net, 16, "eth0");  // what would be found without the VRF
+  add_blue();
+  ASSERT_EQ(create("t", "blue"), 0);
+  const std::uint32_t before = publications("t");
+  trace();
+  ot_update_track_vrf_id("blue", 0);
+  EXPECT_THAT(field::take_traces(),
+              testing::ElementsAre("(ot_update_track_vrf_id): vrf name blue, vrf id 0"));
+  EXPECT_EQ(entry("blue")->vrf_id, 0U);
+  EXPECT_EQ(entry("blue")->reach_state, 1U);
+  EXPECT_EQ(publications("t"), before);
+  EXPECT_EQ(field::fib_registrations(), 1U);
+}
+
 TEST_F(route_changes, a_new_id_without_a_route_only_registers) {
   ASSERT_EQ(create("t", "blue"), 0);
   const std::uint32_t before = publications("t");

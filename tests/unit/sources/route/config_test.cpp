@@ -114,6 +114,15 @@ TEST_F(route_config, vrf_names_are_compared_over_eight_characters) {
   EXPECT_THAT(followers(entry("custome")), ElementsAre("t"));
 }
 
+TEST_F(route_config, removing_the_address_keeps_the_vrf_for_the_next_one) {
+  ASSERT_EQ(set_vrf("t", "red"), 0);
+  ASSERT_EQ(set_address("t", net, 16), 0);
+  ASSERT_EQ(commit({remove_item(address_item("t"))}), 0);
+  EXPECT_EQ(entry("red"), nullptr);
+  ASSERT_EQ(set_address("t", "10.2.0.0", 16), 0);
+  EXPECT_THAT(followers(entry("red", "10.2.0.0")), ElementsAre("t"));
+}
+
 TEST_F(route_config, removing_the_vrf_means_the_default_one) {
   ASSERT_EQ(set_vrf("t", "red"), 0);
   ASSERT_EQ(set_address("t", net, 16), 0);

@@ -106,6 +106,13 @@ TEST_F(fib_connection, a_registration_and_its_end_are_reported_once) {
                           to_default_table + "0x60000000", to_default_table + "0x60000000"));
 }
 
+TEST_F(fib_connection, a_registration_carries_the_clients_name_and_the_ipv4_family) {
+  field::take_introductions();
+  ASSERT_EQ(register_net(default_id), 0);
+  EXPECT_THAT(field::take_introductions(),
+              ElementsAre("rtclient_bulk_reg_notif object_tracking 12"));
+}
+
 TEST_F(fib_connection, a_prefix_that_is_registered_already_is_no_failure) {
   ASSERT_EQ(register_net(default_id), 0);
   EXPECT_EQ(register_net(default_id), 0);
