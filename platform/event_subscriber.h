@@ -23,7 +23,7 @@ struct evdl_track_event {
 
 // Connects to the publisher "OBJECT_TRACKING" and registers `filters`; without any, every event
 // comes. When the call returns 0 no later event is missed. Status code; ledger_unreachable when the
-// service is not running.
+// service is not running, ledger_no_answer when it hangs, ledger_busy when it has no room.
 int evdl_subscribe(std::span<const evdl_filter> filters, evdl_subscriber** ret) noexcept;
 // Readable when an event waits.
 int evdl_subscriber_fd(const evdl_subscriber* subscriber) noexcept;

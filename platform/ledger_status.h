@@ -18,5 +18,8 @@ inline constexpr int ledger_full = status_code(0x40820a00);
 inline constexpr int ledger_storage_failure = status_code(0x40820c00);
 inline constexpr int ledger_bad_message = status_code(0x40820e00);
 inline constexpr int ledger_not_available = status_code(0x40821000);
+inline constexpr int ledger_no_answer = status_code(0x40821200);
+inline constexpr int ledger_busy = status_code(0x40821400);
+inline constexpr int ledger_read_only = status_code(0x40821600);
 
 }  // namespace ot

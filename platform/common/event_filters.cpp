@@ -3,27 +3,23 @@
 #include "platform/common/event_filters.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <new>
 
 #include "platform/status.h"
 
 namespace ot {
-namespace {
-
-constexpr event_subscribers bit(unsigned number) noexcept {
-  return event_subscribers{1} << number;
-}
-
-}  // namespace
-
 std::string_view event_filters::name_of(const filter& one) noexcept {
   return one.record.name.view();
 }
 
 int event_filters::add(unsigned number, std::span<const evdl_track_record> filters) noexcept {
   if (filters.empty()) {
-    everything_ |= bit(number);
+    everything_.add(number);
     return status_ok;
+  }
+  if (filters.size() > event_filters_total - filters_.size()) {
+    return EUSERS;
   }
   try {
     filters_.reserve(filters_.size() + filters.size());
@@ -41,7 +37,7 @@ int event_filters::add(unsigned number, std::span<const evdl_track_record> filte
 }
 
 void event_filters::remove(unsigned number) noexcept {
-  everything_ &= ~bit(number);
+  everything_.remove(number);
   std::erase_if(filters_, [number](const filter& one) { return one.subscriber == number; });
 }
 
@@ -51,8 +47,8 @@ event_subscribers event_filters::wanted_by(const evdl_track_record& event,
   const std::string_view name = event.name.view();
   auto at = std::ranges::lower_bound(filters_, name, {}, name_of);
   for (; at != filters_.end() && name_of(*at) == name; ++at) {
-    if ((wanted & bit(at->subscriber)) == 0 && match(&at->record, &event) == 1) {
-      wanted |= bit(at->subscriber);
+    if (!wanted.contains(at->subscriber) && match(&at->record, &event) == 1) {
+      wanted.add(at->subscriber);
     }
   }
   return wanted;

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cstring>
 #include <deque>
 #include <memory>
@@ -65,14 +64,12 @@ void put_into_inbox(events_part& part, unsigned number, const published_track& e
 
 void publish_one(events_part& part, const evdl_publisher& publisher, const evdl_track_record& event,
                  const published_track& out) {
-  event_subscribers wanting = 0;
+  event_subscribers wanting;
   {
     alloc_faults_resumed resume;
     wanting = part.filters.wanted_by(event, publisher.kind.match);
   }
-  for (; wanting != 0; wanting &= wanting - 1) {
-    put_into_inbox(part, static_cast<unsigned>(std::countr_zero(wanting)), out);
-  }
+  wanting.for_each([&](unsigned number) { put_into_inbox(part, number, out); });
   ++part.published;
 }
 

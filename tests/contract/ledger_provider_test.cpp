@@ -124,7 +124,9 @@ TEST_P(ledger_provider_contract, a_get_is_answered_by_the_provider) {
   EXPECT_THAT(value.bytes(), ElementsAre(std::byte{1}, std::byte{0}, std::byte{2}));
   EXPECT_EQ(ledger_item_get(conn_, "detail/other", &value), ledger_no_data);
   EXPECT_EQ(ledger_item_get(conn_, "empty/i001", &value), ledger_no_data);
-  EXPECT_EQ(ledger_item_set(conn_, "detail/i001", ledger_kind::u32, bytes_of_numbers({1})),
+  EXPECT_EQ(hosted([&] {
+              return ledger_item_set(conn_, "detail/i001", ledger_kind::u32, bytes_of_numbers({1}));
+            }),
             ledger_unknown_path);
 }
 

@@ -12,6 +12,8 @@ from daemon import Daemon
 USAGE = (
     "usage: object_tracking                                      run the service\n"
     "       object_tracking show track NAME|all-tracks [all]     show tracks\n"
+    "       object_tracking --restore                            put the last good configuration\n"
+    "                                                            back; the service must not run\n"
     "       object_tracking --help | --version\n")
 
 
@@ -35,19 +37,6 @@ def refused(service):
     assert daemon.wait_exit() == 1
     assert "cannot start" in daemon.output()
     return daemon.output()
-
-
-@pytest.mark.parametrize("store", ["var/lib/object_tracking/configuration.mdb",
-                                   "run/object_tracking/operational.mdb"])
-def test_a_store_that_is_none_is_named_and_left_alone(service, store):
-    service.stop()
-    path = os.path.join(service.root, store)
-    garbage = b"\xa5" * 16384
-    with open(path, "r+b") as stream:
-        stream.write(garbage)
-    assert path in refused(service)
-    with open(path, "rb") as stream:
-        assert stream.read(len(garbage)) == garbage
 
 
 @pytest.fixture

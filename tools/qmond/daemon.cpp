@@ -63,12 +63,13 @@ std::unique_ptr<sd_event, loop_deleter> new_loop() {
 // Holds the instance's lock as long as it lives; a second one on the same prefix is refused.
 unique_fd lock_instance() {
   const std::string folder = root_path(run_folder);
-  if (const int error = make_directory(folder, 0750); error != 0) {
-    fail(error, folder);
+  std::string error;
+  if (make_directory(folder, 0750, error) != 0) {
+    throw failure(exit_failed, error);
   }
-  unique_fd lock(open((folder + "/lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640));
+  unique_fd lock = open_own_file(folder + "/lock", O_RDWR | O_CREAT, 0600, error);
   if (!lock.valid()) {
-    fail(errno, folder + "/lock");
+    throw failure(exit_failed, error);
   }
   if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
     throw failure(exit_failed, "another qmond runs below " + folder);

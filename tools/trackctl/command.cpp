@@ -22,6 +22,8 @@ struct code_advice {
 constexpr std::array advices{
     code_advice{ledger_denied, "run it as root or as a member of the group object_tracking"},
     code_advice{ledger_not_available, "this build of the service cannot track such objects"},
+    code_advice{ledger_no_answer, "look at what it is doing: `systemctl status object_tracking`"},
+    code_advice{ledger_busy, "try again, or end programs that follow it"},
     code_advice{ledger_full, "delete what is no longer needed; deleting still works"},
     code_advice{track_type_conflict, "delete the track first, then set it anew"},
     code_advice{too_many_tracks, "1500 tracks are configured; delete one first"},

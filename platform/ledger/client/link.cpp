@@ -19,8 +19,12 @@
 namespace ot {
 namespace {
 
+constexpr std::uint64_t start_timeout_us = 3'000'000;
 constexpr std::uint64_t call_timeout_us = 5'000'000;
+// After a wait in vain the next calls do not wait again.
+constexpr std::uint64_t no_answer_holds_us = 1'000'000;
 
+// For a connection that was not made, or that ended under way.
 int status_of_errno(int error) noexcept {
   switch (error) {
     case EACCES:
@@ -28,9 +32,18 @@ int status_of_errno(int error) noexcept {
       return ledger_denied;
     case ENOMEM:
       return no_memory;
+    case ETIMEDOUT:
+    case EAGAIN:  // the service's queue of connections is full
+      return ledger_no_answer;
     default:
       return ledger_unreachable;
   }
+}
+
+// For one that was made and then not served.
+int status_of_start(int error) noexcept {
+  const bool ended = error == ECONNRESET || error == EPIPE || error == ENOTCONN;
+  return ended ? ledger_busy : status_of_errno(error);
 }
 
 // A connected socket, or -1 with errno.
@@ -45,7 +58,7 @@ int connect_socket(const std::string& path) noexcept {
     return -1;
   }
   // Bounds the wait for a service whose queue of connections is full.
-  const timeval timeout{.tv_sec = 5, .tv_usec = 0};
+  const timeval timeout{.tv_sec = start_timeout_us / 1'000'000, .tv_usec = 0};
   setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
   if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     const int error = errno;
@@ -59,7 +72,7 @@ int connect_socket(const std::string& path) noexcept {
 // Waits until both ends have introduced themselves; a call would wait for that far longer than it
 // is asked to. 0 or a negative errno.
 int finish_start(sd_bus* bus) noexcept {
-  const std::uint64_t end = monotonic_us() + call_timeout_us;
+  const std::uint64_t end = monotonic_us() + start_timeout_us;
   for (;;) {
     int result = sd_bus_process(bus, nullptr);
     if (result < 0) {
@@ -131,17 +144,27 @@ int ledger_link::ensure() noexcept {
     return status_ok;
   }
   drop();
+  if (monotonic_us() < silent_until_us_) {
+    return ledger_no_answer;
+  }
   try {
     const int fd = connect_socket(root_path(ledger_socket_path));
     if (fd < 0) {
-      return status_of_errno(errno);
+      return remembered(status_of_errno(errno));
     }
     const int result = start_bus(fd, bus_);
     owner_ = getpid();
-    return result < 0 ? status_of_errno(-result) : status_ok;
+    return result < 0 ? remembered(status_of_start(-result)) : status_ok;
   } catch (const std::bad_alloc&) {
     return no_memory;
   }
+}
+
+int ledger_link::remembered(int status) noexcept {
+  if (status == ledger_no_answer) {
+    silent_until_us_ = monotonic_us() + no_answer_holds_us;
+  }
+  return status;
 }
 
 int ledger_link::call(const char* member, const ledger_writer& request,
@@ -165,7 +188,7 @@ int ledger_link::call(const char* member, const ledger_writer& request,
   }
   if (result < 0) {
     drop();  // a late answer must not be taken for the next call's
-    return status_of_errno(-result);
+    return remembered(status_of_errno(-result));
   }
   ret.message.reset(answer);
   if (!ledger_message_body(answer, ret.body)) {

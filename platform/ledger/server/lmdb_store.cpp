@@ -1,20 +1,13 @@
-// Opening and reading a store. Its file is as large as its map from the start, where the disk has
-// room for it, so that a disk filled up by others does not stop the configuration from changing. A
-// read sees the batch under way, if there is one; values are copied out at once, so nothing of the
-// map is held between two calls.
+// Reading a store. A read sees the batch under way, if there is one; values are copied out at once,
+// so nothing of the map is held between two calls.
 #include "platform/ledger/server/lmdb_store.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
-#include <cerrno>
+#include <memory>
 
 #include "platform/ledger_status.h"
 
 namespace ot {
 namespace {
-
-constexpr mdb_mode_t file_mode = 0600;
 
 // 0, or a status code.
 int copy_item(std::string_view path, const MDB_val& stored, ledger_stored& ret) {
@@ -33,97 +26,6 @@ int end_of_walk(int code) noexcept {
 }
 
 }  // namespace
-
-const char* lmdb_store::lmdb_text(int code) noexcept {
-  return mdb_strerror(code);
-}
-
-lmdb_store::~lmdb_store() {
-  flush();
-  if (reader_ != nullptr) {
-    mdb_txn_abort(reader_);
-  }
-  if (env_ != nullptr) {
-    mdb_env_close(env_);
-  }
-}
-
-int lmdb_store::open(const lmdb_options& options) {
-  options_ = options;
-  if (const int code = mdb_env_create(&env_); code != MDB_SUCCESS) {
-    return code;
-  }
-  mdb_env_set_mapsize(env_, options_.map_bytes);
-  mdb_env_set_maxdbs(env_, 3);
-  const unsigned flags =
-      MDB_NOSUBDIR | MDB_NOTLS | (batched() ? MDB_WRITEMAP | MDB_NOSYNC | MDB_NOMETASYNC : 0U);
-  if (const int code = mdb_env_open(env_, options_.path.c_str(), flags, file_mode);
-      code != MDB_SUCCESS) {
-    return code;
-  }
-  int dead_readers = 0;
-  mdb_reader_check(env_, &dead_readers);
-  // A store written through its map would end the process when the disk has no room behind it; the
-  // other one learns of a full disk by its writes.
-  if (const int code = preallocate(); code != 0 && batched()) {
-    return code;
-  }
-  if (const int code = open_tables(); code != MDB_SUCCESS) {
-    return code;
-  }
-  if (const int code = mdb_txn_begin(env_, nullptr, MDB_RDONLY, &reader_); code != MDB_SUCCESS) {
-    return code;
-  }
-  mdb_txn_reset(reader_);
-  return MDB_SUCCESS;
-}
-
-int lmdb_store::preallocate() const noexcept {
-  mdb_filehandle_t file = -1;
-  if (const int code = mdb_env_get_fd(env_, &file); code != MDB_SUCCESS) {
-    return code;
-  }
-  return posix_fallocate(file, 0, static_cast<off_t>(options_.map_bytes));
-}
-
-int lmdb_store::open_tables() {
-  MDB_txn* txn = nullptr;
-  int code = mdb_txn_begin(env_, nullptr, 0, &txn);
-  if (code != MDB_SUCCESS) {
-    return code;
-  }
-  code = mdb_dbi_open(txn, "items", MDB_CREATE, &items_);
-  if (code == MDB_SUCCESS) {
-    code = mdb_dbi_open(txn, "order", MDB_CREATE | MDB_INTEGERKEY, &order_);
-  }
-  if (code == MDB_SUCCESS) {
-    code = mdb_dbi_open(txn, "about", MDB_CREATE, &about_);
-  }
-  if (code == MDB_SUCCESS && !options_.stamp.empty()) {
-    code = check_stamp(txn);
-  }
-  if (code != MDB_SUCCESS) {
-    mdb_txn_abort(txn);
-    return code;
-  }
-  return mdb_txn_commit(txn);
-}
-
-int lmdb_store::check_stamp(MDB_txn* txn) {
-  MDB_val key = lmdb_key("stamp");
-  MDB_val found{};
-  const int code = mdb_get(txn, about_, &key, &found);
-  if (code == MDB_SUCCESS && lmdb_text_of(found) == options_.stamp) {
-    return MDB_SUCCESS;
-  }
-  MDB_val stamp = lmdb_key(options_.stamp);
-  for (const MDB_dbi table : {items_, order_}) {
-    if (const int dropped = mdb_drop(txn, table, 0); dropped != MDB_SUCCESS) {
-      return dropped;
-    }
-  }
-  return mdb_put(txn, about_, &key, &stamp, 0);
-}
 
 bool lmdb_store::has_room(MDB_txn* txn) const noexcept {
   std::size_t pages = 0;
@@ -213,6 +115,39 @@ int lmdb_store::page(std::string_view prefix, std::string_view after, std::size_
     code = mdb_cursor_get(cursor, &key, &stored, MDB_NEXT);
   }
   return end_of_walk(code);
+}
+
+// With a transaction of its own: the store's is the main thread's.
+int lmdb_store::snapshot(std::vector<ledger_stored>& ret) const {
+  MDB_txn* txn = nullptr;
+  MDB_cursor* cursor = nullptr;
+  if (mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn) != MDB_SUCCESS) {
+    return ledger_storage_failure;
+  }
+  const std::unique_ptr<MDB_txn, decltype(&mdb_txn_abort)> ending{txn, mdb_txn_abort};
+  if (mdb_cursor_open(txn, order_, &cursor) != MDB_SUCCESS) {
+    return ledger_storage_failure;
+  }
+  const std::unique_ptr<MDB_cursor, decltype(&mdb_cursor_close)> closing{cursor, mdb_cursor_close};
+  MDB_val place{};
+  MDB_val path{};
+  int code = mdb_cursor_get(cursor, &place, &path, MDB_FIRST);
+  for (; code == MDB_SUCCESS; code = mdb_cursor_get(cursor, &place, &path, MDB_NEXT)) {
+    MDB_val stored{};
+    if (mdb_get(txn, items_, &path, &stored) != MDB_SUCCESS) {
+      return ledger_storage_failure;
+    }
+    if (const int status = copy_item(lmdb_text_of(path), stored, ret.emplace_back());
+        status != status_ok) {
+      return status;
+    }
+  }
+  return end_of_walk(code);
+}
+
+std::uint64_t lmdb_store::last_write() const noexcept {
+  MDB_envinfo info{};
+  return mdb_env_info(env_, &info) == MDB_SUCCESS ? info.me_last_txnid : 0;
 }
 
 int lmdb_store::page_in_order(std::uint64_t after, std::size_t limit,

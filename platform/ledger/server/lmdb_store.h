@@ -9,6 +9,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/ledger/engine/environment.h"
 
@@ -37,6 +38,15 @@ class lmdb_store : public ledger_store {
   int open(const lmdb_options& options);
   [[nodiscard]] static const char* lmdb_text(int code) noexcept;
 
+  // Whether the file has its whole space on the disk. If not, writes fail while the disk is full.
+  [[nodiscard]] bool has_its_space() const noexcept { return has_its_space_; }
+
+  // A number that each write changes.
+  [[nodiscard]] std::uint64_t last_write() const noexcept;
+  // All items of a synced store, in order. Any thread, while the store is open. 0 or a status code;
+  // may throw bad_alloc.
+  int snapshot(std::vector<ledger_stored>& ret) const;
+
   int get(std::string_view path, ledger_value& ret) override;
   int write(std::span<const ledger_write> writes) override;
   bool takes_new_items() override;
@@ -54,6 +64,7 @@ class lmdb_store : public ledger_store {
   [[nodiscard]] bool batched() const noexcept {
     return options_.durability == lmdb_durability::batched;
   }
+  int prepare_lock_file() const noexcept;
   int preallocate() const noexcept;
   int open_tables();
   int check_stamp(MDB_txn* txn);
@@ -75,6 +86,7 @@ class lmdb_store : public ledger_store {
   MDB_txn* writer_ = nullptr;  // the write under way; a batch lasts until flush
   std::size_t gathered_ = 0;   // writes in the batch
   bool room_ = true;           // as the batch began
+  bool has_its_space_ = false;
 };
 
 // --- How an item lies in the file --------------------------------------------------------------

@@ -64,7 +64,15 @@ int ledger_peer::start(sd_event* event, unique_fd socket) noexcept {
   io_.reset(io);
   again_.reset(again);
   deadline_.reset(deadline);
+  sd_event_now(event, CLOCK_MONOTONIC, &last_heard_us_);
   return set ? 0 : -ENOMEM;
+}
+
+// What its socket holds may be a request that the loop has not come to yet.
+bool ledger_peer::idle() const noexcept {
+  int waiting = 0;
+  return !over_ && followed_.empty() && unsent() == 0 && unfinished_ == 0 &&
+         ioctl(watched_.get(), FIONREAD, &waiting) == 0 && waiting == 0;
 }
 
 int ledger_peer::on_io(sd_event_source* /*source*/, int fd, std::uint32_t /*events*/,
@@ -133,6 +141,7 @@ int ledger_peer::on_message(sd_bus_message* message, void* userdata,
   auto& self = *static_cast<ledger_peer*>(userdata);
   self.unfinished_ = 0;
   self.spoken_ = true;
+  sd_event_now(sd_event_source_get_event(self.io_.get()), CLOCK_MONOTONIC, &self.last_heard_us_);
   self.progress_ = true;
   try {
     self.answer(message);

@@ -30,13 +30,21 @@ class ledger_peer_owner {
 
 class ledger_peer {
  public:
-  ledger_peer(ledger_peer_owner& owner, ledger_engine& engine, ledger_rights rights) noexcept
-      : owner_(owner), engine_(engine), rights_(rights) {}
+  // `trusted`: of root or of the service's own user.
+  ledger_peer(ledger_peer_owner& owner, ledger_engine& engine, ledger_rights rights,
+              bool trusted) noexcept
+      : owner_(owner), engine_(engine), rights_(rights), trusted_(trusted) {}
   ledger_peer(const ledger_peer&) = delete;
   ledger_peer& operator=(const ledger_peer&) = delete;
 
   // Starts the conversation on a connected socket. 0 or a negative errno.
   int start(sd_event* event, unique_fd socket) noexcept;
+
+  [[nodiscard]] bool trusted() const noexcept { return trusted_; }
+  // Whether nothing is lost when it ends: it follows nothing and has nothing under way.
+  [[nodiscard]] bool idle() const noexcept;
+  // When it last said something, on the loop's clock.
+  [[nodiscard]] std::uint64_t last_heard_us() const noexcept { return last_heard_us_; }
 
   // Queues the notices that this peer follows and sends what its socket takes.
   void notify(std::string_view base, std::span<const ledger_dpv_notification> entries);
@@ -59,6 +67,8 @@ class ledger_peer {
   ledger_peer_owner& owner_;
   ledger_engine& engine_;
   ledger_rights rights_;
+  bool trusted_;
+  std::uint64_t last_heard_us_ = 0;
   unique_fd watched_;  // the bus closes its own as soon as the peer has left
   bus_handle bus_;
   event_source io_;

@@ -31,16 +31,46 @@ int serve_get(ledger_engine& engine, ledger_reader& request, ledger_writer& ret)
   return status;
 }
 
+// Trace flags lie in the store of the published states, so clients may have only so many of them.
+constexpr std::size_t trace_flags_max = 64;
+
+bool takes_another_flag(ledger_engine& engine, std::string_view path) {
+  ledger_value present;
+  if (engine.get(path, present) != ledger_no_data) {
+    return true;
+  }
+  std::vector<ledger_stored> flags;
+  bool more = false;
+  return engine.page("/debug/", "", flags, more) == status_ok && !more &&
+         flags.size() < trace_flags_max;
+}
+
+bool is_the_services_own(std::string_view path) noexcept {
+  return path.starts_with("/oper/");
+}
+
 int serve_set(ledger_engine& engine, ledger_reader& request, ledger_writer& /*ret*/) {
   const std::string_view path = request.text();
   const auto kind = static_cast<ledger_kind>(request.u32());
   const std::span<const std::byte> value = request.bytes();
-  return request.finished() ? engine.set(path, kind, value) : ledger_bad_message;
+  if (!request.finished()) {
+    return ledger_bad_message;
+  }
+  if (is_the_services_own(path)) {
+    return ledger_read_only;
+  }
+  if (path.starts_with("/debug/") && !takes_another_flag(engine, path)) {
+    return ledger_full;
+  }
+  return engine.set(path, kind, value);
 }
 
 int serve_delete(ledger_engine& engine, ledger_reader& request, ledger_writer& /*ret*/) {
   const std::string_view path = request.text();
-  return request.finished() ? engine.erase(path) : ledger_bad_message;
+  if (!request.finished()) {
+    return ledger_bad_message;
+  }
+  return is_the_services_own(path) ? ledger_read_only : engine.erase(path);
 }
 
 int serve_page(ledger_engine& engine, ledger_reader& request, ledger_writer& ret) {

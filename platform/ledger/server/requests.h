@@ -16,8 +16,9 @@ struct ledger_rights {
   bool write = false;
 };
 
-// Root, the service's own user and the members of `members` (-1: no such group) may do everything,
-// others nothing.
+// Root, the service's own user and the members of `members` (-1: no such group) may read everything
+// and write configuration and trace flags, others nothing. Operational items are the service's own,
+// which writes them without a socket.
 ledger_rights ledger_rights_of(int socket, gid_t members) noexcept;
 
 // Serves one request: reads its body, asks the engine and writes the answer, status first. False

@@ -1,19 +1,15 @@
 // The one ledger of the service's process: stores, engine and socket. The lock comes first, so that
 // a second instance touches nothing; the socket comes last and is served only when the service says
-// that it is ready. Connections over the cap wait in the kernel's queue until another one ends.
+// that it is ready. When every place is taken, the connection that has been idle longest gives way,
+// root's last; some places are root's alone, so nobody can shut root out.
 #include "platform/ledger/server/server.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <new>
 #include <string>
@@ -24,20 +20,25 @@
 #include "platform/ledger/calls/call.h"
 #include "platform/ledger/engine/engine.h"
 #include "platform/ledger/messages.h"
+#include "platform/ledger/server/configuration_copy.h"
+#include "platform/ledger/server/configuration_store.h"
+#include "platform/ledger/server/instance_lock.h"
 #include "platform/ledger/server/lmdb_store.h"
 #include "platform/ledger/server/peer.h"
+#include "platform/ledger/server/store_check.h"
 #include "platform/ledger_status.h"
+#include "platform/linux/loop/listener.h"
 #include "platform/linux/loop/sd_event.h"
 #include "platform/linux/process/boot.h"
 #include "platform/linux/process/directories.h"
 #include "platform/linux/unique_fd.h"
-#include "platform/linux/unix_address.h"
 #include "platform/messages.h"
 
 namespace ot {
 namespace {
 
-constexpr std::size_t peers_max = 64;
+constexpr std::size_t peers_for_all = 512;
+constexpr std::size_t peers_for_root = 32;  // in addition
 constexpr std::size_t configuration_kb = 16'384;
 constexpr std::size_t operational_kb = 4'096;
 constexpr std::size_t map_kb_least = 128;
@@ -46,45 +47,14 @@ constexpr errmsg_record ledger_log{"OT", "SERVICES", "LEDGER", "%s", 4, 1, {0, 0
 
 // The size of a map in bytes; a test makes both smaller.
 std::size_t map_bytes(std::size_t usual_kb) noexcept {
-  const char* wanted = std::getenv("OT_LEDGER_MAP_KB");
+  const char* wanted = secure_getenv("OT_LEDGER_MAP_KB");
   const std::size_t kb = wanted == nullptr ? 0 : std::strtoul(wanted, nullptr, 10);
   return (kb == 0 ? usual_kb : std::max(kb, map_kb_least)) * 1024;
 }
 
-int failed(std::string& ret_error, const std::string& path, int error) {
-  ret_error = path + ": " + strerrordesc_np(error);
-  return error == ENOMEM ? no_memory : ledger_storage_failure;
-}
-
-// Takes the lock that keeps a second instance out: a file in the run directory, which names the
-// process that holds it for whoever is refused. It is held as long as the descriptor is open,
-// however the process ends. Not valid when another process has it, or when it cannot be made:
-// `ret_error` says which.
-unique_fd take_instance_lock(const std::string& path, std::string& ret_error) {
-  unique_fd file{::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640)};
-  if (!file.valid()) {
-    ret_error = path + ": " + strerrordesc_np(errno);
-    return {};
-  }
-  char text[32] = {};
-  if (flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-    const bool taken = errno == EWOULDBLOCK;
-    const ssize_t length = pread(file.get(), text, sizeof text - 1, 0);
-    ret_error = !taken ? path + ": " + strerrordesc_np(errno)
-                       : "another instance runs already: process " +
-                             std::to_string(length > 0 ? std::atol(text) : 0) + " holds " + path;
-    return {};
-  }
-  const int length = std::snprintf(text, sizeof text, "%ld\n", static_cast<long>(getpid()));
-  if (ftruncate(file.get(), 0) != 0 ||
-      pwrite(file.get(), text, static_cast<std::size_t>(length), 0) != length) {
-    ret_error = path + ": " + strerrordesc_np(errno);
-    return {};
-  }
-  return file;
-}
-
-class ledger_server : public ledger_environment, public ledger_peer_owner {
+class ledger_server : public ledger_environment,
+                      public ledger_peer_owner,
+                      public unix_listener_owner {
  public:
   ledger_server();
   ~ledger_server() override;
@@ -100,27 +70,22 @@ class ledger_server : public ledger_environment, public ledger_peer_owner {
   void log(const std::string& line) override;
   int notify(std::string_view base, std::span<const ledger_dpv_notification> entries) override;
   void peer_ended(ledger_peer& peer) noexcept override;
+  void client_connected(unique_fd socket, bool trusted) noexcept override;
+  bool make_way() noexcept override;
 
  private:
-  static int on_connection(sd_event_source* source, int fd, std::uint32_t events,
-                           void* userdata) noexcept;
-
-  int open_places(std::string& ret_error);
-  int open_store(lmdb_store& store, const lmdb_options& options, std::string& ret_error);
-  int listen(evm* manager, std::string& ret_error);
-  void accept_one(int listener) noexcept;
-  void adjust_accepting() noexcept;
+  int open_operational(std::string& ret_error);
+  int open_stores(std::string& ret_error);
+  bool end_longest(bool trusted, bool idle) noexcept;
 
   unique_fd lock_;
   gid_t members_;
   lmdb_store configuration_;
   lmdb_store operational_;
+  configuration_keeper keeper_{configuration_};
   ledger_engine engine_;
   sd_event* event_ = nullptr;
-  unique_fd listener_;
-  std::string socket_path_;
-  event_source accepting_;
-  bool serving_ = false;
+  unix_listener listener_{*this};
   std::vector<std::unique_ptr<ledger_peer>> peers_;
 };
 
@@ -128,118 +93,112 @@ ledger_server::ledger_server()
     : members_(service_group()), engine_(configuration_, operational_, *this) {}
 
 ledger_server::~ledger_server() {
-  if (listener_.valid()) {
-    unlink(socket_path_.c_str());
-  }
+  listener_.unlink_path();
+  keeper_.finish();
 }
 
 int ledger_server::open(evm* manager, std::string& ret_error) {
-  if (const int status = open_places(ret_error); status != status_ok) {
+  lock_ = take_instance_lock(ret_error);
+  if (!lock_.valid()) {
+    return ledger_not_available;
+  }
+  if (const int status = open_stores(ret_error); status != status_ok) {
     return status;
   }
-  int status = open_store(configuration_,
-                          {.path = root_path("/var/lib/object_tracking/configuration.mdb"),
-                           .map_bytes = map_bytes(configuration_kb),
-                           .durability = lmdb_durability::synced,
-                           .stamp = {}},
-                          ret_error);
-  if (status == status_ok) {
-    status = open_store(operational_,
-                        {.path = root_path("/run/object_tracking/operational.mdb"),
-                         .map_bytes = map_bytes(operational_kb),
-                         .durability = lmdb_durability::batched,
-                         .stamp = read_boot_id()},
-                        ret_error);
-  }
-  return status == status_ok ? listen(manager, ret_error) : status;
-}
-
-int ledger_server::open_places(std::string& ret_error) {
-  const std::string run = root_path("/run/object_tracking");
-  const std::string lib = root_path("/var/lib/object_tracking");
-  if (const int error = make_directory(run, 0750); error != 0) {
-    return failed(ret_error, run, error);
-  }
-  if (const int error = make_directory(lib, 0700); error != 0) {
-    return failed(ret_error, lib, error);
-  }
-  lock_ = take_instance_lock(run + "/ledger.lock", ret_error);
-  return lock_.valid() ? status_ok : ledger_not_available;
-}
-
-int ledger_server::open_store(lmdb_store& store, const lmdb_options& options,
-                              std::string& ret_error) {
-  const int code = store.open(options);
-  if (code == 0) {
-    return status_ok;
-  }
-  ret_error = options.path + ": " + lmdb_store::lmdb_text(code);
-  return code == ENOMEM ? no_memory : ledger_storage_failure;
-}
-
-int ledger_server::listen(evm* manager, std::string& ret_error) {
-  socket_path_ = root_path(ledger_socket_path);
-  sockaddr_un address{};
-  if (!unix_address(socket_path_, &address)) {
-    return failed(ret_error, socket_path_, ENAMETOOLONG);
-  }
-  unlink(socket_path_.c_str());  // of an instance that crashed: the lock says that it is gone
-  listener_ = unique_fd{socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)};
-  if (!listener_.valid() ||
-      bind(listener_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-      ::listen(listener_.get(), SOMAXCONN) != 0) {
-    return failed(ret_error, socket_path_, errno);
-  }
-  if (const int error = share_with_group(socket_path_, 0660); error != 0) {
-    return failed(ret_error, socket_path_, error);
-  }
   event_ = evm_sd_event(manager);
-  sd_event_source* source = nullptr;
-  if (sd_event_add_io(event_, &source, listener_.get(), EPOLLIN, on_connection, this) < 0) {
+  if (keeper_.start(event_) != 0) {
     return no_memory;
   }
-  accepting_.reset(source);
-  adjust_accepting();
-  return status_ok;
+  const int error = listener_.open(event_, root_path(ledger_socket_path), SOCK_STREAM, ret_error);
+  return error == 0 ? status_ok : error == ENOMEM ? no_memory : ledger_storage_failure;
+}
+
+int ledger_server::open_stores(std::string& ret_error) {
+  if (make_directory(root_path("/var/lib/object_tracking"), 0700, ret_error) != 0) {
+    return ledger_storage_failure;
+  }
+  if (const int status = open_configuration(configuration_, map_bytes(configuration_kb), ret_error);
+      status != status_ok) {
+    return status;
+  }
+  if (!configuration_.has_its_space()) {
+    log(configuration_path() +
+        ": the disk has no room for all of it; changes are refused while the disk is full");
+  }
+  return open_operational(ret_error);
+}
+
+// What is published can be published again, so a store that is no good is replaced.
+int ledger_server::open_operational(std::string& ret_error) {
+  const lmdb_options options{.path = root_path("/run/object_tracking/operational.mdb"),
+                             .map_bytes = map_bytes(operational_kb),
+                             .durability = lmdb_durability::batched,
+                             .stamp = read_boot_id()};
+  const std::string aside = options.path + ".damaged";
+  std::string fault;
+  if (check_store(options.path, options.map_bytes, false, fault) == store_state::faulty) {
+    if (std::rename(options.path.c_str(), aside.c_str()) != 0) {
+      ret_error = options.path + ": " + fault + ", and it cannot be set aside";
+      return ledger_storage_failure;
+    }
+    log(options.path + ": " + fault + "; it is kept as " + aside +
+        ", and the states are published anew");
+  }
+  const int code = operational_.open(options);
+  if (code != 0) {
+    ret_error = code > 0 ? place_error(options.path, code)
+                         : options.path + ": " + lmdb_store::lmdb_text(code);
+    if (code == ENOSPC) {
+      ret_error += ": it needs " + std::to_string(options.map_bytes >> 10) +
+                   " kB, and 1024 kB are left to others";
+    }
+  }
+  return code == 0 ? status_ok : code == ENOMEM ? no_memory : ledger_storage_failure;
 }
 
 void ledger_server::serve() noexcept {
-  serving_ = true;
-  adjust_accepting();
+  listener_.serve();
 }
 
-void ledger_server::adjust_accepting() noexcept {
-  const bool accepting = serving_ && peers_.size() < peers_max;
-  sd_event_source_set_enabled(accepting_.get(), accepting ? SD_EVENT_ON : SD_EVENT_OFF);
+// Ends the peer of those wanted that has said nothing for the longest time. False when there is
+// none.
+bool ledger_server::end_longest(bool trusted, bool idle) noexcept {
+  ledger_peer* longest = nullptr;
+  for (const auto& peer : peers_) {
+    if (peer->trusted() == trusted && (!idle || peer->idle()) &&
+        (longest == nullptr || peer->last_heard_us() < longest->last_heard_us())) {
+      longest = peer.get();
+    }
+  }
+  if (longest != nullptr) {
+    peer_ended(*longest);
+  }
+  return longest != nullptr;
 }
 
-int ledger_server::on_connection(sd_event_source* /*source*/, int fd, std::uint32_t /*events*/,
-                                 void* userdata) noexcept {
-  static_cast<ledger_server*>(userdata)->accept_one(fd);
-  return 0;
+bool ledger_server::make_way() noexcept {
+  return end_longest(false, true) || end_longest(true, true);
 }
 
-void ledger_server::accept_one(int listener) noexcept {
-  unique_fd socket{accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)};
-  if (!socket.valid()) {
-    return;
+void ledger_server::client_connected(unique_fd socket, bool trusted) noexcept {
+  const std::size_t places = peers_for_all + (trusted ? peers_for_root : 0);
+  if (peers_.size() >= places && !make_way() && !(trusted && end_longest(false, false))) {
+    return;  // the client sees that it is not served
   }
   try {
     peers_.reserve(peers_.size() + 1);
-    auto peer =
-        std::make_unique<ledger_peer>(*this, engine_, ledger_rights_of(socket.get(), members_));
+    auto peer = std::make_unique<ledger_peer>(*this, engine_,
+                                              ledger_rights_of(socket.get(), members_), trusted);
     if (peer->start(event_, std::move(socket)) >= 0) {
       peers_.push_back(std::move(peer));
     }
   } catch (const std::bad_alloc&) {
     // The socket is closed, and the client sees that it is not served.
   }
-  adjust_accepting();
 }
 
 void ledger_server::peer_ended(ledger_peer& peer) noexcept {
   std::erase_if(peers_, [&peer](const auto& candidate) { return candidate.get() == &peer; });
-  adjust_accepting();
 }
 
 void ledger_server::log(const std::string& line) {
@@ -257,6 +216,7 @@ void ledger_server::flush() noexcept {
   if (const int status = operational_.flush(); status != status_ok) {
     errmsg_log(&ledger_log, ledger_log.severity, err_string(status));
   }
+  keeper_.look();
 }
 
 std::unique_ptr<ledger_server> hosted;
@@ -296,6 +256,18 @@ void ledger_server_serve() noexcept {
   if (hosted) {
     hosted->serve();
   }
+}
+
+int ledger_server_restore(char* text, unsigned size) noexcept {
+  std::string said;
+  int status = no_memory;
+  try {
+    status = restore_configuration(map_bytes(configuration_kb), said);
+  } catch (const std::bad_alloc&) {
+    status = no_memory;
+  }
+  std::snprintf(text, size, "%s", said.empty() ? err_string(status) : said.c_str());
+  return status;
 }
 
 void ledger_server_close() noexcept {

@@ -15,6 +15,11 @@ int ledger_server_open(evm* manager, char* error, unsigned size) noexcept;
 // ready.
 void ledger_server_serve() noexcept;
 
+// Puts the copy of the last good configuration in the place of the store, for the operator; the
+// service must not run. `text` (`size` bytes) says what was done, or why nothing was. 0 or a status
+// code.
+int ledger_server_restore(char* text, unsigned size) noexcept;
+
 // Closes the socket and the stores; what was written is kept.
 void ledger_server_close() noexcept;
 

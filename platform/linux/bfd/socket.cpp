@@ -26,7 +26,7 @@ constexpr std::uint32_t made = IN_CREATE | IN_MOVED_TO | IN_ATTRIB;
 }  // namespace
 
 std::vector<std::string> engine_paths() {
-  const char* chosen = std::getenv("OT_BFDD_SOCKET");
+  const char* chosen = secure_getenv("OT_BFDD_SOCKET");
   if (chosen != nullptr && *chosen != '\0') {
     return {chosen};
   }

@@ -4,9 +4,11 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string>
 
 #include "platform/linux/events/server.h"
 #include "platform/linux/loop/sd_event.h"
+#include "platform/messages.h"
 #include "platform/status.h"
 
 namespace ot {
@@ -18,6 +20,22 @@ struct evdl_publisher {
 namespace {
 
 std::unique_ptr<evdl_publisher> only_publisher;
+
+constexpr errmsg_record events_log{"OT", "SERVICES", "EVENTS", "%s", 3, 3, {0, 0, 0}, nullptr};
+
+// The service goes on without its events when their socket cannot be made; the log says why.
+int open_server(event_server& server) noexcept {
+  try {
+    std::string error;
+    const int status = server.open(error);
+    if (status != status_ok) {
+      errmsg_log(&events_log, events_log.severity, ("events are not published: " + error).c_str());
+    }
+    return status;
+  } catch (const std::bad_alloc&) {
+    return no_memory;
+  }
+}
 
 void flush_events(void* /*argument*/) {
   if (only_publisher != nullptr) {
@@ -39,7 +57,7 @@ int evdl_publisher_register(evm* manager, const evdl_registration& registration,
   if (added == nullptr) {
     return no_memory;
   }
-  int status = added->server.open();
+  int status = open_server(added->server);
   if (status == status_ok) {
     status = evm_add_flush(manager, flush_events, nullptr);
   }

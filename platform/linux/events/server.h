@@ -11,7 +11,8 @@
 //
 // Nothing waits for a subscriber: who says nothing is closed after a while, who does not read is
 // cut off when its backlog is full, and neither holds up the others. A subscriber that was cut off
-// has to subscribe again; nothing is kept for it.
+// has to subscribe again; nothing is kept for it. All backlogs together are bounded too. When every
+// place is taken, whoever has not subscribed yet gives way; some places are root's alone.
 #pragma once
 
 #include <systemd/sd-event.h>
@@ -26,6 +27,7 @@
 #include "platform/event_publisher.h"
 #include "platform/evm.h"
 #include "platform/linux/events/protocol.h"
+#include "platform/linux/loop/listener.h"
 #include "platform/linux/unique_fd.h"
 
 namespace ot {
@@ -35,8 +37,10 @@ class event_server;
 // One subscriber's connection: its subscription, and what it has still to get.
 class event_subscription {
  public:
-  event_subscription(event_server& server, unsigned number, unique_fd connection) noexcept
-      : server_(server), number_(number), connection_(std::move(connection)) {}
+  // `arrival` counts connections.
+  event_subscription(event_server& server, unsigned number, std::uint64_t arrival,
+                     unique_fd connection) noexcept
+      : server_(server), number_(number), arrival_(arrival), connection_(std::move(connection)) {}
   ~event_subscription();
   event_subscription(const event_subscription&) = delete;
   event_subscription& operator=(const event_subscription&) = delete;
@@ -50,6 +54,11 @@ class event_subscription {
   // connection is broken.
   [[nodiscard]] bool send_noted() noexcept;
 
+  [[nodiscard]] std::uint64_t arrival() const noexcept { return arrival_; }
+  [[nodiscard]] bool subscribed() const noexcept { return subscribed_; }
+  // Events that wait to be sent.
+  [[nodiscard]] std::size_t backlog() const noexcept { return noted_.size(); }
+
  private:
   static int on_io(sd_event_source* source, int fd, std::uint32_t events, void* subscription);
   static int on_silence(sd_event_source* source, std::uint64_t usec, void* subscription);
@@ -58,6 +67,7 @@ class event_subscription {
 
   event_server& server_;
   unsigned number_;
+  std::uint64_t arrival_;
   unique_fd connection_;
   sd_event_source* io_ = nullptr;
   sd_event_source* silence_ = nullptr;
@@ -65,16 +75,15 @@ class event_subscription {
   std::vector<event_packet_record> noted_;
 };
 
-class event_server {
+class event_server : public unix_listener_owner {
  public:
   event_server(evm* manager, const evdl_event_kind& kind) noexcept
       : manager_(manager), kind_(kind) {}
-  ~event_server();
   event_server(const event_server&) = delete;
   event_server& operator=(const event_server&) = delete;
 
-  // Makes the socket and follows it. 0 or a status code.
-  int open() noexcept;
+  // Makes the socket and follows it. 0, or an errno value with a text for the operator.
+  int open(std::string& ret_error);
 
   [[nodiscard]] const evdl_event_kind& kind() const noexcept { return kind_; }
 
@@ -87,18 +96,21 @@ class event_server {
   // For the connections: forgets subscriber `number`.
   void forget(unsigned number) noexcept;
 
+  void client_connected(unique_fd socket, bool trusted) noexcept override;
+  bool make_way() noexcept override;
+
  private:
-  static int on_connect(sd_event_source* source, int fd, std::uint32_t events, void* server);
-  int listen_at(const std::string& path) noexcept;
+  [[nodiscard]] unsigned free_number(bool trusted) const noexcept;
   int notify_publisher(std::span<const evdl_track_record> filters) noexcept;
+  void bound_backlogs() noexcept;
 
   evm* manager_;
   evdl_event_kind kind_;
-  unique_fd listener_;
-  sd_event_source* source_ = nullptr;
+  unix_listener listener_{*this};
   event_filters filters_;
   std::array<std::unique_ptr<event_subscription>, event_subscriber_limit> subscribers_;
-  event_subscribers unsent_ = 0;  // who has events noted since the last flush
+  std::uint64_t arrivals_ = 0;
+  event_subscribers unsent_;  // who has events noted since the last flush
 };
 
 // Closes the publisher's socket and its subscribers' connections, if there is one; nothing may be

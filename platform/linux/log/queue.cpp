@@ -1,13 +1,10 @@
-// The log: system messages and traces are formatted into one static run of bytes, filled from the
-// front and emptied as a whole, so a burst such as 1,500 tracks going down at once costs the
-// handler only the formatting.
-//
-// The journal takes a message's parts as fields of their own, so that an operator filters by
-// OT_MESSAGE=TRACK_INFO; the system log takes the line. Standard error gets it too when it is a
-// terminal or when neither of the two exists (a test, a container).
+// The log's queue: system messages and traces are formatted into one static run of bytes, filled
+// from the front, so a burst such as 1,500 tracks going down at once costs the handler only the
+// formatting. Each sink has its own place in the run, which is emptied when all have reached its
+// end.
 #include "platform/linux/log/queue.h"
 
-#include <sys/uio.h>
+#include <poll.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -17,125 +14,110 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <iterator>
 #include <mutex>
 #include <span>
+#include <string_view>
 
+#include "platform/linux/log/follower.h"
 #include "platform/linux/loop/sd_event.h"
+#include "platform/linux/monotonic.h"
 #include "platform/messages.h"
 #include "platform/status.h"
 #include "platform/trace.h"
 
-#define SD_JOURNAL_SUPPRESS_LOCATION  // the location would be this file's
-#include <systemd/sd-journal.h>
-
 namespace ot {
 namespace {
+
+constexpr std::size_t room = std::size_t{1} << 20;
+constexpr std::size_t longest_line = sizeof(log_line_header) + log_text_limit + 1;
+constexpr int patience_ms = 200;
+constexpr std::uint64_t longest_finish_us = 2'000'000;
+
+struct followers {
+  followers() noexcept {
+    const bool journal = access("/run/systemd/journal/socket", W_OK) == 0;
+    const bool syslog = !journal && access("/dev/log", W_OK) == 0;
+    if (journal || syslog) {
+      list[count++].follow(journal ? to_journal : to_syslog);
+    }
+    if (isatty(STDERR_FILENO) == 1 || count == 0) {
+      list[count++].follow(to_standard_error);
+    }
+  }
+
+  log_datagrams to_journal{"/run/systemd/journal/socket", log_for_journal};
+  log_datagrams to_syslog{"/dev/log", log_for_syslog};
+  log_stream to_standard_error{STDERR_FILENO};
+  log_follower list[2];
+  std::size_t count = 0;
+};
+
+std::mutex lock;
+char lines[room];  // untouched pages cost nothing
+std::size_t used = 0;
+evm* attached = nullptr;
+thread_local bool on_loop_thread = false;
+
+std::span<log_follower> all() noexcept {
+  static followers known;
+  return {known.list, known.count};
+}
+
+std::string_view queue() noexcept {
+  return {lines, used};
+}
+
+// True when every sink has everything.
+bool write_all() noexcept {
+  bool done = true;
+  for (log_follower& one : all()) {
+    const bool finished = one.write(queue());
+    done = done && finished;
+    if (finished && on_loop_thread) {
+      one.sleep();
+    } else if (!finished && on_loop_thread && attached != nullptr) {
+      one.wake(evm_sd_event(attached));
+    }
+  }
+  return done;
+}
+
+void clear() noexcept {
+  for (log_follower& one : all()) {
+    one.drop_rest(queue());
+    one.rewind();
+  }
+  used = 0;
+}
+
+void write() noexcept {
+  if (write_all()) {
+    clear();
+  }
+}
+
+// Waits a little for the sinks that are behind. False when none of them takes anything.
+bool wait_for_sinks() noexcept {
+  pollfd states[2];
+  nfds_t count = 0;
+  for (const log_follower& one : all()) {
+    if (one.behind(queue())) {
+      states[count++] = {.fd = one.awaited(), .events = POLLOUT, .revents = 0};
+    }
+  }
+  return poll(states, count, patience_ms) > 0;
+}
+
+void finish() noexcept {
+  const std::uint64_t end = monotonic_us() + longest_finish_us;
+  while (!write_all() && monotonic_us() < end && wait_for_sinks()) {
+  }
+  clear();
+}
 
 // The number of characters in a buffer of `size` bytes after snprintf returned `formatted`.
 constexpr std::size_t formatted_length(int formatted, std::size_t size) noexcept {
   return formatted < 0 ? 0 : std::min(static_cast<std::size_t>(formatted), size - 1);
-}
-
-// --- Sinks ---------------------------------------------------------------------------------------
-
-constexpr std::size_t text_limit = 1000;  // of one line; longer ones are cut
-constexpr std::size_t line_limit = 1200;  // the longest text and the prefix before it
-
-constexpr std::string_view identifier = "SYSLOG_IDENTIFIER=object_tracking";
-
-struct sinks {
-  bool journal = access("/run/systemd/journal/socket", W_OK) == 0;
-  bool syslog = !journal && access("/dev/log", W_OK) == 0;
-  bool standard_error = isatty(STDERR_FILENO) == 1 || (!journal && !syslog);
-};
-
-// Prints a "NAME=value" field for the journal into `buffer`.
-[[gnu::format(printf, 2, 3)]] iovec field(std::span<char> buffer, const char* format,
-                                          ...) noexcept {
-  std::va_list values;
-  va_start(values, format);
-  const int formatted = std::vsnprintf(buffer.data(), buffer.size(), format, values);
-  va_end(values);
-  return {buffer.data(), formatted_length(formatted, buffer.size())};
-}
-
-void write_journal(const errmsg_record* record, std::uint32_t severity,
-                   std::string_view line) noexcept {
-  char message[line_limit];
-  char short_fields[6][64];
-  iovec fields[8] = {
-      field(message, "MESSAGE=%.*s", static_cast<int>(line.size()), line.data()),
-      field(short_fields[0], "PRIORITY=%u", severity),
-      field(short_fields[1], "SYSLOG_FACILITY=%d", LOG_DAEMON >> 3),
-      iovec{const_cast<char*>(identifier.data()), identifier.size()},
-  };
-  int count = 4;
-  if (record != nullptr) {
-    fields[count++] = field(short_fields[2], "OT_FACILITY=%s", record->facility);
-    fields[count++] = field(short_fields[3], "OT_GROUP=%s", record->group);
-    fields[count++] = field(short_fields[4], "OT_MESSAGE=%s", record->name);
-    fields[count++] = field(short_fields[5], "OT_NUMBER=0x%08x", record->number);
-  }
-  sd_journal_sendv(fields, count);
-}
-
-void write_standard_error(std::string_view line) noexcept {
-  char newline = '\n';
-  const iovec parts[] = {{const_cast<char*>(line.data()), line.size()}, {&newline, 1}};
-  // There is nowhere left to report to when standard error itself fails.
-  [[maybe_unused]] const ssize_t written = writev(STDERR_FILENO, parts, std::size(parts));
-}
-
-// Writes one line; `record` is null for a trace. The caller serialises the calls.
-void write_line(const errmsg_record* record, std::uint32_t severity,
-                std::string_view text) noexcept {
-  static const sinks to;
-  char buffer[line_limit];
-  std::string_view line = text;
-  if (record != nullptr) {
-    const int length =
-        std::snprintf(buffer, sizeof buffer, "%s-%s-%u-%s: %.*s", record->facility, record->group,
-                      severity, record->name, static_cast<int>(text.size()), text.data());
-    line = {buffer, formatted_length(length, sizeof buffer)};
-  }
-  if (to.journal) {
-    write_journal(record, severity, line);
-  } else if (to.syslog) {
-    syslog(LOG_DAEMON | static_cast<int>(severity & LOG_PRIMASK), "%.*s",
-           static_cast<int>(line.size()), line.data());
-  }
-  if (to.standard_error) {
-    write_standard_error(line);
-  }
-}
-
-// --- The queue -----------------------------------------------------------------------------------
-
-struct line_header {
-  const errmsg_record* record;
-  std::uint32_t severity;
-  std::uint32_t length;
-};
-
-constexpr std::size_t room = 160'000;
-constexpr std::size_t longest_line = sizeof(line_header) + text_limit + 1;
-
-std::mutex lock;
-alignas(line_header) char lines[room];  // untouched pages cost nothing
-std::size_t used = 0;
-bool attached = false;
-thread_local bool on_loop_thread = false;
-
-void write_all() noexcept {
-  std::size_t at = 0;
-  while (at < used) {
-    line_header header;
-    std::memcpy(&header, lines + at, sizeof header);
-    write_line(header.record, header.severity, {lines + at + sizeof header, header.length});
-    at += sizeof header + header.length;
-  }
-  used = 0;
 }
 
 // Queues (or writes) one line; `record` is null for a trace. The arguments are those of `format`.
@@ -144,18 +126,19 @@ void add_line(const errmsg_record* record, std::uint32_t severity, const char* f
   const std::lock_guard guard(lock);
   if (used + longest_line > room) {
     write_all();
+    clear();
   }
-  char* text = lines + used + sizeof(line_header);
-  std::size_t length =
-      formatted_length(std::vsnprintf(text, text_limit + 1, format, arguments), text_limit + 1);
+  char* text = lines + used + sizeof(log_line_header);
+  std::size_t length = formatted_length(std::vsnprintf(text, log_text_limit + 1, format, arguments),
+                                        log_text_limit + 1);
   while (length > 0 && text[length - 1] == '\n') {
     --length;
   }
-  const line_header header{record, severity, static_cast<std::uint32_t>(length)};
+  const log_line_header header{record, severity, static_cast<std::uint32_t>(length)};
   std::memcpy(lines + used, &header, sizeof header);
   used += sizeof header + length;
-  if (!attached || !on_loop_thread) {
-    write_all();
+  if (attached == nullptr || !on_loop_thread) {
+    write();
   }
 }
 
@@ -166,7 +149,7 @@ int log_queue_attach(evm* manager) noexcept {
       manager, [](void*) { log_queue_flush(); }, nullptr);
   if (status == status_ok) {
     const std::lock_guard guard(lock);
-    attached = true;
+    attached = manager;
     on_loop_thread = true;
   }
   return status;
@@ -174,13 +157,23 @@ int log_queue_attach(evm* manager) noexcept {
 
 void log_queue_detach() noexcept {
   const std::lock_guard guard(lock);
-  attached = false;
-  write_all();
+  finish();
+  for (log_follower& one : all()) {
+    one.sleep();
+  }
+  attached = nullptr;
 }
 
 void log_queue_flush() noexcept {
   const std::lock_guard guard(lock);
-  write_all();
+  if (used > 0) {
+    write();
+  }
+}
+
+void log_queue_finish() noexcept {
+  const std::lock_guard guard(lock);
+  finish();
 }
 
 // --- Messages and traces -------------------------------------------------------------------------

@@ -12,7 +12,7 @@ namespace ot {
 std::string read_boot_id();
 
 // Counts this start: 1 for the first after a boot. The count is kept, with the boot it belongs to,
-// in the run directory. 0 or a status code.
-int start_count_next(std::uint32_t* ret) noexcept;
+// in the run directory. 0, or an errno value with a text for the operator.
+int start_count_next(std::uint32_t* ret, std::string& ret_error);
 
 }  // namespace ot

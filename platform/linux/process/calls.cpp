@@ -49,7 +49,7 @@ kernel_name process_name() noexcept {
 
 // No destructors: other threads may be running, and the stores need no closing.
 void process_exit(int status) {
-  log_queue_flush();
+  log_queue_finish();
   std::fflush(nullptr);
   std::_Exit(status);
 }

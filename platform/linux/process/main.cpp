@@ -11,15 +11,20 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <string>
 #include <string_view>
 
 #include "platform/err_string.h"
 #include "platform/event_manager.h"
+#include "platform/ledger.h"
 #include "platform/ledger/server/server.h"
+#include "platform/ledger_status.h"
 #include "platform/linux/events/server.h"
 #include "platform/linux/log/queue.h"
+#include "platform/linux/loop/listener.h"
 #include "platform/linux/loop/sd_event.h"
 #include "platform/linux/process/boot.h"
+#include "platform/messages.h"
 #include "platform/process.h"
 #include "platform/service.h"
 #include "platform/status.h"
@@ -30,9 +35,14 @@ namespace {
 constexpr const char* usage =
     "usage: object_tracking                                      run the service\n"
     "       object_tracking show track NAME|all-tracks [all]     show tracks\n"
+    "       object_tracking --restore                            put the last good configuration\n"
+    "                                                            back; the service must not run\n"
     "       object_tracking --help | --version\n";
 
 constexpr int usage_error = 2;
+constexpr std::uint32_t a_restart = 2;  // the least start count of one
+
+constexpr errmsg_record process_log{"OT", "SERVICES", "PROCESS", "%s", 4, 4, {0, 0, 0}, nullptr};
 
 constexpr int stop_signals[] = {SIGTERM, SIGINT};
 
@@ -102,6 +112,42 @@ int run_loop(evm* manager) {
   process_exit(loop_status == status_ok ? 0 : 1);
 }
 
+// A count that cannot be kept (a full disk) is taken for a restart: published states are taken
+// over, if there are any.
+std::uint32_t next_start_count() {
+  std::uint32_t count = a_restart;
+  std::string error;
+  if (start_count_next(&count, error) != 0) {
+    const std::string text = "the start count is not kept: " + error;
+    errmsg_log(&process_log, process_log.severity, text.c_str());
+  }
+  return count;
+}
+
+// The show front-end is silent about failures. Whether the service can be asked at all is said
+// here, and the front-end does not wait for one that hangs.
+int show(int argc, char** argv) {
+  ledger_conn* connection = nullptr;
+  const int status =
+      argc > 2 && ledger_library_readable() ? ledger_bind("/", &connection) : status_ok;
+  if (status == ledger_no_answer || status == ledger_busy) {
+    std::fprintf(stderr, "object_tracking: %s\n", err_string(status));
+    return 0;
+  }
+  ledger_unbind(connection);
+  return ot::main(argc, argv);
+}
+
+int restore() {
+  umask(0027);
+  char text[1024] = "";
+  if (ledger_server_restore(text, sizeof text) != status_ok) {
+    return refuse("nothing is restored", text);
+  }
+  std::printf("object_tracking: %s\n", text);
+  return 0;
+}
+
 // Runs the service in the foreground until it is stopped (SIGTERM, SIGINT). Returns 1 when it
 // cannot start; ends the process otherwise.
 int run_service() {
@@ -111,15 +157,12 @@ int run_service() {
   if (const int status = create_manager(&manager); status != status_ok) {
     return refuse("no event loop", err_string(status));
   }
-  char error[512] = "";
+  raise_descriptor_limit();
+  char error[1024] = "";
   if (ledger_server_open(manager, error, sizeof error) != status_ok) {
     return refuse("cannot start", error);
   }
-  std::uint32_t start_count = 0;
-  if (const int status = start_count_next(&start_count); status != status_ok) {
-    return refuse("cannot keep the start count", err_string(status));
-  }
-  if (ot_start(manager, start_count) != status_ok) {
+  if (ot_start(manager, next_start_count()) != status_ok) {
     ledger_server_close();
     process_exit(1);  // the step that failed is in the log
   }
@@ -140,7 +183,10 @@ int main(int argc, char** argv) {
   }
   const std::string_view command = argv[1];
   if (command == "show") {
-    return ot::main(argc, argv);
+    return ot::show(argc, argv);
+  }
+  if (argc == 2 && command == "--restore") {
+    return ot::restore();
   }
   if (argc == 2 && command == "--help") {
     std::fputs(ot::usage, stdout);

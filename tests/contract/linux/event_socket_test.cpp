@@ -11,12 +11,14 @@
 #include <thread>
 #include <vector>
 
+#include "platform/common/event_filters.h"
 #include "platform/event_manager.h"
 #include "platform/event_publisher.h"
 #include "platform/event_subscriber.h"
 #include "platform/ledger_status.h"
 #include "platform/linux/events/protocol.h"
 #include "platform/linux/events/server.h"
+#include "platform/linux/loop/listener.h"
 #include "platform/linux/unique_fd.h"
 #include "platform/linux/unix_address.h"
 
@@ -231,16 +233,32 @@ TEST_F(event_socket, catches_up_with_who_reads_late) {
 }
 
 TEST_F(event_socket, refuses_more_subscribers_than_it_has_room_for) {
+  raise_descriptor_limit();
   std::vector<evdl_subscriber*> subscribers;
-  for (unsigned i = 0; i < 64; ++i) {
+  for (unsigned i = 0; i < event_subscriber_limit; ++i) {
     subscribers.push_back(subscribe({{"t", true, 0}}));
   }
-  EXPECT_EQ(subscribe({}, EUSERS), nullptr);
+  EXPECT_EQ(subscribe({}, ledger_busy), nullptr);
+  publish({"t"}, 1);
+  for (evdl_subscriber* subscriber : subscribers) {
+    EXPECT_THAT(received(subscriber), ElementsAre("t=1"));
+  }
   evdl_unsubscribe(subscribers.back());
   subscribers.back() = subscribe({});
   for (evdl_subscriber* subscriber : subscribers) {
     evdl_unsubscribe(subscriber);
   }
+}
+
+TEST_F(event_socket, who_has_not_subscribed_gives_way) {
+  raise_descriptor_limit();
+  std::vector<unique_fd> silent(event_subscriber_limit);
+  for (unique_fd& connection : silent) {
+    connection = connect_raw();
+    serve([] {});
+  }
+  evdl_unsubscribe(subscribe({}));
+  EXPECT_EQ(read_packet(silent.front()), 0) << "the end of the longest silent one";
 }
 
 TEST_F(event_socket, a_subscriber_notices_the_publisher_s_end) {

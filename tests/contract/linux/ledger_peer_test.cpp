@@ -1,5 +1,6 @@
 // Clients that break the rules of the ledger's socket: each is dropped, and the service goes on.
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -13,6 +14,8 @@
 #include "platform/ledger/messages.h"
 #include "platform/ledger_commit.h"
 #include "platform/ledger_status.h"
+#include "platform/ledger_subscriber.h"
+#include "platform/linux/loop/listener.h"
 #include "platform/linux/unique_fd.h"
 #include "tests/contract/linux/closed_descriptors.h"
 #include "tests/contract/linux/ledger_place.h"
@@ -119,23 +122,86 @@ TEST_F(ledger_peers, a_message_that_stops_halfway_is_ended) {
   expect_service();
 }
 
-TEST_F(ledger_peers, connections_over_the_cap_wait_for_a_place) {
-  // Links that have spoken stay for as long as they like.
+// As many as root may have; the tests run as root, or as the service's own user.
+constexpr int places = 512 + 32;
+
+bool has_ended(const ledger_link& link) {
+  pollfd state{.fd = sd_bus_get_fd(link.bus()), .events = POLLRDHUP, .revents = 0};
+  return poll(&state, 1, 5000) == 1;
+}
+
+TEST_F(ledger_peers, when_every_place_is_taken_the_one_idle_longest_gives_way) {
+  raise_descriptor_limit();
   std::vector<std::unique_ptr<ledger_link>> links;
   ledger_writer request;
   request.text("/oper/nothing");
-  for (int i = 0; i < 64; ++i) {
+  ledger_reply reply;
+  for (int i = 0; i < places; ++i) {
     links.push_back(std::make_unique<ledger_link>());
-    ledger_reply reply;
     ASSERT_EQ(links.back()->call(ledger_member::get, request, reply), ledger_no_data) << i;
   }
-  raw_client waiting{place_.socket()};
-  ASSERT_TRUE(waiting.ok());
-  using namespace std::string_view_literals;
-  waiting.send("\0AUTH EXTERNAL\r\nDATA\r\n"sv);
-  EXPECT_FALSE(waiting.hears_within(500));
-  links.pop_back();
-  EXPECT_TRUE(waiting.hears_within(5000));
+  ASSERT_EQ(links[0]->call(ledger_member::get, request, reply), ledger_no_data);
+  ledger_link newcomer;
+  ASSERT_EQ(newcomer.call(ledger_member::get, request, reply), ledger_no_data);
+  EXPECT_TRUE(has_ended(*links[1]));
+  // Its user does not notice, and the one that was heard again is still there.
+  EXPECT_EQ(links[1]->call(ledger_member::get, request, reply), ledger_no_data);
+  EXPECT_TRUE(has_ended(*links[2]));
+  EXPECT_EQ(links[0]->call(ledger_member::get, request, reply), ledger_no_data);
+}
+
+TEST_F(ledger_peers, who_follows_data_does_not_give_way) {
+  raise_descriptor_limit();
+  std::vector<ledger_subscription*> followers;
+  for (int i = 0; i < places; ++i) {
+    ASSERT_EQ(ledger_subscribe("/oper/", &followers.emplace_back()), 0) << i;
+  }
+  ledger_link newcomer;
+  ledger_writer request;
+  request.text("/oper/nothing");
+  ledger_reply reply;
+  EXPECT_EQ(newcomer.call(ledger_member::get, request, reply), ledger_busy);
+  ledger_unsubscribe(followers.back());
+  followers.pop_back();
+  // The service learns of the end in a turn of its own.
+  int status = ledger_busy;
+  for (int i = 0; i < 1000 && status == ledger_busy; ++i) {
+    status = newcomer.call(ledger_member::get, request, reply);
+  }
+  EXPECT_EQ(status, ledger_no_data);
+  for (ledger_subscription* follower : followers) {
+    EXPECT_EQ(ledger_subscription_wait(follower, 0, [](const ledger_notice&) {}), 0);
+    ledger_unsubscribe(follower);
+  }
+}
+
+TEST_F(ledger_peers, operational_data_is_the_services_alone) {
+  ledger_conn* conn = ledger_get_default_conn();
+  const auto one = bytes_of_numbers({1});
+  service_.run([&] {
+    ASSERT_EQ(ledger_item_set(ledger_get_default_conn(), "oper/x", ledger_kind::u32, one), 0);
+  });
+  EXPECT_EQ(ledger_item_set(conn, "oper/x", ledger_kind::u32, one), ledger_read_only);
+  EXPECT_EQ(ledger_item_set(conn, "oper/y", ledger_kind::u32, one), ledger_read_only);
+  EXPECT_EQ(ledger_item_delete(conn, "oper/x"), ledger_read_only);
+  ledger_value value;
+  EXPECT_EQ(ledger_item_get(conn, "oper/x", &value), 0);
+}
+
+TEST_F(ledger_peers, clients_cannot_fill_the_store_with_trace_flags) {
+  ledger_conn* conn = ledger_get_default_conn();
+  const auto one = bytes_of_numbers({1});
+  const auto put = [&](int number) {
+    const std::string path = "debug/flag" + std::to_string(number);
+    return ledger_item_set(conn, path.c_str(), ledger_kind::u32, one);
+  };
+  for (int i = 0; i < 64; ++i) {
+    ASSERT_EQ(put(i), 0) << i;
+  }
+  EXPECT_EQ(put(64), ledger_full);
+  EXPECT_EQ(put(63), 0);
+  EXPECT_EQ(ledger_item_delete(conn, "debug/flag0"), 0);
+  EXPECT_EQ(put(64), 0);
 }
 
 // The service's thread may not use a number after the descriptor's end: other threads take it.

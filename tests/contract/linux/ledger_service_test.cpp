@@ -176,7 +176,7 @@ TEST(ledger_client, the_next_call_finds_a_restarted_service) {
   const ledger_place place;
   std::optional<threaded_service> service{std::in_place};
   ledger_conn* conn = nullptr;
-  ASSERT_EQ(ledger_bind("/oper/", &conn), 0);
+  ASSERT_EQ(ledger_bind("/debug/", &conn), 0);
   ASSERT_EQ(ledger_item_set(conn, "x", ledger_kind::u32, bytes_of_numbers({4})), 0);
   service.reset();
   ledger_value value;
@@ -203,7 +203,7 @@ TEST(ledger_client, a_child_has_a_conversation_of_its_own) {
   const ledger_place place;
   threaded_service service;
   ledger_conn* conn = nullptr;
-  ASSERT_EQ(ledger_bind("/oper/", &conn), 0);
+  ASSERT_EQ(ledger_bind("/debug/", &conn), 0);
   const auto number = bytes_of_numbers({4});
   EXPECT_EQ(in_child([&] { return ledger_item_set(conn, "x", ledger_kind::u32, number); }), 0);
   ledger_value value;
@@ -218,11 +218,11 @@ TEST(ledger_client, a_child_of_the_service_does_not_touch_its_stores) {
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(in_child([] {
               ledger_conn* conn = nullptr;
-              return ledger_bind("/oper/", &conn) == ledger_unreachable ? 0 : 1;
+              return ledger_bind("/oper/", &conn) == ledger_no_answer ? 0 : 1;
             }),
             0);
   // The wait for a service that hangs is bounded.
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds{20});
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds{5});
 }
 
 TEST(ledger_client, the_library_file_is_looked_for_below_the_package_root) {

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <string>
 #include <vector>
 
@@ -28,28 +29,31 @@ int never(const void*, const void*) {
   return 0;
 }
 
+const event_subscribers nobody;
+
 event_subscribers wanted_by(const event_filters& filters, const evdl_track_record& event) {
   return filters.wanted_by(event, match);
 }
 
 TEST(event_filters, nobody_wants_anything_at_first) {
-  EXPECT_EQ(wanted_by({}, record("t", 1)), 0U);
+  EXPECT_EQ(wanted_by({}, record("t", 1)), nobody);
 }
 
 TEST(event_filters, a_subscriber_without_filters_gets_everything) {
   event_filters filters;
-  ASSERT_EQ(filters.add(63, {}), 0);
-  EXPECT_EQ(filters.wanted_by(record("t", 1), never), 1ULL << 63);
-  filters.remove(63);
-  EXPECT_EQ(wanted_by(filters, record("t", 1)), 0U);
+  const unsigned last = event_subscriber_limit - 1;
+  ASSERT_EQ(filters.add(last, {}), 0);
+  EXPECT_EQ(filters.wanted_by(record("t", 1), never), event_subscribers{last});
+  filters.remove(last);
+  EXPECT_EQ(wanted_by(filters, record("t", 1)), nobody);
 }
 
 TEST(event_filters, the_match_function_has_the_final_say) {
   event_filters filters;
   const std::vector filter{record("t", 0, true)};
   ASSERT_EQ(filters.add(0, filter), 0);
-  EXPECT_EQ(wanted_by(filters, record("t", 2)), 1U);
-  EXPECT_EQ(filters.wanted_by(record("t", 2), never), 0U);
+  EXPECT_EQ(wanted_by(filters, record("t", 2)), event_subscribers{0});
+  EXPECT_EQ(filters.wanted_by(record("t", 2), never), nobody);
 }
 
 TEST(event_filters, name_and_state_select) {
@@ -58,14 +62,15 @@ TEST(event_filters, name_and_state_select) {
   const std::vector two{record("a", 2), record("a", 0, true), record("A", 1)};
   ASSERT_EQ(filters.add(0, one), 0);
   ASSERT_EQ(filters.add(5, two), 0);
-  EXPECT_EQ(wanted_by(filters, record("a", 1)), 0b100001U);
-  EXPECT_EQ(wanted_by(filters, record("a", 2)), 0b100000U) << "two filters, one subscriber";
-  EXPECT_EQ(wanted_by(filters, record("A", 1)), 0b100000U);
-  EXPECT_EQ(wanted_by(filters, record("A", 2)), 0U);
-  EXPECT_EQ(wanted_by(filters, record("b", 2)), 0b000001U);
-  EXPECT_EQ(wanted_by(filters, record("ab", 1)), 0U);
+  EXPECT_EQ(wanted_by(filters, record("a", 1)), (event_subscribers{0, 5}));
+  EXPECT_EQ(wanted_by(filters, record("a", 2)), event_subscribers{5})
+      << "two filters, one subscriber";
+  EXPECT_EQ(wanted_by(filters, record("A", 1)), event_subscribers{5});
+  EXPECT_EQ(wanted_by(filters, record("A", 2)), nobody);
+  EXPECT_EQ(wanted_by(filters, record("b", 2)), event_subscribers{0});
+  EXPECT_EQ(wanted_by(filters, record("ab", 1)), nobody);
   filters.remove(5);
-  EXPECT_EQ(wanted_by(filters, record("a", 1)), 1U);
+  EXPECT_EQ(wanted_by(filters, record("a", 1)), event_subscribers{0});
 }
 
 TEST(event_filters, names_cut_alike_are_distinguished_by_their_length) {
@@ -74,8 +79,8 @@ TEST(event_filters, names_cut_alike_are_distinguished_by_their_length) {
   event_filters filters;
   const std::vector filter{record(shorter, 0, true)};
   ASSERT_EQ(filters.add(0, filter), 0);
-  EXPECT_EQ(wanted_by(filters, record(shorter, 1)), 1U);
-  EXPECT_EQ(wanted_by(filters, record(longer, 1)), 0U);
+  EXPECT_EQ(wanted_by(filters, record(shorter, 1)), event_subscribers{0});
+  EXPECT_EQ(wanted_by(filters, record(longer, 1)), nobody);
 }
 
 TEST(event_filters, a_subscription_without_memory_enters_nothing) {
@@ -86,12 +91,24 @@ TEST(event_filters, a_subscription_without_memory_enters_nothing) {
     EXPECT_EQ(filters.add(3, filter), 12);
     EXPECT_EQ(filters.add(4, {}), 0) << "wanting everything needs no memory";
   }
-  EXPECT_EQ(wanted_by(filters, record("t", 1)), 1U << 4);
+  EXPECT_EQ(wanted_by(filters, record("t", 1)), event_subscribers{4});
+}
+
+TEST(event_filters, all_subscribers_together_have_a_limit) {
+  event_filters filters;
+  const std::vector<evdl_track_record> many(event_filters_total - 1, record("t", 0, true));
+  const std::vector<evdl_track_record> two(2, record("u", 0, true));
+  ASSERT_EQ(filters.add(0, many), 0);
+  EXPECT_EQ(filters.add(1, two), EUSERS);
+  EXPECT_EQ(wanted_by(filters, record("u", 1)), nobody);
+  filters.remove(0);
+  EXPECT_EQ(filters.add(1, two), 0);
 }
 
 TEST(event_filters, thousands_of_filters_find_each_name) {
   event_filters filters;
-  for (unsigned number = 0; number < event_subscriber_limit; ++number) {
+  constexpr unsigned subscribers = 64;
+  for (unsigned number = 0; number < subscribers; ++number) {
     std::vector<evdl_track_record> own;
     for (unsigned i = 0; i < 500; ++i) {
       own.push_back(record("t" + std::to_string(number * 7 + i), 0, true));
@@ -99,10 +116,10 @@ TEST(event_filters, thousands_of_filters_find_each_name) {
     ASSERT_EQ(filters.add(number, own), 0);
   }
   for (unsigned track = 0; track < 941; ++track) {
-    event_subscribers expected = 0;
-    for (unsigned number = 0; number < event_subscriber_limit; ++number) {
+    event_subscribers expected;
+    for (unsigned number = 0; number < subscribers; ++number) {
       if (track >= number * 7 && track < number * 7 + 500) {
-        expected |= event_subscribers{1} << number;
+        expected.add(number);
       }
     }
     ASSERT_EQ(wanted_by(filters, record("t" + std::to_string(track), 1)), expected) << track;

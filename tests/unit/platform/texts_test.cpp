@@ -40,14 +40,25 @@ TEST(error_texts, errno_values_have_the_system_s_texts) {
 }
 
 TEST(error_texts, every_platform_code_has_a_text_of_its_own) {
-  const int codes[] = {open_in_progress,       ledger_no_data,
-                       ledger_list_end,        ledger_provider_failure,
-                       ledger_library_missing, ledger_unreachable,
-                       ledger_unknown_path,    ledger_wrong_kind,
-                       ledger_denied,          ledger_full,
-                       ledger_storage_failure, ledger_bad_message,
-                       ledger_not_available,   fib_already_registered,
-                       record_bad_descriptor,  record_malformed,
+  const int codes[] = {open_in_progress,
+                       ledger_no_data,
+                       ledger_list_end,
+                       ledger_provider_failure,
+                       ledger_library_missing,
+                       ledger_unreachable,
+                       ledger_unknown_path,
+                       ledger_wrong_kind,
+                       ledger_denied,
+                       ledger_full,
+                       ledger_storage_failure,
+                       ledger_bad_message,
+                       ledger_not_available,
+                       ledger_no_answer,
+                       ledger_busy,
+                       ledger_read_only,
+                       fib_already_registered,
+                       record_bad_descriptor,
+                       record_malformed,
                        record_unknown_type};
   std::set<std::string> texts;
   for (const int code : codes) {

@@ -39,6 +39,8 @@ class spawn_settings {
     for (int fd = 0; fd < 3; ++fd) {
       posix_spawn_file_actions_addopen(&actions_, fd, "/dev/null", O_RDWR, 0);
     }
+    // What whoever started us left open is not for commands either.
+    posix_spawn_file_actions_addclosefrom_np(&actions_, 3);
   }
   ~spawn_settings() {
     posix_spawn_file_actions_destroy(&actions_);

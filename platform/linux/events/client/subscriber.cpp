@@ -28,6 +28,12 @@ namespace {
 
 constexpr int answer_limit_ms = 2'000;
 
+int status_of_connect(int error) noexcept {
+  return error == EACCES || error == EPERM ? ledger_denied
+         : error == EAGAIN                 ? ledger_no_answer
+                                           : ledger_unreachable;
+}
+
 unique_fd connect_to_publisher() {
   unique_fd connection(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
   // A service that does not accept must not hang its clients.
@@ -57,25 +63,26 @@ std::vector<std::byte> subscription_packet(std::span<const evdl_filter> filters)
   return packet;
 }
 
-// The publisher's answer, or ledger_unreachable without one. A publisher that refused without
-// reading leaves a reset before its answer.
+// The publisher's answer; ledger_no_answer when none came, ledger_busy when it has no room. A
+// publisher that refused without reading leaves a reset before its answer.
 int await_answer(int connection) noexcept {
   pollfd readable{connection, POLLIN, 0};
   event_subscription_answer answer;
   if (poll(&readable, 1, answer_limit_ms) != 1) {
-    return ledger_unreachable;
+    return ledger_no_answer;
   }
   ssize_t length = recv(connection, &answer, sizeof answer, MSG_DONTWAIT);
   if (length < 0 && errno == ECONNRESET) {
     length = recv(connection, &answer, sizeof answer, MSG_DONTWAIT);
   }
-  return length == static_cast<ssize_t>(sizeof answer) ? answer.status : ledger_unreachable;
+  const bool answered = length == static_cast<ssize_t>(sizeof answer);
+  return !answered || answer.status == EUSERS ? ledger_busy : answer.status;
 }
 
 int subscribe(std::span<const evdl_filter> filters, evdl_subscriber** ret) {
   unique_fd connection = connect_to_publisher();
   if (!connection.valid()) {
-    return errno == EACCES ? ledger_denied : ledger_unreachable;
+    return status_of_connect(errno);
   }
   const std::vector<std::byte> packet = subscription_packet(filters);
   // A publisher that is full answers without reading, so a send that fails is not the last word.

@@ -1,0 +1,208 @@
+// The reading process. It leaves its finding in memory that it shares with its parent; one that
+// leaves none was ended by what it read: beyond the end of a file that was cut short, or where a
+// damaged page sent it.
+#include "platform/ledger/server/store_check.h"
+
+#include <fcntl.h>
+#include <lmdb.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+
+#include "platform/ledger/item.h"
+#include "platform/ledger/server/lmdb_store.h"
+#include "platform/linux/process/directories.h"
+
+namespace ot {
+namespace {
+
+constexpr rlim_t longest_reading_s = 10;  // of processor time
+constexpr MDB_dbi free_pages = 0;         // LMDB's own table
+
+struct finding {
+  bool made;
+  char fault[200];  // "" for none
+};
+
+// What is wrong, thrown: the process that reads has nothing to clean up.
+struct damage {
+  const char* text;
+};
+
+class reading_process {
+ public:
+  reading_process(const std::string& path, std::size_t map_bytes) {
+    check(mdb_env_create(&env_));
+    check(mdb_env_set_mapsize(env_, map_bytes));
+    check(mdb_env_set_maxdbs(env_, 3));
+    check(mdb_env_open(env_, path.c_str(), MDB_NOSUBDIR | MDB_RDONLY | MDB_NOLOCK | MDB_NOTLS, 0));
+    check(mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn_));
+  }
+
+  void read_all(bool ordered) {
+    MDB_envinfo info{};
+    check(mdb_env_info(env_, &info));
+    last_page_ = info.me_last_pgno;
+    walk(free_pages, &reading_process::look_at_free);
+    check(mdb_dbi_open(txn_, "items", 0, &items_));
+    check(mdb_dbi_open(txn_, "order", 0, &order_));
+    check(mdb_dbi_open(txn_, "about", 0, &about_));
+    walk(about_, &reading_process::look_at_nothing);
+    const std::size_t items = walk(items_, &reading_process::look_at_item);
+    const std::size_t places = ordered ? walk(order_, &reading_process::look_at_place) : items;
+    if (items != places) {
+      throw damage{"its tables do not belong together"};
+    }
+  }
+
+ private:
+  static void check(int code) {
+    if (code != MDB_SUCCESS) {
+      throw damage{mdb_strerror(code)};
+    }
+  }
+
+  // Visits every entry; their number.
+  std::size_t walk(MDB_dbi table, void (reading_process::*look)(const MDB_val&, const MDB_val&)) {
+    MDB_cursor* cursor = nullptr;
+    check(mdb_cursor_open(txn_, table, &cursor));
+    MDB_val key{};
+    MDB_val data{};
+    std::size_t count = 0;
+    int code = mdb_cursor_get(cursor, &key, &data, MDB_FIRST);
+    for (; code == MDB_SUCCESS; code = mdb_cursor_get(cursor, &key, &data, MDB_NEXT)) {
+      (this->*look)(key, data);
+      ++count;
+    }
+    if (code != MDB_NOTFOUND) {
+      check(code);
+    }
+    return count;
+  }
+
+  void look_at_item(const MDB_val& key, const MDB_val& data) {
+    lmdb_item_head head{};
+    std::span<const std::byte> value;
+    if (!ledger_item_path_valid(lmdb_text_of(key)) || !lmdb_split(data, head, value) ||
+        ledger_value_fault(head.kind, value) != nullptr) {
+      throw damage{"it holds an item that is none"};
+    }
+    touched_ = std::count(value.begin(), value.end(), std::byte{0}) + touched_;
+  }
+
+  void look_at_place(const MDB_val& key, const MDB_val& path) {
+    MDB_val name = path;
+    MDB_val item{};
+    lmdb_item_head head{};
+    std::span<const std::byte> value;
+    if (key.mv_size != sizeof head.sequence || mdb_get(txn_, items_, &name, &item) != MDB_SUCCESS ||
+        !lmdb_split(item, head, value) ||
+        std::memcmp(key.mv_data, &head.sequence, sizeof head.sequence) != 0) {
+      throw damage{"its tables do not belong together"};
+    }
+  }
+
+  void look_at_nothing(const MDB_val& /*key*/, const MDB_val& /*data*/) {}
+
+  // Each entry: a count and so many page numbers, the highest first.
+  void look_at_free(const MDB_val& /*key*/, const MDB_val& data) {
+    std::size_t numbers = 0;
+    if (data.mv_size >= sizeof numbers) {
+      std::memcpy(&numbers, data.mv_data, sizeof numbers);
+    }
+    if (data.mv_size < sizeof numbers || numbers >= data.mv_size / sizeof numbers) {
+      throw damage{"its list of free pages is damaged"};
+    }
+    std::size_t before = last_page_ + 1;
+    for (std::size_t i = 1; i <= numbers; ++i) {
+      std::size_t page = 0;
+      std::memcpy(&page, static_cast<const char*>(data.mv_data) + i * sizeof page, sizeof page);
+      if (page < 2 || page >= before) {
+        throw damage{"its list of free pages is damaged"};
+      }
+      before = page;
+    }
+  }
+
+  MDB_env* env_ = nullptr;
+  MDB_txn* txn_ = nullptr;
+  MDB_dbi items_ = 0;
+  MDB_dbi order_ = 0;
+  MDB_dbi about_ = 0;
+  std::size_t last_page_ = 0;
+  volatile std::ptrdiff_t touched_ = 0;  // every byte of a value is read
+};
+
+// In the child. Nothing of it is to be seen: no core, no report, no endless reading.
+[[noreturn]] void read_and_leave(const std::string& path, std::size_t map_bytes, bool ordered,
+                                 finding& ret) {
+  const rlimit no_core{0, 0};
+  const rlimit time{longest_reading_s, longest_reading_s};
+  setrlimit(RLIMIT_CORE, &no_core);
+  setrlimit(RLIMIT_CPU, &time);
+  const int nowhere = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+  dup2(nowhere, STDOUT_FILENO);
+  dup2(nowhere, STDERR_FILENO);
+  for (const int number : {SIGBUS, SIGSEGV, SIGABRT}) {
+    std::signal(number, SIG_DFL);
+  }
+  try {
+    reading_process{path, map_bytes}.read_all(ordered);
+  } catch (const damage& found) {
+    std::snprintf(ret.fault, sizeof ret.fault, "%s", found.text);
+  }
+  ret.made = true;
+  _exit(0);
+}
+
+// What the child found; "" for nothing wrong, and when there is no memory for a child: what cannot
+// be looked over is taken as it is.
+std::string read_in_child(const std::string& path, std::size_t map_bytes, bool ordered) {
+  void* const shared =
+      mmap(nullptr, sizeof(finding), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  if (shared == MAP_FAILED) {
+    return {};
+  }
+  auto& found = *static_cast<finding*>(shared);
+  const pid_t child = fork();
+  if (child == 0) {
+    read_and_leave(path, map_bytes, ordered, found);
+  }
+  std::string fault;
+  if (child > 0) {
+    while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+    }
+    fault = found.made ? found.fault : "it is damaged, or cut short";
+  }
+  munmap(shared, sizeof(finding));
+  return fault;
+}
+
+}  // namespace
+
+store_state check_store(const std::string& path, std::size_t map_bytes, bool ordered,
+                        std::string& ret_fault) {
+  std::string error;
+  const unique_fd file = open_own_file(path, O_RDONLY, 0, error);
+  struct stat state {};
+  if (!file.valid() || fstat(file.get(), &state) != 0) {
+    const int code = errno;
+    ret_fault = error.substr(std::min(error.size(), path.size() + 2));
+    return code == ENOENT  ? store_state::absent
+           : code == EPERM ? store_state::faulty
+                           : store_state::unreadable;
+  }
+  const auto bytes = static_cast<std::size_t>(state.st_size);
+  ret_fault = bytes == 0 ? "it is empty" : read_in_child(path, std::max(map_bytes, bytes), ordered);
+  return ret_fault.empty() ? store_state::good : store_state::faulty;
+}
+
+}  // namespace ot
