@@ -9,11 +9,17 @@ import pytest
 
 from daemon import Daemon
 from mounts import Disk
+from waiting import wait_until
 
 CONFIGURATION = "var/lib/object_tracking/configuration.mdb"
 COPY = "var/lib/object_tracking/configuration.copy"
 OPERATIONAL = "run/object_tracking/operational.mdb"
 MEGABYTE = 1 << 20
+
+
+def says(service, text):
+    """The message comes to the daemon's log."""
+    wait_until(lambda: text in service.daemon.output(), service.build.patience, text)
 
 
 def refusal(service):
@@ -95,7 +101,7 @@ def test_the_configuration_does_without_its_space_on_a_small_disk(disk):
     service.start()
     configured(service)
     assert made.free() > 6 * MEGABYTE
-    assert "changes are refused while the disk is full" in service.daemon.output()
+    says(service, "changes are refused while the disk is full")
     made.fill()
     result = service.run("trackctl", "set", "more", "interface", "lan0")
     assert result.returncode in (0, 1)
@@ -116,7 +122,7 @@ def test_a_restart_on_a_full_disk_keeps_everything(disk, folder, spoil):
         os.unlink(os.path.join(made.folder, "fill1"))
     service.start()
     if folder == "run" and spoil is Disk.fill:
-        assert "the start count is not kept: " in service.daemon.output()
+        says(service, "the start count is not kept: ")
     assert service.state("office") == "up"
     service.net.ip("link set lan0 down")
     service.wait_state("office", "down")
@@ -224,7 +230,7 @@ def test_damaged_operational_data_is_set_aside_and_made_anew(service, damage):
     DAMAGE[damage](path)
     before = seen(path)
     service.start()
-    assert path in service.daemon.output() and "published anew" in service.daemon.output()
+    says(service, f"; it is kept as {path}.damaged, and the states are published anew")
     assert seen(path + ".damaged") == before
     service.wait_state("office", "up")
 

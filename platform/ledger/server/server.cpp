@@ -1,10 +1,7 @@
 // The one ledger of the service's process: stores, engine and socket. The lock comes first, so that
 // a second instance touches nothing; the socket comes last and is served only when the service says
-// that it is ready. When every place is taken, the connection that has been idle longest gives way,
-// root's last; some places are root's alone, so nobody can shut root out.
+// that it is ready.
 #include "platform/ledger/server/server.h"
-
-#include <sys/socket.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -13,21 +10,18 @@
 #include <memory>
 #include <new>
 #include <string>
-#include <vector>
 
 #include "platform/common/root_path.h"
 #include "platform/err_string.h"
 #include "platform/ledger/calls/call.h"
 #include "platform/ledger/engine/engine.h"
-#include "platform/ledger/messages.h"
+#include "platform/ledger/server/clients.h"
 #include "platform/ledger/server/configuration_copy.h"
 #include "platform/ledger/server/configuration_store.h"
 #include "platform/ledger/server/instance_lock.h"
 #include "platform/ledger/server/lmdb_store.h"
-#include "platform/ledger/server/peer.h"
 #include "platform/ledger/server/store_check.h"
 #include "platform/ledger_status.h"
-#include "platform/linux/loop/listener.h"
 #include "platform/linux/loop/sd_event.h"
 #include "platform/linux/process/boot.h"
 #include "platform/linux/process/directories.h"
@@ -37,8 +31,6 @@
 namespace ot {
 namespace {
 
-constexpr std::size_t peers_for_all = 512;
-constexpr std::size_t peers_for_root = 32;  // in addition
 constexpr std::size_t configuration_kb = 16'384;
 constexpr std::size_t operational_kb = 4'096;
 constexpr std::size_t map_kb_least = 128;
@@ -52,16 +44,14 @@ std::size_t map_bytes(std::size_t usual_kb) noexcept {
   return (kb == 0 ? usual_kb : std::max(kb, map_kb_least)) * 1024;
 }
 
-class ledger_server : public ledger_environment,
-                      public ledger_peer_owner,
-                      public unix_listener_owner {
+class ledger_server : public ledger_environment {
  public:
   ledger_server();
   ~ledger_server() override;
 
   // 0 or a status code with a text for the operator.
   int open(evm* manager, std::string& ret_error);
-  void serve() noexcept;
+  void serve() noexcept { clients_.serve(); }
   // Ends what a handler left to be done in one go.
   void flush() noexcept;
 
@@ -69,31 +59,22 @@ class ledger_server : public ledger_environment,
 
   void log(const std::string& line) override;
   int notify(std::string_view base, std::span<const ledger_dpv_notification> entries) override;
-  void peer_ended(ledger_peer& peer) noexcept override;
-  void client_connected(unique_fd socket, bool trusted) noexcept override;
-  bool make_way() noexcept override;
 
  private:
   int open_operational(std::string& ret_error);
   int open_stores(std::string& ret_error);
-  bool end_longest(bool trusted, bool idle) noexcept;
 
   unique_fd lock_;
-  gid_t members_;
   lmdb_store configuration_;
   lmdb_store operational_;
   configuration_keeper keeper_{configuration_};
   ledger_engine engine_;
-  sd_event* event_ = nullptr;
-  unix_listener listener_{*this};
-  std::vector<std::unique_ptr<ledger_peer>> peers_;
+  ledger_clients clients_{engine_};
 };
 
-ledger_server::ledger_server()
-    : members_(service_group()), engine_(configuration_, operational_, *this) {}
+ledger_server::ledger_server() : engine_(configuration_, operational_, *this) {}
 
 ledger_server::~ledger_server() {
-  listener_.unlink_path();
   keeper_.finish();
 }
 
@@ -105,11 +86,11 @@ int ledger_server::open(evm* manager, std::string& ret_error) {
   if (const int status = open_stores(ret_error); status != status_ok) {
     return status;
   }
-  event_ = evm_sd_event(manager);
-  if (keeper_.start(event_) != 0) {
+  sd_event* loop = evm_sd_event(manager);
+  if (keeper_.start(loop) != 0) {
     return no_memory;
   }
-  const int error = listener_.open(event_, root_path(ledger_socket_path), SOCK_STREAM, ret_error);
+  const int error = clients_.open(loop, ret_error);
   return error == 0 ? status_ok : error == ENOMEM ? no_memory : ledger_storage_failure;
 }
 
@@ -156,59 +137,12 @@ int ledger_server::open_operational(std::string& ret_error) {
   return code == 0 ? status_ok : code == ENOMEM ? no_memory : ledger_storage_failure;
 }
 
-void ledger_server::serve() noexcept {
-  listener_.serve();
-}
-
-// Ends the peer of those wanted that has said nothing for the longest time. False when there is
-// none.
-bool ledger_server::end_longest(bool trusted, bool idle) noexcept {
-  ledger_peer* longest = nullptr;
-  for (const auto& peer : peers_) {
-    if (peer->trusted() == trusted && (!idle || peer->idle()) &&
-        (longest == nullptr || peer->last_heard_us() < longest->last_heard_us())) {
-      longest = peer.get();
-    }
-  }
-  if (longest != nullptr) {
-    peer_ended(*longest);
-  }
-  return longest != nullptr;
-}
-
-bool ledger_server::make_way() noexcept {
-  return end_longest(false, true) || end_longest(true, true);
-}
-
-void ledger_server::client_connected(unique_fd socket, bool trusted) noexcept {
-  const std::size_t places = peers_for_all + (trusted ? peers_for_root : 0);
-  if (peers_.size() >= places && !make_way() && !(trusted && end_longest(false, false))) {
-    return;  // the client sees that it is not served
-  }
-  try {
-    peers_.reserve(peers_.size() + 1);
-    auto peer = std::make_unique<ledger_peer>(*this, engine_,
-                                              ledger_rights_of(socket.get(), members_), trusted);
-    if (peer->start(event_, std::move(socket)) >= 0) {
-      peers_.push_back(std::move(peer));
-    }
-  } catch (const std::bad_alloc&) {
-    // The socket is closed, and the client sees that it is not served.
-  }
-}
-
-void ledger_server::peer_ended(ledger_peer& peer) noexcept {
-  std::erase_if(peers_, [&peer](const auto& candidate) { return candidate.get() == &peer; });
-}
-
 void ledger_server::log(const std::string& line) {
   errmsg_log(&ledger_log, ledger_log.severity, line.c_str());
 }
 
 int ledger_server::notify(std::string_view base, std::span<const ledger_dpv_notification> entries) {
-  for (const auto& peer : peers_) {
-    peer->notify(base, entries);
-  }
+  clients_.notify(base, entries);
   return status_ok;
 }
 
