@@ -56,7 +56,9 @@ TEST_F(show_command, one_track_in_the_table) {
   EXPECT_THAT(table, StartsWith("Track      "));
   EXPECT_THAT(table, HasSubstr("\nuplink      "));
   EXPECT_THAT(table, Not(HasSubstr("other")));
-  EXPECT_EQ(shown({"show", "track", "uplink", "everything"}), table);
+  for (const char* word : {"everything", "ALL", "All", "al", "all ", "alle", ""}) {
+    EXPECT_EQ(shown({"show", "track", "uplink", word}), table) << word;
+  }
 }
 
 TEST_F(show_command, all_tracks_in_the_table) {
@@ -66,6 +68,13 @@ TEST_F(show_command, all_tracks_in_the_table) {
   EXPECT_THAT(table, HasSubstr("\nuplink "));
   EXPECT_THAT(table, HasSubstr("\nother "));
   EXPECT_EQ(shown({"show", "track"}), table);
+}
+
+TEST_F(show_command, only_the_exact_key_asks_for_all_tracks_in_detail) {
+  add_interface("uplink", "eth0");
+  for (const char* key : {"All-tracks", "all-track", "all-tracks ", "all"}) {
+    EXPECT_EQ(shown({"show", "track", key, "all"}), "") << key;
+  }
 }
 
 TEST_F(show_command, all_tracks_in_detail_whatever_their_number) {

@@ -166,6 +166,15 @@ TEST_F(record_fill, boolean_members_stand_in_their_order) {
   }
 }
 
+TEST_F(record_fill, any_flag_but_0_is_a_not) {
+  const auto record =
+      filled(add_list("l", track_type::boolean_or, {{"a", 0}, {"b", 1}, {"c", 0x80000000U}}));
+  const bool_track_info__* member = record->BoolTracks;
+  EXPECT_FALSE(member->WithNot);
+  EXPECT_TRUE(member->next->WithNot);
+  EXPECT_TRUE(member->next->next->WithNot);
+}
+
 TEST_F(record_fill, a_member_stands_with_its_published_state) {
   add_interface("held", "eth0", track_state::up).source_state = track_state::down;
   const auto boolean = filled(add_list("or", track_type::boolean_or, {{"held", 0}}));
@@ -255,9 +264,7 @@ TEST_F(record_fill, out_of_memory_leaves_nothing_behind) {
     forget_tracking_interfaces();
     const live_allocations before = count_live_allocations();
     const auto runs = for_each_failing_allocation(
-        [&] {
-          result = ot_fill_track_info(made, *record);
-        },
+        [&] { result = ot_fill_track_info(made, *record); },
         [&](std::uint64_t k, bool) {
           if (result == 0) {
             // No memory for the index: the interfaces were found by walking.

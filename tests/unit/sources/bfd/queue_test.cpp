@@ -59,6 +59,21 @@ TEST_F(bfd_queue, the_connection_makes_everything_that_waits_in_order) {
   EXPECT_EQ(published("b"), 1U);
 }
 
+TEST_F(bfd_queue, configuration_counts_as_waiting_until_all_of_it_is_made) {
+  ASSERT_EQ(configure("a"), 0);
+  ASSERT_EQ(configure("b", "10.0.0.3"), 0);
+  std::vector<std::uint32_t> pending;
+  field::watch_traces([&](const std::string& line) {
+    if (line.starts_with("(ot_bfd_create_all_sessions) track ")) {
+      pending.push_back(is_bfd_config_pending);
+    }
+  });
+  trace();
+  engine_back();
+  EXPECT_THAT(pending, ElementsAre(1U, 1U));
+  EXPECT_EQ(is_bfd_config_pending, 0U);
+}
+
 TEST_F(bfd_queue, a_connection_with_nothing_waiting_makes_nothing) {
   trace();
   engine_back();

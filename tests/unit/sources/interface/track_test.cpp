@@ -68,6 +68,18 @@ TEST_F(tying, an_administratively_down_interface_is_down) {
   EXPECT_EQ(track("a").state, track_state::down);
 }
 
+TEST_F(tying, either_state_that_the_interface_manager_calls_down_is_down) {
+  field::interface_added("Gi1");
+  field::admin_down("Gi1");  // IFM_STATE_ADMIN_DOWN when it is asked, before any notification
+  field::interface_added("Gi2", false);
+  ASSERT_EQ(tie("Gi1", "a"), 0);
+  ASSERT_EQ(tie("Gi2", "b"), 0);
+  EXPECT_EQ(entry("Gi1")->effective_state, 1U);
+  EXPECT_EQ(entry("Gi2")->effective_state, 2U);
+  EXPECT_EQ(track("a").source_state, track_state::down);
+  EXPECT_EQ(track("b").source_state, track_state::down);
+}
+
 TEST_F(tying, an_interface_that_does_not_exist_leaves_the_track_unknown) {
   ASSERT_EQ(tie("Gi9", "a"), 0);
   EXPECT_EQ(track("a").source_state, track_state::unknown);

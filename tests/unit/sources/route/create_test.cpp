@@ -48,6 +48,7 @@ TEST_F(route_create, a_present_track_looks_up_before_it_registers) {
   EXPECT_EQ(track("t").type, track_type::route);
   EXPECT_EQ(published("t"), 1U);
   EXPECT_EQ(track("t").object.route.vrf, "default");
+  EXPECT_EQ(field::vrf_registrations(), 0U);
 }
 
 TEST_F(route_create, a_failing_look_up_leaves_only_the_new_tracks_registration) {
@@ -192,6 +193,18 @@ TEST_F(route_create, the_same_vrf_again_does_nothing_and_another_moves_the_track
   EXPECT_THAT(followers(entry("blue")), ElementsAre("t"));
   EXPECT_EQ(published("t"), 1U);
   EXPECT_EQ(field::fib_registrations(), 1U);
+}
+
+TEST_F(route_create, the_same_vrf_again_leaves_an_up_track_tied) {
+  field::route_added(net, 16, "eth0", blue_table);
+  add_blue();
+  ASSERT_EQ(create("t", "blue"), 0);
+  ASSERT_EQ(published("t"), 1U);
+  const std::uint32_t publications = track("t").state_change_counter;
+  field::take_messages();
+  ASSERT_EQ(create_vrf_only("t", "blue"), 0);
+  EXPECT_EQ(track("t").state_change_counter, publications);
+  EXPECT_TRUE(field::take_messages().empty());
 }
 
 TEST_F(route_create, tracks_of_one_route_share_its_entry_newest_first) {
