@@ -4,10 +4,13 @@
 #include "config/configuration_tree.h"
 
 #include <algorithm>
+#include <charconv>
 
 #include "config/delays.h"
+#include "config/expected_tracks.h"
 #include "config/lifecycle.h"
 #include "config/verifiers.h"
+#include "core/track.h"
 #include "core/track_kind.h"
 #include "platform/ledger_status.h"
 
@@ -17,17 +20,27 @@ namespace {
 constexpr std::int32_t none = -1;
 
 constexpr ledger_registration common_leaves[] = {
-    {"track/*/a", ledger_row_handled, object_tracking_track_verify, object_tracking_track_apply},
+    {"track/*/a", ledger_row_handled, object_tracking_track_verify, object_tracking_track_apply,
+     ledger_turn::owner, 0, expect_existence},
     {"track/*/delay_up", ledger_row_handled, object_tracking_default_verify,
-     object_tracking_delay_up_apply},
+     object_tracking_delay_up_apply, ledger_turn::last, 0, expect_record},
     {"track/*/delay_down", ledger_row_handled, object_tracking_default_verify,
-     object_tracking_delay_down_apply},
+     object_tracking_delay_down_apply, ledger_turn::last, 0, expect_record},
 };
 
+constexpr std::uint32_t longest_track_name = track_name::capacity - 1;
+
 ledger_node_kind kind_of(std::string_view element) noexcept {
-  return element == "*"   ? ledger_node_kind::name
-         : element == "#" ? ledger_node_kind::number
-                          : ledger_node_kind::literal;
+  return element.starts_with('*')   ? ledger_node_kind::name
+         : element.starts_with('#') ? ledger_node_kind::number
+                                    : ledger_node_kind::literal;
+}
+
+// The number behind a wildcard. Names are those of tracks where nothing else is said.
+std::uint32_t limit_of(ledger_node_kind kind, std::string_view element) noexcept {
+  std::uint32_t limit = kind == ledger_node_kind::name ? longest_track_name : 0;
+  std::from_chars(element.data() + 1, element.data() + element.size(), limit);
+  return kind == ledger_node_kind::literal ? 0 : limit;
 }
 
 }  // namespace
@@ -45,6 +58,14 @@ int configuration_tree::add(std::span<const ledger_registration> leaves) noexcep
   std::copy(leaves.begin(), leaves.end(), leaves_.begin() + leaf_count_);
   leaf_count_ += leaves.size();
   return status_ok;
+}
+
+void configuration_tree::expect_types() noexcept {
+  for (ledger_registration& leaf : std::span{leaves_}.first(leaf_count_)) {
+    if (leaf.expect == nullptr && leaf.apply != ledger_nothing_to_apply) {
+      leaf.expect = expect_type;
+    }
+  }
 }
 
 int configuration_tree::make_nodes() noexcept {
@@ -97,7 +118,8 @@ bool configuration_tree::add_node(std::string_view element, std::size_t leaf,
                          none,
                          none,
                          is_leaf ? static_cast<std::int32_t>(leaf) : none,
-                         is_leaf ? 0U : 1U};
+                         is_leaf ? 0U : 1U,
+                         limit_of(kind, element)};
   ++node_count_;
   return true;
 }
@@ -108,6 +130,7 @@ int make_configuration_tree(configuration_tree& ret) noexcept {
   for (const track_kind* kind : track_kinds()) {
     status = status == status_ok ? ret.add(kind->leaves) : status;
   }
+  ret.expect_types();
   return status == status_ok ? ret.make_nodes() : status;
 }
 
@@ -115,9 +138,9 @@ int ot_configuration_register() noexcept {
   // The ledger keeps it by reference.
   static configuration_tree tree;
   const int status = make_configuration_tree(tree);
-  return status == status_ok
-             ? ledger_config_register(configuration_root, tree.nodes(), tree.leaves())
-             : status;
+  return status == status_ok ? ledger_config_register(configuration_root, tree.nodes(),
+                                                      tree.leaves(), forget_expected_tracks)
+                             : status;
 }
 
 int ot_configuration_replay() {

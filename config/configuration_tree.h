@@ -26,9 +26,13 @@ class configuration_tree {
 
   void clear() noexcept;
 
-  // Appends leaves, whose paths have "*" for any name and "#" for any number; they are registered
-  // in the order in which they were added. 0, or 22 when the tree cannot hold them.
+  // Appends leaves, whose paths have "*" for the name of a track, "*63" for a name of at most 63
+  // characters, "#" for any number and "#1" for one of at least 1; they are registered in the order
+  // in which they were added. 0, or 22 when the tree cannot hold them.
   int add(std::span<const ledger_registration> leaves) noexcept;
+
+  // Leaves that say nothing of what they will lead to: their items give a track its type.
+  void expect_types() noexcept;
 
   // Makes the nodes of all leaves: the children of a node stand side by side, followed by what is
   // below the first of them, then the second, and so on. 0, or 22 when there are too many or an

@@ -7,6 +7,7 @@
 #include "core/track_kind.h"
 #include "platform/err_string.h"
 #include "platform/status.h"
+#include "state/ledger_state.h"
 #include "state/track_record.h"
 
 namespace ot {
@@ -91,6 +92,8 @@ int object_tracking_set_create_track_delay(const char* name, int delay_up, int d
   if (status != status_ok) {
     return status;
   }
+  take_over_published_state(
+      track);  // a restart may apply its type later, when its service is there
   track.delay_up = delay_up == keep_delay ? 0 : static_cast<std::uint16_t>(delay_up);
   track.delay_down = delay_down == keep_delay ? 0 : static_cast<std::uint16_t>(delay_down);
   return add_track_record(track, __func__);

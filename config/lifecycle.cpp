@@ -3,6 +3,12 @@
 
 #include "config/lifecycle.h"
 
+#include <new>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "config/configuration_tree.h"
 #include "core/debug.h"
 #include "core/track.h"
 #include "core/track_kind.h"
@@ -34,6 +40,19 @@ int remove_record(const char* name) noexcept {
   }
   release_track_timers(removed);
   return status_ok;
+}
+
+bool is_configured(const char* name) {
+  bool found = false;
+  const std::string path = std::string{configuration_root + 1} + "track/" + name;
+  ledger_item_walk(
+      ledger_get_default_conn(), path.c_str(),
+      [](void* context, std::string_view, const ledger_value&) {
+        *static_cast<bool*>(context) = true;
+        return false;
+      },
+      &found);
+  return found;
 }
 
 }  // namespace
@@ -80,6 +99,28 @@ int object_tracking_track_delete(const char* name) {
                    err_string(status));
   }
   return status;
+}
+
+int delete_states_without_track() noexcept {
+  try {
+    std::vector<std::string> stale;
+    int status = ledger_item_walk(
+        ledger_get_default_conn(), published_states_path + 1,
+        [](void* context, std::string_view path, const ledger_value&) {
+          std::string name{path.substr(path.rfind('/') + 1)};
+          if (hash_db_get_track_item(name.c_str()) == nullptr && !is_configured(name.c_str())) {
+            static_cast<std::vector<std::string>*>(context)->push_back(std::move(name));
+          }
+          return true;
+        },
+        &stale);
+    for (const std::string& name : stale) {
+      status = status == status_ok ? object_tracking_delete_item_from_ledger(name.c_str()) : status;
+    }
+    return status == no_memory ? no_memory : status_ok;
+  } catch (const std::bad_alloc&) {
+    return no_memory;
+  }
 }
 
 }  // namespace ot

@@ -1,10 +1,11 @@
-// The common verifiers. They look at the state before the commit and change nothing.
+// The common verifiers. They look at the state before their stage of the commit and change nothing.
 
 #include "config/verifiers.h"
 
 #include <cstring>
 #include <new>
 
+#include "config/expected_tracks.h"
 #include "core/debug.h"
 #include "core/track.h"
 #include "platform/component_status.h"
@@ -57,10 +58,13 @@ void report_configuration_error(int code) noexcept {
 }
 
 int check_track_type(const char* name, std::uint32_t type_number) noexcept {
-  const ot_track* track = hash_db_get_track_item(name);
-  const bool fits =
-      track == nullptr || track->configured_type == 0 || track->configured_type == type_number;
-  return fits ? status_ok : track_type_conflict;
+  std::uint32_t configured = 0;
+  if (const expected_track* expected = find_expected_track(name)) {
+    configured = expected->present ? expected->configured_type : 0;
+  } else if (const ot_track* track = hash_db_get_track_item(name)) {
+    configured = track->configured_type;
+  }
+  return configured == 0 || configured == type_number ? status_ok : track_type_conflict;
 }
 
 int object_tracking_track_verify(const ledger_change& change, ledger_verdict& verdict) {
@@ -71,7 +75,7 @@ int object_tracking_track_verify(const ledger_change& change, ledger_verdict& ve
   if ((change.event & create_or_set) == 0) {
     return accept(verdict);
   }
-  const std::uint32_t count = hash_db_count(tracks_table);
+  const std::uint32_t count = expected_track_count();
   OT_TRACE_DETAIL("Num current objs %d", static_cast<int>(count));
   if (count >= max_tracks) {
     OT_TRACE_ERROR("Max Limit reached: current objs %d", static_cast<int>(count));

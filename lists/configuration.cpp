@@ -90,6 +90,7 @@ int make_track(const list_creation& kind, const char* name, track_type type, con
   }
   track.configured_type = static_cast<std::uint32_t>(type);
   take_over_published_state(track);
+  track.source_state = track.state;  // a restart computes it again, and reports what differs
   if (object != nullptr && kind.add(track, object, value) != status_ok) {
     OT_TRACE_ERROR(kind.add_failed, kind.create_name);
     release_track_timers(track);

@@ -28,15 +28,15 @@ constexpr track_kind_type threshold_types[] = {
 
 // The items that both kinds have stand with the first.
 constexpr ledger_registration member_leaves[] = {
-    {"track/*/type/list/#/a", ledger_row_handled, object_tracking_type_verify,
+    {"track/*/type/list/#1/a", ledger_row_handled, object_tracking_type_verify,
      ledger_nothing_to_apply},
-    {"track/*/type/list/#/object/*/a", ledger_row_handled, object_tracking_type_list_object_verify,
+    {"track/*/type/list/#1/object/*/a", ledger_row_handled, object_tracking_type_list_object_verify,
      object_tracking_type_list_object_apply},
 };
 constexpr ledger_registration limits_leaves[] = {
-    {"track/*/type/list/#/thld_limits/val_up/#/val_dn", ledger_row_handled,
+    {"track/*/type/list/#1/thld_limits/val_up/#/val_dn", ledger_row_handled,
      object_tracking_type_threshold_object_limits_verify,
-     object_tracking_type_threshold_object_crt_apply},
+     object_tracking_type_threshold_object_crt_apply, ledger_turn::late},
 };
 
 // --- Records -------------------------------------------------------------------------------------

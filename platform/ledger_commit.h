@@ -1,6 +1,12 @@
 // ledger_: changing the configuration. A commit is all or nothing: every change is checked against
 // the registered tree and by its verifier before anything is stored, and what was stored survives
 // the machine's power loss before the answer comes.
+//
+// A commit may have stages, for changes that are accepted only where others have been made: a track
+// changes its kind when it is deleted and then made anew. A stage is checked and verified against
+// the configuration that the stages before it lead to. Nothing of any stage is stored, applied or
+// published before all of them are accepted; then all are stored at once and applied one after the
+// other.
 #pragma once
 
 #include <span>
@@ -16,6 +22,7 @@ struct ledger_proposal {
   bool remove = false;  // delete the item; kind and value are ignored
   ledger_kind kind = ledger_kind::u32;
   std::vector<std::byte> value;
+  std::uint32_t stage = 0;  // never less than that of the proposal before
 };
 
 // Why a commit was refused, or what failed when it was applied.
@@ -26,9 +33,10 @@ struct ledger_refusal {
   bool applied = false;  // true: stored, but its apply function failed
 };
 
-// Applied in this order: deletes first, then the rest, each group in the order given. A set of an
-// absent item creates it. 0 when stored and applied; else the first refusal's code, with all of
-// them in `ret`. Nothing is stored unless every refusal has `applied`.
+// Applied in this order, stage by stage: deletes first, those of an owner's existence behind the
+// others, then the rest, each group in the order given. A set of an absent item creates it. 0 when
+// stored and applied; else the first refusal's code, with all those of the first stage that is
+// refused in `ret`. Nothing is stored unless every refusal has `applied`.
 int ledger_commit(ledger_conn* connection, std::span<const ledger_proposal> changes,
                   std::vector<ledger_refusal>* ret);
 

@@ -25,6 +25,9 @@ struct ledger_tree_node {
   std::int32_t next_sibling;   // index, -1 none
   std::int32_t handler;        // index into the registration table for a leaf, else -1
   std::uint64_t has_children;  // 1 for an inner node
+  // Of a name wildcard the most characters that a name has (0: as many as a path may have), of a
+  // number wildcard the least number.
+  std::uint32_t limit = 0;
 };
 
 // --- What verify and apply functions receive ---------------------------------------------------
@@ -46,6 +49,7 @@ struct ledger_change {
   std::span<const ledger_path_field> fields;  // empty: the item has no name
   const ledger_value* old_value = nullptr;    // present for set and delete
   const ledger_value* new_value = nullptr;    // present for create and set
+  bool replayed = false;                      // stored before the service started
 
   // The field at `index`, or null when the path has no such field.
   [[nodiscard]] const ledger_path_field* field(std::size_t index) const noexcept {
@@ -67,6 +71,21 @@ using ledger_apply_fn = int (*)(const ledger_change& change);
 // For rows that have nothing to do when their item changes.
 int ledger_nothing_to_apply(const ledger_change& change) noexcept;
 
+// Called while a commit of several stages is verified, for a change of an accepted stage: from here
+// on verifiers see what it will lead to. 0, or a code that refuses the change.
+using ledger_expect_fn = int (*)(const ledger_change& change);
+
+// The items of one owner (what the first name of a path stands for: a track) are replayed turn by
+// turn, whatever the order in which they were committed; those of one turn in the order of their
+// last change.
+enum class ledger_turn : std::uint32_t {
+  owner,  // says that the owner exists; a delete takes all its other items out of the store
+  first,
+  usual,
+  late,
+  last,
+};
+
 // Flag bits of a row.
 inline constexpr std::uint32_t ledger_row_handled = 1;  // the row has verify and apply
 inline constexpr std::uint32_t ledger_row_text = 2;     // the value is a text
@@ -79,17 +98,24 @@ struct ledger_registration {
   std::uint32_t flags;
   ledger_verify_fn verify;
   ledger_apply_fn apply;
+  ledger_turn turn = ledger_turn::usual;
+  std::uint32_t length = 0;  // the most characters of a text, the numbers of a tuple; 0: any
+  ledger_expect_fn expect = nullptr;
 };
 
 // Registers a tree under `root`, which ends in '/'. The tables are kept by reference and must live
-// as long as the process. The stored configuration is not applied by this call. Status code; 22
-// when the tables do not fit together.
+// as long as the process. `forget` ends what the rows' `expect` functions began; null when there
+// are none. The stored configuration is not applied by this call. Status code; 22 when the tables
+// do not fit together.
 int ledger_config_register(const char* root, std::span<const ledger_tree_node> nodes,
-                           std::span<const ledger_registration> rows) noexcept;
+                           std::span<const ledger_registration> rows,
+                           void (*forget)() noexcept = nullptr) noexcept;
 
-// Applies the stored configuration below `root` as create events, without verification, in the
-// order in which its items were first committed. Failures are logged; the walk goes on. Returns the
-// number of failures, or a negative number when the store could not be read.
+// Applies the stored configuration below `root` as create events, without verification: owners in
+// the order in which they were first committed, within one its items as ledger_turn says. An item
+// that cannot be applied, whose path or value the tree does not take, or that is missing in the
+// store is logged with its path and skipped. Returns the number of items skipped, or a negative
+// number when the store could not be read.
 int ledger_config_replay(const char* root);
 
 }  // namespace ot

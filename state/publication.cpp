@@ -146,6 +146,10 @@ int object_tracking_set_track_state_in_ledger(const char* name, track_state stat
   OT_TRACE_DETAIL("(%s) : track %s ledger state %s", __func__, name,
                   track_state_text(track->state));
   if (state == track->state && track->delay_up == 0 && track->delay_down == 0) {
+    // A delay that was taken away while it ran must not publish what is over.
+    if (track->delay_timer != nullptr && wtm_timer_leaf_running(track->delay_timer)) {
+      stop_ot_timer(track->delay_timer);
+    }
     return status_ok;
   }
   return delay_for(*track, state) == 0 ? publish_at_once(*track, name, state)

@@ -87,6 +87,24 @@ void dispatch_expired(wtm_leaf* leaf) {
   }
 }
 
+// Leaves that were given up while they ran. There is seldom one.
+std::uint32_t outliving = 0;
+const char* outliving_name = nullptr;  // of the leaf that is looked for
+wtm_leaf* outliving_leaf = nullptr;    // found, or null
+
+void find_outliving(wtm_leaf* leaf) noexcept {
+  const auto* ctx = static_cast<const ot_timer_ctx*>(wtm_timer_leaf_get_context(leaf));
+  if (wtm_timer_leaf_get_mark(leaf) && ctx != nullptr && ctx->name == outliving_name) {
+    outliving_leaf = leaf;
+  }
+}
+
+void free_outliving(wtm_leaf* leaf) noexcept {
+  --outliving;
+  clear_ctx_ot_timer(leaf);
+  wtm_timer_leaf_free(leaf);
+}
+
 // Nobody else frees the context of a delay that outlived its track.
 void free_outliving_context(wtm_leaf* leaf) noexcept {
   if (wtm_timer_leaf_get_mark(leaf)) {
@@ -164,6 +182,7 @@ void ot_timers_stop() noexcept {
   }
   wtm_timer_tree_free(timer_tree);
   timer_tree = nullptr;
+  outliving = 0;
 }
 
 void handle_ot_wtm_timer_expired(void*) {
@@ -175,8 +194,7 @@ void handle_ot_wtm_timer_expired(void*) {
     }
     dispatch_expired(leaf);
     if (wtm_timer_leaf_get_mark(leaf)) {
-      clear_ctx_ot_timer(leaf);
-      wtm_timer_leaf_free(leaf);
+      free_outliving(leaf);
     }
   }
 }
@@ -277,11 +295,28 @@ void release_ot_timer(wtm_leaf* leaf) noexcept {
     return;
   }
   if (wtm_timer_leaf_running(leaf)) {
+    outliving += wtm_timer_leaf_get_mark(leaf) ? 0U : 1U;
     wtm_timer_leaf_set_mark(leaf, true);
     return;
   }
   clear_ctx_ot_timer(leaf);
   wtm_timer_leaf_free(leaf);
+}
+
+bool drop_outliving_timers(const char* name) noexcept {
+  const std::uint32_t before = outliving;
+  outliving_name = name;
+  do {
+    outliving_leaf = nullptr;
+    if (outliving != 0) {
+      wtm_timer_tree_walk(timer_tree, find_outliving);
+    }
+    if (outliving_leaf != nullptr) {
+      wtm_timer_leaf_stop(outliving_leaf);
+      free_outliving(outliving_leaf);
+    }
+  } while (outliving_leaf != nullptr);
+  return outliving != before;
 }
 
 }  // namespace ot

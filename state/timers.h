@@ -82,4 +82,8 @@ void stop_ot_timer(wtm_leaf* leaf) noexcept;
 // running one still expires and does its work, and is freed after that.
 void release_ot_timer(wtm_leaf* leaf) noexcept;
 
+// A track of that name is made anew: leaves of its predecessor that still run are freed, and do
+// nothing any more. Whether there were any.
+bool drop_outliving_timers(const char* name) noexcept;
+
 }  // namespace ot

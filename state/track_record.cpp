@@ -6,6 +6,7 @@
 #include "core/track_kind.h"
 #include "platform/clock.h"
 #include "platform/status.h"
+#include "state/list_evaluation.h"
 #include "state/timers.h"
 
 namespace ot {
@@ -33,6 +34,10 @@ int new_track_record(const char* name, track_type type, track_state source_state
 int add_track_record(const ot_track& track, const char* who) noexcept {
   const int status = hash_db_add_new_item(tracks_table, track.name.c_str(), &track);
   if (status == status_ok) {
+    // Lists would have learned from its expiry that the predecessor's state is no more.
+    if (drop_outliving_timers(track.name.c_str())) {
+      object_tracking_calc_tracks_state();
+    }
     return status_ok;
   }
   ot_track lost = track;

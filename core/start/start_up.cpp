@@ -8,6 +8,7 @@
 #include <span>
 
 #include "config/configuration_tree.h"
+#include "config/lifecycle.h"
 #include "core/connections.h"
 #include "core/debug.h"
 #include "core/start/main.h"
@@ -95,6 +96,8 @@ constexpr start_step configuration_steps[] = {
      []() noexcept { ot_set_restart(0); }},
     {"configuration tree", without_context<ot_configuration_register>},
     {"stored configuration", [](const start_context&) { return ot_configuration_replay(); }},
+    {"states of tracks that are gone",
+     [](const start_context&) { return delete_states_without_track(); }},
 };
 
 // The service's own steps, and which steps of all kinds follow them.

@@ -10,7 +10,7 @@ namespace {
 
 // The least bytes of one element of a sequence: its lengths and numbers, all texts empty.
 constexpr std::size_t stored_least = 12;
-constexpr std::size_t proposal_least = 13;
+constexpr std::size_t proposal_least = 17;
 constexpr std::size_t refusal_least = 13;
 constexpr std::size_t entry_least = 12;
 constexpr std::size_t notice_least = 13;
@@ -122,6 +122,7 @@ void ledger_put_proposals(ledger_writer& writer, std::span<const ledger_proposal
   put_count(writer, changes.size());
   for (const ledger_proposal& change : changes) {
     writer.text(change.path);
+    writer.u32(change.stage);
     writer.u8(change.remove ? 1 : 0);
     ledger_put_value(writer, change.kind, change.value);
   }
@@ -131,6 +132,7 @@ std::vector<ledger_proposal> ledger_take_proposals(ledger_reader& reader) {
   std::vector<ledger_proposal> changes(reader.count(proposal_least));
   for (ledger_proposal& change : changes) {
     change.path = reader.text();
+    change.stage = reader.u32();
     change.remove = reader.u8() != 0;
     change.kind = static_cast<ledger_kind>(reader.u32());
     const auto value = reader.bytes();

@@ -1,4 +1,4 @@
-// Items in a map by path, and their order of creation beside it. The whole of a write is checked
+// Items in a map by path, and the order of their changes beside it. The whole of a write is checked
 // before the first item changes.
 #include "platform/memory/ledger_map_store.h"
 
@@ -15,32 +15,56 @@ int ledger_map_store::get(std::string_view path, ledger_value& ret) {
                                : ledger_value_assign(ret, found->second.kind, found->second.value);
 }
 
+// Whether the writes, one after the other, find what they need.
+bool ledger_map_store::takes(std::span<const ledger_write> writes, int& ret_status) const {
+  std::map<std::string_view, bool> changed;
+  for (const ledger_write& change : writes) {
+    const auto before = changed.find(change.path);
+    const bool present = before == changed.end() ? items_.contains(change.path) : before->second;
+    if (!present && (change.remove || items_.size() >= capacity_)) {
+      ret_status = change.remove ? ledger_no_data : ledger_full;
+      return false;
+    }
+    changed[change.path] = !change.remove;
+  }
+  return true;
+}
+
+std::uint64_t ledger_map_store::first_of_owner(std::string_view prefix,
+                                               std::uint64_t otherwise) const noexcept {
+  const auto other = items_.lower_bound(prefix);
+  return other != items_.end() && other->first.starts_with(prefix) ? other->second.first
+                                                                   : otherwise;
+}
+
 int ledger_map_store::write(std::span<const ledger_write> writes) {
   if (failure_ != status_ok) {
     return std::exchange(failure_, status_ok);
   }
-  for (const ledger_write& change : writes) {
-    const bool present = items_.contains(change.path);
-    if (!present && (change.remove || !takes_new_items())) {
-      return change.remove ? ledger_no_data : ledger_full;
-    }
+  if (int status = status_ok; !takes(writes, status)) {
+    return status;
   }
   for (const ledger_write& change : writes) {
     const auto found = items_.find(change.path);
-    if (change.remove) {
-      order_.erase(found->second.sequence);
+    const std::uint64_t sequence = ++last_sequence_;
+    std::uint64_t first = first_of_owner(change.owner_prefix(), sequence);
+    if (!change.move_to.empty() && found != items_.end()) {
+      order_[found->second.sequence] = change.move_to;
+      items_.insert_or_assign(std::string{change.move_to}, std::move(found->second));
       items_.erase(found);
       continue;
     }
-    std::vector<std::byte> value{change.value.begin(), change.value.end()};
     if (found != items_.end()) {
-      found->second.kind = change.kind;
-      found->second.value = std::move(value);
-      continue;
+      first = found->second.first;
+      order_.erase(found->second.sequence);
+      items_.erase(found);
     }
-    const std::uint64_t sequence = order_.empty() ? 1 : order_.rbegin()->first + 1;
-    items_.emplace(change.path, item{change.kind, std::move(value), sequence});
-    order_.emplace(sequence, change.path);
+    if (!change.remove) {
+      items_.emplace(
+          change.path,
+          item{change.kind, {change.value.begin(), change.value.end()}, sequence, first});
+      order_.emplace(sequence, change.path);
+    }
   }
   return status_ok;
 }
@@ -49,6 +73,7 @@ ledger_stored ledger_map_store::copy(const std::string& path, const item& from) 
   ledger_stored stored;
   stored.path = path;
   stored.sequence = from.sequence;
+  stored.first = from.first;
   if (ledger_value_assign(stored.value, from.kind, from.value) != status_ok) {
     throw std::bad_alloc{};
   }
@@ -67,7 +92,11 @@ int ledger_map_store::page(std::string_view prefix, std::string_view after, std:
 int ledger_map_store::page_in_order(std::uint64_t after, std::size_t limit,
                                     std::vector<ledger_stored>& ret) {
   for (auto at = order_.upper_bound(after); at != order_.end() && limit > 0; ++at, --limit) {
-    ret.push_back(copy(at->second, items_.find(at->second)->second));
+    const item& listed = items_.find(at->second)->second;
+    ledger_stored& stored = ret.emplace_back();
+    stored.path = at->second;
+    stored.sequence = listed.sequence;
+    stored.first = listed.first;
   }
   return status_ok;
 }

@@ -30,11 +30,16 @@ class ledger_map_store : public ledger_store {
     ledger_kind kind;
     std::vector<std::byte> value;
     std::uint64_t sequence;
+    std::uint64_t first;
   };
   [[nodiscard]] static ledger_stored copy(const std::string& path, const item& from);
+  [[nodiscard]] std::uint64_t first_of_owner(std::string_view prefix,
+                                             std::uint64_t otherwise) const noexcept;
+  [[nodiscard]] bool takes(std::span<const ledger_write> writes, int& ret_status) const;
 
   std::map<std::string, item, std::less<>> items_;
   std::map<std::uint64_t, std::string> order_;
+  std::uint64_t last_sequence_ = 0;
   std::size_t capacity_ = std::numeric_limits<std::size_t>::max();
   int failure_ = 0;
 };

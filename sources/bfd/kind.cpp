@@ -22,9 +22,9 @@ constexpr track_kind_type types[] = {
 };
 
 constexpr ledger_registration leaves[] = {
-    {"track/*/type/bfdprb/#/rate/#/debounce_count/#/Interface/*/destaddress",
+    {"track/*/type/bfdprb/#1/rate/#/debounce_count/#/Interface/*63/destaddress",
      ledger_row_handled | ledger_row_tuple, object_tracking_type_bfdprb_verify,
-     object_tracking_type_bfdprb_apply},
+     object_tracking_type_bfdprb_apply, ledger_turn::usual, 1},
 };
 
 int detach(ot_track& track) {

@@ -20,10 +20,11 @@ constexpr track_kind_type types[] = {
 };
 
 constexpr ledger_registration leaves[] = {
-    {"track/*/type/interface/#/a", ledger_row_handled, object_tracking_type_verify,
+    {"track/*/type/interface/#1/a", ledger_row_handled, object_tracking_type_verify,
      ledger_nothing_to_apply},
-    {"track/*/type/interface/#/info/interface", ledger_row_handled | ledger_row_text,
-     object_tracking_type_interface_verify, object_tracking_type_interface_apply},
+    {"track/*/type/interface/#1/info/interface", ledger_row_handled | ledger_row_text,
+     object_tracking_type_interface_verify, object_tracking_type_interface_apply,
+     ledger_turn::usual, ifc_name::capacity - 1},
 };
 
 int detach(ot_track& track) {

@@ -1,5 +1,6 @@
 // Verifying and applying the operation of a probe track.
 
+#include "config/expected_tracks.h"
 #include "config/verifiers.h"
 #include "platform/component_status.h"
 #include "sources/config_item.h"
@@ -14,6 +15,24 @@ constexpr const char* apply_name = "object_tracking_type_prb_apply";
 
 std::int32_t op_id_of(const ledger_value* value) noexcept {
   return value == nullptr ? 0 : static_cast<std::int32_t>(value->as_u32());
+}
+
+// Whether a track follows the operation, or will when the stages accepted so far are applied.
+bool is_taken(std::int32_t op_id) noexcept {
+  if (expects_operation(op_id)) {
+    return true;
+  }
+  const prb_entry* entry = hash_db_get_prb_item(op_id);
+  if (entry == nullptr) {
+    return false;
+  }
+  for (const track_name_node* node = entry->tracks; node != nullptr; node = node->next) {
+    const expected_track* track = find_expected_track(node->name.c_str());
+    if (track == nullptr || track->keeps_object) {
+      return true;
+    }
+  }
+  return entry->tracks == nullptr;
 }
 
 int refuse_taken(ledger_verdict& verdict) noexcept {
@@ -85,7 +104,7 @@ int object_tracking_prb_verify(const ledger_change& change, ledger_verdict& verd
   if (status != status_ok) {
     return refuse(status, verdict);
   }
-  return hash_db_get_prb_item(op_id) != nullptr ? refuse_taken(verdict) : accept(verdict);
+  return is_taken(op_id) ? refuse_taken(verdict) : accept(verdict);
 }
 
 int object_tracking_type_prb_apply(const ledger_change& change) {

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "config/expected_tracks.h"
 #include "core/debug.h"
 #include "core/track.h"
 #include "core/track_kind.h"
@@ -24,8 +25,8 @@ constexpr track_kind_type types[] = {
 };
 
 constexpr ledger_registration leaves[] = {
-    {"track/*/type/prb/#/op_id", ledger_row_handled, object_tracking_prb_verify,
-     object_tracking_type_prb_apply},
+    {"track/*/type/prb/#1/op_id", ledger_row_handled, object_tracking_prb_verify,
+     object_tracking_type_prb_apply, ledger_turn::usual, 0, expect_operation},
 };
 
 int detach(ot_track& track) {

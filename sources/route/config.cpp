@@ -1,5 +1,6 @@
 // Applying a route track's address and VRF, and the queue of what waits for the FIB connection.
 
+#include <cstdio>
 #include <cstring>
 #include <new>
 
@@ -52,6 +53,35 @@ int create_or_queue(const char* who, const ledger_change& change, const char* vr
   return queue_pending_route(change.fields[0].text, vrf, given.prefix, given.mask, ip.has_value());
 }
 
+// --- What is stored
+// ------------------------------------------------------------------------------- Address and VRF
+// are two items of one route. When the stored configuration is applied they are taken together: the
+// VRF alone, or the address in the default VRF, would be another object.
+
+// Reads the track's other item, below the same type node. False when there is none.
+bool read_stored(const ledger_change& change, const char* item, ledger_value& ret) noexcept {
+  const ledger_path_field* type = change.field(1);
+  ledger_conn* ledger = ledger_get_default_conn();
+  if (type == nullptr || ledger == nullptr) {
+    return false;
+  }
+  char path[160];
+  std::snprintf(path, sizeof path, "cfg/gl/object_tracking/track/%s/type/route/%s/info/%s",
+                change.fields[0].text, type->text, item);
+  return ledger_item_get(ledger, path, &ret) == status_ok;
+}
+
+bool address_is_stored(const ledger_change& change) noexcept {
+  ledger_value address;
+  return read_stored(change, "ip_address", address);
+}
+
+// Empty when none is.
+vrf_text stored_vrf(const ledger_change& change) noexcept {
+  ledger_value vrf;
+  return read_stored(change, "vrf", vrf) ? vrf_text{vrf.as_text()} : vrf_text{};
+}
+
 // --- The address ---------------------------------------------------------------------------------
 
 using ip_item = item_change<address>;
@@ -68,7 +98,12 @@ int create_address(ip_item& item) {
 }
 
 int first_address(ip_item& item) {
-  return item.after ? create_or_queue(ip_apply_name, item.change, nullptr, item.after) : status_ok;
+  if (!item.after) {
+    return status_ok;
+  }
+  const vrf_text vrf = item.change.replayed ? stored_vrf(item.change) : vrf_text{};
+  return create_or_queue(ip_apply_name, item.change, vrf.empty() ? nullptr : vrf.c_str(),
+                         item.after);
 }
 
 int remove_address(ip_item& item) {
@@ -90,6 +125,9 @@ std::optional<vrf_text> vrf_in(const ledger_value* value) noexcept {
 }
 
 int first_vrf(vrf_item& item) {
+  if (item.change.replayed && address_is_stored(item.change)) {
+    return status_ok;  // the address brings it along
+  }
   const vrf_text vrf = item.after.value_or(vrf_text{});
   return create_or_queue(vrf_apply_name, item.change, vrf.c_str(), std::nullopt);
 }

@@ -25,12 +25,14 @@ constexpr track_kind_type types[] = {
 };
 
 constexpr ledger_registration leaves[] = {
-    {"track/*/type/route/#/a", ledger_row_handled, object_tracking_type_verify,
+    {"track/*/type/route/#1/a", ledger_row_handled, object_tracking_type_verify,
      ledger_nothing_to_apply},
-    {"track/*/type/route/#/info/ip_address", ledger_row_handled | ledger_row_tuple,
-     object_tracking_verify_ip_mask_and_type, object_tracking_type_route_ip_apply},
-    {"track/*/type/route/#/info/vrf", ledger_row_handled | ledger_row_text,
-     object_tracking_default_verify, object_tracking_type_route_vrf_apply},
+    {"track/*/type/route/#1/info/ip_address", ledger_row_handled | ledger_row_tuple,
+     object_tracking_verify_ip_mask_and_type, object_tracking_type_route_ip_apply,
+     ledger_turn::usual, 2},
+    {"track/*/type/route/#1/info/vrf", ledger_row_handled | ledger_row_text,
+     object_tracking_default_verify, object_tracking_type_route_vrf_apply, ledger_turn::first,
+     vrf_text::capacity - 1},
 };
 
 // Whether the track has its route type item.

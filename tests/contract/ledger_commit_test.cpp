@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/component_status.h"
+#include "platform/err_string.h"
 #include "platform/ledger_commit.h"
 #include "platform/ledger_status.h"
 #include "tests/contract/ledger_fixture.h"
@@ -177,18 +178,191 @@ TEST_P(ledger_commit_contract, the_generation_changes_with_a_commit_only) {
   EXPECT_NE(hosted(ledger_config_generation), before);
 }
 
-TEST_P(ledger_commit_contract, replay_is_in_the_order_of_creation) {
-  ASSERT_EQ(commit({set_text(text_of_x, "t"), set_number(a_of_y, 2)}), 0);
-  ASSERT_EQ(commit({set_number(a_of_x, 1)}), 0);
-  ASSERT_EQ(commit({set_text(text_of_x, "u")}), 0);  // a set keeps its item's place
-  ASSERT_EQ(commit({remove_item(a_of_y)}), 0);
-  ASSERT_EQ(commit({set_number(a_of_y, 3)}), 0);  // a new item goes to the end
+// --- Limits of names, numbers and values ---------------------------------------------------------
+
+TEST_P(ledger_commit_contract, limits_are_checked_before_any_verifier) {
+  const std::string thing = "/cfg/gl/sample/thing/";
+  const bad_change rows[] = {
+      {set_number(thing + std::string(40, 'n') + "/a", 1), invalid_argument,
+       " (a name in it has 40 characters, at most 39 are taken)"},
+      {set_tuple(thing + "x/kind/0x0/pair", {1, 2}), invalid_argument,
+       " (the number 0x0 is less than 1)"},
+      {set_tuple(thing + "x/kind/0x1/pair", {1}), ledger_wrong_kind,
+       " (the tuple has 1 numbers, not 2)"},
+      {set_tuple(thing + "x/kind/0x1/pair", {1, 2, 3}), ledger_wrong_kind,
+       " (the tuple has 3 numbers, not 2)"},
+  };
+  for (const bad_change& row : rows) {
+    EXPECT_EQ(commit({row.proposal}), row.code);
+    ASSERT_EQ(refusals_.size(), 1U);
+    EXPECT_EQ(refusals_[0].text, err_string(row.code) + (": " + row.proposal.path) + row.text);
+  }
+  EXPECT_THAT(sample().verified, IsEmpty());
+  EXPECT_EQ(commit({set_number(thing + std::string(39, 'n') + "/a", 1)}), 0);
+}
+
+// --- Stages --------------------------------------------------------------------------------------
+
+ledger_proposal in_stage(std::uint32_t stage, ledger_proposal proposal) {
+  proposal.stage = stage;
+  return proposal;
+}
+
+TEST_P(ledger_commit_contract, a_stage_is_verified_against_what_the_one_before_leads_to) {
+  static int seen = 0;
+  ASSERT_EQ(commit({set_number(a_of_x, 1), set_text(text_of_x, "t")}), 0);
+  sample() = {};
+  sample().while_verifying = [] {
+    ledger_value value;
+    seen = ledger_item_get(ledger_get_default_conn(), text_of_x + 1, &value);
+    return seen;
+  };
+  ASSERT_EQ(commit({remove_item(text_of_x), remove_item(a_of_x), in_stage(1, set_number(a_of_x, 5)),
+                    in_stage(3, set_number(a_of_x, 6))}),
+            0);
+  const auto changes = ElementsAre("4 x t>-", "4 x 1>-", "1 x ->5", "2 x 5>6");
+  EXPECT_THAT(sample().verified, changes);
+  EXPECT_THAT(sample().applied, changes);
+  EXPECT_THAT(sample().expected, ElementsAre("4 x 1>-", "1 x ->5", "forgotten"));
+  EXPECT_EQ(seen, ledger_no_data);
+  ASSERT_TRUE(stored(a_of_x));
+  EXPECT_EQ(value_.as_u32(), 6U);
+  EXPECT_FALSE(stored(text_of_x));
+}
+
+TEST_P(ledger_commit_contract, a_refused_stage_leaves_everything_as_it_was) {
+  ASSERT_EQ(commit({set_number(a_of_x, 1), set_text(text_of_x, "t")}), 0);
+  sample() = {};
+  sample().refuse["y"] = too_many_tracks;
+  const std::uint64_t before = hosted(ledger_config_generation);
+  EXPECT_EQ(commit({remove_item(text_of_x), remove_item(a_of_x), in_stage(1, set_number(a_of_y, 5)),
+                    in_stage(2, set_number(a_of_x, 1))}),
+            too_many_tracks);
+  ASSERT_EQ(refusals_.size(), 1U);
+  EXPECT_EQ(refusals_[0].path, a_of_y);
+  EXPECT_THAT(sample().verified, ElementsAre("4 x t>-", "4 x 1>-", "1 y ->5"));
+  EXPECT_THAT(sample().expected, ElementsAre("4 x 1>-", "forgotten"));
+  EXPECT_THAT(sample().applied, IsEmpty());
+  EXPECT_EQ(hosted(ledger_config_generation), before);
+  EXPECT_TRUE(stored(a_of_x));
+  EXPECT_TRUE(stored(text_of_x));
+  EXPECT_FALSE(stored(a_of_y));
+}
+
+TEST_P(ledger_commit_contract, a_stage_that_is_over_does_not_begin_again) {
+  EXPECT_EQ(commit({in_stage(1, set_number(a_of_x, 1)), set_number(a_of_y, 1)}), invalid_argument);
+  ASSERT_EQ(refusals_.size(), 1U);
+  EXPECT_EQ(refusals_[0].path, a_of_y);
+  EXPECT_THAT(sample().verified, IsEmpty());
+  EXPECT_FALSE(stored(a_of_x));
+}
+
+// --- Owners --------------------------------------------------------------------------------------
+
+TEST_P(ledger_commit_contract, deleting_an_owner_takes_its_items_out_of_the_store) {
+  const char* pair = "/cfg/gl/sample/thing/x/kind/0x2/pair";
+  ASSERT_EQ(commit({set_number(a_of_x, 1), set_text(text_of_x, "t"), set_tuple(pair, {1, 2}),
+                    set_number(a_of_y, 1), set_number("/cfg/gl/sample/thing/xy/a", 1)}),
+            0);
+  ASSERT_EQ(commit({remove_item(pair)}), 0);
+  sample().applied.clear();
+  ASSERT_EQ(commit({remove_item(a_of_x)}), 0);
+  EXPECT_THAT(sample().applied, ElementsAre("4 x 1>-"));
+  EXPECT_FALSE(stored(text_of_x));
+  EXPECT_TRUE(stored(a_of_y));
   bed_->restart();
   ASSERT_EQ(hosted(register_sample_tree), 0);
-  EXPECT_THAT(sample().applied, IsEmpty());
   EXPECT_EQ(hosted([] { return ledger_config_replay(sample_root); }), 0);
-  EXPECT_THAT(sample().applied, ElementsAre("1 x ->u", "1 x ->1", "1 y ->3"));
-  EXPECT_THAT(sample().verified, IsEmpty());
+  EXPECT_THAT(sample().applied, ElementsAre("1 y ->1", "1 xy ->1"));
+}
+
+TEST_P(ledger_commit_contract, an_owner_is_deleted_behind_its_items) {
+  ASSERT_EQ(commit({set_number(a_of_x, 1), set_text(text_of_x, "t"), set_number(a_of_y, 1)}), 0);
+  sample().applied.clear();
+  ASSERT_EQ(commit({remove_item(a_of_x), remove_item(text_of_x), remove_item(a_of_y)}), 0);
+  EXPECT_THAT(sample().applied, ElementsAre("4 x t>-", "4 x 1>-", "4 y 1>-"));
+}
+
+TEST_P(ledger_commit_contract, what_is_set_beside_the_delete_of_its_owner_stays) {
+  ASSERT_EQ(commit({set_number(a_of_x, 1), set_text(text_of_x, "t")}), 0);
+  ASSERT_EQ(commit({set_text(text_of_x, "u"), remove_item(a_of_x)}), 0);
+  EXPECT_FALSE(stored(a_of_x));
+  ASSERT_TRUE(stored(text_of_x));
+  EXPECT_EQ(value_.as_text(), "u");
+}
+
+// --- Replay --------------------------------------------------------------------------------------
+
+class ledger_replay_contract : public ledger_commit_contract {
+ protected:
+  // What a service that is started again applies.
+  std::vector<std::string> replay() {
+    bed_->restart();
+    EXPECT_EQ(hosted(register_sample_tree), 0);
+    EXPECT_THAT(sample().applied, IsEmpty());
+    EXPECT_EQ(hosted([] { return ledger_config_replay(sample_root); }), 0);
+    EXPECT_THAT(sample().verified, IsEmpty());
+    return sample().applied;
+  }
+};
+
+TEST_P(ledger_replay_contract, owners_come_in_the_order_in_which_they_came_first) {
+  ASSERT_EQ(commit({set_text(text_of_x, "t"), set_number(a_of_y, 2)}), 0);
+  ASSERT_EQ(commit({set_number(a_of_x, 1)}), 0);
+  ASSERT_EQ(commit({remove_item(text_of_x)}), 0);  // the first item of x is gone, its place is not
+  EXPECT_THAT(replay(), ElementsAre("1 x ->1", "1 y ->2"));
+  ASSERT_EQ(commit({remove_item(a_of_x)}), 0);
+  ASSERT_EQ(commit({set_number(a_of_x, 3)}), 0);  // another x
+  EXPECT_THAT(replay(), ElementsAre("1 y ->2", "1 x ->3"));
+}
+
+TEST_P(ledger_replay_contract, items_of_an_owner_come_turn_by_turn) {
+  ASSERT_EQ(commit({set_tuple("/cfg/gl/sample/thing/x/kind/0x2/pair", {1, 2})}), 0);
+  ASSERT_EQ(commit({set_text(text_of_x, "t")}), 0);
+  ASSERT_EQ(commit({set_number(a_of_x, 1)}), 0);
+  EXPECT_THAT(replay(), ElementsAre("1 x ->1", "1 x ->t", "1 x 0x2=2 ->1,2"));
+}
+
+TEST_P(ledger_replay_contract, the_last_change_decides_within_a_turn) {
+  const auto pair = [](const char* number) {
+    return std::string{"/cfg/gl/sample/thing/x/kind/"} + number + "/pair";
+  };
+  ASSERT_EQ(commit({set_tuple(pair("0x1"), {1, 1}), set_tuple(pair("0x2"), {2, 2})}), 0);
+  EXPECT_THAT(replay(), ElementsAre("1 x 0x1=1 ->1,1", "1 x 0x2=2 ->2,2"));
+  ASSERT_EQ(commit({set_tuple(pair("0x1"), {1, 1})}), 0);  // the same value is a change here
+  EXPECT_THAT(replay(), ElementsAre("1 x 0x2=2 ->2,2", "1 x 0x1=1 ->1,1"));
+}
+
+TEST_P(ledger_replay_contract, what_is_deleted_in_a_late_turn_stays_in_force_until_another_is_set) {
+  const auto pair = [](const char* number) {
+    return std::string{"/cfg/gl/sample/thing/x/kind/"} + number + "/pair";
+  };
+  ASSERT_EQ(commit({set_tuple(pair("0x1"), {1, 1}), set_tuple(pair("0x2"), {2, 2})}), 0);
+  ASSERT_EQ(commit({remove_item(pair("0x2"))}), 0);
+  EXPECT_FALSE(stored(pair("0x2").c_str()));
+  EXPECT_THAT(replay(), ElementsAre("1 x 0x1=1 ->1,1", "1 x 0x2=2 ->2,2"));
+  ASSERT_EQ(commit({remove_item(pair("0x1"))}), 0);
+  EXPECT_THAT(replay(), ElementsAre("1 x 0x1=1 ->1,1", "1 x 0x2=2 ->2,2"));
+  ASSERT_EQ(commit({set_tuple(pair("0x3"), {3, 3})}), 0);
+  EXPECT_THAT(replay(), ElementsAre("1 x 0x3=3 ->3,3"));
+}
+
+TEST_P(ledger_replay_contract, a_walk_shows_nothing_that_is_deleted) {
+  const std::string pair = "/cfg/gl/sample/thing/x/kind/0x1/pair";
+  ASSERT_EQ(commit({set_number(a_of_x, 1), set_tuple(pair, {1, 1})}), 0);
+  ASSERT_EQ(commit({remove_item(pair)}), 0);
+  std::vector<std::string> paths;
+  ASSERT_EQ(ledger_item_walk(
+                ledger_get_default_conn(), "",
+                [](void* context, std::string_view path, const ledger_value&) {
+                  if (path.find("thing") != std::string_view::npos) {
+                    static_cast<std::vector<std::string>*>(context)->emplace_back(path);
+                  }
+                  return true;
+                },
+                &paths),
+            0);
+  EXPECT_THAT(paths, ElementsAre(a_of_x + 1));
 }
 
 TEST_P(ledger_commit_contract, replay_goes_on_after_failures) {
@@ -205,6 +379,8 @@ TEST_P(ledger_commit_contract, replay_goes_on_after_failures) {
   EXPECT_EQ(sample().applied.size(), 200U);
 }
 
+INSTANTIATE_TEST_SUITE_P(ways, ledger_replay_contract, ::testing::ValuesIn(ledger_test_bed_ways()),
+                         ledger_way_name);
 INSTANTIATE_TEST_SUITE_P(ways, ledger_commit_contract, ::testing::ValuesIn(ledger_test_bed_ways()),
                          ledger_way_name);
 

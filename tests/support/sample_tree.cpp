@@ -9,13 +9,13 @@ namespace {
 
 constexpr ledger_tree_node nodes[] = {
     {"thing", ledger_node_kind::literal, 1, -1, -1, 1},
-    {nullptr, ledger_node_kind::name, 2, -1, -1, 1},
+    {nullptr, ledger_node_kind::name, 2, -1, -1, 1, 39},
     {"a", ledger_node_kind::literal, -1, 3, 0, 0},
     {"text", ledger_node_kind::literal, -1, 4, 1, 0},
     {"kind", ledger_node_kind::literal, 7, 5, -1, 1},
     {"missing", ledger_node_kind::literal, -1, 6, 3, 0},
     {"note", ledger_node_kind::literal, -1, -1, 4, 0},
-    {nullptr, ledger_node_kind::number, 8, -1, -1, 1},
+    {nullptr, ledger_node_kind::number, 8, -1, -1, 1, 1},
     {"pair", ledger_node_kind::literal, -1, -1, 2, 0},
 };
 
@@ -71,10 +71,16 @@ int apply(const ledger_change& change) {
   return answer(sample().fail_apply, change);
 }
 
+int expect(const ledger_change& change) {
+  sample().expected.push_back(describe(change));
+  return status_ok;
+}
+
 constexpr ledger_registration rows[] = {
-    {"thing/<name>/a", ledger_row_handled, verify, apply},
+    {"thing/<name>/a", ledger_row_handled, verify, apply, ledger_turn::owner, 0, expect},
     {"thing/<name>/text", ledger_row_handled | ledger_row_text, verify, apply},
-    {"thing/<name>/kind/<n>/pair", ledger_row_handled | ledger_row_tuple, verify, apply},
+    {"thing/<name>/kind/<n>/pair", ledger_row_handled | ledger_row_tuple, verify, apply,
+     ledger_turn::late, 2},
     {"thing/<name>/missing", ledger_row_handled, nullptr, nullptr},
     {"thing/<name>/note", ledger_row_text, nullptr, nullptr},
 };
@@ -88,7 +94,8 @@ sample_calls& sample() {
 
 int register_sample_tree() {
   sample() = {};
-  return ledger_config_register(sample_root, nodes, rows);
+  return ledger_config_register(sample_root, nodes, rows,
+                                []() noexcept { sample().expected.push_back("forgotten"); });
 }
 
 }  // namespace ot::test

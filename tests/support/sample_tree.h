@@ -15,6 +15,7 @@ inline constexpr const char* sample_root = "/cfg/gl/sample/";
 struct sample_calls {
   std::vector<std::string> verified;  // "create thing/<name>/a", with the values' numbers or texts
   std::vector<std::string> applied;
+  std::vector<std::string> expected;      // of "a", then "forgotten" for each end of a verification
   std::map<std::string, int> refuse;      // first field -> code of its verifier
   std::map<std::string, int> fail_apply;  // first field -> code of its apply function
   int (*while_verifying)() = nullptr;     // run inside every verifier
@@ -22,8 +23,10 @@ struct sample_calls {
 // Started anew by each register_sample_tree.
 sample_calls& sample();
 
-// Leaves: thing/<name>/a (u32), thing/<name>/text (text), thing/<name>/kind/<n>/pair (tuple),
-// thing/<name>/missing (handled by nothing) and thing/<name>/note (only kept).
+// Leaves: thing/<name>/a (u32, the existence of a thing), thing/<name>/text (text),
+// thing/<name>/kind/<n>/pair (a tuple of two numbers, of which the last one set is in force),
+// thing/<name>/missing (handled by nothing) and thing/<name>/note (only kept). A name has at most
+// 39 characters, a number is at least 1.
 int register_sample_tree();
 
 }  // namespace ot::test

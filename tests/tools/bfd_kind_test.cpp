@@ -3,6 +3,7 @@
 
 #include <sstream>
 
+#include "tests/tools/stages.h"
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/kinds/kinds.h"
 #include "tools/trackctl/plan.h"
@@ -32,10 +33,10 @@ std::vector<config_item> items_of(const std::string& words) {
 
 std::vector<commit> plan(const track_items& present, const std::string& words,
                          const wanted_delays& delays = {}) {
-  return plan_set(
+  return stages_of(plan_set(
       "t", present,
       {kind().folder, items_of(words), kind().recreate_on_change, kind().only_from_nothing},
-      delays);
+      delays));
 }
 
 // A track as "set t bfd WORDS" makes it.

@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include "tests/tools/stages.h"
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/plan.h"
 
@@ -40,7 +41,10 @@ std::string refusal(Action&& action) {
 
 TEST(list_members, not_belongs_to_the_word_behind_it) {
   EXPECT_EQ(text_of(read_boolean_members({"a", "not", "b", "c"})), "a=0 b=1 c=0");
-  EXPECT_EQ(text_of(read_boolean_members({"not", "not"})), "not=1");
+  EXPECT_THAT(refusal([] {
+                read_boolean_members({"not", "not"});
+              }),
+              HasSubstr("track name \"not\" is taken"));
   EXPECT_THAT(refusal([] { read_boolean_members({"a", "not"}); }), HasSubstr("needs a MEMBER"));
 }
 
@@ -95,12 +99,12 @@ std::vector<config_item> weighted(list_limits limits, const std::vector<std::str
   return list_items(weight_folder, &limits, read_weighted_members(words));
 }
 
-// Each commit as "+path=value" and "-path", below the type.
+// Each stage as "+path=value" and "-path", below the type.
 using outline = std::vector<std::string>;
 std::vector<outline> changes(const std::vector<config_item>& from, const char* folder,
                              const std::vector<config_item>& to) {
   std::vector<outline> commits;
-  for (const commit& one : plan_set("l", items_of(from), {folder, to, false}, {})) {
+  for (const commit& one : stages_of(plan_set("l", items_of(from), {folder, to, false}, {}))) {
     outline lines;
     for (const ledger_proposal& change : one) {
       const std::string path = change.path.substr(track_path("l").size());

@@ -1,6 +1,7 @@
 // "set NAME probe OPERATION": its item, its range, and how an operation changes.
 #include <gmock/gmock.h>
 
+#include "tests/tools/stages.h"
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/kinds/kinds.h"
 #include "tools/trackctl/plan.h"
@@ -25,8 +26,8 @@ std::vector<config_item> items_of(const std::string& operation) {
 
 std::vector<commit> plan(const track_items& present, const std::string& operation,
                          const wanted_delays& delays = {}) {
-  return plan_set("t", present, {kind().folder, items_of(operation), kind().recreate_on_change},
-                  delays);
+  return stages_of(plan_set(
+      "t", present, {kind().folder, items_of(operation), kind().recreate_on_change}, delays));
 }
 
 track_items following(std::uint32_t operation) {

@@ -51,14 +51,6 @@ std::uint32_t delay_or_zero(const char* what, const std::optional<std::string>& 
   return delay_of(what, text).value_or(0);
 }
 
-void send_commits(const std::string& track, const std::vector<commit>& commits) {
-  for (std::size_t index = 0; index < commits.size(); ++index) {
-    // Of two commits the first has deleted the track.
-    const char* const place = index == 0 ? "" : " (deleted already, so it is gone now)";
-    send_commit("setting track \"" + track + "\"" + place, commits[index]);
-  }
-}
-
 // The kind of a track that is made late, when the service it needs is there; null for others.
 const track_kind* late_kind(const track_items& present) {
   for (const track_kind& kind : track_kinds()) {
@@ -97,16 +89,18 @@ int run_set(const arguments& all_args) {
   app.add_option("--delay-down", down, "the same for a change to down");
   parse_arguments(app, {args.begin() + 2, args.end()});
 
-  check_track_name(track);
+  check_new_track_name(track);
   const wanted_type type{kind.folder, read_items(), kind.recreate_on_change,
                          kind.only_from_nothing};
   const wanted_delays delays{delay_or_zero("--delay-up", up), delay_or_zero("--delay-down", down)};
   const track_items present = read_track(track);
-  const std::vector<commit> commits = plan_set(track, present, type, delays);
-  if (kind.only_from_nothing && !commits.empty() && (delays.up != 0 || delays.down != 0)) {
-    require_service_before_delays(kind, track, present.empty() || commits.size() > 1);
+  const commit changes = plan_set(track, present, type, delays);
+  if (kind.only_from_nothing && !changes.empty() && (delays.up != 0 || delays.down != 0)) {
+    require_service_before_delays(kind, track, present.empty() || changes.back().stage != 0);
   }
-  send_commits(track, commits);
+  if (!changes.empty()) {
+    send_commit("setting track \"" + track + "\"", changes);
+  }
   warn_of_cycle(track);
   return exit_done;
 }

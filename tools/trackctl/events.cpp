@@ -99,12 +99,19 @@ bool is_wanted_state(const events_options& options, std::uint32_t state) {
   return options.state.empty() || options.state == event_state_word(state);
 }
 
+constexpr std::size_t longest_name_in_events = 31;
+
 // The publisher matches names exactly, so all tracks in one state cannot be asked for: without
 // names everything comes and the state is looked at here.
 std::vector<evdl_filter> filters_of(const events_options& options) {
   std::vector<evdl_filter> filters;
   for (const std::string& track : options.tracks) {
     check_track_name(track);
+    if (track.size() > longest_name_in_events) {
+      throw failure(exit_usage, "events: track name \"" + track + "\" has " +
+                                    std::to_string(track.size()) +
+                                    " characters; events carry at most 31");
+    }
     filters.push_back({track, options.state.empty(), options.state == "up" ? 1U : 2U});
   }
   return filters;

@@ -13,7 +13,8 @@
 namespace ot::trackctl {
 namespace {
 
-constexpr std::size_t longest_track_name = 32;
+constexpr std::size_t longest_new_track_name = 31;
+constexpr std::size_t longest_track_name = 39;
 constexpr std::uint32_t longest_delay = 65535;
 constexpr std::uint32_t longest_prefix = 32;
 
@@ -33,6 +34,33 @@ struct device_name {
   std::string without;  // what else could be done when the name is empty
 };
 
+// Words that commands and readers take for something else.
+struct reserved_word {
+  std::string_view word;
+  const char* meaning;
+};
+constexpr reserved_word reserved_words[] = {
+    {"not", "in a list it negates the member behind it"},
+    {"all-tracks", "where tracks are shown it stands for all of them"},
+    {"type-interface", "where tracks are shown it stands for those of a kind"},
+    {"type-route", "where tracks are shown it stands for those of a kind"},
+    {"type-prb", "where tracks are shown it stands for those of a kind"},
+};
+
+std::string quoted_track(std::string_view name) {
+  return "track name \"" + std::string(name) + "\"";
+}
+
+void check_track_name_length(std::string_view name, std::size_t most) {
+  if (name.empty()) {
+    refuse("the track name is empty; give 1 to " + std::to_string(most) + " characters");
+  }
+  if (name.size() > most) {
+    refuse(quoted_track(name) + " has " + std::to_string(name.size()) + " characters; at most " +
+           std::to_string(most) + " are taken");
+  }
+}
+
 void check_device_name(const device_name& kind, std::string_view name) {
   const std::string quoted = kind.what + " \"" + std::string(name) + "\"";
   if (name.empty()) {
@@ -51,21 +79,33 @@ void check_device_name(const device_name& kind, std::string_view name) {
 
 }  // namespace
 
-void check_track_name(std::string_view name) {
-  const std::string quoted = "track name \"" + std::string(name) + "\"";
-  if (name.empty()) {
-    refuse("the track name is empty; give 1 to 32 characters");
-  }
-  if (name.size() > longest_track_name) {
-    refuse(quoted + " has " + std::to_string(name.size()) + " characters; at most 32 are shown");
-  }
+void check_new_track_name(std::string_view name) {
+  check_track_name_length(name, longest_new_track_name);
   if (!std::all_of(name.begin(), name.end(), is_track_name_character)) {
-    refuse(quoted + " has a character that no track name has; use A-Z a-z 0-9 _ . : -");
+    refuse(quoted_track(name) + " has a character that no track name has; use A-Z a-z 0-9 _ . : -");
+  }
+  for (const reserved_word& reserved : reserved_words) {
+    if (name == reserved.word) {
+      refuse(quoted_track(name) + " is taken: " + reserved.meaning + "; use another one");
+    }
+  }
+}
+
+void check_track_name(std::string_view name) {
+  check_track_name_length(name, longest_track_name);
+  if (std::any_of(name.begin(), name.end(), [](unsigned char character) {
+        return character == '/' || std::iscntrl(character) != 0;
+      })) {
+    refuse(quoted_track(name) + " has a '/' or a control character; no track has");
   }
 }
 
 void check_interface_name(std::string_view name) {
-  check_device_name({"interface name", 63, "give one as `ip link` lists it", ""}, name);
+  check_device_name({"interface name", 15, "give one as `ip link` lists it", ""}, name);
+  if (name == "." || name == ".." || name.find(':') != std::string_view::npos) {
+    refuse("interface name \"" + std::string(name) +
+           "\" is one that no interface can have; give one as `ip link` lists it");
+  }
 }
 
 void check_vrf_name(std::string_view name) {

@@ -8,11 +8,17 @@
 
 namespace ot::trackctl {
 
-// Throws unless `name` can name a track: 1 to 32 characters of A-Z a-z 0-9 _ . : -. (The service
-// takes 39, but its operational records show 32.)
+// Throws unless `name` can name a new track: 1 to 31 characters of A-Z a-z 0-9 _ . : -, and no word
+// that means something else where names stand. (The service takes 39 characters, its events carry
+// 31.)
+void check_new_track_name(std::string_view name);
+
+// Throws unless there can be a track of that name, made by whatever client: 1 to 39 characters
+// without a '/' or a control character.
 void check_track_name(std::string_view name);
 
-// Throws unless `name` can name an interface: 1 to 63 characters, neither '/' nor white space.
+// Throws unless `name` can name an interface: 1 to 15 characters, none of them '/', ':' or white
+// space.
 void check_interface_name(std::string_view name);
 
 // Throws unless `name` can name a VRF: 1 to 31 characters, neither '/' nor white space.

@@ -1,5 +1,5 @@
-// The order of changes matters, since it is the order in which the service replays them when it
-// starts: the existence item, what the track follows, then the delays. Deletion runs the other way:
+// The order of changes matters, since it is the order in which the service applies them: the
+// existence item, what the track follows, then the delays. Deletion runs the other way:
 // without its delays a track that is deleted while up is withdrawn at once.
 //
 // The existence item is never set when it is present: at the limit of 1500 tracks the service
@@ -20,12 +20,13 @@ class difference {
   void want(std::string_view item, const item_value& value) {
     const auto found = present_.find(item);
     if (found == present_.end() || found->second != value) {
-      changes_.push_back({path_ + std::string(item), false, value.kind, value.bytes});
+      changes_.push_back(
+          {.path = path_ + std::string(item), .kind = value.kind, .value = value.bytes});
     }
   }
   void remove(std::string_view item) {
     if (present_.contains(item)) {
-      changes_.push_back({path_ + std::string(item), true, ledger_kind::u32, {}});
+      changes_.push_back({.path = path_ + std::string(item), .remove = true, .value = {}});
     }
   }
   void want_delay(std::string_view item, std::uint32_t seconds) {
@@ -94,16 +95,17 @@ commit plan_in_place(const std::string& track, const track_items& present, const
 
 }  // namespace
 
-std::vector<commit> plan_set(const std::string& track, const track_items& present,
-                             const wanted_type& type, const wanted_delays& delays) {
-  std::vector<commit> commits;
-  if (must_recreate(present, type)) {
-    commits.push_back(plan_delete(track, present));
-    commits.push_back(plan_in_place(track, {}, type, delays));
-  } else if (commit changes = plan_in_place(track, present, type, delays); !changes.empty()) {
-    commits.push_back(std::move(changes));
+commit plan_set(const std::string& track, const track_items& present, const wanted_type& type,
+                const wanted_delays& delays) {
+  if (!must_recreate(present, type)) {
+    return plan_in_place(track, present, type, delays);
   }
-  return commits;
+  commit changes = plan_delete(track, present);
+  for (ledger_proposal& change : plan_in_place(track, {}, type, delays)) {
+    change.stage = 1;
+    changes.push_back(std::move(change));
+  }
+  return changes;
 }
 
 commit plan_delay(const std::string& track, const track_items& present,

@@ -1,5 +1,5 @@
-// From what a track is to what it shall be: the commits that make the difference and touch nothing
-// else. Pure; the ledger is read before and written after.
+// From what a track is to what it shall be: the commit that makes the difference and touches
+// nothing else. Pure; the ledger is read before and written after.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@ struct wanted_type {
   std::string folder;              // for example "type/interface/0x1/"
   std::vector<config_item> items;  // all below `folder`, in the order in which they are to be set
   // The service takes another object only after the track was deleted: any difference in the items
-  // that are present makes two commits.
+  // that are present makes two stages.
   bool recreate_on_change = false;
   // The service makes such a track only where there is none: also a track without a type goes
   // first.
@@ -28,10 +28,10 @@ struct wanted_delays {
   std::uint32_t down = 0;
 };
 
-// The commits after which `track` is exactly what is wanted; none when it is that already. Two when
-// the type changes: delete, then create.
-std::vector<commit> plan_set(const std::string& track, const track_items& present,
-                             const wanted_type& type, const wanted_delays& delays);
+// The commit after which `track` is exactly what is wanted; empty when it is that already. Of two
+// stages when the type changes: delete, then create.
+commit plan_set(const std::string& track, const track_items& present, const wanted_type& type,
+                const wanted_delays& delays);
 
 // The changes of the delays given; a delay not given stays as it is. Empty when nothing changes.
 commit plan_delay(const std::string& track, const track_items& present,

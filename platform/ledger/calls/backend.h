@@ -20,7 +20,11 @@ namespace ot {
 struct ledger_stored {
   std::string path;
   ledger_value value;
-  std::uint64_t sequence = 0;  // place in the order of creation; configuration only
+  // Configuration only: the place in the order of changes, that of the first item of its owner, and
+  // whether a list of the store names an item that is not there or cannot be read.
+  std::uint64_t sequence = 0;
+  std::uint64_t first = 0;
+  bool missing = false;
 };
 
 struct ledger_list_query {

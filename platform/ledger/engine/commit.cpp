@@ -1,12 +1,12 @@
-// The engine's way with configuration: commits, and the replay of what is stored when the service
-// starts. Neither runs inside the other, nor inside itself: a verify or apply function that tried
-// would change the configuration under the commit that called it.
+// The engine's way with configuration that changes. A commit has four steps: plan every change
+// against the trees and the store, verify all of them, store all of them, apply one after the
+// other. The first two find every fault before they refuse, so that an operator sees all of them at
+// once. Verifiers look at the state before the commit; those of a later stage are made to expect
+// what the stages before it will lead to, since nothing is applied before the whole commit is
+// accepted: what is refused has never happened.
 //
-// A commit has four steps: plan every change against the trees and the store, verify all of them,
-// store all of them, apply one after the other. The first two find every fault before they refuse,
-// so that an operator sees all of them at once. Verifiers look at the state before the commit.
-#include "platform/ledger/engine/engine.h"
-
+// Neither a commit nor the replay runs inside the other, nor inside itself: a verify or apply
+// function that tried would change the configuration under the commit that called it.
 #include <algorithm>
 #include <new>
 #include <span>
@@ -16,6 +16,9 @@
 #include <vector>
 
 #include "platform/err_string.h"
+#include "platform/ledger/engine/engine.h"
+#include "platform/ledger/engine/handling.h"
+#include "platform/ledger/engine/staged_items.h"
 #include "platform/ledger/item.h"
 #include "platform/ledger_commit.h"
 #include "platform/ledger_status.h"
@@ -24,10 +27,12 @@ namespace ot {
 namespace {
 
 constexpr std::size_t commit_max = 8192;  // changes
-constexpr std::size_t replay_items = 64;  // read at a time
 
-void refuse(std::vector<ledger_refusal>& refusals, const std::string& path, int code,
-            std::string_view detail) {
+using refusal_list = std::vector<ledger_refusal>;
+using proposal_span = std::span<const ledger_proposal>;
+using path_set = std::unordered_set<std::string_view>;
+
+void refuse(refusal_list& refusals, const std::string& path, int code, std::string_view detail) {
   std::string text = err_string(code);
   text.append(": ").append(path);
   if (!detail.empty()) {
@@ -36,87 +41,83 @@ void refuse(std::vector<ledger_refusal>& refusals, const std::string& path, int 
   refusals.push_back({.path = path, .code = code, .text = std::move(text)});
 }
 
-const char* kind_text(ledger_kind kind) noexcept {
-  switch (kind) {
-    case ledger_kind::u32:
-      return "it is a number";
-    case ledger_kind::text:
-      return "it is a text";
-    case ledger_kind::tuple:
-      return "it is a tuple";
-    case ledger_kind::record:
-      break;
+// One change on its way from proposal to applied configuration.
+struct planned_change {
+  const ledger_proposal* proposal = nullptr;
+  ledger_match match;
+  ledger_change change;
+  ledger_value old_value;
+  ledger_value new_value;
+  // Other items that go: all those of an owner that is deleted, the retired ones when an item of a
+  // late turn is set.
+  std::vector<std::string> leftovers;
+  std::string retired;  // where an item goes on that stays in force; empty: nowhere
+
+  [[nodiscard]] std::string_view owner() const noexcept {
+    return std::string_view{proposal->path}.substr(0, match.owner);
   }
-  return "it is a record";
-}
-
-bool is_handled(const ledger_registration& row) noexcept {
-  return (row.flags & ledger_row_handled) != 0;
-}
-
-bool is_available(const ledger_registration& row) noexcept {
-  return !is_handled(row) || (row.verify != nullptr && row.apply != nullptr);
-}
-
-// What is wrong with the proposed value, or null.
-const char* value_fault(const ledger_proposal& proposal, ledger_kind wanted) noexcept {
-  if (proposal.kind != wanted) {
-    return kind_text(wanted);
+  // Deletes come first, that of an owner behind those of its items: none of them can bring it back.
+  [[nodiscard]] int place() const noexcept {
+    return proposal->remove ? (deletes_owner() ? 1 : 0) : 2;
   }
-  return ledger_value_fault(wanted, proposal.value);
-}
-
-// Runs the row's apply function, if it has something to run.
-int apply_change(ledger_environment& environment, const ledger_registration& row,
-                 const ledger_change& change) {
-  if (!is_handled(row)) {
-    return status_ok;
+  [[nodiscard]] bool is_late() const noexcept { return match.row->turn == ledger_turn::late; }
+  [[nodiscard]] bool sets_late() const noexcept { return is_late() && !proposal->remove; }
+  [[nodiscard]] bool deletes_owner() const noexcept {
+    return proposal->remove && match.row->turn == ledger_turn::owner;
   }
-  if (!is_available(row)) {
-    return ledger_not_available;
+  // An item that is set to the value it has does not change its place in the replay. Where only the
+  // last of several items is in force, to set it is a change all the same.
+  [[nodiscard]] bool changes_nothing() const noexcept {
+    const auto before = old_value.bytes();
+    return change.event == ledger_event_set && !is_late() && old_value.kind == proposal->kind &&
+           std::equal(before.begin(), before.end(), proposal->value.begin(), proposal->value.end());
   }
-  return ledger_in_service(environment, [&] { return row.apply(change); });
-}
+};
 
-// One commit on its way from proposal to applied configuration.
 class commit_run {
  public:
   commit_run(const ledger_trees& trees, ledger_store& store,
              ledger_environment& environment) noexcept
-      : trees_(trees), store_(store), environment_(environment) {}
+      : trees_(trees), store_(store), environment_(environment), staged_(store) {}
+  ~commit_run() { trees_.forget_expected(); }
+  commit_run(const commit_run&) = delete;
+  commit_run& operator=(const commit_run&) = delete;
 
   // Checks and verifies; true when the commit may be stored. Otherwise `refusals` says why not.
-  bool prepare(std::span<const ledger_proposal> changes, std::vector<ledger_refusal>& refusals);
+  bool prepare(proposal_span changes, refusal_list& refusals);
   // Stores what was prepared; 0 or a status code.
   int store();
   // Applies what was stored. Never throws for lack of memory.
-  void apply(std::vector<ledger_refusal>& refusals);
+  void apply(refusal_list& refusals);
+
+  // What readers see meanwhile.
+  [[nodiscard]] ledger_staged_items& staged() noexcept { return staged_; }
 
  private:
-  struct planned {
-    const ledger_proposal* proposal = nullptr;
-    ledger_match match;
-    ledger_change change;
-    ledger_value old_value;
-    ledger_value new_value;
-  };
-
   // Each appends what it finds wrong.
-  void plan(const ledger_proposal& proposal, std::vector<ledger_refusal>& refusals);
-  int decide(planned& item);
-  void verify(const planned& item, std::vector<ledger_refusal>& refusals);
+  void plan_stage(proposal_span stage, refusal_list& refusals);
+  void plan(const ledger_proposal& proposal, refusal_list& refusals);
+  void complete_stage(refusal_list& refusals);
+  int collect_leftovers(planned_change& item, const path_set& deleted);
+  int collect_below(std::string_view prefix, planned_change& item);
+  void verify_stage(refusal_list& refusals);
+  void verify(const planned_change& item, refusal_list& refusals);
+  void expect_stage(refusal_list& refusals);
+  int decide(planned_change& item);
 
   const ledger_trees& trees_;
   ledger_store& store_;
   ledger_environment& environment_;
-  std::vector<planned> items_;   // in the client's order
-  std::vector<planned*> order_;  // in the order of storing and applying
+  ledger_staged_items staged_;
+  std::vector<planned_change> items_;   // in the client's order
+  std::vector<planned_change*> order_;  // in the order of storing and applying
+  std::size_t stage_ = 0;               // where the present stage begins in both
 };
 
 // The event follows from what is stored, whatever the client believes.
-int commit_run::decide(planned& item) {
+int commit_run::decide(planned_change& item) {
   const ledger_proposal& proposal = *item.proposal;
-  const int status = store_.get(proposal.path, item.old_value);
+  const int status = staged_.get(proposal.path, item.old_value);
   if (status != status_ok && status != ledger_no_data) {
     return status;
   }
@@ -132,20 +133,23 @@ int commit_run::decide(planned& item) {
   return ledger_value_assign(item.new_value, proposal.kind, proposal.value);
 }
 
-void commit_run::plan(const ledger_proposal& proposal, std::vector<ledger_refusal>& refusals) {
-  planned item;
+void commit_run::plan(const ledger_proposal& proposal, refusal_list& refusals) {
+  planned_change item;
   item.proposal = &proposal;
-  if (const int status = trees_.match(proposal.path, item.match); status != status_ok) {
-    refuse(refusals, proposal.path, status, "");
+  std::string fault;
+  if (const int status = trees_.match(proposal.path, item.match, fault); status != status_ok) {
+    refuse(refusals, proposal.path, status, fault);
     return;
   }
   const ledger_registration& row = *item.match.row;
-  if (!is_available(row)) {
+  if (!ledger_row_is_available(row)) {
     refuse(refusals, proposal.path, ledger_not_available, row.path);
     return;
   }
-  const char* fault = proposal.remove ? nullptr : value_fault(proposal, ledger_row_kind(row));
-  if (fault != nullptr) {
+  if (!proposal.remove) {
+    fault = ledger_row_value_fault(row, proposal.kind, proposal.value);
+  }
+  if (!fault.empty()) {
     refuse(refusals, proposal.path, ledger_wrong_kind, fault);
     return;
   }
@@ -157,9 +161,80 @@ void commit_run::plan(const ledger_proposal& proposal, std::vector<ledger_refusa
   items_.push_back(std::move(item));
 }
 
-void commit_run::verify(const planned& item, std::vector<ledger_refusal>& refusals) {
+void commit_run::plan_stage(proposal_span stage, refusal_list& refusals) {
+  path_set seen;
+  for (const ledger_proposal& proposal : stage) {
+    if (seen.insert(proposal.path).second) {
+      plan(proposal, refusals);
+    } else {
+      refuse(refusals, proposal.path, duplicate_key, "twice in one stage of a commit");
+    }
+  }
+  if (!refusals.empty()) {
+    return;
+  }
+  for (std::size_t index = stage_; index < items_.size(); ++index) {
+    planned_change& item = items_[index];
+    item.change.fields = item.match.fields;
+    item.change.old_value = item.change.event == ledger_event_create ? nullptr : &item.old_value;
+    item.change.new_value = item.proposal->remove ? nullptr : &item.new_value;
+    order_.push_back(&item);
+  }
+  std::stable_sort(
+      order_.begin() + static_cast<std::ptrdiff_t>(stage_), order_.end(),
+      [](const planned_change* a, const planned_change* b) { return a->place() < b->place(); });
+  complete_stage(refusals);
+}
+
+int commit_run::collect_below(std::string_view prefix, planned_change& item) {
+  std::string owner{prefix};
+  owner.append(item.owner()).append("/");
+  return staged_.below(owner, item.leftovers);
+}
+
+int commit_run::collect_leftovers(planned_change& item, const path_set& deleted) {
+  int status = status_ok;
+  if (item.deletes_owner()) {
+    status = collect_below("", item);
+  }
+  if (status == status_ok && (item.deletes_owner() || item.sets_late())) {
+    status = collect_below(ledger_retired_root, item);
+  }
+  std::erase_if(item.leftovers,
+                [&deleted](const std::string& path) { return deleted.contains(path); });
+  return status;
+}
+
+// What goes along with the changes, beyond what the stage deletes itself.
+void commit_run::complete_stage(refusal_list& refusals) {
+  path_set deleted;
+  path_set owners;
+  const std::span stage{items_.begin() + static_cast<std::ptrdiff_t>(stage_), items_.end()};
+  for (const planned_change& item : stage) {
+    if (item.proposal->remove) {
+      deleted.insert(item.proposal->path);
+    }
+    if (item.deletes_owner()) {
+      owners.insert(item.owner());
+    }
+  }
+  for (planned_change& item : stage) {
+    const bool owner_stays = !owners.contains(item.owner());
+    if (item.deletes_owner() || (item.sets_late() && owner_stays)) {
+      owners.insert(item.owner());  // once for all of its items
+      if (const int status = collect_leftovers(item, deleted); status != status_ok) {
+        refuse(refusals, item.proposal->path, status, "");
+      }
+    }
+    if (item.is_late() && item.proposal->remove && owner_stays) {
+      item.retired = std::string{ledger_retired_root} + item.proposal->path;
+    }
+  }
+}
+
+void commit_run::verify(const planned_change& item, refusal_list& refusals) {
   const ledger_registration& row = *item.match.row;
-  if (!is_handled(row)) {
+  if (!ledger_row_is_handled(row)) {
     return;
   }
   ledger_verdict verdict;
@@ -173,34 +248,56 @@ void commit_run::verify(const planned& item, std::vector<ledger_refusal>& refusa
                       .text = verdict.text ? verdict.text.get() : err_string(code)});
 }
 
-bool commit_run::prepare(std::span<const ledger_proposal> changes,
-                         std::vector<ledger_refusal>& refusals) {
+void commit_run::verify_stage(refusal_list& refusals) {
+  for (std::size_t index = stage_; index < items_.size(); ++index) {
+    verify(items_[index], refusals);
+  }
+}
+
+// From here on the present stage counts as made.
+void commit_run::expect_stage(refusal_list& refusals) {
+  for (; stage_ < order_.size(); ++stage_) {
+    const planned_change& item = *order_[stage_];
+    const ledger_registration& row = *item.match.row;
+    const int code = row.expect == nullptr
+                         ? status_ok
+                         : ledger_in_service(environment_, [&] { return row.expect(item.change); });
+    if (code != status_ok) {
+      refuse(refusals, item.proposal->path, code, "");
+    }
+    for (const std::string& path : item.leftovers) {
+      staged_.remove(path);
+    }
+    staged_.add(*item.proposal);
+    if (!item.retired.empty()) {
+      staged_.keep(item.retired, *item.proposal);
+    }
+  }
+}
+
+bool commit_run::prepare(proposal_span changes, refusal_list& refusals) {
   if (changes.size() > commit_max) {
     refuse(refusals, changes[commit_max].path, invalid_argument, "too many changes");
     return false;
   }
-  items_.reserve(changes.size());
-  std::unordered_set<std::string_view> seen;
-  for (const ledger_proposal& proposal : changes) {
-    if (seen.insert(proposal.path).second) {
-      plan(proposal, refusals);
-    } else {
-      refuse(refusals, proposal.path, duplicate_key, "twice in one commit");
+  items_.reserve(changes.size());  // they are pointed to
+  for (proposal_span rest = changes; !rest.empty() && refusals.empty();) {
+    const auto end = std::find_if(rest.begin(), rest.end(), [&rest](const ledger_proposal& next) {
+      return next.stage != rest.front().stage;
+    });
+    const auto size = static_cast<std::size_t>(end - rest.begin());
+    if (end != rest.end() && end->stage < rest.front().stage) {
+      refuse(refusals, end->path, invalid_argument, "its stage is over");
+      break;
     }
-  }
-  if (!refusals.empty()) {
-    return false;
-  }
-  for (planned& item : items_) {
-    item.change.fields = item.match.fields;
-    item.change.old_value = item.change.event == ledger_event_create ? nullptr : &item.old_value;
-    item.change.new_value = item.proposal->remove ? nullptr : &item.new_value;
-    order_.push_back(&item);
-  }
-  std::stable_partition(order_.begin(), order_.end(),
-                        [](const planned* item) { return item->proposal->remove; });
-  for (const planned& item : items_) {
-    verify(item, refusals);
+    plan_stage(rest.first(size), refusals);
+    if (refusals.empty()) {
+      verify_stage(refusals);
+    }
+    rest = rest.subspan(size);
+    if (!rest.empty() && refusals.empty()) {
+      expect_stage(refusals);
+    }
   }
   return refusals.empty();
 }
@@ -208,18 +305,25 @@ bool commit_run::prepare(std::span<const ledger_proposal> changes,
 int commit_run::store() {
   std::vector<ledger_write> writes;
   writes.reserve(order_.size());
-  for (const planned* item : order_) {
-    writes.push_back({.path = item->proposal->path,
-                      .remove = item->proposal->remove,
-                      .kind = item->proposal->kind,
-                      .value = item->proposal->value});
+  for (const planned_change* item : order_) {
+    for (const std::string& path : item->leftovers) {
+      writes.push_back({.path = path, .remove = true});
+    }
+    if (!item->changes_nothing()) {
+      writes.push_back({.path = item->proposal->path,
+                        .remove = item->proposal->remove,
+                        .move_to = item->retired,
+                        .kind = item->proposal->kind,
+                        .value = item->proposal->value,
+                        .owner = item->match.owner});
+    }
   }
-  return store_.write(writes);
+  return writes.empty() ? status_ok : store_.write(writes);
 }
 
-void commit_run::apply(std::vector<ledger_refusal>& refusals) {
-  for (const planned* item : order_) {
-    const int code = apply_change(environment_, *item->match.row, item->change);
+void commit_run::apply(refusal_list& refusals) {
+  for (const planned_change* item : order_) {
+    const int code = ledger_row_apply(environment_, *item->match.row, item->change);
     if (code == status_ok) {
       continue;
     }
@@ -233,17 +337,6 @@ void commit_run::apply(std::vector<ledger_refusal>& refusals) {
   }
 }
 
-class busy_scope {
- public:
-  explicit busy_scope(bool& busy) noexcept : busy_(busy) { busy_ = true; }
-  ~busy_scope() { busy_ = false; }
-  busy_scope(const busy_scope&) = delete;
-  busy_scope& operator=(const busy_scope&) = delete;
-
- private:
-  bool& busy_;
-};
-
 }  // namespace
 
 int ledger_nothing_to_apply(const ledger_change& /*change*/) noexcept {
@@ -255,10 +348,13 @@ int ledger_engine::commit(std::span<const ledger_proposal> changes,
   if (busy_) {
     return ledger_not_available;
   }
-  const busy_scope busy{busy_};
+  const ledger_while_set busy{busy_, true};
   commit_run run{trees_, configuration_, environment_};
-  if (!run.prepare(changes, ret)) {
-    return ret.front().code;
+  {
+    const ledger_while_set seen{staged_, &run.staged()};
+    if (!run.prepare(changes, ret)) {
+      return ret.front().code;
+    }
   }
   if (changes.empty()) {
     return status_ok;
@@ -270,42 +366,6 @@ int ledger_engine::commit(std::span<const ledger_proposal> changes,
   ++generation_;
   run.apply(ret);
   return ret.empty() ? status_ok : ret.front().code;
-}
-
-int ledger_engine::replay_item(const ledger_stored& item) {
-  ledger_match match;
-  if (const int status = trees_.match(item.path, match); status != status_ok) {
-    return status;
-  }
-  const ledger_change change{
-      .event = ledger_event_create, .fields = match.fields, .new_value = &item.value};
-  return apply_change(environment_, *match.row, change);
-}
-
-int ledger_engine::replay(std::string_view root) {
-  if (busy_) {
-    return -1;
-  }
-  const busy_scope busy{busy_};
-  int failures = 0;
-  std::uint64_t after = 0;
-  for (;;) {
-    std::vector<ledger_stored> items;
-    if (configuration_.page_in_order(after, replay_items, items) != status_ok) {
-      return -1;
-    }
-    for (const ledger_stored& item : items) {
-      after = item.sequence;
-      const int status = item.path.starts_with(root) ? replay_item(item) : status_ok;
-      if (status != status_ok) {
-        environment_.log("replaying " + item.path + " failed: " + err_string(status));
-        ++failures;
-      }
-    }
-    if (items.size() < replay_items) {
-      return failures;
-    }
-  }
 }
 
 }  // namespace ot

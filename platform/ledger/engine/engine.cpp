@@ -55,7 +55,7 @@ int ledger_engine::get(std::string_view path, ledger_value& ret) {
     return ledger_unknown_path;
   }
   if (ledger_path_is_configuration(path)) {
-    return configuration_.get(path, ret);
+    return staged_ != nullptr ? staged_->get(path, ret) : configuration_.get(path, ret);
   }
   return providers_.serves(path) ? providers_.get(path, ret) : operational_.get(path, ret);
 }
@@ -111,7 +111,7 @@ int ledger_engine::page(std::string_view prefix, std::string_view after,
   const std::size_t end = before + page_items;
   int status = status_ok;
   if (prefix.starts_with(configuration_root) || configuration_root.starts_with(prefix)) {
-    status = configuration_.page(prefix, after, page_items, ret);
+    status = configuration_.page(std::max(prefix, configuration_root), after, page_items, ret);
   }
   if (status == status_ok && ret.size() < end && !prefix.starts_with(configuration_root)) {
     status = operational_.page(prefix, after, end - ret.size(), ret);
@@ -142,8 +142,9 @@ int ledger_engine::register_switch(std::string_view path, std::atomic<std::uint3
 }
 
 int ledger_engine::register_tree(std::string_view root, std::span<const ledger_tree_node> nodes,
-                                 std::span<const ledger_registration> rows) {
-  return trees_.add(root, nodes, rows);
+                                 std::span<const ledger_registration> rows,
+                                 void (*forget)() noexcept) {
+  return trees_.add(root, nodes, rows, forget);
 }
 
 int ledger_engine::register_providers(std::string_view root,
@@ -159,8 +160,10 @@ int ledger_engine::notify(std::string_view base, std::span<const ledger_dpv_noti
 // ------------------------------------------
 
 int ledger_config_register(const char* root, std::span<const ledger_tree_node> nodes,
-                           std::span<const ledger_registration> rows) noexcept {
-  return on_engine([&](ledger_engine& engine) { return engine.register_tree(root, nodes, rows); });
+                           std::span<const ledger_registration> rows,
+                           void (*forget)() noexcept) noexcept {
+  return on_engine(
+      [&](ledger_engine& engine) { return engine.register_tree(root, nodes, rows, forget); });
 }
 
 int ledger_config_replay(const char* root) {

@@ -16,8 +16,8 @@
 // store; any other from the data provider of its branch or, when there is none, from the
 // operational store. A commit (commit.cpp) is planned, verified, stored durably, and only then
 // applied; the first step that fails refuses all of it, but an error of an apply function is
-// answered and undoes nothing. At start the stored configuration is replayed as create events, in
-// its order of creation.
+// answered and undoes nothing. At start the stored configuration is replayed as create events
+// (replay.cpp), in an order that ends in what the running service had.
 //
 // The engine runs on the main thread only, inside handlers of the event loop, and calls the service
 // back there: verify, apply, get, list. Clients have the whole process's one link, under a mutex; a
@@ -39,6 +39,7 @@
 #include "platform/ledger/calls/backend.h"
 #include "platform/ledger/engine/environment.h"
 #include "platform/ledger/engine/providers.h"
+#include "platform/ledger/engine/staged_items.h"
 #include "platform/ledger/engine/tree.h"
 
 namespace ot {
@@ -65,7 +66,7 @@ class ledger_engine : public ledger_backend {
   // As ledger_config_register, ledger_config_replay, ledger_dpv_register and
   // ledger_dpv_generate_notifications describe them.
   int register_tree(std::string_view root, std::span<const ledger_tree_node> nodes,
-                    std::span<const ledger_registration> rows);
+                    std::span<const ledger_registration> rows, void (*forget)() noexcept = nullptr);
   int replay(std::string_view root);
   int register_providers(std::string_view root, std::span<const ledger_dpv_provider> rows);
   int notify(std::string_view base, std::span<const ledger_dpv_notification> entries);
@@ -78,7 +79,6 @@ class ledger_engine : public ledger_backend {
 
   int write(const ledger_write& write, std::uint32_t switch_value);
   [[nodiscard]] switched* find_switch(std::string_view path) noexcept;
-  int replay_item(const ledger_stored& item);
 
   ledger_store& configuration_;
   ledger_store& operational_;
@@ -87,7 +87,24 @@ class ledger_engine : public ledger_backend {
   ledger_providers providers_;
   std::vector<switched> switches_;
   std::uint64_t generation_ = 1;
-  bool busy_ = false;  // a commit or a replay is running
+  bool busy_ = false;                      // a commit or a replay is running
+  ledger_staged_items* staged_ = nullptr;  // while a commit is verified
+};
+
+// Sets a value for as long as this lives.
+template <typename Value>
+class ledger_while_set {
+ public:
+  ledger_while_set(Value& place, Value value) noexcept : place_(place), before_(place) {
+    place_ = value;
+  }
+  ~ledger_while_set() { place_ = before_; }
+  ledger_while_set(const ledger_while_set&) = delete;
+  ledger_while_set& operator=(const ledger_while_set&) = delete;
+
+ private:
+  Value& place_;
+  Value before_;
 };
 
 // What only the process that hosts the ledger can do. Runs `body(engine, argument)` with the engine

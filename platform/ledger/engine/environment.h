@@ -49,8 +49,13 @@ int ledger_in_service(ledger_environment& environment, Body body) {
 struct ledger_write {
   std::string_view path;
   bool remove = false;
+  std::string_view move_to = {};  // of a remove: the item goes on under this path, as it is
   ledger_kind kind = ledger_kind::u32;
   std::span<const std::byte> value = {};
+  std::size_t owner = 0;  // characters of the path that name its owner
+
+  // What the paths of all items of its owner begin with.
+  [[nodiscard]] std::string_view owner_prefix() const noexcept { return path.substr(0, owner + 1); }
 };
 
 class ledger_store {
@@ -60,8 +65,9 @@ class ledger_store {
   // 0, ledger_no_data, or a status code.
   virtual int get(std::string_view path, ledger_value& ret) = 0;
 
-  // All of it or nothing, in the order given. A new item gets the next sequence number, a set keeps
-  // its item's. A remove of an absent item is ledger_no_data, and nothing is written. 0,
+  // All of it or nothing, in the order given. Every item written gets the next sequence number. A
+  // new item gets the `first` of its owner's other items, or its own sequence number when it is
+  // their first. A remove of an absent item is ledger_no_data, and nothing is written. 0,
   // ledger_full, ledger_storage_failure.
   virtual int write(std::span<const ledger_write> writes) = 0;
 
@@ -73,8 +79,8 @@ class ledger_store {
   virtual int page(std::string_view prefix, std::string_view after, std::size_t limit,
                    std::vector<ledger_stored>& ret) = 0;
 
-  // Appends at most `limit` items with a sequence number above `after`, in that order. For the
-  // configuration only.
+  // Appends at most `limit` items with a sequence number above `after`, in that order, without
+  // their values. For the configuration only.
   virtual int page_in_order(std::uint64_t after, std::size_t limit,
                             std::vector<ledger_stored>& ret) = 0;
 };

@@ -66,6 +66,11 @@ class matcher {
   matcher(node_span nodes, const char* end, std::vector<ledger_path_field>& fields) noexcept
       : nodes_(nodes), end_(end), fields_(fields) {}
 
+  // The wildcards of the fields, in their order.
+  [[nodiscard]] std::span<const ledger_tree_node* const> wildcards() const noexcept {
+    return wildcards_;
+  }
+
   // The handler of the leaf that `element` and what follows lead to, or -1.
   std::int32_t walk(std::int32_t first, const char* element) {
     for (std::int32_t at = first; at != -1; at = node(at).next_sibling) {
@@ -79,6 +84,7 @@ class matcher {
         }
       }
       fields_.resize(mark);
+      wildcards_.resize(mark);
     }
     return -1;
   }
@@ -104,13 +110,50 @@ class matcher {
         return false;
     }
     fields_.push_back(field);
+    wildcards_.push_back(&candidate);
     return true;
   }
 
   node_span nodes_;
   const char* end_;
   std::vector<ledger_path_field>& fields_;
+  std::vector<const ledger_tree_node*> wildcards_;
 };
+
+// What is wrong with a wildcard's value; empty when nothing is.
+std::string limit_fault(const ledger_tree_node& wildcard, const ledger_path_field& field) {
+  if (wildcard.kind == ledger_node_kind::number) {
+    return field.number >= wildcard.limit ? std::string{}
+                                          : std::string{"the number "} + field.text +
+                                                " is less than " + std::to_string(wildcard.limit);
+  }
+  const std::size_t length = std::strlen(field.text);
+  return wildcard.limit == 0 || length <= wildcard.limit
+             ? std::string{}
+             : "a name in it has " + std::to_string(length) + " characters, at most " +
+                   std::to_string(wildcard.limit) + " are taken";
+}
+
+using wildcard_span = std::span<const ledger_tree_node* const>;
+
+std::string limit_fault(wildcard_span wildcards, std::span<const ledger_path_field> fields) {
+  std::string fault;
+  for (std::size_t index = 0; index < fields.size() && fault.empty(); ++index) {
+    fault = limit_fault(*wildcards[index], fields[index]);
+  }
+  return fault;
+}
+
+// Where the first name of a path ends; `end` when it has none.
+const char* end_of_owner(wildcard_span wildcards, std::span<const ledger_path_field> fields,
+                         const char* end) noexcept {
+  for (std::size_t index = 0; index < fields.size(); ++index) {
+    if (wildcards[index]->kind == ledger_node_kind::name) {
+      return fields[index].text + std::strlen(fields[index].text);
+    }
+  }
+  return end;
+}
 
 // The interfaces' own configuration belongs to other services of the router; the one leaf of it
 // that speaks of tracks is kept here, so that it can be configured and read beside the tracks.
@@ -128,7 +171,7 @@ constexpr ledger_registration interface_rows[] = {
 }  // namespace
 
 int ledger_trees::add(std::string_view root, node_span nodes,
-                      std::span<const ledger_registration> rows) {
+                      std::span<const ledger_registration> rows, void (*forget)() noexcept) {
   if (!ledger_base_path_valid(root) || !ledger_path_is_configuration(root) ||
       !tree_fits(nodes, rows.size())) {
     return invalid_argument;
@@ -138,11 +181,19 @@ int ledger_trees::add(std::string_view root, node_span nodes,
       return duplicate_key;
     }
   }
-  trees_.push_back({std::string{root}, nodes, rows});
+  trees_.push_back({std::string{root}, nodes, rows, forget});
   return status_ok;
 }
 
-int ledger_trees::match(std::string_view path, ledger_match& ret) const {
+void ledger_trees::forget_expected() const noexcept {
+  for (const tree& each : trees_) {
+    if (each.forget != nullptr) {
+      each.forget();
+    }
+  }
+}
+
+int ledger_trees::match(std::string_view path, ledger_match& ret, std::string& ret_fault) const {
   const auto owner = std::find_if(trees_.begin(), trees_.end(), [path](const tree& candidate) {
     return path.starts_with(candidate.root);
   });
@@ -153,11 +204,18 @@ int ledger_trees::match(std::string_view path, ledger_match& ret) const {
   ledger_match found;
   found.elements = std::make_unique<char[]>(below.size() + 1);
   std::replace_copy(below.begin(), below.end(), found.elements.get(), '/', '\0');
-  matcher walk{owner->nodes, found.elements.get() + below.size(), found.fields};
+  const char* end = found.elements.get() + below.size();
+  matcher walk{owner->nodes, end, found.fields};
   const std::int32_t handler = walk.walk(0, found.elements.get());
   if (handler == -1) {
     return ledger_unknown_path;
   }
+  if (std::string fault = limit_fault(walk.wildcards(), found.fields); !fault.empty()) {
+    ret_fault = std::move(fault);
+    return invalid_argument;
+  }
+  end = end_of_owner(walk.wildcards(), found.fields, end);
+  found.owner = owner->root.size() + static_cast<std::size_t>(end - found.elements.get());
   found.row = &owner->rows[static_cast<std::size_t>(handler)];
   ret = std::move(found);
   return status_ok;

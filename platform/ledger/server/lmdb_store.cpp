@@ -18,6 +18,7 @@ int copy_item(std::string_view path, const MDB_val& stored, ledger_stored& ret) 
   }
   ret.path = path;
   ret.sequence = head.sequence;
+  ret.first = head.first;
   return ledger_value_assign(ret.value, head.kind, value);
 }
 
@@ -162,14 +163,15 @@ int lmdb_store::page_in_order(std::uint64_t after, std::size_t limit,
   MDB_val path{};
   int code = mdb_cursor_get(cursor, &place, &path, MDB_SET_RANGE);
   for (; code == MDB_SUCCESS && limit > 0; --limit) {
+    ledger_stored& item = ret.emplace_back();
+    item.path = lmdb_text_of(path);
+    std::memcpy(&item.sequence, place.mv_data, sizeof item.sequence);
     MDB_val stored{};
-    if (mdb_get(read.txn(), items_, &path, &stored) != MDB_SUCCESS) {
-      return ledger_storage_failure;
-    }
-    if (const int status = copy_item(lmdb_text_of(path), stored, ret.emplace_back());
-        status != status_ok) {
-      return status;
-    }
+    lmdb_item_head head{};
+    std::span<const std::byte> value;
+    item.missing = mdb_get(read.txn(), items_, &path, &stored) != MDB_SUCCESS ||
+                   !lmdb_split(stored, head, value) || head.sequence != item.sequence;
+    item.first = head.first;
     code = mdb_cursor_get(cursor, &place, &path, MDB_NEXT);
   }
   return end_of_walk(code);

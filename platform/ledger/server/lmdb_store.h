@@ -4,6 +4,7 @@
 
 #include <lmdb.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <span>
@@ -26,6 +27,8 @@ struct lmdb_options {
   lmdb_durability durability = lmdb_durability::synced;
   std::string stamp;  // when not empty, items of a file with another stamp are dropped
 };
+
+struct lmdb_item_head;
 
 class lmdb_store : public ledger_store {
  public:
@@ -71,15 +74,17 @@ class lmdb_store : public ledger_store {
   int begin_write() noexcept;
   int write_batched(const ledger_write& write) noexcept;
   int write_ordered(const ledger_write& write) noexcept;
-  int create(const ledger_write& write) noexcept;
-  int put(const ledger_write& write, std::uint64_t sequence) noexcept;
+  int move(const ledger_write& write, const lmdb_item_head& head,
+           std::span<const std::byte> value) noexcept;
+  int put(const ledger_write& write, std::uint64_t sequence, std::uint64_t first) noexcept;
   int next_sequence(std::uint64_t& ret) noexcept;
+  int first_of_owner(const ledger_write& write, std::uint64_t& ret) noexcept;
   [[nodiscard]] bool has_room(MDB_txn* txn) const noexcept;
   int fail(int code) noexcept;
 
   lmdb_options options_;
   MDB_env* env_ = nullptr;
-  MDB_dbi items_ = 0;          // path -> sequence, kind, value
+  MDB_dbi items_ = 0;          // path -> sequence, kind, first, value
   MDB_dbi order_ = 0;          // sequence -> path
   MDB_dbi about_ = 0;          // "stamp" -> the stamp
   MDB_txn* reader_ = nullptr;  // kept reset between reads
@@ -91,13 +96,16 @@ class lmdb_store : public ledger_store {
 
 // --- How an item lies in the file --------------------------------------------------------------
 
-// Before the value's bytes.
+// Before the value's bytes. Files of earlier releases end it before `first`: an item was never
+// moved in the order, so its sequence number is also that of its creation.
 struct lmdb_item_head {
   std::uint64_t sequence;
   ledger_kind kind;
-  std::uint32_t reserved;
+  std::uint32_t has_first;  // 1, or 0 in an old file
+  std::uint64_t first;
 };
-static_assert(sizeof(lmdb_item_head) == 16);
+inline constexpr std::size_t lmdb_old_head_bytes = offsetof(lmdb_item_head, first);
+static_assert(lmdb_old_head_bytes == 16 && sizeof(lmdb_item_head) == 24);
 
 inline MDB_val lmdb_key(std::string_view path) noexcept {
   return {path.size(), const_cast<char*>(path.data())};
@@ -110,12 +118,20 @@ inline std::string_view lmdb_text_of(const MDB_val& value) noexcept {
 // False for bytes that no store has written. `ret_value` is a view into the file's map.
 inline bool lmdb_split(const MDB_val& stored, lmdb_item_head& ret,
                        std::span<const std::byte>& ret_value) noexcept {
-  if (stored.mv_size < sizeof ret) {
+  const auto* bytes = static_cast<const std::byte*>(stored.mv_data);
+  if (stored.mv_size < lmdb_old_head_bytes) {
     return false;
   }
-  const auto* bytes = static_cast<const std::byte*>(stored.mv_data);
-  std::memcpy(&ret, bytes, sizeof ret);
-  ret_value = {bytes + sizeof ret, stored.mv_size - sizeof ret};
+  lmdb_item_head head{};
+  std::memcpy(&head, bytes, lmdb_old_head_bytes);
+  const std::size_t length = head.has_first == 0 ? lmdb_old_head_bytes : sizeof head;
+  if (head.has_first > 1 || stored.mv_size < length) {
+    return false;
+  }
+  std::memcpy(&head, bytes, length);
+  head.first = head.has_first == 0 ? head.sequence : head.first;
+  ret = head;
+  ret_value = {bytes + length, stored.mv_size - length};
   return true;
 }
 

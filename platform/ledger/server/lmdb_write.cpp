@@ -5,8 +5,10 @@
 #include "platform/ledger/server/lmdb_store.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 
+#include "platform/ledger/item.h"
 #include "platform/ledger_status.h"
 
 namespace ot {
@@ -63,8 +65,29 @@ int lmdb_store::next_sequence(std::uint64_t& ret) noexcept {
   return code == MDB_NOTFOUND ? MDB_SUCCESS : code;
 }
 
-int lmdb_store::put(const ledger_write& write, std::uint64_t sequence) noexcept {
-  const lmdb_item_head head{sequence, write.kind, 0};
+// The items of an owner lie side by side.
+int lmdb_store::first_of_owner(const ledger_write& write, std::uint64_t& ret) noexcept {
+  MDB_cursor* cursor = nullptr;
+  if (const int code = mdb_cursor_open(writer_, items_, &cursor); code != MDB_SUCCESS) {
+    return code;
+  }
+  const std::string_view owner = write.owner_prefix();
+  MDB_val key = lmdb_key(owner);
+  MDB_val stored{};
+  lmdb_item_head head{};
+  std::span<const std::byte> value;
+  const int code = mdb_cursor_get(cursor, &key, &stored, MDB_SET_RANGE);
+  if (code == MDB_SUCCESS && lmdb_text_of(key).starts_with(owner) &&
+      lmdb_split(stored, head, value)) {
+    ret = head.first;
+  }
+  mdb_cursor_close(cursor);
+  return code == MDB_NOTFOUND ? MDB_SUCCESS : code;
+}
+
+int lmdb_store::put(const ledger_write& write, std::uint64_t sequence,
+                    std::uint64_t first) noexcept {
+  const lmdb_item_head head{sequence, write.kind, 1, first};
   MDB_val key = lmdb_key(write.path);
   MDB_val room{sizeof head + write.value.size(), nullptr};
   const int code = mdb_put(writer_, items_, &key, &room, MDB_RESERVE);
@@ -88,38 +111,66 @@ int lmdb_store::write_batched(const ledger_write& write) noexcept {
   if (code != MDB_SUCCESS) {
     return code == MDB_NOTFOUND ? no_room : code;
   }
-  return put(write, 0);
+  return put(write, 0, 0);
 }
 
+// The item keeps its place in the order.
+int lmdb_store::move(const ledger_write& write, const lmdb_item_head& head,
+                     std::span<const std::byte> value) noexcept {
+  std::array<std::byte, ledger_value_max> copy{};  // what is read goes with the first write
+  if (value.size() > copy.size()) {
+    return MDB_CORRUPTED;
+  }
+  std::copy(value.begin(), value.end(), copy.begin());
+  const ledger_write moved{
+      .path = write.move_to, .kind = head.kind, .value = std::span{copy}.first(value.size())};
+  std::uint64_t sequence = head.sequence;
+  MDB_val place{sizeof sequence, &sequence};
+  MDB_val to = lmdb_key(write.move_to);
+  int code = mdb_put(writer_, order_, &place, &to, 0);
+  if (code == MDB_SUCCESS) {
+    code = put(moved, head.sequence, head.first);
+  }
+  MDB_val from = lmdb_key(write.path);
+  return code != MDB_SUCCESS ? code : mdb_del(writer_, items_, &from, nullptr);
+}
+
+// A write moves its item to the end of the order.
 int lmdb_store::write_ordered(const ledger_write& write) noexcept {
   MDB_val key = lmdb_key(write.path);
   MDB_val found{};
-  const int code = mdb_get(writer_, items_, &key, &found);
-  if (code == MDB_NOTFOUND && !write.remove) {
-    return create(write);
+  int code = mdb_get(writer_, items_, &key, &found);
+  const bool present = code == MDB_SUCCESS;
+  if (!present && (code != MDB_NOTFOUND || write.remove || !room_)) {
+    return code != MDB_NOTFOUND || write.remove ? code : no_room;
   }
   lmdb_item_head head{};
   std::span<const std::byte> value;
-  if (code != MDB_SUCCESS || !lmdb_split(found, head, value)) {
-    return code != MDB_SUCCESS ? code : MDB_CORRUPTED;
+  const bool readable = present && lmdb_split(found, head, value);
+  if (readable && !write.move_to.empty()) {
+    return move(write, head, value);
   }
-  if (!write.remove) {
-    return put(write, head.sequence);
+  if (readable) {
+    MDB_val place{sizeof head.sequence, &head.sequence};
+    code = mdb_del(writer_, order_, &place, nullptr);
+    if (code != MDB_SUCCESS && code != MDB_NOTFOUND) {
+      return code;
+    }
   }
-  MDB_val place{sizeof head.sequence, &head.sequence};
-  const int deleted = mdb_del(writer_, items_, &key, nullptr);
-  return deleted != MDB_SUCCESS ? deleted : mdb_del(writer_, order_, &place, nullptr);
-}
-
-int lmdb_store::create(const ledger_write& write) noexcept {
+  if (write.remove) {
+    return mdb_del(writer_, items_, &key, nullptr);
+  }
   std::uint64_t sequence = 0;
-  int code = room_ ? next_sequence(sequence) : no_room;
+  code = next_sequence(sequence);
+  std::uint64_t first = present && head.first != 0 ? head.first : sequence;
+  if (code == MDB_SUCCESS && !present) {
+    code = first_of_owner(write, first);
+  }
   if (code == MDB_SUCCESS) {
     MDB_val place{sizeof sequence, &sequence};
-    MDB_val key = lmdb_key(write.path);
     code = mdb_put(writer_, order_, &place, &key, MDB_APPEND);
   }
-  return code != MDB_SUCCESS ? code : put(write, sequence);
+  return code != MDB_SUCCESS ? code : put(write, sequence, first);
 }
 
 int lmdb_store::fail(int code) noexcept {

@@ -265,12 +265,12 @@ TEST(ledger_service, a_full_ledger_refuses_new_items_in_words) {
   int status = 0;
   int count = 0;
   const auto path = [](int index) {
-    return "/cfg/gl/sample/thing/" + std::string(200, 'x') + std::to_string(index) + "/a";
+    return "/cfg/gl/sample/thing/x" + std::to_string(index) + "/note";
   };
   while (status == 0 && count < 10'000) {
     std::vector<ledger_proposal> changes;
     for (int i = 0; i < 20; ++i) {
-      changes.push_back(set_number(path(count + i), 1));
+      changes.push_back(set_text(path(count + i), std::string(200, 'x')));
     }
     status = ledger_commit(ledger_get_default_conn(), changes, &refusals);
     count += status == 0 ? 20 : 0;

@@ -78,7 +78,7 @@ TEST_F(lmdb_ledger_store, a_write_is_all_or_nothing) {
   EXPECT_TRUE(in_order().empty());
 }
 
-TEST_F(lmdb_ledger_store, order_is_that_of_creation) {
+TEST_F(lmdb_ledger_store, order_is_that_of_the_last_change) {
   open(lmdb_durability::synced);
   for (const char* path : {"/cfg/c", "/cfg/a", "/cfg/b"}) {
     ASSERT_EQ(put(path, 1), 0);
@@ -87,7 +87,113 @@ TEST_F(lmdb_ledger_store, order_is_that_of_creation) {
   ASSERT_EQ(remove("/cfg/a"), 0);
   ASSERT_EQ(put("/cfg/a", 3), 0);
   open(lmdb_durability::synced);
-  EXPECT_THAT(in_order(), ElementsAre("/cfg/c", "/cfg/b", "/cfg/a"));
+  EXPECT_THAT(in_order(), ElementsAre("/cfg/b", "/cfg/c", "/cfg/a"));
+}
+
+TEST_F(lmdb_ledger_store, the_items_of_an_owner_know_when_its_first_one_came) {
+  open(lmdb_durability::synced);
+  const auto value = bytes_of_numbers({1});
+  const auto write = [&](const char* path) {
+    const ledger_write change{.path = path, .value = value, .owner = 6};  // "/cfg/x"
+    return store_->write({&change, 1});
+  };
+  ASSERT_EQ(write("/cfg/y/b"), 0);
+  ASSERT_EQ(write("/cfg/x/b"), 0);
+  ASSERT_EQ(write("/cfg/x/a"), 0);
+  ASSERT_EQ(remove("/cfg/x/b"), 0);
+  ASSERT_EQ(write("/cfg/x/c"), 0);
+  ASSERT_EQ(write("/cfg/y/b"), 0);
+  open(lmdb_durability::synced);
+  std::vector<ledger_stored> items;
+  ASSERT_EQ(store_->page_in_order(0, 10, items), 0);
+  std::vector<std::string> lines;
+  for (const ledger_stored& item : items) {
+    lines.push_back(item.path + " " + std::to_string(item.first));
+  }
+  EXPECT_THAT(lines, ElementsAre("/cfg/x/a 2", "/cfg/x/c 2", "/cfg/y/b 1"));
+}
+
+TEST_F(lmdb_ledger_store, an_item_that_moves_keeps_its_place) {
+  open(lmdb_durability::synced);
+  for (const char* path : {"/cfg/c", "/cfg/a", "/cfg/b"}) {
+    ASSERT_EQ(put(path, 7), 0);
+  }
+  const ledger_write move{.path = "/cfg/a", .remove = true, .move_to = "/retired/cfg/a"};
+  ASSERT_EQ(store_->write({&move, 1}), 0);
+  EXPECT_THAT(in_order(), ElementsAre("/cfg/c", "/retired/cfg/a", "/cfg/b"));
+  EXPECT_EQ(number_at("/cfg/a"), 0U);
+  EXPECT_EQ(number_at("/retired/cfg/a"), 7U);
+}
+
+// Changes the store's file behind its back: `work` gets its tables of items and of their order.
+void change_file(const std::string& path,
+                 const std::function<void(MDB_txn*, MDB_dbi items, MDB_dbi order)>& work) {
+  MDB_env* env = nullptr;
+  MDB_txn* txn = nullptr;
+  MDB_dbi items = 0;
+  MDB_dbi order = 0;
+  ASSERT_EQ(mdb_env_create(&env), 0);
+  mdb_env_set_maxdbs(env, 3);
+  ASSERT_EQ(mdb_env_open(env, path.c_str(), MDB_NOSUBDIR, 0600), 0);
+  ASSERT_EQ(mdb_txn_begin(env, nullptr, 0, &txn), 0);
+  ASSERT_EQ(mdb_dbi_open(txn, "items", 0, &items), 0);
+  ASSERT_EQ(mdb_dbi_open(txn, "order", MDB_INTEGERKEY, &order), 0);
+  work(txn, items, order);
+  ASSERT_EQ(mdb_txn_commit(txn), 0);
+  mdb_env_close(env);
+}
+
+TEST_F(lmdb_ledger_store, a_listed_item_that_is_not_there_is_named) {
+  open(lmdb_durability::synced);
+  for (const char* path : {"/cfg/a", "/cfg/b", "/cfg/c"}) {
+    ASSERT_EQ(put(path, 1), 0);
+  }
+  store_.reset();
+  change_file(place_.path() + "/store.mdb", [](MDB_txn* txn, MDB_dbi items, MDB_dbi) {
+    MDB_val gone = lmdb_key("/cfg/a");
+    EXPECT_EQ(mdb_del(txn, items, &gone, nullptr), 0);
+    MDB_val damaged = lmdb_key("/cfg/b");
+    char bytes[] = "short";
+    MDB_val value{sizeof bytes, bytes};
+    EXPECT_EQ(mdb_put(txn, items, &damaged, &value, 0), 0);
+  });
+  open(lmdb_durability::synced);
+  std::vector<ledger_stored> items;
+  ASSERT_EQ(store_->page_in_order(0, 10, items), 0);
+  ASSERT_EQ(items.size(), 3U);
+  EXPECT_TRUE(items[0].missing);
+  EXPECT_TRUE(items[1].missing);
+  EXPECT_FALSE(items[2].missing);
+  // Both can be written again, and deleted.
+  ASSERT_EQ(put("/cfg/a", 2), 0);
+  ASSERT_EQ(put("/cfg/b", 3), 0);
+  EXPECT_EQ(number_at("/cfg/b"), 3U);
+  EXPECT_EQ(remove("/cfg/b"), 0);
+}
+
+TEST_F(lmdb_ledger_store, items_of_earlier_releases_are_read) {
+  open(lmdb_durability::synced);
+  ASSERT_EQ(put("/cfg/b", 1), 0);
+  store_.reset();
+  change_file(place_.path() + "/store.mdb", [](MDB_txn* txn, MDB_dbi items, MDB_dbi) {
+    const struct {
+      std::uint64_t sequence = 1;
+      ledger_kind kind = ledger_kind::u32;
+      std::uint32_t reserved = 0;
+      std::uint32_t value = 9;
+      std::uint32_t padding = 0;
+    } old;
+    MDB_val key = lmdb_key("/cfg/b");
+    MDB_val value{20, const_cast<void*>(static_cast<const void*>(&old))};
+    EXPECT_EQ(mdb_put(txn, items, &key, &value, 0), 0);
+  });
+  open(lmdb_durability::synced);
+  EXPECT_EQ(number_at("/cfg/b"), 9U);
+  std::vector<ledger_stored> items;
+  ASSERT_EQ(store_->page_in_order(0, 10, items), 0);
+  ASSERT_EQ(items.size(), 1U);
+  EXPECT_EQ(items[0].sequence, 1U);
+  EXPECT_EQ(items[0].first, 1U);
 }
 
 TEST_F(lmdb_ledger_store, a_stored_write_survives_a_kill) {

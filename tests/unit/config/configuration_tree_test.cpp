@@ -144,16 +144,16 @@ TEST_F(tree_of_all_kinds, its_rows_have_these_paths) {
       "track/*/a",
       "track/*/delay_up",
       "track/*/delay_down",
-      "track/*/type/list/#/a",
-      "track/*/type/list/#/object/*/a",
-      "track/*/type/list/#/thld_limits/val_up/#/val_dn",
-      "track/*/type/interface/#/a",
-      "track/*/type/interface/#/info/interface",
-      "track/*/type/route/#/a",
-      "track/*/type/route/#/info/ip_address",
-      "track/*/type/route/#/info/vrf",
-      "track/*/type/prb/#/op_id",
-      "track/*/type/bfdprb/#/rate/#/debounce_count/#/Interface/*/destaddress"};
+      "track/*/type/list/#1/a",
+      "track/*/type/list/#1/object/*/a",
+      "track/*/type/list/#1/thld_limits/val_up/#/val_dn",
+      "track/*/type/interface/#1/a",
+      "track/*/type/interface/#1/info/interface",
+      "track/*/type/route/#1/a",
+      "track/*/type/route/#1/info/ip_address",
+      "track/*/type/route/#1/info/vrf",
+      "track/*/type/prb/#1/op_id",
+      "track/*/type/bfdprb/#1/rate/#/debounce_count/#/Interface/*63/destaddress"};
   ASSERT_EQ(leaves.size(), paths.size());
   for (std::size_t i = 0; i < paths.size(); ++i) {
     EXPECT_STREQ(leaves[i].path, paths[i]);

@@ -20,6 +20,7 @@ using std::chrono::seconds;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::UnorderedElementsAre;
 
 class lifecycle : public running_service {
  protected:
@@ -167,15 +168,71 @@ TEST_F(lifecycle, untying_an_up_track_with_a_delay_brings_its_item_back_as_down)
   EXPECT_EQ(published("t"), 2U);
 }
 
-TEST_F(lifecycle, a_track_made_again_meanwhile_gets_the_old_tracks_pending_state) {
-  make_track_without_type();
-  ASSERT_EQ(object_tracking_set_track_state_in_ledger("t", track_state::up), 0);
-  EXPECT_EQ(remove_track(), 0);
-  make_track_without_type();
-  EXPECT_EQ(track("t").state, track_state::unknown);
-  field::advance(seconds{5});
+TEST_F(lifecycle, a_track_made_again_meanwhile_keeps_its_own_state) {
+  make_interface_track();
+  ASSERT_EQ(commit({set_number(track_path("t", "delay_down"), 5)}), 0);
+  ASSERT_EQ(commit({set_text("/cfg/gl/object_tracking/track/l/type/list/0x3/object/t/a", "")}),
+            ledger_wrong_kind);
+  ASSERT_EQ(commit({set_number("/cfg/gl/object_tracking/track/l/type/list/0x3/object/t/a", 0)}), 0);
+  field::link_down("Gi1");
+  field::run_pending();
+  ASSERT_EQ(remove_track(), 0);
+  field::interface_added("Gi2");
+  ASSERT_EQ(commit(interface_track("t", "Gi2")), 0);
+  ASSERT_EQ(published("t"), 1U);
+  settle();
+  field::advance(seconds{10});
+  EXPECT_EQ(published("t"), 1U);
   EXPECT_EQ(track("t").state, track_state::up);
-  EXPECT_FALSE(wtm_timer_leaf_running(track("t").delay_timer));
+  EXPECT_EQ(track("l").state, track_state::up);
+  EXPECT_THAT(take_notifications(), IsEmpty());
+}
+
+TEST_F(lifecycle, lists_learn_that_a_predecessor_is_no_more) {
+  make_interface_track();
+  ASSERT_EQ(commit({set_number(track_path("t", "delay_down"), 5),
+                    set_number("/cfg/gl/object_tracking/track/l/type/list/0x3/object/t/a", 0)}),
+            0);
+  field::advance(milliseconds{100});
+  ASSERT_EQ(track("l").state, track_state::up);
+  field::link_down("Gi1");
+  field::run_pending();
+  ASSERT_EQ(remove_track(), 0);
+  ASSERT_EQ(commit({set_number(track_path("t", "delay_up"), 5)}), 0);  // follows nothing yet
+  field::advance(milliseconds{100});
+  EXPECT_EQ(track("l").state, track_state::down);
+}
+
+// --- At the next start ---------------------------------------------------------------------------
+
+TEST_F(lifecycle, a_published_state_without_a_track_is_gone_after_the_next_start) {
+  make_interface_track();
+  ledger_control_put("/oper/gl/object-tracking/ghost", ledger_kind::u32, bytes_of_numbers({1}));
+  ledger_control_put("/oper/gl/object-tracking/tt", ledger_kind::u32, bytes_of_numbers({1}));
+  ASSERT_EQ(restart(), 0);
+  EXPECT_EQ(published("ghost"), std::nullopt);
+  EXPECT_EQ(published("tt"), std::nullopt);
+  EXPECT_EQ(published("t"), 1U);
+  field::advance(milliseconds{100});
+  EXPECT_THAT(take_notifications(), UnorderedElementsAre("ghost delete 0", "tt delete 0"));
+}
+
+TEST_F(lifecycle, a_track_that_waits_for_its_service_keeps_its_state) {
+  field::route_added("10.1.0.0", 16, "Gi1");
+  ASSERT_EQ(commit({set_number(track_path("r", "delay_down"), 5),
+                    set_tuple(track_path("r", "type/route/0x2/info/ip_address"),
+                              {0x0000010aU, 0x0000ffffU})}),
+            0);
+  ASSERT_EQ(published("r"), 1U);
+  stop();
+  field::fib_gone();
+  ASSERT_EQ(start(2), 0);
+  EXPECT_EQ(published("r"), 1U);
+  field::take_messages();
+  field::fib_back();
+  field::advance(seconds{10});
+  EXPECT_EQ(track("r").state, track_state::up);
+  EXPECT_THAT(field::take_messages(), IsEmpty());
 }
 
 TEST_F(lifecycle, a_track_changes_its_type_by_deletion_and_creation) {

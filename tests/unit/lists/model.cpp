@@ -67,6 +67,10 @@ model_track& list_model::make(const std::string& name, std::uint32_t type) {
   track.type = type;
   track.delay = std::make_shared<model_delay>();
   track.delay->track = name;
+  // What a predecessor's delay held back is over.
+  if (std::erase_if(running_, [&](const auto& delay) { return delay->track == name; }) > 0) {
+    request_calculation();
+  }
   const auto place = std::upper_bound(tracks_.begin(), tracks_.end(), track, in_walk_order);
   tracks_.insert(place, track);
   index_tracks();
@@ -131,9 +135,13 @@ void list_model::report(const std::string& name, std::uint32_t state) {
 
 void list_model::set_state(const std::string& name, std::uint32_t state) {
   model_track& track = *find(name);
-  if (state == track.state && track.delay_up == 0 && track.delay_down == 0) return;
-  const std::uint32_t seconds = state == up ? track.delay_up : track.delay_down;
   const std::shared_ptr<model_delay> delay = track.delay;
+  if (state == track.state && track.delay_up == 0 && track.delay_down == 0) {
+    delay->running = false;  // of a delay that was taken away meanwhile
+    std::erase(running_, delay);
+    return;
+  }
+  const std::uint32_t seconds = state == up ? track.delay_up : track.delay_down;
   const bool keeps_running = seconds != 0 && delay->running && delay->pending == state;
   if (keeps_running) return;
   delay->running = false;

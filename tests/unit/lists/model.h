@@ -19,7 +19,8 @@ struct model_member {
   std::uint32_t value = 0;
 };
 
-// The change that a track's delay holds back. Outlives its track while it runs.
+// The change that a track's delay holds back. Outlives its track while it runs, until a track of
+// that name is made anew.
 struct model_delay {
   std::string track;
   std::uint32_t pending = 0;

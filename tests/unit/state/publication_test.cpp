@@ -132,6 +132,17 @@ TEST_F(publication, a_flap_back_to_the_published_state_cancels_what_is_pending) 
   EXPECT_EQ(publications(), 0U);
 }
 
+TEST_F(publication, a_delay_that_was_taken_away_does_not_publish_what_is_over) {
+  make_track(5, 0, down);
+  ASSERT_EQ(report(up), 0);
+  ASSERT_EQ(object_tracking_set_create_track_delay("t", 0, keep_delay, false), 0);
+  EXPECT_EQ(left(), 5U);  // the delay runs on
+  EXPECT_EQ(report(down), 0);
+  field::advance(seconds{10});
+  EXPECT_EQ(track("t").state, down);
+  EXPECT_EQ(publications(), 0U);
+}
+
 TEST_F(publication, each_state_is_cancelled_by_a_report_of_itself) {
   for (const track_state state : {up, down, unknown}) {
     make_track(10, 10);

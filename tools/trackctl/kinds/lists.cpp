@@ -21,7 +21,7 @@ constexpr std::string_view negation = "not";
 void check_members(const std::vector<list_member_word>& members) {
   std::set<std::string_view> names;
   for (const list_member_word& member : members) {
-    check_track_name(member.name);
+    check_new_track_name(member.name);
     if (!names.insert(member.name).second) {
       throw failure(exit_usage, "member \"" + member.name + "\" is named twice");
     }

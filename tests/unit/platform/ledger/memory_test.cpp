@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "platform/err_string.h"
 #include "platform/ledger_provider.h"
 #include "platform/ledger_status.h"
 #include "platform/ledger_subscriber.h"
@@ -17,6 +18,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
 
 class memory_ledger : public ::testing::Test {
  protected:
@@ -138,6 +140,39 @@ TEST_F(memory_ledger, apply_and_replay_failures_are_logged) {
   EXPECT_THAT(ledger_control_take_log(),
               ElementsAre(HasSubstr("applying /cfg/gl/sample/thing/x/a failed"),
                           HasSubstr("replaying /cfg/gl/sample/thing/x/a failed")));
+}
+
+// As a hostile or damaged store may have them.
+TEST_F(memory_ledger, what_is_wrong_with_a_stored_item_concerns_no_other) {
+  ASSERT_EQ(register_sample_tree(), 0);
+  const std::string thing = "/cfg/gl/sample/thing/";
+  const std::string long_name = thing + std::string(40, 'n') + "/a";
+  const auto number = bytes_of_numbers({1});
+  const auto pair = bytes_of_numbers({1, 2});
+  ledger_control_put(long_name, ledger_kind::u32, number);
+  ledger_control_put(thing + "x/elsewhere", ledger_kind::u32, number);
+  ledger_control_put(thing + "x/text", ledger_kind::u32, number);
+  ledger_control_put(thing + "x/a", ledger_kind::u32, pair);
+  ledger_control_put(thing + "x/kind/0x1/pair", ledger_kind::tuple, number);
+  ledger_control_put(thing + "x/kind/0x0/pair", ledger_kind::tuple, pair);
+  ledger_control_put(thing + "new\nline/b", ledger_kind::tuple, pair);
+  ledger_control_put(thing + "y/a", ledger_kind::u32, number);
+  EXPECT_EQ(ledger_config_replay(sample_root), 7);
+  EXPECT_THAT(sample().applied, ElementsAre("1 y ->1"));
+  const std::string unknown = std::string{" failed: "} + err_string(ledger_unknown_path);
+  const std::string refused = std::string{" failed: "} + err_string(invalid_argument);
+  const std::string wrong = std::string{" failed: "} + err_string(ledger_wrong_kind);
+  EXPECT_THAT(
+      ledger_control_take_log(),
+      UnorderedElementsAre(
+          "replaying " + long_name + refused +
+              " (a name in it has 40 characters, at most 39 are taken)",
+          "replaying " + thing + "x/elsewhere" + unknown,
+          "replaying " + thing + "x/text" + wrong + " (it is a text)",
+          "replaying " + thing + "x/a" + wrong + " (the number is not of 4 bytes)",
+          "replaying " + thing + "x/kind/0x1/pair" + wrong + " (the tuple has 1 numbers, not 2)",
+          "replaying " + thing + "x/kind/0x0/pair" + refused + " (the number 0x0 is less than 1)",
+          "replaying " + thing + "new?line/b" + unknown));
 }
 
 }  // namespace

@@ -13,6 +13,7 @@ namespace {
 
 using testing::Contains;
 using testing::ElementsAre;
+using testing::HasSubstr;
 
 const std::string item = track_path("t", "type/interface/0x1/info/interface");
 
@@ -174,10 +175,28 @@ TEST_F(interface_config, without_a_track_name_is_22_and_without_an_event_nothing
   EXPECT_EQ(hash_db_count(tracks_table), 0U);
 }
 
-TEST_F(interface_config, a_name_is_cut_at_63_characters) {
-  ASSERT_EQ(set(std::string(80, 'x')), 0);
+TEST_F(interface_config, a_name_of_more_than_63_characters_is_refused) {
+  EXPECT_EQ(set(std::string(64, 'x')), ledger_wrong_kind);
+  ASSERT_EQ(refusals.size(), 1U);
+  EXPECT_THAT(refusals[0].text, HasSubstr("(the text has 64 characters, at most 63 are taken)"));
+  EXPECT_EQ(hash_db_count(tracks_table), 0U);
+  EXPECT_EQ(set(std::string(63, 'x')), 0);
+}
+
+TEST_F(interface_config, an_apply_cuts_a_name_at_63_characters) {
+  const ledger_path_field fields[] = {{"t", 0}, {"0x1", 1}};
+  ledger_value name;
+  ASSERT_EQ(ledger_value_assign(name, ledger_kind::text, bytes_of(std::string(80, 'x'))), 0);
+  EXPECT_EQ(object_tracking_type_interface_apply(
+                {.event = ledger_event_create, .fields = fields, .new_value = &name}),
+            0);
   EXPECT_EQ(track("t").object.interface.name.view(), std::string(63, 'x'));
-  EXPECT_EQ(set(std::string(70, 'x')), 0);  // the same interface
+  ledger_value same;
+  ASSERT_EQ(ledger_value_assign(same, ledger_kind::text, bytes_of(std::string(70, 'x'))), 0);
+  EXPECT_EQ(
+      object_tracking_type_interface_apply(
+          {.event = ledger_event_set, .fields = fields, .old_value = &name, .new_value = &same}),
+      0);
   EXPECT_TRUE(followed(std::string(63, 'x').c_str()));
 }
 

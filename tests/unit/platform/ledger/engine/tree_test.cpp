@@ -26,10 +26,11 @@ class ledger_tree : public ::testing::Test {
   void SetUp() override { ASSERT_EQ(trees_.add("/cfg/gl/x/", nodes, rows), 0); }
   ledger_trees trees_;
   ledger_match match_;
+  std::string fault_;
 };
 
 TEST_F(ledger_tree, wildcards_become_fields) {
-  ASSERT_EQ(trees_.match("/cfg/gl/x/track/up/type/0x1f/eth0/end", match_), 0);
+  ASSERT_EQ(trees_.match("/cfg/gl/x/track/up/type/0x1f/eth0/end", match_, fault_), 0);
   EXPECT_EQ(match_.row, &rows[1]);
   ASSERT_EQ(match_.fields.size(), 3U);
   EXPECT_STREQ(match_.fields[0].text, "up");
@@ -39,7 +40,7 @@ TEST_F(ledger_tree, wildcards_become_fields) {
 }
 
 TEST_F(ledger_tree, fields_survive_a_move) {
-  ASSERT_EQ(trees_.match("/cfg/gl/x/track/t/a", match_), 0);
+  ASSERT_EQ(trees_.match("/cfg/gl/x/track/t/a", match_, fault_), 0);
   const ledger_match moved = std::move(match_);
   ASSERT_EQ(moved.fields.size(), 1U);
   EXPECT_STREQ(moved.fields[0].text, "t");
@@ -50,13 +51,13 @@ TEST_F(ledger_tree, other_paths_are_unknown) {
        {"/cfg/gl/x/track", "/cfg/gl/x/track/t", "/cfg/gl/x/track/t/b", "/cfg/gl/x/track/t/a/a",
         "/cfg/gl/x/track//a", "/cfg/gl/x/", "/cfg/gl/y/track/t/a", "/oper/gl/x/track/t/a",
         "/cfg/gl/x/track/t/type/0x1/eth0"}) {
-    EXPECT_EQ(trees_.match(path, match_), ledger_unknown_path) << path;
+    EXPECT_EQ(trees_.match(path, match_, fault_), ledger_unknown_path) << path;
   }
 }
 
 TEST_F(ledger_tree, a_number_has_one_spelling) {
   const auto status = [this](const char* number) {
-    return trees_.match(std::string{"/cfg/gl/x/track/t/type/"} + number + "/i/end", match_);
+    return trees_.match(std::string{"/cfg/gl/x/track/t/type/"} + number + "/i/end", match_, fault_);
   };
   for (const char* good : {"0x0", "0x2", "0xff", "0xffffffff"}) {
     EXPECT_EQ(status(good), 0) << good;
@@ -93,8 +94,9 @@ TEST_F(ledger_tree, tables_that_do_not_fit_together_are_refused) {
 TEST(ledger_builtin_tree, keeps_the_tracks_that_interfaces_follow) {
   ledger_trees trees;
   ledger_match match;
+  std::string fault;
   ASSERT_EQ(ledger_add_builtin_trees(trees), 0);
-  ASSERT_EQ(trees.match("/cfg/if/act/eth0/service-vrrp/track_name", match), 0);
+  ASSERT_EQ(trees.match("/cfg/if/act/eth0/service-vrrp/track_name", match, fault), 0);
   EXPECT_EQ(ledger_row_kind(*match.row), ledger_kind::text);
 }
 
