@@ -23,6 +23,7 @@ struct list_member {
 // How far a calculation has come with a list; of no meaning outside it.
 struct list_progress {
   list_member* member = nullptr;      // the one that it waits for; null: none was judged yet
+  ot_track* awaited = nullptr;        // that member's track
   std::uint32_t sum = 0;              // threshold lists: the weights of those before it that are up
   std::uint32_t count = 0;            // threshold lists: how many stand before it
   std::uint32_t place = 0;            // of any track: in the order of the table
@@ -73,22 +74,24 @@ union track_object {
 // Held by value in `tracks_table`; plain bytes, copied in and freed with its entry. What it points
 // to (members, timers) is released by whoever tears the track down.
 struct ot_track {
+  // Side by side: what a calculation of lists looks at for each member.
   track_name name;
-  std::uint16_t delay_up = 0;    // seconds before a change to up is published; 0 at once
-  std::uint16_t delay_down = 0;  // the same for down and unknown
   track_type type = track_type::none;
-  std::uint32_t configured_type = 0;  // type number of the last type item applied; 0 none yet
-  track_object object;
+  std::uint32_t uncalculated = 0;                   // during a calculation: 1 not computed yet
   track_state source_state = track_state::unknown;  // what the object itself last reported
   track_state state = track_state::unknown;         // the published state
+  list_progress progress;
+
+  std::uint16_t delay_up = 0;         // seconds before a change to up is published; 0 at once
+  std::uint16_t delay_down = 0;       // the same for down and unknown
+  std::uint32_t configured_type = 0;  // type number of the last type item applied; 0 none yet
   std::uint32_t threshold_up = 0;
   std::uint32_t threshold_down = 0;
   wtm_leaf* delay_timer = nullptr;         // never null in a live track
   wtm_leaf* poll_timer = nullptr;          // probe tracks only
   std::uint32_t state_change_counter = 0;  // publications, also of an unchanged state
   std::int64_t seconds_last_change = 0;    // wall-clock seconds of the last publication
-  std::uint32_t uncalculated = 0;          // during a list calculation: 1 not computed yet
-  list_progress progress;
+  track_object object;
 };
 
 extern hash_db tracks_table;

@@ -82,18 +82,18 @@ int object_tracking_calc_bool_track_state(ot_track* track, std::uint32_t* done) 
   if (track->object.list.members == nullptr) {
     return conclude(*track, track_state::down, "CalcBTS: writing state for track: %s", done);
   }
-  for (list_member* member = first_member_to_judge(*track); member != nullptr;
-       member = member->next) {
-    ot_track* found = track_of_member(*member);
+  for (members_to_judge each(*track); !each.over(); each.next()) {
+    const list_member& member = each.member();
+    const ot_track* found = each.track();
     OT_TRACE_DETAIL("CalcBTS: computing state for track: %s",
                     found == nullptr ? "not found" : found->name.c_str());
     if (waits_for(found)) {
-      OT_TRACE_DETAIL("CalcBTS: skipping this item: %s", member->name.c_str());
-      wait_for_member(*track, *member, *found);
+      OT_TRACE_DETAIL("CalcBTS: skipping this item: %s", member.name.c_str());
+      each.wait();
       return status_ok;
     }
-    const track_state result = decision(track->type, *member, found);
-    OT_TRACE_DETAIL("CalcBTS: computed state for track: %s is: %s", member->name.c_str(),
+    const track_state result = decision(track->type, member, found);
+    OT_TRACE_DETAIL("CalcBTS: computed state for track: %s is: %s", member.name.c_str(),
                     track_state_text(result));
     if (result != undecided) {
       return conclude(*track, result, "CalcBTS: writing computed state for track: %s", done);
@@ -108,18 +108,18 @@ int object_tracking_calc_thld_track_state(ot_track* track, std::uint32_t* done) 
     return conclude(*track, track_state::down, "writing state for track: %s", done);
   }
   list_progress& so_far = track->progress;
-  for (list_member* member = first_member_to_judge(*track); member != nullptr;
-       member = member->next) {
-    ot_track* found = track_of_member(*member);
+  for (members_to_judge each(*track); !each.over(); each.next()) {
+    const list_member& member = each.member();
+    const ot_track* found = each.track();
     if (waits_for(found)) {
-      OT_TRACE_DETAIL("thld: skipping this item: %s", member->name.c_str());
-      wait_for_member(*track, *member, *found);
+      OT_TRACE_DETAIL("thld: skipping this item: %s", member.name.c_str());
+      each.wait();
       return status_ok;
     }
     if (found != nullptr) {
       OT_TRACE_DETAIL("thld:computing state for track:%s, state is %s", found->name.c_str(),
                       track_state_text(found->source_state));
-      so_far.sum += found->source_state == track_state::up ? member->value : 0;
+      so_far.sum += found->source_state == track_state::up ? member.value : 0;
     }
     ++so_far.count;
   }

@@ -17,7 +17,6 @@
 
 #include <array>
 #include <bit>
-#include <cstring>
 #include <new>
 #include <utility>
 #include <vector>
@@ -32,51 +31,6 @@ namespace {
 
 // How many looks at tracks are traced one by one, in all passes together.
 constexpr std::uint64_t most_traced_looks = 10'000;
-
-// Finds tracks by their exact names, faster than their table.
-class track_index {
- public:
-  // May throw bad_alloc.
-  void make(const std::vector<ot_track*>& tracks) {
-    slots_.assign(std::bit_ceil(tracks.size() * 2 + 1), nullptr);
-    for (ot_track* track : tracks) {
-      std::size_t at = first_slot(track->name);
-      while (slots_[at] != nullptr) {
-        at = next_slot(at);
-      }
-      slots_[at] = track;
-    }
-  }
-
-  [[nodiscard]] ot_track* find(const track_name& name) const noexcept {
-    for (std::size_t at = first_slot(name); slots_[at] != nullptr; at = next_slot(at)) {
-      if (std::memcmp(slots_[at]->name.c_str(), name.c_str(), track_name::capacity) == 0) {
-        return slots_[at];
-      }
-    }
-    // The table may know the name in another spelling.
-    return hash_db_get_track_item(name.c_str());
-  }
-
- private:
-  // The field is zero behind the text.
-  [[nodiscard]] std::size_t first_slot(const track_name& name) const noexcept {
-    std::array<std::uint64_t, track_name::capacity / sizeof(std::uint64_t)> words;
-    static_assert(sizeof words == track_name::capacity);
-    std::memcpy(words.data(), name.c_str(), sizeof words);
-    std::uint64_t hash = 0;
-    for (const std::uint64_t word : words) {
-      hash = (hash ^ word) * 0x9e3779b97f4a7c15U;
-      hash ^= hash >> 32;
-    }
-    return hash & (slots_.size() - 1);
-  }
-  [[nodiscard]] std::size_t next_slot(std::size_t at) const noexcept {
-    return (at + 1) & (slots_.size() - 1);
-  }
-
-  std::vector<ot_track*> slots_;
-};
 
 // Places in the order of the table, taken out from the first on.
 class place_set {
@@ -139,7 +93,7 @@ class list_passes {
 
   // Whether only what is due is looked at.
   [[nodiscard]] bool keeps_progress() const noexcept { return keeps_progress_; }
-  [[nodiscard]] ot_track* find(const track_name& name) const noexcept { return index_.find(name); }
+  [[nodiscard]] const track_index& index() const noexcept { return index_; }
 
  private:
   void mark_lists() noexcept;
@@ -161,10 +115,10 @@ class list_passes {
 
 const list_passes* list_passes::running = nullptr;
 
-// The calculation that runs, if it keeps the lists' progress; else null.
-const list_passes* passes_with_progress() noexcept {
+// Null while no calculation runs that keeps the lists' progress.
+const track_index* index_of_calculation() noexcept {
   const list_passes* running = list_passes::running;
-  return running != nullptr && running->keeps_progress() ? running : nullptr;
+  return running != nullptr && running->keeps_progress() ? &running->index() : nullptr;
 }
 
 // Marks every list as not computed, and counts them.
@@ -269,26 +223,27 @@ void list_passes::run() {
 
 }  // namespace
 
-ot_track* track_of_member(const list_member& member) noexcept {
-  const list_passes* passes = passes_with_progress();
-  return passes != nullptr ? passes->find(member.name)
-                           : hash_db_get_track_item(member.name.c_str());
+members_to_judge::members_to_judge(ot_track& list) noexcept
+    : list_(list), index_(index_of_calculation()), member_(list.object.list.members) {
+  list_progress& so_far = list.progress;
+  if (index_ != nullptr && so_far.member != nullptr) {
+    member_ = so_far.member;
+    track_ = so_far.awaited;
+    return;
+  }
+  so_far.sum = 0;
+  so_far.count = 0;
+  find_track();
 }
 
-list_member* first_member_to_judge(ot_track& list) noexcept {
-  if (passes_with_progress() != nullptr && list.progress.member != nullptr) {
-    return list.progress.member;
+void members_to_judge::wait() noexcept {
+  if (index_ == nullptr) {
+    return;
   }
-  list.progress.sum = 0;
-  list.progress.count = 0;
-  return list.object.list.members;
-}
-
-void wait_for_member(ot_track& list, list_member& member, ot_track& other) noexcept {
-  if (passes_with_progress() != nullptr) {
-    list.progress.member = &member;
-    list.progress.next_waiting = std::exchange(other.progress.first_waiting, &list);
-  }
+  list_.progress.member = member_;
+  list_.progress.awaited = track_;
+  list_.progress.next_waiting = std::exchange(track_->progress.first_waiting, &list_);
+  __builtin_prefetch(member_->next);  // what the list goes on with
 }
 
 void object_tracking_calc_tracks_state_after_timer_expired() {

@@ -1,20 +1,43 @@
-// One calculation of all lists, as the rules (list_evaluation.cpp) see it. Main thread.
+// A list's members, as the rules (list_evaluation.cpp) go through them in the calculation that
+// runs. Main thread.
 #pragma once
 
-#include <cstdint>
-
 #include "core/track.h"
+#include "state/track_index.h"
 
 namespace ot {
 
-// The track that a member names, or null.
-ot_track* track_of_member(const list_member& member) noexcept;
+// Begins with the first member, or with the one that the list has waited for in this calculation:
+// then what was judged before it stands in the list's progress, which starts from zero otherwise.
+class members_to_judge {
+ public:
+  explicit members_to_judge(ot_track& list) noexcept;
 
-// The member with which judging a list begins: the first, or the one that it has waited for. What
-// was judged before it stands in the list's progress, which starts from zero otherwise.
-list_member* first_member_to_judge(ot_track& list) noexcept;
+  [[nodiscard]] bool over() const noexcept { return member_ == nullptr; }
+  [[nodiscard]] const list_member& member() const noexcept { return *member_; }
+  // The member's track, or null.
+  [[nodiscard]] const ot_track* track() const noexcept { return track_; }
 
-// The list has to wait: `other`, the track of `member`, is not computed yet.
-void wait_for_member(ot_track& list, list_member& member, ot_track& other) noexcept;
+  void next() noexcept {
+    member_ = member_->next;
+    find_track();
+  }
+
+  // The list has to wait, for this member's track is a list that is not computed yet.
+  void wait() noexcept;
+
+ private:
+  void find_track() noexcept {
+    if (member_ != nullptr) {
+      track_ = index_ != nullptr ? index_->find(member_->name)
+                                 : hash_db_get_track_item(member_->name.c_str());
+    }
+  }
+
+  ot_track& list_;
+  const track_index* index_;
+  list_member* member_;
+  ot_track* track_ = nullptr;
+};
 
 }  // namespace ot

@@ -17,6 +17,7 @@ import micro
 import probes
 import route_measurements
 import table
+import worst
 from build_tree import BuildTree
 
 
@@ -29,7 +30,8 @@ def machine():
 
 
 def main():
-    steps = {**measurements.STEPS, **route_measurements.STEPS, **probes.STEPS, **micro.STEPS}
+    steps = {**measurements.STEPS, **route_measurements.STEPS, **probes.STEPS, **worst.STEPS,
+             **micro.STEPS}
     parser = argparse.ArgumentParser(prog="bench/run", description=__doc__)
     parser.add_argument("steps", nargs="*", metavar="STEP",
                         help="only these: " + ", ".join(steps))

@@ -48,10 +48,24 @@ class router {
   // The names of the lists in the order of the table.
   const std::vector<std::string>& names() const { return names_; }
 
+  static void make(const std::string& name) {
+    if (object_tracking_set_create_track_delay(name.c_str(), 0, 0, true) != 0) std::abort();
+  }
+
   static void add(const std::string& list, const std::string& member) {
     if (object_tracking_type_bool_create(list.c_str(), track_type::boolean_or, member.c_str(), 0)) {
       std::abort();
     }
+  }
+
+  // To a threshold list that is up when one of its members is.
+  static void add_weighted(const std::string& list, const std::string& member) {
+    if (ot_thld_create_track(list.c_str(), track_type::threshold_weight, member.c_str(), 1)) {
+      std::abort();
+    }
+    ot_track* track = hash_db_get_track_item(list.c_str());
+    track->threshold_up = UINT32_MAX;
+    track->threshold_down = 1;
   }
 
   // Gives the leaf its other state, and drops what the platform in memory has collected.
@@ -74,10 +88,6 @@ class router {
   }
 
  private:
-  static void make(const std::string& name) {
-    if (object_tracking_set_create_track_delay(name.c_str(), 0, 0, true) != 0) std::abort();
-  }
-
   evm* manager_ = nullptr;
   std::vector<std::string> names_;
   track_state state_ = track_state::unknown;
@@ -115,6 +125,55 @@ void balanced_tree(const router& lists) {
   }
 }
 
+// Members of each list of the two shapes below.
+constexpr std::size_t many = 200;
+
+using adding = void (*)(const std::string& list, const std::string& member);
+
+// Each list has the lists behind it as members, the farthest first, which is computed first.
+template <adding Add>
+void chains_of_many_members(const router& lists) {
+  const auto& names = lists.names();
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    for (std::size_t ahead = 1; ahead <= many; ++ahead) {
+      Add(names[i], i + ahead < names.size() ? names[i + ahead] : leaf);
+    }
+  }
+}
+
+// The same, each list's members added in turn, so that they do not lie side by side in memory, and
+// of plain tracks but for one: the list behind it, which comes last.
+template <adding Add>
+void scattered_members(const router& lists) {
+  const auto& names = lists.names();
+  for (std::size_t number = 1; number < many; ++number) {
+    router::make("plain" + std::to_string(number));
+  }
+  for (std::size_t number = 0; number < many; ++number) {
+    for (std::size_t i = 0; i < names.size(); ++i) {
+      const std::string next = i + 1 < names.size() ? names[i + 1] : leaf;
+      Add(names[i], number == 0 ? next : "plain" + std::to_string(number));
+    }
+  }
+}
+
+// Two lists that contain each other, at both ends of the table.
+void two_in_a_cycle(const router& lists) {
+  const auto& names = lists.names();
+  for (std::size_t i = 1; i + 1 < names.size(); ++i) {
+    for (const char* member : {leaf, "nobody", "no one", "not there"})
+      router::add(names[i], member);
+  }
+  router::add(names.front(), names.back());
+  router::add(names.back(), names.front());
+}
+
+void all_in_a_cycle(const router& lists) {
+  const auto& names = lists.names();
+  for (std::size_t i = 0; i < names.size(); ++i)
+    router::add(names[i], names[(i + 1) % names.size()]);
+}
+
 using shape = void (*)(const router&);
 
 // --- Measurements --------------------------------------------------------------------------------
@@ -149,11 +208,33 @@ void list_change(benchmark::State& state, shape build) {
   }
 }
 
+// With lists that are never computed.
+void list_cycle(benchmark::State& state, shape build) {
+  router lists(static_cast<std::size_t>(state.range(0)));
+  build(lists);
+  lists.flip();
+  router::tidy();
+  if (lists.settled()) std::abort();
+  for (auto _ : state) {
+    object_tracking_calc_tracks_state_after_timer_expired();
+  }
+}
+
 BENCHMARK_CAPTURE(list_calculation, chain_worst, chain_in_worst_order)->Arg(1500);
 BENCHMARK_CAPTURE(list_calculation, chain_best, chain_in_best_order)->Arg(1500);
 BENCHMARK_CAPTURE(list_calculation, ordinary, ordinary)->Arg(1500);
 BENCHMARK_CAPTURE(list_calculation, tree, balanced_tree)->Arg(1500);
+BENCHMARK_CAPTURE(list_calculation, many_boolean, chains_of_many_members<router::add>)->Arg(1500);
+BENCHMARK_CAPTURE(list_calculation, many_weighted, chains_of_many_members<router::add_weighted>)
+    ->Arg(1500);
+BENCHMARK_CAPTURE(list_calculation, many_scattered, scattered_members<router::add_weighted>)
+    ->Arg(1500);
+BENCHMARK_CAPTURE(list_cycle, two, two_in_a_cycle)->Arg(1500);
+BENCHMARK_CAPTURE(list_cycle, all, all_in_a_cycle)->Arg(1500);
 BENCHMARK_CAPTURE(list_change, chain_worst, chain_in_worst_order)->Arg(1500);
+BENCHMARK_CAPTURE(list_change, many_boolean, chains_of_many_members<router::add>)->Arg(1500);
+BENCHMARK_CAPTURE(list_change, many_weighted, chains_of_many_members<router::add_weighted>)
+    ->Arg(1500);
 BENCHMARK_CAPTURE(list_change, ordinary, ordinary)->Arg(1500);
 BENCHMARK_CAPTURE(list_change, tree, balanced_tree)->Arg(1500);
 
