@@ -4,6 +4,7 @@ and measured in the next."""
 
 import contextlib
 import json
+import os
 import subprocess
 import time
 
@@ -52,6 +53,8 @@ def configured(build, make):
         made = make(instance)
         instance.stop()
         instance.start()
+        # What others do on the machine is no part of a turn.
+        os.sched_setscheduler(instance.daemon.pid, os.SCHED_FIFO, os.sched_param(1))
         instance.wait_state("leaf", "up")
         yield instance, made
     finally:
