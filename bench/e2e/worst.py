@@ -8,6 +8,7 @@ import os
 import subprocess
 import time
 
+import ledger
 from output import File
 from service import Service
 from table import row
@@ -144,8 +145,24 @@ def two_at_the_ends(names, index, place):
     return "leaf" if place == 0 else f"nobody{place}"
 
 
+def commits(build):
+    """The largest commits, of items and of tracks."""
+    def turn(items):
+        with configured(build, lambda instance: None) as (instance, _):
+            answer = instance.commit([items])[0]
+            assert answer == "0x00000000", answer[:200]
+            return longest_turn(instance)
+    services = [f"set text /cfg/if/act/e{number:05}/service-a/track_name leaf"
+                for number in range(8000)]
+    tracks = [line for number in range(TRACKS - 1)
+              for line in ledger.track_items(f"t{number:04}", "wan0")]
+    return [row("a commit of 8,000 items: longest turn", turn(services), "ms", TURN_MS),
+            row(f"a commit of {TRACKS - 1:,} tracks: longest turn", turn(tracks), "ms", TURN_MS)]
+
+
 def turns(build):
-    return [*tracked_by(build),
+    return [*commits(build),
+            *tracked_by(build),
             *lists(build, "boolean, worst order", in_worst_order, next_ones),
             *lists(build, "weighted, worst order", in_worst_order, next_ones, 7),
             *lists(build, "two of them in a cycle", in_worst_order, two_at_the_ends)]
