@@ -141,8 +141,9 @@ int memory_environment::notify(std::string_view base,
                      entry.sequence, entry});
   }
   batches.push_back(std::move(batch));
+  ledger_notice_batch notices{base, entries};
   for (ledger_subscription* follower : followers) {
-    follower->backlog.push(ledger_notices_below(follower->path, base, entries));
+    follower->backlog.push(notices.below(follower->path));
   }
   return status_ok;
 }

@@ -3,6 +3,7 @@
 #include "platform/ledger/engine/backlog.h"
 
 #include <string>
+#include <utility>
 
 namespace ot {
 namespace {
@@ -33,16 +34,24 @@ ledger_notices ledger_notices_below(std::string_view followed, std::string_view 
   return notices;
 }
 
-void ledger_backlog::push(ledger_notices batch) {
-  if (batch.empty()) {
+shared_notices ledger_notice_batch::below(const std::string& followed) {
+  shared_notices& made = made_[followed];
+  if (made == nullptr) {
+    made = std::make_shared<const ledger_notices>(ledger_notices_below(followed, base_, entries_));
+  }
+  return made;
+}
+
+void ledger_backlog::push(shared_notices batch) {
+  if (batch->empty()) {
     return;
   }
-  if (batches_.size() >= max_batches || notices_ + batch.size() > max_notices) {
+  if (batches_.size() >= max_batches || notices_ + batch->size() > max_notices) {
     batches_.clear();
     notices_ = 0;
-    batch.assign(1, ledger_notice{.resync = true, .path = {}});
+    batch = std::make_shared<const ledger_notices>(1, ledger_notice{.resync = true, .path = {}});
   }
-  notices_ += batch.size();
+  notices_ += batch->size();
   batches_.push_back(std::move(batch));
 }
 
@@ -50,10 +59,10 @@ ledger_notices ledger_backlog::pop() {
   if (batches_.empty()) {
     return {};
   }
-  ledger_notices batch = std::move(batches_.front());
+  const shared_notices batch = std::move(batches_.front());
   batches_.pop_front();
-  notices_ -= batch.size();
-  return batch;
+  notices_ -= batch->size();
+  return *batch;
 }
 
 }  // namespace ot

@@ -27,8 +27,9 @@ int ledger_clients::open(sd_event* loop, std::string& ret_error) {
 
 void ledger_clients::notify(std::string_view base,
                             std::span<const ledger_dpv_notification> entries) {
+  ledger_notice_batch batch{base, entries};
   for (const auto& peer : peers_) {
-    peer->notify(base, entries);
+    peer->notify(batch);
   }
 }
 

@@ -193,13 +193,14 @@ int ledger_peer::subscribe(std::span<const std::byte> body) {
   return status_ok;
 }
 
-void ledger_peer::notify(std::string_view base, std::span<const ledger_dpv_notification> entries) {
+void ledger_peer::notify(ledger_notice_batch& batch) {
   if (followed_.empty()) {
     return;
   }
-  backlog_.push(ledger_notices_below(followed_, base, entries));
-  send_notices();
-  watch();
+  backlog_.push(batch.below(followed_));
+  if (!backlog_.empty() && unsent() == 0) {  // else they leave when the socket takes more
+    sd_event_source_set_enabled(again_.get(), SD_EVENT_ONESHOT);
+  }
 }
 
 // One message at a time is in the bus's own queue; the rest waits in the backlog, which is bounded.

@@ -46,8 +46,9 @@ class ledger_peer {
   // When it last said something, on the loop's clock.
   [[nodiscard]] std::uint64_t last_heard_us() const noexcept { return last_heard_us_; }
 
-  // Queues the notices that this peer follows and sends what its socket takes.
-  void notify(std::string_view base, std::span<const ledger_dpv_notification> entries);
+  // Queues the notices that this peer follows. They leave in a turn of its own: a thousand peers
+  // are not one long turn.
+  void notify(ledger_notice_batch& batch);
 
  private:
   static int on_io(sd_event_source* source, int fd, std::uint32_t events, void* userdata) noexcept;
@@ -72,7 +73,7 @@ class ledger_peer {
   unique_fd watched_;  // the bus closes its own as soon as the peer has left
   bus_handle bus_;
   event_source io_;
-  event_source again_;     // more than one turn's requests were there
+  event_source again_;     // more than one turn's requests were there, or notices to send
   event_source deadline_;  // for what the peer has to do next
   std::string followed_;
   ledger_backlog backlog_;

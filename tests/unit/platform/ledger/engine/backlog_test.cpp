@@ -35,8 +35,21 @@ TEST(ledger_notices, only_what_is_followed_comes) {
   EXPECT_TRUE(ledger_notices_below("/oper/other/", "/oper/gl/", entries).empty());
 }
 
-ledger_notices batch_of(std::size_t count) {
-  return ledger_notices(count, ledger_notice{.path = "t", .kind = ledger_notification_set});
+shared_notices batch_of(std::size_t count) {
+  return std::make_shared<const ledger_notices>(
+      count, ledger_notice{.path = "t", .kind = ledger_notification_set});
+}
+
+TEST(ledger_notices, of_a_batch_are_made_once_for_a_path) {
+  std::string x = "a/x";
+  std::uint32_t up = 1;
+  const ledger_dpv_notification entries[] = {entry(x, ledger_notification_set, &up)};
+  ledger_notice_batch batch{"/oper/gl/", entries};
+  const shared_notices first = batch.below("/oper/");
+  EXPECT_EQ(first->size(), 1U);
+  EXPECT_EQ(batch.below("/oper/"), first);
+  EXPECT_EQ(batch.below("/oper/gl/a/")->at(0).path, "x");
+  EXPECT_TRUE(batch.below("/oper/gl/b/")->empty());
 }
 
 TEST(ledger_backlog, batches_leave_in_order) {
