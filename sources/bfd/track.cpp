@@ -121,6 +121,9 @@ int object_tracking_type_bfdprb_delete(const char* name) {
     OT_TRACE_ERROR("(%s) : Falied to get track_item \n", __func__);
     return failed;
   }
+  if (track->type != track_type::bfd) {
+    return status_ok;  // its object is of another kind and holds no session
+  }
   const int status = ot_bfd_delete_single_session(name, &track->object.bfd);
   if (status != status_ok) {
     OT_TRACE_ERROR("(%s) : ot_bfd_create_single_seccion failed\n", __func__);

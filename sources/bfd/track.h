@@ -47,7 +47,8 @@ struct bfd_cfg : lq_link {
 int object_tracking_type_bfdprb_create(std::unique_ptr<bfd_cfg> cfg);
 
 // Publishes down and asks for the session to be given up; the entry goes when the BFD service has
-// confirmed. While configuration waits for the BFD service nothing happens. 0 or an error.
+// confirmed. While configuration waits for the BFD service nothing happens. A track of another type
+// has no session to give up. 0 or an error.
 int object_tracking_type_bfdprb_delete(const char* name);
 
 // Makes the record and its entry and publishes down. `ret` gets the track, also one that exists

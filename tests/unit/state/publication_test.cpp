@@ -186,6 +186,7 @@ TEST_F(publication, another_state_starts_the_delay_anew_with_its_own_length) {
 
 TEST_F(publication, a_pending_change_is_a_context_of_kind_1_on_a_leaf_of_kind_3) {
   make_track(10, 10);
+  get_timer_ctx(timer())->name.assign("another");
   EXPECT_EQ(report(up), 0);
   const ot_timer_ctx* ctx = get_timer_ctx(timer());
   EXPECT_EQ(ctx->type, 1U);

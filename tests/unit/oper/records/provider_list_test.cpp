@@ -90,6 +90,12 @@ TEST_F(provider_list, a_full_last_page_has_no_more_behind_it) {
   EXPECT_FALSE(page->has_continuation);
 }
 
+TEST_F(provider_list, an_answer_of_the_detailed_branch_has_at_most_100_records) {
+  add_many(101);
+  EXPECT_EQ(datalist("").count, 100U);
+  EXPECT_EQ(ask(ot_track_list, ledger_dpv_list_free, "").count, 100U);
+}
+
 TEST_F(provider_list, an_entry_is_the_record_of_its_track_alone) {
   add_interface("a", "eth0");
   add_interface("b", "eth1");

@@ -215,6 +215,20 @@ TEST_F(bfd_config, a_track_of_another_type_stays_what_it_is) {
   EXPECT_EQ(field::bfd_requests(), 0U);
 }
 
+// The verifier accepts the item for any track, so it may be stored for one of another type.
+TEST_F(bfd_config, an_item_of_a_track_of_another_type_goes_without_touching_the_track) {
+  const std::string interface = "GigabitEthernet0/0";
+  field::interface_added(interface);
+  ASSERT_EQ(commit(interface_track("t", interface)), 0);
+  ASSERT_EQ(published("t"), 1U);
+  EXPECT_NE(configure("t"), 0);
+  forget_output();
+  commit({remove_item(session_item("t"))});
+  EXPECT_EQ(track("t").type, track_type::interface);
+  EXPECT_EQ(track("t").object.interface.name, interface.c_str());
+  EXPECT_EQ(field::bfd_requests(), 0U);
+}
+
 TEST_F(bfd_config, a_record_made_for_its_delays_is_refused) {
   ASSERT_EQ(object_tracking_set_create_track_delay("t", 5, 5, true), 0);
   EXPECT_NE(configure("t"), 0);
