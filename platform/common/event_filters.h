@@ -42,6 +42,12 @@ class event_subscribers {
     }
     return *this;
   }
+  event_subscribers& operator-=(const event_subscribers& other) noexcept {
+    for (std::size_t word = 0; word < words_.size(); ++word) {
+      words_[word] &= ~other.words_[word];
+    }
+    return *this;
+  }
   bool operator==(const event_subscribers&) const noexcept = default;
 
   // Calls `visit(number)` for each, in ascending order. The set must not change meanwhile.

@@ -37,9 +37,11 @@ int open_server(event_server& server) noexcept {
   }
 }
 
+constexpr std::uint64_t flush_us = 5'000;
+
 void flush_events(void* /*argument*/) {
   if (only_publisher != nullptr) {
-    only_publisher->server.flush();
+    only_publisher->server.flush(flush_us);
   }
 }
 
@@ -87,6 +89,9 @@ int evdl_event_publish(evdl_publisher* publisher, std::uint32_t type, std::uint3
 }
 
 void event_publisher_close() noexcept {
+  if (only_publisher != nullptr) {
+    only_publisher->server.flush(UINT64_MAX);
+  }
   only_publisher.reset();
 }
 

@@ -16,6 +16,7 @@
 
 #include "platform/common/root_path.h"
 #include "platform/linux/loop/sd_event.h"
+#include "platform/linux/monotonic.h"
 #include "platform/linux/process/directories.h"
 #include "platform/status.h"
 
@@ -23,6 +24,7 @@ namespace ot {
 namespace {
 
 constexpr std::size_t backlogs_limit = 524'288;  // events of all subscribers together: 18 MB
+constexpr std::size_t kept_burst = 256;          // events of room kept between bursts
 
 }  // namespace
 
@@ -31,6 +33,11 @@ int event_server::open(std::string& ret_error) {
   if (error == 0) {
     error = listener_.open(evm_sd_event(manager_), root_path(event_socket_path), SOCK_SEQPACKET,
                            ret_error);
+  }
+  if (error == 0) {
+    const int r = sd_event_add_defer(
+        evm_sd_event(manager_), &again_, [](sd_event_source*, void*) { return 0; }, nullptr);
+    error = r < 0 ? -r : sd_event_source_set_enabled(again_, SD_EVENT_OFF) < 0 ? EINVAL : 0;
   }
   if (error == 0) {
     listener_.serve();
@@ -103,35 +110,82 @@ int event_server::subscribe(unsigned number, std::span<const evdl_track_record> 
       return status;
     }
   }
-  return filters_.add(number, filters);
+  const int status = filters_.add(number, filters);
+  if (status == status_ok && filters.empty()) {
+    all_.add(number);
+    subscribers_[number]->begin_with(burst_begin_ + burst_.size());
+  }
+  return status;
 }
 
 void event_server::forget(unsigned number) noexcept {
   filters_.remove(number);
+  all_.remove(number);
   unsent_.remove(number);
   subscribers_[number].reset();
 }
 
 void event_server::publish(const evdl_track_record& event,
                            const event_packet_record& record) noexcept {
-  const event_subscribers wanted = filters_.wanted_by(event, kind_.match);
+  event_subscribers wanted = filters_.wanted_by(event, kind_.match);
   unsent_ |= wanted;
+  wanted -= all_;
   wanted.for_each([&](unsigned number) {
     if (!subscribers_[number]->note(record)) {
       forget(number);
     }
   });
+  if (all_ != event_subscribers{}) {
+    add_to_burst(record);
+  }
 }
 
-void event_server::flush() noexcept {
+// Without memory those who would miss the event are cut off.
+void event_server::add_to_burst(const event_packet_record& record) noexcept {
+  try {
+    burst_.push_back(record);
+  } catch (const std::bad_alloc&) {
+    const event_subscribers lost = all_;
+    lost.for_each([this](unsigned number) { forget(number); });
+  }
+}
+
+void event_server::send_to(unsigned number) noexcept {
+  event_subscription& one = *subscribers_[number];
+  const bool alive =
+      all_.contains(number) ? one.send_burst(burst_, burst_begin_) : one.send_noted();
+  if (!alive) {
+    forget(number);
+  }
+}
+
+void event_server::end_burst() noexcept {
+  burst_begin_ += burst_.size();
+  burst_.clear();
+  if (burst_.capacity() > kept_burst) {
+    std::vector<event_packet_record>().swap(burst_);
+  }
+}
+
+void event_server::flush(std::uint64_t limit_us) noexcept {
+  if (unsent_ == event_subscribers{}) {
+    return;
+  }
+  const std::uint64_t began = monotonic_us();
   bool behind = false;
   std::exchange(unsent_, {}).for_each([&](unsigned number) {
-    if (!subscribers_[number]->send_noted()) {
-      forget(number);
-    } else {
-      behind = behind || subscribers_[number]->backlog() > 0;
+    if (monotonic_us() - began > limit_us) {
+      unsent_.add(number);
+      return;
     }
+    send_to(number);
+    behind = behind || (subscribers_[number] != nullptr && subscribers_[number]->backlog() > 0);
   });
+  const bool done = unsent_ == event_subscribers{};
+  sd_event_source_set_enabled(again_, done ? SD_EVENT_OFF : SD_EVENT_ONESHOT);
+  if (done) {
+    end_burst();
+  }
   if (behind) {
     bound_backlogs();
   }

@@ -1,8 +1,11 @@
 // Events: the publisher's socket and its subscribers' connections. All on the main loop.
 //
 // The way of an event: evdl_event_publish (publisher.cpp) -> the filters say who wants it -> noted
-// for each of those -> the loop's flush sends each subscriber what was noted, many events a packet
-// -> the subscriber's process (client/subscriber.cpp), as protocol.h lays it out.
+// for each of those, and once for all who want everything -> the loop's flush sends each subscriber
+// what was noted, many events a packet -> the subscriber's process (client/subscriber.cpp), as
+// protocol.h lays it out. With a thousand subscribers that is more than one turn of the loop may
+// take: the flush sends to as many as it can in a few milliseconds, and to the others in the next
+// turns.
 //
 // A subscriber connects to a sequenced-packet socket in the run directory, sends its filters in one
 // packet, gets one answer and from then on events. Without filters it gets all. The publisher owns
@@ -53,6 +56,12 @@ class event_subscription {
   // Sends what the connection takes; the rest follows when it takes more. False when the
   // connection is broken.
   [[nodiscard]] bool send_noted() noexcept;
+  // The same for a burst of events that all have in common, of which the first is number `begin`:
+  // those that this one has not got yet.
+  [[nodiscard]] bool send_burst(std::span<const event_packet_record> burst,
+                                std::uint64_t begin) noexcept;
+  // The first event of all to be sent to it.
+  void begin_with(std::uint64_t number) noexcept { next_ = number; }
 
   [[nodiscard]] std::uint64_t arrival() const noexcept { return arrival_; }
   [[nodiscard]] bool subscribed() const noexcept { return subscribed_; }
@@ -64,6 +73,8 @@ class event_subscription {
   static int on_silence(sd_event_source* source, std::uint64_t usec, void* subscription);
 
   bool read_subscription() noexcept;
+  // How many of the events the connection took; negative when it is broken.
+  std::ptrdiff_t send_some(std::span<const event_packet_record> events) noexcept;
 
   event_server& server_;
   unsigned number_;
@@ -73,12 +84,14 @@ class event_subscription {
   sd_event_source* silence_ = nullptr;
   bool subscribed_ = false;
   std::vector<event_packet_record> noted_;
+  std::uint64_t next_ = 0;  // of the common burst, by number
 };
 
 class event_server : public unix_listener_owner {
  public:
   event_server(evm* manager, const evdl_event_kind& kind) noexcept
       : manager_(manager), kind_(kind) {}
+  ~event_server() override { sd_event_source_disable_unref(again_); }
   event_server(const event_server&) = delete;
   event_server& operator=(const event_server&) = delete;
 
@@ -89,7 +102,8 @@ class event_server : public unix_listener_owner {
 
   // Notes the event for everyone who wants it; it leaves with the next flush.
   void publish(const evdl_track_record& event, const event_packet_record& record) noexcept;
-  void flush() noexcept;
+  // Sends what was noted, for about so long; the rest leaves in the next turns of the loop.
+  void flush(std::uint64_t limit_us) noexcept;
 
   // For the connections: the subscriber `number` has sent its filters. 0 or the reason why not.
   int subscribe(unsigned number, std::span<const evdl_track_record> filters) noexcept;
@@ -102,6 +116,9 @@ class event_server : public unix_listener_owner {
  private:
   [[nodiscard]] unsigned free_number(bool trusted) const noexcept;
   int notify_publisher(std::span<const evdl_track_record> filters) noexcept;
+  void add_to_burst(const event_packet_record& record) noexcept;
+  void send_to(unsigned number) noexcept;
+  void end_burst() noexcept;
   void bound_backlogs() noexcept;
 
   evm* manager_;
@@ -110,7 +127,11 @@ class event_server : public unix_listener_owner {
   event_filters filters_;
   std::array<std::unique_ptr<event_subscription>, event_subscriber_limit> subscribers_;
   std::uint64_t arrivals_ = 0;
-  event_subscribers unsent_;  // who has events noted since the last flush
+  event_subscribers unsent_;                // who has events noted that no flush has come to yet
+  event_subscribers all_;                   // who wants everything
+  std::vector<event_packet_record> burst_;  // for them, as long as one of them is unsent
+  std::uint64_t burst_begin_ = 0;           // the number of its first event
+  sd_event_source* again_ = nullptr;        // a flush did not come to everyone
 };
 
 // Closes the publisher's socket and its subscribers' connections, if there is one; nothing may be

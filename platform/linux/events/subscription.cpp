@@ -100,25 +100,56 @@ bool event_subscription::note(const event_packet_record& record) noexcept {
   }
 }
 
-bool event_subscription::send_noted() noexcept {
+std::ptrdiff_t event_subscription::send_some(std::span<const event_packet_record> events) noexcept {
   std::size_t sent = 0;
-  while (sent < noted_.size()) {
-    const std::size_t count = std::min(noted_.size() - sent, event_packet_limit);
-    if (send(connection_.get(), noted_.data() + sent, count * sizeof noted_[0],
+  while (sent < events.size()) {
+    const std::size_t count = std::min(events.size() - sent, event_packet_limit);
+    if (send(connection_.get(), events.data() + sent, count * sizeof events[0],
              MSG_DONTWAIT | MSG_NOSIGNAL) < 0) {
       if (errno == EAGAIN || errno == EINTR) {
         break;
       }
-      return false;
+      return -1;
     }
     sent += count;
   }
-  noted_.erase(noted_.begin(), noted_.begin() + static_cast<std::ptrdiff_t>(sent));
+  return static_cast<std::ptrdiff_t>(sent);
+}
+
+bool event_subscription::send_noted() noexcept {
+  const std::ptrdiff_t sent = send_some(noted_);
+  if (sent < 0) {
+    return false;
+  }
+  noted_.erase(noted_.begin(), noted_.begin() + sent);
   if (noted_.empty() && noted_.capacity() > kept_capacity) {
     std::vector<event_packet_record>().swap(noted_);
   }
   const std::uint32_t interest = noted_.empty() ? EPOLLIN : EPOLLIN | EPOLLOUT;
   return sd_event_source_set_io_events(io_, interest) >= 0;
+}
+
+// What the connection does not take, or has to wait behind what it did not take, is noted.
+bool event_subscription::send_burst(std::span<const event_packet_record> burst,
+                                    std::uint64_t begin) noexcept {
+  std::span<const event_packet_record> left = burst.subspan(next_ - begin);
+  next_ = begin + burst.size();
+  if (noted_.empty()) {
+    const std::ptrdiff_t sent = send_some(left);
+    if (sent < 0) {
+      return false;
+    }
+    left = left.subspan(static_cast<std::size_t>(sent));
+    if (left.empty()) {
+      return true;
+    }
+  }
+  for (const event_packet_record& record : left) {
+    if (!note(record)) {
+      return false;
+    }
+  }
+  return send_noted();
 }
 
 }  // namespace ot

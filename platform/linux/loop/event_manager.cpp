@@ -10,13 +10,11 @@
 #include <cstdint>
 #include <memory>
 #include <new>
-#include <utility>
 
-#include "platform/clock.h"
 #include "platform/event_connections.h"
 #include "platform/linux/loop/queue.h"
 #include "platform/linux/loop/sd_event.h"
-#include "platform/linux/monotonic.h"
+#include "platform/linux/loop/turn_clock.h"
 #include "platform/loop_turns.h"
 #include "platform/status.h"
 
@@ -52,8 +50,7 @@ struct evm {
   evm_flush_hook* flushes = nullptr;
   evm_conn* connections = nullptr;
   evm_queue queue;
-  loop_turns turns{.since = clock_realtime_seconds()};
-  std::uint64_t turn_began = 0;  // 0: none is under way
+  turn_clock turns;
 };
 
 evm::~evm() {
@@ -88,29 +85,13 @@ void evm_destroy(evm* manager) noexcept {
   delete manager;
 }
 
-namespace {
-
-// The loop is about to wait.
-void end_turn(evm& manager) noexcept {
-  if (manager.turn_began == 0) {
-    return;
-  }
-  const std::uint64_t taken = monotonic_us() - std::exchange(manager.turn_began, 0);
-  if (taken > manager.turns.longest_us || manager.turns.longest_at == 0) {
-    manager.turns.longest_us = taken;
-    manager.turns.longest_at = clock_realtime_seconds();
-  }
-}
-
-}  // namespace
-
 loop_turns evm_turns(const evm* manager) noexcept {
-  return manager->turns;
+  return manager->turns.measured();
 }
 
 int evm_block(evm* manager) noexcept {
   evm_flush(manager);
-  end_turn(*manager);
+  manager->turns.end();
   if (sd_event_get_state(manager->loop) == SD_EVENT_PENDING) {
     return status_ok;
   }
@@ -129,7 +110,7 @@ int evm_dispatch(evm* manager) {
   if (sd_event_get_state(manager->loop) != SD_EVENT_PENDING) {
     return EAGAIN;
   }
-  manager->turn_began = monotonic_us();
+  manager->turns.begin();
   const int r = sd_event_dispatch(manager->loop);
   return r < 0 ? -r : status_ok;
 }

@@ -232,6 +232,34 @@ TEST_F(event_socket, catches_up_with_who_reads_late) {
   evdl_unsubscribe(late);
 }
 
+// More than one turn of the loop sends.
+TEST_F(event_socket, a_burst_comes_whole_and_in_order_to_many_subscribers) {
+  raise_descriptor_limit();
+  std::vector<std::string> burst;
+  for (int i = 0; i < 1500; ++i) burst.push_back("t" + std::to_string(i));
+  std::vector<evdl_subscriber*> subscribers;
+  for (int i = 0; i < 400; ++i) {
+    subscribers.push_back(i % 8 == 7 ? subscribe({{"t7", true, 0}}) : subscribe({}));
+  }
+  for (const std::uint32_t state : {1U, 2U}) publish(burst, state);
+  serve([&] {
+    for (std::size_t i = 0; i < subscribers.size(); ++i) {
+      const std::size_t wanted = i % 8 == 7 ? 2 : 2 * burst.size();
+      std::vector<std::string> names;
+      while (names.size() < wanted &&
+             evdl_receive(subscribers[i], 5'000, [&](const evdl_track_event& event) {
+               names.push_back(event.track + "=" + std::to_string(event.state));
+             }) == 0) {
+      }
+      ASSERT_EQ(names.size(), wanted) << i;
+      for (std::size_t at = 0; at < wanted && wanted > 2; ++at) {
+        ASSERT_EQ(names[at], burst[at % burst.size()] + (at < burst.size() ? "=1" : "=2")) << i;
+      }
+    }
+  });
+  for (evdl_subscriber* subscriber : subscribers) evdl_unsubscribe(subscriber);
+}
+
 TEST_F(event_socket, refuses_more_subscribers_than_it_has_room_for) {
   raise_descriptor_limit();
   std::vector<evdl_subscriber*> subscribers;
