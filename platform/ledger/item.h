@@ -26,6 +26,10 @@ std::string_view ledger_next_element(std::string_view& path) noexcept;
 
 inline constexpr std::size_t ledger_value_max = 4096;  // bytes of a text or a tuple
 
+// What one operational item takes at most, so that none of them takes the others' room.
+inline constexpr std::size_t ledger_operational_path_max = 128;
+inline constexpr std::size_t ledger_operational_value_max = 256;
+
 // Null when the bytes are a good value of the kind, else what is wrong with them.
 [[nodiscard]] const char* ledger_value_fault(ledger_kind kind,
                                              std::span<const std::byte> bytes) noexcept;

@@ -88,6 +88,14 @@ TEST_P(ledger_items_contract, bad_paths_and_values_are_refused) {
   EXPECT_EQ(ledger_item_get(conn_, "n", &value_), ledger_no_data);
 }
 
+TEST_P(ledger_items_contract, an_operational_item_has_a_limit_of_size) {
+  const std::string longest(128 - std::string_view{"/oper/gl/object-tracking/"}.size(), 'x');
+  EXPECT_EQ(put(longest.c_str(), 1), 0);
+  EXPECT_EQ(put((longest + "x").c_str(), 1), ledger_unknown_path);
+  EXPECT_EQ(put("t", ledger_kind::text, bytes_of(std::string(256, 'x'))), 0);
+  EXPECT_EQ(put("t", ledger_kind::text, bytes_of(std::string(257, 'x'))), ledger_wrong_kind);
+}
+
 TEST_P(ledger_items_contract, configuration_is_not_set_as_an_item) {
   ledger_conn* everything = ledger_get_default_conn();
   ASSERT_NE(everything, nullptr);

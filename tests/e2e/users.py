@@ -26,7 +26,8 @@ def prefix(user):
 def start_with_the_group(service, *commands, limits=()):
     """Starts the daemon where the service's group exists, after the shell commands."""
     os.chmod(service.root, 0o755)  # so that nothing but the service keeps anybody out
-    os.makedirs(os.path.join(service.root, "var"), mode=0o755, exist_ok=True)
+    for folder in ("run", "var"):
+        os.makedirs(os.path.join(service.root, folder), mode=0o755, exist_ok=True)
     mounts = Mounts(service.net, *with_the_group(service), *commands)
     if limits:
         command = mounts.command

@@ -80,11 +80,13 @@ int ledger_engine::set(std::string_view path, ledger_kind kind, std::span<const 
   if (ledger_path_is_configuration(path)) {
     return invalid_argument;  // configuration changes by a commit only
   }
-  if (!ledger_item_path_valid(path) || !is_operational(path) || providers_.serves(path)) {
+  const bool is_switch = path.starts_with("/debug/");
+  if (!ledger_item_path_valid(path) || !is_operational(path) || providers_.serves(path) ||
+      (!is_switch && path.size() > ledger_operational_path_max)) {
     return ledger_unknown_path;
   }
-  const bool is_switch = path.starts_with("/debug/");
-  if ((is_switch && kind != ledger_kind::u32) || ledger_value_fault(kind, value) != nullptr) {
+  if ((is_switch && kind != ledger_kind::u32) || value.size() > ledger_operational_value_max ||
+      ledger_value_fault(kind, value) != nullptr) {
     return ledger_wrong_kind;
   }
   std::uint32_t number = 0;

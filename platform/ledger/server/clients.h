@@ -1,9 +1,10 @@
 // The ledger's clients: its socket, and a place for each connection. When every place is taken, the
-// connection that has been idle longest gives way, root's last; who follows data or has a request
-// under way is not idle. Some places are root's alone, and a follower makes way for root, so nobody
-// can shut root out.
+// connection that has been idle longest gives way, root's last and to others only after some
+// seconds; who follows data or has a request under way is not idle. Some places are root's alone,
+// and a follower makes way for root, so nobody can shut root out.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <span>
 #include <string>
@@ -31,10 +32,10 @@ class ledger_clients : public ledger_peer_owner, public unix_listener_owner {
 
   void peer_ended(ledger_peer& peer) noexcept override;
   void client_connected(unique_fd socket, bool trusted) noexcept override;
-  bool make_way() noexcept override;
+  bool make_way(bool for_trusted) noexcept override;
 
  private:
-  bool end_longest(bool trusted, bool idle) noexcept;
+  bool end_longest(bool trusted, bool idle, std::uint64_t silent_us) noexcept;
 
   ledger_engine& engine_;
   gid_t members_ = static_cast<gid_t>(-1);

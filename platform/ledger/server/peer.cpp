@@ -30,7 +30,7 @@ constexpr std::size_t message_overhead = 4096;  // what the bus's header adds, g
 
 }  // namespace
 
-int ledger_peer::start(sd_event* event, unique_fd socket) noexcept {
+int ledger_peer::start(sd_event* event, unique_fd& socket) noexcept {
   watched_ = unique_fd{fcntl(socket.get(), F_DUPFD_CLOEXEC, 0)};
   if (!watched_.valid()) {
     return -errno;

@@ -37,8 +37,9 @@ class ledger_peer {
   ledger_peer(const ledger_peer&) = delete;
   ledger_peer& operator=(const ledger_peer&) = delete;
 
-  // Starts the conversation on a connected socket. 0 or a negative errno.
-  int start(sd_event* event, unique_fd socket) noexcept;
+  // Starts the conversation on a connected socket. 0 or a negative errno; after -EMFILE, which
+  // leaves the socket to the caller, it may be tried again.
+  int start(sd_event* event, unique_fd& socket) noexcept;
 
   [[nodiscard]] bool trusted() const noexcept { return trusted_; }
   // Whether nothing is lost when it ends: it follows nothing and has nothing under way.

@@ -57,7 +57,7 @@ unsigned event_server::free_number(bool trusted) const noexcept {
 
 void event_server::client_connected(unique_fd socket, bool trusted) noexcept {
   unsigned number = free_number(trusted);
-  if (number == event_subscriber_limit && make_way()) {
+  if (number == event_subscriber_limit && make_way(trusted)) {
     number = free_number(trusted);
   }
   if (number == event_subscriber_limit) {
@@ -73,7 +73,7 @@ void event_server::client_connected(unique_fd socket, bool trusted) noexcept {
 }
 
 // The one that has waited longest without saying what it wants.
-bool event_server::make_way() noexcept {
+bool event_server::make_way(bool /*for_trusted*/) noexcept {
   const event_subscription* longest = nullptr;
   unsigned its_number = 0;
   for (unsigned number = 0; number < event_subscriber_limit; ++number) {

@@ -111,7 +111,7 @@ class event_server : public unix_listener_owner {
   void forget(unsigned number) noexcept;
 
   void client_connected(unique_fd socket, bool trusted) noexcept override;
-  bool make_way() noexcept override;
+  bool make_way(bool for_trusted) noexcept override;
 
  private:
   [[nodiscard]] unsigned free_number(bool trusted) const noexcept;

@@ -114,16 +114,19 @@ void unix_listener::pause() noexcept {
   sd_event_source_set_enabled(pause_, SD_EVENT_ONESHOT);
 }
 
-// Accepts for the sole purpose of refusing. 0 or an errno value.
+// Accepts with the last descriptor, to see whose connection it is. 0 or an errno value.
 int unix_listener::accept_with_reserve() noexcept {
   if (!reserve_.valid()) {
     reserve_ = new_reserve();
     return EMFILE;
   }
   reserve_.reset();
-  const int refused = accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-  const int error = refused < 0 ? errno : 0;
-  unique_fd{refused}.reset();
+  unique_fd socket{accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)};
+  const int error = socket.valid() ? 0 : errno;
+  if (error == 0 && is_trusted(socket.get()) && owner_.make_way(true)) {
+    owner_.client_connected(std::move(socket), true);
+  }
+  socket.reset();
   reserve_ = new_reserve();
   return error;
 }
@@ -131,7 +134,7 @@ int unix_listener::accept_with_reserve() noexcept {
 void unix_listener::accept_one() noexcept {
   unique_fd socket{accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)};
   int error = socket.valid() ? 0 : errno;
-  if (out_of_descriptors(error) && owner_.make_way()) {
+  if (out_of_descriptors(error) && owner_.make_way(false)) {
     socket = unique_fd{accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)};
     error = socket.valid() ? 0 : errno;
   }

@@ -18,8 +18,9 @@ class unix_listener_owner {
   virtual ~unix_listener_owner() = default;
   // A client has connected. Whether it is root or the service's own user is said in `trusted`.
   virtual void client_connected(unique_fd socket, bool trusted) noexcept = 0;
-  // Ends a client that has nothing under way, for its descriptor. False when there is none.
-  virtual bool make_way() noexcept = 0;
+  // Ends a client that has nothing under way, or for a trusted one any other, for its descriptor.
+  // False when there is none.
+  virtual bool make_way(bool for_trusted) noexcept = 0;
 };
 
 class unix_listener {
