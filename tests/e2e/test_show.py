@@ -40,7 +40,7 @@ def test_brief_of_a_track_that_is_down(office):
 
 def test_brief_cuts_long_names_to_their_column(service):
     name = "n" * 32
-    service.ctl("set", name, "interface", "interface-name")
+    service.configure([name], "interface-name")  # trackctl makes none of more than 31 characters
     assert service.show(name) == HEADER + (
         "nnnnnnnnnnnnnnnnnnnnnnnnnnnnnnnn interface interface-name                  "
         "line protocol    Down \n")
