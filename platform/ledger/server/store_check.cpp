@@ -14,6 +14,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
@@ -37,9 +39,44 @@ struct damage {
   const char* text;
 };
 
+// The part of LMDB's two heads (format 1, on a machine of 64 bits) that tells them apart. Each
+// write replaces the older one, so their numbers follow each other. LMDB itself goes back to the
+// older one when the other is damaged, and so to what was there before the last write.
+struct file_head {
+  std::uint64_t page_number;
+  std::uint64_t page_flags;
+  std::uint32_t magic;
+  std::uint32_t version;
+  std::uint64_t address;
+  std::uint64_t map_bytes;
+  std::uint32_t page_bytes;
+  std::uint8_t tables[92];
+  std::uint64_t last_page;
+  std::uint64_t transaction;
+};
+static_assert(offsetof(file_head, transaction) == 144);
+constexpr std::uint32_t head_magic = 0xbeefc0de;
+
+void check_heads(int file) {
+  if constexpr (sizeof(void*) == 8) {
+    file_head heads[2]{};
+    if (pread(file, &heads[0], sizeof heads[0], 0) != sizeof heads[0] ||
+        pread(file, &heads[1], sizeof heads[1], heads[0].page_bytes) != sizeof heads[1] ||
+        heads[0].magic != head_magic || heads[1].magic != head_magic) {
+      throw damage{"it is no store of this service, or its head is damaged"};
+    }
+    const std::uint64_t apart = heads[0].transaction - heads[1].transaction;
+    if (apart + 1 > 2) {
+      throw damage{"its head is damaged"};
+    }
+  }
+}
+
 class reading_process {
  public:
   reading_process(const std::string& path, std::size_t map_bytes) {
+    std::string error;
+    check_heads(open_own_file(path, O_RDONLY, 0, error).get());
     check(mdb_env_create(&env_));
     check(mdb_env_set_mapsize(env_, map_bytes));
     check(mdb_env_set_maxdbs(env_, 3));
@@ -84,6 +121,12 @@ class reading_process {
     }
     if (code != MDB_NOTFOUND) {
       check(code);
+    }
+    mdb_cursor_close(cursor);
+    MDB_stat stat{};
+    check(mdb_stat(txn_, table, &stat));
+    if (stat.ms_entries != count) {
+      throw damage{"it has lost items"};
     }
     return count;
   }

@@ -9,6 +9,7 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -159,16 +160,22 @@ int read_own_file(const std::string& path, std::size_t limit, std::string& ret,
   if (!file.valid()) {
     return errno;
   }
-  std::string content(limit + 1, '\0');
+  struct stat state {};
+  if (fstat(file.get(), &state) != 0) {
+    return failed(path, errno, ret_error);
+  }
+  // Room for one byte more shows the end, and a file that grows meanwhile.
+  const std::size_t room = std::min(limit, static_cast<std::size_t>(state.st_size)) + 1;
+  std::string content(room, '\0');
   std::size_t have = 0;
-  for (ssize_t count = 1; count != 0 && have <= limit;) {
-    count = ::read(file.get(), content.data() + have, content.size() - have);
+  for (ssize_t count = 1; count != 0 && have < room;) {
+    count = ::read(file.get(), content.data() + have, room - have);
     if (count < 0 && errno != EINTR) {
       return failed(path, errno, ret_error);
     }
     have += count < 0 ? 0 : static_cast<std::size_t>(count);
   }
-  if (have > limit) {
+  if (have == room) {
     return failed(path, EFBIG, ret_error);
   }
   content.resize(have);
