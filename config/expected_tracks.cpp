@@ -1,6 +1,6 @@
 #include "config/expected_tracks.h"
 
-#include <algorithm>
+#include <cstdint>
 #include <map>
 #include <new>
 #include <string>
@@ -11,7 +11,10 @@
 namespace ot {
 namespace {
 
+// With what a verifier asks of all of them together, since a commit may change every track.
 std::map<std::string, expected_track, std::less<>> expected;
+std::int64_t more_tracks = 0;                      // than there are now
+std::map<std::int32_t, std::uint32_t> operations;  // by how many of them each is probed
 
 // The track as expected so far.
 expected_track present_track(const char* name) noexcept {
@@ -26,7 +29,17 @@ expected_track present_track(const char* name) noexcept {
 
 int expect(const char* name, const expected_track& track) noexcept {
   try {
-    expected.insert_or_assign(name, track);
+    const auto [place, added] = expected.try_emplace(name);
+    expected_track& before = place->second;
+    const bool was_present = added ? hash_db_get_track_item(name) != nullptr : before.present;
+    if (track.present) {
+      ++operations[track.operation];
+    }
+    if (!added && before.present) {
+      --operations[before.operation];
+    }
+    more_tracks += static_cast<int>(track.present) - static_cast<int>(was_present);
+    before = track;
   } catch (const std::bad_alloc&) {
     return no_memory;
   }
@@ -49,18 +62,12 @@ const expected_track* find_expected_track(const char* name) noexcept {
 }
 
 std::uint32_t expected_track_count() noexcept {
-  std::uint32_t count = hash_db_count(tracks_table);
-  for (const auto& [name, track] : expected) {
-    const bool present = hash_db_get_track_item(name.c_str()) != nullptr;
-    count += static_cast<std::uint32_t>(track.present) - static_cast<std::uint32_t>(present);
-  }
-  return count;
+  return static_cast<std::uint32_t>(hash_db_count(tracks_table) + more_tracks);
 }
 
 bool expects_operation(std::int32_t operation) noexcept {
-  return std::any_of(expected.begin(), expected.end(), [operation](const auto& each) {
-    return each.second.present && each.second.operation == operation;
-  });
+  const auto known = operations.find(operation);
+  return known != operations.end() && known->second > 0;
 }
 
 int expect_existence(const ledger_change& change) {
@@ -98,6 +105,8 @@ int expect_operation(const ledger_change& change) {
 
 void forget_expected_tracks() noexcept {
   expected.clear();
+  operations.clear();
+  more_tracks = 0;
 }
 
 }  // namespace ot

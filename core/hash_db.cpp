@@ -148,6 +148,7 @@ int hash_db_add_new_item(hash_db& table, const void* key, const void* data) noex
     std::memcpy(hash_db_data(table, *entry), data, table.data_size);
   }
   lq_append(table.buckets[bucket], entry->link);
+  ++table.entries;
   return status_ok;
 }
 
@@ -195,6 +196,7 @@ void hash_db_delete_current(hash_db& table) noexcept {
   }
   lq_remove(table.buckets[table.cursor_bucket], entry->link);
   free_entry(entry);
+  --table.entries;
   table.cursor_entry = nullptr;
 }
 
@@ -207,11 +209,7 @@ int hash_db_delete(hash_db& table, const void* key) noexcept {
 }
 
 std::uint32_t hash_db_count(const hash_db& table) noexcept {
-  std::uint32_t count = 0;
-  for (std::uint32_t i = 0; table.buckets != nullptr && i < table.bucket_count; ++i) {
-    count += table.buckets[i].count;
-  }
-  return count;
+  return table.entries;
 }
 
 void hash_db_destroy(hash_db& table) noexcept {
@@ -222,6 +220,7 @@ void hash_db_destroy(hash_db& table) noexcept {
   }
   delete[] table.buckets;
   table.buckets = nullptr;
+  table.entries = 0;
   table.cursor_bucket = 0;
   table.cursor_entry = nullptr;
 }

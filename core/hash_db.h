@@ -22,7 +22,8 @@ struct hash_db {
   std::uint16_t key_size = 0;
   std::uint16_t data_size = 0;
   std::uint32_t entry_size = 0;  // key size + data size + the link word
-  lq_queue* buckets = nullptr;   // null while the table is not created
+  std::uint32_t entries = 0;
+  lq_queue* buckets = nullptr;  // null while the table is not created
   std::uint32_t cursor_bucket = 0;
   hash_db_entry* cursor_entry = nullptr;
   bool (*compare)(const hash_db& table, const void* a, const void* b) = nullptr;
