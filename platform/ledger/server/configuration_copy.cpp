@@ -1,4 +1,5 @@
-// The file: magic, version, time, checksum of what follows, items. Numbers are little-endian.
+// The file: magic, version, time, checksum of what follows; the items in the order of their
+// changes; for each the place of its owner's first item. Numbers are little-endian.
 #include "platform/ledger/server/configuration_copy.h"
 
 #include <cerrno>
@@ -45,6 +46,9 @@ std::uint64_t take_u64(ledger_reader& reader) noexcept {
 std::string encode(const configuration_copy& copy) {
   ledger_writer items;
   ledger_put_stored(items, copy.items);
+  for (const ledger_stored& item : copy.items) {
+    put_u64(items, item.first);
+  }
   ledger_writer file;
   file.u32(magic);
   file.u32(version);
@@ -62,7 +66,14 @@ bool decode(std::span<const std::byte> file, configuration_copy& ret) {
   if (!known || !reader.ok() || checksum(file.subspan(head_bytes)) != sum) {
     return false;
   }
-  return ledger_take_stored(reader, ret.items) == status_ok && reader.finished();
+  if (ledger_take_stored(reader, ret.items) != status_ok) {
+    return false;
+  }
+  for (ledger_stored& item : ret.items) {
+    item.first = take_u64(reader);
+    item.sequence = static_cast<std::uint64_t>(&item - ret.items.data()) + 1;
+  }
+  return reader.finished();
 }
 
 // Whether both have the same items; the time of their making does not count.

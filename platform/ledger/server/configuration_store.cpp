@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
@@ -33,6 +34,32 @@ void remove_store(const std::string& path) noexcept {
   }
 }
 
+// Everything is written twice: in the order of the owners' first items, which fixes that order, and
+// then in the order of changes, which a later write of an item decides. Each item is its own owner
+// here: what counts is who comes before whom.
+std::vector<ledger_write> writes_of(const std::vector<ledger_stored>& items) {
+  std::vector<const ledger_stored*> order;
+  order.reserve(items.size());
+  for (const ledger_stored& item : items) {
+    order.push_back(&item);
+  }
+  std::vector<ledger_write> writes;
+  writes.reserve(2 * items.size());
+  const auto write_all = [&] {
+    for (const ledger_stored* item : order) {
+      writes.push_back({.path = item->path,
+                        .kind = item->value.kind,
+                        .value = item->value.bytes(),
+                        .owner = item->path.size()});
+    }
+  };
+  std::ranges::stable_sort(order, {}, &ledger_stored::first);
+  write_all();
+  std::ranges::stable_sort(order, {}, &ledger_stored::sequence);
+  write_all();
+  return writes;
+}
+
 // Fills a new store in one write. 0 or a status code.
 int fill_store(const std::string& path, std::size_t map_bytes,
                const std::vector<ledger_stored>& items, std::string& ret_error) {
@@ -40,11 +67,7 @@ int fill_store(const std::string& path, std::size_t map_bytes,
   if (const int code = store.open(options_of(path, map_bytes)); code != 0) {
     return failed(path, code, ret_error);
   }
-  std::vector<ledger_write> writes;
-  writes.reserve(items.size());
-  for (const ledger_stored& item : items) {
-    writes.push_back({.path = item.path, .kind = item.value.kind, .value = item.value.bytes()});
-  }
+  const std::vector<ledger_write> writes = writes_of(items);
   const int status = writes.empty() ? status_ok : store.write(writes);
   if (status != status_ok) {
     ret_error = path + ": the items cannot be written";

@@ -125,8 +125,9 @@ int unix_listener::accept_with_reserve() noexcept {
   const int error = socket.valid() ? 0 : errno;
   if (error == 0 && is_trusted(socket.get()) && owner_.make_way(true)) {
     owner_.client_connected(std::move(socket), true);
+  } else {
+    socket.reset();
   }
-  socket.reset();
   reserve_ = new_reserve();
   return error;
 }

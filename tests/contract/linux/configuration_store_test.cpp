@@ -46,9 +46,22 @@ class configuration_store : public ::testing::Test {
     EXPECT_EQ(store.page_in_order(0, 10'000, all), 0);
     std::vector<std::string> lines;
     for (const ledger_stored& item : all) {
-      lines.push_back(item.path + "=" + std::string(item.value.as_text()));
+      ledger_value value;
+      store.get(item.path, value);
+      lines.push_back(item.path + "=" + std::string(value.as_text()));
     }
     return lines;
+  }
+  // The items in the order of their owners' first ones.
+  static std::vector<std::string> in_first_order(lmdb_store& store) {
+    std::vector<ledger_stored> all;
+    EXPECT_EQ(store.page_in_order(0, 10'000, all), 0);
+    std::ranges::stable_sort(all, {}, &ledger_stored::first);
+    std::vector<std::string> paths;
+    for (const ledger_stored& item : all) {
+      paths.push_back(item.path);
+    }
+    return paths;
   }
   // A store with many items, made by many writes, so that it has free pages too; and its copy.
   static std::vector<std::string> make() {
@@ -58,7 +71,8 @@ class configuration_store : public ::testing::Test {
     for (int i = 0; i < items; ++i) {
       const auto value = bytes_of(std::string(static_cast<std::size_t>(i % 90), 'v'));
       const std::string path = path_of(i);
-      const ledger_write write{.path = path, .kind = ledger_kind::text, .value = value};
+      const ledger_write write{
+          .path = path, .kind = ledger_kind::text, .value = value, .owner = path.size() - 2};
       EXPECT_EQ(store.write({&write, 1}), 0);
     }
     configuration_copy copy{.made = 1, .items = {}};
@@ -70,8 +84,28 @@ class configuration_store : public ::testing::Test {
   ledger_place place_;
 };
 
-TEST_F(configuration_store, a_restored_one_has_the_items_in_their_order) {
-  const auto before = make();
+TEST_F(configuration_store, a_restored_one_has_the_items_in_their_orders) {
+  make();
+  std::vector<std::string> before;
+  std::vector<std::string> first_before;
+  {
+    // Changed items move in one order and keep their place in the other.
+    lmdb_store store;
+    std::string error;
+    ASSERT_EQ(open_configuration(store, map_bytes, error), 0) << error;
+    for (int i = 0; i < items; i += 3) {
+      const auto value = bytes_of("changed");
+      const std::string path = path_of(i);
+      const ledger_write write{
+          .path = path, .kind = ledger_kind::text, .value = value, .owner = path.size() - 2};
+      ASSERT_EQ(store.write({&write, 1}), 0);
+    }
+    before = in_order(store);
+    first_before = in_first_order(store);
+    configuration_copy copy{.made = 1, .items = {}};
+    ASSERT_EQ(store.snapshot(copy.items), 0);
+    ASSERT_EQ(write_configuration_copy(configuration_copy_path(), copy, error), 0) << error;
+  }
   ASSERT_EQ(before.size(), static_cast<std::size_t>(items));
   truncate(configuration_path().c_str(), 0);
   std::string text;
@@ -81,6 +115,7 @@ TEST_F(configuration_store, a_restored_one_has_the_items_in_their_order) {
   lmdb_store store;
   ASSERT_EQ(open_configuration(store, map_bytes, text), 0) << text;
   EXPECT_EQ(in_order(store), before);
+  EXPECT_EQ(in_first_order(store), first_before);
 }
 
 TEST_F(configuration_store, the_first_start_makes_it_and_a_crash_then_leaves_nothing_half_done) {
