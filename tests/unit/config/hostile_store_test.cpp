@@ -1,6 +1,6 @@
 // Stored configuration that no client could have committed: damaged, made by hand, or left by an
-// older release. Whatever it is, the service starts; what it can apply it applies, the rest it names
-// and skips, and every track that is there can be deleted.
+// older release. Whatever it is, the service starts; what it can apply it applies, the rest it
+// names and skips, and every track that is there can be deleted.
 #include <cstdlib>
 #include <random>
 
