@@ -47,7 +47,8 @@ int ledger_map_store::write(std::span<const ledger_write> writes) {
   for (const ledger_write& change : writes) {
     const auto found = items_.find(change.path);
     const std::uint64_t sequence = ++last_sequence_;
-    std::uint64_t first = first_of_owner(change.owner_prefix(), sequence);
+    std::uint64_t first =
+        change.owner == 0 ? sequence : first_of_owner(change.owner_prefix(), sequence);
     if (!change.move_to.empty() && found != items_.end()) {
       order_[found->second.sequence] = change.move_to;
       items_.insert_or_assign(std::string{change.move_to}, std::move(found->second));

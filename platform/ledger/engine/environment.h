@@ -52,7 +52,7 @@ struct ledger_write {
   std::string_view move_to = {};  // of a remove: the item goes on under this path, as it is
   ledger_kind kind = ledger_kind::u32;
   std::span<const std::byte> value = {};
-  std::size_t owner = 0;  // characters of the path that name its owner
+  std::size_t owner = 0;  // characters of the path that name its owner; 0: it has none
 
   // What the paths of all items of its owner begin with.
   [[nodiscard]] std::string_view owner_prefix() const noexcept { return path.substr(0, owner + 1); }

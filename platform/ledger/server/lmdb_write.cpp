@@ -163,7 +163,7 @@ int lmdb_store::write_ordered(const ledger_write& write) noexcept {
   std::uint64_t sequence = 0;
   code = next_sequence(sequence);
   std::uint64_t first = present && head.first != 0 ? head.first : sequence;
-  if (code == MDB_SUCCESS && !present) {
+  if (code == MDB_SUCCESS && !present && write.owner != 0) {
     code = first_of_owner(write, first);
   }
   if (code == MDB_SUCCESS) {
