@@ -45,6 +45,11 @@ int ledger_peer::start(sd_event* event, unique_fd& socket) noexcept {
     return result;
   }
   socket.release();
+  return attach(event);
+}
+
+int ledger_peer::attach(sd_event* event) noexcept {
+  sd_bus* made = bus_.get();
   sd_id128_t id{};
   sd_event_source* io = nullptr;
   sd_event_source* again = nullptr;
@@ -68,10 +73,12 @@ int ledger_peer::start(sd_event* event, unique_fd& socket) noexcept {
   return set ? 0 : -ENOMEM;
 }
 
-// What its socket holds may be a request that the loop has not come to yet.
+// What its socket and the bus hold may be a request that the loop has not come to yet.
 bool ledger_peer::idle() const noexcept {
   int waiting = 0;
+  std::uint64_t unserved = 0;
   return !over_ && followed_.empty() && unsent() == 0 && unfinished_ == 0 &&
+         sd_bus_get_n_queued_read(bus_.get(), &unserved) >= 0 && unserved == 0 &&
          ioctl(watched_.get(), FIONREAD, &waiting) == 0 && waiting == 0;
 }
 

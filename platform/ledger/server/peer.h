@@ -57,6 +57,7 @@ class ledger_peer {
   static int on_deadline(sd_event_source* source, std::uint64_t now, void* userdata) noexcept;
   static int on_message(sd_bus_message* message, void* userdata, sd_bus_error* error) noexcept;
 
+  int attach(sd_event* event) noexcept;
   void run() noexcept;
   bool process() noexcept;
   void answer(sd_bus_message* message);
