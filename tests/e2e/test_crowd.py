@@ -159,6 +159,8 @@ def processor_seconds(process):
 @pytest.mark.parametrize("name", ["ledger.sock", "events.sock"])
 def test_out_of_descriptors_the_loop_does_not_spin(new_service, name):
     service = new_service()
+    if service.build.sanitized:
+        pytest.skip("the sanitizer looks at memory by means of a pipe, for which none is left")
     start_with_the_group(service, limits=["prlimit", "--nofile=80:80"])
     service.net.link("lan0")
     service.ctl("set", "office", "interface", "lan0")

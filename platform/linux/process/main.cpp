@@ -160,7 +160,7 @@ int run_service() {
   raise_descriptor_limit();
   char error[1024] = "";
   if (ledger_server_open(manager, error, sizeof error) != status_ok) {
-    return refuse("cannot start", error);
+    process_exit(refuse("cannot start", error));
   }
   if (ot_start(manager, next_start_count()) != status_ok) {
     ledger_server_close();
