@@ -2,7 +2,6 @@
 // so nothing of the map is held between two calls.
 #include "platform/ledger/server/lmdb_store.h"
 
-#include <algorithm>
 #include <memory>
 
 #include "platform/ledger_status.h"
@@ -144,9 +143,6 @@ int lmdb_store::snapshot(std::vector<ledger_stored>& ret) const {
       return status;
     }
   }
-  std::stable_sort(ret.begin(), ret.end(), [](const ledger_stored& a, const ledger_stored& b) {
-    return a.first < b.first;
-  });
   return end_of_walk(code);
 }
 

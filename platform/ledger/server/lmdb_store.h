@@ -46,8 +46,7 @@ class lmdb_store : public ledger_store {
 
   // A number that each write changes.
   [[nodiscard]] std::uint64_t last_write() const noexcept;
-  // All items of a synced store, owners in the order of their first items and those of an owner in
-  // the order of changes: written in this order, they are replayed as before. Any thread, while the store is open. 0 or a status code;
+  // All items of a synced store, in order. Any thread, while the store is open. 0 or a status code;
   // may throw bad_alloc.
   int snapshot(std::vector<ledger_stored>& ret) const;
 

@@ -31,7 +31,7 @@
 namespace ot {
 namespace {
 
-constexpr std::size_t configuration_kb = 16'384;
+constexpr std::size_t configuration_kb = 20'480;
 constexpr std::size_t operational_kb = 4'096;
 constexpr std::size_t map_kb_least = 128;
 

@@ -27,7 +27,8 @@ namespace ot {
 namespace {
 
 constexpr rlim_t longest_reading_s = 10;  // of processor time
-constexpr MDB_dbi free_pages = 0;         // LMDB's own table
+constexpr MDB_dbi free_pages = 0;         // LMDB's own tables
+constexpr MDB_dbi names_of_tables = 1;
 
 struct finding {
   bool made;
@@ -97,6 +98,7 @@ class reading_process {
     if (ordered && walk(order_, &reading_process::look_at_place) < items) {
       throw damage{"its order lacks items"};
     }
+    count_pages();
   }
 
  private:
@@ -171,6 +173,20 @@ class reading_process {
       }
       before = page;
     }
+    free_ += numbers;
+  }
+
+  // A page that is in use and counts as free would be given away with what is on it.
+  void count_pages() {
+    std::size_t used = 2;  // the heads
+    for (const MDB_dbi table : {free_pages, names_of_tables, items_, order_, about_}) {
+      MDB_stat stat{};
+      check(mdb_stat(txn_, table, &stat));
+      used += stat.ms_branch_pages + stat.ms_leaf_pages + stat.ms_overflow_pages;
+    }
+    if (used + free_ > last_page_ + 1) {
+      throw damage{"its list of free pages is damaged"};
+    }
   }
 
   MDB_env* env_ = nullptr;
@@ -179,6 +195,7 @@ class reading_process {
   MDB_dbi order_ = 0;
   MDB_dbi about_ = 0;
   std::size_t last_page_ = 0;
+  std::size_t free_ = 0;                 // pages
   volatile std::ptrdiff_t touched_ = 0;  // every byte of a value is read
 };
 
