@@ -63,6 +63,19 @@ const track_kind* late_kind(const track_items& present) {
   return nullptr;
 }
 
+void set_track(const std::string& track, const wanted_type& type, const wanted_delays& delays,
+               const track_kind& kind) {
+  const track_items present = read_track(track);
+  const commit changes = plan_set(track, present, type, delays);
+  if (changes.empty()) {
+    return;
+  }
+  if (kind.only_from_nothing && (delays.up != 0 || delays.down != 0)) {
+    require_service_before_delays(kind, track, present.empty() || changes.back().stage != 0);
+  }
+  send_commit("setting track \"" + track + "\"", changes);
+}
+
 }  // namespace
 
 int run_set(const arguments& all_args) {
@@ -93,14 +106,7 @@ int run_set(const arguments& all_args) {
   const wanted_type type{kind.folder, read_items(), kind.recreate_on_change,
                          kind.only_from_nothing};
   const wanted_delays delays{delay_or_zero("--delay-up", up), delay_or_zero("--delay-down", down)};
-  const track_items present = read_track(track);
-  const commit changes = plan_set(track, present, type, delays);
-  if (kind.only_from_nothing && !changes.empty() && (delays.up != 0 || delays.down != 0)) {
-    require_service_before_delays(kind, track, present.empty() || changes.back().stage != 0);
-  }
-  if (!changes.empty()) {
-    send_commit("setting track \"" + track + "\"", changes);
-  }
+  set_track(track, type, delays, kind);
   warn_of_cycle(track);
   return exit_done;
 }

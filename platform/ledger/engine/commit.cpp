@@ -18,6 +18,7 @@
 #include "platform/err_string.h"
 #include "platform/ledger/engine/engine.h"
 #include "platform/ledger/engine/handling.h"
+#include "platform/ledger/engine/planned_change.h"
 #include "platform/ledger/engine/staged_items.h"
 #include "platform/ledger/item.h"
 #include "platform/ledger_commit.h"
@@ -40,39 +41,6 @@ void refuse(refusal_list& refusals, const std::string& path, int code, std::stri
   }
   refusals.push_back({.path = path, .code = code, .text = std::move(text)});
 }
-
-// One change on its way from proposal to applied configuration.
-struct planned_change {
-  const ledger_proposal* proposal = nullptr;
-  ledger_match match;
-  ledger_change change;
-  ledger_value old_value;
-  ledger_value new_value;
-  // Other items that go: all those of an owner that is deleted, the retired ones when an item of a
-  // late turn is set.
-  std::vector<std::string> leftovers;
-  std::string retired;  // where an item goes on that stays in force; empty: nowhere
-
-  [[nodiscard]] std::string_view owner() const noexcept {
-    return std::string_view{proposal->path}.substr(0, match.owner);
-  }
-  // Deletes come first, that of an owner behind those of its items: none of them can bring it back.
-  [[nodiscard]] int place() const noexcept {
-    return proposal->remove ? (deletes_owner() ? 1 : 0) : 2;
-  }
-  [[nodiscard]] bool is_late() const noexcept { return match.row->turn == ledger_turn::late; }
-  [[nodiscard]] bool sets_late() const noexcept { return is_late() && !proposal->remove; }
-  [[nodiscard]] bool deletes_owner() const noexcept {
-    return proposal->remove && match.row->turn == ledger_turn::owner;
-  }
-  // An item that is set to the value it has does not change its place in the replay. Where only the
-  // last of several items is in force, to set it is a change all the same.
-  [[nodiscard]] bool changes_nothing() const noexcept {
-    const auto before = old_value.bytes();
-    return change.event == ledger_event_set && !is_late() && old_value.kind == proposal->kind &&
-           std::equal(before.begin(), before.end(), proposal->value.begin(), proposal->value.end());
-  }
-};
 
 class commit_run {
  public:
@@ -98,24 +66,24 @@ class commit_run {
   void plan_stage(proposal_span stage, refusal_list& refusals);
   void plan(const ledger_proposal& proposal, refusal_list& refusals);
   void complete_stage(refusal_list& refusals);
-  int collect_leftovers(planned_change& item, const path_set& deleted);
-  int collect_below(std::string_view prefix, planned_change& item);
+  int collect_leftovers(ledger_planned_change& item, const path_set& deleted);
+  int collect_below(std::string_view prefix, ledger_planned_change& item);
   void verify_stage(refusal_list& refusals);
-  void verify(const planned_change& item, refusal_list& refusals);
+  void verify(const ledger_planned_change& item, refusal_list& refusals);
   void expect_stage(refusal_list& refusals);
-  int decide(planned_change& item);
+  int decide(ledger_planned_change& item);
 
   const ledger_trees& trees_;
   ledger_store& store_;
   ledger_environment& environment_;
   ledger_staged_items staged_;
-  std::vector<planned_change> items_;   // in the client's order
-  std::vector<planned_change*> order_;  // in the order of storing and applying
-  std::size_t stage_ = 0;               // where the present stage begins in both
+  std::vector<ledger_planned_change> items_;   // in the client's order
+  std::vector<ledger_planned_change*> order_;  // in the order of storing and applying
+  std::size_t stage_ = 0;                      // where the present stage begins in both
 };
 
 // The event follows from what is stored, whatever the client believes.
-int commit_run::decide(planned_change& item) {
+int commit_run::decide(ledger_planned_change& item) {
   const ledger_proposal& proposal = *item.proposal;
   const int status = staged_.get(proposal.path, item.old_value);
   if (status != status_ok && status != ledger_no_data) {
@@ -134,7 +102,7 @@ int commit_run::decide(planned_change& item) {
 }
 
 void commit_run::plan(const ledger_proposal& proposal, refusal_list& refusals) {
-  planned_change item;
+  ledger_planned_change item;
   item.proposal = &proposal;
   std::string fault;
   if (const int status = trees_.match(proposal.path, item.match, fault); status != status_ok) {
@@ -174,25 +142,26 @@ void commit_run::plan_stage(proposal_span stage, refusal_list& refusals) {
     return;
   }
   for (std::size_t index = stage_; index < items_.size(); ++index) {
-    planned_change& item = items_[index];
+    ledger_planned_change& item = items_[index];
     item.change.fields = item.match.fields;
     item.change.old_value = item.change.event == ledger_event_create ? nullptr : &item.old_value;
     item.change.new_value = item.proposal->remove ? nullptr : &item.new_value;
     order_.push_back(&item);
   }
-  std::stable_sort(
-      order_.begin() + static_cast<std::ptrdiff_t>(stage_), order_.end(),
-      [](const planned_change* a, const planned_change* b) { return a->place() < b->place(); });
+  std::stable_sort(order_.begin() + static_cast<std::ptrdiff_t>(stage_), order_.end(),
+                   [](const ledger_planned_change* a, const ledger_planned_change* b) {
+                     return a->place() < b->place();
+                   });
   complete_stage(refusals);
 }
 
-int commit_run::collect_below(std::string_view prefix, planned_change& item) {
+int commit_run::collect_below(std::string_view prefix, ledger_planned_change& item) {
   std::string owner{prefix};
   owner.append(item.owner()).append("/");
   return staged_.below(owner, item.leftovers);
 }
 
-int commit_run::collect_leftovers(planned_change& item, const path_set& deleted) {
+int commit_run::collect_leftovers(ledger_planned_change& item, const path_set& deleted) {
   int status = status_ok;
   if (item.deletes_owner()) {
     status = collect_below("", item);
@@ -210,7 +179,7 @@ void commit_run::complete_stage(refusal_list& refusals) {
   path_set deleted;
   path_set owners;
   const std::span stage{items_.begin() + static_cast<std::ptrdiff_t>(stage_), items_.end()};
-  for (const planned_change& item : stage) {
+  for (const ledger_planned_change& item : stage) {
     if (item.proposal->remove) {
       deleted.insert(item.proposal->path);
     }
@@ -218,7 +187,7 @@ void commit_run::complete_stage(refusal_list& refusals) {
       owners.insert(item.owner());
     }
   }
-  for (planned_change& item : stage) {
+  for (ledger_planned_change& item : stage) {
     const bool owner_stays = !owners.contains(item.owner());
     if (item.deletes_owner() || (item.sets_late() && owner_stays)) {
       owners.insert(item.owner());  // once for all of its items
@@ -232,7 +201,7 @@ void commit_run::complete_stage(refusal_list& refusals) {
   }
 }
 
-void commit_run::verify(const planned_change& item, refusal_list& refusals) {
+void commit_run::verify(const ledger_planned_change& item, refusal_list& refusals) {
   const ledger_registration& row = *item.match.row;
   if (!ledger_row_is_handled(row)) {
     return;
@@ -257,7 +226,7 @@ void commit_run::verify_stage(refusal_list& refusals) {
 // From here on the present stage counts as made.
 void commit_run::expect_stage(refusal_list& refusals) {
   for (; stage_ < order_.size(); ++stage_) {
-    const planned_change& item = *order_[stage_];
+    const ledger_planned_change& item = *order_[stage_];
     const ledger_registration& row = *item.match.row;
     const int code = row.expect == nullptr
                          ? status_ok
@@ -305,7 +274,7 @@ bool commit_run::prepare(proposal_span changes, refusal_list& refusals) {
 int commit_run::store() {
   std::vector<ledger_write> writes;
   writes.reserve(order_.size());
-  for (const planned_change* item : order_) {
+  for (const ledger_planned_change* item : order_) {
     for (const std::string& path : item->leftovers) {
       writes.push_back({.path = path, .remove = true});
     }
@@ -322,7 +291,7 @@ int commit_run::store() {
 }
 
 void commit_run::apply(refusal_list& refusals) {
-  for (const planned_change* item : order_) {
+  for (const ledger_planned_change* item : order_) {
     const int code = ledger_row_apply(environment_, *item->match.row, item->change);
     if (code == status_ok) {
       continue;
