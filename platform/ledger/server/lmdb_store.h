@@ -84,13 +84,16 @@ class lmdb_store : public ledger_store {
 
   lmdb_options options_;
   MDB_env* env_ = nullptr;
-  MDB_dbi items_ = 0;          // path -> sequence, kind, first, value
-  MDB_dbi order_ = 0;          // sequence -> path
-  MDB_dbi about_ = 0;          // "stamp" -> the stamp
-  MDB_txn* reader_ = nullptr;  // kept reset between reads
-  MDB_txn* writer_ = nullptr;  // the write under way; a batch lasts until flush
-  std::size_t gathered_ = 0;   // writes in the batch
-  bool room_ = true;           // as the batch began
+  MDB_dbi items_ = 0;                   // path -> sequence, kind, first, value
+  MDB_dbi order_ = 0;                   // sequence -> path
+  MDB_dbi about_ = 0;                   // "stamp" -> the stamp
+  MDB_txn* reader_ = nullptr;           // kept reset between reads
+  MDB_txn* writer_ = nullptr;           // the write under way; a batch lasts until flush
+  std::size_t gathered_ = 0;            // writes in the batch
+  bool room_ = true;                    // as the batch began
+  std::uint64_t last_sequence_ = 0;     // given in the present transaction
+  std::string_view present_owner_;      // of the last item written by the present call of write
+  std::uint64_t first_of_present_ = 0;  // its owner's
   bool has_its_space_ = false;
 };
 

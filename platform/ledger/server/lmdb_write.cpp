@@ -44,11 +44,17 @@ int lmdb_store::begin_write() noexcept {
   const int code = mdb_txn_begin(env_, nullptr, 0, &writer_);
   if (code == MDB_SUCCESS) {
     room_ = has_room(writer_);
+    last_sequence_ = 0;
   }
   return code;
 }
 
+// The first one of a transaction is looked up.
 int lmdb_store::next_sequence(std::uint64_t& ret) noexcept {
+  if (last_sequence_ != 0) {
+    ret = ++last_sequence_;
+    return MDB_SUCCESS;
+  }
   MDB_cursor* cursor = nullptr;
   if (const int code = mdb_cursor_open(writer_, order_, &cursor); code != MDB_SUCCESS) {
     return code;
@@ -61,12 +67,17 @@ int lmdb_store::next_sequence(std::uint64_t& ret) noexcept {
     std::memcpy(&ret, key.mv_data, sizeof ret);
     ++ret;
   }
+  last_sequence_ = ret;
   mdb_cursor_close(cursor);
   return code == MDB_NOTFOUND ? MDB_SUCCESS : code;
 }
 
-// The items of an owner lie side by side.
+// The items of an owner lie side by side, and mostly come together.
 int lmdb_store::first_of_owner(const ledger_write& write, std::uint64_t& ret) noexcept {
+  if (write.owner_prefix() == present_owner_) {
+    ret = first_of_present_;
+    return MDB_SUCCESS;
+  }
   MDB_cursor* cursor = nullptr;
   if (const int code = mdb_cursor_open(writer_, items_, &cursor); code != MDB_SUCCESS) {
     return code;
@@ -158,6 +169,7 @@ int lmdb_store::write_ordered(const ledger_write& write) noexcept {
     }
   }
   if (write.remove) {
+    present_owner_ = {};  // it may be the last one of its owner
     return mdb_del(writer_, items_, &key, nullptr);
   }
   std::uint64_t sequence = 0;
@@ -169,6 +181,8 @@ int lmdb_store::write_ordered(const ledger_write& write) noexcept {
   if (code == MDB_SUCCESS) {
     MDB_val place{sizeof sequence, &sequence};
     code = mdb_put(writer_, order_, &place, &key, MDB_APPEND);
+    present_owner_ = write.owner == 0 ? std::string_view{} : write.owner_prefix();
+    first_of_present_ = first;
   }
   return code != MDB_SUCCESS ? code : put(write, sequence, first);
 }
@@ -184,6 +198,7 @@ int lmdb_store::write(std::span<const ledger_write> writes) {
   if (const int code = begin_write(); code != MDB_SUCCESS) {
     return status_of(code);
   }
+  present_owner_ = {};
   for (const ledger_write& write : writes) {
     const int code = batched() ? write_batched(write) : write_ordered(write);
     if (code != MDB_SUCCESS) {
