@@ -32,6 +32,21 @@ def test_after_a_crash_states_are_taken_over_without_an_event(running):
     assert "TRACK_INFO" not in running.daemon.output()
 
 
+def test_after_a_crash_nothing_is_said_of_an_interface_that_is_still_not_there(running):
+    running.ctl("set", "later", "interface", "later0")
+    running.crash()
+    running.start()
+    assert running.state("later") == "down"
+    assert "TRACK_INFO" not in running.daemon.output()
+
+
+def test_a_track_that_was_made_without_an_existence_can_be_deleted(running):
+    running.commit([["set u32 /cfg/gl/object_tracking/track/bare/delay_up 5"]])
+    assert running.show("bare", "all") != ""
+    running.ctl("delete", "bare")
+    assert running.show("bare", "all") == ""
+
+
 def test_after_a_crash_configuration_goes_on_working(running):
     running.crash()
     running.start()

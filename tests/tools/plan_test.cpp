@@ -143,6 +143,14 @@ TEST(plan_delay, does_not_delete_an_absent_delay) {
   EXPECT_THAT(plan_delay("t", configured("eth0", {}), 0, 0), IsEmpty());
 }
 
+TEST(plan_delete, ends_a_track_that_was_made_without_an_existence) {
+  track_items present{{"delay_up", u32_value(5)}};
+  const commit changes = plan_delete("t", present);
+  EXPECT_THAT(outline(changes), ElementsAre("+a", "1 -delay_up", "1 -a"));
+  apply(present, "t", changes);
+  EXPECT_THAT(present, IsEmpty());
+}
+
 TEST(plan_delete, removes_everything_delays_first_existence_last) {
   track_items present = configured("eth0", {5, 7});
   const commit changes = plan_delete("t", present);

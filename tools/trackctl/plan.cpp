@@ -121,6 +121,20 @@ commit plan_delay(const std::string& track, const track_items& present,
 }
 
 commit plan_delete(const std::string& track, const track_items& present) {
+  if (!present.empty() && !present.contains(existence_item)) {
+    // Another client made it without: its end is that of its existence all the same.
+    track_items existing = present;
+    existing.emplace(existence_item, u32_value(1));
+    const track_items nothing;
+    difference existence(track, nothing);
+    existence.want_exists();
+    commit changes = existence.take();
+    for (ledger_proposal& change : plan_delete(track, existing)) {
+      change.stage = 1;
+      changes.push_back(std::move(change));
+    }
+    return changes;
+  }
   difference changes(track, present);
   changes.remove(delay_up_item);
   changes.remove(delay_down_item);

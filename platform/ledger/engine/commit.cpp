@@ -246,7 +246,8 @@ void commit_run::expect_stage(refusal_list& refusals) {
 
 bool commit_run::prepare(proposal_span changes, refusal_list& refusals) {
   if (changes.size() > commit_max) {
-    refuse(refusals, changes[commit_max].path, invalid_argument, "too many changes");
+    refuse(refusals, changes[commit_max].path, invalid_argument,
+           "a commit has at most " + std::to_string(commit_max) + " changes");
     return false;
   }
   items_.reserve(changes.size());  // they are pointed to

@@ -32,6 +32,7 @@ constexpr unsigned histories = 60;
 constexpr unsigned steps = 60;
 constexpr unsigned names = 7;
 constexpr const char* interfaces[] = {"e0", "e1", "e2"};
+constexpr const char* followed[] = {"e0", "e1", "e2", "none0"};
 constexpr const char* networks[] = {"10.1.0.0", "10.2.0.0"};
 
 // OT_SEED repeats the history of one seed.
@@ -180,7 +181,7 @@ class history : public service_fixture {
     if (kind == 0) {
       all.push_back(set_number(track_path(name, "type/interface/0x1/a"), 1));
       all.push_back(
-          set_text(track_path(name, "type/interface/0x1/info/interface"), interfaces[below(3)]));
+          set_text(track_path(name, "type/interface/0x1/info/interface"), followed[below(4)]));
     } else if (kind == 1) {
       all.push_back(set_number(track_path(name, "type/route/0x2/a"), 1));
       all.push_back(address(name));
@@ -285,7 +286,7 @@ class history : public service_fixture {
       add_delays(all, name);
     } else if (type == 1) {
       all.push_back(
-          set_text(track_path(name, "type/interface/0x1/info/interface"), interfaces[below(3)]));
+          set_text(track_path(name, "type/interface/0x1/info/interface"), followed[below(4)]));
     } else if (type == 2) {
       all.push_back(chance(2) ? address(name) : vrf(name));
     } else if (type >= 7 && chance(2) && type != 9) {
