@@ -119,6 +119,18 @@ TEST(plan_set, removes_items_of_the_type_that_are_not_asked_for_before_setting) 
               ElementsAre("-type/interface/0x1/old", "+type/interface/0x1/info/interface"));
 }
 
+TEST(plan_set, sets_limits_again_where_others_may_be_in_force) {
+  const std::string folder = "type/list/0x7/";
+  const wanted_type type{folder, {{folder + "thld_limits/val_up/0xa/val_dn", u32_value(1)}}};
+  track_items present{{"a", u32_value(1)},
+                      {folder + "thld_limits/val_up/0xa/val_dn", u32_value(1)}};
+  EXPECT_THAT(plan_set("t", present, type, {}), IsEmpty());
+  present.emplace(folder + "thld_limits/val_up/0x64/val_dn", u32_value(4));
+  EXPECT_THAT(outline(plan_set("t", present, type, {})),
+              ElementsAre("-type/list/0x7/thld_limits/val_up/0x64/val_dn",
+                          "+type/list/0x7/thld_limits/val_up/0xa/val_dn"));
+}
+
 TEST(plan_set, recreates_a_kind_that_cannot_change_in_place) {
   wanted_type type = interface_type("eth1");
   type.recreate_on_change = true;

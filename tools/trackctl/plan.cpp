@@ -17,9 +17,10 @@ class difference {
   difference(const std::string& track, const track_items& present)
       : path_(track_path(track)), present_(present) {}
 
-  void want(std::string_view item, const item_value& value) {
+  // `always`: also when it is so already.
+  void want(std::string_view item, const item_value& value, bool always = false) {
     const auto found = present_.find(item);
-    if (found == present_.end() || found->second != value) {
+    if (always || found == present_.end() || found->second != value) {
       changes_.push_back(
           {.path = path_ + std::string(item), .kind = value.kind, .value = value.bytes});
     }
@@ -76,6 +77,17 @@ bool must_recreate(const track_items& present, const wanted_type& type) {
   });
 }
 
+bool is_limits_item(std::string_view item) {
+  return item.find("/thld_limits/") != std::string_view::npos;
+}
+
+// True when the limits that another item set may be in force, which go only when others are set.
+bool has_other_limits(const track_items& present, const wanted_type& type) {
+  return std::any_of(present.begin(), present.end(), [&](const auto& item) {
+    return is_limits_item(item.first) && !is_wanted(type, item.first, nullptr);
+  });
+}
+
 commit plan_in_place(const std::string& track, const track_items& present, const wanted_type& type,
                      const wanted_delays& delays) {
   difference changes(track, present);
@@ -85,8 +97,9 @@ commit plan_in_place(const std::string& track, const track_items& present, const
     }
   }
   changes.want_exists();
+  const bool set_limits = has_other_limits(present, type);
   for (const config_item& item : type.items) {
-    changes.want(item.path, item.value);
+    changes.want(item.path, item.value, set_limits && is_limits_item(item.path));
   }
   changes.want_delay(delay_up_item, delays.up);
   changes.want_delay(delay_down_item, delays.down);
