@@ -119,7 +119,8 @@ bool read_pages(ledger_conn* connection, page_list& ret) {
                      err_string(status));
       return true;
     }
-    ret.emplace_back(nullptr).reset(page);
+    page_list::value_type held{page};
+    ret.push_back(std::move(held));
     if (page->entries.size() != track_page || !page->has_continuation) {
       return true;
     }

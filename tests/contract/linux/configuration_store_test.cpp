@@ -165,7 +165,8 @@ TEST_F(configuration_store, however_damaged_it_is_never_taken_with_fewer_items) 
     if (open_configuration(store, map_bytes, error) == 0) {
       EXPECT_EQ(in_order(store).size(), static_cast<std::size_t>(items));
       // What it stands on holds: it can be written to.
-      const ledger_write write{.path = "/cfg/gl/more", .value = bytes_of_numbers({1})};
+      const auto value = bytes_of_numbers({1});
+      const ledger_write write{.path = "/cfg/gl/more", .value = value};
       EXPECT_EQ(store.write({&write, 1}), 0);
     } else {
       EXPECT_THAT(error, HasSubstr(path));
