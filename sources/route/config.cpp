@@ -4,6 +4,8 @@
 #include <cstring>
 #include <new>
 
+#include "platform/component_status.h"
+#include "platform/ipv4.h"
 #include "platform/path_tuple.h"
 #include "sources/config_item.h"
 #include "sources/route/fib.h"
@@ -100,6 +102,11 @@ int create_address(ip_item& item) {
 int first_address(ip_item& item) {
   if (!item.after) {
     return status_ok;
+  }
+  // What is stored was verified once, unless somebody else wrote it: two such masks of one length
+  // would share a registration.
+  if (item.change.replayed && !ipv4_mask_is_contiguous(item.after->mask)) {
+    return route_mask_not_contiguous;
   }
   const vrf_text vrf = item.change.replayed ? stored_vrf(item.change) : vrf_text{};
   return create_or_queue(ip_apply_name, item.change, vrf.empty() ? nullptr : vrf.c_str(),
