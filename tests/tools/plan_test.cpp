@@ -155,6 +155,16 @@ TEST(plan_delay, does_not_delete_an_absent_delay) {
   EXPECT_THAT(plan_delay("t", configured("eth0", {}), 0, 0), IsEmpty());
 }
 
+TEST(plan_set, changes_the_type_of_a_track_that_was_made_without_an_existence) {
+  track_items present{{"type/list/0x3/object/m/a", u32_value(0)}};
+  const commit changes = plan_set("t", present, interface_type("eth0"), {});
+  EXPECT_THAT(outline(changes),
+              ElementsAre("+a", "1 -type/list/0x3/object/m/a", "1 -a", "2 +a",
+                          "2 +type/interface/0x1/a", "2 +type/interface/0x1/info/interface"));
+  apply(present, "t", changes);
+  EXPECT_EQ(present, configured("eth0", {}));
+}
+
 TEST(plan_delete, ends_a_track_that_was_made_without_an_existence) {
   track_items present{{"delay_up", u32_value(5)}};
   const commit changes = plan_delete("t", present);

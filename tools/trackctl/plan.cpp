@@ -106,6 +106,29 @@ commit plan_in_place(const std::string& track, const track_items& present, const
   return changes.take();
 }
 
+// Adds changes as a stage of their own behind those there are.
+void add_stage(commit& changes, commit added) {
+  const std::uint32_t behind = changes.empty() ? 0 : changes.back().stage + 1;
+  for (ledger_proposal& change : added) {
+    change.stage += behind;
+    changes.push_back(std::move(change));
+  }
+}
+
+// The end of a track that has an existence.
+commit plan_end(const std::string& track, const track_items& present) {
+  difference changes(track, present);
+  changes.remove(delay_up_item);
+  changes.remove(delay_down_item);
+  for (const auto& [path, value] : present) {
+    if (is_type_item(path)) {
+      changes.remove(path);
+    }
+  }
+  changes.remove(existence_item);
+  return changes.take();
+}
+
 }  // namespace
 
 commit plan_set(const std::string& track, const track_items& present, const wanted_type& type,
@@ -114,10 +137,7 @@ commit plan_set(const std::string& track, const track_items& present, const want
     return plan_in_place(track, present, type, delays);
   }
   commit changes = plan_delete(track, present);
-  for (ledger_proposal& change : plan_in_place(track, {}, type, delays)) {
-    change.stage = 1;
-    changes.push_back(std::move(change));
-  }
+  add_stage(changes, plan_in_place(track, {}, type, delays));
   return changes;
 }
 
@@ -134,30 +154,17 @@ commit plan_delay(const std::string& track, const track_items& present,
 }
 
 commit plan_delete(const std::string& track, const track_items& present) {
-  if (!present.empty() && !present.contains(existence_item)) {
-    // Another client made it without: its end is that of its existence all the same.
-    track_items existing = present;
-    existing.emplace(existence_item, u32_value(1));
-    const track_items nothing;
-    difference existence(track, nothing);
-    existence.want_exists();
-    commit changes = existence.take();
-    for (ledger_proposal& change : plan_delete(track, existing)) {
-      change.stage = 1;
-      changes.push_back(std::move(change));
-    }
-    return changes;
+  if (present.empty() || present.contains(existence_item)) {
+    return plan_end(track, present);
   }
+  // Another client made it without: its end is that of its existence all the same.
+  track_items existing = present;
+  existing.emplace(existence_item, u32_value(1));
   difference changes(track, present);
-  changes.remove(delay_up_item);
-  changes.remove(delay_down_item);
-  for (const auto& [path, value] : present) {
-    if (is_type_item(path)) {
-      changes.remove(path);
-    }
-  }
-  changes.remove(existence_item);
-  return changes.take();
+  changes.want_exists();
+  commit all = changes.take();
+  add_stage(all, plan_end(track, existing));
+  return all;
 }
 
 }  // namespace ot::trackctl
