@@ -1,5 +1,6 @@
 // Deleting a track. A delay that runs at that moment is left running: when it expires its state is
-// still published, and the ledger item of the deleted track comes back.
+// still published, and the ledger item of the deleted track comes back, unless a track of that name
+// was made anew meanwhile.
 
 #include "config/lifecycle.h"
 

@@ -124,6 +124,13 @@ void take_over_published_state(ot_track& track) noexcept {
   }
 }
 
+void take_published_down_for_unknown(ot_track& track) noexcept {
+  if (ot_restart != 0 && track.source_state == track_state::unknown &&
+      track.state == track_state::down) {
+    track.state = track_state::unknown;
+  }
+}
+
 int object_tracking_delete_item_from_ledger(const char* name) noexcept {
   OT_TRACE_ENTRY();
   const private_binding binding(__func__);

@@ -36,6 +36,10 @@ std::uint32_t ot_is_restart() noexcept;
 // After a restart, gives a new record the state last published for its name.
 void take_over_published_state(ot_track& track) noexcept;
 
+// After a restart, for a track that has taken over its published state: what is published of an
+// unknown state is the same as of down, so a track whose object is unknown was unknown.
+void take_published_down_for_unknown(ot_track& track) noexcept;
+
 // Deletes the track's item and queues the notification of it. An absent item is no failure.
 int object_tracking_delete_item_from_ledger(const char* name) noexcept;
 

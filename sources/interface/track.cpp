@@ -84,11 +84,7 @@ int create_track(const char* ifname, const char* name, const present_interface& 
   set_object(track, ifname);
   track.state = row.state == track_state::unknown ? track_state::down : track_state::unknown;
   take_over_published_state(track);
-  // What was published of an unknown state is the same as of down.
-  if (ot_is_restart() != 0 && row.state == track_state::unknown &&
-      track.state == track_state::down) {
-    track.state = track_state::unknown;
-  }
+  take_published_down_for_unknown(track);
   return add_track_record(track, who);
 }
 

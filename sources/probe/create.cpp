@@ -66,10 +66,7 @@ int make_track(const char* name, std::int32_t op_id, const qmon_stats& stats) no
   track.seconds_last_change = clock_realtime_seconds();
   if (ot_is_restart() != 0) {
     object_tracking_ledger_get_prb_track_state(name, &track.state);
-    // What is published of an unknown state is the same as of down.
-    if (track.source_state == track_state::unknown && track.state == track_state::down) {
-      track.state = track_state::unknown;
-    }
+    take_published_down_for_unknown(track);
   }
   const int status = add_track_record(track, create_name);
   if (status == status_ok) {
