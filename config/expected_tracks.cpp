@@ -1,6 +1,7 @@
 #include "config/expected_tracks.h"
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <new>
 #include <string>

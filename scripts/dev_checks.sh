@@ -25,6 +25,8 @@ dev_lint() {
   check_headers || failed=1
   say "includes run downwards"
   scripts/check_includes || failed=1
+  say "standard headers"
+  scripts/check_standard_headers || failed=1
   say "shellcheck"
   shellcheck -x dev scripts/*.sh .ci/run packaging/*.bash-completion || failed=1
   say "clang-tidy"

@@ -2,6 +2,7 @@
 // that fails and after they have ended.
 #include <algorithm>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "platform/common/timer_driver.h"

@@ -8,6 +8,7 @@
 #include "platform/records/program.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace ot {
 namespace {

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "platform/linux/monotonic.h"
 #include "tests/qmond/table_fixture.h"

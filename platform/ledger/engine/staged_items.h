@@ -2,6 +2,7 @@
 // looked at and nothing is stored yet.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>

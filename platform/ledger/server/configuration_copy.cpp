@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <ctime>
+#include <new>
 
 #include "platform/common/root_path.h"
 #include "platform/ledger/item.h"

@@ -7,6 +7,7 @@
 #include <linux/rtnetlink.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "platform/event_connections.h"
 #include "platform/linux/loop/sd_event.h"

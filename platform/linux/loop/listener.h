@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <systemd/sd-event.h>
 
+#include <cstdint>
 #include <string>
 
 #include "platform/linux/unique_fd.h"

@@ -1,5 +1,7 @@
 // The BFD client and an engine that does what it should: sessions made, given up, lost and found
 // again.
+#include <utility>
+
 #include "platform/status.h"
 #include "tests/contract/linux/bfd_client_fixture.h"
 

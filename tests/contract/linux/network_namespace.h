@@ -6,6 +6,7 @@
 #include <sched.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <string>
 #include <thread>

@@ -2,6 +2,7 @@
 // test's own.
 #include "tests/contract/probe_test_bed.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <map>

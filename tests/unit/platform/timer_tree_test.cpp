@@ -3,7 +3,10 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <random>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "platform/event_manager.h"

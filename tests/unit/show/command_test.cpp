@@ -1,6 +1,7 @@
 // "show track" as a whole: arguments, reading from the service, failures.
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 
 #include "core/start/main.h"
 #include "platform/err_string.h"

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <new>
 #include <string>
 #include <utility>
 #include <vector>
