@@ -18,10 +18,12 @@ struct rtclient;
 
 inline constexpr std::uint32_t fib_family_ipv4 = 12;
 
-// What a look-up found. Owned by the caller until rtclient_lookup_free.
+// What a look-up found. Owned by the caller until rtclient_lookup_free. The router's own addresses
+// are beside the routes: one hides none of the routes that cover it.
 struct rtclient_result {
   bool route_found = false;
   std::uint32_t prefix_length = 0;  // of the longest match
+  bool own_address = false;         // the router's own, and so a host route of itself
   fixed_text<64> first_hop;         // egress interface; the first one of a multipath route
 };
 
@@ -63,8 +65,9 @@ int rtclient_init(const rtclient_parameters& parameters, const rtclient_callback
 // Ends the client; no callback comes any more.
 void rtclient_close(rtclient* client) noexcept;
 
-// Longest match of one address in one table. 0 with a result to be released, or a status code with
-// `ret` null.
+// Longest match of one address in one table. During `changed`, for the prefix that it is about, it
+// is the one that the notification stands for. 0 with a result to be released, or a status code
+// with `ret` null.
 int rtclient_lookup(rtclient* client, std::uint32_t family, std::uint32_t table_id,
                     std::uint32_t address, rtclient_result** ret) noexcept;
 // Null is allowed.

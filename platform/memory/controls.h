@@ -105,6 +105,14 @@ inline constexpr std::uint32_t main_table = 254;
 void route_added(const char* address, std::uint32_t length, std::string_view first_hop,
                  std::uint32_t table = main_table);
 void route_removed(const char* address, std::uint32_t length, std::uint32_t table = main_table);
+// An address of the router's own, which is looked up beside the routes of its VRF's table.
+void own_address_added(const char* address, std::uint32_t table = main_table);
+void own_address_removed(const char* address, std::uint32_t table = main_table);
+
+// While events are held, the FIB's clients look at nothing but when the events are read: at what
+// has changed since, as it is then. Notifications follow in the loop as ever.
+void fib_events_held(bool held);
+void fib_events_read();
 
 // The FIB's connection is lost, with what was registered over it, and comes back.
 void fib_gone();

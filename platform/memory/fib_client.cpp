@@ -8,8 +8,10 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "platform/common/watched_prefixes.h"
 #include "platform/ipv4.h"
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/controls.h"
@@ -20,46 +22,50 @@
 namespace ot {
 namespace {
 
-std::uint32_t bits_of(std::uint32_t length) noexcept {
-  return ntohl(ipv4_prefixlen2mask(length));
+fib_prefix prefix_of(const rtclient_registration& registration) noexcept {
+  return {registration.table_id, registration.prefix, registration.prefix_length};
 }
 
-// Host byte order inside, so that prefixes order and compare as numbers.
-struct field_prefix {
-  std::uint32_t table = 0;
-  std::uint32_t address = 0;
-  std::uint32_t length = 0;
+bool contains(const fib_prefix& prefix, std::uint32_t address) noexcept {
+  return ((prefix.address ^ address) & ipv4_prefixlen2mask(prefix.length)) == 0;
+}
 
-  friend auto operator<=>(const field_prefix&, const field_prefix&) = default;
-  // Whether one of the two contains the other.
-  [[nodiscard]] bool overlaps(const field_prefix& other) const noexcept {
-    return length <= other.length ? contains(other.address) : other.contains(address);
-  }
-  [[nodiscard]] bool contains(std::uint32_t host) const noexcept {
-    return ((host ^ address) & bits_of(length)) == 0;
-  }
-};
+int find_route(void* /*context*/, const fib_prefix& prefix, rtclient_result* ret);
 
 }  // namespace
 
 struct rtclient {
   evm* manager = nullptr;
   rtclient_callbacks callbacks;
-  std::set<field_prefix> registered;
+  watched_prefixes prefixes{find_route, nullptr};
 };
 
 namespace {
 
 constexpr int fib_not_running = 111;  // ECONNREFUSED
+constexpr std::uint32_t host_length = 32;
 
 struct fib_part {
   bool running = true;
-  std::map<field_prefix, std::string> routes;  // with the first hop
+  std::map<fib_prefix, std::string> routes;  // with the first hop
+  std::set<fib_prefix> own_addresses;
   std::vector<std::unique_ptr<rtclient>> clients;
+  bool events_held = false;
+  std::vector<fib_prefix> unseen;  // changes whose events nobody has read yet
 };
 
-field_prefix prefix_of(const rtclient_registration& registration) noexcept {
-  return {registration.table_id, ntohl(registration.prefix), registration.prefix_length};
+int find_route(void* /*context*/, const fib_prefix& prefix, rtclient_result* ret) {
+  const fib_part& part = world_part<fib_part>();
+  for (const auto& [route, first_hop] : part.routes) {
+    const bool longer = !ret->route_found || route.length > ret->prefix_length;
+    if (route.table == prefix.table && contains(route, prefix.address) && longer) {
+      ret->route_found = true;
+      ret->prefix_length = route.length;
+      ret->first_hop.assign(first_hop);
+    }
+  }
+  ret->own_address = part.own_addresses.count({prefix.table, prefix.address, host_length}) != 0;
+  return status_ok;
 }
 
 // A client may be gone when what was posted for it runs.
@@ -79,21 +85,25 @@ void post(rtclient* client, Call call) {
   });
 }
 
-void notify(rtclient* client, const field_prefix& prefix) {
-  post(client, [prefix](rtclient& notified) {
-    const rtclient_notification notification{fib_family_ipv4, prefix.table, htonl(prefix.address),
-                                             prefix.length};
-    notified.callbacks.changed(&notification);
-  });
+void notify(rtclient* client) {
+  post(client, [](rtclient& notified) { notified.prefixes.notify(notified.callbacks.changed); });
 }
 
-void notify_overlapping(const field_prefix& changed) {
-  for (const auto& client : world_part<fib_part>().clients) {
-    for (const field_prefix& prefix : client->registered) {
-      if (prefix.table == changed.table && prefix.overlaps(changed)) {
-        notify(client.get(), prefix);
-      }
-    }
+void look() {
+  fib_part& part = world_part<fib_part>();
+  const std::vector<fib_prefix> changed = std::move(part.unseen);
+  part.unseen.clear();
+  for (const auto& client : part.clients) {
+    client->prefixes.look_at_related(changed);
+    notify(client.get());
+  }
+}
+
+void note_change(const fib_prefix& changed) {
+  fib_part& part = world_part<fib_part>();
+  part.unseen.push_back(changed);
+  if (!part.events_held) {
+    look();
   }
 }
 
@@ -104,10 +114,10 @@ int call_error(std::string_view operation) noexcept {
   return world_part<fib_part>().running ? status_ok : fib_not_running;
 }
 
-field_prefix field_route(std::uint32_t table, const char* address, std::uint32_t length) {
+fib_prefix field_route(std::uint32_t table, const char* address, std::uint32_t length) {
   in_addr parsed{};
   inet_pton(AF_INET, address, &parsed);
-  return {table, ntohl(parsed.s_addr), length};
+  return {table, parsed.s_addr, length};
 }
 
 }  // namespace
@@ -121,8 +131,10 @@ int rtclient_init(const rtclient_parameters& parameters, const rtclient_callback
   note_introduction("rtclient_init", {parameters.client_name, std::to_string(parameters.mode),
                                       std::to_string(parameters.channel)});
   fib_part& part = world_part<fib_part>();
-  part.clients.push_back(std::make_unique<rtclient>(rtclient{parameters.manager, callbacks, {}}));
+  part.clients.push_back(std::make_unique<rtclient>());
   *ret = part.clients.back().get();
+  (*ret)->manager = parameters.manager;
+  (*ret)->callbacks = callbacks;
   if (part.running) {
     post(*ret, [](rtclient& client) { client.callbacks.reconnected(); });
   }
@@ -135,11 +147,12 @@ void rtclient_close(rtclient* client) noexcept {
                 [client](const auto& c) { return c.get() == client; });
 }
 
-int rtclient_lookup(rtclient* /*client*/, std::uint32_t family, std::uint32_t table_id,
+int rtclient_lookup(rtclient* client, std::uint32_t family, std::uint32_t table_id,
                     std::uint32_t address, rtclient_result** ret) noexcept {
   alloc_faults_paused pause;
   *ret = nullptr;
   if (const auto ordered = take_failure("rtclient_lookup")) {
+    client->prefixes.report_failed();
     return ordered->result;  // 0: an answer without a result
   }
   if (!world_part<fib_part>().running) {
@@ -149,13 +162,10 @@ int rtclient_lookup(rtclient* /*client*/, std::uint32_t family, std::uint32_t ta
     return invalid_argument;
   }
   auto result = std::make_unique<rtclient_result>();
-  for (const auto& [prefix, first_hop] : world_part<fib_part>().routes) {
-    const bool longer = !result->route_found || prefix.length > result->prefix_length;
-    if (prefix.table == table_id && prefix.contains(ntohl(address)) && longer) {
-      result->route_found = true;
-      result->prefix_length = prefix.length;
-      result->first_hop.assign(first_hop);
-    }
+  if (const rtclient_result* reported = client->prefixes.being_reported(table_id, address)) {
+    *result = *reported;
+  } else {
+    find_route(nullptr, {table_id, address, host_length}, result.get());
   }
   *ret = result.release();
   return status_ok;
@@ -174,11 +184,13 @@ int rtclient_bulk_reg_notif(rtclient* client,
   for (const rtclient_registration& registration : prefixes) {
     note_introduction("rtclient_bulk_reg_notif",
                       {registration.client_name, std::to_string(registration.family)});
-    const field_prefix prefix = prefix_of(registration);
-    const bool is_new = client->registered.insert(prefix).second;
-    notify(client, prefix);
-    if (!is_new) {
-      return fib_already_registered;
+    const int status = client->prefixes.add(prefix_of(registration));
+    post(client, [](rtclient& notified) {
+      notified.prefixes.look_at_related({});
+      notified.prefixes.notify(notified.callbacks.changed);
+    });
+    if (status != status_ok) {
+      return status;
     }
   }
   return status_ok;
@@ -191,8 +203,8 @@ int rtclient_bulk_unreg_notif(rtclient* client,
     return code;
   }
   for (const rtclient_registration& registration : prefixes) {
-    if (client->registered.erase(prefix_of(registration)) == 0) {
-      return not_found_errno;
+    if (const int status = client->prefixes.remove(prefix_of(registration)); status != status_ok) {
+      return status;
     }
   }
   return status_ok;
@@ -202,22 +214,42 @@ namespace field {
 
 void route_added(const char* address, std::uint32_t length, std::string_view first_hop,
                  std::uint32_t table) {
-  const field_prefix prefix = field_route(table, address, length);
+  const fib_prefix prefix = field_route(table, address, length);
   world_part<fib_part>().routes[prefix] = first_hop;
-  notify_overlapping(prefix);
+  note_change(prefix);
 }
 
 void route_removed(const char* address, std::uint32_t length, std::uint32_t table) {
-  const field_prefix prefix = field_route(table, address, length);
+  const fib_prefix prefix = field_route(table, address, length);
   world_part<fib_part>().routes.erase(prefix);
-  notify_overlapping(prefix);
+  note_change(prefix);
+}
+
+void own_address_added(const char* address, std::uint32_t table) {
+  const fib_prefix prefix = field_route(table, address, host_length);
+  world_part<fib_part>().own_addresses.insert(prefix);
+  note_change(prefix);
+}
+
+void own_address_removed(const char* address, std::uint32_t table) {
+  const fib_prefix prefix = field_route(table, address, host_length);
+  world_part<fib_part>().own_addresses.erase(prefix);
+  note_change(prefix);
+}
+
+void fib_events_held(bool held) {
+  world_part<fib_part>().events_held = held;
+}
+
+void fib_events_read() {
+  look();
 }
 
 void fib_gone() {
   fib_part& part = world_part<fib_part>();
   part.running = false;
   for (const auto& client : part.clients) {
-    client->registered.clear();
+    client->prefixes.clear();
     post(client.get(), [](rtclient& notified) { notified.callbacks.disconnected(); });
   }
 }
@@ -233,7 +265,7 @@ void fib_back() {
 std::size_t fib_registrations() {
   std::size_t count = 0;
   for (const auto& client : world_part<fib_part>().clients) {
-    count += client->registered.size();
+    count += client->prefixes.size();
   }
   return count;
 }

@@ -23,6 +23,7 @@ namespace {
 constexpr const char client_name[] = "object_tracking";
 constexpr std::uint32_t client_mode = 1;
 constexpr std::uint32_t client_channel = 3225;
+constexpr std::uint32_t host_length = 32;
 
 rtclient* client = nullptr;  // null until initialised
 robust_mutex notification_mutex;
@@ -47,6 +48,21 @@ std::uint32_t translate(translation look_up, std::uint32_t id, std::uint32_t fal
 
 void trace_translation(const char* who, std::uint32_t table_id, std::uint32_t vrf_id) noexcept {
   OT_TRACE_DETAIL("(%s): TableID 0x%08X VrfID 0x%08X", who, table_id, vrf_id);
+}
+
+// Whether the entry and all of its tracks have that state. A track that was tied while the route
+// changed may have seen another one than those before it.
+bool is_known_everywhere(const route_entry& entry, track_state state) noexcept {
+  if (entry.reach_state != static_cast<std::uint32_t>(state)) {
+    return false;
+  }
+  for (const track_name_node* node = entry.tracks; node != nullptr; node = node->next) {
+    const ot_track* track = hash_db_get_track_item(node->name.c_str());
+    if (track != nullptr && track->source_state != state) {
+      return false;
+    }
+  }
+  return true;
 }
 
 // The first failure ends the walk.
@@ -139,9 +155,11 @@ int ot_fec_unregister(std::uint32_t prefix, std::uint32_t mask, std::uint32_t vr
   return status;
 }
 
+// An address of the router's own is reachable as a host route, whatever route covers it.
 track_state reachability_of(const rtclient_result* result, std::uint32_t mask) noexcept {
-  const bool up = result != nullptr && result->route_found &&
-                  result->prefix_length == ipv4_mask2prefixlen(mask);
+  const std::uint32_t length = ipv4_mask2prefixlen(mask);
+  const bool up = result != nullptr && ((result->route_found && result->prefix_length == length) ||
+                                        (result->own_address && length == host_length));
   return up ? track_state::up : track_state::down;
 }
 
@@ -183,7 +201,7 @@ void ot_fec_notif_handler(const rtclient_notification* notification) {
     return;
   }
   const track_state reachability = reachability_of(result.get(), mask);
-  if (static_cast<std::uint32_t>(reachability) != entry->reach_state) {
+  if (!is_known_everywhere(*entry, reachability)) {
     object_tracking_change_route_state(prefix, mask, vrf.c_str(), reachability);
   }
 }

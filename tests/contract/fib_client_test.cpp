@@ -104,16 +104,20 @@ class fib_contract : public contract_test {
     return came;
   }
 
-  // "LENGTH INTERFACE" of the longest match, or "none".
+  // "LENGTH INTERFACE" of the longest match, or "none"; "own" if the address is the router's.
   std::string match(const char* address, std::uint32_t table = main_table) {
     rtclient_result* result = nullptr;
     EXPECT_EQ(rtclient_lookup(client_, fib_family_ipv4, table, address_of(address), &result), 0);
     const std::unique_ptr<rtclient_result, void (*)(rtclient_result*)> owner{result,
                                                                              rtclient_lookup_free};
-    if (result == nullptr || !result->route_found) {
+    if (result == nullptr) {
       return "none";
     }
-    return std::to_string(result->prefix_length) + " " + std::string{result->first_hop.view()};
+    const std::string own = result->own_address ? " own" : "";
+    return (result->route_found ? std::to_string(result->prefix_length) + " " +
+                                      std::string{result->first_hop.view()}
+                                : "none") +
+           own;
   }
 
   rtclient* client_ = nullptr;
@@ -150,6 +154,41 @@ TEST_F(fib_contract, a_default_route_matches_with_length_0) {
   open();
   add_route("0.0.0.0/0", "ct0");
   EXPECT_EQ(match("192.0.2.0"), "0 ct0");
+}
+
+TEST_F(fib_contract, an_address_of_the_routers_own_hides_no_route) {
+  open();
+  watch(registration("192.0.2.0", 31));
+  add_address("192.0.2.0/31", "ct0");
+  EXPECT_TRUE(reported_within_time("192.0.2.0/31 table 254"));
+  EXPECT_EQ(match("192.0.2.0"), "31 ct0 own");
+  EXPECT_EQ(match("192.0.2.1"), "31 ct0");
+}
+
+// What the client is told of is what it finds when it looks, although the route has changed since.
+TEST_F(fib_contract, a_look_up_in_a_notification_is_what_it_stands_for) {
+  static rtclient* client;
+  static std::vector<bool> found;
+  found.clear();
+  const rtclient_callbacks callbacks{
+      [](const rtclient_notification* notification) {
+        note_change(notification);
+        if (found.empty()) {
+          add_route("192.0.2.0/24", "ct0");  // after the look that is being reported
+        }
+        rtclient_result* result = nullptr;
+        ASSERT_EQ(
+            rtclient_lookup(client, fib_family_ipv4, main_table, notification->prefix, &result), 0);
+        found.push_back(result->route_found);
+        rtclient_lookup_free(result);
+      },
+      note_loss, note_connection};
+  ASSERT_EQ(rtclient_init({"contract", 1, manager(), 3225}, callbacks, &client), 0);
+  client_ = client;
+  ASSERT_TRUE(run_until([this] { return !news_.empty(); }));
+  ASSERT_EQ(rtclient_bulk_reg_notif(client_, {&net24, 1}), 0);
+  ASSERT_TRUE(run_until([] { return found.size() >= 2; }));
+  EXPECT_EQ(found, (std::vector<bool>{false, true}));
 }
 
 TEST_F(fib_contract, a_look_up_of_another_family_is_refused) {

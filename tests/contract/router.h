@@ -15,6 +15,9 @@ void add_route(const std::string& prefix, const std::string& interface,
                std::uint32_t table = main_table);
 void remove_route(const std::string& prefix, std::uint32_t table = main_table);
 
+// An address of the router's own, "ADDRESS/LENGTH", with the route that it makes to its link.
+void add_address(const std::string& address, const std::string& interface);
+
 // Why VRFs cannot be made here; empty when they can. Asked when interfaces can be made.
 std::string vrfs_unavailable();
 void make_vrf(const std::string& name, std::uint32_t table);

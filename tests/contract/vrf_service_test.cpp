@@ -170,14 +170,15 @@ TEST_F(changing_vrfs_contract, a_registration_for_a_vrf_to_come_is_reported_when
   const std::uint32_t id = id_of("red");
   EXPECT_EQ(news_[0], "+red " + std::to_string(id));
   EXPECT_EQ(ask(nullptr, id), "red " + std::to_string(id));
-  EXPECT_EQ(table_of(id), 10U);
-  EXPECT_EQ(vrf_of(10), id);
+  EXPECT_NE(table_of(id), 0U);
+  EXPECT_EQ(vrf_of(table_of(id)), id);
 }
 
 TEST_F(changing_vrfs_contract, a_deletion_is_reported_with_the_id_that_was) {
   make_vrf("red", 10);
   ASSERT_TRUE(run_until([this] { return id_of("red") != 0; }));
   const std::uint32_t id = id_of("red");
+  const std::uint32_t table = table_of(id);
   watch("red");
   let_pass(manager(), 20ms);
   EXPECT_EQ(news_, news{}) << "the present state is not reported";
@@ -186,21 +187,32 @@ TEST_F(changing_vrfs_contract, a_deletion_is_reported_with_the_id_that_was) {
   EXPECT_EQ(news_[0], "-red " + std::to_string(id));
   EXPECT_EQ(ask("red"), "none");
   EXPECT_EQ(table_of(id), 0U);
-  EXPECT_EQ(vrf_of(10), 0U);
+  EXPECT_EQ(vrf_of(table), 0U);
 }
 
 TEST_F(changing_vrfs_contract, a_vrf_made_anew_has_another_id) {
   watch("red");
   make_vrf("red", 10);
   ASSERT_TRUE(reported(1));
+  const std::uint32_t table = table_of(id_of("red"));
   remove_vrf("red");
   make_vrf("red", 20);
   ASSERT_TRUE(reported(3));
   EXPECT_EQ(news_[1], "-" + news_[0].substr(1));
   EXPECT_EQ(news_[2], "+red " + std::to_string(id_of("red")));
   EXPECT_NE(news_[2], news_[0]);
-  EXPECT_EQ(table_of(id_of("red")), 20U);
-  EXPECT_EQ(vrf_of(10), 0U);
+  EXPECT_NE(table_of(id_of("red")), table);
+  EXPECT_EQ(vrf_of(table), 0U);
+}
+
+// Whoever registers prefixes in one of them is notified of both.
+TEST_F(changing_vrfs_contract, vrfs_that_share_a_table_have_table_ids_of_their_own) {
+  make_vrf("red", 10);
+  make_vrf("blue", 10);
+  ASSERT_TRUE(run_until([this] { return id_of("red") != 0 && id_of("blue") != 0; }));
+  for (const char* name : {"red", "blue"}) {
+    EXPECT_EQ(vrf_of(table_of(id_of(name))), id_of(name)) << name;
+  }
 }
 
 TEST_F(changing_vrfs_contract, only_who_registered_for_a_vrf_is_notified_of_it) {

@@ -184,3 +184,68 @@ def test_a_flood_of_other_routes_leaves_every_track_right(routed):
         routed.net.ip_batch([f"route del 172.{16 + i // 250}.{i % 250}.0/24"
                              for i in range(3750)])
         routed.wait_state("r", "down" if number % 2 == 0 else "up")
+
+
+# What hides the main table from a packet hides it from nobody who asks what is in it.
+@pytest.mark.parametrize("rule", [
+    "pref 100 lookup 100",
+    "pref 100 to 192.0.2.0/24 lookup 100",
+    "pref 100 not fwmark 0xca6c lookup 100",
+    "pref 100 iif lo lookup 100",
+    "pref 100 unreachable",
+    "pref 100 blackhole",
+    "pref 100 prohibit",
+    "pref 100 lookup main suppress_prefixlength 31",
+])
+def test_a_policy_rule_hides_no_route(routed, rule):
+    events = routed.follow(tracks=["r"])
+    routed.net.ip("route add 192.0.0.0/8 via 10.0.0.3 table 100")
+    routed.net.ip(f"rule add {rule}")
+    settled(routed)
+    assert routed.state("r") == "up"
+    routed.net.ip(f"route del {ROUTE}")
+    events.expect(("r", "down"))
+    routed.net.ip(f"route add {ROUTE} via {GATEWAY}")
+    events.expect(("r", "up"))
+    routed.net.ip(f"rule del {rule}")
+    routed.net.ip(f"route del {ROUTE}")
+    events.expect(("r", "down"))
+
+
+def test_a_route_in_a_table_that_a_rule_asks_first_is_none_of_the_main_table(routed):
+    routed.net.ip(f"route del {ROUTE}")
+    routed.wait_state("r", "down")
+    routed.net.ip(f"route add {ROUTE} via 10.0.0.3 table 100")
+    routed.net.ip("rule add pref 100 lookup 100")
+    settled(routed)
+    assert routed.state("r") == "down"
+
+
+# The router's own address is found before the route to its link.
+@pytest.mark.parametrize("own, prefix", [("10.9.0.0/31", "10.9.0.0/31"),
+                                         ("10.9.0.1/31", "10.9.0.0/31"),
+                                         ("10.9.0.4/30", "10.9.0.4/30")])
+def test_a_connected_route_is_up_whichever_address_is_ours(service, own, prefix):
+    service.net.link("up0")
+    service.ctl("set", "link", "route", prefix)
+    service.ctl("set", "self", "route", own.split("/")[0] + "/32")
+    service.wait_state("self", "down")
+    service.net.ip(f"address add {own} dev up0")
+    service.wait_state("link", "up")
+    service.wait_state("self", "up")
+    service.net.ip(f"address del {own} dev up0")
+    service.wait_state("link", "down")
+    service.wait_state("self", "down")
+
+
+def test_a_dead_route_leaves_the_next_shorter_one_in_force(routed):
+    """Of two routes that begin alike, the longer one ends with its link."""
+    routed.net.link("up1")
+    routed.net.ip("address add 10.0.1.1/24 dev up1")
+    routed.net.ip(f"route add 192.0.2.0/23 via {GATEWAY}")
+    routed.net.ip("route replace 192.0.2.0/24 via 10.0.1.2 dev up1")
+    routed.ctl("set", "wide", "route", "192.0.2.0/23")
+    routed.wait_state("wide", "down")
+    routed.net.ip("link set up1 down")
+    routed.wait_state("wide", "up")
+    routed.wait_state("r", "down")

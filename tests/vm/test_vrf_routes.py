@@ -136,3 +136,68 @@ def test_show_prints_vrf_and_first_hop(router):
         "\tIp route 192.0.2.0 255.255.255.0 reachability ip vrf blue\n"
         "\tReachability is DOWN \n"
         "\t1 change, last change TIME\n")
+
+
+def test_vrfs_that_share_a_table_both_follow_it(router):
+    """Also when the sharing has ended, whichever of them goes."""
+    router.net.ip("link add green type vrf table 10", "link set green up")
+    router.ctl("set", "green", "route", ROUTE, "--vrf", "green")
+    add(router, 10, "r0")
+    router.wait_states(red="up", green="up", blue="down", default="down")
+    delete(router, 10)
+    router.wait_states(red="down", green="down")
+    router.net.ip("link del green")
+    add(router, 10, "r0")
+    router.wait_states(red="up", green="down")
+    router.net.ip("link add green type vrf table 10", "link set green up")
+    router.wait_states(red="up", green="up")
+    router.net.ip("link set r0 nomaster", "link del red")
+    router.wait_states(red="down")
+    router.net.ip("link set r0 master green")
+    router.net.ip(f"route replace {ROUTE} via 10.0.0.2 dev r0 table 10")
+    router.wait_states(green="up", red="down")
+    delete(router, 10)
+    router.wait_states(green="down")
+    router.net.ip("link add red type vrf table 30", "link set red up")
+    router.net.ip(f"route add {ROUTE} via 10.0.0.2 dev d0 table 30")
+    router.wait_states(red="up", green="down")
+
+
+def test_a_vrf_on_the_main_table(router):
+    router.net.ip("link add green type vrf table 254", "link set green up")
+    router.ctl("set", "green", "route", ROUTE, "--vrf", "green")
+    add(router, "main", "d0")
+    router.wait_states(green="up", default="up", red="down")
+    delete(router, "main")
+    router.wait_states(green="down", default="down")
+    add(router, "main", "d0")
+    router.wait_states(green="up", default="up")
+    router.net.ip("link del green")
+    router.wait_states(green="down", default="up")
+    delete(router, "main")
+    router.wait_states(green="down", default="down")
+
+
+@pytest.mark.parametrize("rule", ["pref 100 lookup 100", "pref 100 oif red lookup 100",
+                                  "pref 100 unreachable", "pref 100 lookup main"])
+def test_a_policy_rule_hides_no_route_of_a_vrf(router, rule):
+    router.net.ip(f"route add {ROUTE} via 10.0.0.2 dev d0 table 100",
+                  "route add 192.0.0.0/8 via 10.0.0.2 dev d0")
+    add(router, 10, "r0")
+    router.wait_states(red="up")
+    router.net.ip(f"rule add {rule}")
+    router.net.ip(f"route add {ROUTE} via 10.0.0.2 dev b0 table 20")
+    router.wait_states(red="up", blue="up", default="down")
+    delete(router, 10)
+    router.wait_states(red="down", blue="up")
+    add(router, 10, "r0")
+    router.wait_states(red="up", blue="up")
+
+
+def test_a_connected_network_that_begins_with_our_own_address(router):
+    router.ctl("set", "link", "route", "10.9.0.0/31", "--vrf", "red")
+    router.ctl("set", "self", "route", "10.9.0.0/32", "--vrf", "red")
+    router.net.ip("address add 10.9.0.0/31 dev r0")
+    router.wait_states(link="up", self="up")
+    router.net.ip("address del 10.9.0.0/31 dev r0")
+    router.wait_states(link="down", self="down")

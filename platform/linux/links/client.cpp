@@ -10,7 +10,6 @@
 #include <utility>
 
 #include "platform/event_connections.h"
-#include "platform/linux/loop/sd_event.h"
 #include "platform/status.h"
 
 namespace ot {
@@ -20,9 +19,6 @@ namespace {
 // handed over between reads when it could not hold another one.
 constexpr std::size_t items_of_one_read = 128;
 static_assert(link_batch::capacity >= 2 * items_of_one_read);
-
-// After so many reads the loop's other sources get their turn.
-constexpr int reads_of_one_turn = 256;
 
 // How often a dump is tried again when links changed under it.
 constexpr int dump_attempts = 8;
@@ -45,43 +41,31 @@ struct dump_target {
 
 }  // namespace
 
+ifc_client::ifc_client(evm* manager, std::uint32_t connection_id) noexcept
+    : manager_(manager),
+      connection_id_(connection_id),
+      events_({on_event,
+               [](void* client) {
+                 return static_cast<ifc_client*>(client)->batch_.room() >= items_of_one_read;
+               },
+               [](void* client) { static_cast<ifc_client*>(client)->deliver(); }, on_lost},
+              this) {}
+
 int ifc_client::open() noexcept {
-  int status = events_.open_events(RTMGRP_LINK);
+  int status = events_.open(RTMGRP_LINK);
   if (status == status_ok) {
     status = requests_.open_requests();
   }
   if (status == status_ok) {
     status = dump(&links_);
   }
-  return status == status_ok ? attach() : status;
+  return status == status_ok ? events_.follow(manager_) : status;
 }
 
-int ifc_client::attach() noexcept {
-  const int r =
-      sd_event_add_io(evm_sd_event(manager_), &source_, events_.fd(), EPOLLIN, on_readable, this);
-  return r < 0 ? -r : status_ok;
-}
-
-int ifc_client::on_readable(sd_event_source* /*source*/, int /*fd*/, std::uint32_t /*events*/,
-                            void* client) {
-  static_cast<ifc_client*>(client)->read_events();
-  return 0;
-}
-
-void ifc_client::read_events() {
-  int status = status_ok;
-  for (int reads = 0; status == status_ok && reads < reads_of_one_turn; ++reads) {
-    if (batch_.room() < items_of_one_read) {
-      break;
-    }
-    status = events_.receive(on_event, this);
-  }
-  batch_.deliver(callback_, callback_manager_);
-  if (status == ENOBUFS) {
-    status = read_all_again();
-  }
-  if (status != status_ok && status != EAGAIN) {
-    broken();
+void ifc_client::on_lost(void* client, int status) {
+  auto* self = static_cast<ifc_client*>(client);
+  if (status != ENOBUFS || self->read_all_again() != status_ok) {
+    self->broken();
   }
 }
 
@@ -122,11 +106,7 @@ void ifc_client::withdraw(const link_record& gone) noexcept {
 // Deletions first: two links that swapped their names must both come out as present.
 int ifc_client::read_all_again() {
   link_cache fresh;
-  int status = events_.drain();
-  if (status == status_ok) {
-    status = dump(&fresh);
-  }
-  if (status != status_ok) {
+  if (const int status = dump(&fresh); status != status_ok) {
     return status;
   }
   std::swap(links_, fresh);
@@ -144,7 +124,7 @@ int ifc_client::read_all_again() {
     make_room();
     batch_.add_present(link, same ? link_difference(*old, link) & registered_ : registered_);
   }
-  batch_.deliver(callback_, callback_manager_);
+  deliver();
   return status_ok;
 }
 
@@ -157,19 +137,19 @@ int ifc_client::register_attribute(link_attributes attribute) {
     make_room();
     batch_.add_present(link, attribute);
   }
-  batch_.deliver(callback_, callback_manager_);
+  deliver();
   return status_ok;
 }
 
 void ifc_client::make_room() {
   if (batch_.room() == 0) {
-    batch_.deliver(callback_, callback_manager_);
+    deliver();
   }
 }
 
 // The socket is of no use any more: the connection's owner opens a new one.
 void ifc_client::broken() noexcept {
-  source_ = sd_event_source_disable_unref(source_);
+  events_.close();
   evm_conn_ended(manager_, connection_id_, evm_conn_failed);
 }
 

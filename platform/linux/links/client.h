@@ -4,10 +4,10 @@
 // Two netlink sockets: one for events, with a large buffer, one for questions, so that an answer is
 // never looked for among events. All on the thread of the manager it was opened on.
 //
-// The way of a change: kernel -> read_events -> link_record (record.h: line state and redundancy
+// The way of a change: kernel -> events_ -> link_record (record.h: line state and redundancy
 // from flags, operational state and bond role) -> compared with the record in links_ -> the
 // difference, as far as registered, into a bulk notification (batch.h) -> the client's callback, at
-// the end of the read. A rename is the old name's deletion and the new one's creation.
+// the end of the turn. A rename is the old name's deletion and the new one's creation.
 //
 // When the kernel had to drop events (ENOBUFS), everything is read again, compared with what was
 // last reported, and the differences follow as ordinary notifications. A socket that is broken ends
@@ -18,20 +18,19 @@
 // which the VRF service and the route look-ups share.
 #pragma once
 
-#include <systemd/sd-event.h>
+#include <cstdint>
 
 #include "platform/interface_manager.h"
 #include "platform/linux/links/batch.h"
 #include "platform/linux/links/record.h"
 #include "platform/linux/netlink/socket.h"
+#include "platform/linux/netlink/watch.h"
 
 namespace ot {
 
 class ifc_client {
  public:
-  ifc_client(evm* manager, std::uint32_t connection_id) noexcept
-      : manager_(manager), connection_id_(connection_id) {}
-  ~ifc_client() { sd_event_source_disable_unref(source_); }
+  ifc_client(evm* manager, std::uint32_t connection_id) noexcept;
   ifc_client(const ifc_client&) = delete;
   ifc_client& operator=(const ifc_client&) = delete;
 
@@ -53,11 +52,10 @@ class ifc_client {
   int look_up(std::uint32_t ifindex, link_record* ret) noexcept;
 
  private:
-  static int on_readable(sd_event_source* source, int fd, std::uint32_t events, void* client);
   static void on_event(void* client, const nlmsghdr& message);
+  static void on_lost(void* client, int status);
 
-  int attach() noexcept;
-  void read_events();
+  void deliver() { batch_.deliver(callback_, callback_manager_); }
   void apply(const link_record& now) noexcept;
   void withdraw(const link_record& gone) noexcept;
   int dump(link_cache* ret) noexcept;
@@ -71,9 +69,8 @@ class ifc_client {
   evm* callback_manager_ = nullptr;
   ifc_callback callback_ = nullptr;
   link_attributes registered_ = 0;
-  netlink_socket events_;
+  netlink_watch events_;
   netlink_socket requests_;
-  sd_event_source* source_ = nullptr;
   link_cache links_;
   link_batch batch_;
 };

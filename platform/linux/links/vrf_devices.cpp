@@ -4,10 +4,10 @@
 
 #include <linux/if_link.h>
 #include <linux/rtnetlink.h>
-#include <sys/epoll.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <ctime>
 #include <new>
 
 #include "platform/common/vrf_requests.h"
@@ -20,6 +20,11 @@ namespace {
 
 // How often a dump is tried again when links changed under it.
 constexpr int dump_attempts = 8;
+
+constexpr std::uint64_t retry_after = 100'000;  // microseconds
+
+// The first of the ids of VRFs' own tables; an ifindex is smaller than this.
+constexpr std::uint32_t own_table = 0x80000000;
 
 const vrf_device default_device{vrf_text{"default"}, default_vrf_id, default_vrf_table};
 
@@ -65,28 +70,33 @@ bool read_device(const nlmsghdr& message, vrf_device& ret) noexcept {
 
 }  // namespace
 
+vrf_devices::vrf_devices() noexcept : events_({on_event, nullptr, on_taken, on_lost}, this) {}
+
 int vrf_devices::open(evm* manager, observer notified) noexcept {
-  if (source_ != nullptr) {
+  if (manager_ != nullptr) {
     return status_ok;
   }
-  observer_ = notified;
-  int status = events_.open_events(RTMGRP_LINK);
+  int status = events_.open(RTMGRP_LINK);
   if (status == status_ok) {
     status = requests_.open_requests();
   }
   if (status == status_ok) {
     status = dump(&devices_);
   }
-  if (status != status_ok) {
-    return status;
+  if (status == status_ok) {
+    status = events_.follow(manager);
   }
-  const int r =
-      sd_event_add_io(evm_sd_event(manager), &source_, events_.fd(), EPOLLIN, on_readable, this);
-  return r < 0 ? -r : status_ok;
+  if (status == status_ok) {
+    manager_ = manager;
+    observer_ = notified;
+  }
+  return status;
 }
 
 void vrf_devices::close() noexcept {
-  source_ = sd_event_source_disable_unref(source_);
+  events_.close();
+  retry_ = sd_event_source_disable_unref(retry_);
+  manager_ = nullptr;
 }
 
 const vrf_device* vrf_devices::named(std::string_view name) const noexcept {
@@ -101,32 +111,52 @@ const vrf_device* vrf_devices::with_id(std::uint32_t id) const noexcept {
   return it != devices_.end() ? &*it : id == default_vrf_id ? &default_device : nullptr;
 }
 
-const vrf_device* vrf_devices::with_table(std::uint32_t table) const noexcept {
-  const auto it = std::find_if(devices_.begin(), devices_.end(),
-                               [table](const vrf_device& d) { return d.table == table; });
-  return it != devices_.end() ? &*it : table == default_vrf_table ? &default_device : nullptr;
+const vrf_device* vrf_devices::with_table_id(std::uint32_t table_id) const noexcept {
+  return table_id == default_vrf_table ? &default_device
+         : table_id >= own_table       ? with_id(table_id - own_table)
+                                       : nullptr;
 }
 
 // Reporting may ask the kernel, which needs the read's buffer: everything is read first.
-int vrf_devices::on_readable(sd_event_source*, int, std::uint32_t, void* self) {
+void vrf_devices::on_taken(void* self) {
   auto& devices = *static_cast<vrf_devices*>(self);
-  int status = status_ok;
-  while (status == status_ok) {
-    status = devices.events_.receive(on_event, self);
-  }
-  const bool lost = status == ENOBUFS || devices.missed_;
   const std::vector<vrf_event> news = std::move(devices.news_);
   devices.news_.clear();
-  devices.missed_ = false;
   try {
     devices.take(news);
-    if (lost) {
-      devices.read_all_again();
-    }
   } catch (const std::bad_alloc&) {
-    devices.missed_ = true;  // all are read with the next event
+    devices.missed_ = true;
+  }
+  if (devices.missed_) {
+    devices.retry_later();
+  }
+}
+
+void vrf_devices::on_lost(void* self, int status) {
+  auto& devices = *static_cast<vrf_devices*>(self);
+  if ((status == ENOBUFS ? devices.read_all_again() : devices.start_anew()) != status_ok) {
+    devices.retry_later();
+  }
+}
+
+int vrf_devices::on_retry(sd_event_source*, std::uint64_t, void* self) {
+  auto& devices = *static_cast<vrf_devices*>(self);
+  if (devices.start_anew() != status_ok) {
+    devices.retry_later();
   }
   return 0;
+}
+
+int vrf_devices::start_anew() {
+  int status = events_.open(RTMGRP_LINK);
+  if (status == status_ok) {
+    status = events_.follow(manager_);
+  }
+  return status == status_ok ? read_all_again() : status;
+}
+
+void vrf_devices::retry_later() noexcept {
+  evm_start_timer(manager_, &retry_, CLOCK_BOOTTIME, retry_after, on_retry, this);
 }
 
 void vrf_devices::take(const std::vector<vrf_event>& news) {
@@ -186,13 +216,13 @@ int vrf_devices::dump(std::vector<vrf_device>* ret) noexcept {
   return to.status != status_ok || status == EINTR ? to.status : status;
 }
 
-void vrf_devices::read_all_again() {
-  events_.drain();
+// What is known is compared with what there is, and the differences are reported.
+int vrf_devices::read_all_again() try {
   std::vector<vrf_device> now;
-  if (dump(&now) != status_ok) {
-    missed_ = true;
-    return;
+  if (const int status = dump(&now); status != status_ok) {
+    return status;
   }
+  missed_ = false;
   const std::vector<vrf_device> before = devices_;
   for (const vrf_device& device : before) {
     const bool stays = std::any_of(now.begin(), now.end(),
@@ -204,6 +234,9 @@ void vrf_devices::read_all_again() {
   for (const vrf_device& device : now) {
     apply(device);
   }
+  return status_ok;
+} catch (const std::bad_alloc&) {
+  return no_memory;
 }
 
 // A renamed device is another VRF.
@@ -228,6 +261,10 @@ void vrf_devices::withdraw(std::uint32_t id) {
   const vrf_device gone = *it;
   devices_.erase(it);
   observer_(gone, true);
+}
+
+std::uint32_t table_id_of(const vrf_device& vrf) noexcept {
+  return vrf.id == default_vrf_id ? default_vrf_table : own_table + vrf.id;
 }
 
 vrf_devices& the_vrf_devices() noexcept {

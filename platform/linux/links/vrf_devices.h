@@ -7,25 +7,31 @@
 #include <cstdint>
 #include <vector>
 
+#include "platform/common/vrf_requests.h"
 #include "platform/linux/netlink/socket.h"
+#include "platform/linux/netlink/watch.h"
 #include "platform/vrf_service.h"
 
 namespace ot {
 
 struct vrf_device {
   vrf_text name;
-  std::uint32_t id = 0;  // ifindex
-  std::uint32_t table = 0;
+  std::uint32_t id = 0;     // ifindex
+  std::uint32_t table = 0;  // the kernel's number
 
   friend bool operator==(const vrf_device&, const vrf_device&) = default;
 };
+
+// The FIB's id of a VRF's table: the number 254 for the default VRF, for others one of the VRF's
+// own. VRFs may share a table of the kernel, and each is looked up and notified by itself.
+std::uint32_t table_id_of(const vrf_device& vrf) noexcept;
 
 class vrf_devices {
  public:
   // Notified of each device that came or changed (`gone` false), and of each that went.
   using observer = void (*)(const vrf_device& device, bool gone);
 
-  vrf_devices() = default;
+  vrf_devices() noexcept;
   ~vrf_devices() { close(); }
   vrf_devices(const vrf_devices&) = delete;
   vrf_devices& operator=(const vrf_devices&) = delete;
@@ -37,7 +43,20 @@ class vrf_devices {
   // The device or null; the default VRF is one of them.
   [[nodiscard]] const vrf_device* named(std::string_view name) const noexcept;
   [[nodiscard]] const vrf_device* with_id(std::uint32_t id) const noexcept;
-  [[nodiscard]] const vrf_device* with_table(std::uint32_t table) const noexcept;
+  [[nodiscard]] const vrf_device* with_table_id(std::uint32_t table_id) const noexcept;
+
+  // Calls visit(table id) for each VRF whose routes are in the kernel's table of that number.
+  template <typename Visit>
+  void for_each_on(std::uint32_t table, Visit&& visit) const {
+    for (const vrf_device& device : devices_) {
+      if (device.table == table) {
+        visit(table_id_of(device));
+      }
+    }
+    if (table == default_vrf_table) {
+      visit(default_vrf_table);
+    }
+  }
 
  private:
   struct vrf_event {
@@ -45,22 +64,27 @@ class vrf_devices {
     bool gone = false;
   };
 
-  static int on_readable(sd_event_source* source, int fd, std::uint32_t events, void* self);
   static void on_event(void* self, const nlmsghdr& message);
+  static void on_taken(void* self);
+  static void on_lost(void* self, int status);
+  static int on_retry(sd_event_source* source, std::uint64_t usec, void* self);
 
+  int start_anew();
+  void retry_later() noexcept;
   int dump(std::vector<vrf_device>* ret) noexcept;
   void take(const std::vector<vrf_event>& news);
-  void read_all_again();
+  int read_all_again();
   void apply(const vrf_device& device);
   void withdraw(std::uint32_t id);
 
-  netlink_socket events_;
+  evm* manager_ = nullptr;  // null until open
+  netlink_watch events_;
   netlink_socket requests_;
-  sd_event_source* source_ = nullptr;
+  sd_event_source* retry_ = nullptr;
   observer observer_ = nullptr;
   std::vector<vrf_device> devices_;
   std::vector<vrf_event> news_;  // read and not reported yet
-  bool missed_ = false;          // news that found no memory
+  bool missed_ = false;          // there was news that found no memory
 };
 
 // The process's one set.

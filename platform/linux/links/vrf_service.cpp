@@ -108,13 +108,13 @@ int vmap_c_notif_unreg(vmap_lib* /*library*/, std::uint64_t handle) noexcept {
 int tblx_shm_lookup_vrf(std::uint32_t vrf_id, std::uint32_t* ret_table_id) noexcept {
   const vrf_device* device = the_vrf_devices().with_id(vrf_id);
   if (device != nullptr) {
-    *ret_table_id = device->table;
+    *ret_table_id = table_id_of(*device);
   }
   return device != nullptr ? status_ok : not_found_errno;
 }
 
 int tblx_shm_lookup_tbl(std::uint32_t table_id, std::uint32_t* ret_vrf_id) noexcept {
-  const vrf_device* device = the_vrf_devices().with_table(table_id);
+  const vrf_device* device = the_vrf_devices().with_table_id(table_id);
   if (device != nullptr) {
     *ret_vrf_id = device->id;
   }

@@ -11,6 +11,10 @@ namespace ot {
 namespace {
 
 constexpr int events_buffer = 8 * 1024 * 1024;
+
+// More messages than the buffer holds; a flood that goes on must not keep us here.
+constexpr int drain_max = 32'768;
+
 constexpr std::size_t read_size = 32'768;  // what the kernel fills in one go of a dump
 
 // One read at a time, on the loop's thread and never nested: the answers of a request are complete
@@ -76,10 +80,10 @@ int netlink_socket::receive(netlink_visit visit, void* context) noexcept {
 
 int netlink_socket::drain() noexcept {
   int status = 0;
-  while (status == 0 || status == ENOBUFS) {
+  for (int reads = 0; (status == 0 || status == ENOBUFS) && reads < drain_max; ++reads) {
     status = receive([](void*, const nlmsghdr&) {}, nullptr);
   }
-  return status == EAGAIN ? 0 : status;
+  return status == EAGAIN || status == ENOBUFS ? 0 : status;
 }
 
 int netlink_socket::request(nlmsghdr* message, netlink_visit visit, void* context) noexcept {

@@ -30,7 +30,8 @@ class netlink_socket {
   // Reads once and hands over each message that came. 0, EAGAIN when nothing waits, ENOBUFS when
   // events were lost, or another errno value.
   int receive(netlink_visit visit, void* context) noexcept;
-  // Throws away what waits. 0, or the errno value of a socket that is broken.
+  // Throws away what waits, as far as a flood lets it. 0, or the errno value of a socket that is
+  // broken.
   int drain() noexcept;
 
   // Sends the request (its flags and sequence are completed here) and hands over each message of

@@ -44,15 +44,7 @@ int rtclient_lookup(rtclient* client, std::uint32_t family, std::uint32_t table_
   if (family != fib_family_ipv4) {
     return invalid_argument;
   }
-  std::unique_ptr<rtclient_result> result{new (std::nothrow) rtclient_result{}};
-  if (result == nullptr) {
-    return no_memory;
-  }
-  const int status = client->session.find(address, table_id, result.get());
-  if (status == status_ok) {
-    *ret = result.release();
-  }
-  return status;
+  return client->session.find(address, table_id, ret);
 }
 
 void rtclient_lookup_free(rtclient_result* result) noexcept {

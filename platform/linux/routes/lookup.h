@@ -1,27 +1,19 @@
-// Routes as the kernel's messages describe them, and longest-match look-ups in its IPv4 routing
-// tables.
+// Longest-match look-ups in the kernel's IPv4 routing tables.
 #pragma once
-
-#include <linux/netlink.h>
 
 #include <array>
 #include <cstdint>
+#include <map>
+#include <optional>
 
 #include "platform/fib_client.h"
+#include "platform/linux/links/vrf_devices.h"
 #include "platform/linux/netlink/socket.h"
+#include "platform/linux/routes/policy_rules.h"
+#include "platform/linux/routes/record.h"
+#include "platform/linux/routes/table_contents.h"
 
 namespace ot {
-
-struct route_record {
-  std::uint32_t destination = 0;  // network byte order
-  std::uint32_t length = 0;
-  std::uint32_t table = 0;
-  std::uint32_t out_ifindex = 0;  // of the first next hop
-  bool usable = false;            // forwards, and not all of its next hops are dead
-};
-
-// Reads an IPv4 RTM_NEWROUTE or RTM_DELROUTE message; false when it is something else.
-bool route_record_read(const nlmsghdr& message, route_record* ret) noexcept;
 
 class route_lookup {
  public:
@@ -33,10 +25,20 @@ class route_lookup {
   // may be early, and may give an interface a name that it had before.
   void await_change() noexcept;
 
-  // The longest match of `address` (network byte order) in `table`, that of a VRF device or of the
-  // default VRF. A route whose next hops are all dead, or that refuses packets, is none. 0 or an
-  // errno value.
-  int find(std::uint32_t address, std::uint32_t table, rtclient_result* ret) noexcept;
+  // Something changed: what was read of one table, by the kernel's number, or of all is old. The
+  // rules are read again after a change of theirs only.
+  void forget_table(std::uint32_t table) noexcept { tables_.erase(table); }
+  void forget_tables() noexcept { tables_.clear(); }
+  void forget_rules() noexcept { hidden_.reset(); }
+
+  // The longest match of `address` (network byte order) in the table of that id (vrf_devices.h). A
+  // route whose next hops are all dead, or that refuses packets, is none; what the kernel keeps for
+  // addresses is none either. 0 or an errno value.
+  int find(std::uint32_t address, std::uint32_t table_id, rtclient_result* ret) noexcept;
+
+  // Whether look-ups have read whole tables since it was last counted anew.
+  void count_tables_anew() noexcept { has_read_tables_ = false; }
+  [[nodiscard]] bool has_read_tables() const noexcept { return has_read_tables_; }
 
  private:
   struct named_interface {
@@ -44,11 +46,19 @@ class route_lookup {
     fixed_text<64> name;
   };
 
-  int find_in_dump(std::uint32_t address, std::uint32_t table, rtclient_result* ret) noexcept;
+  int ask(std::uint32_t address, std::uint32_t vrf_device,
+          std::optional<route_record>* ret) noexcept;
+  int find_in_contents(std::uint32_t address, const vrf_device& vrf, rtclient_result* ret) noexcept;
+  int contents_of(std::uint32_t table, const table_contents** ret) noexcept;
+  bool is_up(std::uint32_t ifindex) noexcept;
+  bool may_be_hidden(const vrf_device& vrf) noexcept;
   void take(const route_record& route, rtclient_result* ret) noexcept;
   const fixed_text<64>& name_of(std::uint32_t ifindex) noexcept;
 
   netlink_socket requests_;
+  std::optional<hidden_tables> hidden_;             // as the rules were last read
+  std::map<std::uint32_t, table_contents> tables_;  // by the kernel's number
+  bool has_read_tables_ = false;
   std::array<named_interface, 64> names_;  // by the ifindex's last bits
 };
 

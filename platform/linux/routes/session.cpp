@@ -2,14 +2,15 @@
 #include "platform/linux/routes/session.h"
 
 #include <linux/rtnetlink.h>
-#include <sys/epoll.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <ctime>
+#include <memory>
 #include <new>
 
+#include "platform/linux/links/vrf_devices.h"
 #include "platform/linux/loop/sd_event.h"
 #include "platform/status.h"
 
@@ -20,12 +21,10 @@ constexpr std::uint64_t msec = 1000;
 constexpr std::uint64_t settle_after = 50 * msec;
 constexpr std::uint64_t pause_least = 1 * msec;
 constexpr std::uint64_t pause_most = 50 * msec;
+constexpr std::uint64_t tables_pause_most = 2'000 * msec;
 constexpr std::uint64_t pause_factor = 4;
 constexpr std::uint64_t audit_after = 30'000 * msec;
 constexpr std::uint64_t reconnect_after = 100 * msec;
-
-// Events come one a read. A flood of them must not keep the loop from its other work.
-constexpr int reads_max = 256;
 
 // More routes than this in one go are looked at as a change of everything.
 constexpr std::size_t changed_max = 64;
@@ -41,8 +40,21 @@ int arm(evm* manager, sd_event_source** timer, std::uint64_t after, sd_event_tim
 
 }  // namespace
 
+fib_session::fib_session(evm* manager, const rtclient_callbacks& callbacks) noexcept
+    : manager_(manager),
+      callbacks_(callbacks),
+      events_(
+          {on_event, nullptr, [](void* self) { static_cast<fib_session*>(self)->take_events(); },
+           [](void* self, int) { static_cast<fib_session*>(self)->disconnect(); }},
+          this),
+      prefixes_(
+          [](void* lookup, const fib_prefix& prefix, rtclient_result* ret) {
+            return static_cast<route_lookup*>(lookup)->find(prefix.address, prefix.table, ret);
+          },
+          &lookup_) {}
+
 fib_session::~fib_session() {
-  for (sd_event_source* source : {readable_, registered_, settled_, audit_, reconnect_}) {
+  for (sd_event_source* source : {registered_, settled_, audit_, reconnect_}) {
     sd_event_source_disable_unref(source);
   }
 }
@@ -53,19 +65,13 @@ int fib_session::start() noexcept {
 }
 
 int fib_session::connect() noexcept {
-  readable_ = sd_event_source_disable_unref(readable_);
-  int status = events_.open_events(groups);
+  int status = events_.open(groups);
   if (status == status_ok) {
     const int nexthops = RTNLGRP_NEXTHOP;
     setsockopt(events_.fd(), SOL_NETLINK, NETLINK_ADD_MEMBERSHIP, &nexthops, sizeof nexthops);
     status = lookup_.open();
   }
-  if (status != status_ok) {
-    return status;
-  }
-  const int r =
-      sd_event_add_io(evm_sd_event(manager_), &readable_, events_.fd(), EPOLLIN, on_readable, this);
-  return r < 0 ? -r : status_ok;
+  return status == status_ok ? events_.follow(manager_) : status;
 }
 
 int fib_session::on_connect(sd_event_source*, std::uint64_t, void* self) {
@@ -80,7 +86,7 @@ int fib_session::on_connect(sd_event_source*, std::uint64_t, void* self) {
 
 // Events were lost: nobody knows which. What was registered is registered anew by its owner.
 void fib_session::disconnect() {
-  readable_ = sd_event_source_disable_unref(readable_);
+  events_.close();
   prefixes_.clear();
   changed_.clear();
   looked_inside_ = 0;
@@ -90,8 +96,21 @@ void fib_session::disconnect() {
   arm(manager_, &reconnect_, 0, on_connect, this);
 }
 
-int fib_session::find(std::uint32_t address, std::uint32_t table, rtclient_result* ret) noexcept {
-  return lookup_.find(address, table, ret);
+int fib_session::find(std::uint32_t address, std::uint32_t table_id,
+                      rtclient_result** ret) noexcept {
+  std::unique_ptr<rtclient_result> result{new (std::nothrow) rtclient_result{}};
+  int status = no_memory;
+  if (const rtclient_result* reported = prefixes_.being_reported(table_id, address);
+      result == nullptr) {
+    prefixes_.report_failed();
+  } else if (reported != nullptr) {
+    *result = *reported;
+    status = status_ok;
+  } else {
+    status = lookup_.find(address, table_id, result.get());
+  }
+  *ret = status == status_ok ? result.release() : nullptr;
+  return status;
 }
 
 int fib_session::add(const fib_prefix& prefix) noexcept {
@@ -117,41 +136,48 @@ void fib_session::schedule_audit() noexcept {
   }
 }
 
-int fib_session::on_readable(sd_event_source*, int, std::uint32_t, void* self) {
-  auto& session = *static_cast<fib_session*>(self);
-  int status = status_ok;
-  for (int reads = 0; status == status_ok && reads < reads_max; ++reads) {
-    status = session.events_.receive(on_event, self);
+// The first event is answered at once, most of those that follow closely after a pause.
+void fib_session::take_events() {
+  if (!everything_changed_ && changed_.empty()) {
+    return;  // routes of tables that no VRF uses
   }
-  if (status != status_ok && status != EAGAIN) {
-    session.disconnect();
-    return 0;
+  if (!pausing_) {
+    look_and_pause();
+  } else if (!reading_tables_) {
+    look_inside_burst();
   }
-  // The first event is answered at once, most of those that follow closely after a pause.
-  if (session.pausing_) {
-    session.look_inside_burst();
-  } else {
-    session.look_and_pause();
-  }
-  return 0;
 }
 
 void fib_session::on_event(void* self, const nlmsghdr& message) {
   auto& session = *static_cast<fib_session*>(self);
   route_record route;
-  if (!route_record_read(message, &route)) {
-    session.everything_changed_ = true;
+  if (route_record_read(message, &route)) {
+    session.note_route(route);
     return;
   }
-  if (session.everything_changed_ || session.changed_.size() >= changed_max) {
-    session.everything_changed_ = true;
-    return;
+  const bool rule = message.nlmsg_type == RTM_NEWRULE || message.nlmsg_type == RTM_DELRULE;
+  if (rule) {
+    session.lookup_.forget_rules();
   }
-  try {
-    session.changed_.push_back(route);
-  } catch (const std::bad_alloc&) {
-    session.everything_changed_ = true;
-  }
+  session.lookup_.forget_tables();
+  session.everything_changed_ = true;
+}
+
+// An address of the router's own, in the local table, counts in the default VRF.
+void fib_session::note_route(const route_record& route) {
+  lookup_.forget_table(route.table);
+  const std::uint32_t table = route.table == RT_TABLE_LOCAL ? RT_TABLE_MAIN : route.table;
+  the_vrf_devices().for_each_on(table, [&](std::uint32_t table_id) {
+    everything_changed_ |= changed_.size() >= changed_max;
+    if (everything_changed_) {
+      return;
+    }
+    try {
+      changed_.push_back({table_id, route.destination, route.length});
+    } catch (const std::bad_alloc&) {
+      everything_changed_ = true;
+    }
+  });
 }
 
 // The first notification of what was registered since the last time.
@@ -184,32 +210,37 @@ void fib_session::look_and_pause() {
   look_again(everything_changed_);
   const auto taken =
       std::chrono::duration_cast<std::chrono::microseconds>(steady_clock::now() - begin);
-  const auto pause =
-      std::clamp(pause_factor * static_cast<std::uint64_t>(taken.count()), pause_least, pause_most);
+  const auto pause = std::clamp(pause_factor * static_cast<std::uint64_t>(taken.count()),
+                                pause_least, reading_tables_ ? tables_pause_most : pause_most);
   pausing_ = true;
   arm(manager_, &settled_, pause, on_settled, this);
 }
 
 int fib_session::on_audit(sd_event_source*, std::uint64_t, void* self) {
   auto& session = *static_cast<fib_session*>(self);
+  session.lookup_.forget_tables();
   session.look_again(true);
   session.schedule_audit();
   return 0;
 }
 
 void fib_session::look_again(bool all) {
-  const std::vector<route_record> routes = std::move(changed_);
+  const std::vector<fib_prefix> routes = std::move(changed_);
   changed_.clear();
   looked_inside_ = 0;
   if (everything_changed_) {
     lookup_.await_change();
     everything_changed_ = false;
   }
+  lookup_.count_tables_anew();
   if (all) {
+    prefixes_.keep_tables(
+        [](std::uint32_t table) { return the_vrf_devices().with_table_id(table) != nullptr; });
     prefixes_.look_at_all();
   } else {
     prefixes_.look_at_related(routes);
   }
+  reading_tables_ = lookup_.has_read_tables();
   prefixes_.notify(callbacks_.changed);
 }
 

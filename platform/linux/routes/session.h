@@ -2,8 +2,8 @@
 // reported of each prefix, and the sockets. All on the main thread.
 //
 // A look-up (lookup.h) asks the kernel as if there were a packet to send, about a microsecond, and
-// takes the answer only from the wanted table; an address of the router's own hides that table, so
-// it is then read and matched here.
+// takes the answer only from the wanted table; where an address of the router's own or a policy
+// rule hides that table, it is read and matched here.
 //
 // Why prefixes are looked up again. The kernel announces most changes of routes, but not the end of
 // an IPv4 route whose interface goes down, loses its address or its carrier, leaves its VRF, or
@@ -16,13 +16,15 @@
 //   - a link, address, rule or next hop changed, or very many routes did: all prefixes, after the
 //     kernel has completed that change (await_change);
 //   - events within a pause after a look: at once only the prefixes that contain a changed route,
-//     the rest when the pause is over; the pause grows with what the look took;
+//     unless whole tables have to be read for it; the rest when the pause is over; the pause grows
+//     with what the look took;
 //   - a burst is over: all prefixes once more;
 //   - every 30 s the audit: all prefixes, for what no event announces.
 //
 // The way of a change: kernel -> events_ -> changed_ or everything_changed_ -> watched_prefixes ->
-// look-up -> the client's `changed` with the registered prefix. When events were lost, nobody knows
-// which: the client is disconnected, connected again, and registers anew.
+// look-up -> the client's `changed` with the registered prefix, whose own look-up gets the same
+// answer. When events were lost, nobody knows which: the client is disconnected, connected again,
+// and registers anew.
 #pragma once
 
 #include <systemd/sd-event.h>
@@ -30,17 +32,16 @@
 #include <cstdint>
 #include <vector>
 
+#include "platform/common/watched_prefixes.h"
 #include "platform/fib_client.h"
-#include "platform/linux/netlink/socket.h"
+#include "platform/linux/netlink/watch.h"
 #include "platform/linux/routes/lookup.h"
-#include "platform/linux/routes/watched_prefixes.h"
 
 namespace ot {
 
 class fib_session {
  public:
-  fib_session(evm* manager, const rtclient_callbacks& callbacks) noexcept
-      : manager_(manager), callbacks_(callbacks) {}
+  fib_session(evm* manager, const rtclient_callbacks& callbacks) noexcept;
   ~fib_session();
   fib_session(const fib_session&) = delete;
   fib_session& operator=(const fib_session&) = delete;
@@ -48,20 +49,23 @@ class fib_session {
   // Connects in the background. 0 or a status code.
   int start() noexcept;
 
-  int find(std::uint32_t address, std::uint32_t table, rtclient_result* ret) noexcept;
+  // For the client: what the notification says that it is being given, else as of now. 0 or a
+  // status code.
+  int find(std::uint32_t address, std::uint32_t table_id, rtclient_result** ret) noexcept;
   // 0, fib_already_registered, 12.
   int add(const fib_prefix& prefix) noexcept;
   // 0 or 2.
   int remove(const fib_prefix& prefix) noexcept;
 
  private:
-  static int on_readable(sd_event_source* source, int fd, std::uint32_t events, void* self);
   static int on_registered(sd_event_source* source, std::uint64_t usec, void* self);
   static int on_settled(sd_event_source* source, std::uint64_t usec, void* self);
   static int on_audit(sd_event_source* source, std::uint64_t usec, void* self);
   static int on_connect(sd_event_source* source, std::uint64_t usec, void* self);
   static void on_event(void* self, const nlmsghdr& message);
 
+  void note_route(const route_record& route);
+  void take_events();
   int connect() noexcept;
   void disconnect();
   void schedule_audit() noexcept;
@@ -71,18 +75,18 @@ class fib_session {
 
   evm* manager_;
   rtclient_callbacks callbacks_;
-  netlink_socket events_;
+  netlink_watch events_;
   route_lookup lookup_;
-  sd_event_source* readable_ = nullptr;
   sd_event_source* registered_ = nullptr;
   sd_event_source* settled_ = nullptr;  // a pause, or a burst, is over
   sd_event_source* audit_ = nullptr;
   sd_event_source* reconnect_ = nullptr;
-  watched_prefixes prefixes_{lookup_};
-  std::vector<route_record> changed_;  // routes of the events since all prefixes were looked at
-  std::size_t looked_inside_ = 0;      // how many of those were looked at on their own
+  watched_prefixes prefixes_;
+  std::vector<fib_prefix> changed_;  // routes of the events since all prefixes were looked at
+  std::size_t looked_inside_ = 0;    // how many of those were looked at on their own
   bool everything_changed_ = false;
-  bool pausing_ = false;  // a look was a moment ago
+  bool pausing_ = false;         // a look was a moment ago
+  bool reading_tables_ = false;  // it had to read whole tables, which takes long
 };
 
 }  // namespace ot

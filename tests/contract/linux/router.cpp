@@ -27,6 +27,10 @@ void remove_route(const std::string& prefix, std::uint32_t table) {
   ip("route del " + prefix + in_table(table));
 }
 
+void add_address(const std::string& address, const std::string& interface) {
+  ip("address add " + address + " dev " + interface);
+}
+
 std::string vrfs_unavailable() {
   if (!ip_can("link add probe0 type vrf table 999")) {
     return "this kernel has no VRF devices";

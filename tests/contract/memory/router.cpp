@@ -29,12 +29,20 @@ void remove_route(const std::string& prefix, std::uint32_t table) {
   field::route_removed(split.address.c_str(), split.length, table);
 }
 
+// Of an address that begins its prefix, so that the route to the link has the same one.
+void add_address(const std::string& address, const std::string& interface) {
+  add_route(address, interface, main_table);
+  field::own_address_added(split_prefix(address).address.c_str());
+}
+
 std::string vrfs_unavailable() {
   return {};
 }
 
-void make_vrf(const std::string& name, std::uint32_t table) {
-  field::vrf_added(name, ++last_vrf_id, table);
+// The table of the kernel stays out of sight: each VRF has a table id of its own.
+void make_vrf(const std::string& name, std::uint32_t /*table*/) {
+  ++last_vrf_id;
+  field::vrf_added(name, last_vrf_id, 1000 + last_vrf_id);
 }
 
 void remove_vrf(const std::string& name) {
