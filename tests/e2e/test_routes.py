@@ -20,10 +20,10 @@ def routed(service):
     return service
 
 
-def settled(service, gateway=GATEWAY):
+def settled(service, gateway=GATEWAY, device="up0"):
     """Returns once the service has seen everything the kernel did before."""
     service.ctl("set", "canary", "route", "198.51.100.0/24")
-    service.net.ip(f"route add 198.51.100.0/24 via {gateway}")
+    service.net.ip(f"route add 198.51.100.0/24 via {gateway} onlink dev {device}")
     service.wait_state("canary", "up")
     service.net.ip("route del 198.51.100.0/24")
     service.wait_state("canary", "down")
@@ -100,7 +100,7 @@ def test_a_multipath_route_is_up_while_one_path_is(service):
     service.ctl("set", "r", "route", ROUTE)
     service.wait_state("r", "up")
     service.net.carrier("up1", on=False)
-    settled(service, "10.0.2.2")
+    settled(service, "10.0.2.2", "up2")
     assert service.state("r") == "up"
     service.net.carrier("up2", on=False)
     service.wait_state("r", "down")
@@ -205,7 +205,7 @@ def test_a_policy_rule_hides_no_route(routed, rule):
     assert routed.state("r") == "up"
     routed.net.ip(f"route del {ROUTE}")
     events.expect(("r", "down"))
-    routed.net.ip(f"route add {ROUTE} via {GATEWAY}")
+    routed.net.ip(f"route add {ROUTE} via {GATEWAY} onlink dev up0")
     events.expect(("r", "up"))
     routed.net.ip(f"rule del {rule}")
     routed.net.ip(f"route del {ROUTE}")
