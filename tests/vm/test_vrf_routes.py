@@ -196,8 +196,8 @@ def test_a_policy_rule_hides_no_route_of_a_vrf(router, rule):
 
 def test_a_connected_network_that_begins_with_our_own_address(router):
     router.ctl("set", "link", "route", "10.9.0.0/31", "--vrf", "red")
-    router.ctl("set", "self", "route", "10.9.0.0/32", "--vrf", "red")
+    router.ctl("set", "own", "route", "10.9.0.0/32", "--vrf", "red")
     router.net.ip("address add 10.9.0.0/31 dev r0")
-    router.wait_states(link="up", self="up")
+    router.wait_states(link="up", own="up")
     router.net.ip("address del 10.9.0.0/31 dev r0")
-    router.wait_states(link="down", self="down")
+    router.wait_states(link="down", own="down")
