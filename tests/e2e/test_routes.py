@@ -238,6 +238,18 @@ def test_a_connected_route_is_up_whichever_address_is_ours(service, own, prefix)
     service.wait_state("self", "down")
 
 
+def test_a_host_route_to_the_neighbour_is_not_the_connected_route(service):
+    service.net.link("up0")
+    service.net.ip("address add 10.9.0.0/31 dev up0")
+    service.ctl("set", "link", "route", "10.9.0.0/31")
+    service.wait_state("link", "up")
+    service.net.ip("route add 10.9.0.1/32 dev up0")
+    settled(service, "10.9.0.1")
+    assert service.state("link") == "up"
+    service.net.ip("route del 10.9.0.0/31 dev up0")
+    service.wait_state("link", "down")
+
+
 def test_a_dead_route_leaves_the_next_shorter_one_in_force(routed):
     """Of two routes that begin alike, the longer one ends with its link."""
     routed.net.link("up1")

@@ -5,6 +5,7 @@
 // hides that, the table is read and matched here, once for all look-ups until the next change.
 #include "platform/linux/routes/lookup.h"
 
+#include <arpa/inet.h>
 #include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <sys/socket.h>
@@ -21,6 +22,7 @@ namespace ot {
 namespace {
 
 constexpr std::uint32_t local_table = RT_TABLE_LOCAL;
+constexpr std::uint32_t host_length = 32;
 constexpr std::uint32_t loopback = 1;  // the ifindex, in every namespace
 constexpr int no_route_errors[] = {ENETUNREACH, EHOSTUNREACH, EINVAL, EACCES, ENODEV};
 
@@ -37,7 +39,7 @@ bool is_default(const vrf_device& vrf) noexcept {
 }  // namespace
 
 int route_lookup::open() noexcept {
-  names_.fill({});
+  forget_names();
   forget_tables();
   forget_rules();
   if (const int status = requests_.open_requests(); status != 0) {
@@ -52,7 +54,7 @@ int route_lookup::open() noexcept {
 // Questions about links wait for the lock that a change holds from its first event to its end.
 void route_lookup::await_change() noexcept {
   is_up(loopback);
-  names_.fill({});
+  forget_names();
 }
 
 bool route_lookup::is_up(std::uint32_t ifindex) noexcept {
@@ -76,8 +78,9 @@ bool route_lookup::is_up(std::uint32_t ifindex) noexcept {
   return (flags & IFF_UP) != 0;
 }
 
-int route_lookup::ask(std::uint32_t address, std::uint32_t vrf_device,
+int route_lookup::ask(std::uint32_t address, const vrf_device& vrf,
                       std::optional<route_record>* ret) noexcept {
+  ret->reset();
   netlink_request request;
   nlmsghdr* message = mnl_nlmsg_put_header(request.bytes);
   message->nlmsg_type = RTM_GETROUTE;
@@ -87,8 +90,8 @@ int route_lookup::ask(std::uint32_t address, std::uint32_t vrf_device,
   route->rtm_dst_len = 32;
   route->rtm_flags = RTM_F_FIB_MATCH | RTM_F_LOOKUP_TABLE;
   mnl_attr_put_u32(message, RTA_DST, address);
-  if (vrf_device != 0) {
-    mnl_attr_put_u32(message, RTA_OIF, vrf_device);
+  if (!is_default(vrf)) {
+    mnl_attr_put_u32(message, RTA_OIF, vrf.id);
   }
   const int status = requests_.ask(
       message,
@@ -102,49 +105,71 @@ int route_lookup::ask(std::uint32_t address, std::uint32_t vrf_device,
   return means_no_route(status) ? 0 : status;
 }
 
-int route_lookup::find(std::uint32_t address, std::uint32_t table_id,
-                       rtclient_result* ret) noexcept {
+int route_lookup::find(const fib_prefix& wanted, rtclient_result* ret) noexcept {
   *ret = rtclient_result{};
-  const vrf_device* vrf = the_vrf_devices().with_table_id(table_id);
+  const vrf_device* vrf = the_vrf_devices().with_table_id(wanted.table);
   if (vrf == nullptr) {
     return status_ok;
   }
   std::optional<route_record> answer;
-  if (const int status = ask(address, is_default(*vrf) ? 0 : vrf->id, &answer); status != 0) {
+  int status = ask(wanted.address, *vrf, &answer);
+  const bool own =
+      answer && route_is_own_address(*answer) && (answer->table == vrf->table || is_default(*vrf));
+  if (own) {
+    ret->own_address = true;
+    ret->first_hop = name_of(answer->out_ifindex);
+    if (wanted.length == host_length) {
+      return status_ok;
+    }
+    // Every route to both of two neighbouring addresses is found by the other one.
+    status = ask(wanted.address ^ htonl(1), *vrf, &answer);
+  }
+  if (status != status_ok) {
     return status;
   }
-  if (answer && answer->table == vrf->table && !route_is_kept_for_addresses(*answer)) {
-    take(*answer, ret);
-    return status_ok;
+  switch (says_about(answer, *vrf, own)) {
+    case table_state::answered:
+      take(*answer, ret);
+      return status_ok;
+    case table_state::without_match:
+      return status_ok;
+    default:
+      return find_in_contents(wanted.address, *vrf, ret);
   }
-  const bool hidden_by_address =
-      answer && (answer->table == vrf->table || answer->table == local_table);
-  return hidden_by_address || may_be_hidden(*vrf) ? find_in_contents(address, *vrf, ret)
-                                                  : status_ok;
+}
+
+// What the kernel's answer, or that it had none, says about the VRF's table. A route to the
+// neighbour alone says nothing of the address that was meant.
+route_lookup::table_state route_lookup::says_about(const std::optional<route_record>& answer,
+                                                   const vrf_device& vrf,
+                                                   bool of_neighbour) noexcept {
+  const bool for_addresses = answer && route_is_kept_for_addresses(*answer);
+  if (answer && answer->table == vrf.table && !for_addresses) {
+    return of_neighbour && answer->length == host_length ? table_state::hidden
+                                                         : table_state::answered;
+  }
+  const bool by_address = answer && (answer->table == vrf.table || answer->table == local_table);
+  return by_address || may_be_hidden(vrf) ? table_state::hidden : table_state::without_match;
 }
 
 int route_lookup::find_in_contents(std::uint32_t address, const vrf_device& vrf,
                                    rtclient_result* ret) noexcept {
   const table_contents* wanted = nullptr;
+  const table_contents* addresses = nullptr;
   int status = contents_of(vrf.table, &wanted);
-  if (status != status_ok) {
-    return status;
-  }
-  if (const route_record* route = wanted->longest_match(address)) {
-    take(*route, ret);
-  }
-  const table_contents* addresses = wanted;
-  if (is_default(vrf)) {
-    status = contents_of(local_table, &addresses);
+  if (status == status_ok) {
+    status = contents_of(is_default(vrf) ? local_table : vrf.table, &addresses);
   }
   if (status != status_ok) {
     return status;
   }
   if (const route_record* own = addresses->own_address(address)) {
     ret->own_address = true;
-    if (!ret->route_found) {
-      ret->first_hop = name_of(own->out_ifindex);
-    }
+    ret->first_hop = name_of(own->out_ifindex);
+  }
+  const std::uint32_t longest = ret->own_address ? host_length - 1 : host_length;
+  if (const route_record* route = wanted->longest_match(address, longest)) {
+    take(*route, ret);
   }
   return status_ok;
 }

@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 
+#include "platform/common/watched_prefixes.h"
 #include "platform/fib_client.h"
 #include "platform/linux/links/vrf_devices.h"
 #include "platform/linux/netlink/socket.h"
@@ -30,11 +31,14 @@ class route_lookup {
   void forget_table(std::uint32_t table) noexcept { tables_.erase(table); }
   void forget_tables() noexcept { tables_.clear(); }
   void forget_rules() noexcept { hidden_.reset(); }
+  void forget_names() noexcept { names_.fill({}); }
 
-  // The longest match of `address` (network byte order) in the table of that id (vrf_devices.h). A
-  // route whose next hops are all dead, or that refuses packets, is none; what the kernel keeps for
-  // addresses is none either. 0 or an errno value.
-  int find(std::uint32_t address, std::uint32_t table_id, rtclient_result* ret) noexcept;
+  // The longest match of the prefix's address in the table of that id (vrf_devices.h). A route
+  // whose next hops are all dead, or that refuses packets, is none; what the kernel keeps for
+  // addresses is none either. Of an address of the router's own, to which the kernel sends nothing
+  // by a host route, it is the longest match of those to more than it; for a prefix of length 32 it
+  // may be left out, since the address itself is its answer. 0 or an errno value.
+  int find(const fib_prefix& wanted, rtclient_result* ret) noexcept;
 
   // Whether look-ups have read whole tables since it was last counted anew.
   void count_tables_anew() noexcept { has_read_tables_ = false; }
@@ -46,8 +50,11 @@ class route_lookup {
     fixed_text<64> name;
   };
 
-  int ask(std::uint32_t address, std::uint32_t vrf_device,
-          std::optional<route_record>* ret) noexcept;
+  enum class table_state { answered, without_match, hidden };
+
+  int ask(std::uint32_t address, const vrf_device& vrf, std::optional<route_record>* ret) noexcept;
+  table_state says_about(const std::optional<route_record>& answer, const vrf_device& vrf,
+                         bool of_neighbour) noexcept;
   int find_in_contents(std::uint32_t address, const vrf_device& vrf, rtclient_result* ret) noexcept;
   int contents_of(std::uint32_t table, const table_contents** ret) noexcept;
   bool is_up(std::uint32_t ifindex) noexcept;

@@ -15,47 +15,40 @@ namespace {
 constexpr std::uint32_t not_suppressed = 0xffffffff;
 constexpr const char* loopback_name = "lo";  // where the kernel sees our question come from
 
-struct rule {
+// A rule's attributes, as far as they matter here.
+struct rule_attributes {
   std::uint32_t table = 0;
-  bool l3mdev = false;
-  bool looks_up = false;  // in a table, and does nothing else
-  bool never_ours = false;
-};
-
-// What a rule asks of a packet that ours, from nowhere and without a mark, does not have.
-bool asks_too_much(const fib_rule_hdr& header, std::uint32_t mark, std::uint32_t mark_mask,
-                   bool from_elsewhere) noexcept {
-  return header.src_len != 0 || header.tos != 0 || (mark & mark_mask) != 0 || from_elsewhere;
-}
-
-rule read(const nlmsghdr& message, const fib_rule_hdr& header) noexcept {
-  rule found;
-  found.table = header.table;
-  bool other = header.dst_len != 0;  // an attribute that may or may not concern our question
-  bool from_elsewhere = false;
   std::uint32_t mark = 0;
   std::uint32_t mark_mask = 0xffffffff;
+  bool l3mdev = false;
+  bool from_elsewhere = false;
+  bool others = false;  // that may or may not concern our question
+};
+
+rule_attributes read_attributes(const nlmsghdr& message) noexcept {
+  rule_attributes found;
   netlink_walk(netlink_attributes<fib_rule_hdr>(message),
-               [&](std::uint16_t type, netlink_bytes value) {
+               [&found](std::uint16_t type, netlink_bytes value) {
+                 const auto number = netlink_number<std::uint32_t>(value);
                  switch (type) {
                    case FRA_TABLE:
-                     found.table = netlink_number<std::uint32_t>(value);
+                     found.table = number;
+                     break;
+                   case FRA_FWMARK:
+                     found.mark = number;
+                     break;
+                   case FRA_FWMASK:
+                     found.mark_mask = number;
                      break;
                    case FRA_L3MDEV:
                      found.l3mdev = netlink_number<std::uint8_t>(value) != 0;
                      break;
-                   case FRA_FWMARK:
-                     mark = netlink_number<std::uint32_t>(value);
-                     break;
-                   case FRA_FWMASK:
-                     mark_mask = netlink_number<std::uint32_t>(value);
-                     break;
                    case FRA_IIFNAME:
-                     from_elsewhere = netlink_text(value) != loopback_name;
+                     found.from_elsewhere = netlink_text(value) != loopback_name;
                      break;
                    case FRA_SUPPRESS_PREFIXLEN:
                    case FRA_SUPPRESS_IFGROUP:
-                     other |= netlink_number<std::uint32_t>(value) != not_suppressed;
+                     found.others |= number != not_suppressed;
                      break;
                    case FRA_PRIORITY:
                    case FRA_PROTOCOL:
@@ -63,13 +56,23 @@ rule read(const nlmsghdr& message, const fib_rule_hdr& header) noexcept {
                    case FRA_PAD:
                      break;
                    default:
-                     other = true;
+                     found.others = true;
                  }
                });
-  const bool inverted = (header.flags & FIB_RULE_INVERT) != 0;
-  found.never_ours = !inverted && asks_too_much(header, mark, mark_mask, from_elsewhere);
-  found.looks_up = header.action == FR_ACT_TO_TBL && !other && !inverted;
   return found;
+}
+
+// A rule for packets that ours, from nowhere and without a mark, is none of.
+bool is_never_ours(const fib_rule_hdr& header, const rule_attributes& rule) noexcept {
+  const bool inverted = (header.flags & FIB_RULE_INVERT) != 0;
+  return !inverted && (header.src_len != 0 || header.tos != 0 ||
+                       (rule.mark & rule.mark_mask) != 0 || rule.from_elsewhere);
+}
+
+// A rule that has every packet of ours looked up in a table, and does nothing else.
+bool looks_up(const fib_rule_hdr& header, const rule_attributes& rule) noexcept {
+  return header.action == FR_ACT_TO_TBL && header.dst_len == 0 && !rule.others &&
+         (header.flags & FIB_RULE_INVERT) == 0;
 }
 
 }  // namespace
@@ -78,14 +81,16 @@ void policy_rules_reader::take(const nlmsghdr& message) noexcept {
   if (message.nlmsg_type != RTM_NEWRULE || message.nlmsg_len < NLMSG_LENGTH(sizeof(fib_rule_hdr))) {
     return;
   }
-  const rule next = read(message, *static_cast<const fib_rule_hdr*>(NLMSG_DATA(&message)));
-  if (next.never_ours) {
+  const auto& header = *static_cast<const fib_rule_hdr*>(NLMSG_DATA(&message));
+  const rule_attributes rule = read_attributes(message);
+  if (is_never_ours(header, rule)) {
     return;
   }
   // What comes after a table cannot hide it.
-  const bool local = next.looks_up && !next.l3mdev && next.table == RT_TABLE_LOCAL;
-  const bool main = next.looks_up && !next.l3mdev && next.table == RT_TABLE_MAIN;
-  const bool vrfs = next.looks_up && next.l3mdev;
+  const bool plain = looks_up(header, rule);
+  const bool vrfs = plain && rule.l3mdev;
+  const bool local = plain && !vrfs && rule.table == RT_TABLE_LOCAL;
+  const bool main = plain && !vrfs && rule.table == RT_TABLE_MAIN;
   main_hidden_ |= !main_seen_ && !(local || main || vrfs);
   vrfs_hidden_ |= !vrfs_seen_ && !(local || vrfs);
   main_seen_ |= main;

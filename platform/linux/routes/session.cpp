@@ -26,6 +26,9 @@ constexpr std::uint64_t pause_factor = 4;
 constexpr std::uint64_t audit_after = 30'000 * msec;
 constexpr std::uint64_t reconnect_after = 100 * msec;
 
+// Of a look-up by address alone.
+constexpr std::uint32_t unknown_length = 0;
+
 // More routes than this in one go are looked at as a change of everything.
 constexpr std::size_t changed_max = 64;
 
@@ -49,7 +52,7 @@ fib_session::fib_session(evm* manager, const rtclient_callbacks& callbacks) noex
           this),
       prefixes_(
           [](void* lookup, const fib_prefix& prefix, rtclient_result* ret) {
-            return static_cast<route_lookup*>(lookup)->find(prefix.address, prefix.table, ret);
+            return static_cast<route_lookup*>(lookup)->find(prefix, ret);
           },
           &lookup_) {}
 
@@ -107,7 +110,7 @@ int fib_session::find(std::uint32_t address, std::uint32_t table_id,
     *result = *reported;
     status = status_ok;
   } else {
-    status = lookup_.find(address, table_id, result.get());
+    status = lookup_.find({table_id, address, unknown_length}, result.get());
   }
   *ret = status == status_ok ? result.release() : nullptr;
   return status;
@@ -136,8 +139,16 @@ void fib_session::schedule_audit() noexcept {
   }
 }
 
-// The first event is answered at once, most of those that follow closely after a pause.
+// The first event is answered at once, most of those that follow closely after a pause. While nothing
+// is watched the kernel is asked nothing: that might wait for the lock which a change of a link still
+// holds, and so hold up who follows that link.
 void fib_session::take_events() {
+  if (prefixes_.empty()) {
+    changed_.clear();
+    everything_changed_ = false;
+    lookup_.forget_names();
+    return;
+  }
   if (!everything_changed_ && changed_.empty()) {
     return;  // routes of tables that no VRF uses
   }

@@ -87,8 +87,9 @@ const route_record* table_contents::find(const std::vector<route_record>& routes
   return it != routes.end() && place(*it) == place(wanted) ? &*it : nullptr;
 }
 
-const route_record* table_contents::longest_match(std::uint32_t address) const noexcept {
-  for (std::uint32_t length = 33; length-- > 0;) {
+const route_record* table_contents::longest_match(std::uint32_t address,
+                                                  std::uint32_t length_most) const noexcept {
+  for (std::uint32_t length = length_most + 1; length-- > 0;) {
     if (const route_record* route = find(routes_, address, length)) {
       return route;
     }

@@ -17,9 +17,10 @@ class table_contents {
   int read(netlink_socket& requests, std::uint32_t table) noexcept;
 
   // The route that the kernel would take to the address (network byte order), were only this table
-  // looked into: of the longest prefix, and of its routes the one of the best metric that is not
-  // dead. Null when there is none; valid until the next read.
-  [[nodiscard]] const route_record* longest_match(std::uint32_t address) const noexcept;
+  // looked into: of the longest prefix, of at most that length, and of its routes the one of the
+  // best metric that is not dead. Null when there is none; valid until the next read.
+  [[nodiscard]] const route_record* longest_match(std::uint32_t address,
+                                                  std::uint32_t length_most) const noexcept;
   // The entry by which the address is one of the router's own; null when it is none.
   [[nodiscard]] const route_record* own_address(std::uint32_t address) const noexcept;
 
