@@ -29,9 +29,6 @@ constexpr std::uint64_t reconnect_after = 100 * msec;
 // Of a look-up by address alone.
 constexpr std::uint32_t unknown_length = 0;
 
-// More routes than this in one go are looked at as a change of everything.
-constexpr std::size_t changed_max = 64;
-
 constexpr std::uint32_t groups =
     RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV4_ROUTE | RTMGRP_IPV4_RULE;
 
@@ -91,9 +88,7 @@ int fib_session::on_connect(sd_event_source*, std::uint64_t, void* self) {
 void fib_session::disconnect() {
   events_.close();
   prefixes_.clear();
-  changed_.clear();
-  looked_inside_ = 0;
-  everything_changed_ = false;
+  changes_.take();
   pausing_ = false;
   callbacks_.disconnected();
   arm(manager_, &reconnect_, 0, on_connect, this);
@@ -139,17 +134,16 @@ void fib_session::schedule_audit() noexcept {
   }
 }
 
-// The first event is answered at once, most of those that follow closely after a pause. While nothing
-// is watched the kernel is asked nothing: that might wait for the lock which a change of a link still
-// holds, and so hold up who follows that link.
+// The first event is answered at once, most of those that follow closely after a pause. While
+// nothing is watched the kernel is asked nothing: that might wait for the lock which a change of a
+// link still holds, and so hold up who follows that link.
 void fib_session::take_events() {
   if (prefixes_.empty()) {
-    changed_.clear();
-    everything_changed_ = false;
+    changes_.take();
     lookup_.forget_names();
     return;
   }
-  if (!everything_changed_ && changed_.empty()) {
+  if (changes_.none()) {
     return;  // routes of tables that no VRF uses
   }
   if (!pausing_) {
@@ -171,7 +165,7 @@ void fib_session::on_event(void* self, const nlmsghdr& message) {
     session.lookup_.forget_rules();
   }
   session.lookup_.forget_tables();
-  session.everything_changed_ = true;
+  session.changes_.note_everything();
 }
 
 // An address of the router's own, in the local table, counts in the default VRF.
@@ -179,15 +173,7 @@ void fib_session::note_route(const route_record& route) {
   lookup_.forget_table(route.table);
   const std::uint32_t table = route.table == RT_TABLE_LOCAL ? RT_TABLE_MAIN : route.table;
   the_vrf_devices().for_each_on(table, [&](std::uint32_t table_id) {
-    everything_changed_ |= changed_.size() >= changed_max;
-    if (everything_changed_) {
-      return;
-    }
-    try {
-      changed_.push_back({table_id, route.destination, route.length});
-    } catch (const std::bad_alloc&) {
-      everything_changed_ = true;
-    }
+    changes_.note({table_id, route.destination, route.length});
   });
 }
 
@@ -203,7 +189,7 @@ int fib_session::on_registered(sd_event_source*, std::uint64_t, void* self) {
 // looked at once more.
 int fib_session::on_settled(sd_event_source*, std::uint64_t, void* self) {
   auto& session = *static_cast<fib_session*>(self);
-  if (session.everything_changed_ || !session.changed_.empty()) {
+  if (!session.changes_.none()) {
     session.look_and_pause();
   } else if (session.pausing_) {
     session.pausing_ = false;
@@ -218,7 +204,7 @@ int fib_session::on_settled(sd_event_source*, std::uint64_t, void* self) {
 void fib_session::look_and_pause() {
   using std::chrono::steady_clock;
   const auto begin = steady_clock::now();
-  look_again(everything_changed_);
+  look_again(changes_.everything());
   const auto taken =
       std::chrono::duration_cast<std::chrono::microseconds>(steady_clock::now() - begin);
   const auto pause = std::clamp(pause_factor * static_cast<std::uint64_t>(taken.count()),
@@ -229,20 +215,17 @@ void fib_session::look_and_pause() {
 
 int fib_session::on_audit(sd_event_source*, std::uint64_t, void* self) {
   auto& session = *static_cast<fib_session*>(self);
-  session.lookup_.forget_tables();
   session.look_again(true);
   session.schedule_audit();
   return 0;
 }
 
 void fib_session::look_again(bool all) {
-  const std::vector<fib_prefix> routes = std::move(changed_);
-  changed_.clear();
-  looked_inside_ = 0;
-  if (everything_changed_) {
+  if (changes_.everything()) {
     lookup_.await_change();
-    everything_changed_ = false;
   }
+  const std::vector<fib_prefix> routes = changes_.take();
+  lookup_.forget_tables();
   lookup_.count_tables_anew();
   if (all) {
     prefixes_.keep_tables(
@@ -258,8 +241,8 @@ void fib_session::look_again(bool all) {
 // In a pause only the prefixes that contain a changed route are looked up at once: those may be the
 // ones that everybody waits for.
 void fib_session::look_inside_burst() {
-  for (; looked_inside_ < changed_.size(); ++looked_inside_) {
-    prefixes_.look_at_containing(changed_[looked_inside_]);
+  for (const fib_prefix& route : changes_.unseen()) {
+    prefixes_.look_at_containing(route);
   }
   prefixes_.notify(callbacks_.changed);
 }

@@ -21,7 +21,7 @@
 //   - a burst is over: all prefixes once more;
 //   - every 30 s the audit: all prefixes, for what no event announces.
 //
-// The way of a change: kernel -> events_ -> changed_ or everything_changed_ -> watched_prefixes ->
+// The way of a change: kernel -> events_ -> changes_ -> watched_prefixes ->
 // look-up -> the client's `changed` with the registered prefix, whose own look-up gets the same
 // answer. When events were lost, nobody knows which: the client is disconnected, connected again,
 // and registers anew.
@@ -30,11 +30,11 @@
 #include <systemd/sd-event.h>
 
 #include <cstdint>
-#include <vector>
 
 #include "platform/common/watched_prefixes.h"
 #include "platform/fib_client.h"
 #include "platform/linux/netlink/watch.h"
+#include "platform/linux/routes/changes.h"
 #include "platform/linux/routes/lookup.h"
 
 namespace ot {
@@ -82,9 +82,7 @@ class fib_session {
   sd_event_source* audit_ = nullptr;
   sd_event_source* reconnect_ = nullptr;
   watched_prefixes prefixes_;
-  std::vector<fib_prefix> changed_;  // routes of the events since all prefixes were looked at
-  std::size_t looked_inside_ = 0;    // how many of those were looked at on their own
-  bool everything_changed_ = false;
+  route_changes changes_;        // since all prefixes were looked at
   bool pausing_ = false;         // a look was a moment ago
   bool reading_tables_ = false;  // it had to read whole tables, which takes long
 };
