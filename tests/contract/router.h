@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 namespace ot::contract {
@@ -22,6 +23,9 @@ void add_address(const std::string& address, const std::string& interface);
 std::string vrfs_unavailable();
 void make_vrf(const std::string& name, std::uint32_t table);
 void remove_vrf(const std::string& name);
+
+// Makes changes of VRFs while the messages about them are lost.
+void change_unannounced(const std::function<void()>& change);
 
 // The FIB's messages are lost, and so is what the client registered.
 void lose_fib_messages();

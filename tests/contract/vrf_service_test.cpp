@@ -225,6 +225,22 @@ TEST_F(changing_vrfs_contract, only_who_registered_for_a_vrf_is_notified_of_it) 
   EXPECT_EQ(news_[0], news_[1]);
 }
 
+TEST_F(changing_vrfs_contract, what_changes_unannounced_is_reported_all_the_same) {
+  watch("red");
+  watch("blue");
+  make_vrf("red", 10);
+  ASSERT_TRUE(reported(1));
+  change_unannounced([] {
+    remove_vrf("red");
+    make_vrf("blue", 20);
+  });
+  ASSERT_TRUE(reported(3));
+  EXPECT_EQ(news_[1], "-" + news_[0].substr(1));
+  EXPECT_EQ(news_[2], "+blue " + std::to_string(id_of("blue")));
+  make_vrf("red", 30);  // and what is announced is followed as before
+  EXPECT_TRUE(reported(4));
+}
+
 TEST_F(changing_vrfs_contract, a_registration_given_back_is_not_reported) {
   vmap_c_notif_unreg(register_, watch("red"));
   watch("blue");

@@ -48,6 +48,18 @@ void remove_vrf(const std::string& name) {
   ip("link del " + name);
 }
 
+// The flood, in which the rest is lost, comes first.
+void change_unannounced(const std::function<void()>& change) {
+  ASSERT_GE(shrink_event_sockets(RTMGRP_LINK), 1);
+  const unsigned long before = dropped_messages();
+  for (int i = 0; i < 20; ++i) {
+    ip("link set lo up");
+    ip("link set lo down");
+  }
+  change();
+  ASSERT_GT(dropped_messages(), before);
+}
+
 void lose_fib_messages() {
   ASSERT_EQ(shrink_event_sockets(RTMGRP_IPV4_ROUTE), 1);
   const unsigned long before = dropped_messages();

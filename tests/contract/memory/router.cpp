@@ -49,6 +49,10 @@ void remove_vrf(const std::string& name) {
   field::vrf_removed(name);
 }
 
+void change_unannounced(const std::function<void()>& change) {
+  change();
+}
+
 void lose_fib_messages() {
   field::fib_gone();
   field::fib_back();
