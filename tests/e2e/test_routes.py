@@ -250,6 +250,30 @@ def test_a_host_route_to_the_neighbour_is_not_the_connected_route(service):
     service.wait_state("link", "down")
 
 
+def test_an_own_address_counts_wherever_the_rules_have_the_local_table(service):
+    service.net.link("up0")
+    service.net.ip("address add 10.9.0.1/24 dev up0")
+    service.ctl("set", "self", "route", "10.9.0.1/32")
+    service.wait_state("self", "up")
+    service.net.ip("rule add pref 32767 lookup local")
+    service.net.ip("rule del pref 0")
+    settled(service, "10.9.0.2")
+    assert service.state("self") == "up"
+    service.net.ip("address del 10.9.0.1/24 dev up0")
+    service.wait_state("self", "down")
+
+
+def test_a_local_network_is_none_of_the_main_table(service):
+    service.net.link("up0")
+    service.net.ip("address add 10.9.0.1/24 dev up0")
+    service.ctl("set", "any", "route", "10.8.0.0/24")
+    service.net.ip("route add local 10.8.0.0/24 dev lo")
+    settled(service, "10.9.0.2")
+    assert service.state("any") == "down"
+    service.net.ip("route add 10.8.0.0/24 via 10.9.0.2")
+    service.wait_state("any", "up")
+
+
 def test_a_dead_route_leaves_the_next_shorter_one_in_force(routed):
     """Of two routes that begin alike, the longer one ends with its link."""
     routed.net.link("up1")

@@ -36,6 +36,12 @@ bool is_default(const vrf_device& vrf) noexcept {
   return vrf.id == default_vrf_id;
 }
 
+// The kernel keeps the local and the main table as one until the first rule is added, and then says
+// main of both.
+bool may_be_of_local_table(const route_record& answer, const vrf_device& vrf) noexcept {
+  return route_is_kept_for_addresses(answer) || (is_default(vrf) && answer.type == RTN_LOCAL);
+}
+
 }  // namespace
 
 int route_lookup::open() noexcept {
@@ -111,6 +117,9 @@ int route_lookup::find(const fib_prefix& wanted, rtclient_result* ret) noexcept 
   if (vrf == nullptr) {
     return status_ok;
   }
+  if (is_default(*vrf) && hidden_by_rules().local) {
+    return find_in_contents(wanted.address, *vrf, ret);
+  }
   std::optional<route_record> answer;
   int status = ask(wanted.address, *vrf, &answer);
   const bool own =
@@ -143,8 +152,7 @@ int route_lookup::find(const fib_prefix& wanted, rtclient_result* ret) noexcept 
 route_lookup::table_state route_lookup::says_about(const std::optional<route_record>& answer,
                                                    const vrf_device& vrf,
                                                    bool of_neighbour) noexcept {
-  const bool for_addresses = answer && route_is_kept_for_addresses(*answer);
-  if (answer && answer->table == vrf.table && !for_addresses) {
+  if (answer && answer->table == vrf.table && !may_be_of_local_table(*answer, vrf)) {
     return of_neighbour && answer->length == host_length ? table_state::hidden
                                                          : table_state::answered;
   }
@@ -188,16 +196,21 @@ int route_lookup::contents_of(std::uint32_t table, const table_contents** ret) n
   return no_memory;
 }
 
-// A VRF whose device is disabled forwards nothing, whatever its table holds.
-bool route_lookup::may_be_hidden(const vrf_device& vrf) noexcept {
+hidden_tables route_lookup::hidden_by_rules() noexcept {
   if (!hidden_) {
     hidden_tables now;
     if (policy_rules_read(requests_, &now) != 0) {
-      return true;
+      return now;
     }
     hidden_ = now;
   }
-  return is_default(vrf) ? hidden_->main : hidden_->vrfs && is_up(vrf.id);
+  return *hidden_;
+}
+
+// A VRF whose device is disabled forwards nothing, whatever its table holds.
+bool route_lookup::may_be_hidden(const vrf_device& vrf) noexcept {
+  const hidden_tables hidden = hidden_by_rules();
+  return is_default(vrf) ? hidden.main : hidden.vrfs && is_up(vrf.id);
 }
 
 void route_lookup::take(const route_record& route, rtclient_result* ret) noexcept {

@@ -58,6 +58,7 @@ class route_lookup {
   int find_in_contents(std::uint32_t address, const vrf_device& vrf, rtclient_result* ret) noexcept;
   int contents_of(std::uint32_t table, const table_contents** ret) noexcept;
   bool is_up(std::uint32_t ifindex) noexcept;
+  hidden_tables hidden_by_rules() noexcept;
   bool may_be_hidden(const vrf_device& vrf) noexcept;
   void take(const route_record& route, rtclient_result* ret) noexcept;
   const fixed_text<64>& name_of(std::uint32_t ifindex) noexcept;

@@ -91,14 +91,17 @@ void policy_rules_reader::take(const nlmsghdr& message) noexcept {
   const bool vrfs = plain && rule.l3mdev;
   const bool local = plain && !vrfs && rule.table == RT_TABLE_LOCAL;
   const bool main = plain && !vrfs && rule.table == RT_TABLE_MAIN;
-  main_hidden_ |= !main_seen_ && !(local || main || vrfs);
-  vrfs_hidden_ |= !vrfs_seen_ && !(local || vrfs);
-  main_seen_ |= main;
-  vrfs_seen_ |= vrfs;
+  hidden_.local |= unseen_.local && !(local || vrfs);
+  hidden_.main |= unseen_.main && !(local || main || vrfs);
+  hidden_.vrfs |= unseen_.vrfs && !(local || vrfs);
+  unseen_.local &= !local;
+  unseen_.main &= !main;
+  unseen_.vrfs &= !vrfs;
 }
 
 hidden_tables policy_rules_reader::result() const noexcept {
-  return {main_hidden_ || !main_seen_, vrfs_hidden_ || !vrfs_seen_};
+  return {hidden_.local || unseen_.local, hidden_.main || unseen_.main,
+          hidden_.vrfs || unseen_.vrfs};
 }
 
 int policy_rules_read(netlink_socket& requests, hidden_tables* ret) noexcept {

@@ -11,11 +11,12 @@ namespace ot {
 
 // Whether a table may be hidden: by a rule before it that finds a match elsewhere, or refuses.
 struct hidden_tables {
-  bool main = true;  // from a look-up in the default VRF
-  bool vrfs = true;  // from one in a VRF
+  bool local = true;  // the router's own addresses, from a look-up in the default VRF
+  bool main = true;   // from the same
+  bool vrfs = true;   // from a look-up in a VRF
 };
 
-// Reads the rules. 0 or an errno value, and then both may be hidden.
+// Reads the rules. 0 or an errno value, and then all may be hidden.
 int policy_rules_read(netlink_socket& requests, hidden_tables* ret) noexcept;
 
 // The same from the rules' messages, in their order.
@@ -25,10 +26,8 @@ class policy_rules_reader {
   [[nodiscard]] hidden_tables result() const noexcept;
 
  private:
-  bool main_hidden_ = false;
-  bool vrfs_hidden_ = false;
-  bool main_seen_ = false;
-  bool vrfs_seen_ = false;
+  hidden_tables hidden_{false, false, false};
+  hidden_tables unseen_;  // no rule yet leads there
 };
 
 }  // namespace ot

@@ -11,13 +11,14 @@
 namespace ot::testing {
 namespace {
 
-// "main", "vrfs" or both.
+// Those of "local", "main" and "vrfs".
 std::string hidden() {
   netlink_socket requests;
   hidden_tables now;
   EXPECT_EQ(requests.open_requests(), 0);
   EXPECT_EQ(policy_rules_read(requests, &now), 0);
-  return std::string{now.main ? "main " : ""} + (now.vrfs ? "vrfs" : "");
+  return std::string{now.local ? "local " : ""} + (now.main ? "main " : "") +
+         (now.vrfs ? "vrfs" : "");
 }
 
 struct rule_case {
@@ -65,6 +66,15 @@ TEST(policy_rules, tell_what_may_be_hidden) {
     }
     ip("rule del pref 32766");
     EXPECT_EQ(hidden(), "main ") << "no rule for the main table";
+    ip("rule add pref 32766 lookup main");
+    ip("rule add pref 32765 lookup local");
+    ip("rule del pref 0");
+    EXPECT_EQ(hidden(), "") << "the local table just before the main one";
+    ip("rule add pref 100 lookup main");
+    EXPECT_EQ(hidden(), "local vrfs");
+    ip("rule del pref 100");
+    ip("rule del pref 32765");
+    EXPECT_EQ(hidden(), "local ") << "no rule for the local table";
   });
 }
 
