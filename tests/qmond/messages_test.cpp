@@ -68,9 +68,21 @@ class dns_message : public testing::Test {
     made[7] = answers;
     return made;
   }
-  static void add_record(bytes& message, unsigned char type) {
-    const bytes record{0xc0, 12, 0, type, 0, 1, 0, 0, 0, 60, 0, 4, 192, 0, 2, 1};
-    message.insert(message.end(), record.begin(), record.end());
+  // The owner's name as it stands in the message; by default that of the question.
+  static void add_record(bytes& message, unsigned char type, unsigned char of_class = ns_c_in,
+                         const bytes& owner = {0xc0, 12}, const bytes& data = {192, 0, 2, 1}) {
+    const bytes fixed{0, type, 0,  of_class, 0,
+                      0, 0,    60, 0,        static_cast<unsigned char>(data.size())};
+    for (const bytes& part : {owner, fixed, data}) {
+      message.insert(message.end(), part.begin(), part.end());
+    }
+  }
+  // The answer to another question, otherwise as good as ours.
+  static bytes answer_to(bytes question) {
+    question[2] = 0x81;
+    question[7] = 1;
+    add_record(question, ns_t_a);
+    return question;
   }
 
   bytes question_ = dns_question("www.example.org", ns_t_a, 0x1234);
@@ -103,11 +115,51 @@ TEST_F(dns_message, everything_else_to_this_question_is_bad) {
   add_record(other_type, ns_t_ns);
   EXPECT_EQ(judge_answer(question_, other_type), dns_verdict::bad);
   EXPECT_EQ(judge_answer(question_, bytes{0x12, 0x34, 'x'}), dns_verdict::bad);
-  bytes other_name = dns_question("www.example.com", ns_t_a, 0x1234);
-  other_name[2] = 0x81;
-  other_name[7] = 1;
-  add_record(other_name, ns_t_a);
+}
+
+TEST_F(dns_message, a_record_of_another_name_or_class_is_none) {
+  const bytes other{5, 'o', 't', 'h', 'e', 'r', 0};
+  bytes other_name = reply(0x81, 0x80, 1);
+  add_record(other_name, ns_t_a, ns_c_in, other);
   EXPECT_EQ(judge_answer(question_, other_name), dns_verdict::bad);
+  bytes other_class = reply(0x81, 0x80, 1);
+  add_record(other_class, ns_t_a, ns_c_chaos);
+  EXPECT_EQ(judge_answer(question_, other_class), dns_verdict::bad);
+}
+
+TEST_F(dns_message, a_record_of_what_the_name_is_an_alias_of_is_good) {
+  const bytes other{5, 'o', 't', 'h', 'e', 'r', 0};
+  bytes answer = reply(0x81, 0x80, 2);
+  bytes turned = answer;
+  bytes alias_only = reply(0x81, 0x80, 1);
+  add_record(answer, ns_t_cname, ns_c_in, {0xc0, 12}, other);
+  add_record(answer, ns_t_a, ns_c_in, other);
+  EXPECT_EQ(judge_answer(question_, answer), dns_verdict::good);
+  add_record(turned, ns_t_a, ns_c_in, other);
+  add_record(turned, ns_t_cname, ns_c_in, {0xc0, 12}, other);
+  EXPECT_EQ(judge_answer(question_, turned), dns_verdict::good) << "in any order";
+  add_record(alias_only, ns_t_cname, ns_c_in, {0xc0, 12}, other);
+  EXPECT_EQ(judge_answer(question_, alias_only), dns_verdict::bad);
+}
+
+TEST_F(dns_message, aliases_in_a_circle_lead_nowhere) {
+  bytes answer = reply(0x81, 0x80, 1);
+  add_record(answer, ns_t_cname, ns_c_in, {0xc0, 12}, {0xc0, 12});
+  EXPECT_EQ(judge_answer(question_, answer), dns_verdict::bad);
+}
+
+TEST_F(dns_message, an_answer_to_another_question_is_none_to_ours) {
+  EXPECT_EQ(judge_answer(question_, answer_to(question_)), dns_verdict::good);
+  EXPECT_EQ(judge_answer(question_, answer_to(dns_question("www.example.com", ns_t_a, 0x1234))),
+            dns_verdict::other);
+  EXPECT_EQ(judge_answer(question_, answer_to(dns_question("www.example.org", ns_t_mx, 0x1234))),
+            dns_verdict::other);
+  bytes other_class = question_;
+  other_class.back() = ns_c_chaos;
+  EXPECT_EQ(judge_answer(question_, answer_to(other_class)), dns_verdict::other);
+  EXPECT_EQ(judge_answer(question_, answer_to(dns_question("WWW.example.ORG", ns_t_a, 0x1234))),
+            dns_verdict::good)
+      << "case does not matter";
 }
 
 TEST_F(dns_message, what_has_another_id_is_not_for_this_question) {

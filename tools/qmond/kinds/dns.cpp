@@ -19,24 +19,57 @@ namespace {
 
 constexpr std::uint16_t dns_port = 53;
 
-// Whether the answer repeats the question.
-bool same_question(ns_msg& question, ns_msg& answer) noexcept {
-  ns_rr asked;
-  ns_rr repeated;
-  return ns_parserr(&question, ns_s_qd, 0, &asked) == 0 &&
-         ns_parserr(&answer, ns_s_qd, 0, &repeated) == 0 &&
-         ns_rr_type(asked) == ns_rr_type(repeated) &&
-         strcasecmp(ns_rr_name(asked), ns_rr_name(repeated)) == 0;
+// The message's question; false when it has none.
+bool question_of(ns_msg& message, ns_rr* ret) noexcept {
+  return ns_parserr(&message, ns_s_qd, 0, ret) == 0;
 }
 
-bool holds_type(ns_msg& answer, unsigned type) noexcept {
+bool same_name(const char* a, const char* b) noexcept {
+  return strcasecmp(a, b) == 0;
+}
+
+bool same_question(const ns_rr& a, const ns_rr& b) noexcept {
+  return ns_rr_type(a) == ns_rr_type(b) && ns_rr_class(a) == ns_rr_class(b) &&
+         same_name(ns_rr_name(a), ns_rr_name(b));
+}
+
+// The name that an alias stands for; false when it is no whole one.
+bool alias_target(const ns_msg& message, const ns_rr& alias,
+                  std::array<char, NS_MAXDNAME>* ret) noexcept {
+  return ns_name_uncompress(ns_msg_base(message), ns_msg_end(message), ns_rr_rdata(alias),
+                            ret->data(), ret->size()) >= 0;
+}
+
+// What the answer says of one name: a record of the type and class that were asked for, an alias
+// (then `name` becomes what it stands for), or nothing.
+enum class found { record, alias, nothing };
+found look_for(ns_msg& answer, const ns_rr& asked, std::array<char, NS_MAXDNAME>* name) noexcept {
   for (int i = 0; i < ns_msg_count(answer, ns_s_an); ++i) {
     ns_rr record;
-    if (ns_parserr(&answer, ns_s_an, i, &record) == 0 && ns_rr_type(record) == type) {
-      return true;
+    if (ns_parserr(&answer, ns_s_an, i, &record) != 0 ||
+        ns_rr_class(record) != ns_rr_class(asked) || !same_name(ns_rr_name(record), name->data())) {
+      continue;
+    }
+    if (ns_rr_type(record) == ns_rr_type(asked)) {
+      return found::record;
+    }
+    if (ns_rr_type(record) == ns_t_cname && alias_target(answer, record, name)) {
+      return found::alias;
     }
   }
-  return false;
+  return found::nothing;
+}
+
+// Whether the answer holds what was asked for, of the name itself or of one that it is an alias of.
+bool holds_record(ns_msg& answer, const ns_rr& asked) noexcept {
+  constexpr int aliases_max = 16;  // also ends a circle
+  std::array<char, NS_MAXDNAME> name{};
+  std::strncpy(name.data(), ns_rr_name(asked), name.size() - 1);
+  found last = found::alias;
+  for (int i = 0; i <= aliases_max && last == found::alias; ++i) {
+    last = look_for(answer, asked, &name);
+  }
+  return last == found::record;
 }
 
 class dns_probe : public probe {
@@ -142,12 +175,15 @@ dns_verdict judge_answer(std::span<const unsigned char> question,
     return dns_verdict::bad;
   }
   ns_rr wanted;
-  const bool answers = ns_msg_getflag(got, ns_f_qr) == 1 &&
-                       ns_msg_getflag(got, ns_f_rcode) == ns_r_noerror &&
-                       same_question(asked, got) && ns_parserr(&asked, ns_s_qd, 0, &wanted) == 0;
+  ns_rr repeated;
+  const bool repeats = question_of(got, &repeated);
+  if (!question_of(asked, &wanted) || (repeats && !same_question(wanted, repeated))) {
+    return dns_verdict::other;  // of another name, type or class
+  }
+  const bool answers = repeats && ns_msg_getflag(got, ns_f_qr) == 1 &&
+                       ns_msg_getflag(got, ns_f_rcode) == ns_r_noerror;
   // An answer that was too long for its packet shows as well that the server answers.
-  const bool good =
-      answers && (ns_msg_getflag(got, ns_f_tc) == 1 || holds_type(got, ns_rr_type(wanted)));
+  const bool good = answers && (ns_msg_getflag(got, ns_f_tc) == 1 || holds_record(got, wanted));
   return good ? dns_verdict::good : dns_verdict::bad;
 }
 

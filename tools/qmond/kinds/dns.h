@@ -9,8 +9,8 @@
 namespace ot::qmond {
 
 enum class dns_verdict {
-  other,  // not an answer to this question
-  good,   // holds a record of the type that was asked for
+  other,  // not an answer to this question: another id, name, type or class
+  good,   // holds a record of the type that was asked for, of the name or of what it is an alias of
   bad,    // an error, no such record, or nonsense
 };
 
