@@ -1,5 +1,7 @@
-// sd-event behind owners. The state of a source is shared with the call that is in progress, so
-// that a callback may end its own source.
+// sd-event behind owners. The function to call is shared with the call that is in progress, so that
+// a callback may end its own source. The source itself ends at once: one that outlived its
+// descriptor would take the watch from whoever gets the descriptor's number next, and would itself
+// stay watched, though freed, while another process holds what the descriptor stood for.
 #include "tools/qmond/loop.h"
 
 #include <signal.h>
@@ -14,7 +16,7 @@ namespace ot::qmond {
 
 struct loop_source::state : std::enable_shared_from_this<state> {
   explicit state(callback to_call) : call(std::move(to_call)) {}
-  ~state() { sd_event_source_disable_unref(source); }
+  ~state() = default;
   state(const state&) = delete;
   state& operator=(const state&) = delete;
 
@@ -32,8 +34,23 @@ struct loop_source::state : std::enable_shared_from_this<state> {
   }
 
   sd_event_source* source = nullptr;
-  callback call;
+  const callback call;
 };
+
+loop_source& loop_source::operator=(loop_source&& other) noexcept {
+  if (this != &other) {
+    end();
+    state_ = std::move(other.state_);
+  }
+  return *this;
+}
+
+void loop_source::end() noexcept {
+  if (state_ != nullptr) {
+    state_->source = sd_event_source_disable_unref(state_->source);
+    state_.reset();
+  }
+}
 
 loop_source loop_source::added(std::shared_ptr<state> made, int result) {
   if (result < 0) {
@@ -88,11 +105,15 @@ loop_source loop_source::child(sd_event* loop, pid_t pid, callback call) {
                          made.get()));
 }
 
-void loop_source::set_events(std::uint32_t events) {
+void loop_source::make_urgent() noexcept {
+  sd_event_source_set_priority(state_->source, SD_EVENT_PRIORITY_IMPORTANT);
+}
+
+void loop_source::set_events(std::uint32_t events) noexcept {
   sd_event_source_set_io_events(state_->source, events);
 }
 
-void loop_source::set_time(std::uint64_t time_us) {
+void loop_source::set_time(std::uint64_t time_us) noexcept {
   sd_event_source_set_time(state_->source, time_us);
   sd_event_source_set_enabled(state_->source, SD_EVENT_ONESHOT);
 }

@@ -1,5 +1,6 @@
 // The event loop's sources as owners: what is watched is watched as long as the object lives, and
-// an object may be ended from within its own callback.
+// not a moment longer, so that its descriptor may be closed next. An object may be ended from
+// within its own callback.
 #pragma once
 
 #include <systemd/sd-event.h>
@@ -7,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <utility>
 
 #include "platform/linux/monotonic.h"
 
@@ -17,6 +19,9 @@ class loop_source {
   using callback = std::function<void(std::uint32_t events)>;
 
   loop_source() noexcept = default;
+  ~loop_source() { end(); }
+  loop_source(loop_source&& other) noexcept : state_(std::move(other.state_)) {}
+  loop_source& operator=(loop_source&& other) noexcept;
 
   // Each throws std::system_error when the kernel refuses.
 
@@ -31,15 +36,19 @@ class loop_source {
   // events are its wait status: 0 when it exited with 0.
   static loop_source child(sd_event* loop, pid_t pid, callback call);
 
-  void set_events(std::uint32_t events);
-  // Lets a timer call at another time, also one that has called.
-  void set_time(std::uint64_t time_us);
-  [[nodiscard]] bool set() const noexcept { return state_ != nullptr; }
+  // Lets it go before everything that is not urgent, whatever came first; for what must not wait
+  // for busy descriptors.
+  void make_urgent() noexcept;
+  void set_events(std::uint32_t events) noexcept;
+  // Lets a timer call at another time, also one that has called. A timer that has come, but whose
+  // call still waits for its turn, loses its turn: set a time only when it is another one.
+  void set_time(std::uint64_t time_us) noexcept;
 
  private:
   struct state;
   explicit loop_source(std::shared_ptr<state> made) noexcept : state_(std::move(made)) {}
   static loop_source added(std::shared_ptr<state> made, int result);
+  void end() noexcept;
 
   std::shared_ptr<state> state_;
 };

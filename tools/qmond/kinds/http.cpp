@@ -1,14 +1,12 @@
 // HTTP and HTTPS: success is an answer with a wanted status. Every probe makes a connection of its
-// own; nothing of the environment (proxies) takes part, redirections are answers like others. All
-// transfers run on curl's multi interface, which is driven by our loop.
+// own; nothing of the environment (proxies) takes part, redirections are answers like others. The
+// status is known when the final headers are in: the transfer ends there, and no body is read.
 #include "tools/qmond/kinds/http.h"
-
-#include <sys/epoll.h>
 
 #include <algorithm>
 #include <array>
-#include <stdexcept>
-#include <system_error>
+#include <cerrno>
+#include <string_view>
 
 #include "tools/qmond/kinds/host.h"
 #include "tools/qmond/sockets.h"
@@ -16,10 +14,18 @@
 namespace ot::qmond {
 namespace {
 
+// Reading the file of trusted authorities takes longer than a probe. curl keeps what it has read
+// only where no folder of them is named as well.
+constexpr long authorities_kept_s = 60;
+
 struct result_row {
   CURLcode result;
   return_code code;
 };
+
+// All that comes before the body, interim answers and their headers included; curl would go on
+// reading interim answers for as long as they come.
+constexpr std::size_t headers_max = 256 * 1024;
 
 // Of a transfer without an answer; all others brought one that is no good.
 constexpr result_row results[] = {
@@ -70,42 +76,68 @@ class http_probe : public probe {
            set(CURLOPT_USERAGENT, "qmond") && set(CURLOPT_NOSIGNAL, 1L) &&
            set(CURLOPT_FRESH_CONNECT, 1L) && set(CURLOPT_FORBID_REUSE, 1L) &&
            set(CURLOPT_SSL_VERIFYPEER, check) && set(CURLOPT_SSL_VERIFYHOST, 2 * check) &&
-           set(CURLOPT_WRITEFUNCTION, &http_probe::discard) &&
-           set(CURLOPT_SOCKOPTFUNCTION, &http_probe::bind_socket) && set(CURLOPT_SOCKOPTDATA, this);
+           set(CURLOPT_CAPATH, nullptr) && set(CURLOPT_CA_CACHE_TIMEOUT, authorities_kept_s) &&
+           set(CURLOPT_HEADERFUNCTION, &http_probe::take_header) && set(CURLOPT_HEADERDATA, this) &&
+           set(CURLOPT_WRITEFUNCTION, &http_probe::refuse_body) &&
+           set(CURLOPT_OPENSOCKETFUNCTION, &http_probe::open_socket) &&
+           set(CURLOPT_OPENSOCKETDATA, this);
   }
 
-  static std::size_t discard(char* /*data*/, std::size_t size, std::size_t count,
-                             void* /*context*/) {
-    return size * count;
-  }
-
-  static int bind_socket(void* context, curl_socket_t socket, curlsocktype /*purpose*/) {
+  // One line at a time, the last of an answer is empty. Taking less than came ends the transfer.
+  static std::size_t take_header(char* data, std::size_t size, std::size_t count, void* context) {
     auto* const self = static_cast<http_probe*>(context);
-    const address source = address::from_text(self->what_.source, 0);
-    const int error = bind_to_operation(socket, source.family(), self->what_);
-    self->bind_error_ = error;
-    return error == 0 ? CURL_SOCKOPT_OK : CURL_SOCKOPT_ERROR;
+    const std::string_view line(data, size * count);
+    self->header_bytes_ += line.size();
+    if (line == "\r\n" || line == "\n") {
+      long status = 0;
+      curl_easy_getinfo(self->handle_, CURLINFO_RESPONSE_CODE, &status);
+      constexpr long switching_protocols =
+          101;  // the only one below 200 that is not followed by more
+      self->status_ = status >= 200 || status == switching_protocols ? status : 0;
+    }
+    return self->status_ != 0 || self->header_bytes_ > headers_max ? 0 : line.size();
+  }
+
+  static std::size_t refuse_body(char* /*data*/, std::size_t /*size*/, std::size_t /*count*/,
+                                 void* /*context*/) {
+    return 0;
+  }
+
+  static curl_socket_t open_socket(void* context, curlsocktype /*purpose*/, curl_sockaddr* where) {
+    auto* const self = static_cast<http_probe*>(context);
+    unique_fd made(socket(where->family, where->socktype | SOCK_CLOEXEC, where->protocol));
+    self->socket_error_ =
+        made.valid() ? bind_to_operation(made.get(), where->family, self->what_) : errno;
+    return self->socket_error_ == 0 ? made.release() : CURL_SOCKET_BAD;
   }
 
   [[nodiscard]] bool status_wanted() const noexcept {
-    long status = 0;
-    curl_easy_getinfo(handle_, CURLINFO_RESPONSE_CODE, &status);
     const auto& wanted = what_.status;
-    return wanted.empty() ? status >= 200 && status < 400
-                          : std::find(wanted.begin(), wanted.end(), status) != wanted.end();
+    return wanted.empty() ? status_ >= 200 && status_ < 400
+                          : std::find(wanted.begin(), wanted.end(), status_) != wanted.end();
+  }
+
+  // curl has no memory for a header that is longer than it likes.
+  [[nodiscard]] bool has_begun() const noexcept {
+    curl_off_t first_byte_us = 0;
+    return curl_easy_getinfo(handle_, CURLINFO_STARTTRANSFER_TIME_T, &first_byte_us) == CURLE_OK &&
+           first_byte_us > 0;
   }
 
   [[nodiscard]] return_code code_of(CURLcode result) const noexcept {
-    if (result == CURLE_OK) {
+    if (status_ != 0) {
       return status_wanted() ? return_code::ok : return_code::bad_answer;
     }
-    if (bind_error_ != 0) {
-      return code_of_errno(bind_error_);
+    if (socket_error_ != 0) {
+      return code_of_errno(socket_error_);
     }
     if (result == CURLE_COULDNT_CONNECT) {
       long error = 0;
       curl_easy_getinfo(handle_, CURLINFO_OS_ERRNO, &error);
       return code_of_errno(static_cast<int>(error));
+    }
+    if (result == CURLE_OUT_OF_MEMORY && has_begun()) {
+      return return_code::bad_answer;
     }
     const auto* const row = std::find_if(std::begin(results), std::end(results),
                                          [&](const result_row& r) { return r.result == result; });
@@ -123,7 +155,9 @@ class http_probe : public probe {
   transfer_done on_done_;
   CURL* handle_ = nullptr;
   curl_slist* connect_to_ = nullptr;
-  int bind_error_ = 0;
+  int socket_error_ = 0;
+  std::size_t header_bytes_ = 0;
+  long status_ = 0;  // of the final answer; 0: not here yet
 };
 
 started start(probe_host& host, const operation& what, const address& where, probe_done done) {
@@ -160,84 +194,5 @@ constinit const kind http_kind{
     .target = [](const std::string& text) { return url_value(text); },
     .start = start,
 };
-
-http_client::http_client(sd_event* loop) : loop_(loop) {
-  if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK ||
-      (multi_ = curl_multi_init()) == nullptr) {
-    throw std::runtime_error("curl cannot be set up");
-  }
-  timer_ = loop_source::timer(loop_, UINT64_MAX, 1000,
-                              [this](std::uint32_t) { act(CURL_SOCKET_TIMEOUT, 0); });
-  curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, &http_client::on_socket);
-  curl_multi_setopt(multi_, CURLMOPT_SOCKETDATA, this);
-  curl_multi_setopt(multi_, CURLMOPT_TIMERFUNCTION, &http_client::on_timer);
-  curl_multi_setopt(multi_, CURLMOPT_TIMERDATA, this);
-}
-
-http_client::~http_client() {
-  curl_multi_cleanup(multi_);
-  curl_global_cleanup();
-}
-
-bool http_client::add(CURL* handle, transfer_done* call) {
-  return curl_easy_setopt(handle, CURLOPT_PRIVATE, call) == CURLE_OK &&
-         curl_multi_add_handle(multi_, handle) == CURLM_OK;
-}
-
-void http_client::remove(CURL* handle) noexcept {
-  curl_multi_remove_handle(multi_, handle);
-}
-
-int http_client::on_socket(CURL* /*handle*/, curl_socket_t socket, int what, void* client,
-                           void* /*known*/) {
-  auto* const self = static_cast<http_client*>(client);
-  if (what == CURL_POLL_REMOVE) {
-    self->sockets_.erase(socket);
-    return 0;
-  }
-  const std::uint32_t events =
-      ((what & CURL_POLL_IN) != 0 ? EPOLLIN : 0U) | ((what & CURL_POLL_OUT) != 0 ? EPOLLOUT : 0U);
-  if (const auto known = self->sockets_.find(socket); known != self->sockets_.end()) {
-    known->second.set_events(events);
-    return 0;
-  }
-  return self->watch(socket, events) ? 0 : -1;
-}
-
-bool http_client::watch(curl_socket_t socket, std::uint32_t events) noexcept {
-  try {
-    sockets_[socket] =
-        loop_source::descriptor(loop_, socket, events, [this, socket](std::uint32_t came) {
-          act(socket, ((came & EPOLLIN) != 0 ? CURL_CSELECT_IN : 0) |
-                          ((came & EPOLLOUT) != 0 ? CURL_CSELECT_OUT : 0) |
-                          ((came & (EPOLLERR | EPOLLHUP)) != 0 ? CURL_CSELECT_ERR : 0));
-        });
-    return true;
-  } catch (const std::system_error&) {
-    sockets_.erase(socket);
-    return false;
-  }
-}
-
-int http_client::on_timer(CURLM* /*multi*/, long timeout_ms, void* client) {
-  auto* const self = static_cast<http_client*>(client);
-  self->timer_.set_time(
-      timeout_ms < 0 ? UINT64_MAX : monotonic_us() + static_cast<std::uint64_t>(timeout_ms) * 1000);
-  return 0;
-}
-
-void http_client::act(curl_socket_t socket, int events) {
-  int running = 0;
-  curl_multi_socket_action(multi_, socket, events, &running);
-  int left = 0;
-  while (const CURLMsg* const message = curl_multi_info_read(multi_, &left)) {
-    if (message->msg == CURLMSG_DONE) {
-      const CURLcode result = message->data.result;
-      transfer_done* call = nullptr;
-      curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &call);
-      (*call)(result);
-    }
-  }
-}
 
 }  // namespace ot::qmond
