@@ -1,5 +1,7 @@
 // What c-ares' releases have under different names. Its records (from 1.28) replace the function
-// that wrote a query before, which later releases call deprecated; Debian 12 has 1.18.
+// that wrote a query before, its list of servers is a text (from 1.24), and its pace (from 1.22)
+// follows what servers took before, if it is not bounded; what was before is called deprecated.
+// Debian 12 has 1.18.
 #pragma once
 
 #include <ares.h>
@@ -50,5 +52,39 @@ inline std::vector<unsigned char> dns_question(const std::string& name, std::uin
 }
 
 #endif
+
+// How many servers the channel asks.
+inline std::uint32_t count_servers(cares_channel channel) noexcept {
+#if ARES_VERSION >= 0x011800
+  char* const list = ares_get_servers_csv(channel);
+  std::uint32_t count = list == nullptr || *list == '\0' ? 0 : 1;
+  for (const char* at = list; count != 0 && *at != '\0'; ++at) {
+    count += *at == ',' ? 1 : 0;
+  }
+  ares_free_string(list);
+#else
+  ares_addr_port_node* list = nullptr;
+  std::uint32_t count = 0;
+  if (ares_get_servers_ports(channel, &list) == ARES_SUCCESS) {
+    for (const ares_addr_port_node* each = list; each != nullptr; each = each->next) {
+      ++count;
+    }
+    ares_free_data(list);
+  }
+#endif
+  return count;
+}
+
+// Bounds the patience with one server; the bit to set in the mask of options.
+inline int bound_pace(ares_options& options, std::uint32_t try_ms) noexcept {
+#ifdef ARES_OPT_MAXTIMEOUTMS
+  options.maxtimeout = static_cast<int>(2 * try_ms);
+  return ARES_OPT_MAXTIMEOUTMS;
+#else
+  (void)options;
+  (void)try_ms;
+  return 0;
+#endif
+}
 
 }  // namespace ot::qmond

@@ -2,20 +2,19 @@
 // waiting and without a thread.
 #pragma once
 
+#include <sys/stat.h>
 #include <systemd/sd-event.h>
 
-#include <functional>
+#include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
-#include "tools/qmond/cares.h"
-#include "tools/qmond/loop.h"
-#include "tools/qmond/sockets.h"
+#include "tools/qmond/name_channel.h"
 
 namespace ot::qmond {
-
-using name_found = std::function<void(const address& found)>;
 
 // A query under way; its end gives it up.
 class name_query {
@@ -42,20 +41,22 @@ class resolver {
   resolver& operator=(const resolver&) = delete;
 
   // Calls `call` from the loop with the first address found, of that family if it is not AF_UNSPEC;
-  // unset when there is none.
+  // unset when there is none. The servers are asked at a pace that lets each of them answer within
+  // `timeout_ms`. Throws std::runtime_error or std::system_error when they cannot be asked at all.
   std::unique_ptr<name_query> look_up(const std::string& name, int family, std::uint16_t port,
-                                      name_found call);
+                                      std::uint32_t timeout_ms, name_found call);
+
+  // Lets the system's configuration be read again before the next query; what is under way goes on.
+  // A changed file is noticed without this.
+  void refresh() noexcept;
 
  private:
-  void watch(ares_socket_t socket, bool readable, bool writable);
-  void add_socket(ares_socket_t socket, std::uint32_t events) noexcept;
-  void process(ares_socket_t readable, ares_socket_t writable);
-  void set_timer();
+  name_channel& channel_for(std::uint32_t timeout_ms);
 
   sd_event* loop_;
-  cares_channel channel_ = nullptr;
-  std::map<ares_socket_t, loop_source> sockets_;
-  loop_source timer_;
+  std::optional<struct stat> servers_file_;  // as it was when the channels were made
+  std::map<std::uint32_t, std::unique_ptr<name_channel>> channels_;
+  std::vector<std::unique_ptr<name_channel>> retired_;  // until they are idle
 };
 
 }  // namespace ot::qmond

@@ -3,6 +3,7 @@
 // is no round-trip time.
 #include <algorithm>
 #include <array>
+#include <stdexcept>
 #include <system_error>
 
 #include "tools/qmond/kinds/host.h"
@@ -33,9 +34,9 @@ class named_probe : public probe {
     const int family = what_.source.empty()                          ? AF_UNSPEC
                        : what_.source.find(':') == std::string::npos ? AF_INET
                                                                      : AF_INET6;
-    query_ = host_.names.look_up(what_.host, family, what_.port,
+    query_ = host_.names.look_up(what_.host, family, what_.port, what_.timeout_ms,
                                  [this](const address& found) { go_on(found); });
-    if (query_ != nullptr && query_->answered()) {
+    if (query_->answered()) {
       *ret = start(query_->answer());
       return true;
     }
@@ -106,8 +107,12 @@ started start_probe(probe_host& host, const operation& what, probe_done done) {
   }
   auto named = std::make_unique<named_probe>(host, what, std::move(done));
   started begun;
-  if (named->look_up(&begun)) {
-    return begun;
+  try {
+    if (named->look_up(&begun)) {
+      return begun;
+    }
+  } catch (const std::runtime_error&) {  // also of the loop, which had no room
+    return {.running = nullptr, .code = return_code::name_not_resolved};
   }
   return {.running = std::move(named), .code = return_code::none};
 }

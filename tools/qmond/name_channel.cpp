@@ -1,0 +1,130 @@
+// c-ares on our loop. It reads the system's configuration when a channel is made and never again,
+// and has one pace for all questions of a channel: hence a channel for each timeout, and a new one
+// when the configuration has changed.
+#include "tools/qmond/name_channel.h"
+
+#include <sys/epoll.h>
+#include <sys/time.h>
+
+#include <algorithm>
+#include <memory>
+#include <stdexcept>
+#include <system_error>
+
+namespace ot::qmond {
+namespace {
+
+// Each server is asked again, with twice the patience, when none has answered.
+constexpr int query_tries = 2;
+
+void check(int status) {
+  if (status != ARES_SUCCESS) {
+    throw std::runtime_error(std::string("name resolution: ") + ares_strerror(status));
+  }
+}
+
+std::uint32_t servers_of_system() {
+  cares_channel channel = nullptr;
+  ares_options none{};
+  check(ares_init_options(&channel, &none, 0));
+  const std::uint32_t count = count_servers(channel);
+  ares_destroy(channel);
+  return count;
+}
+
+}  // namespace
+
+struct name_channel::question {
+  name_channel& channel;
+  std::uint16_t port;
+  name_found call;
+};
+
+name_channel::name_channel(sd_event* loop, std::uint32_t timeout_ms) : loop_(loop) {
+  timer_ = loop_source::timer(loop_, UINT64_MAX, 1000,
+                              [this](std::uint32_t) { process(ARES_SOCKET_BAD, ARES_SOCKET_BAD); });
+  open(std::max(timeout_ms / (servers_of_system() + 1), std::uint32_t{1}));
+}
+
+name_channel::~name_channel() {
+  ares_destroy(channel_);
+}
+
+void name_channel::open(std::uint32_t try_ms) {
+  ares_options options{};
+  options.timeout = static_cast<int>(try_ms);
+  options.tries = query_tries;
+  options.sock_state_cb_data = this;
+  options.sock_state_cb = [](void* context, ares_socket_t socket, int readable, int writable) {
+    static_cast<name_channel*>(context)->watch(socket, readable != 0, writable != 0);
+  };
+  int mask = ARES_OPT_TIMEOUTMS | ARES_OPT_TRIES | ARES_OPT_SOCK_STATE_CB;
+  mask |= bound_pace(options, try_ms);
+  check(ares_init_options(&channel_, &options, mask));
+}
+
+void name_channel::on_answer(void* context, int status, int /*timeouts*/, ares_addrinfo* result) {
+  const std::unique_ptr<question> asked(static_cast<question*>(context));
+  address found;
+  if (status == ARES_SUCCESS && result != nullptr && result->nodes != nullptr) {
+    found = address::from_socket(result->nodes->ai_addr, asked->port);
+  }
+  if (result != nullptr) {
+    ares_freeaddrinfo(result);
+  }
+  asked->call(found);
+  --asked->channel.under_way_;
+}
+
+void name_channel::ask(const std::string& name, int family, std::uint16_t port, name_found call) {
+  ares_addrinfo_hints hints{};
+  hints.ai_family = family;
+  hints.ai_flags = ARES_AI_NOSORT;
+  auto asked =
+      std::make_unique<question>(question{.channel = *this, .port = port, .call = std::move(call)});
+  ++under_way_;
+  ares_getaddrinfo(channel_, name.c_str(), nullptr, &hints, on_answer, asked.release());
+  set_timer();
+}
+
+void name_channel::watch(ares_socket_t socket, bool readable, bool writable) {
+  const std::uint32_t events = (readable ? EPOLLIN : 0U) | (writable ? EPOLLOUT : 0U);
+  const auto known = sockets_.find(socket);
+  if (events == 0) {
+    sockets_.erase(socket);
+  } else if (known != sockets_.end()) {
+    known->second.set_events(events);
+  } else {
+    add_socket(socket, events);
+  }
+}
+
+// Where the loop has no room, the query runs into its timeout.
+void name_channel::add_socket(ares_socket_t socket, std::uint32_t events) noexcept {
+  try {
+    sockets_[socket] =
+        loop_source::descriptor(loop_, socket, events, [this, socket](std::uint32_t came) {
+          const bool can_write = (came & EPOLLOUT) != 0;
+          const bool can_read = (came & ~std::uint32_t{EPOLLOUT}) != 0;
+          process(can_read ? socket : ARES_SOCKET_BAD, can_write ? socket : ARES_SOCKET_BAD);
+        });
+  } catch (const std::system_error&) {
+    sockets_.erase(socket);
+  }
+}
+
+void name_channel::process(ares_socket_t readable, ares_socket_t writable) {
+  ares_process_fd(channel_, readable, writable);
+  set_timer();
+}
+
+void name_channel::set_timer() {
+  timeval wait{};
+  const timeval* const next = ares_timeout(channel_, nullptr, &wait);
+  timer_.set_time(next == nullptr
+                      ? UINT64_MAX
+                      : monotonic_us() + static_cast<std::uint64_t>(next->tv_sec) * 1000000 +
+                            static_cast<std::uint64_t>(next->tv_usec));
+}
+
+}  // namespace ot::qmond
