@@ -153,6 +153,22 @@ TEST_F(qmond_engine, a_probe_without_room_is_tried_again_soon_and_is_no_result) 
   EXPECT_EQ(under_way_.size(), 1U);
 }
 
+TEST_F(qmond_engine, a_probe_that_finds_no_room_within_its_timeout_cannot_run) {
+  immediate_ = return_code::none;
+  engine_->apply({every_second(0)});
+  const std::uint64_t begin = now_;
+  pass_until(begin + 399999);
+  EXPECT_EQ(found(0)[word_results], 0U);
+  pass_until(begin + 400000);
+  EXPECT_EQ(code(0), 7U);
+  const std::size_t starts = starts_.size();
+  pass_until(begin + 400000 + second - 1);
+  EXPECT_EQ(starts_.size(), starts) << "the next one is an interval later";
+  immediate_ = return_code::ok;
+  pass_until(begin + 400000 + second);
+  EXPECT_EQ(code(0), 1U);
+}
+
 TEST_F(qmond_engine, many_operations_start_evenly_spread) {
   engine_->apply(many(1500));
   const std::uint64_t begin = now_;

@@ -22,6 +22,7 @@ struct engine::runner {
   std::unique_ptr<probe> running;
   std::uint64_t due_us = 0;
   std::uint64_t started_us = 0;
+  std::uint64_t without_room_us = 0;  // since when; 0: there was room
 };
 
 std::uint64_t first_delay_us(const operation& config) noexcept {
@@ -109,9 +110,21 @@ void engine::start(runner& one) {
     one.running = std::move(begun.running);
     put_off(one, one.started_us + one.config.timeout_ms * std::uint64_t{1000});
   } else if (begun.code == return_code::none) {
-    put_off(one, one.started_us + retry_us);
+    wait_for_room(one);
   } else {
     finish(one, begun.code);
+  }
+}
+
+// A result that came only when there is room at last would be one of long ago.
+void engine::wait_for_room(runner& one) {
+  if (one.without_room_us == 0) {
+    one.without_room_us = one.started_us;
+  }
+  if (one.started_us - one.without_room_us >= one.config.timeout_ms * std::uint64_t{1000}) {
+    finish(one, return_code::cannot_run);
+  } else {
+    put_off(one, one.started_us + retry_us);
   }
 }
 
@@ -119,6 +132,7 @@ void engine::finish(runner& one, return_code code) {
   const std::uint64_t now_us = hooks_.now_us();
   const std::uint64_t begun_us = one.running == nullptr ? now_us : one.running->begun_us();
   one.running.reset();
+  one.without_room_us = 0;
   one.results.record(code, now_us - begun_us, hooks_.wall_clock());
   table_->publish(one.slot, one.results.words());
   // Starts keep their rhythm, unless the last one was so late that the next would follow at once.

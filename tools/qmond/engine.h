@@ -61,6 +61,7 @@ class engine {
   void make_room(std::size_t operations);
   void put_off(runner& one, std::uint64_t due_us);
   void start(runner& one);
+  void wait_for_room(runner& one);
   void finish(runner& one, return_code code);
 
   std::string table_path_;
