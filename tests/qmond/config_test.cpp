@@ -141,22 +141,56 @@ TEST(qmond_config, an_id_is_what_a_track_can_name) {
   }
 }
 
-TEST(qmond_config, a_file_that_cannot_be_read_is_a_problem_of_its_own) {
-  const configuration config = read_config("/nowhere/probes.toml");
-  ASSERT_EQ(config.problems.size(), 1U);
-  EXPECT_EQ(problem_text("f", config.problems[0]), "f: No such file or directory");
+TEST(qmond_config, an_operation_of_no_kind_is_checked_as_far_as_it_can_be) {
+  EXPECT_THAT(problems_of(R"([[operation]]
+id = 1
+kind = "ping"
+target = 5
+interval = "1s"
+timeout = "2s"
+rise = 0
+size = 1
+colour = "red"
+interface = "a"
+vrf = "b"
+[[operation]]
+id = 1
+target = "192.0.2.1"
+)"),
+              ElementsAre("f:3:8: kind: must be one of icmp, tcp, http, dns, command",
+                          "f:4:10: target: must be a text in quotes",
+                          "f:6:11: timeout: must not be longer than the interval",
+                          "f:7:8: rise: must be a number from 1 to 100",
+                          "f:8:8: size: must be a number from 8 to 65000",
+                          "f:9:1: there is no key \"colour\"",
+                          "f:11:7: either \"interface\" or \"vrf\", not both",
+                          "f:12:1: the operation has no \"kind\"; there are icmp, tcp, http, dns, "
+                          "command",
+                          "f:13:6: id 1 is that of the operation in line 1"));
 }
 
-TEST(qmond_config, an_empty_file_has_no_operations_and_no_problems) {
-  const configuration config = read_config("/dev/null");
-  EXPECT_THAT(config.problems, IsEmpty());
-  EXPECT_THAT(config.operations, IsEmpty());
-}
-
-TEST(qmond_config, a_folder_is_no_configuration) {
-  const configuration config = read_config("/");
-  ASSERT_EQ(config.problems.size(), 1U);
-  EXPECT_EQ(problem_text("f", config.problems[0]), "f: Is a directory");
+TEST(qmond_config, one_problem_does_not_hide_another) {
+  EXPECT_THAT(problems_of(R"([[operation]]
+id = 1
+kind = "http"
+target = "https://192.0.2.1"
+status = [99, 200, "x"]
+verify = 1
+source = "::1"
+interval = "1s"
+timeout = "2s"
+[[operation]]
+id = 2
+kind = "command"
+command = ["/bin/true", 1, 2]
+)"),
+              ElementsAre("f:5:10: status: element 1 must be a number from 100 to 599; element 3 "
+                          "must be a number from 100 to 599",
+                          "f:6:10: verify: must be true or false",
+                          "f:7:10: source: is not of the target's address family",
+                          "f:9:11: timeout: must not be longer than the interval",
+                          "f:13:11: command: element 2 must be a text in quotes; element 3 must be "
+                          "a text in quotes"));
 }
 
 TEST(qmond_config, no_toml_at_all_is_reported_with_its_place) {
@@ -215,7 +249,8 @@ INSTANTIATE_TEST_SUITE_P(
                   "10: target: only \":PORT\" may stand behind the bracket"},
         line_case{"http", "target = \"ftp://a.b\"",
                   "10: target: must begin with \"http://\" or \"https://\""},
-        line_case{"http", "status = [200, 99]", "10: status: must be a number from 100 to 599"},
+        line_case{"http", "status = [200, 99]",
+                  "10: status: element 2 must be a number from 100 to 599"},
         line_case{"http", "verify = 1", "10: verify: must be true or false"},
         line_case{"dns", "type = \"ANY\"", "8: type: must be A, AAAA, MX, NS, SOA or TXT"},
         line_case{"command", "source = \"192.0.2.1\"",

@@ -51,7 +51,8 @@ struct configuration {
 
 configuration parse_config(std::string_view text);
 
-// The same for a file; one that cannot be read is a problem of line 0.
+// The same for a file; one that cannot be read, or that others than root and this process's user
+// may write to, is a problem of line 0.
 configuration read_config(const std::string& path);
 
 // "FILE:LINE:COLUMN: text".

@@ -72,6 +72,21 @@ std::uint32_t number_value(const toml::node& node, std::uint32_t least, std::uin
   return static_cast<std::uint32_t>(number->get());
 }
 
+void read_elements(const toml::array& list, const std::function<void(const toml::node&)>& read) {
+  std::string wrong;
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    try {
+      read(list[i]);
+    } catch (const value_error& error) {
+      wrong +=
+          (wrong.empty() ? "" : "; ") + ("element " + std::to_string(i + 1)) + ' ' + error.what();
+    }
+  }
+  if (!wrong.empty()) {
+    throw value_error(wrong);
+  }
+}
+
 std::uint32_t duration_value(const toml::node& node, std::uint32_t least, std::uint32_t most) {
   const toml::value<std::string>* const text = node.as_string();
   std::string_view rest = text == nullptr ? std::string_view{} : std::string_view{text->get()};

@@ -5,6 +5,7 @@
 #include <toml++/toml.h>
 
 #include <cstdint>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -18,6 +19,9 @@ struct value_error : std::runtime_error {
 std::string text_value(const toml::node& node);
 bool truth_value(const toml::node& node);
 std::uint32_t number_value(const toml::node& node, std::uint32_t least, std::uint32_t most);
+
+// Calls `read` with each element of the list; what it throws is thrown for all of them at once.
+void read_elements(const toml::array& list, const std::function<void(const toml::node&)>& read);
 
 // Milliseconds of a text such as "250ms", "2s", "5m" or "1h"; between `least` and `most`.
 std::uint32_t duration_value(const toml::node& node, std::uint32_t least, std::uint32_t most);

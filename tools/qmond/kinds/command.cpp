@@ -106,10 +106,10 @@ std::vector<std::string> argv_value(const toml::node& node) {
     throw value_error("must be a list of texts: the program and its arguments");
   }
   std::vector<std::string> argv;
-  for (const toml::node& element : *list) {
-    argv.push_back(element.is_string() && element.as_string()->get().empty() ? std::string()
-                                                                             : text_value(element));
-  }
+  read_elements(*list, [&argv](const toml::node& element) {
+    const bool empty = element.is_string() && element.as_string()->get().empty();
+    argv.push_back(empty ? std::string() : text_value(element));
+  });
   if (!argv.front().starts_with('/')) {
     throw value_error("the program must be an absolute path; there is no shell and no PATH");
   }

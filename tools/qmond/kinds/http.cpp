@@ -171,9 +171,9 @@ started start(probe_host& host, const operation& what, const address& where, pro
 std::vector<std::uint32_t> status_value(const toml::node& node) {
   std::vector<std::uint32_t> codes;
   if (const toml::array* const list = node.as_array()) {
-    for (const toml::node& element : *list) {
+    read_elements(*list, [&codes](const toml::node& element) {
       codes.push_back(number_value(element, 100, 599));
-    }
+    });
   } else {
     codes.push_back(number_value(node, 100, 599));
   }
