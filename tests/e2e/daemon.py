@@ -17,7 +17,8 @@ REPORTS = ("Sanitizer", "runtime error:")
 
 
 class Daemon:
-    def __init__(self, build, namespace, root, log, output=Terminal, program="object_tracking"):
+    def __init__(self, build, namespace, root, log, output=Terminal, program="object_tracking",
+                 arguments=()):
         self.build = build
         self.log = log  # path; a run appends to it
         self._notify_path = os.path.join(root, f"notify-{program}")
@@ -31,7 +32,7 @@ class Daemon:
         self.started = time.monotonic()
         self._output = output(log)
         self.process = subprocess.Popen(
-            [*namespace.command(), *build.command(program)], env=environment,
+            [*namespace.command(), *build.command(program), *arguments], env=environment,
             stdin=subprocess.DEVNULL, stdout=self._output.end, stderr=self._output.end)
         self._output.started()
         self.pid = self.process.pid

@@ -1,5 +1,7 @@
 """What the tests of probe tracks share."""
 
+import shlex
+
 import pytest
 
 from qmond import Qmond
@@ -13,6 +15,22 @@ def qmond(service):
     made = Qmond(service)
     yield made
     made.close()
+
+
+class WithFiles:
+    """The namespace of an instance, for a process that finds other files at some paths."""
+
+    def __init__(self, net, files):
+        self._net = net
+        self._files = files  # path to the file that is found there
+
+    def __getattr__(self, name):
+        return getattr(self._net, name)
+
+    def command(self):
+        mounts = "".join(f"mount --bind {shlex.quote(file)} {shlex.quote(path)} && "
+                         for path, file in self._files.items())
+        return [*self._net.command(), "unshare", "--mount", "sh", "-c", mounts + 'exec "$0" "$@"']
 
 
 def two_polls(build):

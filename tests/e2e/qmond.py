@@ -33,9 +33,10 @@ class Qmond:
                 stream.write(heading + "\n")
                 stream.writelines(f"{key} = {toml_value(value)}\n" for key, value in keys.items())
 
-    def start(self):
+    def start(self, arguments=("--commands-as-root",)):
+        """The tests are root and mean their commands to be."""
         self.daemon = Daemon(self.service.build, self.service.net, self.service.root, self.log,
-                             program="qmond")
+                             program="qmond", arguments=arguments)
         self.daemon.wait_ready()
 
     def stop(self):

@@ -3,12 +3,15 @@
 import json
 import os
 import re
+import shlex
+import shutil
 import signal
+import subprocess
 
 import pytest
 
 from build_tree import SOURCE
-from probe_fixtures import follows, qmond  # noqa: F401  (a fixture)
+from probe_fixtures import WithFiles, follows, qmond  # noqa: F401  (a fixture)
 from waiting import wait_until
 
 ECHO = {"kind": "icmp", "target": "127.0.0.1"}
@@ -180,10 +183,84 @@ def test_check_and_status_say_how_it_is(qmond):
 
 
 def test_the_example_has_no_errors(qmond):
-    example = SOURCE / "examples/probes.toml"
-    result = qmond.service.run("qmond", "--check", str(example))
+    # A copy: who has checked the sources out decides who owns them.
+    shutil.copyfile(SOURCE / "examples/probes.toml", qmond.config)
+    result = qmond.service.run("qmond", "--check", qmond.config)
     assert (result.returncode, result.stderr) == (0, "")
-    assert result.stdout == f"{example}: 5 operations, no errors\n"
+    assert result.stdout == f"{qmond.config}: 5 operations, no errors\n"
+
+
+def reload_as_the_unit_does(qmond):
+    """Runs what `systemctl reload` would; the exit status of the first that fails, or 0."""
+    unit = (SOURCE / "packaging/qmond.service").read_text()
+    lines = re.findall(r"^ExecReload=(.*)$", unit, re.M)
+    assert lines
+    words = {"/usr/sbin/qmond": qmond.service.build.command("qmond"),
+             "/etc/object_tracking/probes.toml": [qmond.config],
+             "$MAINPID": [str(qmond.daemon.pid)]}
+    for line in lines:
+        command = [part for word in shlex.split(line) for part in words.get(word, [word])]
+        result = subprocess.run(command, env=qmond.service.build.environment(qmond.service.root),
+                                stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                                stderr=subprocess.DEVNULL)
+        if result.returncode != 0:
+            return result.returncode
+    return 0
+
+
+def test_a_reload_of_the_unit_fails_on_errors_and_keeps_what_runs(qmond):
+    qmond.configure({"id": 1, **ECHO})
+    qmond.start()
+    qmond.wait_code(1, 1)
+    for bad in ({"id": 2, "kind": "ping"}, {"id": 2, "kind": "icmp"}):
+        qmond.configure({"id": 1, **ECHO}, bad)
+        assert reload_as_the_unit_does(qmond) == 1
+        qmond.wait_new_result(1)
+        assert set(qmond.status()) == {1}
+    qmond.configure({"id": 1, **ECHO}, {"id": 2, **REFUSED})
+    assert reload_as_the_unit_does(qmond) == 0
+    wait_until(lambda: set(qmond.status()) == {1, 2}, qmond.service.build.patience, "reloaded")
+
+
+@pytest.mark.parametrize("spoil, reason", [
+    (lambda path: os.chmod(path, 0o664), "others may write to it; only its owner may (chmod go-w)"),
+    (lambda path: os.chown(path, 65534, 65534),
+     "it belongs to user 65534; it must belong to user 0")])
+def test_a_configuration_that_others_may_write_is_refused(qmond, spoil, reason):
+    qmond.configure({"id": 1, **ECHO})
+    qmond.start()
+    qmond.wait_code(1, 1)
+    qmond.configure({"id": 2, **ECHO})
+    spoil(qmond.config)
+    assert qmond.reload() == "qmond: not reloaded; the configuration in force stays"
+    assert f"{qmond.config}: {reason}\n" in qmond.daemon.output().replace("\r", "")
+    assert set(qmond.status()) == {1}
+    qmond.stop()
+    result = qmond.service.run("qmond")
+    assert (result.returncode, result.stdout) == (1, "")
+    assert result.stderr.startswith(f"{qmond.config}: {reason}\n")
+
+
+def test_root_runs_no_commands_unless_it_is_told_to(qmond):
+    touched = os.path.join(qmond.service.root, "touched")
+    toucher = {"id": 7, "kind": "command", "command": ["/usr/bin/touch", touched]}
+    qmond.configure({"id": 1, **ECHO}, toucher)
+    result = qmond.service.run("qmond")
+    assert (result.returncode, result.stdout) == (1, "")
+    reason = (f"{qmond.config}: operation 7 would run its command as root; run qmond as a user of "
+              "its own, as its unit does, or with --commands-as-root\n")
+    assert result.stderr.startswith(reason)
+    qmond.configure({"id": 1, **ECHO})
+    qmond.start(arguments=())
+    qmond.wait_code(1, 1)
+    qmond.configure({"id": 1, **ECHO}, toucher)
+    assert qmond.reload() == "qmond: not reloaded; the configuration in force stays"
+    assert reason in qmond.daemon.output().replace("\r", "")
+    assert not os.path.exists(touched)
+    qmond.stop()
+    qmond.start()
+    qmond.wait_code(7, 1)
+    assert os.path.exists(touched)
 
 
 def test_only_one_qmond_runs_on_a_prefix(qmond):
@@ -213,26 +290,16 @@ def test_qmond_keeps_no_privileges(qmond):
                                                        "SHLVL", "OLDPWD"}
 
 
-class WithoutPackage:
-    """The namespace of an instance, seen by a process that does not find a library."""
-
-    def __init__(self, net, library):
-        self._net = net
-        self._library = library
-
-    def __getattr__(self, name):
-        return getattr(self._net, name)
-
-    def command(self):
-        hide = 'mount --bind /dev/null "$0" && exec "$@"'
-        return [*self._net.command(), "unshare", "--mount", "sh", "-c", hide, self._library]
+def without_library(net, build, name):
+    """The namespace, for a process that does not find that library."""
+    return WithFiles(net, {str(build.path / "pkg/lib" / name): "/dev/null"})
 
 
 @pytest.mark.parametrize("name", ["libqmon_infra.dll", "libqmon_infra_comp.dll"])
 def test_without_the_package_a_probe_track_is_refused(new_service, build, name):
     service = new_service()
     net = service.net
-    service.net = WithoutPackage(net, str(build.path / "pkg/lib" / name))
+    service.net = without_library(net, build, name)
     service.start()
     service.net = net
     result = service.run("trackctl", "set", "t", "probe", "1")
@@ -245,7 +312,7 @@ def test_without_the_package_a_stored_probe_track_is_unknown(service, build):
     service.ctl("set", "t", "probe", "1")
     service.stop()
     net = service.net
-    service.net = WithoutPackage(net, str(build.path / "pkg/lib/libqmon_infra.dll"))
+    service.net = without_library(net, build, "libqmon_infra.dll")
     service.start()
     service.net = net
     assert service.state("t") == "unknown"

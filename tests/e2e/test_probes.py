@@ -3,14 +3,18 @@
 import os
 import shutil
 import signal
+import socket
 import subprocess
 
 import pytest
 
 from netns import NetworkNamespace
-from probe_fixtures import follows, qmond  # noqa: F401  (a fixture)
+from probe_fixtures import WithFiles, follows, qmond  # noqa: F401  (a fixture)
 from targets import DnsServer, HttpServer, TcpListener, in_namespace
 from waiting import wait_until
+
+needs_dnsmasq = pytest.mark.skipif(shutil.which("dnsmasq") is None,
+                                   reason="needs dnsmasq (dnsmasq-base)")
 
 
 @pytest.fixture
@@ -133,7 +137,7 @@ def test_an_http_server_answers_well_badly_and_not_at_all(qmond):
     follows(qmond, "t", 1, 4, "down")
 
 
-@pytest.mark.skipif(shutil.which("dnsmasq") is None, reason="needs dnsmasq (dnsmasq-base)")
+@needs_dnsmasq
 def test_a_dns_server_answers_and_does_not(qmond):
     server = DnsServer(qmond.service.net, 7003)
     try:
@@ -148,7 +152,7 @@ def test_a_dns_server_answers_and_does_not(qmond):
     follows(qmond, "t", 1, 4, "down")
 
 
-@pytest.mark.skipif(shutil.which("dnsmasq") is None, reason="needs dnsmasq (dnsmasq-base)")
+@needs_dnsmasq
 def test_a_dns_server_that_does_not_know_the_name_is_no_good(qmond):
     server = DnsServer(qmond.service.net, 7003)
     try:
@@ -222,6 +226,71 @@ def test_an_operation_leaves_through_its_interface(qmond, peer):
         assert qmond.status()[operation]["successes"] == 0
         qmond.wait_new_result(operation)
         assert qmond.status()[operation]["code"] in (2, 3)
+
+
+class SilentServer:
+    """A name server that hears every question and answers none."""
+
+    def __init__(self, net, address):
+        self._socket = in_namespace(net.name, lambda: socket.socket(type=socket.SOCK_DGRAM))
+        self._socket.bind((address, 53))
+
+    def close(self):
+        self._socket.close()
+
+
+@pytest.fixture
+def name_servers(qmond):
+    """127.0.0.1 knows www.example.test as 192.0.2.7, where nobody listens; 127.0.0.2 is silent."""
+    qmond.service.net.ip("address add 192.0.2.7/32 dev lo")
+    made = [DnsServer(qmond.service.net, 53), SilentServer(qmond.service.net, "127.0.0.2")]
+    yield NameServers(qmond)
+    for each in made:
+        each.close()
+
+
+class NameServers:
+    """The system's file of name servers, as qmond finds it."""
+
+    def __init__(self, qmond):
+        self._path = os.path.join(qmond.service.root, "resolv.conf")
+        self.set("127.0.0.2")
+        qmond.service.net = WithFiles(qmond.service.net, {"/etc/resolv.conf": self._path})
+
+    def set(self, *addresses, unseen=False):
+        before = os.stat(self._path) if unseen else None
+        with open(self._path, "w") as stream:
+            stream.writelines(f"nameserver {address}\n" for address in addresses)
+        if unseen:
+            os.utime(self._path, ns=(before.st_atime_ns, before.st_mtime_ns))
+
+
+NAMED = {"id": 1, "kind": "tcp", "target": "www.example.test:7001"}
+
+
+@needs_dnsmasq
+def test_the_next_name_server_is_asked_when_the_first_is_silent(qmond, name_servers):
+    name_servers.set("127.0.0.2", "127.0.0.1")
+    qmond.configure(NAMED)
+    qmond.start()
+    qmond.wait_code(1, 4)
+    qmond.wait_new_result(1)
+    assert qmond.status()[1]["code"] == 4
+
+
+@needs_dnsmasq
+def test_a_change_of_the_name_servers_is_noticed(qmond, name_servers):
+    qmond.configure(NAMED)
+    qmond.start()
+    qmond.wait_code(1, 5)
+    name_servers.set("127.0.0.1")
+    qmond.wait_code(1, 4)
+    # One that shows neither in the size of the file nor in its time shows with a reload.
+    name_servers.set("127.0.0.2", unseen=True)
+    qmond.wait_new_result(1)
+    assert qmond.status()[1]["code"] == 4
+    qmond.reload()
+    qmond.wait_code(1, 5)
 
 
 def test_names_are_resolved(qmond):

@@ -3,6 +3,7 @@
 // reload the one in force stays.
 #include <fcntl.h>
 #include <linux/capability.h>
+#include <linux/close_range.h>
 #include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -10,6 +11,7 @@
 #include <systemd/sd-daemon.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -48,6 +50,12 @@ void drop_privileges() {
   }
 }
 
+// Also what whoever started us has left open, and what libraries have opened. Commands start with a
+// clean table all the same; kernels before 5.11 leave it at that.
+void close_on_exec() {
+  (void)close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
+}
+
 struct loop_deleter {
   void operator()(sd_event* loop) const noexcept { sd_event_unref(loop); }
 };
@@ -77,18 +85,34 @@ unique_fd lock_instance() {
   return lock;
 }
 
-// Prints the problems; whether there were none.
-bool usable(const std::string& path, const configuration& config) {
+// Prints what forbids to run the configuration; whether nothing does. Root's commands could do all
+// that commands must not be able to do.
+bool usable(const std::string& path, const configuration& config, const daemon_options& options) {
+  bool good = config.problems.empty();
   for (const problem& what : config.problems) {
     std::fprintf(stderr, "%s\n", problem_text(path, what).c_str());
   }
-  return config.problems.empty();
+  if (geteuid() != 0 || options.commands_as_root) {
+    return good;
+  }
+  for (const operation& each : config.operations) {
+    if (each.kind == kind_id::command) {
+      std::fprintf(
+          stderr,
+          "%s: operation %u would run its command as root; run qmond as a user of its own, "
+          "as its unit does, or with --commands-as-root\n",
+          path.c_str(), each.id);
+      good = false;
+    }
+  }
+  return good;
 }
 
 class daemon {
  public:
-  daemon(std::string config_file, const configuration& config)
+  daemon(std::string config_file, const configuration& config, const daemon_options& options)
       : config_file_(std::move(config_file)),
+        options_(options),
         loop_(new_loop()),
         host_(loop_.get()),
         engine_(
@@ -97,6 +121,7 @@ class daemon {
                              probe_done done) { return start_probe(host_, what, std::move(done)); },
              .now_us = monotonic_us,
              .wall_clock = [] { return static_cast<std::uint32_t>(std::time(nullptr)); }}) {
+    close_on_exec();
     drop_privileges();
     engine_.apply(config.operations);
     share_table();
@@ -104,16 +129,11 @@ class daemon {
 
   void run() {
     watch_signals();
-    due_ = loop_source::timer(loop_.get(), UINT64_MAX, accuracy_us,
-                              [this](std::uint32_t) { engine_.run_due(); });
-    beat_ = loop_source::timer(loop_.get(), 0, accuracy_us, [this](std::uint32_t) {
-      engine_.beat();
-      beat_.set_time(monotonic_us() + heartbeat_us);
-    });
+    watch_times();
     sd_event_set_watchdog(loop_.get(), 1);  // only where the service manager asks for it
     sd_notify(0, "READY=1");
     while (!stopped_) {
-      due_.set_time(engine_.next_due_us().value_or(UINT64_MAX));
+      set_due();
       if (const int r = sd_event_run(loop_.get(), UINT64_MAX); r < 0 && r != -EINTR) {
         fail(-r, "event loop");
       }
@@ -122,12 +142,46 @@ class daemon {
   }
 
  private:
+  // Targets decide how busy descriptors are; what is due, the heartbeat and the operator wait for
+  // none of them.
   void watch_signals() {
     std::signal(SIGPIPE, SIG_IGN);
     const auto stop = [this](std::uint32_t) { stopped_ = true; };
     terminate_ = loop_source::signal(loop_.get(), SIGTERM, stop);
     interrupt_ = loop_source::signal(loop_.get(), SIGINT, stop);
     hang_up_ = loop_source::signal(loop_.get(), SIGHUP, [this](std::uint32_t) { reload(); });
+    for (loop_source* const each : {&terminate_, &interrupt_, &hang_up_}) {
+      each->make_urgent();
+    }
+  }
+
+  void watch_times() {
+    due_ = loop_source::timer(loop_.get(), UINT64_MAX, accuracy_us,
+                              [this](std::uint32_t) { run_due(); });
+    beat_ = loop_source::timer(loop_.get(), 0, accuracy_us, [this](std::uint32_t) {
+      engine_.beat();
+      beat_.set_time(monotonic_us() + heartbeat_us);
+    });
+    due_.make_urgent();
+    beat_.make_urgent();
+  }
+
+  // Where there is more to start than there is time, answers are still read for half of it.
+  void run_due() {
+    const std::uint64_t begun_us = monotonic_us();
+    engine_.run_due();
+    const std::uint64_t ended_us = monotonic_us();
+    due_not_before_us_ = ended_us + (ended_us - begun_us);
+    due_us_ = 0;
+  }
+
+  void set_due() {
+    const std::uint64_t next_us =
+        std::max(engine_.next_due_us().value_or(UINT64_MAX), due_not_before_us_);
+    if (next_us != due_us_) {
+      due_.set_time(next_us);
+      due_us_ = next_us;
+    }
   }
 
   // The service reads the table as a member of its group, if it is no root.
@@ -141,8 +195,9 @@ class daemon {
   void reload() {
     const std::string begun = "RELOADING=1\nMONOTONIC_USEC=" + std::to_string(monotonic_us());
     sd_notify(0, begun.c_str());
+    host_.names.refresh();
     const configuration config = read_config(config_file_);
-    if (!usable(config_file_, config)) {
+    if (!usable(config_file_, config, options_)) {
       std::fputs("qmond: not reloaded; the configuration in force stays\n", stderr);
     } else {
       take_over(config);
@@ -163,10 +218,13 @@ class daemon {
   }
 
   std::string config_file_;
+  daemon_options options_;
   std::unique_ptr<sd_event, loop_deleter> loop_;
   probe_host host_;
   engine engine_;
   loop_source due_;
+  std::uint64_t due_us_ = 0;  // when it will call; 0: it has called
+  std::uint64_t due_not_before_us_ = 0;
   loop_source beat_;
   loop_source terminate_;
   loop_source interrupt_;
@@ -176,15 +234,15 @@ class daemon {
 
 }  // namespace
 
-int run_daemon() {
+int run_daemon(const daemon_options& options) {
   umask(0027);
   const std::string path = root_path(config_path);
   const configuration config = read_config(path);
-  if (!usable(path, config)) {
+  if (!usable(path, config, options)) {
     throw failure(exit_failed, "the configuration has errors; nothing was started");
   }
   const unique_fd lock = lock_instance();
-  daemon service(path, config);
+  daemon service(path, config, options);
   service.run();
   return exit_done;
 }

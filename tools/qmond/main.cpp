@@ -15,9 +15,10 @@ namespace {
 using arguments = std::vector<std::string>;
 
 constexpr const char* help =
-    "usage: qmond                    run the probes of /etc/object_tracking/probes.toml\n"
-    "       qmond --check FILE       say every error of a configuration file\n"
-    "       qmond status [--json]    the operations of the running qmond and their results\n"
+    "usage: qmond [--commands-as-root]  run the probes of /etc/object_tracking/probes.toml; root\n"
+    "                                   runs command operations only with the option\n"
+    "       qmond --check FILE          say every error of a configuration file\n"
+    "       qmond status [--json]       the operations of the running qmond and their results\n"
     "       qmond --help | --version\n\n"
     "SIGHUP reads the configuration again; operations that are the same go on.\n"
     "Exit status: 0 done, 1 failed, 2 usage, 3 qmond is not running.\n";
@@ -39,8 +40,8 @@ int check_file(const std::string& path) {
 }
 
 int run(const arguments& args) {
-  if (args.empty()) {
-    return run_daemon();
+  if (args.empty() || args == arguments{"--commands-as-root"}) {
+    return run_daemon({.commands_as_root = !args.empty()});
   }
   if (args[0] == "--check") {
     if (args.size() != 2) {

@@ -4,7 +4,9 @@
 // command) and publishes what they come to in a table in shared memory, which the tracks' service
 // and `qmond status` read. One process, one thread, one event loop; nothing in it waits.
 //
-//   config.h           the file -> operations, or every error with its place
+//   config.h           the file -> operations, or every error with its place; it is read by
+//                      config_file.cpp (who may have written it), nesting.h, config.cpp (its
+//                      outline) and operation_keys.h
 //   engine.h           when each operation is due, one probe of it at a time; knows no sockets
 //   kinds/             one file a kind of operation, with its row: its keys in the file, its probe.
 //                      kinds/host.h owns what all operations share: the sockets, the HTTP client,
@@ -17,8 +19,10 @@
 // An operation that is due makes a probe (a name is resolved first), the probe calls back with a
 // return code, the engine records and publishes it. The engine owns the probes, the host outlives
 // them; ending a probe gives up whatever it waits for. A configuration with errors is never taken
-// in part. qmond knows no tracks, asks the tracks' service for nothing, and keeps no privilege once
-// its sockets are open; commands get no shell and no descriptor of ours.
+// in part. What targets send is read no further than a result needs, and what is due goes before
+// descriptors, so that no target holds another operation up. qmond knows no tracks, asks the
+// tracks' service for nothing, and keeps no privilege once its sockets are open; commands get no
+// shell and no descriptor of ours, and root runs none.
 #pragma once
 
 #include <stdexcept>
@@ -41,8 +45,12 @@ struct failure : std::runtime_error {
 
 inline constexpr const char* config_path = "/etc/object_tracking/probes.toml";
 
+struct daemon_options {
+  bool commands_as_root = false;  // else root runs no command operations
+};
+
 // Runs in the foreground until SIGTERM or SIGINT; SIGHUP reads the configuration again. Throws
 // failure or std::system_error when it cannot start. Returns the exit status.
-int run_daemon();
+int run_daemon(const daemon_options& options);
 
 }  // namespace ot::qmond
