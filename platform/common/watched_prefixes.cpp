@@ -1,6 +1,7 @@
 #include "platform/common/watched_prefixes.h"
 
-#include <algorithm>
+#include <arpa/inet.h>
+
 #include <new>
 
 #include "platform/ipv4.h"
@@ -9,22 +10,63 @@
 namespace ot {
 namespace {
 
+constexpr std::uint32_t host_length = 32;
+
 bool same(const rtclient_result& a, const rtclient_result& b) noexcept {
   return a.route_found == b.route_found && a.prefix_length == b.prefix_length &&
          a.own_address == b.own_address && a.first_hop == b.first_hop;
 }
 
-bool overlap(const fib_prefix& a, const fib_prefix& b) noexcept {
-  const std::uint32_t shorter = std::min(a.length, b.length);
-  return a.table == b.table && ((a.address ^ b.address) & ipv4_prefixlen2mask(shorter)) == 0;
+// Host byte order.
+std::uint32_t mask_of(std::uint32_t length) noexcept {
+  return ntohl(ipv4_prefixlen2mask(length));
 }
 
 }  // namespace
 
+watched_prefixes::key watched_prefixes::key_of(const fib_prefix& prefix) noexcept {
+  return {prefix.table, ntohl(prefix.address), prefix.length};
+}
+
+fib_prefix watched_prefixes::prefix_of(const key& key) noexcept {
+  return {key.table, htonl(key.address), key.length};
+}
+
+// Visit returns whether to go on.
+template <typename Map, typename Visit>
+void watched_prefixes::visit_containing(Map& prefixes, std::uint64_t lengths, const key& route,
+                                        Visit visit) {
+  for (std::uint32_t length = 0; length <= route.length; ++length) {
+    if ((lengths >> length & 1) == 0) {
+      continue;
+    }
+    const auto it = prefixes.find({route.table, route.address & mask_of(length), length});
+    if (it != prefixes.end() && !visit(*it)) {
+      return;
+    }
+  }
+}
+
+template <typename Map, typename Visit>
+void watched_prefixes::visit_inside(Map& prefixes, const key& route, Visit visit) {
+  const std::uint32_t last = route.address | ~mask_of(route.length);
+  for (auto it = prefixes.lower_bound(route);
+       it != prefixes.end() && it->first.table == route.table && it->first.address <= last; ++it) {
+    if (!visit(*it)) {
+      return;
+    }
+  }
+}
+
 int watched_prefixes::add(const fib_prefix& prefix) noexcept {
+  if (prefix.length > host_length) {
+    return invalid_argument;
+  }
   try {
-    const auto [it, is_new] = prefixes_.try_emplace(prefix);
+    const auto [it, is_new] = prefixes_.try_emplace(key_of(prefix));
     it->second.reported = false;
+    lengths_ |= std::uint64_t{1} << prefix.length;
+    any_new_ = true;
     return is_new ? status_ok : fib_already_registered;
   } catch (const std::bad_alloc&) {
     return no_memory;
@@ -32,45 +74,77 @@ int watched_prefixes::add(const fib_prefix& prefix) noexcept {
 }
 
 int watched_prefixes::remove(const fib_prefix& prefix) noexcept {
-  return prefixes_.erase(prefix) == 1 ? status_ok : not_found_errno;
+  return prefixes_.erase(key_of(prefix)) == 1 ? status_ok : not_found_errno;
 }
 
 void watched_prefixes::keep_tables(bool (*exists)(std::uint32_t table)) noexcept {
   std::erase_if(prefixes_, [exists](const auto& entry) { return !exists(entry.first.table); });
 }
 
+bool watched_prefixes::concerned_by(const fib_prefix& route) const noexcept {
+  bool found = false;
+  const auto note = [&found](const auto&) {
+    found = true;
+    return false;
+  };
+  visit_containing(prefixes_, lengths_, key_of(route), note);
+  if (!found) {
+    visit_inside(prefixes_, key_of(route), note);
+  }
+  return found;
+}
+
 void watched_prefixes::look_at_all() {
+  ++pass_;
+  any_new_ = false;
   for (auto& [prefix, last] : prefixes_) {
     look(prefix, last);
   }
 }
 
 void watched_prefixes::look_at_related(std::span<const fib_prefix> routes) {
-  for (auto& [prefix, last] : prefixes_) {
-    const auto& watched = prefix;  // a lambda cannot take the binding itself
-    const bool related = std::any_of(routes.begin(), routes.end(), [&](const fib_prefix& route) {
-      return overlap(watched, route);
-    });
-    if (related || !last.reported) {
-      look(prefix, last);
+  ++pass_;
+  const auto look_again = [this](auto& entry) {
+    look(entry.first, entry.second);
+    return true;
+  };
+  for (const fib_prefix& route : routes) {
+    visit_containing(prefixes_, lengths_, key_of(route), look_again);
+    visit_inside(prefixes_, key_of(route), look_again);
+  }
+  if (any_new_) {
+    any_new_ = false;
+    for (auto& [prefix, last] : prefixes_) {
+      if (!last.reported) {
+        look(prefix, last);
+      }
     }
   }
 }
 
 void watched_prefixes::look_at_containing(const fib_prefix& route) {
-  for (std::uint32_t length = 0; length <= route.length; ++length) {
-    const std::uint32_t address = route.address & ipv4_prefixlen2mask(length);
-    const auto it = prefixes_.find({route.table, address, length});
-    if (it != prefixes_.end()) {
-      look(it->first, it->second);
-    }
-  }
+  ++pass_;
+  visit_containing(prefixes_, lengths_, key_of(route), [this](auto& entry) {
+    look(entry.first, entry.second);
+    return true;
+  });
 }
 
-void watched_prefixes::look(const fib_prefix& prefix, last_look& last) {
+// At most once in a pass, however many of its routes concern the prefix.
+void watched_prefixes::look(const key& prefix, last_look& last) {
+  if (last.pass == pass_) {
+    return;
+  }
+  last.pass = pass_;
   rtclient_result now;
-  if (find_(context_, prefix, &now) == status_ok && !(last.reported && same(last.result, now))) {
-    last = {now, true, true};
+  if (find_(context_, prefix_of(prefix), &now) != status_ok) {
+    any_new_ |= !last.reported;
+    return;
+  }
+  if (!(last.reported && same(last.result, now))) {
+    last.result = now;
+    last.reported = true;
+    last.is_news = true;
     any_news_ = true;
   }
 }
@@ -85,13 +159,14 @@ void watched_prefixes::notify(void (*changed)(const rtclient_notification*)) {
       continue;
     }
     it->second.is_news = false;
-    const fib_prefix prefix = it->first;
+    const key at = it->first;
+    const fib_prefix prefix = prefix_of(at);
     const rtclient_notification notification{fib_family_ipv4, prefix.table, prefix.address,
                                              prefix.length};
     being_reported_ = {prefix, it->second.result};
     changed(&notification);
     being_reported_.reset();
-    it = prefixes_.upper_bound(prefix);
+    it = prefixes_.upper_bound(at);
   }
 }
 
@@ -103,9 +178,11 @@ const rtclient_result* watched_prefixes::being_reported(std::uint32_t table,
 }
 
 void watched_prefixes::report_failed() noexcept {
-  const auto it = being_reported_ ? prefixes_.find(being_reported_->prefix) : prefixes_.end();
+  const auto it =
+      being_reported_ ? prefixes_.find(key_of(being_reported_->prefix)) : prefixes_.end();
   if (it != prefixes_.end()) {
     it->second.reported = false;
+    any_new_ = true;
   }
 }
 

@@ -113,7 +113,7 @@ int fib_session::find(std::uint32_t address, std::uint32_t table_id,
 
 int fib_session::add(const fib_prefix& prefix) noexcept {
   const int status = prefixes_.add(prefix);
-  if (status != no_memory) {
+  if (status == status_ok || status == fib_already_registered) {
     arm(manager_, &registered_, 0, on_registered, this);
     schedule_audit();
   }
@@ -144,7 +144,7 @@ void fib_session::take_events() {
     return;
   }
   if (changes_.none()) {
-    return;  // routes of tables that no VRF uses
+    return;  // routes that concern nobody
   }
   if (!pausing_) {
     look_and_pause();
@@ -173,7 +173,10 @@ void fib_session::note_route(const route_record& route) {
   lookup_.forget_table(route.table);
   const std::uint32_t table = route.table == RT_TABLE_LOCAL ? RT_TABLE_MAIN : route.table;
   the_vrf_devices().for_each_on(table, [&](std::uint32_t table_id) {
-    changes_.note({table_id, route.destination, route.length});
+    const fib_prefix changed{table_id, route.destination, route.length};
+    if (prefixes_.concerned_by(changed)) {
+      changes_.note(changed);
+    }
   });
 }
 

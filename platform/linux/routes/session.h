@@ -12,7 +12,7 @@
 // that differs from the last one is reported.
 //
 // What triggers a look:
-//   - a route was added or removed: the prefixes that overlap it;
+//   - a route was added or removed: the prefixes that it concerns, most often none;
 //   - a link, address, rule or next hop changed, or very many routes did: all prefixes, after the
 //     kernel has completed that change (await_change);
 //   - events within a pause after a look: at once only the prefixes that contain a changed route,

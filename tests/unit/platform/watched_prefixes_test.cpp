@@ -1,0 +1,106 @@
+// Which prefixes a change of a route concerns, held to the plain comparison of every pair.
+#include "platform/common/watched_prefixes.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <iterator>
+#include <random>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include "platform/ipv4.h"
+#include "platform/status.h"
+
+namespace ot::test {
+namespace {
+
+using prefixes = std::vector<fib_prefix>;
+
+bool contains(const fib_prefix& outer, const fib_prefix& inner) {
+  return outer.table == inner.table && outer.length <= inner.length &&
+         ((outer.address ^ inner.address) & ipv4_prefixlen2mask(outer.length)) == 0;
+}
+
+class watching : public testing::Test {
+ protected:
+  std::uint32_t any_below(std::uint32_t limit) {
+    return std::uniform_int_distribution<std::uint32_t>(0, limit - 1)(pick_);
+  }
+  // Few bits, so that prefixes often contain each other.
+  fib_prefix any_prefix() {
+    fib_prefix prefix;
+    prefix.table = 253 + any_below(3);
+    prefix.length = any_below(33);
+    const std::uint32_t address = any_below(4) << 30 | any_below(4) << 15 | any_below(4);
+    prefix.address = htonl(address) & ipv4_prefixlen2mask(prefix.length);
+    return prefix;
+  }
+  // The prefixes that were looked at, each once.
+  prefixes take_looks() {
+    std::sort(looks_.begin(), looks_.end());
+    return std::exchange(looks_, {});
+  }
+  prefixes watched_that(const auto& condition) const {
+    prefixes found;
+    std::copy_if(added_.begin(), added_.end(), std::back_inserter(found), condition);
+    return found;
+  }
+
+  std::mt19937 pick_{20261122};
+  prefixes looks_;
+  std::set<fib_prefix> added_;
+  watched_prefixes watched_{[](void* looks, const fib_prefix& prefix, rtclient_result*) {
+                              static_cast<prefixes*>(looks)->push_back(prefix);
+                              return 0;
+                            },
+                            &looks_};
+};
+
+TEST_F(watching, a_route_concerns_what_it_contains_and_what_contains_it) {
+  for (int round = 0; round < 200; ++round) {
+    const fib_prefix more = any_prefix();
+    watched_.add(more);
+    added_.insert(more);
+    if (round % 3 == 0) {
+      const fib_prefix less = any_prefix();
+      watched_.remove(less);
+      added_.erase(less);
+    }
+    watched_.look_at_all();
+    EXPECT_EQ(take_looks(), prefixes(added_.begin(), added_.end()));
+    const prefixes routes{any_prefix(), any_prefix()};
+    const auto concerned = [](const fib_prefix& prefix, const fib_prefix& route) {
+      return contains(prefix, route) || contains(route, prefix);
+    };
+    const prefixes expected = watched_that([&](const fib_prefix& prefix) {
+      return concerned(prefix, routes[0]) || concerned(prefix, routes[1]);
+    });
+    EXPECT_EQ(watched_.concerned_by(routes[0]) || watched_.concerned_by(routes[1]),
+              !expected.empty());
+    watched_.look_at_related(routes);
+    EXPECT_EQ(take_looks(), expected);
+    watched_.look_at_containing(routes[0]);
+    EXPECT_EQ(take_looks(),
+              watched_that([&](const fib_prefix& prefix) { return contains(prefix, routes[0]); }));
+  }
+}
+
+TEST_F(watching, a_new_prefix_is_looked_at_with_whatever_comes_next) {
+  const fib_prefix first{254, htonl(0x0a000000), 8};
+  EXPECT_EQ(watched_.add(first), 0);
+  watched_.look_at_related({});
+  EXPECT_EQ(take_looks(), prefixes{first});
+  watched_.look_at_related({});
+  EXPECT_EQ(take_looks(), prefixes{});
+  EXPECT_EQ(watched_.add(first), fib_already_registered);
+  watched_.look_at_related({});
+  EXPECT_EQ(take_looks(), prefixes{first});
+  EXPECT_EQ(watched_.add({254, 0, 33}), invalid_argument);
+}
+
+}  // namespace
+}  // namespace ot::test
