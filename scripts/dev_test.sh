@@ -15,12 +15,13 @@ test_plan=(
   "odr|"
 )
 
-# level|program; "pytest" is the end-to-end suite, "pytest-vm" the one in a virtual machine, the
-# others are GoogleTest programs.
+# level|program; "pytest" is the end-to-end suite, "pytest-soak" what of it takes long, "pytest-vm" the
+# one in a virtual machine, the others are GoogleTest programs.
 test_programs=(
   "unit|unit_tests"
   "unit|kind_tests"
   "soak|soak_tests"
+  "soak|pytest-soak"
   "tools|tools_tests"
   "tools|qmond_tests"
   "contract|contract_memory"
@@ -29,10 +30,12 @@ test_programs=(
   "vm|pytest-vm"
 )
 
-# folder_of PROGRAM: where the tests of a pytest suite are; nothing for a GoogleTest program.
+# folder_of PROGRAM: where the tests of a pytest suite are, a folder or a file; nothing for a
+# GoogleTest program.
 folder_of() {
   case $1 in
     pytest) echo tests/e2e ;;
+    pytest-soak) echo tests/e2e/test_probe_hostile.py ;;
     pytest-vm) echo tests/vm ;;
   esac
 }
@@ -64,6 +67,10 @@ run_program() {
   mkdir -p "${report%/*}"
   rm -f "$report"
   [[ $preset == tsan ]] && launcher=(without_aslr)
+  if [[ $program == pytest-soak ]]; then # the arguments are for the GoogleTest program beside it
+    launcher+=(env "OT_SECONDS=${OT_SECONDS:-60}")
+    set --
+  fi
   say "$preset: $program"
   folder=$(folder_of "$program")
   if [[ -n $folder ]]; then
@@ -85,10 +92,10 @@ targets_of() {
   local row level programs=() tests=()
   [[ $1 == odr ]] && return # its default: all programs of the product
   for level in "${@:2}"; do
-    [[ $1 == clang || $level == e2e || $level == vm ]] &&
+    [[ $1 == clang || $level == e2e || $level == soak || $level == vm ]] &&
       programs=(object_tracking trackctl qmond)
     [[ $level == vm ]] && tests+=(contract_linux)
-    [[ $level == e2e ]] && tests+=(ledger_put route_storm)
+    [[ $level == e2e || $level == soak ]] && tests+=(ledger_put route_storm)
     [[ $level == e2e && $1 != *san ]] && tests+=(write_log)
     for row in "${test_programs[@]}"; do
       [[ $row == "$level|"* && -z $(folder_of "${row#*|}") ]] && tests+=("${row#*|}")
@@ -131,7 +138,7 @@ test_sets() {
   local row
   for row in "$@"; do
     sets_of "${row%%|*}"
-    [[ ${row#*|} != *e2e* && ${row#*|} != *vm* ]] || echo e2e
+    [[ ${row#*|} != *e2e* && ${row#*|} != *soak* && ${row#*|} != *vm* ]] || echo e2e
   done
 }
 

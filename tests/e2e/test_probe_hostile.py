@@ -13,7 +13,7 @@ from hostile_targets import HostileTargets
 from probe_fixtures import WithFiles, follows, qmond  # noqa: F401  (a fixture)
 from targets import HttpServer
 
-SECONDS = float(os.environ.get("OT_SECONDS", "6"))
+SECONDS = float(os.environ.get("OT_SECONDS", "8"))
 
 
 @pytest.fixture
@@ -110,7 +110,7 @@ class Punctuality:
 
     def __init__(self, build, status):
         # What the machine may be late, above all a small one that runs instrumented programs.
-        self._grace = 4.0 if build.sanitized else 1.5
+        self._grace = 6.0 if build.sanitized else 3.0
         self._latest = {}
         self.look(status)
 
