@@ -7,6 +7,8 @@ import shlex
 import shutil
 import signal
 import subprocess
+import sys
+import time
 
 import pytest
 
@@ -56,6 +58,48 @@ def test_a_qmond_that_hangs_counts_as_gone(qmond):
     finally:
         qmond.daemon.process.send_signal(signal.SIGCONT)
     follows(qmond, "t", 1, 1, "up")
+
+
+HEARTBEAT = 24  # its offset in the table: u64, milliseconds of the monotonic clock
+
+
+def replace(path):
+    with open(path + ".other", "wb") as other:
+        other.write(os.urandom(100000))
+    os.rename(path + ".other", path)
+
+
+def put(path, offset, content):
+    with open(path, "r+b") as table:
+        table.seek(offset)
+        table.write(content)
+
+
+TABLE_DAMAGE = {
+    "cut off": lambda path: os.truncate(path, 0),
+    "cut off behind its head": lambda path: os.truncate(path, 64),
+    "garbage": lambda path: put(path, 0, os.urandom(os.path.getsize(path))),
+    "garbage behind its head": lambda path: put(path, 64, os.urandom(os.path.getsize(path) - 64)),
+    "replaced": replace,
+    "deleted": os.unlink,
+    "a heartbeat from the future": lambda path: put(
+        path, HEARTBEAT, (int(time.monotonic() * 1000) + 3600_000).to_bytes(8, sys.byteorder)),
+}
+
+
+@pytest.mark.parametrize("damage", TABLE_DAMAGE)
+def test_a_damaged_table_makes_the_track_unknown_and_hurts_nobody(qmond, damage):
+    qmond.configure({"id": 1, **ECHO})
+    qmond.start()
+    qmond.service.ctl("set", "t", "probe", "1")
+    follows(qmond, "t", 1, 1, "up")
+    qmond.daemon.process.send_signal(signal.SIGSTOP)
+    TABLE_DAMAGE[damage](os.path.join(qmond.service.root, "run/qmond/statistics"))
+    qmond.service.wait_state("t", "unknown")
+    qmond.kill()
+    qmond.start()
+    follows(qmond, "t", 1, 1, "up")
+    assert qmond.service.daemon.running
 
 
 def test_a_track_may_be_there_before_qmond_and_before_its_operation(qmond):

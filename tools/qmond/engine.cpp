@@ -3,6 +3,8 @@
 #include "tools/qmond/engine.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <system_error>
 
 namespace ot::qmond {
 namespace {
@@ -10,6 +12,8 @@ namespace {
 constexpr std::uint64_t spread_max_us = 10000000;
 // When there was no room for a probe, for example too many commands ran.
 constexpr std::uint64_t retry_us = 50000;
+// More than one is needed once in very many configurations.
+constexpr std::uint32_t salts_max = 16;
 
 }  // namespace
 
@@ -37,23 +41,41 @@ engine::engine(std::string table_path, engine_hooks hooks)
 
 engine::~engine() = default;
 
-// A table that is full is replaced by a larger one, which is installed with all results in it.
 void engine::make_room(std::size_t operations) {
-  if (table_ != nullptr && operations <= table_->capacity()) {
-    return;
+  if (table_ == nullptr || operations > table_->capacity()) {
+    renew_table(operations);
   }
-  auto larger = std::make_unique<table_writer>(table_path_, static_cast<std::uint32_t>(operations));
+}
+
+// The new table is installed with all results in it.
+void engine::renew_table(std::size_t operations) {
   std::map<std::uint32_t, std::uint32_t> slots;
-  for (const auto& [id, one] : runners_) {
-    const operation& config = one->config;
-    slots[id] = larger->add(id, describe(config));
-    larger->publish(slots[id], one->results.words());
+  std::unique_ptr<table_writer> fresh;
+  for (std::uint32_t salt = 0; slots.size() < runners_.size() || fresh == nullptr; ++salt) {
+    if (salt == salts_max) {
+      throw std::system_error(ENOSPC, std::generic_category(), table_path_);
+    }
+    fresh =
+        std::make_unique<table_writer>(table_path_, static_cast<std::uint32_t>(operations), salt);
+    slots = fill(*fresh);
   }
-  larger->install();
-  table_ = std::move(larger);
+  fresh->install();
+  table_ = std::move(fresh);
   for (const auto& [id, one] : runners_) {
     one->slot = slots[id];
   }
+}
+
+// The slots of the operations, as far as they find one.
+std::map<std::uint32_t, std::uint32_t> engine::fill(table_writer& table) const {
+  std::map<std::uint32_t, std::uint32_t> slots;
+  for (const auto& [id, one] : runners_) {
+    if (const auto slot = table.add(id, describe(one->config))) {
+      table.publish(*slot, one->results.words());
+      slots[id] = *slot;
+    }
+  }
+  return slots;
 }
 
 difference engine::apply(const std::vector<operation>& operations) {
@@ -82,11 +104,21 @@ difference engine::apply(const std::vector<operation>& operations) {
   return made;
 }
 
+// An operation that finds no slot near its place takes a new table, in which all have other places.
 void engine::add(const operation& config) {
-  auto one = std::make_unique<runner>(config);
-  one->slot = table_->add(config.id, describe(config));
-  put_off(*one, hooks_.now_us() + first_delay_us(config));
-  runners_[config.id] = std::move(one);
+  const auto made = runners_.emplace(config.id, std::make_unique<runner>(config)).first;
+  runner& one = *made->second;
+  if (const auto slot = table_->add(config.id, describe(config))) {
+    one.slot = *slot;
+  } else {
+    try {
+      renew_table(std::max<std::size_t>(runners_.size(), table_->capacity()));
+    } catch (...) {
+      runners_.erase(made);
+      throw;
+    }
+  }
+  put_off(one, hooks_.now_us() + first_delay_us(config));
 }
 
 void engine::remove(std::uint32_t id) {

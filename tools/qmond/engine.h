@@ -42,7 +42,7 @@ class engine {
   engine& operator=(const engine&) = delete;
 
   // Takes the operations over. What is the same goes on undisturbed. Throws std::system_error when
-  // there is no room for a table; then nothing has changed.
+  // there is no room for a larger table; then nothing has changed.
   difference apply(const std::vector<operation>& operations);
 
   // Does what is due. To be called when next_due_us() has come, and as well at any other time.
@@ -59,6 +59,8 @@ class engine {
   void add(const operation& config);
   void remove(std::uint32_t id);
   void make_room(std::size_t operations);
+  void renew_table(std::size_t operations);
+  std::map<std::uint32_t, std::uint32_t> fill(table_writer& table) const;
   void put_off(runner& one, std::uint64_t due_us);
   void start(runner& one);
   void wait_for_room(runner& one);

@@ -15,7 +15,6 @@
 #include <system_error>
 
 #include "platform/common/root_path.h"
-#include "platform/linux/monotonic.h"
 #include "platform/probe_service.h"
 #include "tools/qmond/outcome.h"
 #include "tools/qmond/qmond.h"
@@ -91,7 +90,7 @@ std::vector<operation_status> read_status() {
   const std::string path = root_path(statistics_path);
   table_view view;
   const int error = view.open(path);
-  if (error == ENOENT || (error == 0 && !view.live(monotonic_ms()))) {
+  if (error == ENOENT || (error == 0 && !view.live())) {
     throw failure(exit_not_running, "qmond is not running: no table is kept at " + path);
   }
   if (error != 0) {

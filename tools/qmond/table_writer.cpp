@@ -7,8 +7,10 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
 #include <cerrno>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <system_error>
@@ -37,21 +39,21 @@ void* map_for_writing(const unique_fd& file, std::size_t size) noexcept {
   return mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), 0);
 }
 
-// The header of the table at `path`, if there is one of ours; else null.
-table_header* map_old_header(const std::string& path) noexcept {
-  const unique_fd file(open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+// The table at `path`, whoever left it there; invalid when there is none.
+unique_fd open_old(const std::string& path) noexcept {
+  return unique_fd(open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+}
+
+// Lets its readers look for the one that has taken its place.
+void close_old(const unique_fd& old) noexcept {
   struct stat status {};
-  if (!file.valid() || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
-      static_cast<std::size_t>(status.st_size) < sizeof(table_header)) {
-    return nullptr;
+  std::uint32_t magic = 0;
+  if (old.valid() && fstat(old.get(), &status) == 0 && S_ISREG(status.st_mode) &&
+      pread(old.get(), &magic, sizeof magic, offsetof(table_header, magic)) == sizeof magic &&
+      magic == table_magic) {
+    // Best effort: what is not marked grows old.
+    (void)!pwrite(old.get(), &table_closed, sizeof table_closed, offsetof(table_header, state));
   }
-  void* const mapping = map_for_writing(file, sizeof(table_header));
-  auto* const header = mapping == MAP_FAILED ? nullptr : static_cast<table_header*>(mapping);
-  if (header != nullptr && (header->magic != table_magic || header->version != table_version)) {
-    munmap(mapping, sizeof(table_header));
-    return nullptr;
-  }
-  return header;
 }
 
 std::string fresh_name(const std::string& path) {
@@ -74,8 +76,8 @@ unique_fd make_file(const std::string& name, std::size_t size) {
 
 }  // namespace
 
-table_writer::table_writer(std::string path, std::uint32_t operations)
-    : path_(std::move(path)), slots_(slots_for(operations)) {
+table_writer::table_writer(std::string path, std::uint32_t operations, std::uint32_t salt)
+    : path_(std::move(path)), slots_(slots_for(operations)), salt_(salt), held_(slots_) {
   const unique_fd file = make_file(fresh_name(path_), table_size(slots_));
   void* const mapping = map_for_writing(file, table_size(slots_));
   if (mapping == MAP_FAILED) {
@@ -89,55 +91,51 @@ table_writer::table_writer(std::string path, std::uint32_t operations)
   header_->version = table_version;
   header_->slots = slots_;
   header_->writer_pid = static_cast<std::uint32_t>(getpid());
+  header_->salt = salt_;
 }
 
 void table_writer::install() {
   beat();
-  header_->state.store(table_open, std::memory_order_release);
-  table_header* const old = map_old_header(path_);
-  const int error = std::rename(fresh_name(path_).c_str(), path_.c_str()) == 0 ? 0 : errno;
-  if (old != nullptr) {
-    // Only now: who finds the old table closed must find the new one in its place.
-    if (error == 0) {
-      old->state.store(table_closed, std::memory_order_release);
-    }
-    munmap(old, sizeof(table_header));
+  set_state(table_open);
+  const unique_fd old = open_old(path_);
+  if (std::rename(fresh_name(path_).c_str(), path_.c_str()) != 0) {
+    fail(errno, path_);
   }
-  if (error != 0) {
-    fail(error, path_);
-  }
+  // Only now: who finds the old table closed must find the new one in its place.
+  close_old(old);
 }
 
 table_writer::~table_writer() {
-  header_->state.store(table_closed, std::memory_order_release);
+  set_state(table_closed);
   munmap(header_, table_size(slots_));
 }
 
-slot_use table_writer::use_of(std::uint32_t slot) const noexcept {
-  statistics words;
-  return statistics_[slot].read(&words) ? static_cast<slot_use>(words[word_use]) : slot_use::free;
+void table_writer::set_state(std::uint32_t state) noexcept {
+  std::atomic_ref(header_->state).store(state, std::memory_order_release);
 }
 
 void table_writer::set_use(std::uint32_t slot, slot_use use, std::uint32_t op_id) noexcept {
-  statistics words{};
-  words[word_op_id] = op_id;
-  words[word_use] = static_cast<std::uint32_t>(use);
-  statistics_[slot].publish(words);
+  held_[slot] = {op_id, use};
+  publish(slot, {});
 }
 
-std::uint32_t table_writer::add(std::uint32_t op_id, const description& about) noexcept {
-  std::uint32_t slot = op_id & (slots_ - 1);
-  while (use_of(slot) == slot_use::running) {
-    slot = (slot + 1) & (slots_ - 1);
+std::optional<std::uint32_t> table_writer::add(std::uint32_t op_id,
+                                               const description& about) noexcept {
+  const std::uint32_t home = home_slot(op_id, salt_, slots_);
+  for (std::uint32_t i = 0; i < std::min(slots_, search_max); ++i) {
+    const std::uint32_t slot = (home + i) & (slots_ - 1);
+    if (held_[slot].use != slot_use::running) {
+      descriptions_[slot].publish(about);  // before anybody finds the slot
+      set_use(slot, slot_use::running, op_id);
+      return slot;
+    }
   }
-  descriptions_[slot].publish(about);  // before anybody finds the slot
-  set_use(slot, slot_use::running, op_id);
-  return slot;
+  return std::nullopt;
 }
 
 void table_writer::remove(std::uint32_t slot) noexcept {
   const std::uint32_t mask = slots_ - 1;
-  if (use_of((slot + 1) & mask) != slot_use::free) {
+  if (held_[(slot + 1) & mask].use != slot_use::free) {
     set_use(slot, slot_use::vacated, 0);
     return;
   }
@@ -145,20 +143,17 @@ void table_writer::remove(std::uint32_t slot) noexcept {
   do {
     set_use(slot, slot_use::free, 0);
     slot = (slot - 1) & mask;
-  } while (use_of(slot) == slot_use::vacated);
+  } while (held_[slot].use == slot_use::vacated);
 }
 
 void table_writer::publish(std::uint32_t slot, statistics result) noexcept {
-  statistics known;
-  if (statistics_[slot].read(&known)) {
-    result[word_op_id] = known[word_op_id];
-    result[word_use] = known[word_use];
-    statistics_[slot].publish(result);
-  }
+  result[word_op_id] = held_[slot].op_id;
+  result[word_use] = static_cast<std::uint32_t>(held_[slot].use);
+  statistics_[slot].publish(result);
 }
 
 void table_writer::beat() noexcept {
-  header_->heartbeat_ms.store(monotonic_ms(), std::memory_order_release);
+  std::atomic_ref(header_->heartbeat_ms).store(monotonic_ms(), std::memory_order_release);
 }
 
 description describe(const std::string& text, std::uint32_t interval_ms, std::uint32_t timeout_ms) {

@@ -43,7 +43,7 @@ class linux_bed : public probe_test_bed {
   }
   void result(std::uint32_t op_id, std::uint32_t code, std::uint32_t milliseconds) override {
     if (!slots_.contains(op_id)) {
-      slots_[op_id] = writer_->add(op_id, {});
+      slots_[op_id] = writer_->add(op_id, {}).value();
     }
     statistics words{};
     words[word_return_code] = code;

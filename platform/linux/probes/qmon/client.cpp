@@ -1,6 +1,5 @@
 // The client side of the probe statistics table as libqmon_infra.dll. There is one table a process;
-// it is opened anew only when the one that is open is not alive any more, so that a read costs no
-// system call while qmond runs.
+// it is opened anew only when the one that is open is not alive any more.
 #include "platform/linux/probes/qmon/client.h"
 
 #include <cerrno>
@@ -8,43 +7,37 @@
 #include <string>
 
 #include "platform/common/root_path.h"
-#include "platform/linux/monotonic.h"
 #include "platform/linux/probes/qmon/table_view.h"
 
 namespace {
 
 ot::table_view table;
 
-bool alive() noexcept {
-  return table.live(ot::monotonic_ms());
-}
-
-// A table whose writer is gone stays open: it is the newest until there is another one.
+// A table whose writer is gone stays open until there is another one.
 int open_newest() {
-  const std::string path = ot::root_path(ot::statistics_path);
-  const int error = table.is_open() && !table.replaced(path) ? 0 : table.open(path);
-  return error == 0 && !alive() ? ESTALE : error;
+  const int error = table.open(ot::root_path(ot::statistics_path));
+  return error == 0 && !table.live() ? ESTALE : error;
 }
 
 }  // namespace
 
 int qmon_ot_shm_client_init() noexcept {
   try {
-    return alive() ? 0 : open_newest();
+    return table.live() ? 0 : open_newest();
   } catch (const std::bad_alloc&) {
     return ENOMEM;
   }
 }
 
 void* qmon_ot_shm_get_stat_tbl() noexcept {
-  return alive() ? &table : nullptr;
+  return table.live() ? &table : nullptr;
 }
 
 bool qmon_ot_stat_look_up(std::uint32_t op_id, const void* opened,
                           ot::qmon_stat_entry* ret) noexcept {
   const auto* const view = static_cast<const ot::table_view*>(opened);
   ot::statistics found;
-  if (view == nullptr || !view->live(ot::monotonic_ms()) || !view->look_up(op_id, &found)) {
+  if (view == nullptr || !view->live() || !view->look_up(op_id, &found)) {
     return false;
   }
   *ret = {.op_id = op_id,

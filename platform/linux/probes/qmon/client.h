@@ -2,20 +2,21 @@
 // they can be looked up by name in a library that may not be there.
 //
 // qmond (tools/qmond), an optional package and a process of its own, runs the probe operations. It
-// publishes their results in a file that anybody may map (table_layout.h); nobody asks it anything.
+// publishes their results in a file in memory (table_layout.h) that anybody who may reads; nobody
+// asks it anything.
 //
-// The way of a result: qmond -> the operation's cell, as a whole (published_cell.h) -> the mapping
+// The way of a result: qmond -> the operation's cell, as a whole (published_cell.h) -> a copy of it
 // (table_view.h) -> this library (client.cpp) -> the service's calls (../service.cpp), which find
 // this library's functions by name at each call, because the package may be installed or removed
 // while the service runs.
 //
-// Ownership: qmond makes, fills and replaces the file. The library holds one mapping a process. The
+// Ownership: qmond makes, fills and replaces the file. The library holds one of them open. The
 // service holds nothing but its loads of the libraries.
 //
 // Threads: one thread calls these, but for the look-up itself, which any number may do between two
-// calls of the others. Readers take no lock, wait for nobody and trust nothing but the size that
-// was checked when the file was opened; a table whose writer has shown no heartbeat for 4 s counts
-// as none.
+// calls of the others. Readers take no lock, wait for nobody and trust nothing: whatever becomes of
+// the file, they get no signal and no answer that qmond did not publish. A table whose writer has
+// shown no heartbeat for 4 s counts as none.
 #pragma once
 
 #include <cstdint>

@@ -1,111 +1,123 @@
 // Reading the probe statistics table. The file is made by a process of fewer rights than its
-// readers: nothing in it may lead a reader outside the mapping, and a table that is being replaced
-// is never waited for.
+// readers: nothing in it may hurt a reader, keep it busy, or make it believe what nobody published.
 #include "platform/linux/probes/qmon/table_view.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <bit>
 #include <cerrno>
+#include <cstring>
 
-#include "platform/linux/unique_fd.h"
+#include "platform/linux/monotonic.h"
 
 namespace ot {
 namespace {
 
-// The header's number of slots, when the header is one that we know and the file has room for it.
-int check(const table_header& header, std::size_t file_size, std::uint32_t* ret_slots) noexcept {
-  const std::uint32_t slots = header.slots;
-  const bool ours = header.magic == table_magic && header.version == table_version &&
-                    std::has_single_bit(slots) && slots <= slots_max &&
-                    table_size(slots) <= file_size;
-  if (ours) {
-    *ret_slots = slots;
-  }
-  return ours ? 0 : EPROTO;
+// How often cells are read for one question. A working writer makes a reader try again once in a
+// very long while; only one that does nothing but publish makes it try some times.
+constexpr int reads_max = 1024;
+
+template <typename T>
+bool read_at(const unique_fd& file, std::size_t offset, T* ret) noexcept {
+  ssize_t length = -1;
+  do {
+    length = pread(file.get(), ret, sizeof *ret, static_cast<off_t>(offset));
+  } while (length < 0 && errno == EINTR);
+  return length == static_cast<ssize_t>(sizeof *ret);
+}
+
+// Whether the header is one that we know.
+bool known(const table_header& header) noexcept {
+  return header.magic == table_magic && header.version == table_version &&
+         std::has_single_bit(header.slots) && header.slots <= slots_max;
 }
 
 }  // namespace
 
 int table_view::open(const std::string& path) noexcept {
-  const unique_fd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  unique_fd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
   struct stat status {};
   if (!file.valid() || fstat(file.get(), &status) != 0) {
     return errno;
   }
-  const auto size = static_cast<std::size_t>(status.st_size);
-  if (!S_ISREG(status.st_mode) || size < sizeof(table_header)) {
+  table_header header;
+  if (!S_ISREG(status.st_mode) || !read_at(file, 0, &header) || !known(header) ||
+      table_size(header.slots) > static_cast<std::size_t>(status.st_size)) {
     return EPROTO;
   }
-  void* const mapping = mmap(nullptr, size, PROT_READ, MAP_SHARED, file.get(), 0);
-  if (mapping == MAP_FAILED) {
-    return errno;
-  }
-  const auto* const header = static_cast<const table_header*>(mapping);
-  std::uint32_t slots = 0;
-  if (const int error = check(*header, size, &slots); error != 0) {
-    munmap(mapping, size);
-    return error;
-  }
-  close();
-  header_ = header;
-  size_ = size;
-  slots_ = slots;
-  device_ = status.st_dev;
-  inode_ = status.st_ino;
+  file_ = std::move(file);
+  slots_ = header.slots;
+  salt_ = header.salt;
   return 0;
 }
 
-void table_view::close() noexcept {
-  if (header_ != nullptr) {
-    munmap(const_cast<table_header*>(header_), size_);
-    header_ = nullptr;
-    slots_ = 0;
+// The heartbeat is read before the clock, so that it is never newer.
+bool table_view::live() const noexcept {
+  table_header header;
+  if (!file_.valid() || !read_at(file_, 0, &header)) {
+    return false;
   }
+  std::atomic_thread_fence(std::memory_order_acquire);
+  return known(header) && header.slots == slots_ && header.salt == salt_ &&
+         header.state == table_open && heartbeat_counts(header.heartbeat_ms, monotonic_ms());
 }
 
-bool table_view::live(std::uint64_t now_ms) const noexcept {
-  // The heartbeat may be newer than the reader's clock, which was read before it.
-  return header_ != nullptr && header_->state.load(std::memory_order_acquire) == table_open &&
-         now_ms < header_->heartbeat_ms.load(std::memory_order_acquire) + heartbeat_max_age_ms;
-}
-
-bool table_view::replaced(const std::string& path) const noexcept {
-  struct stat status {};
-  return stat(path.c_str(), &status) == 0 && (status.st_ino != inode_ || status.st_dev != device_);
-}
-
-const statistics_cell& table_view::cell(std::uint32_t index) const noexcept {
-  const auto* const base = reinterpret_cast<const std::byte*>(header_) + statistics_offset();
-  return reinterpret_cast<const statistics_cell*>(base)[index];
-}
-
-bool table_view::look_up(std::uint32_t op_id, statistics* ret) const noexcept {
-  for (std::uint32_t i = 0; i < slots_; ++i) {
-    statistics found;
-    if (!cell((op_id + i) & (slots_ - 1)).read(&found)) {
+// A cell that does not agree with its check value was copied while it was published, and has
+// changed when it is read again; one that has not is damaged.
+template <typename Cell>
+bool table_view::read_cell(std::size_t offset, int& reads_left,
+                           typename Cell::words* ret) const noexcept {
+  Cell before;
+  for (bool again = false; reads_left > 0; again = true) {
+    Cell cell;
+    --reads_left;
+    if (!read_at(file_, offset, &cell)) {
       return false;
+    }
+    if (cell.read(ret)) {
+      return true;
+    }
+    if (again && std::memcmp(&cell, &before, sizeof cell) == 0) {
+      return false;
+    }
+    before = cell;
+  }
+  return false;
+}
+
+// Behind a damaged cell the search goes on: nobody can tell whether it was free.
+bool table_view::look_up(std::uint32_t op_id, statistics* ret) const noexcept {
+  const std::uint32_t home = home_slot(op_id, salt_, slots_);
+  int reads_left = reads_max;
+  for (std::uint32_t i = 0; i < std::min(slots_, search_max); ++i) {
+    const std::size_t slot = (home + i) & (slots_ - 1);
+    statistics found;
+    if (!read_cell<statistics_cell>(statistics_offset(slot), reads_left, &found)) {
+      continue;
     }
     const auto use = static_cast<slot_use>(found[word_use]);
-    if (use == slot_use::free) {
-      return false;
-    }
     if (use == slot_use::running && found[word_op_id] == op_id) {
       *ret = found;
       return true;
+    }
+    if (use == slot_use::free) {
+      return false;
     }
   }
   return false;
 }
 
 bool table_view::slot(std::uint32_t index, statistics* ret, description* ret_about) const noexcept {
-  const auto* const base = reinterpret_cast<const std::byte*>(header_) + description_offset(slots_);
+  int reads_left = reads_max;
   statistics found;
-  const bool running = cell(index).read(&found) &&
-                       static_cast<slot_use>(found[word_use]) == slot_use::running &&
-                       reinterpret_cast<const description_cell*>(base)[index].read(ret_about);
+  const bool running =
+      index < slots_ && read_cell<statistics_cell>(statistics_offset(index), reads_left, &found) &&
+      static_cast<slot_use>(found[word_use]) == slot_use::running &&
+      read_cell<description_cell>(description_offset(slots_, index), reads_left, ret_about);
   if (running) {
     *ret = found;
   }
