@@ -71,20 +71,21 @@ void ifc_client::on_lost(void* client, int status) {
 
 void ifc_client::on_event(void* client, const nlmsghdr& message) {
   auto* self = static_cast<ifc_client*>(client);
-  link_record link;
-  if (!link_record_read(message, &link)) {
+  const std::uint32_t ifindex = link_message_index(message);
+  if (ifindex == 0) {
     return;
   }
-  if (message.nlmsg_type == RTM_NEWLINK) {
-    self->apply(link);
-  } else {
-    self->withdraw(link);
+  const link_record* before = self->links_.find(ifindex);
+  link_record now;
+  if (message.nlmsg_type == RTM_DELLINK) {
+    self->withdraw(before);
+  } else if (link_record_read(message, before, &now)) {
+    self->apply(before, now);
   }
 }
 
 // Without memory to keep the link it is reported all the same, and again with its next event.
-void ifc_client::apply(const link_record& now) noexcept {
-  const link_record* before = links_.find(now.ifindex);
+void ifc_client::apply(const link_record* before, const link_record& now) noexcept {
   if (before == nullptr) {
     batch_.add_present(now, registered_);
   } else if (before->name == now.name) {
@@ -96,10 +97,10 @@ void ifc_client::apply(const link_record& now) noexcept {
   links_.put(now);
 }
 
-void ifc_client::withdraw(const link_record& gone) noexcept {
-  if (const link_record* before = links_.find(gone.ifindex)) {
-    batch_.add_deleted(*before, registered_);
-    links_.erase(gone.ifindex);
+void ifc_client::withdraw(const link_record* gone) noexcept {
+  if (gone != nullptr) {
+    batch_.add_deleted(*gone, registered_);
+    links_.erase(gone->ifindex);
   }
 }
 
@@ -169,7 +170,7 @@ int ifc_client::dump(link_cache* ret) noexcept {
         [](void* context, const nlmsghdr& message) {
           auto* to = static_cast<dump_target*>(context);
           link_record link;
-          if (to->status == status_ok && link_record_read(message, &link)) {
+          if (to->status == status_ok && link_record_read(message, nullptr, &link)) {
             to->status = to->links->put(link);
           }
         },
@@ -190,14 +191,14 @@ int ifc_client::ask(std::uint32_t ifindex, const char* name, link_record* ret) n
   const int status = requests_.request(
       message,
       [](void* link, const nlmsghdr& answer) {
-        link_record_read(answer, static_cast<link_record*>(link));
+        link_record_read(answer, nullptr, static_cast<link_record*>(link));
       },
       &found);
   if (status != status_ok) {
     return status == ENODEV ? not_found_errno : status;
   }
   // The kernel also finds a link by its alternative names, which no event carries.
-  if (name != nullptr && !(found.name == std::string_view(name))) {
+  if (found.ifindex == 0 || (name != nullptr && !(found.name == std::string_view(name)))) {
     return not_found_errno;
   }
   *ret = found;

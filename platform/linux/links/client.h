@@ -56,8 +56,9 @@ class ifc_client {
   static void on_lost(void* client, int status);
 
   void deliver() { batch_.deliver(callback_, callback_manager_); }
-  void apply(const link_record& now) noexcept;
-  void withdraw(const link_record& gone) noexcept;
+  // `before` and `gone`: the link as it is known, null when it is not.
+  void apply(const link_record* before, const link_record& now) noexcept;
+  void withdraw(const link_record* gone) noexcept;
   int dump(link_cache* ret) noexcept;
   int read_all_again();
   int ask(std::uint32_t ifindex, const char* name, link_record* ret) noexcept;

@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <optional>
+#include <string_view>
 
 #include "platform/interface_manager.h"
 #include "platform/linux/netlink/attributes.h"
@@ -33,51 +35,89 @@ std::uint32_t line_state(unsigned flags, std::uint8_t operstate) noexcept {
   return up ? ifm_state_up : ifm_state_down;
 }
 
-// From IFLA_LINKINFO: 0 for a bond's member that stands by.
-std::uint32_t redundancy(netlink_bytes link_info) noexcept {
-  bool member_of_bond = false;
-  bool backup = false;
+// What a link message tells; the rest is unset.
+struct told {
+  std::optional<std::string_view> name;
+  std::optional<std::uint8_t> operstate;
+  std::optional<std::string_view> member_of;  // the kind of its master, as far as it has a kind
+  std::optional<std::uint8_t> bond_part;
+  bool master = false;
+  bool mtu = false;  // in each of the kernel's messages but the short ones
+};
+
+// From IFLA_LINKINFO.
+void read_membership(netlink_bytes link_info, told& tells) noexcept {
   netlink_walk(link_info, [&](std::uint16_t type, netlink_bytes value) {
     if (type == IFLA_INFO_SLAVE_KIND) {
-      member_of_bond = netlink_text(value) == "bond";
+      tells.member_of = netlink_text(value);
     } else if (type == IFLA_INFO_SLAVE_DATA) {
       netlink_walk(value, [&](std::uint16_t slave_type, netlink_bytes slave_value) {
-        if (slave_type == IFLA_BOND_SLAVE_STATE) {
-          backup = netlink_number<std::uint8_t>(slave_value) == bond_slave_backup;
+        if (slave_type == IFLA_BOND_SLAVE_STATE && !slave_value.empty()) {
+          tells.bond_part = netlink_number<std::uint8_t>(slave_value);
         }
       });
     }
   });
-  return member_of_bond && backup ? 0 : 1;
+}
+
+told read_attributes(const nlmsghdr& message) noexcept {
+  told tells;
+  netlink_walk(netlink_attributes<ifinfomsg>(message),
+               [&tells](std::uint16_t type, netlink_bytes value) {
+                 if (type == IFLA_IFNAME && !netlink_text(value).empty()) {
+                   tells.name = netlink_text(value);
+                 } else if (type == IFLA_OPERSTATE && !value.empty()) {
+                   tells.operstate = netlink_number<std::uint8_t>(value);
+                 } else if (type == IFLA_LINKINFO) {
+                   read_membership(value, tells);
+                 }
+                 tells.master |= type == IFLA_MASTER;
+                 tells.mtu |= type == IFLA_MTU;
+               });
+  return tells;
+}
+
+// 0 for a bond's member that stands by. A member of nothing has no master in a whole message; that
+// a message has no membership in it says nothing.
+std::uint32_t redundancy(const told& tells, std::uint32_t known) noexcept {
+  if (tells.member_of == "bond") {
+    return tells.bond_part ? (*tells.bond_part == bond_slave_backup ? 0 : 1) : known;
+  }
+  const bool alone = tells.mtu && !tells.master;
+  return tells.member_of || alone ? 1 : known;
 }
 
 }  // namespace
 
-bool link_record_read(const nlmsghdr& message, link_record* ret) noexcept {
-  if (message.nlmsg_type != RTM_NEWLINK && message.nlmsg_type != RTM_DELLINK) {
-    return false;
-  }
-  if (message.nlmsg_len < NLMSG_LENGTH(sizeof(ifinfomsg))) {
-    return false;
+std::uint32_t link_message_index(const nlmsghdr& message) noexcept {
+  if ((message.nlmsg_type != RTM_NEWLINK && message.nlmsg_type != RTM_DELLINK) ||
+      message.nlmsg_len < NLMSG_LENGTH(sizeof(ifinfomsg))) {
+    return 0;
   }
   const auto& header = *static_cast<const ifinfomsg*>(NLMSG_DATA(&message));
-  if (header.ifi_family != AF_UNSPEC) {
+  const bool of_link = header.ifi_family == AF_UNSPEC && header.ifi_index > 0;
+  return of_link ? static_cast<std::uint32_t>(header.ifi_index) : 0;
+}
+
+bool link_record_read(const nlmsghdr& message, const link_record* known,
+                      link_record* ret) noexcept {
+  const std::uint32_t ifindex = link_message_index(message);
+  if (ifindex == 0 || message.nlmsg_type != RTM_NEWLINK) {
     return false;
   }
-  link_record link;
-  link.ifindex = static_cast<std::uint32_t>(header.ifi_index);
-  std::uint8_t operstate = operstate_unknown;
-  netlink_walk(netlink_attributes<ifinfomsg>(message),
-               [&](std::uint16_t type, netlink_bytes value) {
-                 if (type == IFLA_IFNAME) {
-                   link.name.assign(netlink_text(value));
-                 } else if (type == IFLA_OPERSTATE) {
-                   operstate = netlink_number<std::uint8_t>(value);
-                 } else if (type == IFLA_LINKINFO) {
-                   link.redundancy = redundancy(value);
-                 }
-               });
-  link.state = line_state(header.ifi_flags, operstate);
+  const told tells = read_attributes(message);
+  if (known == nullptr && (!tells.name || !tells.operstate)) {
+    return false;
+  }
+  link_record link = known != nullptr ? *known : link_record{};
+  link.ifindex = ifindex;
+  if (tells.name) {
+    link.name.assign(*tells.name);
+  }
+  link.operstate = tells.operstate.value_or(link.operstate);
+  link.redundancy = redundancy(tells, link.redundancy);
+  link.state =
+      line_state(static_cast<const ifinfomsg*>(NLMSG_DATA(&message))->ifi_flags, link.operstate);
   *ret = link;
   return true;
 }

@@ -17,11 +17,18 @@ struct link_record {
   fixed_text<16> name;
   std::uint32_t state = 0;       // ifm_state_*
   std::uint32_t redundancy = 1;  // 0: a standby member of a bond
+  std::uint8_t operstate = 0;    // the kernel's, from which the state is made
 };
 
-// Reads an RTM_NEWLINK or RTM_DELLINK message. False when it is about something else, such as a
-// bridge's view of its port.
-bool link_record_read(const nlmsghdr& message, link_record* ret) noexcept;
+// The ifindex of an RTM_NEWLINK or RTM_DELLINK message. 0 when it is about something else, such as
+// a bridge's view of its port.
+std::uint32_t link_message_index(const nlmsghdr& message) noexcept;
+
+// The link after an RTM_NEWLINK message; `known` is what it was before, or null. The kernel also
+// sends messages that do not tell everything (wireless events): what is absent stays as it is
+// known. False when the message is about something else, or does not tell enough of a link not
+// known.
+bool link_record_read(const nlmsghdr& message, const link_record* known, link_record* ret) noexcept;
 
 // The links of the system as last read, by ifindex and by name: a sorted run of small records. A
 // thousand links are 40 kB, a dump is entered without a search, and a look-up by name is rare

@@ -11,6 +11,7 @@
 #include <new>
 
 #include "platform/common/vrf_requests.h"
+#include "platform/linux/links/record.h"
 #include "platform/linux/loop/sd_event.h"
 #include "platform/linux/netlink/attributes.h"
 #include "platform/status.h"
@@ -45,17 +46,14 @@ std::uint32_t vrf_table(netlink_bytes link_info) noexcept {
   return vrf ? table : 0;
 }
 
-// False for anything but a message about a VRF device.
+// False for anything but a message about a link. What the message does not tell is left empty: the
+// name, or the table, which only VRF devices have.
 bool read_device(const nlmsghdr& message, vrf_device& ret) noexcept {
-  if (message.nlmsg_type != RTM_NEWLINK && message.nlmsg_type != RTM_DELLINK) {
-    return false;
-  }
-  if (message.nlmsg_len < NLMSG_LENGTH(sizeof(ifinfomsg))) {
-    return false;
-  }
   vrf_device device;
-  device.id =
-      static_cast<std::uint32_t>(static_cast<const ifinfomsg*>(NLMSG_DATA(&message))->ifi_index);
+  device.id = link_message_index(message);
+  if (device.id == 0) {
+    return false;
+  }
   netlink_walk(netlink_attributes<ifinfomsg>(message),
                [&device](std::uint16_t type, netlink_bytes value) {
                  if (type == IFLA_IFNAME) {
@@ -65,7 +63,7 @@ bool read_device(const nlmsghdr& message, vrf_device& ret) noexcept {
                  }
                });
   ret = device;
-  return device.table != 0;
+  return true;
 }
 
 }  // namespace
@@ -172,11 +170,12 @@ void vrf_devices::take(const std::vector<vrf_event>& news) {
 void vrf_devices::on_event(void* self, const nlmsghdr& message) {
   auto& devices = *static_cast<vrf_devices*>(self);
   vrf_device device;
-  if (!read_device(message, device)) {
+  const bool gone = message.nlmsg_type == RTM_DELLINK;
+  if (!read_device(message, device) || (device.table == 0 && !gone)) {
     return;
   }
   try {
-    devices.news_.push_back({device, message.nlmsg_type == RTM_DELLINK});
+    devices.news_.push_back({device, gone});
   } catch (const std::bad_alloc&) {
     devices.missed_ = true;
   }
@@ -201,7 +200,7 @@ int vrf_devices::dump(std::vector<vrf_device>* ret) noexcept {
         [](void* context, const nlmsghdr& part) {
           auto& into = *static_cast<target*>(context);
           vrf_device device;
-          if (!read_device(part, device)) {
+          if (!read_device(part, device) || device.table == 0) {
             return;
           }
           try {
@@ -239,9 +238,15 @@ int vrf_devices::read_all_again() try {
   return no_memory;
 }
 
-// A renamed device is another VRF.
-void vrf_devices::apply(const vrf_device& device) {
+// A renamed device is another VRF. A message without a name leaves the one that is known.
+void vrf_devices::apply(vrf_device device) {
   const vrf_device* known = with_id(device.id);
+  if (device.name.empty() && known == nullptr) {
+    return;
+  }
+  if (device.name.empty()) {
+    device.name = known->name;
+  }
   if (known != nullptr && *known == device) {
     return;
   }

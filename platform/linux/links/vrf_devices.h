@@ -74,7 +74,7 @@ class vrf_devices {
   int dump(std::vector<vrf_device>* ret) noexcept;
   void take(const std::vector<vrf_event>& news);
   int read_all_again();
-  void apply(const vrf_device& device);
+  void apply(vrf_device device);
   void withdraw(std::uint32_t id);
 
   evm* manager_ = nullptr;  // null until open
