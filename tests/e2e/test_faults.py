@@ -182,7 +182,10 @@ def test_a_configuration_that_is_gone_is_not_taken_for_empty(service):
     configured(service)
     service.stop()
     os.unlink(os.path.join(service.root, CONFIGURATION))
-    assert "it is missing, but its copy is there" in refusal(service)
+    said = refusal(service)
+    assert "it is missing, but its copy is there. `object_tracking --restore` makes it from" in said
+    assert "it is left as it is" not in said
+    assert said.strip().endswith(f"move {os.path.join(service.root, COPY)} away")
     assert service.run("object_tracking", "--restore").returncode == 0
     service.start()
     assert service.state("office") == "up"
@@ -197,10 +200,59 @@ def test_without_a_copy_the_operator_is_told_what_is_left(service):
     assert "There is no copy of it" in said and "--restore" not in said
     result = service.run("object_tracking", "--restore")
     assert (result.returncode, result.stdout) == (1, "")
-    assert COPY in result.stderr
+    assert f"{COPY}: there is no copy of the configuration" in result.stderr
+    assert "Put a backup of your own there" in result.stderr
     os.unlink(os.path.join(service.root, CONFIGURATION))
     service.start()
     assert service.show("office") == service.show("nobody")
+
+
+LOCK_DAMAGE = {
+    "a directory": (lambda path: os.mkdir(path), "Is a directory"),
+    "of a stranger": (lambda path: (open(path, "w").close(), os.chown(path, 65534, 65534)),
+                      "it belongs to user 65534"),
+    "a link": (lambda path: os.symlink("/dev/null", path), "it is a symbolic link"),
+}
+
+
+@pytest.mark.parametrize("store", [CONFIGURATION, OPERATIONAL])
+@pytest.mark.parametrize("damage", LOCK_DAMAGE)
+def test_a_bad_lock_file_is_not_taken_for_a_bad_store(service, store, damage):
+    configured(service)
+    service.stop()
+    lock = os.path.join(service.root, store) + "-lock"
+    os.unlink(lock)
+    spoil, fault = LOCK_DAMAGE[damage]
+    spoil(lock)
+    said = refusal(service)
+    assert f"{lock}: {fault}" in said and "the store is good: move this file away" in said
+    os.rename(lock, lock + ".away")
+    service.start()
+    assert service.state("office") == "up"
+
+
+def test_a_store_and_its_copy_that_are_no_good_are_both_told_of(service):
+    configured(service)
+    service.stop()
+    os.unlink(os.path.join(service.root, CONFIGURATION))
+    overwrite(os.path.join(service.root, COPY), 40, 8)
+    said = refusal(service)
+    assert "The copy is no good" in said and "--restore" not in said
+
+
+@pytest.mark.parametrize("name", ["ledger.sock", "events.sock"])
+def test_a_directory_in_the_place_of_a_socket_is_named(service, name):
+    service.stop()
+    path = os.path.join(service.root, "run/object_tracking", name)
+    if os.path.lexists(path):
+        os.unlink(path)
+    os.mkdir(path)
+    text = f"{path}: it is a directory, where the service makes its socket; move it away"
+    if name == "ledger.sock":
+        assert text in refusal(service)
+    else:
+        service.start()
+        says(service, "events are not published: " + text)
 
 
 def test_a_damaged_copy_is_not_put_back(service):

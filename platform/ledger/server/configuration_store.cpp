@@ -19,13 +19,27 @@
 namespace ot {
 namespace {
 
-int failed(const std::string& path, int code, std::string& ret_error) {
-  ret_error = code > 0 ? place_error(path, code) : path + ": " + lmdb_store::lmdb_text(code);
-  return code == ENOMEM ? no_memory : ledger_storage_failure;
+int status_of(int error) noexcept {
+  return error == ENOMEM ? no_memory : ledger_storage_failure;
+}
+
+int failed(const std::string& path, int error, std::string& ret_error) {
+  ret_error = place_error(path, error);
+  return status_of(error);
 }
 
 lmdb_options options_of(const std::string& path, std::size_t map_bytes) {
   return {.path = path, .map_bytes = map_bytes, .durability = lmdb_durability::synced, .stamp = {}};
+}
+
+int open_store(lmdb_store& store, const std::string& path, std::size_t map_bytes,
+               std::string& ret_error) {
+  const int code = store.open(options_of(path, map_bytes));
+  if (code == 0) {
+    return status_ok;
+  }
+  ret_error = store.open_error(code);
+  return status_of(code);
 }
 
 void remove_store(const std::string& path) noexcept {
@@ -64,8 +78,8 @@ std::vector<ledger_write> writes_of(const std::vector<ledger_stored>& items) {
 int fill_store(const std::string& path, std::size_t map_bytes,
                const std::vector<ledger_stored>& items, std::string& ret_error) {
   lmdb_store store;
-  if (const int code = store.open(options_of(path, map_bytes)); code != 0) {
-    return failed(path, code, ret_error);
+  if (const int status = open_store(store, path, map_bytes, ret_error); status != status_ok) {
+    return status;
   }
   const std::vector<ledger_write> writes = writes_of(items);
   const int status = writes.empty() ? status_ok : store.write(writes);
@@ -87,6 +101,21 @@ int make_store(const std::string& path, std::size_t map_bytes,
   }
   remove_store(fresh);
   return status;
+}
+
+// The text for a store that is missing beside its copy.
+int refuse_missing(const std::string& path, std::string& ret_error) {
+  configuration_copy copy;
+  std::string copy_error;
+  const std::string copy_path = configuration_copy_path();
+  ret_error = path + ": it is missing, but its copy is there. ";
+  if (read_configuration_copy(copy_path, copy, copy_error) == 0) {
+    ret_error += "`object_tracking --restore` makes it from " + copy.name();
+  } else {
+    ret_error += "The copy is no good (" + copy_error + "): put a backup of your own in its place";
+  }
+  ret_error += "; to begin with no configuration, move " + copy_path + " away";
+  return ledger_storage_failure;
 }
 
 // The text for a store that is no good. The file stays as it is.
@@ -148,7 +177,7 @@ int open_configuration(lmdb_store& store, std::size_t map_bytes, std::string& re
   switch (check_store(path, map_bytes, true, fault)) {
     case store_state::absent:
       if (copy_is_there()) {
-        return refuse(path, "it is missing, but its copy is there", ret_error);
+        return refuse_missing(path, ret_error);
       }
       if (const int status = make_store(path, map_bytes, {}, ret_error); status != status_ok) {
         return status;
@@ -162,8 +191,7 @@ int open_configuration(lmdb_store& store, std::size_t map_bytes, std::string& re
     case store_state::good:
       break;
   }
-  const int code = store.open(options_of(path, map_bytes));
-  return code == 0 ? status_ok : failed(path, code, ret_error);
+  return open_store(store, path, map_bytes, ret_error);
 }
 
 int restore_configuration(std::size_t map_bytes, std::string& ret_text) {
@@ -175,8 +203,16 @@ int restore_configuration(std::size_t map_bytes, std::string& ret_text) {
   const std::string copy_path = configuration_copy_path();
   configuration_copy copy;
   std::string kept;
-  if (make_directory(path.substr(0, path.rfind('/')), 0700, ret_text) != 0 ||
-      read_configuration_copy(copy_path, copy, ret_text) != 0) {
+  if (make_directory(path.substr(0, path.rfind('/')), 0700, ret_text) != 0) {
+    return ledger_storage_failure;
+  }
+  if (const int error = read_configuration_copy(copy_path, copy, ret_text); error != 0) {
+    if (error == ENOENT) {
+      ret_text = copy_path +
+                 ": there is no copy of the configuration; the service makes one some seconds "
+                 "after a change. Put a backup of your own there, or in the place of " +
+                 path;
+    }
     return ledger_storage_failure;
   }
   const std::string fresh = path + ".restored";

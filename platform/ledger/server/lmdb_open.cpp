@@ -12,6 +12,7 @@
 #include <cerrno>
 
 #include "platform/ledger/server/lmdb_store.h"
+#include "platform/linux/process/directories.h"
 #include "platform/linux/unique_fd.h"
 
 namespace ot {
@@ -71,16 +72,27 @@ int lmdb_store::open(const lmdb_options& options) {
   return MDB_SUCCESS;
 }
 
-int lmdb_store::prepare_lock_file() const noexcept {
-  const std::string path = options_.path + "-lock";
-  const unique_fd file{
-      ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, file_mode)};
-  struct stat state {};
-  if (!file.valid() || fstat(file.get(), &state) != 0) {
-    return errno;
+std::string lmdb_store::open_error(int code) const {
+  if (!lock_fault_.empty()) {
+    return lock_fault_;
   }
-  if (!S_ISREG(state.st_mode) || (state.st_uid != 0 && state.st_uid != geteuid())) {
-    return EPERM;
+  return code > 0 ? place_error(options_.path, code) : options_.path + ": " + lmdb_text(code);
+}
+
+// Nothing in it outlasts the process.
+int lmdb_store::prepare_lock_file() {
+  const unique_fd file =
+      open_own_file(options_.path + "-lock", O_RDWR | O_CREAT, file_mode, lock_fault_);
+  if (!file.valid()) {
+    const int error = errno;
+    if (error == EPERM || error == EISDIR) {
+      lock_fault_ += "; the store is good: move this file away, and the service makes it anew";
+    }
+    return error;
+  }
+  struct stat state {};
+  if (fstat(file.get(), &state) != 0) {
+    return errno;
   }
   return posix_fallocate(file.get(), 0, std::max(lock_file_bytes, state.st_size));
 }

@@ -37,8 +37,10 @@ class lmdb_store : public ledger_store {
   lmdb_store(const lmdb_store&) = delete;
   lmdb_store& operator=(const lmdb_store&) = delete;
 
-  // 0, or an errno or LMDB code, for lmdb_text.
+  // 0, or an errno or LMDB code.
   int open(const lmdb_options& options);
+  // What `open` failed by: the file, and what is wrong with it.
+  [[nodiscard]] std::string open_error(int code) const;
   [[nodiscard]] static const char* lmdb_text(int code) noexcept;
 
   // Whether the file has its whole space on the disk. If not, writes fail while the disk is full.
@@ -67,7 +69,7 @@ class lmdb_store : public ledger_store {
   [[nodiscard]] bool batched() const noexcept {
     return options_.durability == lmdb_durability::batched;
   }
-  int prepare_lock_file() const noexcept;
+  int prepare_lock_file();
   int preallocate() const noexcept;
   int open_tables();
   int check_stamp(MDB_txn* txn);
@@ -83,6 +85,7 @@ class lmdb_store : public ledger_store {
   int fail(int code) noexcept;
 
   lmdb_options options_;
+  std::string lock_fault_;  // what is wrong with the file of LMDB's locks
   MDB_env* env_ = nullptr;
   MDB_dbi items_ = 0;                   // path -> sequence, kind, first, value
   MDB_dbi order_ = 0;                   // sequence -> path

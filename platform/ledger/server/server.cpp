@@ -127,8 +127,7 @@ int ledger_server::open_operational(std::string& ret_error) {
   }
   const int code = operational_.open(options);
   if (code != 0) {
-    ret_error = code > 0 ? place_error(options.path, code)
-                         : options.path + ": " + lmdb_store::lmdb_text(code);
+    ret_error = operational_.open_error(code);
     if (code == ENOSPC) {
       ret_error += ": it needs " + std::to_string(options.map_bytes >> 10) +
                    " kB, and 1024 kB are left to others";

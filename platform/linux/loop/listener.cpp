@@ -41,6 +41,19 @@ int failed(const std::string& path, int error, std::string& ret_error) {
   return error;
 }
 
+// What stands at the path is of an instance that crashed: the lock says that it is gone.
+int clear_path(const std::string& path, std::string& ret_error) {
+  if (::unlink(path.c_str()) == 0 || errno == ENOENT) {
+    return 0;
+  }
+  const int error = failed(path, errno, ret_error);
+  struct stat state {};
+  if (lstat(path.c_str(), &state) == 0 && S_ISDIR(state.st_mode)) {
+    ret_error = path + ": it is a directory, where the service makes its socket; move it away";
+  }
+  return error;
+}
+
 }  // namespace
 
 unix_listener::~unix_listener() {
@@ -54,14 +67,15 @@ void unix_listener::unlink_path() const noexcept {
   }
 }
 
-// What stands at the path is of an instance that crashed: the lock says that it is gone. Nobody
-// gets at a socket of the wrong mode, since it takes no connections before it listens.
+// Nobody gets at a socket of the wrong mode, since it takes no connections before it listens.
 int unix_listener::bind_at(const std::string& path, int type, std::string& ret_error) {
   sockaddr_un address;
   if (!unix_address(path, &address)) {
     return failed(path, ENAMETOOLONG, ret_error);
   }
-  ::unlink(path.c_str());
+  if (const int error = clear_path(path, ret_error); error != 0) {
+    return error;
+  }
   socket_ = unique_fd{socket(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)};
   if (!socket_.valid() ||
       bind(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
