@@ -166,8 +166,12 @@ def test_deleting_the_last_track_lets_the_route_go(routed):
     (["0.0.0.0/0"],
      'trackctl: route "0.0.0.0/0" cannot be tracked: the FIB takes no registration for address '
      "0.0.0.0; track a prefix behind it instead\n"),
-    (["192.0.2.0/24", "--vrf", "v" * 32],
-     f'trackctl: VRF name "{"v" * 32}" has 32 characters; at most 31 are kept\n'),
+    (["10.0.0.0/0"],
+     'trackctl: route "10.0.0.0/0" cannot be tracked: the FIB takes no registration for address '
+     "0.0.0.0; track a prefix behind it instead\n"),
+    (["192.0.2.0/24", "--vrf", "v" * 16],
+     f'trackctl: VRF name "{"v" * 16}" has 16 characters; at most 15 can be, since a VRF is a '
+     "Linux device\n"),
 ])
 def test_bad_routes_are_refused(service, arguments, text):
     result = service.run("trackctl", "set", "r", "route", *arguments)

@@ -9,6 +9,7 @@
 namespace ot::trackctl {
 namespace {
 
+using ::testing::AllOf;
 using ::testing::HasSubstr;
 
 std::string prefix_refusal(const std::string& text) {
@@ -33,7 +34,7 @@ TEST(route_prefix, refuses_what_is_no_prefix) {
     EXPECT_THAT(prefix_refusal(text), HasSubstr("such as 192.0.2.0/24")) << text;
   }
   for (const char* const text : {"10.1.0.0/33", "10.1.0.0/", "10.1.0.0/-1", "10.1.0.0/16/8"}) {
-    EXPECT_THAT(prefix_refusal(text), HasSubstr("prefix length")) << text;
+    EXPECT_THAT(prefix_refusal(text), HasSubstr("is not a whole number from 1 to 32")) << text;
   }
 }
 
@@ -42,13 +43,28 @@ TEST(route_prefix, refuses_host_bits_and_gives_the_network) {
 }
 
 TEST(route_prefix, refuses_address_0) {
-  EXPECT_THAT(prefix_refusal("0.0.0.0/0"), HasSubstr("cannot be tracked"));
+  for (const char* const text : {"0.0.0.0/8", "0.0.0.0/32", "0.1.2.3/8"}) {
+    EXPECT_THAT(prefix_refusal(text),
+                AllOf(HasSubstr("cannot be tracked: the FIB takes no"), HasSubstr("instead")))
+        << text;
+  }
 }
 
-TEST(vrf_name, takes_up_to_31_characters_without_slash_and_blank) {
+TEST(route_prefix, refuses_length_0_whatever_the_address) {
+  for (const char* const text : {"0.0.0.0/0", "10.0.0.0/0"}) {
+    EXPECT_THAT(prefix_refusal(text), HasSubstr("cannot be tracked: the FIB takes no")) << text;
+  }
+}
+
+TEST(vrf_name, is_a_name_that_a_device_can_have) {
   EXPECT_EQ(vrf_refusal("blue"), "");
-  EXPECT_EQ(vrf_refusal(std::string(31, 'v')), "");
-  EXPECT_THAT(vrf_refusal(std::string(32, 'v')), HasSubstr("32 characters; at most 31"));
+  EXPECT_EQ(vrf_refusal("default"), "");
+  EXPECT_EQ(vrf_refusal(std::string(15, 'v')), "");
+  EXPECT_THAT(vrf_refusal(std::string(16, 'v')),
+              HasSubstr("16 characters; at most 15 can be, since a VRF is a Linux device"));
+  EXPECT_THAT(vrf_refusal(std::string(31, 'v')), HasSubstr("at most 15"));
+  EXPECT_THAT(vrf_refusal("a:b"), HasSubstr("no interface can have"));
+  EXPECT_THAT(vrf_refusal(".."), HasSubstr("no interface can have"));
   EXPECT_THAT(vrf_refusal(""), HasSubstr("empty"));
   EXPECT_THAT(vrf_refusal("a/b"), HasSubstr("'/'"));
   EXPECT_THAT(vrf_refusal("a b"), HasSubstr("blank"));

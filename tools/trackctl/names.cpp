@@ -15,6 +15,7 @@ namespace {
 
 constexpr std::size_t longest_new_track_name = 31;
 constexpr std::size_t longest_track_name = 39;
+constexpr std::size_t longest_device_name = 15;  // VRFs are devices too
 constexpr std::uint32_t longest_delay = 65535;
 constexpr std::uint32_t longest_prefix = 32;
 
@@ -29,7 +30,7 @@ bool is_track_name_character(char character) {
 
 struct device_name {
   std::string what;
-  std::size_t most;  // characters
+  std::string limit;  // what the longest length is for
   std::string advice;
   std::string without;  // what else could be done when the name is empty
 };
@@ -66,14 +67,17 @@ void check_device_name(const device_name& kind, std::string_view name) {
   if (name.empty()) {
     refuse("the " + kind.what + " is empty; " + kind.advice + kind.without);
   }
-  if (name.size() > kind.most) {
+  if (name.size() > longest_device_name) {
     refuse(quoted + " has " + std::to_string(name.size()) + " characters; at most " +
-           std::to_string(kind.most) + " are kept");
+           std::to_string(longest_device_name) + kind.limit);
   }
   if (std::any_of(name.begin(), name.end(), [](unsigned char character) {
         return character == '/' || std::isspace(character) != 0;
       })) {
     refuse(quoted + " has a '/' or a blank; " + kind.advice);
+  }
+  if (name == "." || name == ".." || name.find(':') != std::string_view::npos) {
+    refuse(quoted + " is one that no interface can have; " + kind.advice);
   }
 }
 
@@ -101,15 +105,12 @@ void check_track_name(std::string_view name) {
 }
 
 void check_interface_name(std::string_view name) {
-  check_device_name({"interface name", 15, "give one as `ip link` lists it", ""}, name);
-  if (name == "." || name == ".." || name.find(':') != std::string_view::npos) {
-    refuse("interface name \"" + std::string(name) +
-           "\" is one that no interface can have; give one as `ip link` lists it");
-  }
+  check_device_name({"interface name", " are kept", "give one as `ip link` lists it", ""}, name);
 }
 
 void check_vrf_name(std::string_view name) {
-  check_device_name({"VRF name", 31, "give one as `ip vrf` lists it", ", or leave --vrf out"},
+  check_device_name({"VRF name", " can be, since a VRF is a Linux device",
+                     "give one as `ip vrf` lists it", ", or leave --vrf out"},
                     name);
 }
 
@@ -137,18 +138,19 @@ route_prefix parse_route_prefix(const std::string& text) {
     refuse("route \"" + text + "\" is not an IPv4 prefix; give one such as 192.0.2.0/24");
   }
   const std::string length_text = text.substr(slash + 1);
+  const bool all = length_text == "0";  // refused below, with its reason
   const std::uint32_t length =
-      parse_number("prefix length", length_text, {.unit = "", .least = 0, .most = longest_prefix});
+      all ? 0 : parse_number("prefix length", length_text, {.least = 1, .most = longest_prefix});
   route_prefix prefix{parsed.s_addr, ipv4_prefixlen2mask(length)};
   const std::uint32_t network = prefix.address & prefix.mask;
-  if (network != prefix.address) {
-    refuse("route \"" + text + "\" has host bits set; the network is " + address_text(network) +
-           "/" + length_text);
-  }
-  if (prefix.address == 0) {
+  if (network == 0) {
     refuse("route \"" + text +
            "\" cannot be tracked: the FIB takes no registration for address 0.0.0.0; track a "
            "prefix behind it instead");
+  }
+  if (network != prefix.address) {
+    refuse("route \"" + text + "\" has host bits set; the network is " + address_text(network) +
+           "/" + length_text);
   }
   return prefix;
 }

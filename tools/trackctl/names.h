@@ -21,7 +21,8 @@ void check_track_name(std::string_view name);
 // space.
 void check_interface_name(std::string_view name);
 
-// Throws unless `name` can name a VRF: 1 to 31 characters, neither '/' nor white space.
+// Throws unless `name` can name a VRF, which is a device like an interface. (The service takes 31
+// characters.)
 void check_vrf_name(std::string_view name);
 
 // A whole decimal number within the range. `what` names the value in the refusal.
