@@ -23,4 +23,8 @@ struct errmsg_record {
 // latest when the running handler has returned. Any thread.
 void errmsg_log(const errmsg_record* record, std::uint32_t severity, ...) noexcept;
 
+// How many lines, traces too, did not reach where they should since the process started, because
+// nobody read there; one that two readers missed counts twice. Any thread.
+[[nodiscard]] std::uint64_t errmsg_dropped() noexcept;
+
 }  // namespace ot

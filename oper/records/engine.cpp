@@ -1,4 +1,5 @@
-// What each kind of tracks needs of the router, as its row says; and the loop's longest turn.
+// What each kind of tracks needs of the router, as its row says; the loop's longest turn; and how
+// much of the log was dropped.
 
 #include "oper/records/engine.h"
 
@@ -13,6 +14,7 @@
 #include "platform/err_string.h"
 #include "platform/ledger_status.h"
 #include "platform/loop_turns.h"
+#include "platform/messages.h"
 
 namespace ot {
 namespace {
@@ -66,11 +68,17 @@ int encode_loop(ledger_dpv_reply& reply) noexcept {
   return brec_encode(loop_info___brec, &record, &reply.buffer, &reply.length);
 }
 
+int encode_log(ledger_dpv_reply& reply) noexcept {
+  const log_info__ record{errmsg_dropped()};
+  return brec_encode(log_info___brec, &record, &reply.buffer, &reply.length);
+}
+
 struct engine_key {
   std::string_view word;
   int (*encode)(ledger_dpv_reply& reply) noexcept;
 };
-constexpr engine_key keys[] = {{"all", encode_services}, {"loop", encode_loop}};
+constexpr engine_key keys[] = {
+    {"all", encode_services}, {"loop", encode_loop}, {"log", encode_log}};
 
 constexpr ledger_dpv_provider engine_provider[] = {
     {"engine", ot_dpv_engine_get, nullptr, nullptr},
@@ -92,8 +100,14 @@ const brec_descriptor loop_info___brec = {
     {},        sizeof(loop_info__), "$13={Since}H{LongestAt}H{LongestTurn}D;",
     "$13=HHD;"};
 
+const brec_descriptor log_info___brec = {
+    1,       "log_info__",       "libobject_tracking_brec_desc.dll",
+    {},      sizeof(log_info__), "$14={Dropped}H;",
+    "$14=H;"};
+
 int ot_engine_record_register() noexcept {
-  static constexpr const brec_descriptor* descriptors[] = {&engine_info___brec, &loop_info___brec};
+  static constexpr const brec_descriptor* descriptors[] = {&engine_info___brec, &loop_info___brec,
+                                                           &log_info___brec};
   return register_records(descriptors);
 }
 

@@ -1,6 +1,6 @@
 // The operational data below "/oper/object_tracking/gl/engine/". "all": how the service stands to
 // the services that its tracks need, a chain with one element for each. "loop": how long the main
-// thread's event loop was kept busy. Main thread.
+// thread's event loop was kept busy. "log": what the log's readers have missed. Main thread.
 #pragma once
 
 #include <cstdint>
@@ -25,8 +25,13 @@ struct loop_info__ {
   std::uint32_t LongestTurn = 0;  // microseconds
 };
 
+struct log_info__ {
+  std::uint64_t Dropped = 0;  // lines, since the service's start
+};
+
 extern const brec_descriptor engine_info___brec;
 extern const brec_descriptor loop_info___brec;
+extern const brec_descriptor log_info___brec;
 
 // Registers the records' types, beside those of the tracks. As ot_records_register; readers in
 // other programs call it too.
@@ -36,7 +41,7 @@ int ot_engine_record_register() noexcept;
 // the records' types, before the first request. Status code.
 int ot_engine_provider_register(const evm* manager) noexcept;
 
-// Answers the keys "all" and "loop". 0 with the reply filled, or ledger_no_data.
+// Answers the keys "all", "loop" and "log". 0 with the reply filled, or ledger_no_data.
 int ot_dpv_engine_get(ledger_dpv_reply* reply, const ledger_dpv_request* request);
 
 }  // namespace ot

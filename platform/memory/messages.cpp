@@ -1,7 +1,9 @@
 // System messages and traces, kept as lines for the test to read.
 #include "platform/messages.h"
 
+#include <atomic>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <functional>
 #include <mutex>
@@ -33,7 +35,9 @@ struct lines {
   }
 };
 
-struct message_lines : lines {};
+struct message_lines : lines {
+  std::atomic<std::uint64_t> dropped = 0;
+};
 struct trace_lines : lines {
   std::function<void(const std::string&)> watch;
 };
@@ -60,6 +64,10 @@ void errmsg_log(const errmsg_record* record, std::uint32_t severity, ...) noexce
                                   std::to_string(severity) + '-' + record->name + ": " + text);
 }
 
+std::uint64_t errmsg_dropped() noexcept {
+  return world_part<message_lines>().dropped;
+}
+
 void dbg_print(const dbg_flag& /*flag*/, std::uint32_t /*reserved1*/, std::uint32_t /*reserved2*/,
                const char* format, ...) noexcept {
   alloc_faults_paused pause;
@@ -78,6 +86,10 @@ namespace field {
 
 std::vector<std::string> take_messages() {
   return world_part<message_lines>().take();
+}
+
+void messages_dropped(std::uint64_t count) {
+  world_part<message_lines>().dropped += count;
 }
 
 std::vector<std::string> take_traces() {

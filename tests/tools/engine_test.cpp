@@ -39,24 +39,31 @@ TEST(engine_view, a_service_of_a_later_version_is_shown_by_its_own_name) {
 TEST(engine_view, a_line_for_the_loop) {
   setenv("TZ", "UTC", 1);
   tzset();
-  EXPECT_EQ(loop_text({1'700'000'000, 1'700'000'004, 3214}),
+  EXPECT_EQ(loop_text({1'700'000'000, 1'700'000'004, 3214, 0}),
             "Longest turn of the main loop: 3.214 ms, 2023-11-14 22:13:24\n");
-  EXPECT_EQ(loop_text({1'700'000'000, 0, 0}), "Longest turn of the main loop: none yet\n");
+  EXPECT_EQ(loop_text({1'700'000'000, 0, 0, 0}), "Longest turn of the main loop: none yet\n");
+}
+
+TEST(engine_view, tells_of_lines_of_the_log_that_were_dropped) {
+  EXPECT_EQ(loop_text({1'700'000'000, 0, 0, 12}),
+            "Longest turn of the main loop: none yet\n"
+            "Lines of the log dropped, because nobody read it: 12\n");
 }
 
 TEST(engine_view, json_without_a_turn_yet) {
-  EXPECT_TRUE(engine_json({}, {1'700'000'000, 0, 0}).at(0)["longest_turn_at"].is_null());
+  EXPECT_TRUE(engine_json({}, {1'700'000'000, 0, 0, 0}).at(0)["longest_turn_at"].is_null());
 }
 
 TEST(engine_view, json_carries_the_same) {
-  EXPECT_EQ(engine_json(states, {1'700'000'000, 1'700'000'004, 3214}).dump(),
-            R"([{"service":"bfd","connected":true,"since":"2023-11-14T22:13:20Z","pending":0},)"
-            R"({"service":"probe","connected":false,"since":"2023-11-14T22:13:21Z","pending":3},)"
-            R"({"service":"fib","connected":false,"since":"2023-11-14T22:13:22Z","pending":1},)"
-            R"({"service":"interfaces","connected":true,"since":"2023-11-14T22:13:23Z",)"
-            R"("pending":2},)"
-            R"({"service":"loop","connected":true,"since":"2023-11-14T22:13:20Z","pending":0,)"
-            R"("longest_turn_ms":3.214,"longest_turn_at":"2023-11-14T22:13:24Z"}])");
+  EXPECT_EQ(
+      engine_json(states, {1'700'000'000, 1'700'000'004, 3214, 5}).dump(),
+      R"([{"service":"bfd","connected":true,"since":"2023-11-14T22:13:20Z","pending":0},)"
+      R"({"service":"probe","connected":false,"since":"2023-11-14T22:13:21Z","pending":3},)"
+      R"({"service":"fib","connected":false,"since":"2023-11-14T22:13:22Z","pending":1},)"
+      R"({"service":"interfaces","connected":true,"since":"2023-11-14T22:13:23Z",)"
+      R"("pending":2},)"
+      R"({"service":"loop","connected":true,"since":"2023-11-14T22:13:20Z","pending":0,)"
+      R"("longest_turn_ms":3.214,"longest_turn_at":"2023-11-14T22:13:24Z","log_dropped":5}])");
 }
 
 }  // namespace

@@ -49,7 +49,8 @@ nlohmann::ordered_json loop_json(const loop_state& state) {
           {"since", time_text(state.since, utc_format, true)},
           {"pending", 0},
           {"longest_turn_ms", state.longest_us / 1000.0},
-          {"longest_turn_at", at}};
+          {"longest_turn_at", at},
+          {"log_dropped", state.log_dropped}};
 }
 
 void register_records() {
@@ -96,11 +97,15 @@ std::string engine_table(const std::vector<engine_state>& states) {
 std::string loop_text(const loop_state& state) {
   char turn[32] = "";
   std::snprintf(turn, sizeof turn, "%.3f ms", state.longest_us / 1000.0);
+  const std::string dropped = state.log_dropped == 0
+                                  ? ""
+                                  : "Lines of the log dropped, because nobody read it: " +
+                                        std::to_string(state.log_dropped) + '\n';
   return "Longest turn of the main loop: " +
          (state.longest_at == 0
               ? std::string("none yet")
               : turn + (", " + time_text(state.longest_at, local_format, false))) +
-         '\n';
+         '\n' + dropped;
 }
 
 nlohmann::ordered_json engine_json(const std::vector<engine_state>& states,
@@ -132,8 +137,10 @@ std::vector<engine_state> read_engine_states() {
 loop_state read_loop_state() {
   loop_info__ record{};
   read_record("loop", loop_info___brec, record);
+  log_info__ log{};
+  read_record("log", log_info___brec, log);
   return {static_cast<std::int64_t>(record.Since), static_cast<std::int64_t>(record.LongestAt),
-          record.LongestTurn};
+          record.LongestTurn, log.Dropped};
 }
 
 void require_service_before_delays(const track_kind& kind, const std::string& track,
@@ -156,7 +163,8 @@ int run_engine(const arguments& args) {
   CLI::App app{
       "Show whether the service is connected to what its tracks need, since when, and what waits "
       "for it: the BFD engine, the probe service, the FIB and the interface manager; and the "
-      "longest time for which its own loop was kept busy.",
+      "longest time for which its own loop was kept busy, and how many lines of its log were "
+      "dropped, if any.",
       "trackctl engine"};
   app.footer(
       "Example: trackctl engine --json | jq -e '.[] | select(.service == \"bfd\").connected'");

@@ -1,6 +1,6 @@
-// How the running service stands to the services of the router that its tracks need, and how long
-// its loop was kept busy: reading it, and the two renderings of `trackctl engine`, text for people
-// and JSON for programs.
+// How the running service stands to the services of the router that its tracks need, how long its
+// loop was kept busy, and how much of its log was dropped: reading it, and the two renderings of
+// `trackctl engine`, text for people and JSON for programs.
 #pragma once
 
 #include <cstdint>
@@ -19,16 +19,17 @@ struct engine_state {
   std::uint32_t pending = 0;
 };
 
-// The service's event loop.
+// The service's event loop, and its log.
 struct loop_state {
-  std::int64_t since = 0;        // wall-clock seconds, as longest_at: the service's start
-  std::int64_t longest_at = 0;   // 0: there was no turn yet
-  std::uint32_t longest_us = 0;  // the longest turn
+  std::int64_t since = 0;         // wall-clock seconds, as longest_at: the service's start
+  std::int64_t longest_at = 0;    // 0: there was no turn yet
+  std::uint32_t longest_us = 0;   // the longest turn
+  std::uint64_t log_dropped = 0;  // lines of the log
 };
 
 // One line a service, in the given order; times are local.
 std::string engine_table(const std::vector<engine_state>& states);
-// A line.
+// A line, and one more when lines of the log were dropped.
 std::string loop_text(const loop_state& state);
 
 // An array of objects; times are in UTC. The loop is the last, a service like the others.

@@ -66,7 +66,9 @@ bool log_follower::write(std::string_view queue) noexcept {
     if (result == log_result::later) {
       return false;
     }
-    dropped_ += result == log_result::lost ? 1 : 0;
+    if (result == log_result::lost) {
+      miss();
+    }
     begun_ = 0;
     at_ = end_of(line, at_);
   }
@@ -75,7 +77,7 @@ bool log_follower::write(std::string_view queue) noexcept {
 
 void log_follower::drop_rest(std::string_view queue) noexcept {
   while (at_ < queue.size()) {
-    ++dropped_;
+    miss();
     at_ = end_of(line_at(queue, at_), at_);
   }
   begun_ = reporting_ > 0 ? begun_ : 0;

@@ -5,6 +5,7 @@
 #include <systemd/sd-event.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
 
 #include "platform/linux/log/sinks.h"
@@ -35,15 +36,22 @@ class log_follower {
 
   [[nodiscard]] bool behind(std::string_view queue) const noexcept { return at_ < queue.size(); }
   [[nodiscard]] int awaited() const noexcept { return sink_->awaited(); }
+  // All lines that the sink has missed so far.
+  [[nodiscard]] std::uint64_t missed() const noexcept { return missed_; }
 
  private:
   bool report_dropped() noexcept;
+  void miss() noexcept {
+    ++dropped_;
+    ++missed_;
+  }
 
   log_sink* sink_ = nullptr;
   std::size_t at_ = 0;           // its next line
   std::size_t begun_ = 0;        // bytes of it that went out
   unsigned long dropped_ = 0;    // lines that it has missed and does not know of
   unsigned long reporting_ = 0;  // lines that the report under way tells of
+  std::uint64_t missed_ = 0;
   sd_event_source* wake_ = nullptr;
 };
 

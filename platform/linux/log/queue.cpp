@@ -176,6 +176,15 @@ void log_queue_finish() noexcept {
   finish();
 }
 
+std::uint64_t errmsg_dropped() noexcept {
+  const std::lock_guard guard(lock);
+  std::uint64_t missed = 0;
+  for (const log_follower& one : all()) {
+    missed += one.missed();
+  }
+  return missed;
+}
+
 // --- Messages and traces -------------------------------------------------------------------------
 
 void errmsg_log(const errmsg_record* record, std::uint32_t severity, ...) noexcept {

@@ -132,10 +132,12 @@ TEST_P(log_streams, one_that_missed_lines_learns_how_many) {
   follower.follow(stream);
   const std::string queue = queue_of(0, many);
   ASSERT_FALSE(follower.write(queue));
+  EXPECT_EQ(follower.missed(), 0U);
   follower.drop_rest(queue);
   follower.rewind();
   const std::string first = drain(ends_.reader.get());
   const auto whole = static_cast<int>(std::count(first.begin(), first.end(), '\n'));
+  EXPECT_EQ(follower.missed(), static_cast<std::uint64_t>(many - whole));
   const std::string later = write_and_read(follower, queue_of(many, 1));
   EXPECT_THAT(later, HasSubstr("OT-SERVICES-4-LOG_DROPPED: " + std::to_string(many - whole) +
                                " lines of the log were dropped: it was not read\n"));

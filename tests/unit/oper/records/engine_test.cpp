@@ -172,9 +172,25 @@ TEST_F(engine_info, reports_the_longest_turn_of_the_loop) {
   EXPECT_EQ(static_cast<std::int64_t>(read_loop().LongestAt), start_time + 5);
 }
 
+TEST_F(engine_info, counts_what_was_dropped_of_the_log) {
+  const auto read_dropped = [] {
+    ledger_value value;
+    EXPECT_EQ(
+        ledger_item_get(ledger_get_default_conn(), "oper/object_tracking/gl/engine/log", &value),
+        0);
+    log_info__ record{7};
+    EXPECT_EQ(brec_decode(log_info___brec, value.bytes(), &record), 0);
+    return record.Dropped;
+  };
+  EXPECT_EQ(read_dropped(), 0U);
+  field::messages_dropped(3);
+  field::messages_dropped(std::uint64_t{1} << 32);
+  EXPECT_EQ(read_dropped(), (std::uint64_t{1} << 32) + 3);
+}
+
 TEST_F(engine_info, knows_no_other_key) {
   ledger_value value;
-  for (const char* key : {"bfd", "ALL", "LOOP", "all-tracks"}) {
+  for (const char* key : {"bfd", "ALL", "LOOP", "LOG", "all-tracks"}) {
     EXPECT_EQ(
         ledger_item_get(ledger_get_default_conn(),
                         (std::string("oper/object_tracking/gl/engine/") + key).c_str(), &value),
