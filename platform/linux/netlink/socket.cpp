@@ -12,14 +12,17 @@ namespace {
 
 constexpr int events_buffer = 8 * 1024 * 1024;
 
-// More messages than the buffer holds; a flood that goes on must not keep us here.
-constexpr int drain_max = 32'768;
+// More than the buffer holds; a flood that goes on must not keep us here.
+constexpr int drain_max = 4'096;
 
 constexpr std::size_t read_size = 32'768;  // what the kernel fills in one go of a dump
 
+// Events come one a datagram, and this many are read by one call.
+constexpr std::size_t datagrams_of_one_read = 16;
+
 // One read at a time, on the loop's thread and never nested: the answers of a request are complete
 // before it returns, and events are handed on after their read.
-alignas(nlmsghdr) thread_local char read_buffer[read_size];
+alignas(nlmsghdr) thread_local char read_buffer[datagrams_of_one_read][read_size];
 
 // The answer's end as seen in one message: -1 to go on, else the errno value.
 int answer_end(const nlmsghdr& message) noexcept {
@@ -27,6 +30,15 @@ int answer_end(const nlmsghdr& message) noexcept {
     return -static_cast<const nlmsgerr*>(mnl_nlmsg_get_payload(&message))->error;
   }
   return message.nlmsg_type == NLMSG_DONE ? 0 : -1;
+}
+
+// Each message of a datagram.
+void hand_over(const char* datagram, std::size_t length, netlink_visit visit, void* context) {
+  const auto* message = reinterpret_cast<const nlmsghdr*>(datagram);
+  int left = static_cast<int>(length);
+  for (; mnl_nlmsg_ok(message, left); message = mnl_nlmsg_next(message, &left)) {
+    visit(context, *message);
+  }
 }
 
 }  // namespace
@@ -62,26 +74,47 @@ int netlink_socket::open_requests() noexcept {
   return 0;
 }
 
+// Of an answer, one datagram.
 int netlink_socket::receive(netlink_visit visit, void* context) noexcept {
   ssize_t length = -1;
   do {
-    length = mnl_socket_recvfrom(socket_.get(), read_buffer, sizeof read_buffer);
+    length = mnl_socket_recvfrom(socket_.get(), read_buffer[0], read_size);
   } while (length < 0 && errno == EINTR);
   if (length < 0) {
     return errno;
   }
-  const auto* message = reinterpret_cast<const nlmsghdr*>(read_buffer);
-  int left = static_cast<int>(length);
-  for (; mnl_nlmsg_ok(message, left); message = mnl_nlmsg_next(message, &left)) {
-    visit(context, *message);
-  }
+  hand_over(read_buffer[0], static_cast<std::size_t>(length), visit, context);
   return 0;
+}
+
+int netlink_socket::receive_events(netlink_visit visit, void* context) noexcept {
+  mmsghdr datagrams[datagrams_of_one_read] = {};
+  iovec places[datagrams_of_one_read];
+  for (std::size_t i = 0; i < datagrams_of_one_read; ++i) {
+    places[i] = {read_buffer[i], read_size};
+    datagrams[i].msg_hdr.msg_iov = &places[i];
+    datagrams[i].msg_hdr.msg_iovlen = 1;
+  }
+  int count = -1;
+  do {
+    count = recvmmsg(fd(), datagrams, datagrams_of_one_read, MSG_DONTWAIT, nullptr);
+  } while (count < 0 && errno == EINTR);
+  if (count < 0) {
+    return errno;
+  }
+  bool cut = false;
+  for (int i = 0; i < count; ++i) {
+    cut |= (datagrams[i].msg_hdr.msg_flags & MSG_TRUNC) != 0;
+    hand_over(read_buffer[i], datagrams[i].msg_len, visit, context);
+  }
+  // Of an event that is longer than any we know, not even the kind can be relied upon.
+  return cut ? ENOBUFS : static_cast<std::size_t>(count) < datagrams_of_one_read ? EAGAIN : 0;
 }
 
 int netlink_socket::drain() noexcept {
   int status = 0;
   for (int reads = 0; (status == 0 || status == ENOBUFS) && reads < drain_max; ++reads) {
-    status = receive([](void*, const nlmsghdr&) {}, nullptr);
+    status = receive_events([](void*, const nlmsghdr&) {}, nullptr);
   }
   return status == EAGAIN || status == ENOBUFS ? 0 : status;
 }

@@ -27,9 +27,10 @@ class netlink_socket {
 
   [[nodiscard]] int fd() const noexcept { return mnl_socket_get_fd(socket_.get()); }
 
-  // Reads once and hands over each message that came. 0, EAGAIN when nothing waits, ENOBUFS when
-  // events were lost, or another errno value.
-  int receive(netlink_visit visit, void* context) noexcept;
+  // Reads the events that wait, as many as one call brings, and hands over each message. 0 when
+  // more may wait, EAGAIN when nothing does any more, ENOBUFS when events were lost, or another
+  // errno value.
+  int receive_events(netlink_visit visit, void* context) noexcept;
   // Throws away what waits, as far as a flood lets it. 0, or the errno value of a socket that is
   // broken.
   int drain() noexcept;
@@ -46,6 +47,7 @@ class netlink_socket {
   };
 
   int open(std::uint32_t groups, int flags) noexcept;
+  int receive(netlink_visit visit, void* context) noexcept;
   int exchange(nlmsghdr* message, bool one_answer, netlink_visit visit, void* context) noexcept;
 
   std::unique_ptr<mnl_socket, close_socket> socket_;

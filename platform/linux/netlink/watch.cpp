@@ -10,8 +10,8 @@
 namespace ot {
 namespace {
 
-// Events come one a read. A flood of them must not keep the loop from its other work.
-constexpr int reads_of_one_turn = 256;
+// A flood of events must not keep the loop from its other work.
+constexpr int reads_of_one_turn = 16;
 
 }  // namespace
 
@@ -37,7 +37,7 @@ void netlink_watch::read() {
     if (handlers_.room != nullptr && !handlers_.room(context_)) {
       break;
     }
-    status = events_.receive(handlers_.message, context_);
+    status = events_.receive_events(handlers_.message, context_);
   }
   // What still waits was sent before the loss, and is older than what is read anew.
   if (status == ENOBUFS) {
