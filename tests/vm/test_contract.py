@@ -8,7 +8,8 @@ import pytest
 LEFT_OUT = "interface_manager_linux.reports_a_rename_as_a_deletion_and_a_creation"
 
 
-@pytest.mark.parametrize("suite", ["interface_manager*", "lost_link_events*", "fib_contract",
+@pytest.mark.parametrize("suite", ["interface_manager*", "lost_link_events*",
+                                   "short_link_messages", "fib_contract",
                                    "vrf_contract", "changing_vrfs_contract"])
 def test_the_contract_suite(guest, suite):
     status, output = guest.run(

@@ -187,6 +187,8 @@ TEST_F(interface_manager_linux, reports_a_standby_bond_member_as_not_redundant) 
     EXPECT_THAT(reported, Contains("+w0 redundancy=0"));
     ip("link set bond0 type bond active_slave w0");
     EXPECT_THAT(watch.run_until_reported({"+w0 redundancy=1"}), Contains("+v0 redundancy=0"));
+    ip("link set v0 nomaster");
+    EXPECT_THAT(watch.run_until_reported({"+v0 redundancy=1"}), Contains("+v0 redundancy=1"));
   });
 }
 

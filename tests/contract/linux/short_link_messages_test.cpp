@@ -92,6 +92,32 @@ TEST(short_link_messages, leave_a_dormant_interface_down) {
   });
 }
 
+TEST(short_link_messages, leave_a_standby_bond_member_standing_by) {
+  if (const std::string reason = no_namespace_reason(); !reason.empty()) {
+    GTEST_SKIP() << reason;
+  }
+  in_namespace([] {
+    if (!ip_can("link add bond0 type bond mode active-backup miimon 10")) {
+      GTEST_SKIP() << "this kernel has no bonding";
+    }
+    for (const std::string name : {"v", "w"}) {
+      ip("link add " + name + "0 type veth peer name " + name + "1");
+      ip("link set " + name + "1 up");
+      ip("link set " + name + "0 master bond0");
+    }
+    ip("link add later type veth peer name p1");
+    ip("link set bond0 up");
+    link_watch watch;
+    watch.register_attribute(ifc_attr_redundancy);
+    ASSERT_THAT(watch.take(), ::testing::Contains("+w0 redundancy=0"));
+    const unsigned flags = IFF_UP | IFF_RUNNING | flag_lower_up;
+    short_message(RTM_NEWLINK, if_nametoindex("w0"), flags).name("w0").wireless().send();
+    ip("link set later name last");
+    EXPECT_THAT(watch.run_until_reported({"+last redundancy=1"}),
+                ::testing::Not(::testing::Contains("+w0 redundancy=1")));
+  });
+}
+
 std::vector<std::string> vrf_news;
 
 void note_vrf(const vrf_device& device, bool gone) {

@@ -8,9 +8,9 @@
 //   64 + slots x 128                    slots x 256        description_cell, one a slot
 //
 // An operation's slot is found from its home_slot() onwards, one after the other and round the end,
-// until its id is met or a slot that is free, and never further than search_max slots: an operation
-// that finds no room so near its home makes qmond change the salt. `slots` is a power of two and at
-// least twice the number of operations. The slot's two cells belong together.
+// until its id is met or a slot that is free, over search_max slots at most: an operation without
+// room so near makes qmond change the salt. `slots` is a power of two and at least twice the number
+// of operations. The slot's two cells belong together.
 //
 // A table is never changed in size or meaning. qmond makes a new file and renames it over the old
 // one, which it marks as closed: at every start, when a reload needs more slots, and for a new
@@ -91,8 +91,7 @@ inline constexpr std::size_t history_words = 3;
 // 3, 10, 30, 100, 300, 1000 ms, more), 15 failure.
 inline constexpr std::uint32_t history_failure = 15;
 
-// The words of a description cell: the interval in milliseconds, the timeout, then the operation's
-// kind and target as one text "kind target" that ends with a 0 byte.
+// The words of a description cell. The text is "kind target" and ends with a 0 byte.
 enum description_word : std::size_t {
   word_interval_ms = 0,
   word_timeout_ms = 1,
