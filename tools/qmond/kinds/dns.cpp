@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 #include "tools/qmond/kinds/host.h"
@@ -64,7 +65,7 @@ found look_for(ns_msg& answer, const ns_rr& asked, std::array<char, NS_MAXDNAME>
 bool holds_record(ns_msg& answer, const ns_rr& asked) noexcept {
   constexpr int aliases_max = 16;  // also ends a circle
   std::array<char, NS_MAXDNAME> name{};
-  std::strncpy(name.data(), ns_rr_name(asked), name.size() - 1);
+  std::snprintf(name.data(), name.size(), "%s", ns_rr_name(asked));
   found last = found::alias;
   for (int i = 0; i <= aliases_max && last == found::alias; ++i) {
     last = look_for(answer, asked, &name);
