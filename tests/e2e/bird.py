@@ -1,33 +1,50 @@
-"""BIRD as the other end of BFD sessions, in a network namespace of its own."""
+"""BIRD in a network namespace of a test, with everything it writes in a directory of its own."""
 
 import os
 import shutil
 import subprocess
 import tempfile
 
+PATIENCE = 10
+
+
+def bfd_sessions(neighbours, interval, multiplier):
+    """The configuration of the other end of sessions. `neighbours`: (address, interface) pairs;
+    `interval` in milliseconds."""
+    sessions = "\n".join(f'neighbor {address} dev "{interface}";'
+                         for address, interface in neighbours)
+    return f"""
+        protocol bfd {{
+          accept ipv4 direct;
+          interface "*" {{
+            min rx interval {interval} ms;
+            min tx interval {interval} ms;
+            multiplier {multiplier};
+          }};
+          {sessions}
+        }}"""
+
+
+def static_routes(gateways):
+    """The configuration that has the kernel take routes: prefix to gateway."""
+    routes = "\n".join(f"route {prefix} via {gateway};" for prefix, gateway in gateways.items())
+    return f"""
+        protocol kernel {{ ipv4 {{ export all; }}; }}
+        protocol static {{ ipv4; {routes} }}"""
+
 
 class Bird:
-    def __init__(self, net, neighbours, interval, multiplier):
-        """`neighbours`: (address, interface) pairs; `interval` in milliseconds."""
+    def __init__(self, net, configuration):
+        """Not started yet."""
         assert shutil.which("bird"), "the package bird2 is not installed"
         self._net = net
         self._directory = tempfile.mkdtemp(prefix="bird-")
         self._process = None
-        sessions = "\n".join(f'neighbor {address} dev "{interface}";'
-                             for address, interface in neighbours)
         with open(self._path("conf"), "w", encoding="ascii") as conf:
             conf.write(f"""
                 router id 192.0.2.2;
                 protocol device {{ scan time 1; }}
-                protocol bfd {{
-                  accept ipv4 direct;
-                  interface "*" {{
-                    min rx interval {interval} ms;
-                    min tx interval {interval} ms;
-                    multiplier {multiplier};
-                  }};
-                  {sessions}
-                }}""")
+                {configuration}""")
 
     def _path(self, name):
         return os.path.join(self._directory, name)
@@ -37,6 +54,11 @@ class Bird:
             self._process = subprocess.Popen(
                 [*self._net.command(), "bird", "-f", "-c", self._path("conf"),
                  "-s", self._path("ctl")], stdin=subprocess.DEVNULL, stdout=log, stderr=log)
+
+    def stop(self):
+        """As systemd would."""
+        self._process.terminate()
+        self._process.wait(PATIENCE)
 
     def kill(self):
         self._process.kill()

@@ -13,6 +13,7 @@ import time
 
 from output import Terminal
 
+ROUTE_GROUP = 0x40  # IPv4 routes
 REPORTS = ("Sanitizer", "runtime error:")
 
 
@@ -82,6 +83,13 @@ class Daemon:
     def kill(self):
         self.process.kill()
         self.wait_exit()
+
+    def dropped_route_messages(self):
+        """How many the kernel has dropped for the daemon's open sockets."""
+        with open(f"/proc/{self.pid}/net/netlink", encoding="ascii") as stream:
+            head, *lines = [line.split() for line in stream]
+        groups, drops = head.index("Groups"), head.index("Drops")
+        return sum(int(line[drops]) for line in lines if int(line[groups], 16) & ROUTE_GROUP)
 
     @property
     def running(self):

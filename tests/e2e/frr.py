@@ -1,4 +1,4 @@
-"""FRR's zebra and bfdd in a network namespace, from the distribution's package but with everything
+"""FRR's zebra, bfdd and staticd in a network namespace, from the distribution's package but with everything
 they write in a directory of their own."""
 
 import glob
@@ -42,8 +42,7 @@ class Frr:
         self.directory = tempfile.mkdtemp(prefix="frr-")
         shutil.chown(self.directory, "frr", "frr")
         try:
-            self._start("zebra", "zserv.api", "-s", "2097152")
-            self.start_bfdd()
+            self.start_zebra()
         except BaseException:
             self.close()
             raise
@@ -63,14 +62,34 @@ class Frr:
         for path in (listening, f"{name}.vty"):
             wait_until(lambda path=path: listens(self._path(path)), PATIENCE, f"{name} listens")
 
+    def start_zebra(self):
+        self._start("zebra", "zserv.api", "-s", "2097152")
+
+    def start_staticd(self, gateways):
+        """With the routes `gateways`: prefix to gateway."""
+        if os.path.exists(f"{PROGRAMS}/mgmtd") and "mgmtd" not in self._processes:
+            self._start("mgmtd", "mgmtd.vty")  # later releases configure the others through it
+        self._start("staticd", "staticd.vty")
+        with open(self._path("routes"), "w", encoding="ascii") as routes:
+            routes.writelines(f"ip route {prefix} {gateway}\n"
+                              for prefix, gateway in gateways.items())
+        subprocess.run(["vtysh", "--vty_socket", self.directory, "-f", self._path("routes")],
+                       check=True, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
+
     def start_bfdd(self):
         """Returns when its control socket and its shell take connections."""
         self._start("bfdd", "bfdd.sock", "--bfdctl", self._path("bfdd.sock"))
 
-    def kill_bfdd(self):
-        process = self._processes.pop("bfdd")
+    def kill(self, name):
+        process = self._processes.pop(name)
         process.kill()
         process.wait()
+
+    def stop(self, name):
+        """As systemd would."""
+        process = self._processes.pop(name)
+        process.terminate()
+        process.wait(PATIENCE)
 
     def vtysh(self, *commands):
         """Runs commands of FRR's own shell; what they print."""

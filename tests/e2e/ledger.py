@@ -1,5 +1,6 @@
 """Raw commits through the ledger, many in one process: the test tool ledger_put."""
 
+import ipaddress
 import subprocess
 
 
@@ -10,6 +11,28 @@ def track_items(name, interface):
         f"set u32 {track}/a 1",
         f"set u32 {track}/type/interface/0x1/a 1",
         f"set text {track}/type/interface/0x1/info/interface {interface}",
+    ]
+
+
+def route_track_items(name, prefix):
+    """The changes that configure a track of a route in the default VRF, as one commit."""
+    track = f"/cfg/gl/object_tracking/track/{name}"
+    network = ipaddress.IPv4Network(prefix)
+    return [
+        f"set u32 {track}/a 1",
+        f"set u32 {track}/type/route/0x2/a 1",
+        f"set tuple {track}/type/route/0x2/info/ip_address "
+        f"{network.network_address} {network.netmask}",
+    ]
+
+
+def route_track_removal(name):
+    """The changes that remove such a track, as one commit."""
+    track = f"/cfg/gl/object_tracking/track/{name}"
+    return [
+        f"delete {track}/type/route/0x2/info/ip_address",
+        f"delete {track}/type/route/0x2/a",
+        f"delete {track}/a",
     ]
 
 

@@ -1,10 +1,12 @@
 // A test tool that changes the ledger's configuration item by item, without the checks and the
 // order that the operator's tool brings. It reads lines from standard input:
 //
-//   set u32 PATH NUMBER | set text PATH TEXT | delete PATH | commit
+//   set u32 PATH NUMBER | set text PATH TEXT | set tuple PATH ADDRESS... | delete PATH | commit
 //
 // and answers each commit with its result code, followed by one line per refusal. Exit status: 0
 // all commits were done, 1 one was not, 2 a line could not be read, 3 the service is not running.
+#include <arpa/inet.h>
+
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -23,6 +25,17 @@ std::vector<std::byte> bytes_of(const void* data, std::size_t size) {
   return {begin, begin + size};
 }
 
+// IPv4 addresses up to the end of the line, each packed as a tuple's number.
+bool parse_addresses(std::istringstream& line, std::vector<std::byte>& ret) {
+  for (std::string text; line >> text;) {
+    in_addr address{};
+    if (inet_pton(AF_INET, text.c_str(), &address) != 1) return false;
+    const std::vector<std::byte> bytes = bytes_of(&address, sizeof address);
+    ret.insert(ret.end(), bytes.begin(), bytes.end());
+  }
+  return !ret.empty();
+}
+
 bool parse_set(std::istringstream& line, ot::ledger_proposal& ret) {
   std::string kind;
   line >> kind >> ret.path >> std::ws;
@@ -32,6 +45,10 @@ bool parse_set(std::istringstream& line, ot::ledger_proposal& ret) {
     ret.kind = ot::ledger_kind::u32;
     ret.value = bytes_of(&number, sizeof number);
     return true;
+  }
+  if (kind == "tuple") {
+    ret.kind = ot::ledger_kind::tuple;
+    return parse_addresses(line, ret.value);
   }
   std::string text;
   std::getline(line, text);

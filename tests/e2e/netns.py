@@ -32,6 +32,18 @@ class NetworkNamespace:
         command = ["ip", "-n", self.name, "-batch", "-"]
         subprocess.run(command, check=True, input="\n".join(lines), text=True)
 
+    def try_batch(self, lines):
+        """Runs many `ip` commands in one process; those that the kernel refuses change nothing."""
+        command = ["ip", "-n", self.name, "-force", "-batch", "-"]
+        subprocess.run(command, input="\n".join(lines), stdout=subprocess.DEVNULL,
+                       stderr=subprocess.DEVNULL, text=True)
+
+    def query(self, text, *options):
+        """What `ip` prints for the words of `text`, as JSON."""
+        command = ["ip", "-n", self.name, "-j", *options, *text.split()]
+        printed = subprocess.run(command, check=True, stdout=subprocess.PIPE, text=True).stdout
+        return json.loads(printed or "[]")
+
     def link(self, name, up=True):
         """A veth pair: `name`, up or down, and its always willing peer `name`-p, which gives the
         carrier."""

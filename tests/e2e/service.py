@@ -1,5 +1,6 @@
 """An instance of the service with its namespace, its private prefix and its tools."""
 
+import json
 import os
 import shutil
 import subprocess
@@ -96,6 +97,16 @@ class Service:
         return follower
 
     # --- What is seen ----------------------------------------------------------------------------
+
+    def tracks(self):
+        """Every track as programs read it."""
+        return json.loads(self.ctl("show", "--json"))
+
+    @property
+    def settling(self):
+        """Seconds within which the tracks follow whatever happened. That is less than the time after
+        which the service looks at everything in any case."""
+        return 15.0 if self.build.sanitized else 5.0
 
     def state(self, name):
         return self.run("trackctl", "state", name).stdout.strip()

@@ -12,7 +12,7 @@ import time
 
 import pytest
 
-from bird import Bird
+from bird import Bird, bfd_sessions
 from frr import Frr, has_control_socket
 from netns import NetworkNamespace
 from waiting import wait_until
@@ -36,8 +36,9 @@ class Site:
             for number in self.links:
                 self.plug(number)
             self._frr = Frr(service.net)
-            self._bird = Bird(self._far, [(f"10.9.{number}.1", f"e{number}")
-                                          for number in self.links], interval, MULTIPLIER)
+            self._frr.start_bfdd()
+            neighbours = [(f"10.9.{number}.1", f"e{number}") for number in self.links]
+            self._bird = Bird(self._far, bfd_sessions(neighbours, interval, MULTIPLIER))
             self._bird.start()
         except BaseException:
             self.close()
@@ -228,7 +229,7 @@ def test_a_session_of_frrs_own_configuration_is_followed(new_site):
 def test_an_engine_that_is_killed_takes_the_tracks_down_until_it_is_back(site):
     follower = site.service.follow(["t0"])
     began = time.monotonic()
-    site.frr.kill_bfdd()
+    site.frr.kill("bfdd")
     follower.expect(("t0", "down"))
     print(f"down {1000 * (time.monotonic() - began):.1f} ms after the kill")
     site.frr.start_bfdd()
@@ -238,7 +239,7 @@ def test_an_engine_that_is_killed_takes_the_tracks_down_until_it_is_back(site):
 
 def test_tracks_made_without_an_engine_begin_with_it(new_site):
     site = new_site(1)
-    site.frr.kill_bfdd()
+    site.frr.kill("bfdd")
     site.service.start()
     site.configure(0)
     site.frr.start_bfdd()

@@ -9,7 +9,6 @@ import pytest
 from waiting import wait_until
 
 GATEWAY = "10.0.0.2"
-ROUTE_GROUP = 0x40  # IPv4 routes
 TRACKS = 40
 RATE = 10_000
 AT_FIRST = {number: number % 2 == 1 for number in range(1, TRACKS + 1)}  # which routes are there
@@ -84,14 +83,6 @@ def right(service, wanted):
                for number, there in wanted.items())
 
 
-def dropped(service):
-    """How many route messages the kernel has dropped for the service's open sockets."""
-    with open(f"/proc/{service.daemon.pid}/net/netlink") as stream:
-        head, *lines = [line.split() for line in stream]
-    groups, drops = head.index("Groups"), head.index("Drops")
-    return sum(int(line[drops]) for line in lines if int(line[groups], 16) & ROUTE_GROUP)
-
-
 def test_a_storm_of_other_routes_changes_nothing(routed, storm):
     wait_until(lambda: right(routed, AT_FIRST), routed.build.patience, "the states before")
     events = routed.follow()
@@ -109,12 +100,12 @@ def test_after_lost_messages_every_track_is_right_within_a_second(routed, storm)
     wanted = AT_FIRST
     rounds = 0
     while other.blows:
-        before = dropped(routed)
+        before = routed.daemon.dropped_route_messages()
         routed.daemon.process.send_signal(signal.SIGSTOP)
         try:
-            wait_until(lambda: dropped(routed) > before or not other.blows,
+            wait_until(lambda: routed.daemon.dropped_route_messages() > before or not other.blows,
                        routed.build.patience, "messages lost")
-            lost = dropped(routed) > before
+            lost = routed.daemon.dropped_route_messages() > before
             wanted = {number: not there for number, there in wanted.items()}
             change(routed, wanted)
         finally:

@@ -7,6 +7,7 @@ import shlex
 from waiting import wait_until
 
 PATIENCE = 60.0
+BATCH = 40  # `ip` commands that a command line has room for
 _numbers = itertools.count(1)
 
 
@@ -24,6 +25,17 @@ class GuestNamespace:
         lines = "".join(f"{line}\\n" for line in commands)
         return self._guest.must(f"printf '{lines}' | ip -n {self.name} -batch -")
 
+    def try_batch(self, commands):
+        """Runs `ip` commands; those that the kernel refuses change nothing."""
+        for begin in range(0, len(commands), BATCH):
+            lines = "".join(f"{line}\\n" for line in commands[begin:begin + BATCH])
+            self._guest.run(f"printf '{lines}' | ip -n {self.name} -force -batch -")
+
+    def query(self, text, *options):
+        """What `ip` prints for the words of `text`, as JSON."""
+        options = shlex.join(options)
+        return json.loads(self._guest.must(f"ip -n {self.name} -j {options} {text} 2>/dev/null") or "[]")
+
     def link(self, *names):
         """Veth pairs that are up: each a name and its peer NAME-p, which gives the carrier."""
         self.ip(*(f"link {line}" for name in names
@@ -38,6 +50,8 @@ class GuestNamespace:
 
 
 class GuestService:
+    settling = 20.0  # seconds, less than the 30 after which the service looks at everything
+
     def __init__(self, guest):
         self.guest = guest
         self.net = GuestNamespace(guest)
@@ -85,13 +99,21 @@ class GuestService:
         """Runs trackctl, which must succeed; what it printed."""
         return self.guest.must(f"{self._environment} trackctl {shlex.join(arguments)}")
 
+    def ctl_each(self, word, arguments):
+        """Runs trackctl with the word for each of the arguments, a command line for all of them."""
+        lines = [f"trackctl {word} {shlex.join(words)}" for words in arguments]
+        self.guest.must(f"export {self._environment}; {' && '.join(lines)}")
+
     def show(self, name):
         return self.guest.must(f"{self._environment} object_tracking show track {name} all")
 
+    def tracks(self):
+        """Every track as programs read it."""
+        return json.loads(self.ctl("show", "--json"))
+
     def states(self):
         """Every track's name and state."""
-        tracks = json.loads(self.ctl("show", "--json"))
-        return {track["name"]: track["state"] for track in tracks}
+        return {track["name"]: track["state"] for track in self.tracks()}
 
     def wait_states(self, **wanted):
         """Waits until each of the named tracks has its state."""
