@@ -94,7 +94,7 @@ targets_of() {
   for level in "${@:2}"; do
     [[ $1 == clang || $level == e2e || $level == soak || $level == vm ]] &&
       programs=(object_tracking trackctl qmond)
-    [[ $level == vm ]] && tests+=(contract_linux)
+    [[ $level == vm ]] && tests+=(contract_linux ledger_put)
     [[ $level == e2e || $level == soak ]] && tests+=(ledger_put route_storm)
     [[ $level == e2e && $1 != *san ]] && tests+=(write_log)
     for row in "${test_programs[@]}"; do

@@ -12,6 +12,9 @@ REFUSALS = ("blackhole", "unreachable", "prohibit", "throw")
 SIZES = (3, 5, 7, 9, 20, 100, 501)  # of a batch
 PREFERENCES = range(100, 108)
 SIDE_TABLES = (100, 200)
+# The rule of the local table changes its place, as with VRFs.
+LOCAL_FIRST = "rule add pref 0 lookup local\nrule del pref 32765 lookup local"
+LOCAL_LAST = "rule add pref 32765 lookup local\nrule del pref 0 lookup local"
 
 # Routes of all lengths for one address: only the longest one of each family can be up.
 FAMILIES = [[f"10.{number}.0.0/{length}" for length in (16, 17, 18, 20, 24, 25, 26, 30, 31, 32)]
@@ -53,7 +56,8 @@ class Storm:
 
     def end(self):
         """Takes away whatever rules there are, and brings every link back."""
-        self._batch(["rule flush", *self._usual_rules(), "rule add pref 32767 lookup default"])
+        self._batch([LOCAL_FIRST, "rule flush", "rule add pref 32766 lookup main",
+                     "rule add pref 32767 lookup default"])
         for number in LINKS:
             self._bring_back(number)
 
@@ -140,13 +144,8 @@ class Storm:
         preference = self._chance.choice(PREFERENCES)
         return self._chance.choice((
             f"rule add pref {preference} {action}", f"rule add pref {preference} {action}",
-            f"rule del pref {preference}", *self._usual_rules(), "rule del pref 32766",
-            "rule add pref 32765 lookup local", "rule del pref 0 lookup local"))
-
-    @staticmethod
-    def _usual_rules():
-        return ["rule del pref 32765", "rule add pref 0 lookup local",
-                "rule add pref 32766 lookup main"]
+            f"rule del pref {preference}", "rule del pref 32766",
+            "rule add pref 32766 lookup main", LOCAL_LAST, LOCAL_FIRST))
 
     # --- Links -----------------------------------------------------------------------------------
 

@@ -10,7 +10,7 @@ from waiting import wait_until
 
 GATEWAYS = {f"172.{16 + number // 250}.{number % 250}.0/24": f"10.0.{number % 2}.2"
             for number in range(5000)}
-TRACKED = [*list(GATEWAYS)[::50], "10.0.0.0/24", "10.0.1.0/24", "172.15.0.0/16"]
+TRACKED = [*list(GATEWAYS)[::50], "10.0.0.0/24", "10.0.1.0/24", "172.0.0.0/15"]
 HALF = len(GATEWAYS) // 2
 PATIENCE = 30
 
@@ -27,7 +27,7 @@ def router(service):
 
 
 def installed(service):
-    return len(service.net.query("route show root 172.16.0.0/12"))
+    return len(service.net.query("route show root 172.0.0.0/8"))
 
 
 def right_with(service, count):

@@ -19,7 +19,7 @@ TABLES = {"default": 253, "main": MAIN, "local": LOCAL}
 NO_ROUTES = ("broadcast", "anycast", "multicast")
 REFUSING = ("blackhole", "unreachable", "prohibit", "throw")
 EVERYTHING = "route show table all"
-USUAL_RULES = [(0, "local"), (32766, "main"), (32767, "default")]
+USUAL_RULES = {(0, "local"), (32766, "main"), (32767, "default")}
 
 
 def address_number(text):
@@ -142,8 +142,7 @@ def settle(service, routes=EVERYTHING):
 
 
 def rules_are_usual(net):
-    return [(rule["priority"], rule.get("table"))
-            for rule in net.query("rule show")] == USUAL_RULES
+    return {(rule["priority"], rule.get("table")) for rule in net.query("rule show")} == USUAL_RULES
 
 
 def kernel_answers(net, addresses):

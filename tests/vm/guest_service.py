@@ -4,10 +4,11 @@ import itertools
 import json
 import shlex
 
+import ledger
 from waiting import wait_until
 
 PATIENCE = 60.0
-BATCH = 40  # `ip` commands that a command line has room for
+BATCH = 30  # lines that a command line has room for
 _numbers = itertools.count(1)
 
 
@@ -99,10 +100,14 @@ class GuestService:
         """Runs trackctl, which must succeed; what it printed."""
         return self.guest.must(f"{self._environment} trackctl {shlex.join(arguments)}")
 
-    def ctl_each(self, word, arguments):
-        """Runs trackctl with the word for each of the arguments, a command line for all of them."""
-        lines = [f"trackctl {word} {shlex.join(words)}" for words in arguments]
-        self.guest.must(f"export {self._environment}; {' && '.join(lines)}")
+    def commit(self, commits):
+        """Makes each list of changes a commit; all must be accepted."""
+        path = f"{self.root}/commits"
+        lines = ledger.commit_text(commits).splitlines()
+        for begin in range(0, len(lines), BATCH):
+            words = shlex.join(lines[begin:begin + BATCH])  # a command is one line
+            self.guest.must(f"printf '%s\\n' {words} >>{path}")
+        self.guest.must(f"{self._environment} ledger_put <{path} && rm {path}")
 
     def show(self, name):
         return self.guest.must(f"{self._environment} object_tracking show track {name} all")

@@ -6,11 +6,12 @@ import random
 
 import pytest
 
+import ledger
 from guest_service import GuestNamespace
 from storms import addresses
 from truth import settle
 
-ROUNDS = int(os.environ.get("OT_ROUNDS", "6"))
+ROUNDS = int(os.environ.get("OT_ROUNDS", "3"))
 CALMS = 5  # in a storm: each track is looked at
 VRFS = ("red", "blue", "green", "white")
 TABLES = (10, 10, 20, 30, 254)  # often the same one for two
@@ -138,12 +139,12 @@ def chance():
 @pytest.fixture
 def tracked(service):
     """A track of each route in each VRF and of each interface."""
-    for vrf in (*VRFS, "default"):
-        service.ctl_each("set", [(f"{vrf}-{prefix.replace('/', '_')}", "route", prefix,
-                                  *(() if vrf == "default" else ("--vrf", vrf)))
-                                 for prefix in (*SINGLES, *CONNECTED)])
-    service.ctl_each("set", [(f"on-{name}", "interface", name)
-                             for name in (*VRFS, *(f"a{number}" for number in LINKS))])
+    commits = [ledger.route_track_items(f"{vrf}-{prefix.replace('/', '_')}", prefix, vrf)
+               for vrf in (None, *VRFS) for prefix in (*SINGLES, *CONNECTED)]
+    commits += [ledger.track_items(f"on-{name}", name)
+                for name in (*VRFS, *(f"a{number}" for number in LINKS))]
+    service.commit(commits)
+    assert len(service.tracks()) == len(commits)
     return service
 
 
