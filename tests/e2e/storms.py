@@ -66,7 +66,8 @@ class Storm:
     def flaps(self):
         """A few routes come and go, each many times."""
         size = self._chance.choice(SIZES)
-        flapping = self._chance.sample(ROUTES, max(1, size // self._chance.randrange(1, 10)))
+        count = min(max(1, size // self._chance.randrange(1, 10)), len(ROUTES))
+        flapping = self._chance.sample(ROUTES, count)
         self._batch([self._flap(self._chance.choice(flapping)) for _ in range(size)])
 
     def routes(self):
