@@ -12,9 +12,10 @@ REFUSALS = ("blackhole", "unreachable", "prohibit", "throw")
 SIZES = (3, 5, 7, 9, 20, 100, 501)  # of a batch
 PREFERENCES = range(100, 108)
 SIDE_TABLES = (100, 200)
-# The rule of the local table changes its place, as with VRFs.
+# The rule of the local table changes its place, as with VRFs, or goes.
 LOCAL_FIRST = "rule add pref 0 lookup local\nrule del pref 32765 lookup local"
-LOCAL_LAST = "rule add pref 32765 lookup local\nrule del pref 0 lookup local"
+LOCAL_GONE = "rule del pref 0 lookup local"
+LOCAL_LAST = f"rule add pref 32765 lookup local\n{LOCAL_GONE}"
 
 # Routes of all lengths for one address: only the longest one of each family can be up.
 FAMILIES = [[f"10.{number}.0.0/{length}" for length in (16, 17, 18, 20, 24, 25, 26, 30, 31, 32)]
@@ -146,7 +147,7 @@ class Storm:
         return self._chance.choice((
             f"rule add pref {preference} {action}", f"rule add pref {preference} {action}",
             f"rule del pref {preference}", "rule del pref 32766",
-            "rule add pref 32766 lookup main", LOCAL_LAST, LOCAL_FIRST))
+            "rule add pref 32766 lookup main", LOCAL_LAST, LOCAL_FIRST, LOCAL_GONE))
 
     # --- Links -----------------------------------------------------------------------------------
 
