@@ -81,10 +81,11 @@ class Kernel:
         return TABLES.get(name) or int(name)
 
     def route_is_up(self, vrf, address, length):
-        """The router's own addresses count for themselves only; a VRF has them in its table."""
+        """The router's own addresses count for themselves only. A VRF has them in its table; so has the
+        main table those of a VRF that shares it."""
         table = self.table(vrf)
-        local = LOCAL if vrf == "default" else table
-        if length == 32 and (local, address) in self._own:
+        places = (table, LOCAL) if vrf == "default" else (table,)
+        if length == 32 and any((place, address) in self._own for place in places):
             return True
         return table is not None and self.match(table, address) == length
 

@@ -139,7 +139,8 @@ def chance():
 @pytest.fixture
 def tracked(service):
     """A track of each route in each VRF and of each interface."""
-    commits = [ledger.route_track_items(f"{vrf}-{prefix.replace('/', '_')}", prefix, vrf)
+    commits = [ledger.route_track_items(f"{vrf or 'default'}-{prefix.replace('/', '_')}",
+                                         prefix, vrf)
                for vrf in (None, *VRFS) for prefix in (*SINGLES, *CONNECTED)]
     commits += [ledger.track_items(f"on-{name}", name)
                 for name in (*VRFS, *(f"a{number}" for number in LINKS))]
