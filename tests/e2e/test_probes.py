@@ -5,6 +5,7 @@ import shutil
 import signal
 import socket
 import subprocess
+import threading
 
 import pytest
 
@@ -239,6 +240,37 @@ class SilentServer:
         self._socket.close()
 
 
+class HalfServer(SilentServer):
+    """A name server that answers for addresses of one family only, and is silent about the other."""
+
+    LOCALHOST = {1: b"\x00\x04\x7f\x00\x00\x01", 28: b"\x00\x10" + b"\x00" * 15 + b"\x01"}
+
+    def __init__(self, net, address, record_type, silent_type):
+        super().__init__(net, address)
+        self._types = (record_type, silent_type)
+        self._thread = threading.Thread(target=self._serve)
+        self._thread.start()
+
+    def _serve(self):
+        known, silent = self._types
+        while True:
+            query, client = self._socket.recvfrom(512)
+            if not query:
+                return
+            asked = int.from_bytes(query[-4:-2], "big")
+            if asked == silent:
+                continue
+            count = int(asked == known)
+            record = b"\xc0\x0c" + query[-4:] + b"\x00\x00\x00\x3c" + self.LOCALHOST[known]
+            self._socket.sendto(query[:2] + b"\x81\x80\x00\x01" + bytes([0, count]) + bytes(4)
+                                + query[12:] + record * count, client)
+
+    def close(self):
+        self._socket.sendto(b"", self._socket.getsockname())
+        self._thread.join()
+        super().close()
+
+
 @pytest.fixture
 def name_servers(qmond):
     """127.0.0.1 knows www.example.test as 192.0.2.7, where nobody listens; 127.0.0.2 is silent."""
@@ -291,6 +323,23 @@ def test_a_change_of_the_name_servers_is_noticed(qmond, name_servers):
     assert qmond.status()[1]["code"] == 4
     qmond.reload()
     qmond.wait_code(1, 5)
+
+
+# 127.0.0.1 refuses and ::1 answers, which tells which of them was taken.
+@pytest.mark.parametrize("known, silent, code", [(1, 28, 4), (1, 0, 4), (28, 0, 1)])
+def test_a_name_server_may_know_one_family_only_and_not_answer_for_the_other(
+        qmond, known, silent, code):
+    server = HalfServer(qmond.service.net, "127.0.0.3", known, silent)
+    listener = in_namespace(qmond.service.net.name,
+                            lambda: socket.create_server(("::1", 7001), family=socket.AF_INET6))
+    try:
+        NameServers(qmond).set("127.0.0.3")
+        qmond.configure(NAMED)
+        qmond.start()
+        qmond.wait_code(1, code)
+    finally:
+        listener.close()
+        server.close()
 
 
 def test_names_are_resolved(qmond):

@@ -8,8 +8,10 @@
 
 #include <algorithm>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 namespace ot::qmond {
 namespace {
@@ -76,7 +78,39 @@ void name_channel::on_answer(void* context, int status, int /*timeouts*/, ares_a
   --asked->channel.under_way_;
 }
 
+// Asked for both families at once, c-ares would wait for both answers, and some servers never
+// answer for one of them. So they are two questions: an IPv4 address is taken when it is there, an
+// IPv6 one when there is none.
 void name_channel::ask(const std::string& name, int family, std::uint16_t port, name_found call) {
+  if (family != AF_UNSPEC) {
+    ask_family(name, family, port, std::move(call));
+    return;
+  }
+  struct pair {
+    name_found call;  // empty once called
+    bool no_v4 = false;
+    std::optional<address> v6;
+  };
+  const auto both = std::make_shared<pair>(pair{.call = std::move(call), .no_v4 = false, .v6 = {}});
+  const auto settle = [both](const address& found) { std::exchange(both->call, nullptr)(found); };
+  ask_family(name, AF_INET, port, [both, settle](const address& found) {
+    both->no_v4 = !found.set();
+    if (found.set() || both->v6) {
+      settle(found.set() ? found : *both->v6);
+    }
+  });
+  if (both->call) {
+    ask_family(name, AF_INET6, port, [both, settle](const address& found) {
+      both->v6 = found;
+      if (both->no_v4 && both->call) {
+        settle(found);
+      }
+    });
+  }
+}
+
+void name_channel::ask_family(const std::string& name, int family, std::uint16_t port,
+                              name_found call) {
   ares_addrinfo_hints hints{};
   hints.ai_family = family;
   hints.ai_flags = ARES_AI_NOSORT;

@@ -30,7 +30,8 @@ class name_channel {
   name_channel(const name_channel&) = delete;
   name_channel& operator=(const name_channel&) = delete;
 
-  // Calls `call` once: at once, or from the loop. `family` may be AF_UNSPEC.
+  // Calls `call` once: at once, or from the loop. With AF_UNSPEC for `family` an IPv4 address is
+  // preferred.
   void ask(const std::string& name, int family, std::uint16_t port, name_found call);
 
   // Whether nothing is under way, not even a call.
@@ -41,6 +42,7 @@ class name_channel {
 
   static void on_answer(void* context, int status, int timeouts, ares_addrinfo* result);
   void open(std::uint32_t try_ms);
+  void ask_family(const std::string& name, int family, std::uint16_t port, name_found call);
   void watch(ares_socket_t socket, bool readable, bool writable);
   void add_socket(ares_socket_t socket, std::uint32_t events) noexcept;
   void process(ares_socket_t readable, ares_socket_t writable);
