@@ -25,7 +25,7 @@ struct result_row {
 
 // All that comes before the body, interim answers and their headers included; curl would go on
 // reading interim answers for as long as they come.
-constexpr std::size_t headers_max = 256 * 1024;
+constexpr std::size_t headers_max = std::size_t{256} * 1024;
 
 // Of a transfer without an answer; all others brought one that is no good.
 constexpr result_row results[] = {
