@@ -1,20 +1,16 @@
 // The in-memory FIB. Notifications go through the client's loop, one registered prefix each.
 #include "platform/fib_client.h"
 
-#include <arpa/inet.h>
-
 #include <algorithm>
-#include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "platform/common/watched_prefixes.h"
-#include "platform/ipv4.h"
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/controls.h"
+#include "platform/memory/fib_field.h"
 #include "platform/memory/loops.h"
 #include "platform/memory/world.h"
 #include "platform/status.h"
@@ -26,11 +22,10 @@ fib_prefix prefix_of(const rtclient_registration& registration) noexcept {
   return {registration.table_id, registration.prefix, registration.prefix_length};
 }
 
-bool contains(const fib_prefix& prefix, std::uint32_t address) noexcept {
-  return ((prefix.address ^ address) & ipv4_prefixlen2mask(prefix.length)) == 0;
+int find_route(void* /*context*/, const fib_prefix& prefix, rtclient_result* ret) {
+  world_part<fib_field>().find(prefix, ret);
+  return status_ok;
 }
-
-int find_route(void* /*context*/, const fib_prefix& prefix, rtclient_result* ret);
 
 }  // namespace
 
@@ -47,26 +42,10 @@ constexpr std::uint32_t host_length = 32;
 
 struct fib_part {
   bool running = true;
-  std::map<fib_prefix, std::string> routes;  // with the first hop
-  std::set<fib_prefix> own_addresses;
   std::vector<std::unique_ptr<rtclient>> clients;
   bool events_held = false;
   std::vector<fib_prefix> unseen;  // changes whose events nobody has read yet
 };
-
-int find_route(void* /*context*/, const fib_prefix& prefix, rtclient_result* ret) {
-  const fib_part& part = world_part<fib_part>();
-  for (const auto& [route, first_hop] : part.routes) {
-    const bool longer = !ret->route_found || route.length > ret->prefix_length;
-    if (route.table == prefix.table && contains(route, prefix.address) && longer) {
-      ret->route_found = true;
-      ret->prefix_length = route.length;
-      ret->first_hop.assign(first_hop);
-    }
-  }
-  ret->own_address = part.own_addresses.count({prefix.table, prefix.address, host_length}) != 0;
-  return status_ok;
-}
 
 // A client may be gone when what was posted for it runs.
 bool exists(const rtclient* client) {
@@ -112,12 +91,6 @@ int call_error(std::string_view operation) noexcept {
     return code;
   }
   return world_part<fib_part>().running ? status_ok : fib_not_running;
-}
-
-fib_prefix field_route(std::uint32_t table, const char* address, std::uint32_t length) {
-  in_addr parsed{};
-  inet_pton(AF_INET, address, &parsed);
-  return {table, parsed.s_addr, length};
 }
 
 }  // namespace
@@ -214,26 +187,26 @@ namespace field {
 
 void route_added(const char* address, std::uint32_t length, std::string_view first_hop,
                  std::uint32_t table) {
-  const fib_prefix prefix = field_route(table, address, length);
-  world_part<fib_part>().routes[prefix] = first_hop;
+  const fib_prefix prefix = field_prefix(table, address, length);
+  world_part<fib_field>().routes[prefix] = first_hop;
   note_change(prefix);
 }
 
 void route_removed(const char* address, std::uint32_t length, std::uint32_t table) {
-  const fib_prefix prefix = field_route(table, address, length);
-  world_part<fib_part>().routes.erase(prefix);
+  const fib_prefix prefix = field_prefix(table, address, length);
+  world_part<fib_field>().routes.erase(prefix);
   note_change(prefix);
 }
 
 void own_address_added(const char* address, std::uint32_t table) {
-  const fib_prefix prefix = field_route(table, address, host_length);
-  world_part<fib_part>().own_addresses.insert(prefix);
+  const fib_prefix prefix = field_prefix(table, address, host_length);
+  world_part<fib_field>().own_addresses.insert(prefix);
   note_change(prefix);
 }
 
 void own_address_removed(const char* address, std::uint32_t table) {
-  const fib_prefix prefix = field_route(table, address, host_length);
-  world_part<fib_part>().own_addresses.erase(prefix);
+  const fib_prefix prefix = field_prefix(table, address, host_length);
+  world_part<fib_field>().own_addresses.erase(prefix);
   note_change(prefix);
 }
 

@@ -2,18 +2,16 @@
 // again and reporting the differences.
 #include "platform/linux/links/vrf_devices.h"
 
-#include <linux/if_link.h>
 #include <linux/rtnetlink.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <ctime>
 #include <new>
+#include <utility>
 
 #include "platform/common/vrf_requests.h"
-#include "platform/linux/links/record.h"
 #include "platform/linux/loop/sd_event.h"
-#include "platform/linux/netlink/attributes.h"
 #include "platform/status.h"
 
 namespace ot {
@@ -24,47 +22,8 @@ constexpr int dump_attempts = 8;
 
 constexpr std::uint64_t retry_after = 100'000;  // microseconds
 
-// The first of the ids of VRFs' own tables; an ifindex is smaller than this.
-constexpr std::uint32_t own_table = 0x80000000;
-
-const vrf_device default_device{vrf_text{"default"}, default_vrf_id, default_vrf_table};
-
-std::uint32_t vrf_table(netlink_bytes link_info) noexcept {
-  bool vrf = false;
-  std::uint32_t table = 0;
-  netlink_walk(link_info, [&](std::uint16_t type, netlink_bytes value) {
-    if (type == IFLA_INFO_KIND) {
-      vrf = netlink_text(value) == "vrf";
-    } else if (type == IFLA_INFO_DATA) {
-      netlink_walk(value, [&](std::uint16_t data_type, netlink_bytes data) {
-        if (data_type == IFLA_VRF_TABLE) {
-          table = netlink_number<std::uint32_t>(data);
-        }
-      });
-    }
-  });
-  return vrf ? table : 0;
-}
-
-// False for anything but a message about a link. What the message does not tell is left empty: the
-// name, or the table, which only VRF devices have.
-bool read_device(const nlmsghdr& message, vrf_device& ret) noexcept {
-  vrf_device device;
-  device.id = link_message_index(message);
-  if (device.id == 0) {
-    return false;
-  }
-  netlink_walk(netlink_attributes<ifinfomsg>(message),
-               [&device](std::uint16_t type, netlink_bytes value) {
-                 if (type == IFLA_IFNAME) {
-                   device.name.assign(netlink_text(value));
-                 } else if (type == IFLA_LINKINFO) {
-                   device.table = vrf_table(value);
-                 }
-               });
-  ret = device;
-  return true;
-}
+const vrf_device default_device{vrf_text{"default"}, default_vrf_id, default_vrf_table,
+                                default_vrf_table};
 
 }  // namespace
 
@@ -78,13 +37,18 @@ int vrf_devices::open(evm* manager, observer notified) noexcept {
   if (status == status_ok) {
     status = requests_.open_requests();
   }
+  std::vector<vrf_device> present;
   if (status == status_ok) {
-    status = dump(&devices_);
+    status = dump(&present);
   }
   if (status == status_ok) {
     status = events_.follow(manager);
   }
   if (status == status_ok) {
+    for (vrf_device& device : present) {
+      device.table_id = next_table_id_++;
+    }
+    devices_ = std::move(present);
     manager_ = manager;
     observer_ = notified;
   }
@@ -110,9 +74,9 @@ const vrf_device* vrf_devices::with_id(std::uint32_t id) const noexcept {
 }
 
 const vrf_device* vrf_devices::with_table_id(std::uint32_t table_id) const noexcept {
-  return table_id == default_vrf_table ? &default_device
-         : table_id >= own_table       ? with_id(table_id - own_table)
-                                       : nullptr;
+  const auto it = std::find_if(devices_.begin(), devices_.end(),
+                               [table_id](const vrf_device& d) { return d.table_id == table_id; });
+  return it != devices_.end() ? &*it : table_id == default_vrf_table ? &default_device : nullptr;
 }
 
 // Reporting may ask the kernel, which needs the read's buffer: everything is read first.
@@ -171,7 +135,7 @@ void vrf_devices::on_event(void* self, const nlmsghdr& message) {
   auto& devices = *static_cast<vrf_devices*>(self);
   vrf_device device;
   const bool gone = message.nlmsg_type == RTM_DELLINK;
-  if (!read_device(message, device) || (device.table == 0 && !gone)) {
+  if (!vrf_device_read(message, &device) || (device.table == 0 && !gone)) {
     return;
   }
   try {
@@ -200,7 +164,7 @@ int vrf_devices::dump(std::vector<vrf_device>* ret) noexcept {
         [](void* context, const nlmsghdr& part) {
           auto& into = *static_cast<target*>(context);
           vrf_device device;
-          if (!read_device(part, device) || device.table == 0) {
+          if (!vrf_device_read(part, &device) || device.table == 0) {
             return;
           }
           try {
@@ -247,12 +211,13 @@ void vrf_devices::apply(vrf_device device) {
   if (device.name.empty()) {
     device.name = known->name;
   }
-  if (known != nullptr && *known == device) {
+  if (known != nullptr && known->name == device.name && known->table == device.table) {
     return;
   }
   if (known != nullptr) {
     withdraw(device.id);
   }
+  device.table_id = next_table_id_++;
   devices_.push_back(device);
   observer_(device, false);
 }
@@ -266,10 +231,6 @@ void vrf_devices::withdraw(std::uint32_t id) {
   const vrf_device gone = *it;
   devices_.erase(it);
   observer_(gone, true);
-}
-
-std::uint32_t table_id_of(const vrf_device& vrf) noexcept {
-  return vrf.id == default_vrf_id ? default_vrf_table : own_table + vrf.id;
 }
 
 vrf_devices& the_vrf_devices() noexcept {

@@ -8,23 +8,11 @@
 #include <vector>
 
 #include "platform/common/vrf_requests.h"
+#include "platform/linux/links/vrf_record.h"
 #include "platform/linux/netlink/socket.h"
 #include "platform/linux/netlink/watch.h"
-#include "platform/vrf_service.h"
 
 namespace ot {
-
-struct vrf_device {
-  vrf_text name;
-  std::uint32_t id = 0;     // ifindex
-  std::uint32_t table = 0;  // the kernel's number
-
-  friend bool operator==(const vrf_device&, const vrf_device&) = default;
-};
-
-// The FIB's id of a VRF's table: the number 254 for the default VRF, for others one of the VRF's
-// own. VRFs may share a table of the kernel, and each is looked up and notified by itself.
-std::uint32_t table_id_of(const vrf_device& vrf) noexcept;
 
 class vrf_devices {
  public:
@@ -50,7 +38,7 @@ class vrf_devices {
   void for_each_on(std::uint32_t table, Visit&& visit) const {
     for (const vrf_device& device : devices_) {
       if (device.table == table) {
-        visit(table_id_of(device));
+        visit(device.table_id);
       }
     }
     if (table == default_vrf_table) {
@@ -83,6 +71,7 @@ class vrf_devices {
   sd_event_source* retry_ = nullptr;
   observer observer_ = nullptr;
   std::vector<vrf_device> devices_;
+  std::uint32_t next_table_id_ = first_own_table_id;
   std::vector<vrf_event> news_;  // read and not reported yet
   bool missed_ = false;          // there was news that found no memory
 };

@@ -108,7 +108,7 @@ int vmap_c_notif_unreg(vmap_lib* /*library*/, std::uint64_t handle) noexcept {
 int tblx_shm_lookup_vrf(std::uint32_t vrf_id, std::uint32_t* ret_table_id) noexcept {
   const vrf_device* device = the_vrf_devices().with_id(vrf_id);
   if (device != nullptr) {
-    *ret_table_id = table_id_of(*device);
+    *ret_table_id = device->table_id;
   }
   return device != nullptr ? status_ok : not_found_errno;
 }

@@ -120,10 +120,6 @@ int fib_session::add(const fib_prefix& prefix) noexcept {
   return status;
 }
 
-int fib_session::remove(const fib_prefix& prefix) noexcept {
-  return prefixes_.remove(prefix);
-}
-
 void fib_session::schedule_audit() noexcept {
   int enabled = SD_EVENT_OFF;
   if (audit_ != nullptr) {

@@ -55,7 +55,7 @@ class fib_session {
   // 0, fib_already_registered, 12.
   int add(const fib_prefix& prefix) noexcept;
   // 0 or 2.
-  int remove(const fib_prefix& prefix) noexcept;
+  int remove(const fib_prefix& prefix) noexcept { return prefixes_.remove(prefix); }
 
  private:
   static int on_registered(sd_event_source* source, std::uint64_t usec, void* self);
