@@ -163,15 +163,20 @@ route_lookup::table_state route_lookup::says_about(const std::optional<route_rec
 int route_lookup::find_in_contents(std::uint32_t address, const vrf_device& vrf,
                                    rtclient_result* ret) noexcept {
   const table_contents* wanted = nullptr;
-  const table_contents* addresses = nullptr;
+  const table_contents* local = nullptr;
   int status = contents_of(vrf.table, &wanted);
-  if (status == status_ok) {
-    status = contents_of(is_default(vrf) ? local_table : vrf.table, &addresses);
+  if (status == status_ok && is_default(vrf)) {
+    status = contents_of(local_table, &local);
   }
   if (status != status_ok) {
     return status;
   }
-  if (const route_record* own = addresses->own_address(address)) {
+  // A VRF's addresses are in its table, which may be the main one.
+  const route_record* own = wanted->own_address(address);
+  if (own == nullptr && local != nullptr) {
+    own = local->own_address(address);
+  }
+  if (own != nullptr) {
     ret->own_address = true;
     ret->first_hop = name_of(own->out_ifindex);
   }

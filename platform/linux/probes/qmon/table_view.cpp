@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <bit>
 #include <cerrno>
 #include <cstring>
@@ -61,7 +60,6 @@ bool table_view::live() const noexcept {
   if (!file_.valid() || !read_at(file_, 0, &header)) {
     return false;
   }
-  std::atomic_thread_fence(std::memory_order_acquire);
   return known(header) && header.slots == slots_ && header.salt == salt_ &&
          header.state == table_open && heartbeat_counts(header.heartbeat_ms, monotonic_ms());
 }
