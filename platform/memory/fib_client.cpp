@@ -22,10 +22,7 @@ fib_prefix prefix_of(const rtclient_registration& registration) noexcept {
   return {registration.table_id, registration.prefix, registration.prefix_length};
 }
 
-int find_route(void* /*context*/, const fib_prefix& prefix, rtclient_result* ret) {
-  world_part<fib_field>().find(prefix, ret);
-  return status_ok;
-}
+int find_route(void* /*context*/, const fib_prefix& prefix, rtclient_result* ret);
 
 }  // namespace
 
@@ -42,10 +39,16 @@ constexpr std::uint32_t host_length = 32;
 
 struct fib_part {
   bool running = true;
+  fib_field field;
   std::vector<std::unique_ptr<rtclient>> clients;
   bool events_held = false;
   std::vector<fib_prefix> unseen;  // changes whose events nobody has read yet
 };
+
+int find_route(void* /*context*/, const fib_prefix& prefix, rtclient_result* ret) {
+  world_part<fib_part>().field.find(prefix, ret);
+  return status_ok;
+}
 
 // A client may be gone when what was posted for it runs.
 bool exists(const rtclient* client) {
@@ -188,25 +191,25 @@ namespace field {
 void route_added(const char* address, std::uint32_t length, std::string_view first_hop,
                  std::uint32_t table) {
   const fib_prefix prefix = field_prefix(table, address, length);
-  world_part<fib_field>().routes[prefix] = first_hop;
+  world_part<fib_part>().field.routes[prefix] = first_hop;
   note_change(prefix);
 }
 
 void route_removed(const char* address, std::uint32_t length, std::uint32_t table) {
   const fib_prefix prefix = field_prefix(table, address, length);
-  world_part<fib_field>().routes.erase(prefix);
+  world_part<fib_part>().field.routes.erase(prefix);
   note_change(prefix);
 }
 
 void own_address_added(const char* address, std::uint32_t table) {
   const fib_prefix prefix = field_prefix(table, address, host_length);
-  world_part<fib_field>().own_addresses.insert(prefix);
+  world_part<fib_part>().field.own_addresses.insert(prefix);
   note_change(prefix);
 }
 
 void own_address_removed(const char* address, std::uint32_t table) {
   const fib_prefix prefix = field_prefix(table, address, host_length);
-  world_part<fib_field>().own_addresses.erase(prefix);
+  world_part<fib_part>().field.own_addresses.erase(prefix);
   note_change(prefix);
 }
 

@@ -11,7 +11,7 @@
 
 namespace ot {
 
-// A part of the world (world.h). Addresses in network byte order.
+// Addresses in network byte order.
 struct fib_field {
   std::map<fib_prefix, std::string> routes;  // with the first hop
   std::set<fib_prefix> own_addresses;        // of length 32
