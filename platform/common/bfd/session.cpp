@@ -1,0 +1,250 @@
+#include "platform/common/bfd/session.h"
+
+#include <algorithm>
+
+namespace ot::bfd {
+namespace {
+
+// A session that is not up sends no faster than this, however it is configured.
+constexpr std::uint32_t slow_interval = 1'000'000;
+
+// What counts of a neighbor of which nothing was heard.
+constexpr control_packet unheard() noexcept {
+  return {.required_min_rx = 1};
+}
+
+}  // namespace
+
+session::session(std::uint32_t discriminator, const session_timing& timing, std::uint64_t now,
+                 random_number random, void* context) noexcept
+    : discriminator_(discriminator),
+      timing_(timing),
+      random_(random),
+      random_context_(context),
+      announced_(wanted()),
+      in_force_(announced_),
+      last_sent_(now),
+      next_send_(now),
+      remote_(unheard()) {}
+
+session::intervals session::wanted() const noexcept {
+  const bool up = state_ == session_state::up;
+  return {up ? timing_.desired_min_tx : std::max(timing_.desired_min_tx, slow_interval),
+          timing_.required_min_rx};
+}
+
+std::uint64_t session::transmit_interval() const noexcept {
+  return remote_.required_min_rx == 0 ? 0 : std::max(in_force_.tx, remote_.required_min_rx);
+}
+
+std::uint64_t session::detection_time() const noexcept {
+  return remote_.detect_multiplier * std::uint64_t{std::max(in_force_.rx, remote_.desired_min_tx)};
+}
+
+// --- Events --------------------------------------------------------------------------------------
+
+void session::received(const control_packet& packet, std::uint64_t now) noexcept {
+  const std::uint64_t before = transmit_interval();
+  remote_ = packet;
+  last_heard_ = now;
+  if (packet.final && polling_) {
+    take_final(now);
+  }
+  if (state_ != session_state::admin_down) {
+    follow(packet.state, now);
+    final_due_ |= packet.poll;
+  }
+  if (transmit_interval() != before) {
+    reschedule(now);
+  }
+}
+
+// The state machine of RFC 5880, 6.2 and 6.8.6.
+void session::follow(session_state neighbor, std::uint64_t now) noexcept {
+  const bool neighbor_has_seen_us =
+      neighbor == session_state::init || neighbor == session_state::up;
+  switch (state_) {
+    case session_state::down:
+      if (neighbor == session_state::down) {
+        enter(session_state::init, reason_, now);
+      } else if (neighbor == session_state::init) {
+        enter(session_state::up, diagnostic::none, now);
+      }
+      break;
+    case session_state::init:
+      if (neighbor_has_seen_us) {
+        enter(session_state::up, diagnostic::none, now);
+      } else if (neighbor == session_state::admin_down) {
+        enter(session_state::down, diagnostic::neighbor_signaled_down, now);
+      }
+      break;
+    case session_state::up:
+      if (!neighbor_has_seen_us) {
+        enter(session_state::down, diagnostic::neighbor_signaled_down, now);
+      }
+      break;
+    case session_state::admin_down:
+      break;
+  }
+}
+
+void session::run(std::uint64_t now) noexcept {
+  if (remote_.my_discriminator == 0 || now - last_heard_ < detection_time()) {
+    return;
+  }
+  remote_ = unheard();
+  polling_ = false;
+  final_due_ = false;
+  if (state_ == session_state::init || state_ == session_state::up) {
+    enter(session_state::down, diagnostic::detection_time_expired, now);
+  }
+}
+
+void session::lose_path(std::uint64_t now) noexcept {
+  remote_ = unheard();
+  polling_ = false;
+  final_due_ = false;
+  if (state_ == session_state::init || state_ == session_state::up) {
+    enter(session_state::down, diagnostic::path_down, now);
+  }
+}
+
+void session::disable(std::uint64_t now) noexcept {
+  if (state_ == session_state::admin_down) {
+    return;
+  }
+  enter(session_state::admin_down, diagnostic::administratively_down, now);
+  silent_from_ = now + timing_.detect_multiplier * transmit_interval();
+}
+
+void session::enable(std::uint64_t now) noexcept {
+  if (state_ != session_state::admin_down) {
+    return;
+  }
+  silent_from_.reset();
+  enter(session_state::down, diagnostic::none, now);
+}
+
+void session::set_timing(const session_timing& timing, std::uint64_t now) noexcept {
+  news_due_ |= timing.detect_multiplier != timing_.detect_multiplier;
+  timing_ = timing;
+  announce(wanted(), now);
+}
+
+void session::enter(session_state state, diagnostic reason, std::uint64_t now) noexcept {
+  state_ = state;
+  reason_ = reason;
+  news_due_ = true;
+  announce(wanted(), now);
+}
+
+// --- Intervals -----------------------------------------------------------------------------------
+
+// While the session is up the neighbor has to agree before we send more rarely than it expects, or
+// expect packets sooner than it sends them (RFC 5880, 6.8.3).
+void session::announce(const intervals& wanted, std::uint64_t now) noexcept {
+  if (announced_ == wanted) {
+    return;
+  }
+  const std::uint64_t before = transmit_interval();
+  announced_ = wanted;
+  if (state_ == session_state::up) {
+    in_force_.tx = std::min(in_force_.tx, wanted.tx);
+    in_force_.rx = std::max(in_force_.rx, wanted.rx);
+  } else {
+    in_force_ = wanted;
+  }
+  poll_again_ = polling_;
+  polling_ = remote_.my_discriminator != 0;
+  news_due_ = true;
+  if (transmit_interval() != before) {
+    reschedule(now);
+  }
+}
+
+// The neighbor has seen a poll of ours: the one before the last change, if there was one meanwhile.
+void session::take_final(std::uint64_t now) noexcept {
+  if (poll_again_) {
+    poll_again_ = false;
+    news_due_ = true;
+    return;
+  }
+  polling_ = false;
+  const std::uint64_t before = transmit_interval();
+  in_force_ = announced_;
+  if (transmit_interval() != before) {
+    reschedule(now);
+  }
+}
+
+// --- Packets -------------------------------------------------------------------------------------
+
+std::optional<control_packet> session::next_packet(std::uint64_t now) noexcept {
+  if (silent_from_ && now >= *silent_from_) {
+    return std::nullopt;
+  }
+  if (final_due_) {
+    final_due_ = false;
+    return packet(true);
+  }
+  if (!sends_periodically() || (!news_due_ && now < next_send_)) {
+    return std::nullopt;
+  }
+  news_due_ = false;
+  last_sent_ = now;
+  next_send_ = now + spread(transmit_interval());
+  return packet(false);
+}
+
+std::optional<std::uint64_t> session::next_due() const noexcept {
+  std::optional<std::uint64_t> due;
+  const auto earlier = [&due](std::uint64_t at) { due = due ? std::min(*due, at) : at; };
+  if (remote_.my_discriminator != 0) {
+    earlier(last_heard_ + detection_time());
+  }
+  if (final_due_) {
+    earlier(last_heard_);
+  }
+  if (sends_periodically()) {
+    const std::uint64_t at = news_due_ ? last_sent_ : next_send_;
+    if (!silent_from_ || at < *silent_from_) {
+      earlier(at);
+    }
+  }
+  return due;
+}
+
+// A neighbor may want none at all, or none but polls while both ends are up.
+bool session::sends_periodically() const noexcept {
+  const bool on_demand = remote_.demand && state_ == session_state::up &&
+                         remote_.state == session_state::up && !polling_;
+  return remote_.required_min_rx != 0 && !on_demand;
+}
+
+void session::reschedule(std::uint64_t now) noexcept {
+  next_send_ = std::max(now, last_sent_ + spread(transmit_interval()));
+}
+
+// 75 to 100 percent; at most 90 where a single packet that is late ends the session.
+std::uint64_t session::spread(std::uint64_t interval) const noexcept {
+  constexpr std::uint64_t steps = 1024;
+  const std::uint64_t percent = timing_.detect_multiplier == 1 ? 15 : 25;
+  const std::uint64_t step = random_(random_context_) % (steps + 1);
+  return interval * 75 / 100 + interval * percent * step / (100 * steps);
+}
+
+control_packet session::packet(bool final) const noexcept {
+  control_packet sent;
+  sent.state = state_;
+  sent.reason = reason_;
+  sent.poll = polling_ && !final;
+  sent.final = final;
+  sent.detect_multiplier = timing_.detect_multiplier;
+  sent.my_discriminator = discriminator_;
+  sent.your_discriminator = remote_.my_discriminator;
+  sent.desired_min_tx = announced_.tx;
+  sent.required_min_rx = announced_.rx;
+  return sent;
+}
+
+}  // namespace ot::bfd
