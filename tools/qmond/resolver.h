@@ -41,8 +41,9 @@ class resolver {
   resolver& operator=(const resolver&) = delete;
 
   // Calls `call` from the loop with the first address found, of that family or, for AF_UNSPEC, an
-  // IPv4 one if there is any; unset when there is none. The servers are asked at a pace that lets each of them answer within
-  // `timeout_ms`. Throws std::runtime_error or std::system_error when they cannot be asked at all.
+  // IPv4 one if there is any; unset when there is none. The servers are asked at a pace that lets
+  // each of them answer within `timeout_ms`. Throws std::runtime_error or std::system_error when
+  // they cannot be asked at all.
   std::unique_ptr<name_query> look_up(const std::string& name, int family, std::uint16_t port,
                                       std::uint32_t timeout_ms, name_found call);
 
