@@ -5,6 +5,9 @@ all of them make sense where they strike; what the kernel refuses changes nothin
 the same commands.
 """
 
+import os
+import random
+
 LINKS = range(6)
 PATHS = 5  # next-hop objects 1 to PATHS; groups of them have the numbers from GROUPS on
 GROUPS = range(11, 14)
@@ -37,6 +40,13 @@ CONNECTED = [prefix for number in LINKS
 PREFIXES = ROUTES + CONNECTED
 INTERFACES = ["lo"] + [f"{name}{number}{end}" for number in LINKS
                        for name, end in (("w", ""), ("r", ""), ("w", "-p"))]
+
+
+def seeded_chance():
+    """Chance by OT_SEED, else by a seed of its own; it is shown with a failure."""
+    seed = int(os.environ.get("OT_SEED", random.randrange(1 << 32)))
+    print(f"OT_SEED={seed}")
+    return random.Random(seed)
 
 
 class Storm:

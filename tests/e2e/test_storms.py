@@ -4,14 +4,13 @@ OT_ROUNDS sets the number of storms, OT_SEED repeats one: the number that the fa
 printed."""
 
 import os
-import random
 import signal
 
 import pytest
 
 import ledger
 from netns import NetworkNamespace
-from storms import INTERFACES, PREFIXES, Storm
+from storms import INTERFACES, PREFIXES, Storm, seeded_chance
 from truth import check_against_the_kernel, settle
 
 ROUNDS = int(os.environ.get("OT_ROUNDS", "30"))
@@ -30,9 +29,7 @@ def elsewhere():
 
 @pytest.fixture
 def chance():
-    seed = int(os.environ.get("OT_SEED", random.randrange(1 << 32)))
-    print(f"OT_SEED={seed}")
-    return random.Random(seed)
+    return seeded_chance()
 
 
 @pytest.fixture

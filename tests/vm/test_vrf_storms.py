@@ -2,13 +2,12 @@
 make it. OT_ROUNDS sets the number of storms, OT_SEED repeats one."""
 
 import os
-import random
 
 import pytest
 
 import ledger
 from guest_service import GuestNamespace
-from storms import addresses
+from storms import addresses, seeded_chance
 from truth import settle
 
 ROUNDS = int(os.environ.get("OT_ROUNDS", "3"))
@@ -131,9 +130,7 @@ def elsewhere(guest):
 
 @pytest.fixture
 def chance():
-    seed = int(os.environ.get("OT_SEED", random.randrange(1 << 32)))
-    print(f"OT_SEED={seed}")
-    return random.Random(seed)
+    return seeded_chance()
 
 
 @pytest.fixture

@@ -92,20 +92,19 @@ void session::run(std::uint64_t now) noexcept {
   if (remote_.my_discriminator == 0 || now - last_heard_ < detection_time()) {
     return;
   }
-  remote_ = unheard();
-  polling_ = false;
-  final_due_ = false;
-  if (state_ == session_state::init || state_ == session_state::up) {
-    enter(session_state::down, diagnostic::detection_time_expired, now);
-  }
+  forget_neighbor(diagnostic::detection_time_expired, now);
 }
 
 void session::lose_path(std::uint64_t now) noexcept {
+  forget_neighbor(diagnostic::path_down, now);
+}
+
+void session::forget_neighbor(diagnostic why, std::uint64_t now) noexcept {
   remote_ = unheard();
   polling_ = false;
   final_due_ = false;
   if (state_ == session_state::init || state_ == session_state::up) {
-    enter(session_state::down, diagnostic::path_down, now);
+    enter(session_state::down, why, now);
   }
 }
 

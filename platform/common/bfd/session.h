@@ -70,6 +70,7 @@ class session {
 
   void enter(session_state state, diagnostic reason, std::uint64_t now) noexcept;
   void follow(session_state neighbor, std::uint64_t now) noexcept;
+  void forget_neighbor(diagnostic why, std::uint64_t now) noexcept;
   void announce(const intervals& wanted, std::uint64_t now) noexcept;
   void take_final(std::uint64_t now) noexcept;
   void reschedule(std::uint64_t now) noexcept;

@@ -27,6 +27,25 @@ inline std::string item_text(const ifc_item& item) {
   return text;
 }
 
+// Runs the loop until `done()`. False when 5 s have passed before.
+inline bool run_loop_until(evm* manager, const std::function<bool()>& done) {
+  bool late = false;
+  sd_event_source* deadline = nullptr;
+  sd_event_add_time_relative(
+      evm_sd_event(manager), &deadline, CLOCK_MONOTONIC, 5'000'000, 1,
+      [](sd_event_source*, std::uint64_t, void* flag) {
+        *static_cast<bool*>(flag) = true;
+        return 0;
+      },
+      &late);
+  while (!late && !done()) {
+    EXPECT_EQ(evm_block(manager), 0);
+    evm_dispatch(manager);
+  }
+  sd_event_source_disable_unref(deadline);
+  return !late;
+}
+
 class link_watch {
  public:
   link_watch() {
@@ -62,21 +81,8 @@ class link_watch {
   // taken.
   std::vector<std::string> run_until(
       const std::function<bool(const std::vector<std::string>&)>& done) {
-    bool late = false;
-    sd_event_source* deadline = nullptr;
-    sd_event_add_time_relative(
-        evm_sd_event(manager_), &deadline, CLOCK_MONOTONIC, 5'000'000, 1,
-        [](sd_event_source*, std::uint64_t, void* flag) {
-          *static_cast<bool*>(flag) = true;
-          return 0;
-        },
-        &late);
-    while (!late && !done(reported_)) {
-      EXPECT_EQ(evm_block(manager_), 0);
-      evm_dispatch(manager_);
-    }
-    EXPECT_FALSE(late) << "not reported in time; so far: " << ::testing::PrintToString(reported_);
-    sd_event_source_disable_unref(deadline);
+    const bool in_time = run_loop_until(manager_, [&] { return done(reported_); });
+    EXPECT_TRUE(in_time) << "not reported in time; so far: " << ::testing::PrintToString(reported_);
     return take();
   }
   // Runs the loop until all of `items` have been reported.

@@ -146,22 +146,10 @@ class vrf_watch {
         .name(last.substr(1, last.find(' ') - 1).c_str())
         .vrf(1)
         .send();
-    bool late = false;
-    sd_event_source* deadline = nullptr;
-    sd_event_add_time_relative(
-        evm_sd_event(manager_), &deadline, CLOCK_MONOTONIC, 5'000'000, 1,
-        [](sd_event_source*, std::uint64_t, void* flag) {
-          *static_cast<bool*>(flag) = true;
-          return 0;
-        },
-        &late);
-    while (!late && (vrf_news.empty() || vrf_news.back() != last)) {
-      EXPECT_EQ(evm_block(manager_), 0);
-      evm_dispatch(manager_);
-    }
-    sd_event_source_disable_unref(deadline);
-    EXPECT_FALSE(late) << "not reported in time";
-    if (late) {
+    const bool in_time =
+        run_loop_until(manager_, [&] { return !vrf_news.empty() && vrf_news.back() == last; });
+    EXPECT_TRUE(in_time) << "not reported in time";
+    if (!in_time) {
       return {};
     }
     std::vector<std::string> news = std::exchange(vrf_news, {});
