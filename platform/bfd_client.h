@@ -65,15 +65,11 @@ struct bfdc_bind_record {
   void (*request_done)(const bfdc_request_result* result) = nullptr;
 };
 
-// Binds; `bound` reports the outcome. The client then connects in the background, and again
-// whenever the service was away: the connection is reported down, each session that was up is
-// reported down, and all sessions still wanted are asked for again, without a result of their own,
-// once the service is back. `context` is not used by the client. Status code; on failure no
+// Binds; `bound` reports the outcome. From then on the client counts as connected, which is
+// reported once, whether or not an engine runs: a session that nobody runs is down, and comes up
+// when there is somebody who does. `context` is not used by the client. Status code; on failure no
 // callback comes.
 int bfdc_bind_nb(const bfdc_bind_record& record, void* context) noexcept;
-// Whether there is a service to connect to, connected or not: an engine is installed and its socket
-// is there. Any thread.
-[[nodiscard]] bool bfdc_service_present() noexcept;
 // Ends the client and gives up its sessions; no callback comes any more. Harmless when not bound.
 // On the loop's thread, or after it has ended.
 void bfdc_unbind() noexcept;

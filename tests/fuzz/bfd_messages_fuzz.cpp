@@ -11,8 +11,8 @@
 #include <span>
 #include <string_view>
 
-#include "platform/linux/bfd/protocol.h"
-#include "platform/linux/bfd/session_table.h"
+#include "platform/linux/bfd/frr_control/protocol.h"
+#include "platform/linux/bfd/frr_control/session_table.h"
 
 namespace ot::bfd {
 namespace {

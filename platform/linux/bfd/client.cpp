@@ -12,7 +12,7 @@
 
 #include "platform/event_manager.h"
 #include "platform/linked_queue.h"
-#include "platform/linux/bfd/engine.h"
+#include "platform/linux/bfd/frr_control/engine.h"
 #include "platform/status.h"
 
 namespace ot::bfd {

@@ -1,92 +1,88 @@
-// The client of the BFD engine (FRR's bfdd), which runs the sessions; we only ask for them.
+// BFD on this platform: who runs the sessions that tracks follow, and the way of a request and of a
+// state.
+//
+// Three engines can run sessions, all behind the interface below: our own (own/), and FRR's bfdd by
+// its control socket (frr_control/, before FRR 10.2) or by its vty socket (frr_vty/). Only one may
+// speak BFD on a router, so that bfdd is used where it runs (choice.h).
 //
 // Threads. The calls of platform/bfd_client.h (client.cpp) come from any thread. Each checks its
 // request, numbers it, puts it in a locked queue and posts a task to the loop that the client was
-// bound on, which the service runs on its thread "ot_bfd". Everything below, and every callback,
-// runs on that loop and nothing there waits for the engine.
+// bound on, which the service runs on its thread "ot_bfd". Everything else in this folder, and
+// every callback, runs on that loop and nothing there waits; what the operator wants to know of an
+// engine and of the sessions lies on a board (board.h), which any thread reads.
 //
-// The way of a request: client.cpp -> engine_client::create or remove -> session_table, which knows
-// what is wanted and how far the engine has followed -> engine_job -> a message of protocol.h ->
-// engine_connection. At most 64 requests are unanswered at a time. The answer comes back the same
-// way: its id finds the session, and the client gets its acknowledgement.
-//
-// The way of a state: a notification of the engine -> session_table finds the session by its label
-// -> `state_changed`, on the loop, only when it differs from the last one reported.
-//
-// Ownership. The session table is the engine_client's and is the truth: sessions belong to the
-// engine, survive our connection and are lost with its process, so every connection begins by
-// asking for everything again and removing what an earlier run of ours has left. The socket is
-// looked for, reached and watched in socket.h; when it is away, each session that was up is
-// reported down, and attempts go on with growing delays.
-//
-// The engine is trusted with nothing: a message that cannot be right, or an answer that does not
-// come in time, ends the connection. Sessions of other clients are followed where they are in the
-// way of ours, never changed or removed.
+// The way of a request: client.cpp -> session_keeper (keeper.h), which acknowledges it and knows
+// what is wanted, whoever runs it -> engine::add or remove. The way of a state: the engine ->
+// session_changed -> the keeper, which reports it to the client when it differs from what was last
+// reported. When the engine changes, the sessions go down and the next one gets them all.
 #pragma once
 
 #include <cstdint>
-#include <map>
 
-#include "platform/bfd_client.h"
-#include "platform/linux/bfd/connection.h"
-#include "platform/linux/bfd/session_table.h"
-#include "platform/linux/bfd/socket.h"
-#include "platform/linux/bfd/timer.h"
+#include "platform/bfd_status.h"
+#include "platform/evm.h"
+#include "platform/fixed_text.h"
 
 namespace ot::bfd {
 
-class engine_client final : private engine_connection::owner {
+using interface_name = fixed_text<16>;
+
+// What identifies a session on the wire: single hop, IPv4.
+struct session_key {
+  interface_name interface;
+  std::uint32_t destination = 0;  // network byte order
+
+  friend bool operator==(const session_key&, const session_key&) = default;
+  friend bool operator<(const session_key& a, const session_key& b) noexcept {
+    return a.destination != b.destination ? a.destination < b.destination
+                                          : a.interface.view() < b.interface.view();
+  }
+};
+
+struct session_config {
+  session_key key;
+  std::uint32_t source = 0;      // network byte order; 0: the interface's address in that subnet
+  std::uint32_t interval = 0;    // milliseconds, both ways
+  std::uint32_t multiplier = 0;  // 1 to 255
+
+  friend bool operator==(const session_config&, const session_config&) = default;
+};
+
+class engine {
  public:
-  engine_client(const bfdc_bind_record& client, const session_labels& labels)
-      : client_(client), sessions_(labels) {}
-  // Gives up what the engine holds for us, without waiting for its answers.
-  ~engine_client();
-  engine_client(const engine_client&) = delete;
-  engine_client& operator=(const engine_client&) = delete;
+  // Whom an engine reports to. Not from inside a call of the engine's start() or destructor.
+  class owner {
+   public:
+    // Anything told of the session has changed, its counters apart. A session that was added is
+    // down until it is reported up.
+    virtual void session_changed(const session_key& key,
+                                 const bfdc_session_status& now) noexcept = 0;
+    // status() has changed. Sessions of an engine that does not run any more have been reported
+    // down before.
+    virtual void engine_changed() noexcept = 0;
 
-  // Connects in the background. 0 or a status code.
-  int start() noexcept;
+   protected:
+    ~owner() = default;
+  };
 
-  void create(const session_key& key, const session_config& config,
-              const request_origin& creation) noexcept;
-  void remove(const session_key& key, const request_origin& removal) noexcept;
+  engine() = default;
+  // Withdraws what it holds, without waiting: the neighbors notice at once where the engine lets
+  // them. Reports nothing.
+  virtual ~engine() = default;
+  engine(const engine&) = delete;
+  engine& operator=(const engine&) = delete;
 
- private:
-  static void attempt(void* self) noexcept;
-  static void appeared(void* self) noexcept;
-  static void retry_refused(void* self) noexcept;
+  // Begins to work in the background, on the manager's loop. 0 or a status code.
+  virtual int start(evm* manager) noexcept = 0;
 
-  bool received(const frame_view& frame) override;
-  void writable() noexcept override;
-  void ended(connection_end why) noexcept override;
+  // Runs a session, from now on or as soon as it can; the same key again changes the session.
+  // Without memory, the session is down until it is added again.
+  virtual void add(const session_config& session) noexcept = 0;
+  // Nothing is reported of the session any more. Harmless when there is none.
+  virtual void remove(const session_key& key) noexcept = 0;
 
-  bool connect();
-  void reconnect_later() noexcept;
-  bool send(std::uint8_t type, const std::string& payload, std::uint32_t number);
-  bool send_jobs();
-  void send_what_waits() noexcept;
-  bool take_response(const frame_view& frame);
-  void subscribed();
-  void session_answered(std::uint32_t number, bool accepted);
-  void acknowledge(wanted_session& session, int error);
-  void report_request(std::uint32_t event, const session_key& key, const request_origin& asked,
-                      int error);
-  void report_state(const session_key& key, bool up);
-
-  bfdc_bind_record client_;
-  session_table sessions_;
-  engine_connection connection_{*this};
-  socket_watch watch_{appeared, this};
-  loop_timer reconnect_{attempt, this};
-  loop_timer retry_{retry_refused, this};
-  std::uint64_t retry_usec_ = 0;
-  std::size_t failed_attempts_ = 0;  // in a row
-  bool connected_ = false;           // the engine has taken the subscription
-  std::uint16_t last_id_ = 0;
-  // Requests that the engine has not answered: its id for them, and the number of the session asked
-  // for (0: something else).
-  std::map<std::uint16_t, std::uint32_t> unanswered_;
-  std::optional<engine_job> postponed_;  // the socket was full
+  // What it is, whether it runs, and why not.
+  [[nodiscard]] virtual bfdc_engine_status status() const noexcept = 0;
 };
 
 }  // namespace ot::bfd

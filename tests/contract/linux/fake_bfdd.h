@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "platform/evm.h"
-#include "platform/linux/bfd/protocol.h"
+#include "platform/linux/bfd/frr_control/protocol.h"
 
 namespace ot::testing {
 

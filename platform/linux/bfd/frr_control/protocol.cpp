@@ -2,7 +2,7 @@
 // with nothing: a header is judged before its payload is waited for, and the payload's JSON is
 // checked field by field, since the library would throw at a wrong one. The engine dies of
 // well-formed JSON of the wrong shape, so what it is sent is built here and nowhere else.
-#include "platform/linux/bfd/protocol.h"
+#include "platform/linux/bfd/frr_control/protocol.h"
 
 #include <arpa/inet.h>
 #include <nlohmann/json.hpp>

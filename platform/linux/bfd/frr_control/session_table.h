@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "platform/bfd_client.h"
-#include "platform/linux/bfd/protocol.h"
+#include "platform/linux/bfd/frr_control/protocol.h"
 
 namespace ot::bfd {
 

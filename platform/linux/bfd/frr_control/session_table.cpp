@@ -3,7 +3,7 @@
 // be gone, or for its next turn. Every session gets a number of its own for each time it is asked
 // for, so that a label never stands for two sessions, whatever the engine still has to say about
 // the first.
-#include "platform/linux/bfd/session_table.h"
+#include "platform/linux/bfd/frr_control/session_table.h"
 
 #include <sys/random.h>
 #include <unistd.h>

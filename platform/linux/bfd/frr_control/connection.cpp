@@ -1,7 +1,7 @@
 // The connection to the BFD engine. An engine that is stuck (no answer, or a message that does not
 // come to its end) is left after some seconds, like one that talks nonsense: who opened the
 // connection decides when to try again.
-#include "platform/linux/bfd/connection.h"
+#include "platform/linux/bfd/frr_control/connection.h"
 
 #include <sys/epoll.h>
 #include <sys/socket.h>

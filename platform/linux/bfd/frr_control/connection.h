@@ -8,7 +8,7 @@
 #include <string>
 
 #include "platform/evm.h"
-#include "platform/linux/bfd/protocol.h"
+#include "platform/linux/bfd/frr_control/protocol.h"
 #include "platform/linux/bfd/timer.h"
 #include "platform/linux/unique_fd.h"
 

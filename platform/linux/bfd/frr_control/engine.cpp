@@ -2,7 +2,7 @@
 // survive our connection, and are lost with its process. So every connection begins with the
 // subscription, whose answer makes it count, and by which the engine names all its sessions; those
 // of earlier runs of ours are removed, and those of the session table asked for.
-#include "platform/linux/bfd/engine.h"
+#include "platform/linux/bfd/frr_control/engine.h"
 
 #include <algorithm>
 #include <cerrno>
