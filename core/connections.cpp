@@ -18,9 +18,13 @@ void forget_connections() noexcept {
 }
 
 void note_connection(router_service service, bool connected) noexcept {
+  note_connection(service, connected, clock_realtime_seconds());
+}
+
+void note_connection(router_service service, bool connected, std::int64_t since) noexcept {
   connection_state& state = states[static_cast<std::size_t>(service)];
   if (state.connected != connected) {
-    state = {connected, clock_realtime_seconds()};
+    state = {connected, since};
   }
 }
 

@@ -15,6 +15,8 @@ struct bfdc_engine_status {
   fixed_text<48> name;     // with its version, as far as it is known
   fixed_text<160> reason;  // why this one; or why it does not run
   std::int64_t since = 0;  // wall-clock seconds: it runs, or does not, since then
+  // Packets that came and were dropped: malformed, from afar, or for no session. Own engine only.
+  std::uint64_t discarded = 0;
 
   friend bool operator==(const bfdc_engine_status&, const bfdc_engine_status&) = default;
 };
@@ -33,7 +35,7 @@ struct bfdc_session_status {
   std::uint8_t diagnostic = 0;
   std::uint8_t remote_state = bfd_state_down;
   std::uint8_t remote_diagnostic = 0;
-  bool of_another = false;  // run for somebody else, with his intervals; followed only
+  bool of_another = false;              // run for somebody else, with his intervals; followed only
   std::uint32_t transmit_interval = 0;  // between two packets of ours
   std::uint32_t receive_interval = 0;   // at most, between two of the neighbor's
   std::uint32_t detection_time = 0;

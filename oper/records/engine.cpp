@@ -37,6 +37,9 @@ engine_info__* fill(engine_records& records) noexcept {
       record.Connected = state.connected;
       record.Since = static_cast<std::uint64_t>(state.since);
       record.Pending = kind->service->pending();
+      if (kind->service->detail != nullptr) {
+        record.Detail = kind->service->detail();
+      }
       *end = &record;
       end = &record.next;
     }
@@ -92,8 +95,8 @@ const brec_descriptor engine_info___brec = {
     "libobject_tracking_brec_desc.dll",
     {},
     sizeof(engine_info__),
-    "$12=L{next}p($12){Service}33x%S{Connected}b{Since}H{Pending}D;",
-    "$12=Lp($12)33x%SbHD;"};
+    "$12=L{next}p($12){Service}33x%S{Connected}b{Since}H{Pending}D{Detail}224x%S;",
+    "$12=Lp($12)33x%SbHD224x%S;"};
 
 const brec_descriptor loop_info___brec = {
     1,         "loop_info__",       "libobject_tracking_brec_desc.dll",

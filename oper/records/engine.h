@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "core/connections.h"
 #include "oper/records/track_records.h"
 #include "platform/evm.h"
 #include "platform/ledger_provider.h"
@@ -17,6 +18,7 @@ struct engine_info__ {
   bool Connected = false;
   std::uint64_t Since = 0;    // wall clock: when that became so
   std::uint32_t Pending = 0;  // how much waits for the service
+  service_detail Detail;      // what it is and why; empty where there is nothing to tell
 };
 
 struct loop_info__ {

@@ -14,7 +14,8 @@
 #include <stdexcept>
 #include <utility>
 
-#include "platform/bfd_client.h"
+#include "platform/bfd_status.h"
+#include "platform/clock.h"
 #include "platform/memory/alloc_faults.h"
 #include "platform/memory/interface_field.h"
 #include "platform/memory/loops.h"
@@ -30,11 +31,14 @@ struct wanted_session {
   std::uint32_t id = 0;
   std::uint32_t rate = 0;
   std::uint32_t debounce_count = 0;
+  bfdc_session_status status;  // but for the state
 };
 
 struct bfd_part {
   std::mutex mutex;
   bool running = false;
+  bool connects = true;  // a client that binds
+  bfdc_engine_status engine;
   std::optional<bfdc_bind_record> client;
   std::size_t binds = 0;
   std::size_t requests = 0;
@@ -171,7 +175,7 @@ int bfdc_bind_nb(const bfdc_bind_record& record, void* /*context*/) noexcept {
     ++part->binds;
     loop_runs_here(record.manager);
     notify(*part, &bfdc_bind_record::bound, bfdc_bind_result{failure ? failure->item_status : 0});
-    if (part->running) {
+    if (part->connects) {
       notify_status(*part, 1);
     }
   }
@@ -186,9 +190,22 @@ void bfdc_unbind() noexcept {
   part->wanted.clear();
 }
 
-bool bfdc_service_present() noexcept {
+bfdc_engine_status bfdc_engine() noexcept {
   locked_part part;
-  return part->running;
+  return part->engine;
+}
+
+bool bfdc_session(std::uint32_t ifhandle, const bfd_address& destination,
+                  bfdc_session_status* ret) noexcept {
+  locked_part part;
+  const session_key key{ifhandle, host_address(destination)};
+  const auto found = part->wanted.find(key);
+  if (found == part->wanted.end()) {
+    return false;
+  }
+  *ret = found->second.status;
+  ret->state = part->up(key) ? bfd_state_up : bfd_state_down;
+  return true;
 }
 
 int bfdc_session_create_nb(const bfdc_session_request& request, bfdc_session_answer* ret) noexcept {
@@ -205,7 +222,8 @@ int bfdc_session_create_nb(const bfdc_session_request& request, bfdc_session_ans
   const int refusal = std::exchange(part->refusal, 0);
   if (refusal == 0) {
     const auto [it, is_new] = part->wanted.try_emplace(
-        key_of(request), wanted_session{part->last_id + 1, request.rate, request.debounce_count});
+        key_of(request),
+        wanted_session{part->last_id + 1, request.rate, request.debounce_count, {}});
     part->last_id += is_new ? 1U : 0U;
     ret->session_id = it->second.id;
   }
@@ -233,15 +251,41 @@ namespace field {
 void bfd_engine_back() {
   locked_part part;
   part->running = true;
-  notify_status(*part, 1);
+  part->engine.running = true;
+  part->engine.since = clock_realtime_seconds();
   notify_of_up_sessions(*part, true);
 }
 
 void bfd_engine_away() {
   locked_part part;
   part->running = false;
-  notify_status(*part, 0);
+  part->engine.running = false;
+  part->engine.since = clock_realtime_seconds();
   notify_of_up_sessions(*part, false);
+}
+
+void bfd_engine_is(const bfdc_engine_status& status) {
+  locked_part part;
+  part->engine = status;
+  part->engine.running = part->running;
+}
+
+void bfd_session_is(std::string_view interface, const char* address,
+                    const bfdc_session_status& status) {
+  const session_key key = field_key(interface, address);
+  locked_part part;
+  part->wanted.at(key).status = status;
+}
+
+void bfd_client_waits() {
+  locked_part part;
+  part->connects = false;
+}
+
+void bfd_client_connects(bool connected) {
+  locked_part part;
+  part->connects = connected;
+  notify_status(*part, connected ? 1 : 0);
 }
 
 void bfd_peer_answers(std::string_view interface, const char* address) {

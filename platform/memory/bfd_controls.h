@@ -9,13 +9,23 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/bfd_client.h"
+#include "platform/bfd_status.h"
 
 namespace ot::field {
 
-// The engine starts, or starts again; it goes, and its sessions with it.
+// The engine starts, or starts again; it goes, and its sessions with it. The client is connected
+// all the same.
 void bfd_engine_back();
 void bfd_engine_away();
+
+// What is told of the engine and of a wanted session, but for what follows from the other controls.
+void bfd_engine_is(const bfdc_engine_status& status);
+void bfd_session_is(std::string_view interface, const char* address,
+                    const bfdc_session_status& status);
+
+// A client that binds from now on is not connected; the bound one is, or is not any more.
+void bfd_client_waits();
+void bfd_client_connects(bool connected);
 
 // The peer behind an interface begins to answer, or falls silent: its session follows. `interface`
 // must exist; the address is dotted text.

@@ -4,7 +4,6 @@
 #include <mutex>
 #include <new>
 
-#include "core/connections.h"
 #include "core/in_addr_text.h"
 #include "platform/event_manager.h"
 #include "sources/bfd/client.h"
@@ -72,7 +71,6 @@ void apply_bind(const bfdc_bind_result& result) {
 
 void connected() {
   is_ot_bfd_connection_up = 1;
-  note_connection(router_service::bfd_engine, true);
   if (is_bfd_config_pending == 1) {
     ot_bfd_create_all_sessions();
     is_bfd_config_pending = 0;
@@ -83,7 +81,6 @@ void apply_connection(const bfdc_connection_status& status) {
   switch (status.status) {
     case 0:
       is_ot_bfd_connection_up = 0;
-      note_connection(router_service::bfd_engine, false);
       break;
     case 1:
       connected();

@@ -2,11 +2,12 @@
 
 #include <cstdio>
 
+#include "core/connections.h"
 #include "core/debug.h"
 #include "core/in_addr_text.h"
 #include "core/track.h"
 #include "core/track_kind.h"
-#include "platform/bfd_client.h"
+#include "platform/bfd_status.h"
 #include "platform/process.h"
 #include "platform/status.h"
 #include "show/view.h"
@@ -52,13 +53,30 @@ rest_of_record show_detail(const printed_track& track) {
   return rest_of_record::printed;
 }
 
-constexpr service_of_tracks service = {router_service::bfd_engine, "bfd", bfd_cfg_count};
+// The client is connected whatever runs the sessions: what is told of the service is the engine.
+void look_at_engine() noexcept {
+  const bfdc_engine_status engine = bfdc_engine();
+  note_connection(router_service::bfd_engine, engine.running, engine.since);
+}
 
-// A stored track needs its session before its delays are applied; without a service there is
-// nothing to wait for.
-int wait_for_service(const start_context& context) {
-  process_wait(context.manager,
-               [] { return is_ot_bfd_connection_up != 0 || !bfdc_service_present(); });
+service_detail tell_engine() noexcept {
+  const bfdc_engine_status engine = bfdc_engine();
+  char text[service_detail::capacity];
+  const int length =
+      std::snprintf(text, sizeof text, "%s (%s)", engine.name.c_str(), engine.reason.c_str());
+  return service_detail{engine.name.empty() || length < 0 ? "" : text};
+}
+
+constexpr service_of_tracks service = {.service = router_service::bfd_engine,
+                                       .name = "bfd",
+                                       .pending = bfd_cfg_count,
+                                       .look = look_at_engine,
+                                       .detail = tell_engine};
+
+// Stored tracks are made when they are applied, not later: the client is connected as soon as its
+// thread runs.
+int wait_for_client(const start_context& context) {
+  process_wait(context.manager, [] { return is_ot_bfd_connection_up != 0; });
   return status_ok;
 }
 
@@ -71,7 +89,7 @@ constexpr start_step tables[] = {
 };
 constexpr start_step connections[] = {
     {"BFD thread", [](const start_context& c) { return ot_bfd_init(c.manager); }, ot_bfd_stop},
-    {"BFD connection", wait_for_service},
+    {"BFD connection", wait_for_client},
 };
 
 }  // namespace

@@ -47,12 +47,21 @@ int request_session(const char* who, ot_track& track) {
   return status;
 }
 
-// An interface that is not there has handle 0.
+// No interface has such a number. One that is not there is known by a number made of its name: one
+// for all would make sessions to one address over several of them the same.
+std::uint32_t handle_of_absent(const char* ifname) noexcept {
+  std::uint32_t hash = 2166136261U;  // FNV-1a
+  for (const char* letter = ifname; *letter != '\0'; ++letter) {
+    hash = (hash ^ static_cast<unsigned char>(*letter)) * 16777619U;
+  }
+  return hash | 0x80000000U;
+}
+
 std::uint32_t handle_of(const char* ifname) noexcept {
   std::uint32_t ifhandle = 0;
   if (ot_dpv_get_ifhandle(ifname, &ifhandle) != status_ok) {
     OT_TRACE_ERROR("(%s)  Handle is undefined for if:: %s ", entry_name, ifname);
-    return 0;
+    return handle_of_absent(ifname);
   }
   return ifhandle;
 }

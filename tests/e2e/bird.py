@@ -64,6 +64,20 @@ class Bird:
         self._process.kill()
         self._process.wait()
 
+    def log(self):
+        """What it has printed."""
+        with open(self._path("log"), encoding="utf-8", errors="replace") as log:
+            return log.read()
+
+    def bfd(self):
+        """BIRD's own view: the address of each neighbour to the state of its session. Empty while
+        it does not answer."""
+        printed = subprocess.run(["birdc", "-s", self._path("ctl"), "show", "bfd", "sessions"],
+                                 stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                                 stderr=subprocess.DEVNULL, text=True).stdout
+        rows = [line.split() for line in printed.splitlines()]
+        return {row[0]: row[2] for row in rows if len(row) >= 3 and row[0][0].isdigit()}
+
     def close(self):
         if self._process is not None and self._process.poll() is None:
             self.kill()

@@ -51,29 +51,11 @@ std::uint32_t delay_or_zero(const char* what, const std::optional<std::string>& 
   return delay_of(what, text).value_or(0);
 }
 
-// The kind of a track that is made late, when the service it needs is there; null for others.
-const track_kind* late_kind(const track_items& present) {
-  for (const track_kind& kind : track_kinds()) {
-    if (kind.only_from_nothing &&
-        std::any_of(present.begin(), present.end(),
-                    [&](const auto& item) { return item.first.starts_with(kind.folder); })) {
-      return &kind;
-    }
+void set_track(const std::string& track, const wanted_type& type, const wanted_delays& delays) {
+  const commit changes = plan_set(track, read_track(track), type, delays);
+  if (!changes.empty()) {
+    send_commit("setting track \"" + track + "\"", changes);
   }
-  return nullptr;
-}
-
-void set_track(const std::string& track, const wanted_type& type, const wanted_delays& delays,
-               const track_kind& kind) {
-  const track_items present = read_track(track);
-  const commit changes = plan_set(track, present, type, delays);
-  if (changes.empty()) {
-    return;
-  }
-  if (kind.only_from_nothing && (delays.up != 0 || delays.down != 0)) {
-    require_service_before_delays(kind, track, present.empty() || changes.back().stage != 0);
-  }
-  send_commit("setting track \"" + track + "\"", changes);
 }
 
 }  // namespace
@@ -106,7 +88,10 @@ int run_set(const arguments& all_args) {
   const wanted_type type{kind.folder, read_items(), kind.recreate_on_change,
                          kind.only_from_nothing};
   const wanted_delays delays{delay_or_zero("--delay-up", up), delay_or_zero("--delay-down", down)};
-  set_track(track, type, delays, kind);
+  if (kind.check != nullptr) {
+    kind.check(track, app);
+  }
+  set_track(track, type, delays);
   warn_of_cycle(track);
   return exit_done;
 }
@@ -129,13 +114,8 @@ int run_delay(const arguments& args) {
   check_track_name(track);
   const auto up = delay_of("--up", up_text);
   const auto down = delay_of("--down", down_text);
-  const track_items present = read_existing_track(track);
-  const commit changes = plan_delay(track, present, up, down);
+  const commit changes = plan_delay(track, read_existing_track(track), up, down);
   if (!changes.empty()) {
-    const track_kind* const kind = late_kind(present);
-    if (kind != nullptr && (up.value_or(0) != 0 || down.value_or(0) != 0)) {
-      require_service_before_delays(*kind, track, false);
-    }
     send_commit("changing the delays of track \"" + track + "\"", changes);
   }
   return exit_done;

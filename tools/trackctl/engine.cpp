@@ -94,6 +94,16 @@ std::string engine_table(const std::vector<engine_state>& states) {
   return table;
 }
 
+std::string details_text(const std::vector<engine_state>& states) {
+  std::string text;
+  for (const engine_state& state : states) {
+    if (!state.detail.empty()) {
+      text += std::string(words_of(state.service).name) + ": " + state.detail + '\n';
+    }
+  }
+  return text;
+}
+
 std::string loop_text(const loop_state& state) {
   char turn[32] = "";
   std::snprintf(turn, sizeof turn, "%.3f ms", state.longest_us / 1000.0);
@@ -116,6 +126,9 @@ nlohmann::ordered_json engine_json(const std::vector<engine_state>& states,
                    {"connected", state.connected},
                    {"since", time_text(state.since, utc_format, true)},
                    {"pending", state.pending}});
+    if (!state.detail.empty()) {
+      all.back()["detail"] = state.detail;
+    }
   }
   all.push_back(loop_json(loop));
   return all;
@@ -129,7 +142,8 @@ std::vector<engine_state> read_engine_states() {
   std::vector<engine_state> states;
   for (const engine_info__* each = &record; each != nullptr; each = each->next) {
     states.push_back({std::string(each->Service.view()), each->Connected,
-                      static_cast<std::int64_t>(each->Since), each->Pending});
+                      static_cast<std::int64_t>(each->Since), each->Pending,
+                      std::string(each->Detail.view())});
   }
   return states;
 }
@@ -141,22 +155,6 @@ loop_state read_loop_state() {
   read_record("log", log_info___brec, log);
   return {static_cast<std::int64_t>(record.Since), static_cast<std::int64_t>(record.LongestAt),
           record.LongestTurn, log.Dropped};
-}
-
-void require_service_before_delays(const track_kind& kind, const std::string& track,
-                                   bool made_anew) {
-  const auto states = read_engine_states();
-  const bool connected = std::any_of(states.begin(), states.end(), [&](const engine_state& state) {
-    return state.service == kind.service.word && state.connected;
-  });
-  const auto look_at_nothing = [](const track_info__&) {};
-  if (!connected && (made_anew || !read_track_record(track, look_at_nothing))) {
-    throw failure(exit_refused,
-                  "the " + std::string(kind.service.name) +
-                      " is not connected (see `trackctl engine`), so track \"" + track +
-                      "\" has to wait for it, and a track that waits takes no delays; leave them "
-                      "out, or come back when the engine is there");
-  }
 }
 
 int run_engine(const arguments& args) {
@@ -177,7 +175,7 @@ int run_engine(const arguments& args) {
   if (json) {
     std::cout << engine_json(states, loop).dump(2) << '\n';
   } else {
-    std::cout << engine_table(states) << loop_text(loop);
+    std::cout << engine_table(states) << details_text(states) << loop_text(loop);
   }
   return exit_done;
 }

@@ -17,6 +17,7 @@ struct engine_state {
   bool connected = false;
   std::int64_t since = 0;  // wall-clock seconds
   std::uint32_t pending = 0;
+  std::string detail = {};  // what the service is and why, where there is something to tell
 };
 
 // The service's event loop, and its log.
@@ -29,6 +30,8 @@ struct loop_state {
 
 // One line a service, in the given order; times are local.
 std::string engine_table(const std::vector<engine_state>& states);
+// One line for each service with a detail.
+std::string details_text(const std::vector<engine_state>& states);
 // A line, and one more when lines of the log were dropped.
 std::string loop_text(const loop_state& state);
 
@@ -38,11 +41,5 @@ nlohmann::ordered_json engine_json(const std::vector<engine_state>& states, cons
 // Both throw.
 std::vector<engine_state> read_engine_states();
 loop_state read_loop_state();
-
-// Throws when a delay of a track of this kind would be applied before the track is made, since what
-// the track needs is not connected: it would count as a track that follows nothing from then on.
-// `made_anew`: the track is about to be created.
-void require_service_before_delays(const track_kind& kind, const std::string& track,
-                                   bool made_anew);
 
 }  // namespace ot::trackctl

@@ -27,6 +27,20 @@ session::session(std::uint32_t discriminator, const session_timing& timing, std:
       next_send_(now),
       remote_(unheard()) {}
 
+session::session(const agreed_session& agreed, const session_timing& timing, std::uint64_t now,
+                 random_number random, void* context) noexcept
+    : session(agreed.discriminator, timing, now, random, context) {
+  state_ = session_state::up;
+  remote_ = agreed.remote;
+  last_heard_ = now;
+  announced_ = in_force_ = {agreed.tx, agreed.rx};
+  announce(wanted(), now);
+}
+
+agreed_session session::agreed() const noexcept {
+  return {discriminator_, in_force_.tx, in_force_.rx, remote_};
+}
+
 session::intervals session::wanted() const noexcept {
   const bool up = state_ == session_state::up;
   return {up ? timing_.desired_min_tx : std::max(timing_.desired_min_tx, slow_interval),
@@ -37,8 +51,12 @@ std::uint64_t session::transmit_interval() const noexcept {
   return remote_.required_min_rx == 0 ? 0 : std::max(in_force_.tx, remote_.required_min_rx);
 }
 
+std::uint64_t session::receive_interval() const noexcept {
+  return remote_.detect_multiplier == 0 ? 0 : std::max(in_force_.rx, remote_.desired_min_tx);
+}
+
 std::uint64_t session::detection_time() const noexcept {
-  return remote_.detect_multiplier * std::uint64_t{std::max(in_force_.rx, remote_.desired_min_tx)};
+  return remote_.detect_multiplier * receive_interval();
 }
 
 // --- Events --------------------------------------------------------------------------------------
@@ -59,32 +77,19 @@ void session::received(const control_packet& packet, std::uint64_t now) noexcept
   }
 }
 
-// The state machine of RFC 5880, 6.2 and 6.8.6.
+// The state machine of RFC 5880, 6.2 and 6.8.6: by our state, then by the neighbor's.
 void session::follow(session_state neighbor, std::uint64_t now) noexcept {
-  const bool neighbor_has_seen_us =
-      neighbor == session_state::init || neighbor == session_state::up;
-  switch (state_) {
-    case session_state::down:
-      if (neighbor == session_state::down) {
-        enter(session_state::init, reason_, now);
-      } else if (neighbor == session_state::init) {
-        enter(session_state::up, diagnostic::none, now);
-      }
-      break;
-    case session_state::init:
-      if (neighbor_has_seen_us) {
-        enter(session_state::up, diagnostic::none, now);
-      } else if (neighbor == session_state::admin_down) {
-        enter(session_state::down, diagnostic::neighbor_signaled_down, now);
-      }
-      break;
-    case session_state::up:
-      if (!neighbor_has_seen_us) {
-        enter(session_state::down, diagnostic::neighbor_signaled_down, now);
-      }
-      break;
-    case session_state::admin_down:
-      break;
+  constexpr session_state A = session_state::admin_down;
+  constexpr session_state D = session_state::down;
+  constexpr session_state I = session_state::init;
+  constexpr session_state U = session_state::up;
+  constexpr session_state next_states[4][4] = {
+      {A, A, A, A}, {D, I, U, D}, {D, I, U, U}, {D, D, U, U}};
+  const session_state next =
+      next_states[static_cast<std::size_t>(state_)][static_cast<std::size_t>(neighbor)];
+  if (next != state_) {
+    const diagnostic ended = next == D ? diagnostic::neighbor_signaled_down : reason_;
+    enter(next, next == U ? diagnostic::none : ended, now);
   }
 }
 

@@ -10,17 +10,9 @@
 #include <optional>
 
 #include "platform/common/bfd/packet.h"
+#include "platform/common/bfd/session_terms.h"
 
 namespace ot::bfd {
-
-// What this end is configured with. Intervals in microseconds, none of them 0.
-struct session_timing {
-  std::uint32_t desired_min_tx = 0;
-  std::uint32_t required_min_rx = 0;
-  std::uint8_t detect_multiplier = 0;
-
-  friend bool operator==(const session_timing&, const session_timing&) = default;
-};
 
 class session {
  public:
@@ -29,6 +21,12 @@ class session {
   // `discriminator` is unique in this system and not 0; `random` spreads the packets.
   session(std::uint32_t discriminator, const session_timing& timing, std::uint64_t now,
           random_number random, void* context) noexcept;
+
+  // Goes on where a session that was up has left off, as if its neighbor had just been heard.
+  session(const agreed_session& agreed, const session_timing& timing, std::uint64_t now,
+          random_number random, void* context) noexcept;
+  // What to go on with; while the session is up.
+  [[nodiscard]] agreed_session agreed() const noexcept;
 
   // A packet that read_control_packet() accepted and that is for this session.
   void received(const control_packet& packet, std::uint64_t now) noexcept;
@@ -55,8 +53,11 @@ class session {
   [[nodiscard]] std::uint32_t remote_discriminator() const noexcept {
     return remote_.my_discriminator;
   }
+  [[nodiscard]] std::optional<std::uint64_t> silent_from() const noexcept { return silent_from_; }
   // Between two packets of ours before they are spread; 0 when the neighbor wants none.
   [[nodiscard]] std::uint64_t transmit_interval() const noexcept;
+  // Between two packets of the neighbor's, at most; 0 while it was never heard.
+  [[nodiscard]] std::uint64_t receive_interval() const noexcept;
   // How long the neighbor may be silent; 0 while it was never heard.
   [[nodiscard]] std::uint64_t detection_time() const noexcept;
 
@@ -94,7 +95,7 @@ class session {
   bool news_due_ = false;    // our packet would differ from the last one
   std::uint64_t last_sent_ = 0;
   std::uint64_t next_send_ = 0;
-  std::optional<std::uint64_t> silent_from_;  // disabled, and told for long enough
+  std::optional<std::uint64_t> silent_from_;  // disabled, and told for long enough by then
 
   control_packet remote_;  // the last one received; my_discriminator 0: none, or too long ago
   std::uint64_t last_heard_ = 0;

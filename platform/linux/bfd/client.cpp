@@ -12,27 +12,29 @@
 
 #include "platform/event_manager.h"
 #include "platform/linked_queue.h"
-#include "platform/linux/bfd/frr_control/engine.h"
+#include "platform/linux/bfd/keeper.h"
 #include "platform/status.h"
 
 namespace ot::bfd {
 namespace {
 
+constexpr std::uint32_t connection_up = 1;
+
 struct queued_request : lq_link {
   bool wanted = false;  // else given up
-  session_key key;
+  client_key key;
   session_config config;
   request_origin origin;
 };
 
 // The process's one client.
 struct client_state {
-  std::mutex lock;  // all but the engine, which is the loop's
+  std::mutex lock;  // all but the keeper, which is the loop's
   bool bound = false;
   bfdc_bind_record record;
   std::uint32_t sequence = 0;
   lq_queue requests;
-  engine_client* engine = nullptr;
+  session_keeper* keeper = nullptr;
 };
 
 client_state& the_client() noexcept {
@@ -49,25 +51,27 @@ std::unique_ptr<queued_request> next_request() noexcept {
 // One task is posted for each request.
 void serve_request(void* /*argument*/) {
   const std::unique_ptr<queued_request> request = next_request();
-  engine_client* engine = the_client().engine;
-  if (request == nullptr || engine == nullptr) {
+  session_keeper* keeper = the_client().keeper;
+  if (request == nullptr || keeper == nullptr) {
     return;
   }
   if (request->wanted) {
-    engine->create(request->key, request->config, request->origin);
+    keeper->create(request->key, request->config, request->origin);
   } else {
-    engine->remove(request->key, request->origin);
+    keeper->remove(request->key, request->origin);
   }
 }
 
 void notify_bound(void* /*argument*/) {
   std::unique_lock guard(the_client().lock);
   const bool bound = the_client().bound;
-  const auto notify = the_client().record.bound;
+  const bfdc_bind_record client = the_client().record;
   guard.unlock();
   if (bound) {
     const bfdc_bind_result result{status_ok};
-    notify(&result);
+    client.bound(&result);
+    const bfdc_connection_status connected{connection_up};
+    client.connection(&connected);
   }
 }
 
@@ -93,10 +97,10 @@ interface_name interface_of(const bfdc_session_request& request) noexcept {
   return interface_name{if_indextoname(request.ifhandle, name) == nullptr ? "" : name};
 }
 
-// The engine checks nothing: it would cut what is too large.
+// Engines need not check anything.
 bool takable(const bfdc_session_request& request, const session_config& config) noexcept {
-  return request.destination.family == bfd_family_ipv4 && unicast(config.destination) &&
-         !config.interface.empty() && config.interval >= bfdc_rate_min &&
+  return request.destination.family == bfd_family_ipv4 && unicast(config.key.destination) &&
+         !config.key.interface.empty() && config.interval >= bfdc_rate_min &&
          config.interval <= bfdc_rate_max && config.multiplier >= bfdc_debounce_min &&
          config.multiplier <= bfdc_debounce_max;
 }
@@ -130,7 +134,9 @@ int send_request(const bfdc_session_request& request, bool wanted,
   copy->key = {request.ifhandle, destination};
   copy->origin.context = request.context;
   if (wanted) {
-    copy->config = {interface_of(request), destination, ipv4_of(request.source), request.rate,
+    copy->config = {{interface_of(request), destination},
+                    ipv4_of(request.source),
+                    request.rate,
                     request.debounce_count};
     if (!takable(request, copy->config)) {
       ret->result = invalid_argument;
@@ -153,15 +159,13 @@ int bfdc_bind_nb(const bfdc_bind_record& record, void* /*context*/) noexcept {
   }
   bfdc_unbind();
   bfd::client_state& client = bfd::the_client();
-  std::unique_ptr<bfd::engine_client> engine;
-  try {
-    engine = std::make_unique<bfd::engine_client>(record, bfd::this_process_labels());
-  } catch (const std::bad_alloc&) {
+  std::unique_ptr<bfd::session_keeper> keeper{new (std::nothrow) bfd::session_keeper{record}};
+  if (keeper == nullptr) {
     return no_memory;
   }
   int status = evm_post(record.manager, bfd::notify_bound, nullptr);
   if (status == status_ok) {
-    status = engine->start();
+    status = keeper->start();
   }
   if (status != status_ok) {
     return status;
@@ -169,7 +173,7 @@ int bfdc_bind_nb(const bfdc_bind_record& record, void* /*context*/) noexcept {
   const std::lock_guard guard(client.lock);
   client.record = record;
   client.bound = true;
-  client.engine = engine.release();
+  client.keeper = keeper.release();
   return status_ok;
 }
 
@@ -181,8 +185,8 @@ void bfdc_unbind() noexcept {
   }
   while (bfd::next_request() != nullptr) {
   }
-  delete client.engine;
-  client.engine = nullptr;
+  delete client.keeper;
+  client.keeper = nullptr;
 }
 
 int bfdc_session_create_nb(const bfdc_session_request& request, bfdc_session_answer* ret) noexcept {

@@ -1,5 +1,4 @@
-// The places of FRR's control socket: its run directory by its present name and by its old one. A
-// socket that is left of an engine that has died refuses connections, so only a connection proves
+// A socket that is left of an engine that has died refuses connections, so only a connection proves
 // an engine. Watched (inotify) are the directories in which the engine makes its socket, or for as
 // long as they are not there, the nearest above them.
 #include "platform/linux/bfd/socket.h"
@@ -9,12 +8,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <filesystem>
-#include <new>
 
-#include "platform/bfd_client.h"
-#include "platform/common/root_path.h"
 #include "platform/linux/loop/sd_event.h"
 #include "platform/linux/unix_address.h"
 
@@ -22,16 +17,10 @@ namespace ot::bfd {
 namespace {
 
 constexpr std::uint32_t made = IN_CREATE | IN_MOVED_TO | IN_ATTRIB;
+// The watch of a directory ends with it, and the name then stands for another one or for none.
+constexpr std::uint32_t ended = IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED;
 
 }  // namespace
-
-std::vector<std::string> engine_paths() {
-  const char* chosen = secure_getenv("OT_BFDD_SOCKET");
-  if (chosen != nullptr && *chosen != '\0') {
-    return {chosen};
-  }
-  return {root_path("/run/frr/bfdd.sock"), root_path("/var/run/frr/bfdd.sock")};
-}
 
 unique_fd engine_connect(const std::string& path) noexcept {
   sockaddr_un address;
@@ -71,7 +60,7 @@ void socket_watch::look_for(evm* manager, const std::vector<std::string>& paths)
     while (!watched && awaited.has_relative_path()) {
       names_.push_back(awaited.filename());
       awaited = awaited.parent_path();
-      watched = inotify_add_watch(notices_.get(), awaited.c_str(), made) >= 0;
+      watched = inotify_add_watch(notices_.get(), awaited.c_str(), made | ended) >= 0;
     }
   }
 }
@@ -88,7 +77,8 @@ int socket_watch::on_readable(sd_event_source* /*source*/, int fd, std::uint32_t
   bool appeared = false;
   for (ssize_t at = 0; at + static_cast<ssize_t>(sizeof(inotify_event)) <= length;) {
     const auto* notice = reinterpret_cast<const inotify_event*>(bytes + at);
-    appeared = appeared || (notice->len > 0 && watch->wanted(notice->name));
+    appeared =
+        appeared || (notice->mask & ended) != 0 || (notice->len > 0 && watch->wanted(notice->name));
     at += static_cast<ssize_t>(sizeof *notice + notice->len);
   }
   if (appeared) {
@@ -98,17 +88,3 @@ int socket_watch::on_readable(sd_event_source* /*source*/, int fd, std::uint32_t
 }
 
 }  // namespace ot::bfd
-
-namespace ot {
-
-bool bfdc_service_present() noexcept {
-  try {
-    const std::vector<std::string> paths = bfd::engine_paths();
-    return std::any_of(paths.begin(), paths.end(),
-                       [](const std::string& path) { return bfd::engine_connect(path).valid(); });
-  } catch (const std::bad_alloc&) {
-    return false;
-  }
-}
-
-}  // namespace ot

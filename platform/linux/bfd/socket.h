@@ -1,5 +1,4 @@
-// Where the BFD engine's control socket is looked for, reaching it, and noticing that it has been
-// made.
+// Reaching a socket of FRR's bfdd, and noticing that it has been made.
 #pragma once
 
 #include <systemd/sd-event.h>
@@ -12,10 +11,6 @@
 #include "platform/linux/unique_fd.h"
 
 namespace ot::bfd {
-
-// In the order in which they are to be tried. OT_BFDD_SOCKET, taken as it is, stands for all.
-// Throws bad_alloc. Any thread.
-std::vector<std::string> engine_paths();
 
 // A connection that never blocks; invalid, with errno set, when nobody listens at `path`.
 unique_fd engine_connect(const std::string& path) noexcept;
@@ -32,7 +27,8 @@ class socket_watch {
   socket_watch& operator=(const socket_watch&) = delete;
 
   // Watches the directories of `paths` or what there is of them; to be repeated when something has
-  // appeared. Without the means to watch, the client's own attempts remain.
+  // appeared, or a directory was taken away, which is reported alike. Without the means to watch,
+  // the client's own attempts remain.
   void look_for(evm* manager, const std::vector<std::string>& paths);
 
  private:

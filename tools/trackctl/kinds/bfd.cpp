@@ -11,6 +11,7 @@
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/kinds/kinds.h"
 #include "tools/trackctl/names.h"
+#include "tools/trackctl/track.h"
 
 namespace ot::trackctl {
 namespace {
@@ -25,6 +26,7 @@ struct bfd_options {
   std::string interface;
   std::string rate = "300";
   std::string debounce = "3";
+  bool shared = false;
 };
 
 // Network byte order.
@@ -60,11 +62,37 @@ items_reader define(CLI::App& app) {
                  "milliseconds between two packets (10 to 60000; left out: 300)");
   app.add_option("--debounce", options->debounce,
                  "packets missed in a row until the session is down (1 to 255; left out: 3)");
+  app.add_flag("--shared", options->shared,
+               "allow another track on the same session: only the newest follows it, and deleting "
+               "either ends it for both");
   return [options]() -> std::vector<config_item> {
     check_interface_name(options->interface);
     const std::uint32_t peer = parse_peer(options->address);
     return {{item_path(*options), tuple_value({peer})}};
   };
+}
+
+// Of two tracks on one session only the newest follows it, which nobody expects.
+void check_others(const std::string& track, const CLI::App& app) {
+  if (app.count("--shared") != 0) {
+    return;
+  }
+  const std::string interface = app["--interface"]->as<std::string>();
+  const std::uint32_t peer = parse_peer(app["ADDRESS"]->as<std::string>());
+  read_track_records([&](const track_info__& record) {
+    const bfdprb_track_info__& bfd = record.TrackTypeInfo.BFDTracks;
+    if (record.Type == track_type::bfd &&
+        record.TrackeName.view() != track && bfd.InterfaceName.view() == interface &&
+        bfd.DestinationAddress == peer) {
+      throw failure(exit_refused,
+                    "track \"" + std::string(record.TrackeName.view()) +
+                        "\" has this session already, and of several tracks on one session only "
+                        "the newest follows it; use that track, in a list of one member if it "
+                        "needs another name or delays (trackctl set " +
+                        track + " and " + std::string(record.TrackeName.view()) +
+                        "), or give --shared");
+    }
+  });
 }
 
 nlohmann::ordered_json object(const track_type_info& info) {
@@ -88,7 +116,8 @@ constinit const track_kind bfd_kind{
     .recreate_on_change = true,
     .only_from_nothing = true,
     .define = define,
+    .check = check_others,
     .object = object,
-    .service = {"bfd", "BFD engine", "BFD tracks to be made"}};
+    .service = {"bfd", "BFD engine", "BFD tracks that wait"}};
 
 }  // namespace ot::trackctl

@@ -6,6 +6,7 @@
 #include <functional>
 #include <nlohmann/json_fwd.hpp>
 #include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -38,6 +39,9 @@ struct track_kind {
   bool only_from_nothing = false;
   // Adds the kind's own arguments to `app`; the reader is called after parsing.
   items_reader (*define)(CLI::App& app);
+  // Looks at the other tracks before `track` is set; throws when they are in the way. `app` has
+  // been parsed. Null: they cannot be.
+  void (*check)(const std::string& track, const CLI::App& app) = nullptr;
   // JSON of what is followed; null for lists.
   nlohmann::ordered_json (*object)(const track_type_info& info) = nullptr;
   // Whether a track that is not up has no result to go by yet; null where that cannot be.

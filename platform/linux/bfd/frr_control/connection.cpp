@@ -15,7 +15,8 @@
 namespace ot::bfd {
 namespace {
 
-constexpr std::uint64_t patience_usec = 5'000'000;
+// With the heartbeat's pace, a bfdd that is stuck is found out within five seconds.
+constexpr std::uint64_t patience_usec = 2'500'000;
 
 }  // namespace
 

@@ -1,7 +1,6 @@
-// Keeping the engine's sessions the ones that are wanted. Sessions belong to the engine: they
-// survive our connection, and are lost with its process. So every connection begins with the
-// subscription, whose answer makes it count, and by which the engine names all its sessions; those
-// of earlier runs of ours are removed, and those of the session table asked for.
+// Keeping bfdd's sessions the ones that are wanted. Every connection begins with the subscription,
+// whose answer makes it count, and by which bfdd names all its sessions; those of earlier runs of
+// ours are removed, and those of the session table asked for.
 #include "platform/linux/bfd/frr_control/engine.h"
 
 #include <algorithm>
@@ -23,25 +22,18 @@ constexpr std::size_t window = 64;  // requests that may be unanswered
 constexpr std::uint64_t delays_usec[] = {100'000,    1'000'000,  2'000'000,  5'000'000,
                                          10'000'000, 30'000'000, 300'000'000};
 
+constexpr std::size_t longest_for_listening = 2;
+
 // Between attempts to get a refused session.
 constexpr std::uint64_t first_retry_usec = 200'000;
 constexpr std::uint64_t longest_retry_usec = 30'000'000;
 
-constexpr std::uint32_t connection_down = 0;
-constexpr std::uint32_t connection_up = 1;
-constexpr std::uint32_t session_up = 0;
-constexpr std::uint32_t session_down = 1;
-
-bfd_address address_of(const session_key& key) noexcept {
-  bfd_address address{bfd_family_ipv4, {}};
-  std::copy_n(reinterpret_cast<const std::uint8_t*>(&key.destination), sizeof key.destination,
-              address.bytes);
-  return address;
-}
+// With sessions wanted, bfdd is asked for a sign of life this often.
+constexpr std::uint64_t heartbeat_usec = 2'000'000;
 
 }  // namespace
 
-engine_client::~engine_client() {
+control_engine::~control_engine() {
   if (!connected_) {
     return;
   }
@@ -56,9 +48,10 @@ engine_client::~engine_client() {
   }
 }
 
-int engine_client::start() noexcept {
-  for (const auto attach : {connection_.attach(client_.manager), reconnect_.attach(client_.manager),
-                            retry_.attach(client_.manager)}) {
+int control_engine::start(evm* manager) noexcept {
+  manager_ = manager;
+  for (const auto attach : {connection_.attach(manager), reconnect_.attach(manager),
+                            retry_.attach(manager), heartbeat_.attach(manager)}) {
     if (attach != status_ok) {
       return attach;
     }
@@ -69,8 +62,8 @@ int engine_client::start() noexcept {
 
 // --- The connection ------------------------------------------------------------------------------
 
-void engine_client::attempt(void* self) noexcept {
-  auto* engine = static_cast<engine_client*>(self);
+void control_engine::attempt(void* self) noexcept {
+  auto* engine = static_cast<control_engine*>(self);
   bool open = false;
   try {
     open = engine->connect();
@@ -79,27 +72,26 @@ void engine_client::attempt(void* self) noexcept {
   }
   if (!open) {
     engine->connection_.close();
-    engine->reconnect_later();
+    engine->reconnect_later(false);
   }
 }
 
-bool engine_client::connect() {
-  const std::vector<std::string> paths = engine_paths();
-  watch_.look_for(client_.manager, paths);
-  const bool open = std::any_of(paths.begin(), paths.end(),
-                                [this](const std::string& path) { return connection_.open(path); });
-  return open && send(message_subscribe, subscribe_payload(), 0);
+bool control_engine::connect() {
+  watch_.look_for(manager_, {path_});
+  return connection_.open(path_) && send(message_subscribe, subscribe_payload(), 0);
 }
 
-void engine_client::reconnect_later() noexcept {
+void control_engine::reconnect_later(bool listens) noexcept {
   unanswered_.clear();
   postponed_.reset();
   reconnect_.start(delays_usec[failed_attempts_]);
-  failed_attempts_ = std::min(failed_attempts_ + 1, std::size(delays_usec) - 1);
+  // A bfdd that listens and does not answer gives no sign when it does again.
+  const std::size_t last = listens ? longest_for_listening : std::size(delays_usec) - 1;
+  failed_attempts_ = std::min(failed_attempts_ + 1, last);
 }
 
-void engine_client::appeared(void* self) noexcept {
-  auto* engine = static_cast<engine_client*>(self);
+void control_engine::appeared(void* self) noexcept {
+  auto* engine = static_cast<control_engine*>(self);
   if (!engine->connection_.is_open()) {
     engine->failed_attempts_ = 0;
     engine->reconnect_.stop();
@@ -107,25 +99,24 @@ void engine_client::appeared(void* self) noexcept {
   }
 }
 
-void engine_client::ended(connection_end why) noexcept {
+void control_engine::ended(connection_end why) noexcept {
   const bool was_connected = std::exchange(connected_, false);
   if (was_connected && why == connection_end::closed) {
     failed_attempts_ = 0;
   }
   retry_.stop();
-  reconnect_later();
-  if (!was_connected) {
-    return;
+  heartbeat_.stop();
+  reconnect_later(true);
+  if (was_connected) {
+    sessions_.engine_lost([this](const wanted_session& session) { report(session); });
+    owner_.engine_changed();
   }
-  const bfdc_connection_status status{connection_down};
-  client_.connection(&status);
-  sessions_.engine_lost([this](const session_key& key) { report_state(key, false); });
 }
 
 // --- Out -----------------------------------------------------------------------------------------
 
 // False when the connection is broken.
-bool engine_client::send(std::uint8_t type, const std::string& payload, std::uint32_t number) {
+bool control_engine::send(std::uint8_t type, const std::string& payload, std::uint32_t number) {
   do {
     ++last_id_;  // 0 is for notifications
   } while (last_id_ == 0 || unanswered_.count(last_id_) != 0);
@@ -141,7 +132,7 @@ bool engine_client::send(std::uint8_t type, const std::string& payload, std::uin
   }
 }
 
-bool engine_client::send_jobs() {
+bool control_engine::send_jobs() {
   if (!connected_) {
     return true;
   }
@@ -157,7 +148,7 @@ bool engine_client::send_jobs() {
   return true;
 }
 
-void engine_client::send_what_waits() noexcept {
+void control_engine::send_what_waits() noexcept {
   bool sent = false;
   try {
     sent = send_jobs();
@@ -169,7 +160,7 @@ void engine_client::send_what_waits() noexcept {
   }
 }
 
-void engine_client::writable() noexcept {
+void control_engine::writable() noexcept {
   const std::optional<engine_job> job = std::exchange(postponed_, std::nullopt);
   bool sent = false;
   try {
@@ -186,7 +177,7 @@ void engine_client::writable() noexcept {
 
 // --- In ------------------------------------------------------------------------------------------
 
-bool engine_client::received(const frame_view& frame) {
+bool control_engine::received(const frame_view& frame) {
   if (frame.type == message_response) {
     return take_response(frame) && send_jobs();
   }
@@ -198,12 +189,15 @@ bool engine_client::received(const frame_view& frame) {
     return true;
   }
   if (const wanted_session* changed = sessions_.notified(notification)) {
-    report_state(changed->key, changed->up);
+    report(*changed);
+  }
+  if (sessions_.room_made()) {
+    retry_.start(first_retry_usec);  // not at once, should the room be taken again and again
   }
   return send_jobs();
 }
 
-bool engine_client::take_response(const frame_view& frame) {
+bool control_engine::take_response(const frame_view& frame) {
   bool accepted = false;
   const auto asked = unanswered_.find(frame.id);
   if (asked == unanswered_.end() || !read_response(frame.payload, &accepted)) {
@@ -225,38 +219,48 @@ bool engine_client::take_response(const frame_view& frame) {
   return true;  // a session that could not be removed is not there, or is not ours alone
 }
 
-void engine_client::subscribed() {
+void control_engine::subscribed() {
   connected_ = true;
   retry_usec_ = first_retry_usec;
   sessions_.engine_back();
-  const bfdc_connection_status status{connection_up};
-  client_.connection(&status);
+  heartbeat_.start(heartbeat_usec);
+  owner_.engine_changed();
 }
 
-void engine_client::session_answered(std::uint32_t number, bool accepted) {
-  bool lost_up = false;
-  wanted_session* session = sessions_.answered(number, accepted, &lost_up);
+void control_engine::session_answered(std::uint32_t number, bool accepted) {
+  const wanted_session* session = sessions_.answered(number, accepted);
   if (session == nullptr) {
     return;
   }
-  if (lost_up) {
-    report_state(session->key, false);
-  }
-  if (session->progress == wanted_session::step::held) {
-    acknowledge(*session, status_ok);
-    return;
-  }
-  if (session->of_another) {
-    acknowledge(*session, EADDRINUSE);
-  }
-  if (!retry_.running()) {
+  report(*session);
+  if (session->progress == wanted_session::step::refused && !retry_.running()) {
     retry_.start(retry_usec_);
     retry_usec_ = std::min(retry_usec_ * 2, longest_retry_usec);
   }
 }
 
-void engine_client::retry_refused(void* self) noexcept {
-  auto* engine = static_cast<engine_client*>(self);
+void control_engine::show_life(void* self) noexcept {
+  auto* engine = static_cast<control_engine*>(self);
+  if (engine->sessions_.empty()) {
+    return;
+  }
+  engine->heartbeat_.start(heartbeat_usec);
+  if (!engine->unanswered_.empty()) {
+    return;  // an answer is waited for already
+  }
+  bool sent = false;
+  try {
+    sent = engine->send(message_add, heartbeat_payload(), 0);
+  } catch (const std::bad_alloc&) {
+    sent = true;  // the next one will do
+  }
+  if (!sent) {
+    engine->connection_.give_up();
+  }
+}
+
+void control_engine::retry_refused(void* self) noexcept {
+  auto* engine = static_cast<control_engine*>(self);
   try {
     engine->sessions_.retry_refused();
   } catch (const std::bad_alloc&) {
@@ -265,60 +269,39 @@ void engine_client::retry_refused(void* self) noexcept {
   engine->send_what_waits();
 }
 
-// --- The client ----------------------------------------------------------------------------------
+// --- The owner's calls ---------------------------------------------------------------------------
 
-void engine_client::create(const session_key& key, const session_config& config,
-                           const request_origin& creation) noexcept {
+void control_engine::add(const session_config& session) noexcept {
   try {
-    bool replaced_up = false;
-    wanted_session& session = sessions_.want(key, config, &replaced_up);
-    if (replaced_up) {
-      report_state(key, false);
-    }
-    session.unanswered.push_back(creation);
-    if (session.progress == wanted_session::step::held) {
-      acknowledge(session, status_ok);
+    if (sessions_.want(session)) {
+      owner_.session_changed(session.key, {});
     }
   } catch (const std::bad_alloc&) {
-    report_request(bfdc_request_created, key, creation, no_memory);
+    bfdc_session_status status;
+    status.problem.assign("out of memory");
+    owner_.session_changed(session.key, status);
+  }
+  if (connected_ && !heartbeat_.running()) {
+    heartbeat_.start(heartbeat_usec);
   }
   send_what_waits();
 }
 
-void engine_client::remove(const session_key& key, const request_origin& removal) noexcept {
-  int status = status_ok;
+void control_engine::remove(const session_key& key) noexcept {
   try {
     sessions_.remove(key);
   } catch (const std::bad_alloc&) {
-    status = no_memory;
+    connection_.give_up();  // what bfdd then has too many is removed after the next connection
   }
-  // Not left to the engine: the session table sees to it that the engine follows.
-  report_request(bfdc_request_unconfigured, key, removal, status);
   send_what_waits();
 }
 
-void engine_client::acknowledge(wanted_session& session, int error) {
-  const session_key key = session.key;
-  const std::vector<request_origin> unanswered = std::exchange(session.unanswered, {});
-  for (const request_origin& creation : unanswered) {
-    report_request(bfdc_request_created, key, creation, error);
-  }
-  if (!unanswered.empty() && session.up) {
-    report_state(key, true);  // the acknowledgement stands for down
-  }
-}
-
-void engine_client::report_request(std::uint32_t event, const session_key& key,
-                                   const request_origin& asked, int error) {
-  const bfdc_request_result result{error,           event,          key.ifhandle,
-                                   address_of(key), asked.sequence, asked.context};
-  client_.request_done(&result);
-}
-
-void engine_client::report_state(const session_key& key, bool up) {
-  const bfdc_event event{bfdc_event_session_state, key.ifhandle, address_of(key),
-                         up ? session_up : session_down};
-  client_.state_changed(&event);
+bfdc_engine_status control_engine::status() const noexcept {
+  bfdc_engine_status status;
+  status.running = connected_;
+  status.name.assign("FRR's bfdd, control socket");
+  status.reason.assign(connected_ ? "bfdd runs here" : "bfdd does not answer");
+  return status;
 }
 
 }  // namespace ot::bfd

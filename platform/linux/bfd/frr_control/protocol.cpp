@@ -129,6 +129,26 @@ bool read_destination(const json& object, std::uint32_t* ret) {
   return true;
 }
 
+// A state by its word; what is not known is not up.
+std::uint8_t state_of(std::string_view word) noexcept {
+  constexpr std::pair<std::string_view, std::uint8_t> states[] = {
+      {"up", bfd_state_up}, {"init", bfd_state_init}, {"adm-down", bfd_state_admin_down}};
+  for (const auto& [text, state] : states) {
+    if (text == word) {
+      return state;
+    }
+  }
+  return bfd_state_down;
+}
+
+// A diagnostic is five bits on the wire; without one that can be, none.
+std::uint8_t diagnostic_of(const json& object, const char* key) {
+  const auto found = object.find(key);
+  const bool number = found != object.end() && found->is_number_unsigned();
+  const std::uint64_t value = number ? found->get<std::uint64_t>() : 0;
+  return value < 32 ? static_cast<std::uint8_t>(value) : 0;
+}
+
 // An object, or a discarded value.
 json parse_object(std::string_view payload) {
   json value = json::parse(payload, nullptr, false);
@@ -147,8 +167,8 @@ operation_kind operation_of(std::string_view word) noexcept {
 }  // namespace
 
 std::string add_payload(const session_config& session, const session_label& label) {
-  json peer = {{"peer-address", address_text(session.destination)},
-               {"local-interface", session.interface.c_str()},
+  json peer = {{"peer-address", address_text(session.key.destination)},
+               {"local-interface", session.key.interface.c_str()},
                {"label", label.c_str()},
                {"detect-multiplier", session.multiplier},
                {"receive-interval", session.interval},
@@ -170,6 +190,10 @@ std::string remove_payload(const session_label& label) {
 std::string subscribe_payload() {
   constexpr std::uint64_t states_and_sessions = 3;  // in the machine's byte order
   return {reinterpret_cast<const char*>(&states_and_sessions), sizeof states_and_sessions};
+}
+
+std::string heartbeat_payload() {
+  return "{}";
 }
 
 bool read_response(std::string_view payload, bool* ret_accepted) {
@@ -195,13 +219,16 @@ bool read_notification(std::string_view payload, engine_notification* ret) {
   const std::string* state = &none;
   if (!optional_text(object, "label", &label) ||
       !optional_text(object, "local-interface", &interface) ||
-      !optional_text(object, "state", &state) || !read_destination(object, &read.destination) ||
+      !optional_text(object, "state", &state) ||
+      !read_destination(object, &read.session.destination) ||
       (read.operation == operation_kind::session_state && state == &none)) {
     return false;
   }
   read.label.assign(*label);
-  read.interface.assign(*interface);
-  read.up = *state == "up";
+  read.session.interface.assign(*interface);
+  read.state = state_of(*state);
+  read.diagnostic = diagnostic_of(object, "diagnostics");
+  read.remote_diagnostic = diagnostic_of(object, "remote-diagnostics");
   *ret = read;
   return true;
 }

@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "platform/fixed_text.h"
+#include "platform/linux/bfd/engine.h"
 
 namespace ot::bfd {
 
@@ -60,25 +61,14 @@ class frame_reader {
 };
 
 using session_label = fixed_text<32>;
-using interface_name = fixed_text<16>;
-
-// A session as the engine is asked for it. Addresses in network byte order.
-struct session_config {
-  interface_name interface;
-  std::uint32_t destination = 0;
-  std::uint32_t source = 0;    // 0: the engine chooses
-  std::uint32_t interval = 0;  // milliseconds, both ways
-  std::uint32_t multiplier = 0;
-
-  friend bool operator==(const session_config&, const session_config&) = default;
-};
-
 // Payloads. The session must not exist yet: a second client's request for it would change the
 // first one's session.
 std::string add_payload(const session_config& session, const session_label& label);
 std::string remove_payload(const session_label& label);
 // For the states of all sessions and for which sessions there are. The engine repeats both at once.
 std::string subscribe_payload();
+// Changes nothing and is answered like any other: a sign of life.
+std::string heartbeat_payload();
 
 enum class operation_kind { other, session_present, session_gone, session_state };
 
@@ -86,9 +76,12 @@ enum class operation_kind { other, session_present, session_gone, session_state 
 struct engine_notification {
   operation_kind operation = operation_kind::other;
   session_label label;
-  std::uint32_t destination = 0;  // 0 when it is none of a single hop over IPv4
-  interface_name interface;       // may be empty
-  bool up = false;                // with session_state
+  session_key
+      session;  // no destination: none of a single hop over IPv4; the interface may be empty
+  // With session_state; numbers as in the protocol.
+  std::uint8_t state = bfd_state_down;
+  std::uint8_t diagnostic = 0;
+  std::uint8_t remote_diagnostic = 0;
 };
 
 // False when the payload is not what the engine sends. `ret` is then unchanged.

@@ -29,6 +29,19 @@ std::uint32_t hash_of(std::string_view text) noexcept {
   return hash;
 }
 
+constexpr const char* refused = "bfdd refuses it; it may be somebody else's session";
+
+// A session that has gone is down, which is what its notification says without saying it.
+void note_state(bfdc_session_status& status, const engine_notification& notification) noexcept {
+  const bool was_up = status.state == bfd_state_up;
+  const bool up = notification.state == bfd_state_up;
+  status.ups += !was_up && up ? 1U : 0U;
+  status.downs += was_up && !up ? 1U : 0U;
+  status.state = notification.state;
+  status.diagnostic = notification.diagnostic;
+  status.remote_diagnostic = notification.remote_diagnostic;
+}
+
 // More orphans than a service can have left; those beyond wait for the next connection.
 constexpr std::size_t orphan_limit = 4096;
 
@@ -68,27 +81,20 @@ void session_table::ask(std::uint32_t number, wanted_session& session) {
   }
 }
 
-wanted_session& session_table::want(const session_key& key, const session_config& config,
-                                    bool* ret_replaced_up) {
-  *ret_replaced_up = false;
-  std::vector<request_origin> unanswered;
-  if (const auto known = numbers_.find(key); known != numbers_.end()) {
-    wanted_session& present = sessions_.at(known->second);
-    if (present.config == config) {
-      return present;
+bool session_table::want(const session_config& config) {
+  const auto known = numbers_.find(config.key);
+  if (known != numbers_.end()) {
+    if (sessions_.at(known->second).config == config) {
+      return false;
     }
-    *ret_replaced_up = present.up;
-    unanswered = std::move(present.unanswered);
     forget(known->second);
   }
   const std::uint32_t number = ++last_number_;
   wanted_session& session = sessions_[number];
-  session.key = key;
   session.config = config;
-  session.unanswered = std::move(unanswered);
-  numbers_[key] = number;
+  numbers_[config.key] = number;
   ask(number, session);
-  return session;
+  return true;
 }
 
 void session_table::remove(const session_key& key) {
@@ -104,7 +110,7 @@ void session_table::forget(std::uint32_t number) {
       session.progress == wanted_session::step::held) {
     to_remove_.push_back(labels_.label(number));
   }
-  numbers_.erase(session.key);
+  numbers_.erase(session.config.key);
   sessions_.erase(found);
 }
 
@@ -156,8 +162,7 @@ std::vector<engine_job> session_table::final_jobs() {
   return jobs;
 }
 
-wanted_session* session_table::answered(std::uint32_t number, bool accepted, bool* ret_lost_up) {
-  *ret_lost_up = false;
+wanted_session* session_table::answered(std::uint32_t number, bool accepted) {
   const auto found = sessions_.find(number);
   if (found == sessions_.end() || found->second.progress != wanted_session::step::asked) {
     return nullptr;
@@ -167,11 +172,12 @@ wanted_session* session_table::answered(std::uint32_t number, bool accepted, boo
   const bool held = accepted || session.present;
   session.progress = held ? wanted_session::step::held : wanted_session::step::refused;
   session.refusals = held ? 0 : session.refusals + 1;
-  if (held && session.of_another) {
-    *ret_lost_up = std::exchange(session.up, false);
+  if (held && session.status.of_another) {
+    session.status = {};  // it has made room for ours
   }
   // At first an orphan may be in the way, which is being removed.
-  session.of_another = session.refusals > 1;
+  session.status.of_another = session.refusals > 1;
+  session.status.problem.assign(held ? "" : refused);
   states_wanted_ = states_wanted_ || session.refusals == 2;
   return &session;
 }
@@ -196,39 +202,34 @@ void session_table::note_present(wanted_session& session) noexcept {
 }
 
 // Somebody took the session away, or an orphan that was in the way of another is gone.
-void session_table::note_gone(wanted_session* session) {
+void session_table::note_gone(wanted_session* session) noexcept {
   if (session != nullptr) {
     session->present = false;
     if (session->progress == wanted_session::step::held) {
       session->progress = wanted_session::step::refused;
     }
   }
-  retry_refused();
+  room_made_ = true;
 }
 
 // The session that follows the one of another client; that may be bound to no interface.
 wanted_session* session_table::following(const engine_notification& notification) {
+  const session_key& reported = notification.session;
   for (auto& [number, session] : sessions_) {
-    if (session.of_another && session.key.destination == notification.destination &&
-        (notification.interface.empty() || notification.interface == session.config.interface)) {
+    const session_key& key = session.config.key;
+    if (session.status.of_another && key.destination == reported.destination &&
+        (reported.interface.empty() || reported.interface == key.interface)) {
       return &session;
     }
   }
   return nullptr;
 }
 
-// The session if that changes it.
-wanted_session* session_table::note_state(wanted_session* session, bool up) noexcept {
-  if (session == nullptr || session->up == up) {
-    return nullptr;
-  }
-  session->up = up;
-  return session;
-}
-
 wanted_session* session_table::notified(const engine_notification& notification) {
   const bool own = labels_.own(notification.label);
   wanted_session* session = own ? with_label(notification.label) : following(notification);
+  const std::optional<bfdc_session_status> before =
+      session == nullptr ? std::nullopt : std::optional{session->status};
   switch (notification.operation) {
     case operation_kind::session_present:
       if (own && session == nullptr) {
@@ -241,13 +242,19 @@ wanted_session* session_table::notified(const engine_notification& notification)
       if (own || session != nullptr) {
         note_gone(session);
       }
-      return note_state(session, false);
+      if (session != nullptr) {
+        note_state(session->status, notification);
+      }
+      break;
     case operation_kind::session_state:
-      return note_state(session, notification.up);
+      if (session != nullptr) {
+        note_state(session->status, notification);
+      }
+      break;
     case operation_kind::other:
       break;
   }
-  return nullptr;
+  return session != nullptr && session->status != before ? session : nullptr;
 }
 
 void session_table::retry_refused() {

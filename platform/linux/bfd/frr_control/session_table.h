@@ -40,31 +40,14 @@ class session_labels {
 // The labels of this process: the instance is known by its root directory. Throws bad_alloc.
 session_labels this_process_labels();
 
-// What the client names a session by.
-struct session_key {
-  std::uint32_t ifhandle = 0;
-  std::uint32_t destination = 0;  // network byte order
-
-  friend auto operator<=>(const session_key&, const session_key&) = default;
-};
-
-// What the acknowledgement of a request carries back to the client.
-struct request_origin {
-  const void* context = nullptr;
-  std::uint32_t sequence = 0;
-};
-
 struct wanted_session {
   enum class step { wanted, asked, held, refused };
 
-  session_key key;
   session_config config;
   step progress = step::wanted;
-  bool present = false;  // the engine said so
-  bool up = false;
-  unsigned refusals = 0;    // in a row
-  bool of_another = false;  // refused because another client has it: that one is followed
-  std::vector<request_origin> unanswered;
+  bool present = false;        // the engine said so
+  unsigned refusals = 0;       // in a row
+  bfdc_session_status status;  // of_another: refused because another client has it, and followed
 };
 
 // A request to be sent now; `number` is the session's, 0 for a removal.
@@ -79,25 +62,22 @@ class session_table {
   explicit session_table(const session_labels& labels) : labels_(labels) {}
 
   // The session of that key becomes the one asked for. The same configuration as before leaves it
-  // as it is; another one replaces it. The session, which lives until it is removed or replaced;
-  // `ret_replaced_up`: the one before was up and is gone.
-  wanted_session& want(const session_key& key, const session_config& config, bool* ret_replaced_up);
+  // as it is; another one replaces it: true.
+  bool want(const session_config& config);
   void remove(const session_key& key);
+  [[nodiscard]] bool empty() const noexcept { return sessions_.empty(); }
 
   // The engine is there: everything is to be asked for.
   void engine_back();
-  // The engine is away, as it is at first, and nothing is to be sent. `lost_up` gets the key of
-  // each session that was up.
+  // The engine is away, as it is at first, and nothing is to be sent. `changed` gets each session.
   template <typename Function>
-  void engine_lost(Function lost_up) noexcept {
+  void engine_lost(Function changed) noexcept {
     drop_jobs();
     for (auto& [number, session] : sessions_) {
       session.present = false;
-      session.of_another = false;
       session.progress = wanted_session::step::wanted;
-      if (std::exchange(session.up, false)) {
-        lost_up(session.key);
-      }
+      session.status = {};
+      changed(session);
     }
   }
 
@@ -105,11 +85,13 @@ class session_table {
   // What is still to be sent to an engine that will not be asked again.
   std::vector<engine_job> final_jobs();
 
-  // The session whose creation was answered; null when it is wanted no more. `ret_lost_up`: it
-  // followed another client's session, which was up and has made room for it.
-  wanted_session* answered(std::uint32_t number, bool accepted, bool* ret_lost_up);
-  // The session whose state has changed by the notification; null when there is none.
+  // The session whose creation was answered; null when it is wanted no more.
+  wanted_session* answered(std::uint32_t number, bool accepted);
+  // The session whose status has changed by the notification; null when there is none.
   wanted_session* notified(const engine_notification& notification);
+  // A session of the engine has made room since the last call, which one that is refused may have
+  // waited for.
+  [[nodiscard]] bool room_made() noexcept { return std::exchange(room_made_, false); }
 
   // Refused sessions are asked for again.
   void retry_refused();
@@ -121,12 +103,12 @@ class session_table {
   void remove_orphan(const session_label& label);
   wanted_session* with_label(const session_label& label);
   wanted_session* following(const engine_notification& notification);
-  static wanted_session* note_state(wanted_session* session, bool up) noexcept;
   static void note_present(wanted_session& session) noexcept;
-  void note_gone(wanted_session* session);
+  void note_gone(wanted_session* session) noexcept;
 
   session_labels labels_;
   bool engine_here_ = false;
+  bool room_made_ = false;
   bool states_wanted_ = false;  // the engine is to repeat those of all sessions
   std::uint32_t last_number_ = 0;
   std::map<std::uint32_t, wanted_session> sessions_;  // by number

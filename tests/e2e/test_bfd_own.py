@@ -1,0 +1,245 @@
+"""BFD tracks on the service's own engine, with BIRD at the other end of every session."""
+
+import json
+import statistics
+import time
+
+import pytest
+
+from bird import Bird, bfd_sessions
+from frr import Frr, has_control_socket
+from netns import NetworkNamespace
+from waiting import wait_until
+
+INTERVAL, MULTIPLIER = 50, 3
+DETECTION = INTERVAL * MULTIPLIER / 1000
+
+
+class Site:
+    """The service in one namespace, a BIRD in another, and links between the two: interface eN,
+    10.9.N.1 here and 10.9.N.2 there."""
+
+    def __init__(self, service, links=1, interval=INTERVAL):
+        self.service = service
+        self.links = range(links)
+        self.interval = interval
+        self.bird = None
+        self.far = NetworkNamespace()
+        try:
+            for number in self.links:
+                self.plug(number)
+            self.bird = Bird(self.far, bfd_sessions(
+                [(f"10.9.{number}.1", f"e{number}") for number in self.links], interval,
+                MULTIPLIER))
+            self.bird.start()
+        except BaseException:
+            self.close()
+            raise
+
+    def close(self):
+        for part in (self.bird, self.far):
+            if part is not None:
+                part.close()
+
+    def plug(self, number):
+        near, far = self.service.net, self.far
+        near.ip(f"link add e{number} type veth peer name e{number} netns {far.name}")
+        near.ip(f"addr add 10.9.{number}.1/24 dev e{number}")
+        far.ip(f"addr add 10.9.{number}.2/24 dev e{number}")
+        for net in (near, far):
+            net.ip(f"link set e{number} up")
+
+    def configure(self, number):
+        self.service.ctl("set", f"t{number}", "bfd", f"10.9.{number}.2", "--interface",
+                         f"e{number}", "--rate", str(self.interval), "--debounce",
+                         str(MULTIPLIER))
+
+    def up(self):
+        """All tracks are made and up."""
+        self.service.start()
+        for number in self.links:
+            self.configure(number)
+        self.wait_all("up")
+        return self
+
+    def wait_all(self, state):
+        wanted = {f"t{number}": state for number in self.links}
+        wait_until(lambda: {track["name"]: track["state"] for track in self.service.tracks()} ==
+                   wanted, self.service.build.patience * 2, f"all tracks {state}")
+
+    def engine(self):
+        """What `trackctl engine` tells of BFD: connected, and the words."""
+        shown = json.loads(self.service.ctl("engine", "--json"))
+        [row] = [row for row in shown if row["service"] == "bfd"]
+        return row["connected"], row["detail"]
+
+    def wait_engine(self, connected, words, patience=20):
+        wait_until(lambda: self.engine()[0] == connected and words in self.engine()[1], patience,
+                   f"engine {words}")
+
+    def wait_bird(self, state, number=0):
+        wait_until(lambda: self.bird.bfd()[f"10.9.{number}.1"] == state,
+                   self.service.build.patience, f"BIRD's session {state}")
+
+
+@pytest.fixture
+def new_site(new_service):
+    """Makes sites whose service is not started yet."""
+    made = []
+
+    def make(*arguments, **options):
+        made.append(Site(new_service(), *arguments, **options))
+        return made[-1]
+
+    yield make
+    for site in made:
+        site.close()
+
+
+@pytest.fixture
+def site(new_site):
+    """One link; its session is up, and so is the track t0."""
+    return new_site().up()
+
+
+def test_a_session_that_comes_up_takes_its_track_up(site):
+    assert site.engine() == (True, "own engine (no bfdd of FRR runs here)")
+    site.wait_bird("Up")
+
+
+def test_a_killed_peer_is_noticed_within_the_detection_time(site):
+    follower = site.service.follow(["t0"])
+    taken = []
+    for _ in range(5):
+        began = time.monotonic()
+        site.bird.kill()
+        follower.expect(("t0", "down"))
+        taken.append(time.monotonic() - began)
+        site.bird.start()
+        follower.expect(("t0", "up"))
+    print("down after", [f"{1000 * seconds:.1f} ms" for seconds in taken])
+    allowed = site.service.build.patience if site.service.build.sanitized else DETECTION + 0.05
+    assert statistics.median(taken) <= allowed
+
+
+def test_the_peers_link_going_down_is_noticed_at_once(site):
+    follower = site.service.follow(["t0"])
+    site.far.ip("link set e0 down")
+    follower.expect(("t0", "down"))
+    site.far.ip("link set e0 up")
+    follower.expect(("t0", "up"))
+
+
+def test_an_interface_that_is_removed_takes_the_track_down_until_it_is_back(site):
+    follower = site.service.follow(["t0"])
+    site.service.net.ip("link del e0")
+    follower.expect(("t0", "down"))
+    site.plug(0)
+    follower.expect(("t0", "up"))
+
+
+def test_an_interface_that_is_renamed_takes_the_track_down_until_it_has_its_name_again(site):
+    follower = site.service.follow(["t0"])
+    for name, other, state in (("e0", "x0", "down"), ("x0", "e0", "up")):
+        site.service.net.ip_batch([f"link set {name} down", f"link set {name} name {other}",
+                                   f"link set {other} up"])
+        follower.expect(("t0", state))
+
+
+def test_an_address_of_ours_that_goes_takes_the_track_down_until_it_is_back(site):
+    follower = site.service.follow(["t0"])
+    site.service.net.ip("addr del 10.9.0.1/24 dev e0")
+    follower.expect(("t0", "down"))
+    site.service.net.ip("addr add 10.9.0.1/24 dev e0")
+    follower.expect(("t0", "up"))
+
+
+def test_a_track_may_be_made_before_its_interface(new_site):
+    site = new_site()
+    site.service.net.ip("link del e0")
+    site.service.start()
+    site.configure(0)
+    assert site.service.state("t0") != "up"
+    site.plug(0)
+    site.service.wait_state("t0", "up")
+
+
+def test_one_address_over_two_interfaces_that_are_not_there_is_two_sessions(new_site):
+    site = new_site()
+    site.service.net.ip("link del e0")
+    site.service.start()
+    site.configure(0)
+    site.service.ctl("set", "other", "bfd", "10.9.0.2", "--interface", "e9")
+    site.plug(0)
+    site.service.wait_state("t0", "up")
+    assert site.service.state("other") != "up"
+    site.service.ctl("delete", "other")
+    assert site.service.state("t0") == "up"
+
+
+def test_a_deleted_track_is_told_to_the_neighbour(site):
+    began = time.monotonic()
+    site.service.ctl("delete", "t0")
+    site.wait_bird("Down")
+    print(f"BIRD's session down {1000 * (time.monotonic() - began):.0f} ms after the command")
+
+
+def test_a_clean_stop_is_told_to_the_neighbour(site):
+    site.service.stop()
+    site.wait_bird("Down")
+    site.service.start()
+    site.service.wait_state("t0", "up")
+
+
+def test_another_rate_takes_effect(site):
+    site.service.ctl("set", "t0", "bfd", "10.9.0.2", "--interface", "e0", "--rate", "200",
+                     "--debounce", "5")
+    site.service.wait_state("t0", "up")
+    site.wait_bird("Up")
+
+
+def test_no_neighbour_notices_a_crash(new_site):
+    """A kill -9 and a restart within the detection time: BIRD's sessions stay up throughout."""
+    site = new_site(50, interval=300).up()
+    for number in site.links:
+        site.wait_bird("Up", number)
+    for _ in range(3):
+        site.service.crash()
+        site.service.start()
+        site.wait_all("up")
+    log = site.bird.log()
+    assert set(site.bird.bfd().values()) == {"Up"}
+    assert "changed state from Up" not in log, log
+
+
+def test_another_speaker_gets_the_port_and_leaves_it(site):
+    near_bird = Bird(site.service.net, bfd_sessions([("10.9.0.2", "e0")], INTERVAL, MULTIPLIER))
+    follower = site.service.follow(["t0"])
+    try:
+        near_bird.start()
+        follower.expect(("t0", "down"))
+        site.wait_engine(False, "has UDP port 3784")
+        # Between the two routing daemons nothing disturbs.
+        wait_until(lambda: near_bird.bfd()["10.9.0.2"] == "Up", 10, "the other's session")
+        near_bird.stop()
+        follower.expect(("t0", "up"))
+        site.wait_engine(True, "own engine")
+    finally:
+        near_bird.close()
+
+
+def test_a_speaker_that_was_there_first_keeps_the_port(new_site):
+    site = new_site()
+    near_bird = Bird(site.service.net, bfd_sessions([("10.9.0.2", "e0")], INTERVAL, MULTIPLIER))
+    try:
+        near_bird.start()
+        wait_until(lambda: near_bird.bfd().get("10.9.0.2") == "Up", 10, "the other's session")
+        site.service.start()
+        site.configure(0)
+        site.wait_engine(False, "has UDP port 3784")
+        assert near_bird.bfd()["10.9.0.2"] == "Up"
+        assert site.service.state("t0") != "up"
+        near_bird.stop()
+        site.service.wait_state("t0", "up")
+    finally:
+        near_bird.close()
