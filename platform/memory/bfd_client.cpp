@@ -191,12 +191,14 @@ void bfdc_unbind() noexcept {
 }
 
 bfdc_engine_status bfdc_engine() noexcept {
+  alloc_faults_paused pause;
   locked_part part;
   return part->engine;
 }
 
 bool bfdc_session(std::uint32_t ifhandle, const bfd_address& destination,
                   bfdc_session_status* ret) noexcept {
+  alloc_faults_paused pause;
   locked_part part;
   const session_key key{ifhandle, host_address(destination)};
   const auto found = part->wanted.find(key);
@@ -275,11 +277,6 @@ void bfd_session_is(std::string_view interface, const char* address,
   const session_key key = field_key(interface, address);
   locked_part part;
   part->wanted.at(key).status = status;
-}
-
-void bfd_client_waits() {
-  locked_part part;
-  part->connects = false;
 }
 
 void bfd_client_connects(bool connected) {

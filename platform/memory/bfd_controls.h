@@ -23,8 +23,8 @@ void bfd_engine_is(const bfdc_engine_status& status);
 void bfd_session_is(std::string_view interface, const char* address,
                     const bfdc_session_status& status);
 
-// A client that binds from now on is not connected; the bound one is, or is not any more.
-void bfd_client_waits();
+// Clients, the bound one and those that bind from now on, are connected; or they are not, which no
+// platform of ours does to them.
 void bfd_client_connects(bool connected);
 
 // The peer behind an interface begins to answer, or falls silent: its session follows. `interface`

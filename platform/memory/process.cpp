@@ -58,6 +58,7 @@ void process_exit(int status) {
 }
 
 void process_wait(evm* /*manager*/, bool (*ready)()) noexcept {
+  alloc_faults_paused pause;
   if (take_failure("process_wait")) {
     return;
   }

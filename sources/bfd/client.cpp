@@ -36,6 +36,7 @@ pthread_t ot_bfd_tid{};
 bool started = false;        // the thread is to be joined
 evm* thread_loop = nullptr;  // also of a later thread: the client stays bound to it
 std::atomic<bool> stopping{false};
+std::atomic<bool> ended{true};
 
 void require(bool ok, const char* who, int line, const char* what) {
   if (!ok) {
@@ -184,13 +185,21 @@ int ot_bfd_init(evm* manager) noexcept {
   }
   block_signals();
   stopping = false;
+  ended = false;
   status = pthread_create(&ot_bfd_tid, nullptr, ot_bfd_thread, thread_loop);
   started = status == 0;
+  if (!started) {
+    ended = true;
+  }
   if (!started) {
     OT_TRACE_ERROR("%s:pthread_create error:%s\n", __func__, err_string(status));
     report("Failed to create ot_bfd thread");
   }
   return status;
+}
+
+bool ot_bfd_ended() noexcept {
+  return ended.load();
 }
 
 void ot_bfd_stop() noexcept {
@@ -217,6 +226,7 @@ void* ot_bfd_thread(void* manager) {
     run_loop(loop);
     is_ot_bfd_init_done = 0;
   }
+  ended = true;
   thread_name_set("");
   return nullptr;
 }

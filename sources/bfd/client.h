@@ -28,6 +28,9 @@ extern std::atomic<track_name*> ot_bfd_ctx;
 // the main loop, which events are handed to. 0 or a status code. Main thread.
 int ot_bfd_init(evm* manager) noexcept;
 
+// The thread has ended, or was not started: nobody will connect. Any thread.
+bool ot_bfd_ended() noexcept;
+
 // Ends the thread and waits for it: the end of a service in a test. Main thread.
 void ot_bfd_stop() noexcept;
 

@@ -76,7 +76,7 @@ constexpr service_of_tracks service = {.service = router_service::bfd_engine,
 // Stored tracks are made when they are applied, not later: the client is connected as soon as its
 // thread runs.
 int wait_for_client(const start_context& context) {
-  process_wait(context.manager, [] { return is_ot_bfd_connection_up != 0; });
+  process_wait(context.manager, [] { return is_ot_bfd_connection_up != 0 || ot_bfd_ended(); });
   return status_ok;
 }
 

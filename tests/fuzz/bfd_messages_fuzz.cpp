@@ -37,17 +37,15 @@ void require_peer(const engine_job& job) {
 class engine_under_fuzz {
  public:
   engine_under_fuzz() {
-    bool replaced_up = false;
     for (std::uint32_t number = 1; number <= 3; ++number) {
-      const session_config config{interface_name{"eth0"}, number, 0, 300, 3};
-      table_.want({number, number}, config, &replaced_up);
+      table_.want({{interface_name{"eth0"}, number}, 0, 300, 3});
     }
     table_.engine_back();
     table_.next_job();
-    table_.answered(1, true, &lost_up_);
+    table_.answered(1, true);
     for (unsigned refusal = 0; refusal < 2; ++refusal) {
       table_.next_job();
-      table_.answered(2, false, &lost_up_);
+      table_.answered(2, false);
       table_.retry_refused();
     }
   }
@@ -67,7 +65,7 @@ class engine_under_fuzz {
     bool accepted = false;
     engine_notification notification;
     if (type == message_response && read_response(payload, &accepted)) {
-      table_.answered(static_cast<std::uint32_t>(payload.size() % 5), accepted, &lost_up_);
+      table_.answered(static_cast<std::uint32_t>(payload.size() % 5), accepted);
     } else if (type == message_notification && read_notification(payload, &notification)) {
       table_.notified(notification);
     }
@@ -93,7 +91,6 @@ class engine_under_fuzz {
 
  private:
   session_table table_{session_labels{1, 2}};
-  bool lost_up_ = false;
 };
 
 }  // namespace

@@ -75,7 +75,8 @@ class engine {
   // Begins to work in the background, on the manager's loop. 0 or a status code.
   virtual int start(evm* manager) noexcept = 0;
 
-  // Runs a session, from now on or as soon as it can; the same key again changes the session.
+  // Runs a session, from now on or as soon as it can; the same key again changes the session. A
+  // session that comes up by this is reported up later, not from inside the call.
   // Without memory, the session is down until it is added again.
   virtual void add(const session_config& session) noexcept = 0;
   // Nothing is reported of the session any more. Harmless when there is none.

@@ -80,6 +80,19 @@ void session_keeper::appeared(void* self) noexcept {
   look(keeper);
 }
 
+// The present engine's own attempts tell whether it is there. Only when it has been away for long
+// it is asked for too: one that listens and does not answer has the port, and is waited for.
+std::optional<engine_choice> session_keeper::look_for_frr(std::vector<engine_choice> sockets) {
+  const bool is_frr = choice_ && choice_->kind != engine_kind::own;
+  if (is_frr && !away_since_) {
+    return choice_;
+  }
+  if (is_frr && monotonic_us() - *away_since_ < frr_return_usec) {
+    std::erase(sockets, *choice_);
+  }
+  return listening(sockets);
+}
+
 void session_keeper::look_around() {
   const std::vector<engine_choice> sockets = frr_sockets();
   engine_situation now{wish_, choice_, std::nullopt, std::nullopt};
@@ -88,7 +101,7 @@ void session_keeper::look_around() {
     std::transform(sockets.begin(), sockets.end(), std::back_inserter(paths),
                    [](const engine_choice& socket) { return socket.path; });
     watch_.look_for(client_.manager, paths);
-    now.frr = listening(sockets);
+    now.frr = look_for_frr(sockets);
   }
   if (away_since_) {
     now.away_usec = monotonic_us() - *away_since_;
@@ -165,13 +178,13 @@ void session_keeper::create(const client_key& key, const session_config& config,
     return;
   }
   board_session(key, session->status);
-  report_request(bfdc_request_created, key, creation, status_ok);
-  if (is_up(session->status)) {
-    report_state(key, true);  // the acknowledgement stands for down
-  }
   if (session->config != config) {
     session->config = config;
     engine_->add(config);
+  }
+  report_request(bfdc_request_created, key, creation, status_ok);
+  if (is_up(session->status)) {
+    report_state(key, true);  // the acknowledgement stands for down
   }
 }
 

@@ -54,6 +54,7 @@ class session_keeper final : private engine::owner {
   void engine_changed() noexcept override;
 
   void look_around();
+  std::optional<engine_choice> look_for_frr(std::vector<engine_choice> sockets);
   void use(const engine_choice& choice);
   wanted& enter(const client_key& key, const session_config& config);
   void drop(const client_key& key) noexcept;

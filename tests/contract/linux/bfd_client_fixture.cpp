@@ -50,6 +50,7 @@ bfdc_session_request request_of(unsigned number) {
 
 void bfd_client_fixture::SetUp() {
   contract_test::SetUp();
+  setenv("OT_BFD_ENGINE", "frr", 1);
   directory_ = std::string(std::getenv("OT_ROOT")) + "/run/frr";
   std::filesystem::create_directories(directory_);
   engine_ = std::make_unique<fake_bfdd>(manager(), directory_ + "/bfdd.sock");
@@ -65,19 +66,24 @@ void bfd_client_fixture::SetUp() {
   record.request_done = on_request;
   record.state_changed = on_state;
   ASSERT_EQ(bfdc_bind_nb(record, nullptr), 0);
-  ASSERT_EQ(wait_reported(1), reported_list{"bound"});
+  ASSERT_EQ(wait_reported(2), (reported_list{"bound", "connection 1"}));
 }
 
 void bfd_client_fixture::TearDown() {
   bfdc_unbind();
   engine_.reset();
   delete std::exchange(reported_by_client, nullptr);
+  unsetenv("OT_BFD_ENGINE");
   contract_test::TearDown();
 }
 
 void bfd_client_fixture::start() {
   engine_->listen();
-  ASSERT_EQ(wait_reported(1), reported_list{"connection 1"});
+  wait_engine(true);
+}
+
+void bfd_client_fixture::wait_engine(bool running) {
+  ASSERT_TRUE(run_until([running] { return bfdc_engine().running == running; })) << running;
 }
 
 int bfd_client_fixture::create(unsigned number, std::uint32_t rate, std::uint32_t debounce) {
@@ -95,9 +101,14 @@ int bfd_client_fixture::remove(unsigned number) {
   return status != status_ok ? status : answer.result;
 }
 
-void bfd_client_fixture::bring_up(unsigned number) {
+void bfd_client_fixture::make(unsigned number) {
   ASSERT_EQ(create(number), 0);
   ASSERT_EQ(wait_reported(1), reported_list{"created " + std::to_string(number)});
+  ASSERT_TRUE(run_until([&] { return !label(number).empty(); }));
+}
+
+void bfd_client_fixture::bring_up(unsigned number) {
+  make(number);
   engine_->set_state(label(number), "up");
   ASSERT_EQ(wait_reported(1), reported_list{"up " + std::to_string(number)});
 }

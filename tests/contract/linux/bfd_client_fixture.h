@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/bfd_client.h"
+#include "platform/bfd_status.h"
 #include "tests/contract/contract_test.h"
 #include "tests/contract/linux/fake_bfdd.h"
 
@@ -20,12 +20,15 @@ class bfd_client_fixture : public contract::contract_test {
   void SetUp() override;
   void TearDown() override;
 
-  // The engine listens and the client is connected.
+  // The engine listens and runs the client's sessions.
   void start();
+  // Runs the loop until the engine runs the sessions, or does not.
+  void wait_engine(bool running);
   // Asks for a session towards "10.0.0.N" over interface "vN"; the call's own result.
   static int create(unsigned number, std::uint32_t rate = 300, std::uint32_t debounce = 3);
   static int remove(unsigned number);
-  // The engine has the session and it is up.
+  // The session is asked for and acknowledged, and the engine has it; and it is up.
+  void make(unsigned number);
   void bring_up(unsigned number);
 
   // Since the last call: "bound", "connection 1", "created 1", "refused 1: TEXT", "gone 1", "up 1",

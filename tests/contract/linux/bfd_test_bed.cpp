@@ -26,6 +26,7 @@ std::string socket_path() {
 class linux_bed : public bfd_test_bed {
  public:
   explicit linux_bed(evm* manager) : engine_(manager, socket_path()) {
+    setenv("OT_BFD_ENGINE", "frr", 1);
     engine_.react([this](fake_bfdd& engine, const engine_request& request) {
       engine.obey(request);
       if (request.type == add_peers) {
@@ -33,6 +34,7 @@ class linux_bed : public bfd_test_bed {
       }
     });
   }
+  ~linux_bed() override { unsetenv("OT_BFD_ENGINE"); }
   // bfdd names interfaces itself; to the client the number is only a name.
   [[nodiscard]] std::uint32_t handle() const override { return 101; }
   void start() override { engine_.listen(); }

@@ -160,6 +160,8 @@ void fake_bfdd::obey(const engine_request& request) {
       notify(notification_of("add", label, session));
       set_state(label, session.value("state", "down"));
     }
+  } else if (request.type == 2 && request.payload == "{}") {
+    respond(request.id, true);  // nothing to add
   } else if (request.type == 2) {
     const json peer = request.peer("ipv4");
     const bool added = add(peer);

@@ -39,6 +39,17 @@ class engine_info : public service_fixture {
     brec_release(engine_info___brec, &record);
     return lines;
   }
+  static std::string detail_of_bfd() {
+    ledger_value value;
+    EXPECT_EQ(
+        ledger_item_get(ledger_get_default_conn(), "oper/object_tracking/gl/engine/all", &value),
+        0);
+    engine_info__ record{};
+    EXPECT_EQ(brec_decode(engine_info___brec, value.bytes(), &record), 0);
+    std::string detail{record.Detail.view()};
+    brec_release(engine_info___brec, &record);
+    return detail;
+  }
 };
 
 TEST_F(engine_info, reports_what_is_there_at_the_start) {
@@ -60,12 +71,20 @@ TEST_F(engine_info, reports_when_each_connection_changed) {
   EXPECT_THAT(read(), ElementsAre("bfd 0 30 0", "probe 0 0 0", "fib 1 30 0", "interfaces 1 0 0"));
 }
 
-TEST_F(engine_info, a_repeated_status_keeps_its_time) {
+TEST_F(engine_info, tells_which_bfd_engine_it_is_and_why) {
+  field::bfd_engine_back();
+  field::bfd_engine_is({.running = true,
+                        .name = fixed_text<48>{"FRR 8.4.4"},
+                        .reason = fixed_text<160>{"bfdd runs here"},
+                        .since = start_time,
+                        .discarded = 0});
+  EXPECT_EQ(detail_of_bfd(), "FRR 8.4.4 (bfdd runs here)");
+}
+
+TEST_F(engine_info, a_connection_keeps_its_time) {
   field::bfd_engine_back();
   field::run_pending();
   field::advance(5s);
-  field::bfd_says_status(1);
-  field::run_pending();
   EXPECT_EQ(read().at(0), "bfd 1 0 0");
 }
 
@@ -86,6 +105,8 @@ TEST_F(engine_info, counts_what_waits) {
                               {ip("10.1.0.0"), ip("255.255.0.0")})}),
             0);
   ASSERT_EQ(commit(interface_track("i", "Gi7")), 0);
+  field::bfd_client_connects(false);
+  field::run_pending();
   for (const char* name : {"a", "b"}) {
     ASSERT_EQ(commit({set_tuple(track_path(name,
                                            "type/bfdprb/0x9/rate/0x32/debounce_count/0x3/"
@@ -97,6 +118,7 @@ TEST_F(engine_info, counts_what_waits) {
   field::interface_added("Gi7");
   field::fib_back();
   field::bfd_engine_back();
+  field::bfd_client_connects(true);
   field::run_pending();
   EXPECT_THAT(read(), ElementsAre("bfd 1 0 0", "probe 0 0 0", "fib 1 0 0", "interfaces 1 0 0"));
 }

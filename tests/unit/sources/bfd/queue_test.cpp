@@ -12,12 +12,20 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 
-// The engine is away when the test begins.
+// The client is not connected when the test begins.
 class bfd_queue : public bfd_service {
  protected:
   void SetUp() override {
     bfd_service::SetUp();
-    engine_away();
+    disconnect();
+  }
+  static void connect() {
+    field::bfd_client_connects(true);
+    field::run_pending();
+  }
+  static void disconnect() {
+    field::bfd_client_connects(false);
+    field::run_pending();
   }
 };
 
@@ -41,7 +49,7 @@ TEST_F(bfd_queue, the_connection_makes_everything_that_waits_in_order) {
   ASSERT_EQ(configure("b", "10.0.0.3"), 0);
   ASSERT_EQ(configure("c"), 0);
   trace();
-  engine_back();
+  connect();
   EXPECT_THAT(
       field::take_traces(),
       contains_in_order(text_lines{
@@ -69,14 +77,14 @@ TEST_F(bfd_queue, configuration_counts_as_waiting_until_all_of_it_is_made) {
     }
   });
   trace();
-  engine_back();
+  connect();
   EXPECT_THAT(pending, ElementsAre(1U, 1U));
   EXPECT_EQ(is_bfd_config_pending, 0U);
 }
 
 TEST_F(bfd_queue, a_connection_with_nothing_waiting_makes_nothing) {
   trace();
-  engine_back();
+  connect();
   EXPECT_EQ(is_ot_bfd_connection_up, 1U);
   EXPECT_EQ(field::bfd_requests(), 0U);
   EXPECT_THAT(field::take_traces(), Not(Contains(HasSubstr("ot_bfd_create_all_sessions"))));
@@ -91,22 +99,22 @@ TEST_F(bfd_queue, deleting_what_waits_does_nothing) {
                   "Entering (object_tracking_type_bfdprb_delete) : ",
                   "(object_tracking_type_bfdprb_delete) Still not connected to BFD server"}));
   EXPECT_EQ(bfd_cfg_count(), 1U);
-  engine_back();
+  connect();
   EXPECT_THAT(followers(entry()), ElementsAre("t"));
 }
 
 // It holds for every BFD track, not only for those that wait.
 TEST_F(bfd_queue, while_anything_waits_no_session_is_given_up) {
-  engine_back();
+  connect();
   ASSERT_EQ(configure("old", "10.0.0.3"), 0);
   peer_answers("10.0.0.3");
-  engine_away();
+  disconnect();
   ASSERT_EQ(configure("new"), 0);
   take_events();
   ASSERT_EQ(commit({remove_item(session_item("old"))}), 0);
   EXPECT_EQ(field::bfd_requests(), 1U);
   EXPECT_NE(entry("10.0.0.3"), nullptr);
-  engine_back();
+  connect();
   EXPECT_EQ(published("old"), 1U);
 }
 
@@ -116,7 +124,7 @@ TEST_F(bfd_queue, a_track_that_exists_stops_the_drain) {
   ASSERT_EQ(configure("b"), 0);
   ASSERT_EQ(configure("c"), 0);
   trace();
-  engine_back();
+  connect();
   EXPECT_THAT(field::take_traces(),
               contains_in_order(text_lines{
                   "(ot_bfd_create_all_sessions) track b:",
@@ -128,9 +136,9 @@ TEST_F(bfd_queue, a_track_that_exists_stops_the_drain) {
   EXPECT_EQ(bfd_cfg_count(), 1U);
   EXPECT_EQ(is_bfd_config_pending, 0U);
   // What was left behind is made with the next configuration that had to wait.
-  engine_away();
+  disconnect();
   ASSERT_EQ(configure("d"), 0);
-  engine_back();
+  connect();
   EXPECT_THAT(followers(entry()), ElementsAre("d", "c", "a"));
 }
 
@@ -139,27 +147,12 @@ TEST_F(bfd_queue, a_session_that_cannot_be_requested_does_not_stop_the_drain) {
   ASSERT_EQ(configure("b", "10.0.0.3"), 0);
   field::fail_next("bfdc_session_create_nb", 5);
   trace();
-  engine_back();
+  connect();
   EXPECT_THAT(field::take_traces(),
               Contains("(ot_bfd_create_all_sessions) : object_tracking_set_track_state_in_ledger "
                        "failed"));
   EXPECT_EQ(track("a").object.bfd.session_id, 0U);
   EXPECT_NE(track("b").object.bfd.session_id, 0U);
-}
-
-TEST_F(bfd_queue, the_engine_gone_takes_tracks_down_and_back_brings_them_up) {
-  engine_back();
-  ASSERT_EQ(configure("t"), 0);
-  peer_answers();
-  take_events();
-  engine_away();
-  EXPECT_EQ(is_ot_bfd_connection_up, 0U);
-  EXPECT_EQ(published("t"), 2U);
-  engine_back();
-  EXPECT_EQ(is_ot_bfd_connection_up, 1U);
-  EXPECT_EQ(published("t"), 1U);
-  EXPECT_THAT(take_events(), ElementsAre("t 2", "t 1"));
-  EXPECT_EQ(field::bfd_requests(), 1U);
 }
 
 TEST_F(bfd_queue, another_connection_status_changes_nothing) {
@@ -179,18 +172,19 @@ TEST_F(bfd_queue, a_service_that_ends_leaves_nothing_waiting) {
   EXPECT_EQ(is_bfd_config_pending, 0U);
 }
 
-TEST_F(bfd_queue, a_start_without_an_engine_queues_the_stored_configuration) {
+TEST_F(bfd_queue, a_start_without_a_connection_queues_the_stored_configuration) {
   ASSERT_EQ(configure("t"), 0);
+  field::fail_next("process_wait", 1);
   ASSERT_EQ(restart(), 0);
   EXPECT_EQ(bfd_cfg_count(), 1U);
-  engine_back();
+  connect();
   EXPECT_THAT(followers(entry()), ElementsAre("t"));
 }
 
-TEST_F(bfd_queue, a_start_whose_engine_does_not_answer_in_time_goes_on_without_it) {
+TEST_F(bfd_queue, a_start_whose_client_is_not_connected_in_time_goes_on_without_it) {
   ASSERT_EQ(configure("t"), 0);
   stop();
-  field::bfd_engine_back();
+  field::bfd_client_connects(true);
   field::fail_next("process_wait", 1);
   ASSERT_EQ(start(2), 0);
   EXPECT_EQ(bfd_cfg_count(), 0U);  // connected meanwhile

@@ -196,13 +196,49 @@ TEST_F(bfd_track, the_words_for_an_answer_are_those_of_creation_for_both_request
                        "Input/output error"));
 }
 
-TEST_F(bfd_track, an_unknown_interface_has_handle_0) {
+TEST_F(bfd_track, an_unknown_interface_has_a_handle_that_stands_for_its_name) {
   trace();
   ASSERT_EQ(commit({set_tuple(session_item("t", "Gi9"), {ip(peer)})}), 0);
   EXPECT_THAT(field::take_traces(),
               Contains("(ot_create_bfd_track_entry)  Handle is undefined for if:: Gi9 "));
-  EXPECT_EQ(track("t").object.bfd.ifhandle, 0U);
-  EXPECT_NE(hash_db_get_bfdprb_item(0, ipv4_bfd_address(ip(peer))), nullptr);
+  const std::uint32_t handle = track("t").object.bfd.ifhandle;
+  EXPECT_GE(handle, 0x80000000U);
+  EXPECT_NE(hash_db_get_bfdprb_item(handle, ipv4_bfd_address(ip(peer))), nullptr);
+}
+
+TEST_F(bfd_track, one_address_over_two_unknown_interfaces_is_two_sessions) {
+  ASSERT_EQ(commit({set_tuple(session_item("t", "Gi8"), {ip(peer)})}), 0);
+  ASSERT_EQ(commit({set_tuple(session_item("u", "Gi9"), {ip(peer)})}), 0);
+  ASSERT_EQ(commit({set_tuple(session_item("v", "Gi9"), {ip(peer)})}), 0);
+  EXPECT_EQ(field::bfd_wanted_sessions().size(), 2U);
+  ASSERT_EQ(commit({remove_item(session_item("t", "Gi8"))}), 0);
+  EXPECT_EQ(field::bfd_wanted_sessions().size(), 1U);
+}
+
+// --- Without an engine ---------------------------------------------------------------------------
+
+TEST_F(bfd_track, is_made_down_and_deleted_without_an_engine) {
+  engine_away();
+  ASSERT_EQ(configure_whole("t"), 0);
+  EXPECT_EQ(track("t").source_state, track_state::down);
+  EXPECT_EQ(bfd_cfg_count(), 0U);
+  ASSERT_EQ(delete_track("t"), 0);
+  EXPECT_EQ(hash_db_get_track_item("t"), nullptr);
+  EXPECT_THAT(field::bfd_wanted_sessions(), IsEmpty());
+}
+
+TEST_F(bfd_track, the_engine_gone_takes_tracks_down_and_back_brings_them_up) {
+  ASSERT_EQ(configure("t"), 0);
+  peer_answers();
+  take_events();
+  engine_away();
+  EXPECT_EQ(is_ot_bfd_connection_up, 1U);
+  EXPECT_EQ(published("t"), 2U);
+  engine_back();
+  EXPECT_EQ(is_ot_bfd_connection_up, 1U);
+  EXPECT_EQ(published("t"), 1U);
+  EXPECT_THAT(take_events(), ElementsAre("t 2", "t 1"));
+  EXPECT_EQ(field::bfd_requests(), 1U);
 }
 
 TEST_F(bfd_track, made_again_before_the_deletion_is_confirmed_keeps_its_entry) {
