@@ -47,6 +47,8 @@ struct bfdc_session_status {
 
   friend bool operator==(const bfdc_session_status&, const bfdc_session_status&) = default;
 };
+// How many of the sessions that are wanted nobody runs: those with a problem. Any thread.
+std::uint32_t bfdc_sessions_not_run() noexcept;
 // False when no such session is wanted. Any thread.
 bool bfdc_session(std::uint32_t ifhandle, const bfd_address& destination,
                   bfdc_session_status* ret) noexcept;

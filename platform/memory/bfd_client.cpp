@@ -196,6 +196,12 @@ bfdc_engine_status bfdc_engine() noexcept {
   return part->engine;
 }
 
+std::uint32_t bfdc_sessions_not_run() noexcept {
+  alloc_faults_paused pause;
+  locked_part part;
+  return part->running ? 0 : static_cast<std::uint32_t>(part->wanted.size());
+}
+
 bool bfdc_session(std::uint32_t ifhandle, const bfd_address& destination,
                   bfdc_session_status* ret) noexcept {
   alloc_faults_paused pause;

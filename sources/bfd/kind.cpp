@@ -59,6 +59,10 @@ void look_at_engine() noexcept {
   note_connection(router_service::bfd_engine, engine.running, engine.since);
 }
 
+std::uint32_t sessions_that_wait() noexcept {
+  return bfd_cfg_count() + bfdc_sessions_not_run();
+}
+
 service_detail tell_engine() noexcept {
   const bfdc_engine_status engine = bfdc_engine();
   char text[service_detail::capacity];
@@ -69,7 +73,7 @@ service_detail tell_engine() noexcept {
 
 constexpr service_of_tracks service = {.service = router_service::bfd_engine,
                                        .name = "bfd",
-                                       .pending = bfd_cfg_count,
+                                       .pending = sessions_that_wait,
                                        .look = look_at_engine,
                                        .detail = tell_engine};
 

@@ -17,7 +17,8 @@ def test_a_service_without_bfd_and_probes(service):
     assert list(rows) == ["bfd", "probe", "fib", "interfaces", "loop"]
     wait_until(lambda: engines(service)["fib"]["connected"], service.build.patience, "the FIB")
     assert engines(service)["interfaces"]["connected"] is True
-    assert rows["bfd"]["connected"] is False
+    assert rows["bfd"]["connected"] is True
+    assert rows["bfd"]["detail"] == "own engine (no bfdd of FRR runs here)"
     for row in rows.values():
         since = datetime.datetime.fromisoformat(row["since"].replace("Z", "+00:00"))
         assert abs((now - since).total_seconds()) < 60
@@ -25,20 +26,23 @@ def test_a_service_without_bfd_and_probes(service):
 
 
 def test_what_waits_is_counted(service):
-    service.ctl("set", "peer", "bfd", "192.0.2.1", "--interface", "mark-up")
+    service.ctl("set", "peer", "bfd", "192.0.2.1", "--interface", "not-there")
     service.ctl("set", "spare", "interface", "not-there")
     rows = engines(service)
     assert (rows["bfd"]["pending"], rows["interfaces"]["pending"]) == (1, 1)
     service.net.link("not-there")
-    wait_until(lambda: engines(service)["interfaces"]["pending"] == 0, service.build.patience,
-               "the interface")
+    service.net.ip("addr add 192.0.2.2/24 dev not-there")
+    for name in ("bfd", "interfaces"):
+        wait_until(lambda name=name: engines(service)[name]["pending"] == 0,
+                   service.build.patience, "the interface")
 
 
 def test_the_table(service):
     lines = service.ctl("engine").splitlines()
     assert lines[0].split() == ["Service", "State", "Since", "Pending"]
-    assert [line[:17].rstrip() for line in lines[1:-1]] == [
+    assert [line[:17].rstrip() for line in lines[1:-2]] == [
         "BFD engine", "probe service", "FIB", "interface manager"]
+    assert lines[-2] == "BFD engine: own engine (no bfdd of FRR runs here)"
     assert re.fullmatch(r"Longest turn of the main loop: \d+\.\d{3} ms, \d{4}-\d\d-\d\d "
                         r"\d\d:\d\d:\d\d", lines[-1])
 
@@ -51,17 +55,28 @@ def test_the_longest_turn_is_kept(service):
     assert later["longest_turn_at"] >= first["longest_turn_at"]
 
 
-def test_a_bfd_track_that_waits_takes_no_delays(service):
-    session = ("set", "peer", "bfd", "192.0.2.1", "--interface", "mark-up")
-    refused = service.run("trackctl", *session, "--delay-up", "5")
+def test_a_bfd_track_without_a_session_takes_delays_and_is_deleted(service):
+    service.ctl("set", "peer", "bfd", "192.0.2.1", "--interface", "not-there", "--delay-up", "5")
+    service.ctl("delay", "peer", "--down", "5")
+    service.crash()
+    service.start()
+    assert [(track["name"], track["delay_up"], track["delay_down"], track["object"]["destination"])
+            for track in service.tracks()] == [("peer", 5, 5, "192.0.2.1")]
+    service.ctl("delete", "peer")
+    assert service.tracks() == []
+
+
+def test_a_session_that_another_track_has_is_refused_unless_it_may_be_shared(service):
+    session = ("bfd", "192.0.2.1", "--interface", "mark-up")
+    service.ctl("set", "first", *session)
+    refused = service.run("trackctl", "set", "second", *session)
     assert refused.returncode == 1
-    assert "the BFD engine is not connected" in refused.stderr
-    assert engines(service)["bfd"]["pending"] == 0
-    service.ctl(*session)
-    refused = service.run("trackctl", "delay", "peer", "--down", "5")
-    assert (refused.returncode, "takes no delays" in refused.stderr) == (1, True)
-    service.ctl("delay", "peer", "--down", "0")
-    assert engines(service)["bfd"]["pending"] == 1
+    assert 'track "first" has this session already' in refused.stderr
+    assert [track["name"] for track in service.tracks()] == ["first"]
+    service.ctl("set", "first", *session)
+    service.ctl("set", "second", "bfd", "192.0.2.1", "--interface", "mark-dn")
+    service.ctl("set", "third", *session, "--shared")
+    assert sorted(track["name"] for track in service.tracks()) == ["first", "second", "third"]
 
 
 def test_without_a_service(service):

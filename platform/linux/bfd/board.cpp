@@ -1,5 +1,6 @@
 #include "platform/linux/bfd/board.h"
 
+#include <algorithm>
 #include <cstring>
 #include <ctime>
 #include <map>
@@ -64,6 +65,14 @@ bfdc_engine_status bfdc_engine() noexcept {
   bfd::board& told = bfd::the_board();
   const std::lock_guard guard(told.lock);
   return told.engine;
+}
+
+std::uint32_t bfdc_sessions_not_run() noexcept {
+  bfd::board& told = bfd::the_board();
+  const std::lock_guard guard(told.lock);
+  return static_cast<std::uint32_t>(
+      std::count_if(told.sessions.begin(), told.sessions.end(),
+                    [](const auto& session) { return !session.second.problem.empty(); }));
 }
 
 bool bfdc_session(std::uint32_t ifhandle, const bfd_address& destination,

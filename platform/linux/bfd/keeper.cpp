@@ -121,8 +121,10 @@ void session_keeper::look_around() {
 void session_keeper::use(const engine_choice& choice) {
   std::unique_ptr<engine> next = make_engine(*this, choice);
   engine_.reset();
+  bfdc_session_status nobody;
+  nobody.problem.assign("no engine runs it yet");
   for (auto& [key, session] : sessions_) {
-    take_status(session, {});
+    take_status(session, nobody);
   }
   choice_.reset();
   engine_ = std::move(next);

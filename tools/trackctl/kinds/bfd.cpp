@@ -118,6 +118,6 @@ constinit const track_kind bfd_kind{
     .define = define,
     .check = check_others,
     .object = object,
-    .service = {"bfd", "BFD engine", "BFD tracks that wait"}};
+    .service = {"bfd", "BFD engine", "sessions that are not run"}};
 
 }  // namespace ot::trackctl

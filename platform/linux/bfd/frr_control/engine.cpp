@@ -274,7 +274,7 @@ void control_engine::retry_refused(void* self) noexcept {
 void control_engine::add(const session_config& session) noexcept {
   try {
     if (sessions_.want(session)) {
-      owner_.session_changed(session.key, {});
+      owner_.session_changed(session.key, not_asked_yet());
     }
   } catch (const std::bad_alloc&) {
     bfdc_session_status status;

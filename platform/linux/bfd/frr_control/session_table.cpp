@@ -47,6 +47,12 @@ constexpr std::size_t orphan_limit = 4096;
 
 }  // namespace
 
+bfdc_session_status not_asked_yet() noexcept {
+  bfdc_session_status status;
+  status.problem.assign("bfdd does not have it yet");
+  return status;
+}
+
 session_label session_labels::label(std::uint32_t number) const noexcept {
   char text[session_label::capacity];
   std::snprintf(text, sizeof text, "ot-%08x-%08x-%08x", instance_, run_, number);
@@ -92,6 +98,7 @@ bool session_table::want(const session_config& config) {
   const std::uint32_t number = ++last_number_;
   wanted_session& session = sessions_[number];
   session.config = config;
+  session.status = not_asked_yet();
   numbers_[config.key] = number;
   ask(number, session);
   return true;

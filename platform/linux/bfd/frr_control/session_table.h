@@ -57,6 +57,9 @@ struct engine_job {
   std::uint32_t number = 0;
 };
 
+// Of a session that bfdd does not have, or not yet.
+bfdc_session_status not_asked_yet() noexcept;
+
 class session_table {
  public:
   explicit session_table(const session_labels& labels) : labels_(labels) {}
@@ -76,7 +79,7 @@ class session_table {
     for (auto& [number, session] : sessions_) {
       session.present = false;
       session.progress = wanted_session::step::wanted;
-      session.status = {};
+      session.status = not_asked_yet();
       changed(session);
     }
   }
