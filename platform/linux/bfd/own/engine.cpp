@@ -21,39 +21,23 @@ constexpr std::uint64_t stamp_usec = 20'000;
 // What was left is wanted again when the stored configuration is applied, which is done by then.
 constexpr std::uint64_t left_usec = 2'000'000;
 
-// splitmix64: to spread packets and to number sessions; nothing is secret about either.
-std::uint32_t next_random(void* state) {
-  auto& word = *static_cast<std::uint64_t*>(state);
-  word += 0x9e3779b97f4a7c15U;
-  std::uint64_t mixed = word;
-  mixed = (mixed ^ (mixed >> 30)) * 0xbf58476d1ce4e5b9U;
-  mixed = (mixed ^ (mixed >> 27)) * 0x94d049bb133111ebU;
-  return static_cast<std::uint32_t>(mixed ^ (mixed >> 31));
+// To spread packets and to number sessions; nothing is secret about either.
+std::uint32_t next_random(void* generator) {
+  return static_cast<std::uint32_t>((*static_cast<std::mt19937*>(generator))());
 }
 
-std::uint64_t random_seed() noexcept {
-  std::uint64_t seed = 0;
+std::uint32_t random_seed() noexcept {
+  std::uint32_t seed = 0;
   if (getrandom(&seed, sizeof seed, 0) != static_cast<ssize_t>(sizeof seed)) {
-    seed = monotonic_us();
+    seed = static_cast<std::uint32_t>(monotonic_us());
   }
   return seed;
-}
-
-session_timing timing_of(const session_config& config) noexcept {
-  return {config.interval * 1000, config.interval * 1000,
-          static_cast<std::uint8_t>(config.multiplier)};
-}
-
-std::uint32_t usec(std::uint64_t interval) noexcept {
-  return static_cast<std::uint32_t>(std::min<std::uint64_t>(interval, UINT32_MAX));
 }
 
 }  // namespace
 
 own_engine::own_engine(engine::owner& reported)
-    : owner_(reported),
-      random_state_(random_seed()),
-      speaker_(*this, next_random, &random_state_) {}
+    : owner_(reported), random_(random_seed()), speaker_(*this, next_random, &random_) {}
 
 own_engine::~own_engine() {
   if (socket_.is_open()) {
@@ -66,7 +50,7 @@ own_engine::~own_engine() {
 
 int own_engine::start(evm* manager) noexcept {
   manager_ = manager;
-  for (const int status : {due_.attach(manager), tick_.attach(manager)}) {
+  for (const int status : {due_.attach(manager), tick_.attach(manager), links_.attach(manager)}) {
     if (status != status_ok) {
       return status;
     }
@@ -82,18 +66,13 @@ int own_engine::start(evm* manager) noexcept {
 
 // --- The port ------------------------------------------------------------------------------------
 
-// 0 or an errno value; then nothing is open.
-int own_engine::open() noexcept {
-  if (open_) {
-    return status_ok;
-  }
-  const int status = links_.open(manager_);
-  open_ = status == status_ok;
-  if (open_) {
+void own_engine::open() noexcept {
+  if (!open_) {
+    open_ = true;
+    links_.open();
     tick_.start(tick_usec);
     look_at_port();
   }
-  return status;
 }
 
 void own_engine::close() noexcept {
@@ -145,125 +124,6 @@ void own_engine::stand_down(const std::string& why) noexcept {
   if (news) {
     owner_.engine_changed();
   }
-}
-
-// --- The sessions --------------------------------------------------------------------------------
-
-void own_engine::add(const session_config& session) noexcept {
-  const auto known = sessions_.find(session.key);
-  const std::uint64_t now = monotonic_us();
-  try {
-    if (known != sessions_.end()) {
-      known->second.config = session;
-      speaker_.set_timing(*known->second.spoken, timing_of(session), now);
-      find_path(known->second);
-    } else {
-      add_new(session);
-    }
-  } catch (const std::bad_alloc&) {
-    refuse(session.key, "out of memory");
-  }
-  serve(now);
-}
-
-void own_engine::add_new(const session_config& session) {
-  if (const int status = open(); status != status_ok) {
-    refuse(session.key, err_string(status));
-    return;
-  }
-  held_session& added = sessions_[session.key];
-  added.config = session;
-  try {
-    begin(added);
-  } catch (...) {
-    sessions_.erase(session.key);
-    throw;
-  }
-  find_path(added);
-}
-
-void own_engine::refuse(const session_key& key, std::string_view why) noexcept {
-  bfdc_session_status status;
-  status.problem.assign(why);
-  owner_.session_changed(key, status);
-}
-
-// A session that is being given up on the same way is taken back, since the neighbor can know only
-// one.
-void own_engine::begin(held_session& session) {
-  const std::uint64_t now = monotonic_us();
-  const session_timing timing = timing_of(session.config);
-  std::string_view problem;
-  const std::optional<neighbor_path> path = links_.towards(session.config, &problem);
-  session.slot = saved_.take_slot();
-  if (path && socket_.is_open()) {
-    session.spoken = speaker_.take_back(*path, timing, now);
-  }
-  if (session.spoken == nullptr) {
-    const agreed_session* left = path ? left_of(session.config, *path) : nullptr;
-    session.unconfirmed = left != nullptr;
-    session.spoken = &speaker_.add(timing, left, now);
-  }
-  session.spoken->tag = &session;
-}
-
-const agreed_session* own_engine::left_of(const session_config& config,
-                                          const neighbor_path& path) noexcept {
-  if (monotonic_us() > left_until_) {
-    left_.clear();
-  }
-  const auto found = std::find_if(left_.begin(), left_.end(), [&](const saved_session& session) {
-    return session.config == config && session.path == path;
-  });
-  return found == left_.end() ? nullptr : &found->agreed;
-}
-
-void own_engine::find_path(held_session& session) {
-  std::string_view problem;
-  std::optional<neighbor_path> path = links_.towards(session.config, &problem);
-  if (!socket_.is_open()) {
-    problem = stood_down_;
-    path.reset();
-  }
-  const problem_text before = session.problem;
-  session.problem.assign(problem);
-  if (path) {
-    speaker_.set_path(*session.spoken, *path, monotonic_us());
-  } else {
-    speaker_.lose_path(*session.spoken, monotonic_us());
-  }
-  if (!(session.problem == before)) {
-    report(session);
-  }
-}
-
-void own_engine::find_paths() noexcept {
-  for (auto& [key, session] : sessions_) {
-    try {
-      if (session.spoken != nullptr) {
-        find_path(session);
-      }
-    } catch (const std::bad_alloc&) {
-      session.problem.assign("out of memory");
-    }
-  }
-}
-
-void own_engine::links_changed(void* self) noexcept {
-  auto* engine = static_cast<own_engine*>(self);
-  engine->find_paths();
-  engine->serve(monotonic_us());
-}
-
-void own_engine::remove(const session_key& key) noexcept {
-  const auto found = sessions_.find(key);
-  if (found == sessions_.end()) {
-    return;
-  }
-  saved_.free_slot(found->second.slot);
-  speaker_.remove(*found->second.spoken, monotonic_us());
-  sessions_.erase(found);
-  serve(monotonic_us());
 }
 
 // --- Packets and the clock -----------------------------------------------------------------------
@@ -321,53 +181,13 @@ void own_engine::tick(void* self) noexcept {
     return;
   }
   // Two that found each other are not to look at the same moments ever after.
-  engine->tick_.start(tick_usec + next_random(&engine->random_state_) % (tick_usec / 4));
+  engine->tick_.start(tick_usec + next_random(&engine->random_) % (tick_usec / 4));
   engine->look_at_port();
   for (auto& [key, session] : engine->sessions_) {
     engine->report(session);
   }
   engine->owner_.engine_changed();
   engine->serve(monotonic_us());
-}
-
-// --- Reports -------------------------------------------------------------------------------------
-
-void own_engine::changed(spoken_session& session) noexcept {
-  auto* held = static_cast<held_session*>(session.tag);
-  if (held == nullptr) {
-    return;
-  }
-  if (session.machine.state() == session_state::up && session.path) {
-    saved_.keep(held->slot, {held->config, *session.path, session.machine.agreed()});
-  } else {
-    saved_.forget(held->slot);
-  }
-  report(*held);
-}
-
-void own_engine::report(held_session& session) noexcept {
-  session.unconfirmed = session.unconfirmed && session.spoken->packets_in == 0 &&
-                        session.spoken->machine.state() == session_state::up;
-  owner_.session_changed(session.config.key, status_of(session));
-}
-
-bfdc_session_status own_engine::status_of(const held_session& session) const noexcept {
-  const spoken_session& spoken = *session.spoken;
-  const ot::bfd::session& machine = spoken.machine;
-  bfdc_session_status status;
-  status.state = session.unconfirmed ? bfd_state_down : static_cast<std::uint8_t>(machine.state());
-  status.diagnostic = static_cast<std::uint8_t>(machine.reason());
-  status.remote_state = static_cast<std::uint8_t>(machine.remote_state());
-  status.remote_diagnostic = static_cast<std::uint8_t>(machine.remote_reason());
-  status.transmit_interval = usec(machine.transmit_interval());
-  status.receive_interval = usec(machine.receive_interval());
-  status.detection_time = usec(machine.detection_time());
-  status.packets_in = spoken.packets_in;
-  status.packets_out = spoken.packets_out;
-  status.ups = spoken.ups;
-  status.downs = spoken.downs;
-  status.problem = session.problem;
-  return status;
 }
 
 bfdc_engine_status own_engine::status() const noexcept {

@@ -22,6 +22,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <random>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -64,14 +65,13 @@ class own_engine final : public engine, private speaker::owner {
   void send(const neighbor_path& path, const control_packet& packet) noexcept override;
   void changed(spoken_session& session) noexcept override;
 
-  int open() noexcept;
+  void open() noexcept;
   void close() noexcept;
   void look_at_port() noexcept;
   void stand_down(const std::string& why) noexcept;
   void receive() noexcept;
   void serve(std::uint64_t now) noexcept;
   void add_new(const session_config& session);
-  void refuse(const session_key& key, std::string_view why) noexcept;
   void begin(held_session& session);
   const agreed_session* left_of(const session_config& config, const neighbor_path& path) noexcept;
   void find_path(held_session& session);
@@ -81,7 +81,7 @@ class own_engine final : public engine, private speaker::owner {
 
   engine::owner& owner_;
   evm* manager_ = nullptr;
-  std::uint64_t random_state_;
+  std::mt19937 random_;
   speaker speaker_;
   packet_socket socket_;
   sd_event_source* readable_ = nullptr;

@@ -27,13 +27,18 @@ std::uint32_t mask_of(unsigned length) noexcept {
 
 }  // namespace
 
-int local_links::open(evm* manager) noexcept {
-  if (manager_ == nullptr) {
-    if (const int status = retry_.attach(manager); status != status_ok) {
-      return status;
-    }
-  }
+int local_links::attach(evm* manager) noexcept {
   manager_ = manager;
+  return retry_.attach(manager);
+}
+
+void local_links::open() noexcept {
+  if (start_anew() != status_ok) {
+    retry_.start(retry_usec);
+  }
+}
+
+int local_links::start_anew() noexcept {
   int status = events_.open(RTMGRP_LINK | RTMGRP_IPV4_IFADDR);
   if (status == status_ok) {
     status = requests_.open_requests();
@@ -41,7 +46,7 @@ int local_links::open(evm* manager) noexcept {
   if (status == status_ok) {
     status = read_all();
   }
-  return status == status_ok ? events_.follow(manager) : status;
+  return status == status_ok ? events_.follow(manager_) : status;
 }
 
 void local_links::close() noexcept {
@@ -159,9 +164,7 @@ void local_links::on_lost(void* self, int /*status*/) {
 
 void local_links::try_again(void* self) noexcept {
   auto* links = static_cast<local_links*>(self);
-  if (links->open(links->manager_) != status_ok) {
-    links->retry_.start(retry_usec);
-  }
+  links->open();
   on_taken(links);
 }
 

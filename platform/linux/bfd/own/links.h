@@ -25,8 +25,10 @@ class local_links {
   local_links(const local_links&) = delete;
   local_links& operator=(const local_links&) = delete;
 
-  // Reads all and follows the changes. 0 or a status code.
-  int open(evm* manager) noexcept;
+  // Once, before the first opening. 0 or a status code.
+  int attach(evm* manager) noexcept;
+  // Reads all and follows the changes; what fails is tried again. Nothing is reported from inside.
+  void open() noexcept;
   void close() noexcept;
 
   // The way to the session's neighbor; none with the reason in `ret_problem`, for the operator.
@@ -49,6 +51,7 @@ class local_links {
 
   static void try_again(void* self) noexcept;
 
+  int start_anew() noexcept;
   int read_all() noexcept;
   int dump(std::uint16_t type) noexcept;
   void apply_link(const nlmsghdr& message);
