@@ -1,6 +1,7 @@
 """BFD tracks on the service's own engine, with BIRD at the other end of every session."""
 
 import json
+import os
 import statistics
 import time
 
@@ -243,3 +244,44 @@ def test_a_speaker_that_was_there_first_keeps_the_port(new_site):
         site.service.wait_state("t0", "up")
     finally:
         near_bird.close()
+
+
+@pytest.fixture
+def frr(site):
+    """FRR's zebra beside the service, at a place where the service looks for bfdd once the link
+    to it is made; bfdd is not started."""
+    if not has_control_socket():
+        pytest.skip("this FRR's bfdd has no control socket (10.2 and later)")
+    made = Frr(site.service.net)
+    yield made
+    made.close()
+
+
+def test_bfdd_takes_over_when_it_starts_and_gives_back_when_it_stays_away(site, frr):
+    os.symlink(frr.directory, os.path.join(site.service.root, "run", "frr"))
+    assert site.engine() == (True, "own engine (no bfdd of FRR runs here)")
+    frr.start_bfdd()
+    site.wait_engine(True, "FRR's bfdd")
+    wait_until(lambda: frr.states() == {"10.9.0.2": True}, 20, "bfdd's session")
+    site.service.wait_state("t0", "up")
+    follower = site.service.follow(["t0"])
+    frr.stop("bfdd")
+    follower.expect(("t0", "down"))
+    site.wait_engine(True, "own engine")
+    follower.expect(("t0", "up"))
+
+
+def test_a_bfdd_that_restarts_keeps_its_sessions(site, frr):
+    """The service does not take the port in between."""
+    os.symlink(frr.directory, os.path.join(site.service.root, "run", "frr"))
+    frr.start_bfdd()
+    site.wait_engine(True, "FRR's bfdd")
+    site.service.wait_state("t0", "up")
+    follower = site.service.follow(["t0"])
+    frr.kill("bfdd")
+    follower.expect(("t0", "down"))
+    site.wait_engine(False, "FRR's bfdd")
+    frr.start_bfdd()
+    follower.expect(("t0", "up"))
+    site.wait_engine(True, "FRR's bfdd")
+    assert frr.states() == {"10.9.0.2": True}
