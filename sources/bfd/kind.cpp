@@ -12,6 +12,7 @@
 #include "platform/status.h"
 #include "show/view.h"
 #include "sources/bfd/client.h"
+#include "sources/bfd/session_record.h"
 #include "sources/bfd/table.h"
 #include "sources/bfd/track.h"
 
@@ -92,6 +93,7 @@ constexpr start_step tables[] = {
      }},
 };
 constexpr start_step connections[] = {
+    {"BFD session data", [](const start_context&) { return ot_bfd_session_provider_register(); }},
     {"BFD thread", [](const start_context& c) { return ot_bfd_init(c.manager); }, ot_bfd_stop},
     {"BFD connection", wait_for_client},
 };

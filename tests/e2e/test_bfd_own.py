@@ -1,7 +1,8 @@
-"""BFD tracks on the service's own engine, with BIRD at the other end of every session."""
+"""BFD tracks on the service's own engine, with BIRD or FRR at the other end of every session."""
 
 import json
 import os
+import random
 import statistics
 import time
 
@@ -16,29 +17,64 @@ INTERVAL, MULTIPLIER = 50, 3
 DETECTION = INTERVAL * MULTIPLIER / 1000
 
 
-class Site:
-    """The service in one namespace, a BIRD in another, and links between the two: interface eN,
-    10.9.N.1 here and 10.9.N.2 there."""
+class FrrPeer:
+    """FRR at the other end; as a Bird."""
 
-    def __init__(self, service, links=1, interval=INTERVAL):
+    def __init__(self, net, neighbours, interval):
+        self._frr = Frr(net)
+        self._commands = ["configure terminal", "bfd"]
+        for address, interface in neighbours:
+            local = address[:-1] + "2"
+            self._commands += [f"peer {address} interface {interface} local-address {local}",
+                               f"receive-interval {interval}", f"transmit-interval {interval}",
+                               f"detect-multiplier {MULTIPLIER}", "exit"]
+
+    def start(self):
+        self._frr.start_bfdd()
+        self._frr.vtysh(*self._commands)
+
+    def stop(self):
+        self._frr.stop("bfdd")
+
+    def kill(self):
+        self._frr.kill("bfdd")
+
+    def bfd(self):
+        return {peer["peer"]: peer["status"].capitalize() for peer in self._frr.peers()}
+
+    def set_interval(self, interval):
+        self._frr.vtysh(*[command.replace(f"-interval {INTERVAL}", f"-interval {interval}")
+                          for command in self._commands])
+
+    def close(self):
+        self._frr.close()
+
+
+class Site:
+    """The service in one namespace, its neighbour in another, and links between the two: interface
+    eN, 10.9.N.1 here and 10.9.N.2 there."""
+
+    def __init__(self, service, links=1, interval=INTERVAL, peer="bird"):
         self.service = service
         self.links = range(links)
         self.interval = interval
-        self.bird = None
+        self.peer = None
         self.far = NetworkNamespace()
         try:
             for number in self.links:
                 self.plug(number)
-            self.bird = Bird(self.far, bfd_sessions(
-                [(f"10.9.{number}.1", f"e{number}") for number in self.links], interval,
-                MULTIPLIER))
-            self.bird.start()
+            neighbours = [(f"10.9.{number}.1", f"e{number}") for number in self.links]
+            if peer == "bird":
+                self.peer = Bird(self.far, bfd_sessions(neighbours, interval, MULTIPLIER))
+            else:
+                self.peer = FrrPeer(self.far, neighbours, interval)
+            self.peer.start()
         except BaseException:
             self.close()
             raise
 
     def close(self):
-        for part in (self.bird, self.far):
+        for part in (self.peer, self.far):
             if part is not None:
                 part.close()
 
@@ -78,9 +114,9 @@ class Site:
         wait_until(lambda: self.engine()[0] == connected and words in self.engine()[1], patience,
                    f"engine {words}")
 
-    def wait_bird(self, state, number=0):
-        wait_until(lambda: self.bird.bfd()[f"10.9.{number}.1"] == state,
-                   self.service.build.patience, f"BIRD's session {state}")
+    def wait_peer(self, state, number=0):
+        wait_until(lambda: self.peer.bfd()[f"10.9.{number}.1"] == state,
+                   self.service.build.patience, f"the neighbour's session {state}")
 
 
 @pytest.fixture
@@ -97,15 +133,15 @@ def new_site(new_service):
         site.close()
 
 
-@pytest.fixture
-def site(new_site):
+@pytest.fixture(params=["bird", "frr"])
+def site(new_site, request):
     """One link; its session is up, and so is the track t0."""
-    return new_site().up()
+    return new_site(peer=request.param).up()
 
 
 def test_a_session_that_comes_up_takes_its_track_up(site):
     assert site.engine() == (True, "own engine (no bfdd of FRR runs here)")
-    site.wait_bird("Up")
+    site.wait_peer("Up")
 
 
 def test_a_killed_peer_is_noticed_within_the_detection_time(site):
@@ -113,10 +149,10 @@ def test_a_killed_peer_is_noticed_within_the_detection_time(site):
     taken = []
     for _ in range(5):
         began = time.monotonic()
-        site.bird.kill()
+        site.peer.kill()
         follower.expect(("t0", "down"))
         taken.append(time.monotonic() - began)
-        site.bird.start()
+        site.peer.start()
         follower.expect(("t0", "up"))
     print("down after", [f"{1000 * seconds:.1f} ms" for seconds in taken])
     allowed = site.service.build.patience if site.service.build.sanitized else DETECTION + 0.05
@@ -181,13 +217,13 @@ def test_one_address_over_two_interfaces_that_are_not_there_is_two_sessions(new_
 def test_a_deleted_track_is_told_to_the_neighbour(site):
     began = time.monotonic()
     site.service.ctl("delete", "t0")
-    site.wait_bird("Down")
-    print(f"BIRD's session down {1000 * (time.monotonic() - began):.0f} ms after the command")
+    site.wait_peer("Down")
+    print(f"the neighbour's session down {1000 * (time.monotonic() - began):.0f} ms after the command")
 
 
 def test_a_clean_stop_is_told_to_the_neighbour(site):
     site.service.stop()
-    site.wait_bird("Down")
+    site.wait_peer("Down")
     site.service.start()
     site.service.wait_state("t0", "up")
 
@@ -196,20 +232,39 @@ def test_another_rate_takes_effect(site):
     site.service.ctl("set", "t0", "bfd", "10.9.0.2", "--interface", "e0", "--rate", "200",
                      "--debounce", "5")
     site.service.wait_state("t0", "up")
-    site.wait_bird("Up")
+    site.wait_peer("Up")
+
+
+def session_of(service, track):
+    """What the JSON of a BFD track tells of its session."""
+    [shown] = [shown for shown in service.tracks() if shown["name"] == track]
+    return shown["object"]["session"]
+
+
+def test_a_neighbour_that_changes_its_intervals_is_followed(new_site):
+    """By a poll sequence: the session stays up."""
+    site = new_site(peer="frr").up()
+    follower = site.service.follow(["t0"])
+    for interval in (200, 20):
+        site.peer.set_interval(interval)
+        wanted = max(interval, INTERVAL)
+        wait_until(lambda wanted=wanted: session_of(site.service, "t0")["detection_ms"] ==
+                   wanted * MULTIPLIER, 10, f"the detection time for {interval} ms")
+    follower.expect_nothing()
+    assert session_of(site.service, "t0")["ups"] == 1
 
 
 def test_no_neighbour_notices_a_crash(new_site):
     """A kill -9 and a restart within the detection time: BIRD's sessions stay up throughout."""
     site = new_site(50, interval=300).up()
     for number in site.links:
-        site.wait_bird("Up", number)
+        site.wait_peer("Up", number)
     for _ in range(3):
         site.service.crash()
         site.service.start()
         site.wait_all("up")
-    log = site.bird.log()
-    assert set(site.bird.bfd().values()) == {"Up"}
+    log = site.peer.log()
+    assert set(site.peer.bfd().values()) == {"Up"}
     assert "changed state from Up" not in log, log
 
 
@@ -285,3 +340,45 @@ def test_a_bfdd_that_restarts_keeps_its_sessions(site, frr):
     follower.expect(("t0", "up"))
     site.wait_engine(True, "FRR's bfdd")
     assert frr.states() == {"10.9.0.2": True}
+
+
+def agree(site, up):
+    """Whether both ends say of every session what its link says."""
+    wanted = {f"t{number}": "up" if up[number] else "down" for number in site.links}
+    here = {track["name"]: track["state"] for track in site.service.tracks()}
+    there = site.peer.bfd()
+    return here == wanted and all((there.get(f"10.9.{number}.1") == "Up") == up[number]
+                                  for number in site.links)
+
+
+@pytest.mark.parametrize("peer", ["bird", "frr"])
+def test_both_ends_agree_after_a_storm(new_site, build, peer):
+    """Links that fail on either side, a neighbour that dies, a service that crashes, at random.
+    OT_SECONDS makes it longer; the seed is printed."""
+    seconds = float(os.environ.get("OT_SECONDS", 15 if build.sanitized else 30))
+    seed = int(os.environ.get("OT_SEED", random.randrange(2**32)))
+    print(f"seed {seed}")
+    chance = random.Random(seed)
+    site = new_site(20, interval=100, peer=peer).up()
+    up = dict.fromkeys(site.links, True)
+    end = time.monotonic() + seconds
+    while time.monotonic() < end:
+        for number in chance.sample(list(site.links), chance.randrange(1, 6)):
+            up[number] = not up[number]
+            net = chance.choice([site.far, site.service.net]) if not up[number] else None
+            for each in [net] if net else [site.far, site.service.net]:
+                each.ip(f"link set e{number} {'up' if up[number] else 'down'}")
+                if up[number] and each is site.service.net:
+                    each.ip(f"addr replace 10.9.{number}.1/24 dev e{number}")
+        event = chance.random()
+        if event < 0.1:
+            site.peer.kill()
+            time.sleep(chance.uniform(0, 0.5))
+            site.peer.start()
+        elif event < 0.2:
+            site.service.crash()
+            site.service.start()
+        time.sleep(chance.uniform(0.02, 0.5))
+        if chance.random() < 0.2:
+            wait_until(lambda: agree(site, up), build.patience * 2, f"agreement (seed {seed})")
+    wait_until(lambda: agree(site, up), build.patience * 2, f"agreement (seed {seed})")

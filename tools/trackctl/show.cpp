@@ -8,6 +8,7 @@
 #include "platform/ledger_status.h"
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/configuration.h"
+#include "tools/trackctl/kinds/kinds.h"
 #include "tools/trackctl/names.h"
 #include "tools/trackctl/track.h"
 
@@ -33,6 +34,10 @@ void show_json(const std::string& track) {
   const auto to_json = [&extras](const track_info__& record) {
     const auto found = extras.find(record.TrackeName.view());
     auto shown = track_to_json(record, found == extras.end() ? track_extras{} : found->second);
+    const track_kind* const kind = find_track_kind(record.Type);
+    if (kind != nullptr && kind->live != nullptr) {
+      shown["object"].update(kind->live(std::string(record.TrackeName.view())));
+    }
     flag_missing_members(shown, [&extras](std::string_view name) {
       const auto member = extras.find(name);
       return member != extras.end() && member->second.configured;

@@ -15,7 +15,10 @@
 //                 interface: interface
 //                 route: prefix, mask (dotted), vrf, next_hop (null when there is none)
 //                 probe: operation, return_code, rtt_ms
-//                 bfd: interface, destination, rate, debounce
+//                 bfd: interface, destination, rate, debounce, session: {"state", "diagnostic",
+//                 "remote_state", "remote_diagnostic", "transmit_ms", "receive_ms",
+//                 "detection_ms", "packets_in", "packets_out", "ups", "downs", "of_another",
+//                 "followed_by", "problem"}
 //   members     of a list: [{"name", "state": "up" or "down", then "not" or "weight", "missing":
 //               true when no track of that name is configured}]
 //   limits      null, or {"up", "down"} of a threshold list

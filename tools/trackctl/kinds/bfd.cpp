@@ -3,12 +3,16 @@
 #include <arpa/inet.h>
 
 #include <cstdio>
+#include <iterator>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 
 #include "platform/bfd_client.h"
+#include "platform/ledger_status.h"
+#include "sources/bfd/session_record.h"
 #include "tools/trackctl/command.h"
+#include "tools/trackctl/configuration.h"
 #include "tools/trackctl/kinds/kinds.h"
 #include "tools/trackctl/names.h"
 #include "tools/trackctl/track.h"
@@ -81,9 +85,8 @@ void check_others(const std::string& track, const CLI::App& app) {
   const std::uint32_t peer = parse_peer(app["ADDRESS"]->as<std::string>());
   read_track_records([&](const track_info__& record) {
     const bfdprb_track_info__& bfd = record.TrackTypeInfo.BFDTracks;
-    if (record.Type == track_type::bfd &&
-        record.TrackeName.view() != track && bfd.InterfaceName.view() == interface &&
-        bfd.DestinationAddress == peer) {
+    if (record.Type == track_type::bfd && record.TrackeName.view() != track &&
+        bfd.InterfaceName.view() == interface && bfd.DestinationAddress == peer) {
       throw failure(exit_refused,
                     "track \"" + std::string(record.TrackeName.view()) +
                         "\" has this session already, and of several tracks on one session only "
@@ -103,6 +106,62 @@ nlohmann::ordered_json object(const track_type_info& info) {
           {"debounce", bfd.DebounceCount}};
 }
 
+const char* state_word(std::uint32_t state) noexcept {
+  constexpr const char* words[] = {"admin-down", "down", "init", "up"};
+  return state < std::size(words) ? words[state] : "unknown";
+}
+
+const char* diagnostic_text(std::uint32_t diagnostic) noexcept {
+  constexpr const char* texts[] = {"none",
+                                   "control detection time expired",
+                                   "echo function failed",
+                                   "neighbor signaled session down",
+                                   "forwarding plane reset",
+                                   "path down",
+                                   "concatenated path down",
+                                   "administratively down",
+                                   "reverse concatenated path down"};
+  return diagnostic < std::size(texts) ? texts[diagnostic] : "unknown";
+}
+
+nlohmann::ordered_json milliseconds(std::uint32_t usec) {
+  return usec == 0 ? nlohmann::ordered_json(nullptr) : nlohmann::ordered_json(usec / 1000.0);
+}
+
+nlohmann::ordered_json session_json(const bfd_session_info__& session) {
+  const std::string problem{session.Problem.view()};
+  return {{"state", state_word(session.State)},
+          {"diagnostic", diagnostic_text(session.Diagnostic)},
+          {"remote_state", state_word(session.RemoteState)},
+          {"remote_diagnostic", diagnostic_text(session.RemoteDiagnostic)},
+          {"transmit_ms", milliseconds(session.TransmitInterval)},
+          {"receive_ms", milliseconds(session.ReceiveInterval)},
+          {"detection_ms", milliseconds(session.DetectionTime)},
+          {"packets_in", session.PacketsIn},
+          {"packets_out", session.PacketsOut},
+          {"ups", session.Ups},
+          {"downs", session.Downs},
+          {"of_another", session.OfAnother},
+          {"followed_by", session.FollowedBy.view()},
+          {"problem",
+           problem.empty() ? nlohmann::ordered_json(nullptr) : nlohmann::ordered_json(problem)}};
+}
+
+// Null when the track has gone meanwhile.
+nlohmann::ordered_json live(const std::string& track) {
+  check_code("preparing the operational records", ot_bfd_session_record_register());
+  const ledger_connection connection(records_root);
+  ledger_value value;
+  const int code = ledger_item_get(connection.get(), ("bfd_session/" + track).c_str(), &value);
+  if (code == ledger_no_data) {
+    return {{"session", nullptr}};
+  }
+  check_code("reading the session of track \"" + track + "\"", code);
+  bfd_session_info__ session;
+  check_code("decoding a session", brec_decode(bfd_session_info___brec, value.bytes(), &session));
+  return {{"session", session_json(session)}};
+}
+
 }  // namespace
 
 // The service makes such a track only where none is, and looks at nothing but the address.
@@ -118,6 +177,7 @@ constinit const track_kind bfd_kind{
     .define = define,
     .check = check_others,
     .object = object,
+    .live = live,
     .service = {"bfd", "BFD engine", "sessions that are not run"}};
 
 }  // namespace ot::trackctl

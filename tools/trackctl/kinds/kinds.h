@@ -44,6 +44,8 @@ struct track_kind {
   void (*check)(const std::string& track, const CLI::App& app) = nullptr;
   // JSON of what is followed; null for lists.
   nlohmann::ordered_json (*object)(const track_type_info& info) = nullptr;
+  // Further members of that JSON, which the service has besides the record. Null: none.
+  nlohmann::ordered_json (*live)(const std::string& track) = nullptr;
   // Whether a track that is not up has no result to go by yet; null where that cannot be.
   bool (*awaits_result)(const track_type_info& info) = nullptr;
   needed_service service = {};  // without a word for lists
