@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "platform/linux/bfd/frr_control/engine.h"
+#include "platform/linux/bfd/frr_vty/engine.h"
 #include "platform/linux/bfd/own/engine.h"
 #include "platform/linux/monotonic.h"
 #include "platform/status.h"
@@ -36,6 +37,7 @@ std::unique_ptr<engine> make_engine(engine::owner& owner, const engine_choice& c
     case engine_kind::frr_control:
       return std::make_unique<control_engine>(owner, choice.path, this_process_labels());
     case engine_kind::frr_vty:
+      return std::make_unique<vty_engine>(owner, choice.path);
     case engine_kind::own:
       break;
   }
