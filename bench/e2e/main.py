@@ -12,6 +12,7 @@ SOURCE = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(SOURCE / "tests" / "e2e"))
 
 # pylint: disable=wrong-import-position
+import bfd
 import measurements
 import micro
 import probes
@@ -30,7 +31,7 @@ def machine():
 
 
 def main():
-    steps = {**measurements.STEPS, **route_measurements.STEPS, **probes.STEPS, **worst.STEPS,
+    steps = {**measurements.STEPS, **route_measurements.STEPS, **probes.STEPS, **bfd.STEPS, **worst.STEPS,
              **micro.STEPS}
     parser = argparse.ArgumentParser(prog="bench/run", description=__doc__)
     parser.add_argument("steps", nargs="*", metavar="STEP",

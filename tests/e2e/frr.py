@@ -73,8 +73,7 @@ class Frr:
         with open(self._path("routes"), "w", encoding="ascii") as routes:
             routes.writelines(f"ip route {prefix} {gateway}\n"
                               for prefix, gateway in gateways.items())
-        subprocess.run(["vtysh", "--vty_socket", self.directory, "-f", self._path("routes")],
-                       check=True, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
+        self.run_file(self._path("routes"))
 
     def start_bfdd(self):
         """Returns when its control socket and its shell take connections."""
@@ -96,6 +95,14 @@ class Frr:
         words = [word for command in commands for word in ("-c", command)]
         return subprocess.run(["vtysh", "--vty_socket", self.directory, *words], check=True,
                               stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True).stdout
+
+    def run_file(self, path):
+        """Runs the commands of a file, as configuration."""
+        subprocess.run(["vtysh", "--vty_socket", self.directory, "-f", path], check=True,
+                       stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
+
+    def pid(self, name):
+        return self._processes[name].pid
 
     def peers(self):
         """bfdd's own view: a list of objects."""

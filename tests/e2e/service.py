@@ -15,7 +15,8 @@ from waiting import wait_until
 
 
 class Service:
-    def __init__(self, build, output=Terminal, folder=None):
+    def __init__(self, build, output=Terminal, folder=None, net=None):
+        """`net`: a namespace of the caller's; else it gets one of its own."""
         self.build = build
         self._output = output
         # Short, since socket paths below it are limited to 107 bytes.
@@ -24,7 +25,8 @@ class Service:
         self.daemon = None
         self._followers = []
         try:
-            self.net = NetworkNamespace()
+            self._own_net = NetworkNamespace() if net is None else None
+            self.net = net or self._own_net
         except subprocess.CalledProcessError:
             shutil.rmtree(self.root)
             raise
@@ -55,7 +57,8 @@ class Service:
         finally:
             if self.daemon is not None and self.daemon.running:
                 self.daemon.kill()
-            self.net.close()
+            if self._own_net is not None:
+                self._own_net.close()
             shutil.rmtree(self.root)
 
     def _close_followers(self):

@@ -37,10 +37,6 @@ session::session(const agreed_session& agreed, const session_timing& timing, std
   announce(wanted(), now);
 }
 
-agreed_session session::agreed() const noexcept {
-  return {discriminator_, in_force_.tx, in_force_.rx, remote_};
-}
-
 session::intervals session::wanted() const noexcept {
   const bool up = state_ == session_state::up;
   return {up ? timing_.desired_min_tx : std::max(timing_.desired_min_tx, slow_interval),
@@ -53,10 +49,6 @@ std::uint64_t session::transmit_interval() const noexcept {
 
 std::uint64_t session::receive_interval() const noexcept {
   return remote_.detect_multiplier == 0 ? 0 : std::max(in_force_.rx, remote_.desired_min_tx);
-}
-
-std::uint64_t session::detection_time() const noexcept {
-  return remote_.detect_multiplier * receive_interval();
 }
 
 // --- Events --------------------------------------------------------------------------------------
@@ -183,7 +175,8 @@ void session::take_final(std::uint64_t now) noexcept {
 
 // --- Packets -------------------------------------------------------------------------------------
 
-std::optional<control_packet> session::next_packet(std::uint64_t now) noexcept {
+std::optional<control_packet> session::next_packet(std::uint64_t now,
+                                                   std::uint64_t early) noexcept {
   if (silent_from_ && now >= *silent_from_) {
     return std::nullopt;
   }
@@ -191,7 +184,7 @@ std::optional<control_packet> session::next_packet(std::uint64_t now) noexcept {
     final_due_ = false;
     return packet(true);
   }
-  if (!sends_periodically() || (!news_due_ && now < next_send_)) {
+  if (!sends_periodically() || (!news_due_ && now + early < next_send_)) {
     return std::nullopt;
   }
   news_due_ = false;
@@ -232,9 +225,10 @@ void session::reschedule(std::uint64_t now) noexcept {
 // 75 to 100 percent; at most 90 where a single packet that is late ends the session.
 std::uint64_t session::spread(std::uint64_t interval) const noexcept {
   constexpr std::uint64_t steps = 1024;
-  const std::uint64_t percent = timing_.detect_multiplier == 1 ? 15 : 25;
+  const std::uint64_t longest = interval * (timing_.detect_multiplier == 1 ? 90 : 100) / 100;
+  const std::uint64_t shortest = std::min(interval * 75 / 100 + most_early, longest);
   const std::uint64_t step = random_(random_context_) % (steps + 1);
-  return interval * 75 / 100 + interval * percent * step / (100 * steps);
+  return shortest + (longest - shortest) * step / steps;
 }
 
 control_packet session::packet(bool final) const noexcept {

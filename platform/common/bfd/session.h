@@ -14,6 +14,10 @@
 
 namespace ot::bfd {
 
+// Packets may go out so much before their time, for those of many sessions to go out together; what
+// their spreading leaves is as long as it has to be all the same.
+inline constexpr std::uint64_t most_early = 1000;
+
 class session {
  public:
   using random_number = std::uint32_t (*)(void* context);
@@ -26,14 +30,17 @@ class session {
   session(const agreed_session& agreed, const session_timing& timing, std::uint64_t now,
           random_number random, void* context) noexcept;
   // What to go on with; while the session is up.
-  [[nodiscard]] agreed_session agreed() const noexcept;
+  [[nodiscard]] agreed_session agreed() const noexcept {
+    return {discriminator_, in_force_.tx, in_force_.rx, remote_};
+  }
 
   // A packet that read_control_packet() accepted and that is for this session.
   void received(const control_packet& packet, std::uint64_t now) noexcept;
   // Does what is due: the neighbor that was not heard in time.
   void run(std::uint64_t now) noexcept;
-  // The next packet that is due, to be sent at once; none when there is none.
-  std::optional<control_packet> next_packet(std::uint64_t now) noexcept;
+  // The next packet that is due, or would be within `early`, to be sent at once; none when there is
+  // none. `early` is at most `most_early`.
+  std::optional<control_packet> next_packet(std::uint64_t now, std::uint64_t early = 0) noexcept;
   // When run() and next_packet() have something to do; none before another event.
   [[nodiscard]] std::optional<std::uint64_t> next_due() const noexcept;
 
@@ -59,7 +66,9 @@ class session {
   // Between two packets of the neighbor's, at most; 0 while it was never heard.
   [[nodiscard]] std::uint64_t receive_interval() const noexcept;
   // How long the neighbor may be silent; 0 while it was never heard.
-  [[nodiscard]] std::uint64_t detection_time() const noexcept;
+  [[nodiscard]] std::uint64_t detection_time() const noexcept {
+    return remote_.detect_multiplier * receive_interval();
+  }
 
  private:
   struct intervals {

@@ -38,6 +38,7 @@ spoken_session& speaker::add(const session_timing& timing, const agreed_session*
   added.scheduled = never;
   const auto due = deadlines_.emplace(never, &added).first;
   try {
+    running_.reserve(sessions_.size() + 1);  // run() cannot fail
     sessions_.emplace(added.machine.discriminator(), std::move(begun));
   } catch (...) {
     deadlines_.erase(due);
@@ -72,7 +73,7 @@ void speaker::act(spoken_session& session, std::uint64_t now, Action action) noe
 
 void speaker::send_due(spoken_session& session, std::uint64_t now) noexcept {
   while (session.path) {
-    const std::optional<control_packet> packet = session.machine.next_packet(now);
+    const std::optional<control_packet> packet = session.machine.next_packet(now, most_early);
     if (!packet) {
       return;
     }
@@ -208,13 +209,17 @@ void speaker::received(std::span<const std::byte> datagram, const packet_arrival
 }
 
 void speaker::run(std::uint64_t now) noexcept {
-  while (!deadlines_.empty() && deadlines_.begin()->first <= now) {
-    spoken_session& session = *deadlines_.begin()->second;
-    if (session.leaving && session.machine.silent_from().value_or(never) <= now) {
-      erase(session);
-      continue;
+  running_.clear();
+  for (auto next = deadlines_.begin(); next != deadlines_.end() && next->first <= now + most_early;
+       ++next) {
+    running_.push_back(next->second);
+  }
+  for (spoken_session* session : running_) {
+    if (session->leaving && session->machine.silent_from().value_or(never) <= now) {
+      erase(*session);
+    } else {
+      act(*session, now, [&] { session->machine.run(now); });
     }
-    act(session, now, [&] { session.machine.run(now); });
   }
 }
 

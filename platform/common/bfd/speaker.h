@@ -15,6 +15,7 @@
 #include <span>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "platform/common/bfd/packet.h"
 #include "platform/common/bfd/session.h"
@@ -97,7 +98,8 @@ class speaker {
 
   void received(std::span<const std::byte> datagram, const packet_arrival& arrival,
                 std::uint64_t now) noexcept;
-  // Does what is due. Packets that have come by `now` are to be handed in before.
+  // Does what is due, and sends what would be within `most_early`. Packets that have come by `now`
+  // are to be handed in before.
   void run(std::uint64_t now) noexcept;
   // When there is something to do; none before another event.
   [[nodiscard]] std::optional<std::uint64_t> next_due() const noexcept;
@@ -125,6 +127,7 @@ class speaker {
   std::unordered_map<std::uint32_t, std::unique_ptr<spoken_session>> sessions_;  // by discriminator
   std::map<place_key, spoken_session*> places_;
   std::set<deadline> deadlines_;
+  std::vector<spoken_session*> running_;  // during run()
   discarded_packets discarded_;
 };
 

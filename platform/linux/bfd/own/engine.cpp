@@ -109,6 +109,7 @@ void own_engine::look_at_port() noexcept {
     socket_.close();
     return;
   }
+  wakes_ = true;
   saved_.keep_source_port(socket_.source_port());
   stood_down_.clear();
   find_paths();
@@ -166,10 +167,21 @@ void own_engine::serve(std::uint64_t now) noexcept {
     stamped_ = now;
     saved_.stamp();
   }
-  if (const std::optional<std::uint64_t> next = speaker_.next_due()) {
+  const std::optional<std::uint64_t> next = speaker_.next_due();
+  if (next) {
     due_.start(*next > now ? *next - now : 0);
   } else {
     due_.stop();
+  }
+  wake_for_packets(!next || *next > now + most_early);
+}
+
+// With so many sessions that one is always due soon, what has come is read then: a wake-up for each
+// packet would cost more than all else.
+void own_engine::wake_for_packets(bool wake) noexcept {
+  if (wake != wakes_ && readable_ != nullptr) {
+    wakes_ = wake;
+    sd_event_source_set_enabled(readable_, wake ? SD_EVENT_ON : SD_EVENT_OFF);
   }
 }
 

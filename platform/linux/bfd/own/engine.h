@@ -71,6 +71,7 @@ class own_engine final : public engine, private speaker::owner {
   void stand_down(const std::string& why) noexcept;
   void receive() noexcept;
   void serve(std::uint64_t now) noexcept;
+  void wake_for_packets(bool wake) noexcept;
   void add_new(const session_config& session);
   void begin(held_session& session);
   const agreed_session* left_of(const session_config& config, const neighbor_path& path) noexcept;
@@ -93,6 +94,7 @@ class own_engine final : public engine, private speaker::owner {
   std::vector<saved_session> left_;  // by an earlier process
   std::uint64_t left_until_ = 0;
   std::uint64_t stamped_ = 0;
+  bool wakes_ = true;       // when a packet comes
   bool open_ = false;       // links and timers, and the port unless it is another's
   std::string stood_down_;  // why the port is not ours; empty: it is
 };

@@ -1,0 +1,148 @@
+"""BFD at 50 ms x 3, our own engine and FRR's bfdd side by side in one run, each against a bfdd of its
+own at the other end: what 500 sessions cost, whether any falls, and how soon a dead neighbour is
+noticed.
+
+All sessions share a veth; each has a subnet of its own on it.
+"""
+
+import json
+import os
+import time
+
+import ledger
+import process_costs
+from frr import Frr
+from netns import NetworkNamespace
+from output import File
+from service import Service
+from table import row
+from waiting import wait_until
+
+COUNT = int(os.environ.get("OT_BFD_SESSIONS", 500))
+SECONDS = float(os.environ.get("OT_BFD_SECONDS", 30))
+INTERVAL, MULTIPLIER = 50, 3
+
+
+def addresses(number):
+    """Of session `number`: this end's and the other's."""
+    return f"10.{number // 64}.{number % 64 * 4}.1", f"10.{number // 64}.{number % 64 * 4}.2"
+
+
+def connect(near, far, count):
+    near.ip(f"link add e0 type veth peer name e0 netns {far.name}")
+    near.ip_batch([f"addr add {addresses(n)[0]}/30 dev e0" for n in range(count)] +
+                  ["link set e0 up"])
+    far.ip_batch([f"addr add {addresses(n)[1]}/30 dev e0" for n in range(count)] +
+                 ["link set e0 up"])
+
+
+def bfdd(net, count, local, remote):
+    """A bfdd with all sessions. `local`, `remote`: which of addresses()."""
+    made = Frr(net)
+    made.start_bfdd()
+    with open(f"{made.directory}/sessions", "w", encoding="ascii") as config:
+        config.write("bfd\n")
+        for number in range(count):
+            ends = addresses(number)
+            config.write(f" peer {ends[remote]} interface e0 local-address {ends[local]}\n"
+                         f"  receive-interval {INTERVAL}\n  transmit-interval {INTERVAL}\n"
+                         f"  detect-multiplier {MULTIPLIER}\n exit\n !\n")
+    made.run_file(f"{made.directory}/sessions")
+    return made
+
+
+class Ours:
+    """The service with its own engine, and a track for each session."""
+
+    def __init__(self, build, net, count):
+        self.service = Service(build, File, net=net)
+        self.service.start()
+        items = [[f"set u32 /cfg/gl/object_tracking/track/t{n:04}/a 1",
+                  f"set tuple /cfg/gl/object_tracking/track/t{n:04}/type/bfdprb/0x9/rate/"
+                  f"0x{INTERVAL:x}/debounce_count/0x{MULTIPLIER:x}/Interface/e0/destaddress "
+                  f"{addresses(n)[1]}"] for n in range(count)]
+        answers = ledger.commit(build, self.service.root, items)
+        assert set(answers) == {"0x00000000"}, answers[0]
+        self.pid = self.service.daemon.pid
+
+    def ups(self):
+        return sum(track["state"] == "up" for track in self.service.tracks())
+
+    def downs(self):
+        return sum(track["object"]["session"]["downs"] for track in self.service.tracks())
+
+    def close(self):
+        self.service.close()
+
+
+class Theirs:
+    """bfdd with the same sessions."""
+
+    def __init__(self, build, net, count):
+        del build
+        self._frr = bfdd(net, count, 0, 1)
+        self.pid = self._frr.pid("bfdd")
+
+    def ups(self):
+        return sum(self._frr.states().values())
+
+    def downs(self):
+        counters = json.loads(self._frr.vtysh("show bfd peers counters json"))
+        return sum(peer["session-down"] for peer in counters)
+
+    def close(self):
+        self._frr.close()
+
+
+class Bed:
+    """One of the two against a bfdd."""
+
+    def __init__(self, build, kind, count=COUNT):
+        self.parts = []
+        try:
+            self.far = NetworkNamespace()
+            self.parts.append(self.far)
+            near = NetworkNamespace()
+            self.parts.append(near)
+            connect(near, self.far, count)
+            self.peer = bfdd(self.far, count, 1, 0)
+            self.parts.append(self.peer)
+            self.near = kind(build, near, count)
+            self.parts.append(self.near)
+            wait_until(lambda: self.near.ups() == count, 60, "all sessions up")
+        except BaseException:
+            self.close()
+            raise
+
+    def cpu(self):
+        """Nanoseconds a packet's worth of time, and sessions that fell."""
+        before, fallen = process_costs.cpu_ns(self.near.pid), self.near.downs()
+        began = time.monotonic()
+        time.sleep(SECONDS)
+        passed = time.monotonic() - began
+        used = (process_costs.cpu_ns(self.near.pid) - before) / 1e9
+        return 100 * used / passed, self.near.downs() - fallen
+
+    def close(self):
+        for part in reversed(self.parts):
+            part.close()
+
+
+def bfd(build):
+    rows = []
+    used = {}
+    for name, kind in (("own engine", Ours), ("bfdd", Theirs)):
+        bed = Bed(build, kind)
+        try:
+            used[name], fallen = bed.cpu()
+        finally:
+            bed.close()
+        rows += [row(f"{COUNT} BFD sessions at 50 ms x 3, {name}: CPU of one processor", used[name],
+                     "%"),
+                 row(f"{COUNT} BFD sessions at 50 ms x 3, {name}: sessions that fell in "
+                     f"{SECONDS:.0f} s", fallen, "", 0 if kind is Ours else None)]
+    rows.append(row("own engine's CPU to bfdd's", used["own engine"] / used["bfdd"], "", 0.5))
+    return rows
+
+
+STEPS = {"bfd": bfd}
