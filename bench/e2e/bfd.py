@@ -7,10 +7,14 @@ All sessions share a veth; each has a subnet of its own on it.
 
 import json
 import os
+import random
+import statistics
+import subprocess
 import time
 
 import ledger
 import process_costs
+from bird import Bird, bfd_sessions
 from frr import Frr
 from netns import NetworkNamespace
 from output import File
@@ -21,6 +25,7 @@ from waiting import wait_until
 COUNT = int(os.environ.get("OT_BFD_SESSIONS", 500))
 SECONDS = float(os.environ.get("OT_BFD_SECONDS", 30))
 INTERVAL, MULTIPLIER = 50, 3
+DEATHS = 25
 
 
 def addresses(number):
@@ -145,4 +150,67 @@ def bfd(build):
     return rows
 
 
-STEPS = {"bfd": bfd}
+class Unprivileged:
+    """A build whose service cannot give its thread a priority."""
+
+    def __init__(self, build):
+        self._build = build
+
+    def __getattr__(self, name):
+        return getattr(self._build, name)
+
+    def command(self, program):
+        return ["setpriv", "--bounding-set", "-sys_nice", *self._build.command(program)]
+
+
+def deaths(build, own, realtime):
+    """Milliseconds from the death of the neighbour, a BIRD, to the event of a track."""
+    service = Service(build if realtime else Unprivileged(build), File)
+    parts = [service]
+    try:
+        far = NetworkNamespace()
+        parts.append(far)
+        connect(service.net, far, 1)
+        neighbour = Bird(far, bfd_sessions([(addresses(0)[0], "e0")], INTERVAL, MULTIPLIER))
+        parts.append(neighbour)
+        if not own:
+            engine = Frr(service.net)
+            parts.append(engine)
+            engine.start_bfdd()
+            os.makedirs(f"{service.root}/run", exist_ok=True)
+            os.symlink(engine.directory, f"{service.root}/run/frr")
+            if realtime:
+                subprocess.run(["chrt", "-r", "-p", "10", str(engine.pid("bfdd"))], check=True)
+        service.start()
+        follower = service.follow(["t"])
+        service.ctl("set", "t", "bfd", addresses(0)[1], "--interface", "e0", "--rate",
+                    str(INTERVAL), "--debounce", str(MULTIPLIER))
+        taken = []
+        for _ in range(DEATHS):
+            neighbour.start()
+            follower.expect(("t", "up"))
+            time.sleep(random.uniform(0.2, 0.4))  # at any moment between two packets
+            began = time.monotonic()
+            neighbour.kill()
+            follower.expect(("t", "down"))
+            taken.append(1000 * (time.monotonic() - began))
+    finally:
+        for part in reversed(parts):
+            part.close()
+    return taken
+
+
+def bfd_deaths(build):
+    rows = []
+    for realtime in (False, True):
+        for own in (True, False):
+            taken = deaths(build, own, realtime)
+            what = (f"BFD neighbour dead (50 ms x 3) -> event, "
+                    f"{'own engine' if own else 'bfdd'}, "
+                    f"{'real-time' if realtime else 'normal'} priority")
+            rows += [row(f"{what}, median of {DEATHS}", statistics.median(taken), "ms"),
+                     row(f"{what}, worst", max(taken), "ms")]
+    return rows
+
+
+STEPS = {"bfd": bfd, "bfd_deaths": bfd_deaths}

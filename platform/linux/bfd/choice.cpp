@@ -24,7 +24,9 @@ std::vector<engine_choice> frr_sockets() {
     return {{vty ? engine_kind::frr_vty : engine_kind::frr_control, chosen}};
   }
   return {{engine_kind::frr_control, root_path("/run/frr/bfdd.sock")},
-          {engine_kind::frr_control, root_path("/var/run/frr/bfdd.sock")}};
+          {engine_kind::frr_control, root_path("/var/run/frr/bfdd.sock")},
+          {engine_kind::frr_vty, root_path("/run/frr/bfdd.vty")},
+          {engine_kind::frr_vty, root_path("/var/run/frr/bfdd.vty")}};
 }
 
 // A socket whose queue of connections is full is one that somebody listens on, if not now.

@@ -22,6 +22,8 @@ constexpr std::uint32_t session_down = 1;
 // A socket has its name before anybody listens on it: so the looks after something has appeared.
 constexpr std::uint64_t looks_usec[] = {50'000, 200'000, 1'000'000, 4'000'000};
 
+constexpr std::uint64_t vty_alone_usec = 1'000'000;
+
 bool is_up(const bfdc_session_status& status) noexcept {
   return status.state == bfd_state_up;
 }
@@ -82,17 +84,23 @@ void session_keeper::appeared(void* self) noexcept {
   look(keeper);
 }
 
-// The present engine's own attempts tell whether it is there. Only when it has been away for long
-// it is asked for too: one that listens and does not answer has the port, and is waited for.
-std::optional<engine_choice> session_keeper::look_for_frr(std::vector<engine_choice> sockets) {
+// While bfdd runs, or may come back, its engine's own attempts tell whether it is there. One that
+// listens and does not answer has the port, and is waited for.
+std::optional<engine_choice> session_keeper::look_for_frr(
+    const std::vector<engine_choice>& sockets) {
+  const std::uint64_t now = monotonic_us();
   const bool is_frr = choice_ && choice_->kind != engine_kind::own;
-  if (is_frr && !away_since_) {
+  if (is_frr && (!away_since_ || now - *away_since_ < frr_return_usec)) {
     return choice_;
   }
-  if (is_frr && monotonic_us() - *away_since_ < frr_return_usec) {
-    std::erase(sockets, *choice_);
+  const std::optional<engine_choice> found = listening(sockets);
+  if (!found || found->kind != engine_kind::frr_vty) {
+    vty_alone_since_.reset();
+    return found;
   }
-  return listening(sockets);
+  // A bfdd that is just starting may have its vty socket before its control socket.
+  vty_alone_since_ = vty_alone_since_.value_or(now);
+  return choice_ && now - *vty_alone_since_ < vty_alone_usec ? std::nullopt : found;
 }
 
 void session_keeper::look_around() {
@@ -115,7 +123,8 @@ void session_keeper::look_around() {
   if (looks_ < std::size(looks_usec)) {
     look_.start(looks_usec[looks_++]);
   } else if (away_since_ && choice_->kind != engine_kind::own) {
-    look_.start(frr_return_usec);
+    const std::uint64_t away = now.away_usec.value_or(0);
+    look_.start(away < frr_return_usec ? frr_return_usec - away : frr_return_usec);
   }
 }
 

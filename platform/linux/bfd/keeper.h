@@ -54,7 +54,7 @@ class session_keeper final : private engine::owner {
   void engine_changed() noexcept override;
 
   void look_around();
-  std::optional<engine_choice> look_for_frr(std::vector<engine_choice> sockets);
+  std::optional<engine_choice> look_for_frr(const std::vector<engine_choice>& sockets);
   void use(const engine_choice& choice);
   wanted& enter(const client_key& key, const session_config& config);
   void drop(const client_key& key) noexcept;
@@ -71,7 +71,8 @@ class session_keeper final : private engine::owner {
   std::optional<std::uint64_t> away_since_;  // the engine does not run
   socket_watch watch_{appeared, this};
   loop_timer look_{look, this};
-  std::size_t looks_ = 0;  // since something appeared
+  std::size_t looks_ = 0;                         // since something appeared
+  std::optional<std::uint64_t> vty_alone_since_;  // of bfdd's sockets
   std::unique_ptr<engine> engine_;
 };
 
