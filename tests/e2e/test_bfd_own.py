@@ -275,6 +275,8 @@ def test_another_speaker_gets_the_port_and_leaves_it(site):
         near_bird.start()
         follower.expect(("t0", "down"))
         site.wait_engine(False, "has UDP port 3784")
+        wait_until(lambda: "OT-SERVICES-5-BFD: BFD sessions are not run by own engine: user " in
+                   site.service.daemon.output(), 10, "a line of the log")
         # Between the two routing daemons nothing disturbs.
         wait_until(lambda: near_bird.bfd()["10.9.0.2"] == "Up", 10, "the other's session")
         near_bird.stop()

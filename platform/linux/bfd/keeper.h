@@ -56,6 +56,7 @@ class session_keeper final : private engine::owner {
   void look_around();
   std::optional<engine_choice> look_for_frr(const std::vector<engine_choice>& sockets);
   void use(const engine_choice& choice);
+  void log_engine() noexcept;
   wanted& enter(const client_key& key, const session_config& config);
   void drop(const client_key& key) noexcept;
   void take_status(wanted& session, const bfdc_session_status& now) noexcept;
@@ -73,6 +74,7 @@ class session_keeper final : private engine::owner {
   loop_timer look_{look, this};
   std::size_t looks_ = 0;                         // since something appeared
   std::optional<std::uint64_t> vty_alone_since_;  // of bfdd's sockets
+  bfdc_engine_status logged_;
   std::unique_ptr<engine> engine_;
 };
 

@@ -1,6 +1,7 @@
 // The engine on bfdd's vty socket and a bfdd that misbehaves: the engine leaves it, stays what it
 // is, and works with the next one.
 #include <fcntl.h>
+#include <iterator>
 
 #include <filesystem>
 #include <string>

@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include <cstring>
+#include <utility>
 
 namespace ot::bfd {
 namespace {
