@@ -1,7 +1,7 @@
 // The front-end entry: the executable called with arguments. It serves "show ..." and ends the
 // process with 1 when the trace flags cannot be set up.
 
-#include "core/start/main.h"
+#include "platform/service.h"
 
 #include <cstdio>
 #include <cstring>

@@ -5,10 +5,10 @@
 #include <stdexcept>
 
 #include "core/debug.h"
-#include "core/start/main.h"
 #include "platform/event_manager.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
+#include "platform/service.h"
 #include "sources/bfd/client.h"
 #include "state/ledger_state.h"
 

@@ -4,8 +4,8 @@
 #include <array>
 #include <iostream>
 
-#include "core/start/main.h"
 #include "platform/ledger_status.h"
+#include "platform/service.h"
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/configuration.h"
 #include "tools/trackctl/kinds/kinds.h"

@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
-#include "core/start/main.h"
 #include "platform/event_manager.h"
 #include "platform/ledger/server/server.h"
+#include "platform/service.h"
 #include "sources/interface/track.h"
 #include "state/publication.h"
 

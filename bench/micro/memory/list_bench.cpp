@@ -10,12 +10,12 @@
 #include <vector>
 
 #include "config/delays.h"
-#include "core/start/main.h"
 #include "lists/boolean_list.h"
 #include "lists/threshold_list.h"
 #include "platform/event_manager.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
+#include "platform/service.h"
 #include "state/list_evaluation.h"
 #include "state/publication.h"
 

@@ -5,10 +5,10 @@
 #include <chrono>
 #include <cstdlib>
 
-#include "core/start/main.h"
 #include "platform/event_manager.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
+#include "platform/service.h"
 #include "sources/interface/track.h"
 #include "state/publication.h"
 

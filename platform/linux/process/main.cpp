@@ -99,12 +99,12 @@ int run_loop(evm* manager) {
   return status_ok;
 }
 
-// The states stay as published; only sockets and stores are closed. Other threads may still run, so
-// the process ends without tearing anything else down.
+// The states stay as published: nobody hears of what the service lets go at its end.
 [[noreturn]] void end_service(evm* manager, int loop_status) {
   sd_notify(0, "STOPPING=1");
   evm_flush(manager);
   event_publisher_close();
+  ot_stop();
   ledger_server_close();
   if (loop_status != status_ok) {
     refuse("the event loop failed", err_string(loop_status));

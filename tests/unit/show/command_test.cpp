@@ -3,9 +3,9 @@
 #include <cstdio>
 #include <iterator>
 
-#include "core/start/main.h"
 #include "platform/err_string.h"
 #include "platform/ledger_status.h"
+#include "platform/service.h"
 #include "show/show.h"
 #include "tests/unit/oper/records/tracks.h"
 #include "tests/unit/show/output.h"

@@ -1,8 +1,8 @@
 // The executable's own main, which serves the show command.
 #include <algorithm>
 
-#include "core/start/main.h"
 #include "platform/memory/controls.h"
+#include "platform/service.h"
 #include "tests/unit/service_fixture.h"
 #include "tests/unit/show/output.h"
 

@@ -1,5 +1,5 @@
 // The start-up: its order, what it makes of failures, and the connection to the interface manager.
-#include "core/start/main.h"
+#include "platform/service.h"
 
 #include "core/connections.h"
 #include "core/debug.h"
