@@ -1,5 +1,5 @@
-"""FRR's zebra, bfdd and staticd in a network namespace, from the distribution's package but with everything
-they write in a directory of their own."""
+"""FRR's zebra, bfdd and staticd in a network namespace, with everything they write in a directory of their
+own."""
 
 import glob
 import json
@@ -10,37 +10,43 @@ import socket
 import subprocess
 import tempfile
 
+from frr_release import MACHINE, PROGRAMS
 from waiting import wait_until
 
-PROGRAMS = "/usr/lib/frr"
 PATIENCE = 10
 
 
 def has_control_socket():
-    """Whether this bfdd has the socket that the service drives it by."""
-    assert os.path.exists(f"{PROGRAMS}/bfdd"), "the package frr is not installed"
-    options = subprocess.run([f"{PROGRAMS}/bfdd", "--help"], stdin=subprocess.DEVNULL,
-                             stdout=subprocess.PIPE, text=True).stdout
-    return "--bfdctl" in options
+    """Whether this machine's bfdd has the socket that is older than the shell's."""
+    return MACHINE.has_control_socket()
 
 
 def listens(path):
-    with socket.socket(socket.AF_UNIX) as client:
-        try:
-            client.connect(path)
-        except OSError:
-            return False
+    folder = os.open(os.path.dirname(path), os.O_PATH)  # the path may be longer than an address
+    try:
+        with socket.socket(socket.AF_UNIX) as client:
+            client.connect(f"/proc/self/fd/{folder}/{os.path.basename(path)}")
+    except OSError:
+        return False
+    finally:
+        os.close(folder)
     return True
 
 
 class Frr:
-    def __init__(self, net):
+    def __init__(self, net, release=MACHINE):
         self._net = net
+        self._release = release
         self._processes = {}
         self._pids = []
-        # The daemons run as their own user and make their sockets here.
-        self.directory = tempfile.mkdtemp(prefix="frr-")
-        shutil.chown(self.directory, "frr", "frr")
+        # The daemons run as their own user and make their sockets here. Releases with mgmtd have
+        # some that only a name space of theirs sets apart, which is a folder of this one.
+        runs = "/run/frr" if release.has("mgmtd") else "/tmp"
+        os.makedirs(release.outside(runs), exist_ok=True)
+        self.directory = tempfile.mkdtemp(prefix="frr-", dir=release.outside(runs))
+        self._inside = os.path.join(runs, os.path.basename(self.directory))
+        os.chown(self.directory, *release.owner())
+        os.chmod(self.directory, 0o755)
         try:
             self.start_zebra()
         except BaseException:
@@ -48,26 +54,37 @@ class Frr:
             raise
 
     def _path(self, name):
+        """As this machine finds it."""
         return os.path.join(self.directory, name)
 
+    def _name(self, name):
+        """As the daemons do."""
+        return os.path.join(self._inside, name)
+
     def _start(self, name, listening, *options):
-        log = self._path(f"{name}.log")
+        apart = ("-N", os.path.basename(self._inside)) if self._release.has("mgmtd") else ()
+        silent = ("-f", "/dev/null") if self._release.takes(name, "--config_file") else ()
         with open(self._path(f"{name}.out"), "ab") as out:
             self._processes[name] = subprocess.Popen(
-                [*self._net.command(), f"{PROGRAMS}/{name}", "--vty_socket", self.directory,
-                 "-z", self._path("zserv.api"), "-i", self._path(f"{name}.pid"), "-f", "/dev/null",
-                 "-P", "0", "--log", f"file:{log}", *options],
+                [*self._net.command(), *self._release.command(), f"{PROGRAMS}/{name}", *apart,
+                 "--vty_socket", self._inside, "-z", self._name("zserv.api"),
+                 "-i", self._name(f"{name}.pid"), *silent, "-P", "0",
+                 "--log", f"file:{self._name(f'{name}.log')}", *options],
                 stdin=subprocess.DEVNULL, stdout=out, stderr=out)
         self._pids.append(self._processes[name].pid)
         for path in (listening, f"{name}.vty"):
             wait_until(lambda path=path: listens(self._path(path)), PATIENCE, f"{name} listens")
+
+    def has(self, program):
+        """Whether this release has it."""
+        return self._release.has(program)
 
     def start_zebra(self):
         self._start("zebra", "zserv.api", "-s", "2097152")
 
     def start_staticd(self, gateways):
         """With the routes `gateways`: prefix to gateway."""
-        if os.path.exists(f"{PROGRAMS}/mgmtd") and "mgmtd" not in self._processes:
+        if self._release.has("mgmtd") and "mgmtd" not in self._processes:
             self._start("mgmtd", "mgmtd.vty")  # later releases configure the others through it
         self._start("staticd", "staticd.vty")
         with open(self._path("routes"), "w", encoding="ascii") as routes:
@@ -75,9 +92,10 @@ class Frr:
                               for prefix, gateway in gateways.items())
         self.run_file(self._path("routes"))
 
-    def start_bfdd(self):
-        """Returns when its control socket and its shell take connections."""
-        self._start("bfdd", "bfdd.sock", "--bfdctl", self._path("bfdd.sock"))
+    def start_bfdd(self, listening="bfdd.sock"):
+        """Returns when its socket of that name and its shell take connections."""
+        control = ("--bfdctl", self._name("bfdd.sock"))
+        self._start("bfdd", listening, *(control if self._release.has_control_socket() else ()))
 
     def kill(self, name):
         process = self._processes.pop(name)
@@ -90,19 +108,30 @@ class Frr:
         process.terminate()
         process.wait(PATIENCE)
 
+    def freeze(self, name, frozen=True):
+        """Has the daemon do nothing, or go on."""
+        self._processes[name].send_signal(signal.SIGSTOP if frozen else signal.SIGCONT)
+
+    def _shell(self):
+        return [*self._release.command(), "vtysh", "--vty_socket", self._inside]
+
     def vtysh(self, *commands):
         """Runs commands of FRR's own shell; what they print."""
         words = [word for command in commands for word in ("-c", command)]
-        return subprocess.run(["vtysh", "--vty_socket", self.directory, *words], check=True,
-                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True).stdout
+        return subprocess.run([*self._shell(), *words], check=True, stdin=subprocess.DEVNULL,
+                              stdout=subprocess.PIPE, text=True).stdout
 
     def run_file(self, path):
-        """Runs the commands of a file, as configuration."""
-        subprocess.run(["vtysh", "--vty_socket", self.directory, "-f", path], check=True,
+        """Runs the commands of a file in the directory, as configuration."""
+        subprocess.run([*self._shell(), "-f", self._name(os.path.basename(path))], check=True,
                        stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
 
     def pid(self, name):
         return self._processes[name].pid
+
+    def configuration(self):
+        """What bfdd's own part of the running configuration is: its lines."""
+        return self.vtysh("show running-config bfdd").splitlines()
 
     def peers(self):
         """bfdd's own view: a list of objects."""
@@ -115,6 +144,7 @@ class Frr:
     def close(self):
         for process in self._processes.values():
             process.send_signal(signal.SIGTERM)
+            process.send_signal(signal.SIGCONT)
         for process in self._processes.values():
             try:
                 process.wait(PATIENCE)
@@ -124,5 +154,5 @@ class Frr:
         self._processes.clear()
         shutil.rmtree(self.directory)
         for pid in self._pids:  # what killed daemons leave behind
-            for rest in glob.glob(f"/var/tmp/frr/*.{pid}"):
+            for rest in glob.glob(self._release.outside(f"/var/tmp/frr/*.{pid}")):
                 shutil.rmtree(rest)

@@ -1,4 +1,4 @@
-"""BFD tracks on FRR's bfdd, with BIRD at the other end of every session.
+"""BFD tracks on FRR's bfdd by each of its sockets, with BIRD at the other end of every session.
 
 The times are those of the sessions: an interval and how many of them may be missed. A peer that is
 gone is found out by that clock alone, so what is measured is the daemon's share beyond it.
@@ -12,8 +12,9 @@ import time
 
 import pytest
 
+import bfd_engines
 from bird import Bird, bfd_sessions
-from frr import Frr, has_control_socket
+from frr import Frr
 from netns import NetworkNamespace
 from waiting import wait_until
 
@@ -26,8 +27,10 @@ class Site:
     """The service and its bfdd in one namespace, a BIRD in another, and links between the two:
     interface eN, 10.9.N.1 here and 10.9.N.2 there."""
 
-    def __init__(self, service, links, interval=INTERVAL):
+    def __init__(self, service, engine, links, interval=INTERVAL):
+        release = engine.release()
         self.service = service
+        self.engine = engine
         self.links = range(links)
         self.interval = interval
         self._frr = self._bird = None
@@ -35,8 +38,8 @@ class Site:
         try:
             for number in self.links:
                 self.plug(number)
-            self._frr = Frr(service.net)
-            self._frr.start_bfdd()
+            self._frr = Frr(service.net, release)
+            self.start_bfdd()
             neighbours = [(f"10.9.{number}.1", f"e{number}") for number in self.links]
             self._bird = Bird(self._far, bfd_sessions(neighbours, interval, MULTIPLIER))
             self._bird.start()
@@ -51,6 +54,13 @@ class Site:
         for part in (self._bird, self._frr, self._far):
             if part is not None:
                 part.close()
+
+    def start_bfdd(self):
+        self._frr.start_bfdd(self.engine.socket)
+
+    def marks(self):
+        """Of the sessions that bfdd has for the service."""
+        return self.engine.marks(self._frr)
 
     @property
     def frr(self):
@@ -102,15 +112,20 @@ class Site:
         return self.states() == wanted
 
 
+@pytest.fixture(**bfd_engines.parametrized(bfd_engines.ALL))
+def engine(request):
+    return request.param
+
+
 @pytest.fixture
-def new_site(new_service):
-    """Makes sites whose service is not started yet."""
-    if not has_control_socket():
-        pytest.skip("this FRR's bfdd has no control socket (10.2 and later)")
+def new_site(new_service, engine, monkeypatch):
+    """Makes a site whose service is not started yet."""
     made = []
 
     def make(*arguments, **options):
-        made.append(Site(new_service(), *arguments, **options))
+        service = new_service()
+        monkeypatch.setenv("OT_BFDD_SOCKET", os.path.join(service.root, "run/frr", engine.socket))
+        made.append(Site(service, engine, *arguments, **options))
         return made[-1]
 
     yield make
@@ -186,7 +201,8 @@ def test_a_track_may_be_made_before_its_interface(new_site):
     site.service.net.ip("link del e0")
     site.service.start()
     site.configure(0)
-    wait_until(lambda: site.frr.states() == {"10.9.0.2": False}, 10, "the session")
+    if site.engine.makes_dormant:
+        wait_until(lambda: site.frr.states() == {"10.9.0.2": False}, 10, "the session")
     assert site.service.state("t0") != "up"
     site.plug(0)
     site.wait(0, "up")
@@ -222,7 +238,7 @@ def test_a_session_of_frrs_own_configuration_is_followed(new_site):
     follower.expect(("t0", "up"))
     site.frr.vtysh(*configure, "no peer 10.9.0.2 interface e0")
     follower.expect(("t0", "down"))
-    wait_until(lambda: [peer["label"] for peer in site.frr.peers()] != [], 40, "our own session")
+    wait_until(site.marks, 40, "our own session")
     site.wait(0, "up")
 
 
@@ -232,7 +248,7 @@ def test_an_engine_that_is_killed_takes_the_tracks_down_until_it_is_back(site):
     site.frr.kill("bfdd")
     follower.expect(("t0", "down"))
     print(f"down {1000 * (time.monotonic() - began):.1f} ms after the kill")
-    site.frr.start_bfdd()
+    site.start_bfdd()
     follower.expect(("t0", "up"))
     assert len(site.frr.peers()) == 1
 
@@ -242,7 +258,7 @@ def test_tracks_made_without_an_engine_begin_with_it(new_site):
     site.frr.kill("bfdd")
     site.service.start()
     site.configure(0)
-    site.frr.start_bfdd()
+    site.start_bfdd()
     site.wait(0, "up")
 
 
@@ -252,21 +268,39 @@ def test_a_service_that_is_killed_finds_its_sessions_again(new_site):
     for number in site.links:
         site.configure(number)
     site.wait_all("up")
-    labels = {peer["label"] for peer in site.frr.peers()}
-    assert len(labels) == COUNT
+    marks = site.marks()
+    assert len(marks) == COUNT
 
     site.service.crash()
     site.service.start()
     began = time.monotonic()
     site.wait_all("up")
     print(f"{COUNT} tracks up {time.monotonic() - began:.2f} s after the start")
-    peers = site.frr.peers()
-    assert len(peers) == COUNT and not labels & {peer["label"] for peer in peers}
+    assert len(site.frr.peers()) == COUNT
+    assert len(site.marks()) == COUNT
     # A creation publishes down; then each session comes up once.
     messages = [line for line in site.service.daemon.output().splitlines() if "TRACK_INFO" in line]
     for number in site.links:
         states = [line.split()[-1] for line in messages if f" t{number} " in line]
         assert states == ["Track_Down", "Track_Up"], f"t{number}: {states}"
+
+
+def test_a_bfdd_that_is_stuck_takes_the_tracks_down_until_it_wakes(site):
+    follower = site.service.follow(["t0"])
+    began = time.monotonic()
+    site.frr.freeze("bfdd")
+    follower.expect(("t0", "down"))
+    taken = time.monotonic() - began
+    print(f"down {taken:.2f} s after bfdd was stopped")
+    assert taken < within(site, 5)
+    site.frr.freeze("bfdd", False)
+    follower.expect(("t0", "up"))
+    assert len(site.frr.peers()) == 1
+
+
+def test_a_clean_stop_leaves_no_session(site):
+    site.service.stop()
+    wait_until(lambda: site.frr.peers() == [], 10, "no session")
 
 
 def test_tracks_agree_with_bfdd_after_a_storm(new_site, build):
