@@ -38,9 +38,8 @@ void look_at_addresses(std::vector<interface_address>* ret) {
     const std::string_view name = label.substr(0, label.find(':'));
     const std::uint32_t address = ipv4_of(each->ifa_addr);
     if (address != 0 && name.size() < interface_name::capacity) {
-      const bool two_ends = (each->ifa_flags & IFF_POINTOPOINT) != 0;
-      found.push_back({interface_name{name}, address, ipv4_of(each->ifa_netmask),
-                       two_ends ? ipv4_of(each->ifa_dstaddr) : 0});
+      found.push_back(
+          {interface_name{name}, address, ipv4_of(each->ifa_netmask), ipv4_of(each->ifa_dstaddr)});
     }
   }
   ret->swap(found);

@@ -14,9 +14,7 @@ struct interface_address {
   interface_name interface;
   std::uint32_t address = 0;
   std::uint32_t mask = 0;
-  std::uint32_t peer = 0;  // the other end's, on a link between two
-
-  friend bool operator==(const interface_address&, const interface_address&) = default;
+  std::uint32_t peer = 0;  // the other end's, on a link between two; else no neighbor's
 };
 
 // As they are now; unchanged when the kernel does not tell. Throws bad_alloc.
