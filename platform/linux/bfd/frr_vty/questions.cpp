@@ -30,18 +30,23 @@ constexpr std::uint64_t first_patience_usec = 60'000'000;
 struct vty_engine::question_row {
   std::string_view command;
   std::uint64_t patience;
-  bool (vty_engine::*took)(const vty::answer_reader& answer);
+  bool (*took)(vty_engine& engine, const vty::answer_reader& answer);
+
+  template <bool (vty_engine::*Took)(const vty::answer_reader& answer)>
+  static bool by(vty_engine& engine, const vty::answer_reader& answer) {
+    return (engine.*Took)(answer);
+  }
 };
 
 // In the order of `question`. The last one may be its opposite.
 const vty_engine::question_row vty_engine::questions[] = {
-    {"enable", first_patience_usec, &vty_engine::took_enable},
-    {"terminal monitor", patience_usec, &vty_engine::took_monitor},
-    {"show version", patience_usec, &vty_engine::took_version},
-    {"show running-config", patience_usec, &vty_engine::took_configuration},
-    {"show bfd peers json", patience_usec, &vty_engine::took_sessions},
-    {"show bfd peers counters json", patience_usec, &vty_engine::took_counters},
-    {"debug bfd peer", patience_usec, &vty_engine::took_log},
+    {"enable", first_patience_usec, question_row::by<&vty_engine::took_enable>},
+    {"terminal monitor", patience_usec, question_row::by<&vty_engine::took_monitor>},
+    {"show version", patience_usec, question_row::by<&vty_engine::took_version>},
+    {"show running-config", patience_usec, question_row::by<&vty_engine::took_configuration>},
+    {"show bfd peers json", patience_usec, question_row::by<&vty_engine::took_sessions>},
+    {"show bfd peers counters json", patience_usec, question_row::by<&vty_engine::took_counters>},
+    {"debug bfd peer", patience_usec, question_row::by<&vty_engine::took_log>},
 };
 
 void vty_engine::ask(question what) noexcept {
@@ -146,7 +151,7 @@ void vty_engine::go_on(void* self) noexcept {
 
 bool vty_engine::answered(const vty::answer_reader& answer, unique_fd descriptor) {
   descriptor_ = std::move(descriptor);
-  const bool right = (this->*questions[static_cast<std::size_t>(asked_)].took)(answer);
+  const bool right = questions[static_cast<std::size_t>(asked_)].took(*this, answer);
   descriptor_.reset();
   return right;
 }
