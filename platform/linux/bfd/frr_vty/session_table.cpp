@@ -14,8 +14,8 @@ constexpr std::uint64_t first_delay_ms = 1000;
 constexpr std::uint64_t longest_delay_ms = 30'000;
 
 std::uint64_t delay_ms(unsigned refusals) noexcept {
-  const unsigned doublings = std::min(refusals, 6U) - 1;
-  return std::min(first_delay_ms << doublings, longest_delay_ms);
+  return refusals == 0 ? 0
+                       : std::min(first_delay_ms << (std::min(refusals, 6U) - 1), longest_delay_ms);
 }
 
 // In a block: where the peer's node has been entered.
