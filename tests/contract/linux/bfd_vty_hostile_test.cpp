@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include <filesystem>
+#include <iterator>
 #include <string>
 
 #include "tests/contract/linux/bfd_vty_fixture.h"

@@ -12,22 +12,13 @@
 #include <cstdlib>
 #include <utility>
 
-#include "platform/common/root_path.h"
+#include "platform/linux/bfd/instance.h"
 
 namespace ot::bfd {
 namespace {
 
 constexpr std::size_t instance_digits = sizeof "ot-xxxxxxxx-" - 1;
 constexpr std::size_t number_place = sizeof "ot-xxxxxxxx-xxxxxxxx-" - 1;
-
-// FNV-1a.
-std::uint32_t hash_of(std::string_view text) noexcept {
-  std::uint32_t hash = 2166136261U;
-  for (const char letter : text) {
-    hash = (hash ^ static_cast<unsigned char>(letter)) * 16777619U;
-  }
-  return hash;
-}
 
 constexpr const char* refused = "bfdd refuses it; it may be somebody else's session";
 
@@ -77,7 +68,7 @@ session_labels this_process_labels() {
   if (getrandom(&run, sizeof run, 0) != static_cast<ssize_t>(sizeof run)) {
     run = static_cast<std::uint32_t>(getpid());
   }
-  return {hash_of(root_path("/")), run};
+  return {instance_number(), run};
 }
 
 void session_table::ask(std::uint32_t number, wanted_session& session) {
