@@ -191,7 +191,8 @@ void fake_vty::read() {
 
 void fake_vty::take(const std::string& command) {
   commands_.push_back(command);
-  if (reaction_ && reaction_(*this, command)) {
+  const reaction present = reaction_;  // which may put another in its place
+  if (present && present(*this, command)) {
     return;
   }
   const vty_answer said = obey(command);
