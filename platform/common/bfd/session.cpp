@@ -8,6 +8,11 @@ namespace {
 // A session that is not up sends no faster than this, however it is configured.
 constexpr std::uint32_t slow_interval = 1'000'000;
 
+// News is sent out of turn, but in the long run no more often than this, and so many at once: two
+// ends whose packets overtake each other on the way would else answer each with another for ever.
+constexpr std::uint64_t news_interval = 100'000;
+constexpr std::uint64_t news_at_once = 10;
+
 // What counts of a neighbor of which nothing was heard.
 constexpr control_packet unheard() noexcept {
   return {.required_min_rx = 1};
@@ -184,8 +189,11 @@ std::optional<control_packet> session::next_packet(std::uint64_t now,
     final_due_ = false;
     return packet(true);
   }
-  if (!sends_periodically() || (!news_due_ && now + early < next_send_)) {
+  if (!sends_periodically() || now + early < next_periodic()) {
     return std::nullopt;
+  }
+  if (now + early < next_send_) {
+    news_paid_until_ = std::max(news_paid_until_, now) + news_interval;
   }
   news_due_ = false;
   last_sent_ = now;
@@ -203,12 +211,20 @@ std::optional<std::uint64_t> session::next_due() const noexcept {
     earlier(last_heard_);
   }
   if (sends_periodically()) {
-    const std::uint64_t at = news_due_ ? last_sent_ : next_send_;
+    const std::uint64_t at = next_periodic();
     if (!silent_from_ || at < *silent_from_) {
       earlier(at);
     }
   }
   return due;
+}
+
+std::uint64_t session::next_periodic() const noexcept {
+  if (!news_due_) {
+    return next_send_;
+  }
+  const std::uint64_t ahead = std::min(news_paid_until_, news_at_once * news_interval);
+  return std::min(next_send_, std::max(last_sent_, news_paid_until_ - ahead));
 }
 
 // A neighbor may want none at all, or none but polls while both ends are up.

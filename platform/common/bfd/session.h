@@ -86,6 +86,7 @@ class session {
   void reschedule(std::uint64_t now) noexcept;
   [[nodiscard]] intervals wanted() const noexcept;
   [[nodiscard]] bool sends_periodically() const noexcept;
+  [[nodiscard]] std::uint64_t next_periodic() const noexcept;
   [[nodiscard]] std::uint64_t spread(std::uint64_t interval) const noexcept;
   [[nodiscard]] control_packet packet(bool final) const noexcept;
 
@@ -102,6 +103,7 @@ class session {
   bool poll_again_ = false;  // and they have changed meanwhile
   bool final_due_ = false;   // it has asked us
   bool news_due_ = false;    // our packet would differ from the last one
+  std::uint64_t news_paid_until_ = 0;
   std::uint64_t last_sent_ = 0;
   std::uint64_t next_send_ = 0;
   std::optional<std::uint64_t> silent_from_;  // disabled, and told for long enough by then

@@ -138,6 +138,33 @@ TEST_F(bfd_speaker_sessions, answer_a_poll_at_once_in_any_state) {
   }
 }
 
+// Two ends whose packets overtake each other could else raise a storm: each packet that changes a
+// state would bring forth another, and a poll two.
+TEST_F(bfd_speaker_sessions, answer_a_flood_of_changes_with_a_few_packets_a_second) {
+  spoken_session& session = add();
+  const std::uint64_t began = now_;
+  for (; now_ < began + 10 * second; run_until(now_ + ms)) {
+    hear(from_neighbor(
+        session, (now_ - began) % (2 * ms) == 0 ? session_state::down : session_state::admin_down));
+  }
+  EXPECT_LE(sent_.size(), 150U);
+  hear(from_neighbor(session, session_state::down));
+  hear(from_neighbor(session, session_state::init));
+  ASSERT_EQ(session.machine.state(), session_state::up);
+  take_sent();
+  run_until(now_ + 100 * ms);
+  ASSERT_FALSE(sent_.empty()) << "but what is so in the end is told";
+  EXPECT_EQ(sent_[0].packet.state, session_state::up);
+  take_sent();
+  for (int i = 0; i < 20; ++i) {
+    hear(from_neighbor(session, session_state::up));
+    run_until(now_ + 100 * ms);
+  }
+  take_sent();
+  hear(from_neighbor(session, session_state::down));
+  EXPECT_EQ(sent_.size(), 1U) << "a change after a while is told at once";
+}
+
 TEST_F(bfd_speaker_sessions, in_init_go_down_with_a_neighbor_that_falls_silent) {
   spoken_session& session = add();
   hear(from_neighbor(session, session_state::down));
