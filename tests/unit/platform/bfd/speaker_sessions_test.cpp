@@ -165,6 +165,29 @@ TEST_F(bfd_speaker_sessions, answer_a_flood_of_changes_with_a_few_packets_a_seco
   EXPECT_EQ(sent_.size(), 1U) << "a change after a while is told at once";
 }
 
+TEST_F(bfd_speaker_sessions, tell_their_end_whatever_they_told_before) {
+  spoken_session& session = add();
+  for (int i = 0; i < 100; ++i) {
+    hear(from_neighbor(session, session_state::down));
+    hear(from_neighbor(session, session_state::admin_down));
+  }
+  take_sent();
+  speaker_.say_farewell(now_);
+  ASSERT_EQ(sent_.size(), 1U);
+  EXPECT_EQ(sent_[0].packet.state, session_state::admin_down);
+}
+
+// An owner takes the time once for all that is due, and reads packets after that.
+TEST_F(bfd_speaker_sessions, are_not_ended_by_a_packet_that_came_after_what_is_due_now) {
+  spoken_session& session = add_up();
+  const std::uint64_t began = now_;
+  now_ = began + 50 * ms;
+  speaker_.received(write_control_packet(from_neighbor(session, session_state::up)),
+                    {here.ifindex, here.destination, 255}, now_);
+  session.machine.run(began);
+  EXPECT_EQ(session.machine.state(), session_state::up);
+}
+
 TEST_F(bfd_speaker_sessions, in_init_go_down_with_a_neighbor_that_falls_silent) {
   spoken_session& session = add();
   hear(from_neighbor(session, session_state::down));
