@@ -73,8 +73,7 @@ std::uint64_t since_boot_us() noexcept {
 template <typename Content>
 bool read_at(int fd, std::uint64_t place, checked<Content>* ret) noexcept {
   return pread(fd, ret, sizeof *ret, static_cast<off_t>(place)) ==
-             static_cast<ssize_t>(sizeof *ret) &&
-         ret->check == ret->wanted();
+         static_cast<ssize_t>(sizeof *ret);
 }
 
 std::uint64_t place_of(std::uint32_t slot) noexcept {
@@ -129,16 +128,18 @@ std::uint64_t patience_of_neighbor(const saved_session& session) noexcept {
 
 std::vector<saved_session> saved_sessions::take_over(const std::string& path) {
   std::vector<saved_session> left;
-  const unique_fd old{open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW)};
+  const unique_fd old{open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK)};
   file_header head;
-  if (old.valid() && read_at(old.get(), 0, &head) && head.content.version == magic) {
+  if (old.valid() && read_at(old.get(), 0, &head) && head.check == head.wanted() &&
+      head.content.version == magic) {
     source_port_ = static_cast<std::uint16_t>(head.content.source_port);
     const std::uint64_t now = since_boot_us();
     const std::uint64_t outage = now - std::min(now, head.content.alive_at);
     file_slot slot;
     for (std::uint32_t i = 0; i < most_slots && read_at(old.get(), place_of(i), &slot); ++i) {
       saved_session session;
-      if (session_of(slot.content, &session) && outage < patience_of_neighbor(session)) {
+      if (slot.check == slot.wanted() && session_of(slot.content, &session) &&
+          outage < patience_of_neighbor(session)) {
         left.push_back(session);
       }
     }

@@ -1,6 +1,6 @@
 // What the sessions have agreed on with their neighbors, kept in /run while they are up: a service
 // that crashed and is back within the detection time goes on with them, and no neighbor notices.
-// A damaged file, or one of another version, holds no sessions. Loop's thread.
+// A file of another version holds no sessions, and what is damaged is none. Loop's thread.
 #pragma once
 
 #include <cstdint>
