@@ -75,6 +75,8 @@ class own_engine final : public engine, private speaker::owner {
   void add_new(const session_config& session);
   void begin(held_session& session);
   const agreed_session* left_of(const session_config& config, const neighbor_path& path) noexcept;
+  [[nodiscard]] std::optional<neighbor_path> way_of(const held_session& session,
+                                                    std::string_view* ret_problem) const noexcept;
   void find_path(held_session& session);
   void find_paths() noexcept;
   void report(held_session& session) noexcept;

@@ -82,13 +82,18 @@ const agreed_session* own_engine::left_of(const session_config& config,
   return found == left_.end() ? nullptr : &found->agreed;
 }
 
+std::optional<neighbor_path> own_engine::way_of(const held_session& session,
+                                                std::string_view* ret_problem) const noexcept {
+  if (!socket_.is_open()) {
+    *ret_problem = stood_down_;
+    return std::nullopt;
+  }
+  return links_.towards(session.config, ret_problem);
+}
+
 void own_engine::find_path(held_session& session) {
   std::string_view problem;
-  std::optional<neighbor_path> path = links_.towards(session.config, &problem);
-  if (!socket_.is_open()) {
-    problem = stood_down_;
-    path.reset();
-  }
+  const std::optional<neighbor_path> path = way_of(session, &problem);
   const problem_text before = session.problem;
   session.problem.assign(problem);
   if (path) {
@@ -101,7 +106,14 @@ void own_engine::find_path(held_session& session) {
   }
 }
 
+// All leave their old ways first: one of them may be another session's from now on.
 void own_engine::find_paths() noexcept {
+  std::string_view problem;
+  for (auto& [key, session] : sessions_) {
+    if (session.spoken != nullptr && session.spoken->path != way_of(session, &problem)) {
+      speaker_.lose_path(*session.spoken, monotonic_us());
+    }
+  }
   for (auto& [key, session] : sessions_) {
     try {
       if (session.spoken != nullptr) {
