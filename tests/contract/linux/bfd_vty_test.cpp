@@ -221,6 +221,38 @@ TEST_F(bfd_vty, a_clean_end_leaves_nothing) {
   EXPECT_FALSE(bfdd().logs_sessions());
 }
 
+// What bfdd is about to do when the service ends.
+class bfd_vty_end : public bfd_vty_fixture, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(bfd_vty_end, amid_a_command_leaves_nothing) {
+  start();
+  bool asked = false;
+  bfdd().react([&](fake_vty&, const std::string& command) {
+    asked = asked || command == GetParam();
+    return asked;
+  });
+  engine().add(session(1, 70));
+  ASSERT_TRUE(run_until([&] { return asked; }));
+  bfdd().react(nullptr);
+  std::thread bfdds_own{[&] {
+    const vty_answer late = bfdd().obey(GetParam());
+    bfdd().answer(late.code, late.text);
+    while (bfdd().connected()) {
+      bfdd().serve_once();
+    }
+  }};
+  end_engine();
+  bfdds_own.join();
+  EXPECT_TRUE(bfdd().peers().empty());
+  EXPECT_FALSE(bfdd().logs_sessions());
+  EXPECT_EQ(reported(), texts{});
+}
+
+INSTANTIATE_TEST_SUITE_P(every, bfd_vty_end,
+                         ::testing::Values("debug bfd peer", "show bfd peers json", "bfd",
+                                           "peer 10.0.0.1 interface v1 local-address 10.0.0.254",
+                                           "receive-interval 70", "exit", "end"));
+
 TEST_F(bfd_vty, a_session_without_an_address_says_so) {
   start();
   bfd::session_config from_nowhere = session(1);

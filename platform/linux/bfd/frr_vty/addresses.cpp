@@ -5,6 +5,7 @@
 #include <net/if.h>
 #include <netinet/in.h>
 
+#include <algorithm>
 #include <memory>
 #include <string_view>
 
@@ -15,6 +16,10 @@ std::uint32_t ipv4_of(const sockaddr* address) noexcept {
   return address == nullptr || address->sa_family != AF_INET
              ? 0
              : reinterpret_cast<const sockaddr_in*>(address)->sin_addr.s_addr;
+}
+
+bool by_interface(const interface_address& a, const interface_address& b) noexcept {
+  return a.interface.view() < b.interface.view();
 }
 
 // The better, the higher.
@@ -42,6 +47,7 @@ void look_at_addresses(std::vector<interface_address>* ret) {
           {interface_name{name}, address, ipv4_of(each->ifa_netmask), ipv4_of(each->ifa_dstaddr)});
     }
   }
+  std::stable_sort(found.begin(), found.end(), by_interface);
   ret->swap(found);
 }
 
@@ -52,10 +58,10 @@ std::uint32_t choose_address(std::span<const interface_address> addresses,
   }
   std::uint32_t best = present;
   unsigned best_fitness = 0;
-  for (const interface_address& each : addresses) {
-    if (!(each.interface == session.key.interface)) {
-      continue;
-    }
+  const interface_address wanted{session.key.interface};
+  const auto [begin, end] =
+      std::equal_range(addresses.begin(), addresses.end(), wanted, by_interface);
+  for (const interface_address& each : std::span{begin, end}) {
     const unsigned fits = fitness(each, session.key.destination);
     if (fits > best_fitness || (fits == best_fitness && each.address == present)) {
       best = each.address;

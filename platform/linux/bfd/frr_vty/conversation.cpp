@@ -67,12 +67,18 @@ void conversation::ended(connection_end why) noexcept {
   owner_.ended(why);
 }
 
-connection* conversation::interrupt(int patience_ms) noexcept {
-  if (connection_.busy() && connection_.await(patience_ms) == nullptr) {
-    return nullptr;
+connection* conversation::interrupt(int patience_ms) {
+  if (connection_.busy()) {
+    const answer_reader* answer = connection_.await(patience_ms);
+    if (answer == nullptr || (!change_.has_value() && !owner_.answered(*answer, {}))) {
+      return nullptr;
+    }
   }
-  if (change_.has_value() && connection_.converse("end", patience_ms) == nullptr) {
-    return nullptr;
+  if (change_.has_value()) {
+    if (connection_.converse("end", patience_ms) == nullptr) {
+      return nullptr;
+    }
+    owner_.change_done(*change_, {failed_.value_or(place_ + 1), {}});
   }
   return connection_.is_open() ? &connection_ : nullptr;
 }

@@ -41,9 +41,10 @@ class conversation final : private connection::owner {
   void ask(std::string_view command, std::uint64_t patience_usec) noexcept;
   void apply(change what) noexcept;
 
-  // For the end, when the loop does not run any more: waits for the answer of what is under way and
-  // leaves the block. The connection, or null when bfdd did not answer in time.
-  connection* interrupt(int patience_ms) noexcept;
+  // For the end, when the loop does not run any more: waits for the answer of what is under way,
+  // and leaves a block, which then counts as failed. The connection, or null when bfdd did not
+  // answer in time. Throws bad_alloc.
+  connection* interrupt(int patience_ms);
 
  private:
   bool answered(const answer_reader& answer, unique_fd descriptor) override;

@@ -56,12 +56,14 @@ vty_engine::vty_engine(engine::owner& reported, std::string path)
 }
 
 vty_engine::~vty_engine() {
-  vty::connection* bfdd = status_.running ? bfdd_.interrupt(vty::farewell_patience_ms) : nullptr;
-  if (bfdd == nullptr) {
+  if (!status_.running) {
     return;
   }
+  sessions_.give_up_all();
   try {
-    vty::say_farewell(*bfdd, sessions_, our_log_);
+    if (vty::connection* bfdd = bfdd_.interrupt(vty::farewell_patience_ms); bfdd != nullptr) {
+      vty::say_farewell(*bfdd, sessions_, our_log_);
+    }
   } catch (const std::bad_alloc&) {
     return;  // the next run finds and removes what is left
   }

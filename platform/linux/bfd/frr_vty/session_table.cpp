@@ -59,6 +59,12 @@ void session_table::give_up(const session_key& key) noexcept {
   forget_unwanted();
 }
 
+void session_table::give_up_all() noexcept {
+  for (entry_row& row : sessions_) {
+    row.second.wanted = false;
+  }
+}
+
 bool session_table::any_wanted() const noexcept {
   return std::any_of(sessions_.begin(), sessions_.end(),
                      [](const entry_row& row) { return row.second.wanted; });

@@ -51,6 +51,8 @@ class session_table {
 
   void want(const session_config& session);
   void give_up(const session_key& key) noexcept;
+  // For the end: nothing is wanted, and nothing reported any more.
+  void give_up_all() noexcept;
   [[nodiscard]] bool any_wanted() const noexcept;
   // Nothing is wanted, and nothing of ours is left.
   [[nodiscard]] bool empty() const noexcept { return sessions_.empty(); }
