@@ -22,6 +22,7 @@ std::optional<control_packet> session::next_packet(std::uint64_t now,
     final_due_ = false;
     return packet(true);
   }
+  early = std::min(early, transmit_interval() / 8);  // or there would be no end of them
   if (!sends_periodically() || now + early < next_periodic()) {
     return std::nullopt;
   }

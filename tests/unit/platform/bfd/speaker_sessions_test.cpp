@@ -85,6 +85,17 @@ TEST_F(bfd_speaker_sessions, with_multiplier_1_send_at_nine_tenths_of_the_interv
   EXPECT_GT(pace.most, pace.least + 10 * ms) << "spread";
 }
 
+TEST_F(bfd_speaker_sessions, keep_to_the_shortest_intervals) {
+  spoken_session& session = add_up(here, {1000, 1000, 5});
+  control_packet brisk = from_neighbor(session, session_state::up);
+  brisk.required_min_rx = 1;
+  hear(brisk);
+  take_sent();
+  run_until(now_ + 100 * ms);
+  EXPECT_GE(sent_.size(), 99U);
+  EXPECT_LE(sent_.size(), 134U);
+}
+
 TEST_F(bfd_speaker_sessions, slow_an_interval_down_only_when_the_neighbor_has_agreed) {
   spoken_session& session = add_up();
   speaker_.set_timing(session, {400'000, 100'000, 3}, now_);
