@@ -10,12 +10,14 @@ import socket
 import struct
 import time
 
+from targets import in_namespace
 from waiting import wait_until
 
 PORT = 3784
 ADMIN_DOWN, DOWN, INIT, UP = range(4)
 POLL, FINAL, AUTHENTICATION, DEMAND, MULTIPOINT = 0x20, 0x10, 0x04, 0x02, 0x01
 NO_REASON, EXPIRED, SIGNALED_DOWN, PATH_DOWN, BY_HAND = 0, 1, 3, 5, 7
+_IP_RECVTTL = 12  # not in Python's socket module; what comes is IP_TTL and IP_TOS
 _FORMAT = struct.Struct("!BBBBIIIII")
 
 
@@ -63,10 +65,9 @@ class BfdPeer:
     def __init__(self, net, address="10.9.0.2", neighbour="10.9.0.1"):
         """In the namespace of `net`, which has the address."""
         self._neighbour = neighbour
-        with net.entered():
-            self._receiver = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-            self._sender = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-        for option in (socket.IP_RECVTTL, socket.IP_RECVTOS):
+        self._receiver, self._sender = in_namespace(net.name, lambda: [
+            socket.socket(socket.AF_INET, socket.SOCK_DGRAM) for _ in range(2)])
+        for option in (_IP_RECVTTL, socket.IP_RECVTOS):
             self._receiver.setsockopt(socket.IPPROTO_IP, option, 1)
         self._receiver.bind((address, PORT))
         self._sender.bind((address, 49152))
@@ -128,16 +129,17 @@ class BfdPeer:
                     return heard
             return None
 
-        return wait_until(found, seconds, f"a packet with {fields}; heard {self.heard[-5:]}")
+        return wait_until(found, seconds, f"a packet with {fields}")
 
     def keep_up(self, seconds, **fields):
-        """Speaks as a neighbour that is up for that time; what came meanwhile."""
+        """Speaks as a neighbour that is up for that time, and answers polls; what came."""
         self.take_all()
         before = len(self.heard)
         end = time.monotonic() + seconds
         while time.monotonic() < end:
             self.send(state=UP, **fields)
-            self.listen(0.05)
+            for _ in filter(lambda one: one.packet.flags & POLL, self.listen(0.05)):
+                self.send(state=UP, flags=FINAL, **fields)
         return self.heard[before:]
 
     def bring_up(self, **fields):

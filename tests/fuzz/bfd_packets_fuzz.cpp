@@ -115,7 +115,9 @@ class speaker_under_fuzz : private speaker::owner {
     const auto one = std::find_if(slots_.begin(), slots_.end(),
                                   [&](const slot& each) { return each.path == path; });
     require(one != slots_.end());
-    if (one->session == nullptr || packet.final) return;
+    if (one->session == nullptr || packet.final || packet.state == session_state::admin_down) {
+      return;
+    }
     if (now_ - one->sent_at < one->session->machine.transmit_interval() * 3 / 4) {
       one->early_until = std::max(one->early_until, now_) + 100'000;
       require(one->early_until <= now_ + 1'200'000);
