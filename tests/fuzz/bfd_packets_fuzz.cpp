@@ -187,7 +187,11 @@ class speaker_under_fuzz : private speaker::owner {
     const auto due = talks_.next_due();
     require(!due || *due > now_);
     for (const slot& one : slots_) {
-      require(one.session == nullptr || !one.session->leaving);
+      if (one.session == nullptr) continue;
+      const session& machine = one.session->machine;
+      require(!one.session->leaving);
+      require(machine.state() == session_state::up || machine.transmit_interval() == 0 ||
+              machine.transmit_interval() >= 1'000'000);
     }
   }
 

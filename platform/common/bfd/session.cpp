@@ -140,20 +140,24 @@ void session::enter(session_state state, diagnostic reason, std::uint64_t now) n
 // While the session is up the neighbor has to agree before we send more rarely than it expects, or
 // expect packets sooner than it sends them (RFC 5880, 6.8.3).
 void session::announce(const intervals& wanted, std::uint64_t now) noexcept {
-  if (announced_ == wanted) {
+  const bool up = state_ == session_state::up;
+  const bool told = announced_ == wanted;
+  if (told && (up || in_force_ == wanted)) {
     return;
   }
   const std::uint64_t before = transmit_interval();
   announced_ = wanted;
-  if (state_ == session_state::up) {
+  if (up) {
     in_force_.tx = std::min(in_force_.tx, wanted.tx);
     in_force_.rx = std::max(in_force_.rx, wanted.rx);
   } else {
     in_force_ = wanted;
   }
-  poll_again_ = polling_;
-  polling_ = remote_.my_discriminator != 0;
-  news_due_ = true;
+  if (!told) {
+    poll_again_ = polling_;
+    polling_ = remote_.my_discriminator != 0;
+    news_due_ = true;
+  }
   if (transmit_interval() != before) {
     reschedule(now);
   }

@@ -110,6 +110,45 @@ TEST_F(bfd_speaker_sessions, slow_an_interval_down_only_when_the_neighbor_has_ag
   EXPECT_GE(after.least, 300 * ms);
 }
 
+TEST_F(bfd_speaker_sessions, tell_another_multiplier_at_once) {
+  spoken_session& session = add_up();
+  run_until(now_ + 10 * ms);
+  take_sent();
+  speaker_.set_timing(session, {100'000, 100'000, 7}, now_);
+  ASSERT_EQ(sent_.size(), 1U);
+  EXPECT_EQ(sent_[0].packet.detect_multiplier, 7U);
+  EXPECT_FALSE(sent_[0].packet.poll) << "which needs no agreement";
+}
+
+TEST_F(bfd_speaker_sessions, owe_a_neighbor_that_wants_more_what_is_due_by_then) {
+  spoken_session& session = add_up();
+  control_packet patient = from_neighbor(session, session_state::up);
+  patient.required_min_rx = 2'000'000;
+  patient.detect_multiplier = 100;
+  run_until(now_ + 100 * ms);
+  hear(patient);
+  take_sent();
+  run_until(now_ + second);
+  EXPECT_TRUE(sent_.empty());
+  hear(from_neighbor(session, session_state::up));
+  EXPECT_EQ(sent_.size(), 1U);
+}
+
+// With what the neighbor never agreed to: there is nobody to agree any more.
+TEST_F(bfd_speaker_sessions, that_fall_want_what_they_were_last_told_to_at_once) {
+  spoken_session& session = add_up();
+  speaker_.set_timing(session, {1'000'000, 50'000, 3}, now_);
+  run_until(now_ + second);
+  ASSERT_EQ(session.machine.state(), session_state::down);
+  take_sent();
+  const bounds pace = paces(session, session_state::down, 20);
+  EXPECT_GE(pace.least, 750 * ms);
+  control_packet brisk = from_neighbor(session, session_state::down);
+  brisk.desired_min_tx = 10'000;
+  hear(brisk);
+  EXPECT_EQ(session.machine.detection_time(), 150 * ms);
+}
+
 TEST_F(bfd_speaker_sessions, poll_until_the_neighbor_has_agreed) {
   spoken_session& session = add_up();
   speaker_.set_timing(session, {50'000, 50'000, 5}, now_);
