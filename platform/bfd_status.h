@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "platform/bfd_client.h"
 #include "platform/fixed_text.h"
@@ -28,6 +29,18 @@ inline constexpr std::uint8_t bfd_state_admin_down = 0;
 inline constexpr std::uint8_t bfd_state_down = 1;
 inline constexpr std::uint8_t bfd_state_init = 2;
 inline constexpr std::uint8_t bfd_state_up = 3;
+
+inline constexpr std::string_view bfd_diagnostic_texts[] = {
+    "none",
+    "control detection time expired",
+    "echo function failed",
+    "neighbor signaled session down",
+    "forwarding plane reset",
+    "path down",
+    "concatenated path down",
+    "administratively down",
+    "reverse concatenated path down",
+};
 
 // A session as its engine knows it. Intervals in microseconds, 0 when they are not known.
 struct bfdc_session_status {

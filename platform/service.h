@@ -17,8 +17,8 @@ int main(int argc, char** argv);
 // `start_count`: how often the service has been started since the machine was, with this start. 0,
 // or a status code after a system message that names what failed.
 int ot_start(evm* manager, std::uint32_t start_count);
-// Its end, with the ledger still open: gives up what others hold for it. What it has published stays
-// as it is.
+// Its end, with the ledger still open: gives up what others hold for it. What it has published
+// stays as it is.
 void ot_stop() noexcept;
 
 }  // namespace ot

@@ -11,7 +11,7 @@
 #include "core/connections.h"
 #include "core/debug.h"
 #include "core/track_kind.h"
-#include "platform/err_string.h"
+#include "oper/records/provider.h"
 #include "platform/ledger_status.h"
 #include "platform/loop_turns.h"
 #include "platform/messages.h"
@@ -127,13 +127,7 @@ int ot_dpv_engine_get(ledger_dpv_reply* reply, const ledger_dpv_request* request
   if (key == std::end(keys)) {
     return ledger_no_data;
   }
-  const int status = key->encode(*reply);
-  if (status != status_ok) {
-    OT_TRACE_ERROR("(%s) : Brec encode failed (%s)", __func__, err_string(status));
-    return ledger_no_data;
-  }
-  reply->data_kind = static_cast<std::uint32_t>(ledger_kind::record);
-  return status_ok;
+  return ot_dpv_encoded(__func__, key->encode(*reply), *reply);
 }
 
 }  // namespace ot

@@ -53,6 +53,19 @@ typename Branch::record* records_of(const char* key) {
   return records != nullptr ? records : Branch::by_name(key);
 }
 
+}  // namespace
+
+int ot_dpv_encoded(const char* who, int status, ledger_dpv_reply& reply) noexcept {
+  if (status != status_ok) {
+    OT_TRACE_ERROR("(%s) : Brec encode failed (%s)", who, err_string(status));
+    return ledger_no_data;
+  }
+  reply.data_kind = record_kind;
+  return status_ok;
+}
+
+namespace {
+
 template <typename Branch>
 int get(const char* who, ledger_dpv_reply* reply, const ledger_dpv_request* request) {
   const char* key = request->key == nullptr ? "" : request->key;

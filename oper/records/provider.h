@@ -31,6 +31,10 @@ int ot_track_list_datalist(ledger_dpv_list_request* list, ledger_dpv_datalist_re
 int ot_track_brief_list_datalist(ledger_dpv_list_request* list,
                                  ledger_dpv_datalist_request* datalist);
 
+// What a provider answers after it has encoded its one record into the reply: `status` is the
+// encoding's, traced for `who` when it failed. 0 or ledger_no_data.
+int ot_dpv_encoded(const char* who, int status, ledger_dpv_reply& reply) noexcept;
+
 // Creates the answer and zeroes the request's own count and handle. 0 or ledger_provider_failure.
 int ot_init_list_datalist(ledger_dpv_list_request* list, ledger_dpv_datalist_request* datalist,
                           ledger_dpv_list** ret_list, ledger_dpv_datalist** ret_datalist) noexcept;

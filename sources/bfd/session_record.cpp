@@ -2,8 +2,8 @@
 
 #include "core/debug.h"
 #include "core/track.h"
+#include "oper/records/provider.h"
 #include "platform/bfd_status.h"
-#include "platform/err_string.h"
 #include "platform/ledger_status.h"
 #include "platform/status.h"
 #include "sources/bfd/table.h"
@@ -75,13 +75,9 @@ int ot_dpv_bfd_session_get(ledger_dpv_reply* reply, const ledger_dpv_request* re
   if (entry != nullptr && entry->tracks != nullptr) {
     record.FollowedBy.assign(entry->tracks->name.view());
   }
-  const int status = brec_encode(bfd_session_info___brec, &record, &reply->buffer, &reply->length);
-  if (status != status_ok) {
-    OT_TRACE_ERROR("(%s) : Brec encode failed (%s)", __func__, err_string(status));
-    return ledger_no_data;
-  }
-  reply->data_kind = static_cast<std::uint32_t>(ledger_kind::record);
-  return status_ok;
+  return ot_dpv_encoded(
+      __func__, brec_encode(bfd_session_info___brec, &record, &reply->buffer, &reply->length),
+      *reply);
 }
 
 }  // namespace ot

@@ -7,8 +7,10 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
 
 #include "platform/bfd_client.h"
+#include "platform/bfd_status.h"
 #include "platform/ledger_status.h"
 #include "sources/bfd/session_record.h"
 #include "tools/trackctl/command.h"
@@ -111,17 +113,9 @@ const char* state_word(std::uint32_t state) noexcept {
   return state < std::size(words) ? words[state] : "unknown";
 }
 
-const char* diagnostic_text(std::uint32_t diagnostic) noexcept {
-  constexpr const char* texts[] = {"none",
-                                   "control detection time expired",
-                                   "echo function failed",
-                                   "neighbor signaled session down",
-                                   "forwarding plane reset",
-                                   "path down",
-                                   "concatenated path down",
-                                   "administratively down",
-                                   "reverse concatenated path down"};
-  return diagnostic < std::size(texts) ? texts[diagnostic] : "unknown";
+std::string_view diagnostic_text(std::uint32_t diagnostic) noexcept {
+  return diagnostic < std::size(bfd_diagnostic_texts) ? bfd_diagnostic_texts[diagnostic]
+                                                      : "unknown";
 }
 
 nlohmann::ordered_json milliseconds(std::uint32_t usec) {

@@ -25,17 +25,6 @@ constexpr state_row states[] = {
 };
 
 // By their numbers in the protocol.
-constexpr std::string_view diagnostics[] = {
-    "ok",
-    "control detection time expired",
-    "echo function failed",
-    "neighbor signaled session down",
-    "forwarding plane reset",
-    "path down",
-    "concatenated path down",
-    "administratively down",
-    "reverse concatenated path down",
-};
 constexpr std::string_view logged_diagnostics[] = {
     "ok",
     "control-expired",
@@ -47,7 +36,7 @@ constexpr std::string_view logged_diagnostics[] = {
     "administratively-down",
     "reverse-concat-path-down",
 };
-static_assert(std::size(diagnostics) == std::size(logged_diagnostics));
+static_assert(std::size(bfd_diagnostic_texts) == std::size(logged_diagnostics));
 
 template <std::size_t N>
 std::uint8_t place_of(std::string_view word, const std::string_view (&words)[N]) noexcept {
@@ -68,7 +57,7 @@ bool state_of(std::string_view word, std::uint8_t* ret) noexcept {
 }
 
 std::uint8_t diagnostic_of(std::string_view words) noexcept {
-  return place_of(words, diagnostics);
+  return place_of(words, bfd_diagnostic_texts);  // "ok" for none
 }
 
 std::uint8_t logged_diagnostic_of(std::string_view word) noexcept {

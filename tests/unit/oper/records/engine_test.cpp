@@ -22,32 +22,33 @@ class engine_info : public service_fixture {
     field::probe_package_removed();
     ASSERT_EQ(start(), 0);
   }
-  // "bfd 0 17 2": service, connected, seconds since the start of the test, pending.
-  static text_lines read() {
+  // Calls visit(record) for the chain of records.
+  template <typename Visit>
+  static void with_records(Visit visit) {
     ledger_value value;
     EXPECT_EQ(
         ledger_item_get(ledger_get_default_conn(), "oper/object_tracking/gl/engine/all", &value),
         0);
     engine_info__ record{};
     EXPECT_EQ(brec_decode(engine_info___brec, value.bytes(), &record), 0);
-    text_lines lines;
-    for (const engine_info__* each = &record; each != nullptr; each = each->next) {
-      lines.push_back(std::string(each->Service.view()) + (each->Connected ? " 1 " : " 0 ") +
-                      std::to_string(static_cast<std::int64_t>(each->Since) - start_time) + " " +
-                      std::to_string(each->Pending));
-    }
+    visit(record);
     brec_release(engine_info___brec, &record);
+  }
+  // "bfd 0 17 2": service, connected, seconds since the start of the test, pending.
+  static text_lines read() {
+    text_lines lines;
+    with_records([&lines](const engine_info__& first) {
+      for (const engine_info__* each = &first; each != nullptr; each = each->next) {
+        lines.push_back(std::string(each->Service.view()) + (each->Connected ? " 1 " : " 0 ") +
+                        std::to_string(static_cast<std::int64_t>(each->Since) - start_time) + " " +
+                        std::to_string(each->Pending));
+      }
+    });
     return lines;
   }
   static std::string detail_of_bfd() {
-    ledger_value value;
-    EXPECT_EQ(
-        ledger_item_get(ledger_get_default_conn(), "oper/object_tracking/gl/engine/all", &value),
-        0);
-    engine_info__ record{};
-    EXPECT_EQ(brec_decode(engine_info___brec, value.bytes(), &record), 0);
-    std::string detail{record.Detail.view()};
-    brec_release(engine_info___brec, &record);
+    std::string detail;
+    with_records([&detail](const engine_info__& first) { detail = first.Detail.view(); });
     return detail;
   }
 };
