@@ -62,12 +62,16 @@ void process_wait(evm* /*manager*/, bool (*ready)()) noexcept {
   if (take_failure("process_wait")) {
     return;
   }
-  field::await([ready] {
-    if (!ready()) {
-      field::run_pending();
-    }
-    return ready();
-  });
+  try {
+    field::await([ready] {
+      if (!ready()) {
+        field::run_pending();
+      }
+      return ready();
+    });
+  } catch (...) {
+    return;  // not in time
+  }
 }
 
 namespace field {

@@ -49,6 +49,13 @@ def seeded_chance():
     return random.Random(seed)
 
 
+def bfd_storm(build):
+    """How long a storm of BFD sessions lasts, OT_SECONDS or what a usual test may take, and its
+    chance."""
+    seconds = float(os.environ.get("OT_SECONDS", 8 if build.sanitized else 15))
+    return seconds, seeded_chance()
+
+
 class Storm:
     def __init__(self, net, elsewhere, chance):
         """Makes the links in `net`, a namespace; `elsewhere` is another one."""

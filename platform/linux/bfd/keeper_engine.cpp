@@ -62,7 +62,7 @@ std::optional<engine_choice> session_keeper::look_for_frr(
   if (is_frr && (!away_since_ || now - *away_since_ < frr_return_usec)) {
     return choice_;
   }
-  const std::optional<engine_choice> found = listening(sockets);
+  std::optional<engine_choice> found = listening(sockets);
   if (!found || found->kind != engine_kind::frr_vty) {
     vty_alone_since_.reset();
     return found;

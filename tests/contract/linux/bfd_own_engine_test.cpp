@@ -84,11 +84,15 @@ TEST(bfd_own_engine, follows_interfaces_that_exchange_their_names) {
     GTEST_SKIP() << reason;
   }
   ot::testing::in_namespace([] {
-    for (const std::string number : {"0", "1"}) {
-      ip("link add e" + number + " type veth peer name p" + number);
-      ip("addr add 10.9.0.1/24 dev e" + number);
-      ip("link set p" + number + " up");
-      ip("link set e" + number + " up");
+    for (const char* name : {"0", "1"}) {
+      const std::string near = std::string("e") + name;
+      const std::string far = std::string("p") + name;
+      std::string pair = "link add " + near;
+      pair.append(" type veth peer name ").append(far);
+      ip(pair);
+      ip("addr add 10.9.0.1/24 dev " + near);
+      ip("link set " + far + " up");
+      ip("link set " + near + " up");
     }
     watched_engine engine;
     engine.add("e0");
