@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <span>
@@ -15,8 +16,11 @@
 namespace ot::bfd {
 namespace {
 
-void require(bool condition) noexcept {
-  if (!condition) std::abort();
+void require(bool condition, int line = __builtin_LINE()) noexcept {
+  if (!condition) {
+    std::fprintf(stderr, "broken in line %d\n", line);
+    std::abort();
+  }
 }
 
 std::uint32_t next_random(void* state) {

@@ -53,8 +53,9 @@ session_keeper::wanted& session_keeper::enter(const client_key& key, const sessi
   }
   wanted& session = sessions_[config.key];
   if (std::find(session.keys.begin(), session.keys.end(), key) == session.keys.end()) {
-    session.keys.push_back(key);
+    session.keys.reserve(session.keys.size() + 1);
     names_[key] = config.key;
+    session.keys.push_back(key);  // a name that the session has and names_ has not would stay
   }
   return session;
 }

@@ -4,6 +4,8 @@
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -46,6 +48,14 @@ class watched_engine final : public engine::owner {
     config.interval = 100;
     config.multiplier = 3;
     engine_->add(config);
+  }
+  void remove(const std::string& interface) {
+    engine_->remove({interface_name{interface}, inet_addr("10.9.0.2")});
+    told_.clear();
+  }
+  bool expect_running(bool running) {
+    return ot::testing::run_loop_until(manager_,
+                                       [&] { return engine_->status().running == running; });
   }
   // Each of the sessions sends from now on. Told once a second.
   bool all_send() {
@@ -105,6 +115,24 @@ TEST(bfd_own_engine, follows_interfaces_that_exchange_their_names) {
     EXPECT_TRUE(engine.all_send()) << "both sessions have a way again";
     EXPECT_EQ(engine.problem("e0"), "");
     EXPECT_EQ(engine.problem("e1"), "");
+  });
+}
+
+TEST(bfd_own_engine, without_sessions_does_not_care_who_has_the_port) {
+  if (const std::string reason = ot::testing::no_namespace_reason(); !reason.empty()) {
+    GTEST_SKIP() << reason;
+  }
+  ot::testing::in_namespace([] {
+    const unique_fd other{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+    sockaddr_in name{};
+    name.sin_family = AF_INET;
+    name.sin_port = htons(control_port);
+    ASSERT_EQ(bind(other.get(), reinterpret_cast<sockaddr*>(&name), sizeof name), 0);
+    watched_engine engine;
+    engine.add("e0");
+    EXPECT_TRUE(engine.expect_running(false));
+    engine.remove("e0");
+    EXPECT_TRUE(engine.expect_running(true));
   });
 }
 

@@ -201,6 +201,8 @@ void own_engine::tick(void* self) noexcept {
   auto* engine = static_cast<own_engine*>(self);
   if (engine->sessions_.empty() && engine->speaker_.empty()) {
     engine->close();
+    engine->stood_down_.clear();  // nobody is looked for any more
+    engine->owner_.engine_changed();
     return;
   }
   // Two that found each other are not to look at the same moments ever after.

@@ -361,6 +361,18 @@ TEST_F(bfd_speaker_sessions, that_are_being_given_up_can_be_wanted_again) {
   EXPECT_FALSE(changed_.empty()) << "it is reported of again";
 }
 
+TEST_F(bfd_speaker_sessions, that_are_being_given_up_are_silent_for_another_on_their_path) {
+  speaker_.remove(add_up(), now_);
+  take_sent();
+  const std::uint32_t other = add().machine.discriminator();
+  run_until(now_ + 5 * second);
+  ASSERT_FALSE(sent_.empty());
+  for (const sent_packet& sent : sent_) {
+    EXPECT_EQ(sent.packet.my_discriminator, other);
+    EXPECT_EQ(sent.packet.state, session_state::down);
+  }
+}
+
 TEST_F(bfd_speaker_sessions, all_tell_their_end_at_once) {
   add_up();
   add({2, 0x0300000aU, 0x0100000aU});
