@@ -57,7 +57,7 @@ class engine_under_fuzz {
       require_peer(*job);
       require(++count < requests_limit);
     }
-    table_.engine_lost([](const session_key&) {});
+    table_.engine_lost([](const wanted_session&) {});
     require(!table_.next_job());
   }
 

@@ -100,10 +100,14 @@ TEST(short_link_messages, leave_a_standby_bond_member_standing_by) {
     if (!ip_can("link add bond0 type bond mode active-backup miimon 10")) {
       GTEST_SKIP() << "this kernel has no bonding";
     }
-    for (const std::string name : {"v", "w"}) {
-      ip("link add " + name + "0 type veth peer name " + name + "1");
-      ip("link set " + name + "1 up");
-      ip("link set " + name + "0 master bond0");
+    for (const char* name : {"v", "w"}) {
+      const std::string near = std::string(name) + "0";
+      const std::string far = std::string(name) + "1";
+      std::string pair = "link add " + near;
+      pair.append(" type veth peer name ").append(far);
+      ip(pair);
+      ip("link set " + far + " up");
+      ip("link set " + near + " master bond0");
     }
     ip("link add later type veth peer name p1");
     ip("link set bond0 up");
