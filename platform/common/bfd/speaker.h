@@ -70,7 +70,7 @@ class speaker {
    public:
     virtual void send(const neighbor_path& path, const control_packet& packet) noexcept = 0;
     // The state, a diagnostic or an interval of the session has changed, or it was heard for the
-    // first time.
+    // first time. The speaker's sessions are not to be removed from inside.
     virtual void changed(spoken_session& session) noexcept = 0;
 
    protected:

@@ -54,16 +54,22 @@ void local_links::close() noexcept {
   retry_.stop();
 }
 
+// What is known stays until all has been read: half of it would take sessions down.
 int local_links::read_all() noexcept {
-  links_.clear();
-  addresses_.clear();
-  news_ = true;
-  for (const std::uint16_t type : {RTM_GETLINK, RTM_GETADDR}) {
-    if (const int status = dump(type); status != status_ok) {
-      return status;
-    }
+  link_cache links;
+  std::vector<local_address> addresses;
+  std::swap(links_, links);
+  std::swap(addresses_, addresses);
+  int status = dump(RTM_GETLINK);
+  if (status == status_ok) {
+    status = dump(RTM_GETADDR);
   }
-  return status_ok;
+  if (status != status_ok) {
+    std::swap(links_, links);
+    std::swap(addresses_, addresses);
+  }
+  news_ = true;
+  return status;
 }
 
 int local_links::dump(std::uint16_t type) noexcept {

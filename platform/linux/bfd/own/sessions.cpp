@@ -66,7 +66,12 @@ void own_engine::begin(held_session& session) {
   if (session.spoken == nullptr) {
     const agreed_session* left = path ? left_of(session.config, *path) : nullptr;
     session.unconfirmed = left != nullptr;
-    session.spoken = &speaker_.add(timing, left, now);
+    try {
+      session.spoken = &speaker_.add(timing, left, now);
+    } catch (const std::bad_alloc&) {
+      saved_.free_slot(session.slot);
+      throw;
+    }
   }
   session.spoken->tag = &session;
 }
