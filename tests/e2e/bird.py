@@ -4,6 +4,7 @@ import os
 import shutil
 import subprocess
 import tempfile
+import typing
 
 PATIENCE = 10
 
@@ -31,6 +32,11 @@ def static_routes(gateways):
     return f"""
         protocol kernel {{ ipv4 {{ export all; }}; }}
         protocol static {{ ipv4; {routes} }}"""
+
+
+class BfdSession(typing.NamedTuple):
+    state: str
+    since: str
 
 
 class Bird:
@@ -64,19 +70,15 @@ class Bird:
         self._process.kill()
         self._process.wait()
 
-    def log(self):
-        """What it has printed."""
-        with open(self._path("log"), encoding="utf-8", errors="replace") as log:
-            return log.read()
-
     def bfd(self):
-        """BIRD's own view: the address of each neighbour to the state of its session. Empty while
-        it does not answer."""
+        """BIRD's own view: the address of each neighbour to the state of its session and the time
+        of its last change. Empty while it does not answer."""
         printed = subprocess.run(["birdc", "-s", self._path("ctl"), "show", "bfd", "sessions"],
                                  stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                                  stderr=subprocess.DEVNULL, text=True).stdout
         rows = [line.split() for line in printed.splitlines()]
-        return {row[0]: row[2] for row in rows if len(row) >= 3 and row[0][0].isdigit()}
+        return {row[0]: BfdSession(row[2], row[3]) for row in rows
+                if len(row) >= 4 and row[0][0].isdigit()}
 
     def close(self):
         if self._process is not None and self._process.poll() is None:

@@ -128,6 +128,7 @@ TEST_F(bfd_vty_hostile, an_answer_that_never_ends_is_given_up) {
     bfdd().say(" ");
     let_pass(manager(), 50ms);
   }
+  ASSERT_TRUE(run_until([&] { return bfdd().count("enable") == 2; }));
   bfdd().react(nullptr);
   bfdd().answer(bfdd().obey("enable").code, "");
   expect_recovery();
