@@ -49,6 +49,30 @@ at_once() {
   esac
 }
 
+# shards_of PROGRAM: in how many processes a GoogleTest program runs at once. The tests of the Linux
+# platform mostly wait.
+shards_of() {
+  [[ $1 == contract_linux ]] && echo 3 || echo 1
+}
+
+# run_shards PROGRAM REPORT COMMAND...: runs a GoogleTest program; its exit status. The reports of
+# the shards but the first stand beside REPORT.
+run_shards() {
+  local program=$1 report=$2 shards index status=0 pids=()
+  shift 2
+  shards=$(shards_of "$program")
+  for ((index = 1; index < shards; index++)); do
+    GTEST_TOTAL_SHARDS=$shards GTEST_SHARD_INDEX=$index \
+      "$@" --gtest_output="xml:${report%.xml}-$index.xml" &
+    pids+=($!)
+  done
+  GTEST_TOTAL_SHARDS=$shards GTEST_SHARD_INDEX=0 "$@" --gtest_output="xml:$report" || status=$?
+  for index in "${pids[@]}"; do
+    wait "$index" || status=$?
+  done
+  return "$status"
+}
+
 # The thread sanitizer's runtime needs the old memory layout on newer kernels.
 without_aslr() {
   if setarch -R true 2>/dev/null; then
@@ -65,7 +89,7 @@ run_program() {
   shift 3
   report=$PWD/build/$preset/reports/$program.xml
   mkdir -p "${report%/*}"
-  rm -f "$report"
+  rm -f "$report" "${report%.xml}"-[0-9].xml
   [[ $preset == tsan ]] && launcher=(without_aslr)
   if [[ $program == pytest-soak ]]; then # the arguments are for the GoogleTest program beside it
     launcher+=(env "OT_SECONDS=${OT_SECONDS:-60}")
@@ -78,8 +102,8 @@ run_program() {
     OT_BUILD_DIR=$PWD/build/$preset "${launcher[@]}" /usr/bin/python3 -m pytest -q \
       -p no:cacheprovider $(at_once "$program") --junit-xml="$report" "$folder" "$@" || status=$?
   elif [[ -x build/$preset/bin/$program ]]; then
-    "${launcher[@]}" "build/$preset/bin/$program" --gtest_brief=1 --gtest_output="xml:$report" \
-      "$@" || status=$?
+    run_shards "$program" "$report" "${launcher[@]}" "build/$preset/bin/$program" \
+      --gtest_brief=1 "$@" || status=$?
   else
     status=127
     echo "build/$preset/bin/$program was not built" >&2

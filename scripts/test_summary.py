@@ -8,10 +8,18 @@ is "N passed, N failed", with ", N skipped" when any; the exit status is 1 on an
 """
 
 import collections
+import glob
 import sys
 import xml.etree.ElementTree as ElementTree
 
 Counts = collections.namedtuple("Counts", "passed failed skipped")
+
+
+def read_reports(path):
+    """The test cases of a report, and of the shards' beside it."""
+    yield from read_report(path)
+    for shard in sorted(glob.glob(f"{glob.escape(path[:-len('.xml')])}-[0-9].xml")):
+        yield from read_report(shard)
 
 
 def read_report(path):
@@ -45,7 +53,7 @@ def add_up(program, status, report, failures, reasons):
         failures.append("the build failed")
         return Counts(0, 1, 0)
     try:
-        cases = list(read_report(report))
+        cases = list(read_reports(report))
     except (OSError, ElementTree.ParseError):
         failures.append(f"left no report (exit status {status})")
         return Counts(0, 1, 0)
