@@ -38,6 +38,16 @@ class BfdSession(typing.NamedTuple):
     state: str
     since: str
 
+    def seconds(self):
+        """The time of the last change, in seconds of the day."""
+        hours, minutes, seconds = self.since.split(":")
+        return int(hours) * 3600 + int(minutes) * 60 + float(seconds)
+
+    def is_still(self, before):
+        """Whether it is as it was and nothing happened in between. BIRD tells ages, so that a time
+        differs by its rounding."""
+        return self.state == before.state and abs(self.seconds() - before.seconds()) < 0.1
+
 
 class Bird:
     def __init__(self, net, configuration):

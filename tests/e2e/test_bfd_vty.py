@@ -8,6 +8,7 @@ import time
 import pytest
 
 import bfd_engines
+from bird import BfdSession
 from test_bfd import Site
 from waiting import wait_until
 
@@ -119,7 +120,7 @@ def test_the_neighbour_does_not_notice_a_crash(site):
     # By then what nobody wants would be gone.
     wait_until(lambda: time.monotonic() - time_of_start > 4, 10, "leftovers are tidied up")
     assert len(site.marks()) == 2
-    assert sessions_up(site, site.links) == before
+    assert all(map(BfdSession.is_still, sessions_up(site, site.links), before))
 
 
 def test_a_peer_that_somebody_deletes_is_made_again(site):
@@ -191,4 +192,4 @@ def test_a_session_of_ours_that_a_protocol_comes_to_use_never_falls_for_us(site)
     site.service.stop()
     wait_until(lambda: [peer["type"] for peer in site.frr.peers()] == ["dynamic"], 10,
                "staticd's session")
-    assert sessions_up(site, [0]) == before
+    assert all(map(BfdSession.is_still, sessions_up(site, [0]), before))
