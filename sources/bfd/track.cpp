@@ -3,6 +3,7 @@
 #include "sources/bfd/track.h"
 
 #include "core/in_addr_text.h"
+#include "platform/text_hash.h"
 #include "sources/bfd/client.h"
 #include "sources/interface/client.h"
 #include "sources/probe/table.h"
@@ -50,11 +51,7 @@ int request_session(const char* who, ot_track& track) {
 // No interface has such a number. One that is not there is known by a number made of its name: one
 // for all would make sessions to one address over several of them the same.
 std::uint32_t handle_of_absent(const char* ifname) noexcept {
-  std::uint32_t hash = 2166136261U;  // FNV-1a
-  for (const char* letter = ifname; *letter != '\0'; ++letter) {
-    hash = (hash ^ static_cast<unsigned char>(*letter)) * 16777619U;
-  }
-  return hash | 0x80000000U;
+  return text_hash(ifname) | 0x80000000U;
 }
 
 std::uint32_t handle_of(const char* ifname) noexcept {

@@ -4,17 +4,14 @@
 #include <cstdint>
 
 #include "platform/common/root_path.h"
+#include "platform/text_hash.h"
 
 namespace ot::bfd {
 
 // The same for every run of one instance, and only for those: the instance is known by its root
 // directory. Throws bad_alloc.
 inline std::uint32_t instance_number() {
-  std::uint32_t hash = 2166136261U;  // FNV-1a
-  for (const char letter : root_path("/")) {
-    hash = (hash ^ static_cast<unsigned char>(letter)) * 16777619U;
-  }
-  return hash;
+  return text_hash(root_path("/"));
 }
 
 }  // namespace ot::bfd
