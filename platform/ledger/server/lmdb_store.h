@@ -26,6 +26,8 @@ struct lmdb_options {
   std::size_t map_bytes = 0;
   lmdb_durability durability = lmdb_durability::synced;
   std::string stamp;  // when not empty, items of a file with another stamp are dropped
+  // Where the file goes when LMDB ends the process because of what it finds in it; "": it stays.
+  std::string aside = {};
 };
 
 struct lmdb_item_head;
@@ -69,6 +71,7 @@ class lmdb_store : public ledger_store {
   [[nodiscard]] bool batched() const noexcept {
     return options_.durability == lmdb_durability::batched;
   }
+  static void on_damage(MDB_env* env, const char* text) noexcept;
   int prepare_lock_file();
   int preallocate() const noexcept;
   int open_tables();

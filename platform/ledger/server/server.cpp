@@ -111,11 +111,13 @@ int ledger_server::open_stores(std::string& ret_error) {
 
 // What is published can be published again, so a store that is no good is replaced.
 int ledger_server::open_operational(std::string& ret_error) {
-  const lmdb_options options{.path = root_path("/run/object_tracking/operational.mdb"),
+  const std::string path = root_path("/run/object_tracking/operational.mdb");
+  const std::string aside = path + ".damaged";
+  const lmdb_options options{.path = path,
                              .map_bytes = map_bytes(operational_kb),
                              .durability = lmdb_durability::batched,
-                             .stamp = read_boot_id()};
-  const std::string aside = options.path + ".damaged";
+                             .stamp = read_boot_id(),
+                             .aside = aside};
   std::string fault;
   if (check_store(options.path, options.map_bytes, false, fault) == store_state::faulty) {
     if (std::rename(options.path.c_str(), aside.c_str()) != 0) {

@@ -29,6 +29,7 @@ namespace {
 constexpr rlim_t longest_reading_s = 10;  // of processor time
 constexpr MDB_dbi free_pages = 0;         // LMDB's own tables
 constexpr MDB_dbi names_of_tables = 1;
+constexpr const char* head_fault = "its head is damaged";
 
 struct finding {
   bool made;
@@ -51,14 +52,16 @@ struct file_head {
   std::uint64_t address;
   std::uint64_t map_bytes;
   std::uint32_t page_bytes;
-  std::uint8_t tables[92];
+  std::uint8_t tables[84];
+  std::uint64_t root_of_names;  // a page
   std::uint64_t last_page;
   std::uint64_t transaction;
 };
-static_assert(offsetof(file_head, transaction) == 144);
+static_assert(offsetof(file_head, root_of_names) == 128 && offsetof(file_head, transaction) == 144);
 constexpr std::uint32_t head_magic = 0xbeefc0de;
 
-void check_heads(int file) {
+// The page at which the newer one's table of tables begins; 0 where heads are not looked at.
+std::uint64_t check_heads(int file) {
   if constexpr (sizeof(void*) == 8) {
     file_head heads[2]{};
     if (pread(file, &heads[0], sizeof heads[0], 0) != sizeof heads[0] ||
@@ -68,16 +71,18 @@ void check_heads(int file) {
     }
     const std::uint64_t apart = heads[0].transaction - heads[1].transaction;
     if (apart + 1 > 2) {
-      throw damage{"its head is damaged"};
+      throw damage{head_fault};
     }
+    return heads[heads[0].transaction > heads[1].transaction ? 0 : 1].root_of_names;
   }
+  return 0;
 }
 
 class reading_process {
  public:
   reading_process(const std::string& path, std::size_t map_bytes) {
     std::string error;
-    check_heads(open_own_file(path, O_RDONLY, 0, error).get());
+    root_of_names_ = check_heads(open_own_file(path, O_RDONLY, 0, error).get());
     check(mdb_env_create(&env_));
     check(mdb_env_set_mapsize(env_, map_bytes));
     check(mdb_env_set_maxdbs(env_, 3));
@@ -171,6 +176,10 @@ class reading_process {
       if (page < 2 || page >= before) {
         throw damage{"its list of free pages is damaged"};
       }
+      // A head that has its own list of free pages and the tables of an earlier write.
+      if (page == root_of_names_) {
+        throw damage{head_fault};
+      }
       before = page;
     }
     free_ += numbers;
@@ -194,6 +203,7 @@ class reading_process {
   MDB_dbi items_ = 0;
   MDB_dbi order_ = 0;
   MDB_dbi about_ = 0;
+  std::uint64_t root_of_names_ = 0;
   std::size_t last_page_ = 0;
   std::size_t free_ = 0;                 // pages
   volatile std::ptrdiff_t touched_ = 0;  // every byte of a value is read

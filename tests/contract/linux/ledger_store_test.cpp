@@ -5,10 +5,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <optional>
 
 #include "platform/ledger/server/lmdb_store.h"
+#include "platform/ledger/server/store_check.h"
 #include "platform/ledger_status.h"
 #include "tests/contract/linux/ledger_place.h"
 #include "tests/support/ledger_proposals.h"
@@ -17,16 +21,18 @@ namespace ot::test {
 namespace {
 
 using ::testing::ElementsAre;
+namespace fs = std::filesystem;
 
 class lmdb_ledger_store : public ::testing::Test {
  protected:
-  void open(lmdb_durability durability, const std::string& stamp = {},
-            std::size_t kilobytes = 1024) {
+  void open(lmdb_durability durability, const std::string& stamp = {}, std::size_t kilobytes = 1024,
+            const std::string& aside = {}) {
     store_.emplace();
     ASSERT_EQ(store_->open({.path = place_.path() + "/store.mdb",
                             .map_bytes = kilobytes * 1024,
                             .durability = durability,
-                            .stamp = stamp}),
+                            .stamp = stamp,
+                            .aside = aside}),
               0);
   }
   int put(const std::string& path, std::uint32_t number) {
@@ -62,6 +68,35 @@ class lmdb_ledger_store : public ::testing::Test {
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     ASSERT_TRUE(WIFSIGNALED(status));
+  }
+
+  [[nodiscard]] std::string file() const { return place_.path() + "/store.mdb"; }
+  // What is wrong with the store's file; "" for nothing.
+  std::string fault() {
+    std::string found;
+    check_store(file(), std::size_t{1024} * 1024, false, found);
+    return found;
+  }
+
+  // LMDB takes such a store for good, and ends the process that writes to it.
+  void make_half_a_head() {
+    const std::streamoff page = sysconf(_SC_PAGESIZE);
+    constexpr std::streamoff tail_of_tables = 16 + 0x68;  // entries and root of the last table
+    open(lmdb_durability::batched);
+    for (std::uint32_t write = 0; write < 400; ++write) {
+      ASSERT_EQ(put("/oper/track/" + std::to_string(write % 300), write), 0);
+      ASSERT_EQ(store_->flush(), 0);
+    }
+    const std::streamoff head = (store_->last_write() + 1) % 2 * page;
+    std::array<char, 16> earlier{};
+    std::fstream bytes{file(), std::ios::in | std::ios::out | std::ios::binary};
+    bytes.seekg(head + tail_of_tables).read(earlier.data(), earlier.size());
+    ASSERT_EQ(put("/oper/track/0", 1), 0);
+    ASSERT_EQ(store_->flush(), 0);
+    store_.reset();
+    ASSERT_EQ(fault(), "");
+    bytes.seekp(head + tail_of_tables).write(earlier.data(), earlier.size());
+    bytes.close();
   }
 
   ledger_place place_;
@@ -226,6 +261,54 @@ TEST_F(lmdb_ledger_store, a_batch_is_read_before_it_is_flushed) {
   EXPECT_EQ(number_at("/oper/a"), 7U);  // a refusal spares the batch
   ASSERT_EQ(remove("/oper/a"), 0);
   EXPECT_EQ(number_at("/oper/a"), 0U);
+}
+
+// A kill can come between any two instructions. LMDB's head of a store takes some to change, so it
+// is the system that has to write it, at once.
+TEST_F(lmdb_ledger_store, no_store_is_written_through_a_map) {
+  for (const auto durability : {lmdb_durability::batched, lmdb_durability::synced}) {
+    open(durability);
+    ASSERT_EQ(put("/oper/a", 1), 0);
+    std::ifstream maps{"/proc/self/maps"};
+    std::vector<std::string> rights;
+    for (std::string line; std::getline(maps, line);) {
+      if (line.ends_with(file())) {
+        rights.push_back(line.substr(line.find(' ') + 1, 4));
+      }
+    }
+    EXPECT_THAT(rights, ElementsAre("r--s"));
+    store_.reset();
+    fs::remove(file());
+  }
+}
+
+// Its newest head gets the number of the last write with the tables of the write before the last:
+// what a kill within the head left when it was written through a map.
+TEST_F(lmdb_ledger_store, a_head_with_the_tables_of_an_earlier_write_is_found) {
+  make_half_a_head();
+  EXPECT_EQ(fault(), "its head is damaged");
+}
+
+TEST_F(lmdb_ledger_store, damage_that_shows_in_use_is_not_met_twice) {
+  make_half_a_head();
+  const std::string aside = file() + ".aside";
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    close(STDERR_FILENO);
+    open(lmdb_durability::batched, {}, 1024, aside);
+    for (std::uint32_t write = 0; write < 400; ++write) {
+      put("/oper/track/" + std::to_string(write % 300), write);
+      store_->flush();
+    }
+    _exit(0);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFSIGNALED(status));
+  EXPECT_EQ(WTERMSIG(status), SIGABRT);
+  EXPECT_FALSE(fs::exists(file()));
+  EXPECT_TRUE(fs::exists(aside));
 }
 
 TEST_F(lmdb_ledger_store, another_stamp_drops_the_items) {
