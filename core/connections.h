@@ -37,6 +37,8 @@ struct service_of_tracks {
   void (*look)() noexcept = nullptr;    // brings the connection up to date before it is shown
   // What the service is and why, for the operator; null where there is nothing to choose.
   service_detail (*detail)() noexcept = nullptr;
+  // Packets that came to the service and were discarded; null where none come.
+  std::uint64_t (*discarded)() noexcept = nullptr;
 };
 
 }  // namespace ot

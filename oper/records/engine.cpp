@@ -40,6 +40,9 @@ engine_info__* fill(engine_records& records) noexcept {
       if (kind->service->detail != nullptr) {
         record.Detail = kind->service->detail();
       }
+      if (kind->service->discarded != nullptr) {
+        record.Discarded = kind->service->discarded();
+      }
       *end = &record;
       end = &record.next;
     }
@@ -95,8 +98,8 @@ const brec_descriptor engine_info___brec = {
     "libobject_tracking_brec_desc.dll",
     {},
     sizeof(engine_info__),
-    "$12=L{next}p($12){Service}33x%S{Connected}b{Since}H{Pending}D{Detail}224x%S;",
-    "$12=Lp($12)33x%SbHD224x%S;"};
+    "$12=L{next}p($12){Service}33x%S{Connected}b{Since}H{Pending}D{Detail}224x%S{Discarded}H;",
+    "$12=Lp($12)33x%SbHD224x%SH;"};
 
 const brec_descriptor loop_info___brec = {
     1,         "loop_info__",       "libobject_tracking_brec_desc.dll",

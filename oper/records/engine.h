@@ -16,9 +16,10 @@ struct engine_info__ {
   engine_info__* next = nullptr;
   record_name Service;  // "bfd", "probe", "fib", "interfaces"
   bool Connected = false;
-  std::uint64_t Since = 0;    // wall clock: when that became so
-  std::uint32_t Pending = 0;  // how much waits for the service
-  service_detail Detail;      // what it is and why; empty where there is nothing to tell
+  std::uint64_t Since = 0;      // wall clock: when that became so
+  std::uint32_t Pending = 0;    // how much waits for the service
+  service_detail Detail;        // what it is and why; empty where there is nothing to tell
+  std::uint64_t Discarded = 0;  // packets that came to it and were discarded
 };
 
 struct loop_info__ {

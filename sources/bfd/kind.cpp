@@ -72,11 +72,16 @@ service_detail tell_engine() noexcept {
   return service_detail{engine.name.empty() || length < 0 ? "" : text};
 }
 
+std::uint64_t packets_discarded() noexcept {
+  return bfdc_engine().discarded;
+}
+
 constexpr service_of_tracks service = {.service = router_service::bfd_engine,
                                        .name = "bfd",
                                        .pending = sessions_that_wait,
                                        .look = look_at_engine,
-                                       .detail = tell_engine};
+                                       .detail = tell_engine,
+                                       .discarded = packets_discarded};
 
 // Stored tracks are made when they are applied, not later: the client is connected as soon as its
 // thread runs.

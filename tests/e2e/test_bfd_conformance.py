@@ -1,11 +1,14 @@
 """The service's own BFD engine on a real link, against a neighbour that sends what a test says and
 looks at every packet of the service's."""
 
+import json
+
 import pytest
 
 from bfd_peer import (ADMIN_DOWN, AUTHENTICATION, BY_HAND, DOWN, EXPIRED, FINAL, INIT, MULTIPOINT,
                       NO_REASON, POLL, SIGNALED_DOWN, UP, BfdPeer, Packet)
 from netns import NetworkNamespace
+from waiting import wait_until
 
 STATES = {ADMIN_DOWN: "AdminDown", DOWN: "Down", INIT: "Init", UP: "Up"}
 LATE = 0.1  # what a packet may be late on a busy machine
@@ -145,6 +148,25 @@ def test_what_is_to_be_refused_is_as_if_it_had_not_come(up):
         assert (one.packet.state, one.packet.flags & FINAL) == (UP, 0)
     up.peer.send(state=DOWN)  # and this one is not refused: the only change that was seen
     follower.expect(("t0", "down"))
+
+
+def discarded(service):
+    """What `trackctl engine` tells of packets that were discarded: the number, and the lines."""
+    [bfd] = [row for row in json.loads(service.ctl("engine", "--json")) if row["service"] == "bfd"]
+    return bfd["discarded_packets"], [line for line in service.ctl("engine").splitlines()
+                                      if "discarded" in line]
+
+
+def test_what_is_refused_is_counted_for_the_operator(link):
+    link.track()
+    link.peer.expect(state=DOWN)
+    assert discarded(link.service) == (0, [])
+    for count, words in ((1, "1 packet was"), (3, "3 packets were")):
+        for _ in range(count - discarded(link.service)[0]):
+            link.peer.send_bytes(b"garbage")
+        wanted = (count, [f"BFD engine: {words} discarded: malformed, from afar, or of no session"])
+        wait_until(lambda wanted=wanted: discarded(link.service) == wanted,
+                   link.service.build.patience, words)
 
 
 def test_a_poll_is_answered_at_once_and_once(up):

@@ -50,6 +50,30 @@ TEST(engine_view, tells_of_lines_of_the_log_that_were_dropped) {
             "Lines of the log dropped, because nobody read it: 12\n");
 }
 
+TEST(engine_view, a_line_for_what_a_service_is_and_one_for_what_it_discarded) {
+  std::vector<engine_state> shown = states;
+  EXPECT_EQ(details_text(shown), "");
+  shown[0].detail = "own engine";
+  EXPECT_EQ(details_text(shown), "BFD engine: own engine\n");
+  shown[0].discarded = 1;
+  EXPECT_EQ(details_text(shown),
+            "BFD engine: own engine\n"
+            "BFD engine: 1 packet was discarded: malformed, from afar, or of no session\n");
+  shown[0].detail.clear();
+  shown[0].discarded = std::uint64_t{1} << 32;
+  EXPECT_EQ(details_text(shown),
+            "BFD engine: 4294967296 packets were discarded: malformed, from afar, or of no "
+            "session\n");
+}
+
+TEST(engine_view, json_counts_what_was_discarded_where_packets_come) {
+  std::vector<engine_state> shown = states;
+  shown[0].discarded = 7;
+  const nlohmann::ordered_json json = engine_json(shown, {});
+  EXPECT_EQ(json.at(0)["discarded_packets"], 7);
+  EXPECT_FALSE(json.at(2).contains("discarded_packets"));
+}
+
 TEST(engine_view, json_without_a_turn_yet) {
   EXPECT_TRUE(engine_json({}, {1'700'000'000, 0, 0, 0}).at(0)["longest_turn_at"].is_null());
 }
@@ -57,7 +81,8 @@ TEST(engine_view, json_without_a_turn_yet) {
 TEST(engine_view, json_carries_the_same) {
   EXPECT_EQ(
       engine_json(states, {1'700'000'000, 1'700'000'004, 3214, 5}).dump(),
-      R"([{"service":"bfd","connected":true,"since":"2023-11-14T22:13:20Z","pending":0},)"
+      R"([{"service":"bfd","connected":true,"since":"2023-11-14T22:13:20Z","pending":0,)"
+      R"("discarded_packets":0},)"
       R"({"service":"probe","connected":false,"since":"2023-11-14T22:13:21Z","pending":3},)"
       R"({"service":"fib","connected":false,"since":"2023-11-14T22:13:22Z","pending":1},)"
       R"({"service":"interfaces","connected":true,"since":"2023-11-14T22:13:23Z",)"

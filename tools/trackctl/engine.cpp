@@ -97,8 +97,15 @@ std::string engine_table(const std::vector<engine_state>& states) {
 std::string details_text(const std::vector<engine_state>& states) {
   std::string text;
   for (const engine_state& state : states) {
+    const needed_service row = words_of(state.service);
+    const std::string name = std::string(row.name) + ": ";
     if (!state.detail.empty()) {
-      text += std::string(words_of(state.service).name) + ": " + state.detail + '\n';
+      text += name + state.detail + '\n';
+    }
+    if (state.discarded != 0 && row.discards != nullptr) {
+      text += name + std::to_string(state.discarded) +
+              (state.discarded == 1 ? " packet was discarded: " : " packets were discarded: ") +
+              row.discards + '\n';
     }
   }
   return text;
@@ -129,6 +136,9 @@ nlohmann::ordered_json engine_json(const std::vector<engine_state>& states,
     if (!state.detail.empty()) {
       all.back()["detail"] = state.detail;
     }
+    if (words_of(state.service).discards != nullptr) {
+      all.back()["discarded_packets"] = state.discarded;
+    }
   }
   all.push_back(loop_json(loop));
   return all;
@@ -143,7 +153,7 @@ std::vector<engine_state> read_engine_states() {
   for (const engine_info__* each = &record; each != nullptr; each = each->next) {
     states.push_back({std::string(each->Service.view()), each->Connected,
                       static_cast<std::int64_t>(each->Since), each->Pending,
-                      std::string(each->Detail.view())});
+                      std::string(each->Detail.view()), each->Discarded});
   }
   return states;
 }

@@ -17,7 +17,8 @@ struct engine_state {
   bool connected = false;
   std::int64_t since = 0;  // wall-clock seconds
   std::uint32_t pending = 0;
-  std::string detail = {};  // what the service is and why, where there is something to tell
+  std::string detail = {};      // what the service is and why, where there is something to tell
+  std::uint64_t discarded = 0;  // packets
 };
 
 // The service's event loop, and its log.
@@ -30,7 +31,7 @@ struct loop_state {
 
 // One line a service, in the given order; times are local.
 std::string engine_table(const std::vector<engine_state>& states);
-// One line for each service with a detail.
+// A line for each service with a detail, and one for each that has discarded packets.
 std::string details_text(const std::vector<engine_state>& states);
 // A line, and one more when lines of the log were dropped.
 std::string loop_text(const loop_state& state);

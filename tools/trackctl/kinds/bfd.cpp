@@ -172,6 +172,7 @@ constinit const track_kind bfd_kind{
     .check = check_others,
     .object = object,
     .live = live,
-    .service = {"bfd", "BFD engine", "sessions that are not run"}};
+    .service = {"bfd", "BFD engine", "sessions that are not run",
+                "malformed, from afar, or of no session"}};
 
 }  // namespace ot::trackctl

@@ -25,6 +25,8 @@ struct needed_service {
   std::string_view word;  // in the report
   const char* name = "";
   const char* pending = "";  // what waits for it; stands behind the number
+  // What is wrong with packets that it discards; null where none come.
+  const char* discards = nullptr;
 };
 
 struct track_kind {

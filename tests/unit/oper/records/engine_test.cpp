@@ -82,6 +82,23 @@ TEST_F(engine_info, tells_which_bfd_engine_it_is_and_why) {
   EXPECT_EQ(detail_of_bfd(), "FRR 8.4.4 (bfdd runs here)");
 }
 
+TEST_F(engine_info, counts_the_packets_that_the_bfd_engine_has_discarded) {
+  std::vector<std::uint64_t> discarded;
+  const auto read_discarded = [&discarded](const engine_info__& first) {
+    discarded.clear();
+    for (const engine_info__* each = &first; each != nullptr; each = each->next) {
+      discarded.push_back(each->Discarded);
+    }
+  };
+  with_records(read_discarded);
+  EXPECT_THAT(discarded, ElementsAre(0U, 0U, 0U, 0U));
+  bfdc_engine_status engine;
+  engine.discarded = (std::uint64_t{1} << 32) + 3;
+  field::bfd_engine_is(engine);
+  with_records(read_discarded);
+  EXPECT_THAT(discarded, ElementsAre(engine.discarded, 0U, 0U, 0U));
+}
+
 TEST_F(engine_info, a_connection_keeps_its_time) {
   field::bfd_engine_back();
   field::run_pending();
