@@ -1,4 +1,4 @@
-// Routing netlink through libmnl. A lost event is announced by ENOBUFS before the events that are
+// Netlink through libmnl. A lost event is announced by ENOBUFS before the events that are
 // still queued; what to do then is the owner's decision.
 #include "platform/linux/netlink/socket.h"
 
@@ -6,6 +6,7 @@
 #include <sys/time.h>
 
 #include <cerrno>
+#include <cstring>
 
 namespace ot {
 namespace {
@@ -29,7 +30,15 @@ int answer_end(const nlmsghdr& message) noexcept {
   if (message.nlmsg_type == NLMSG_ERROR) {
     return -static_cast<const nlmsgerr*>(mnl_nlmsg_get_payload(&message))->error;
   }
-  return message.nlmsg_type == NLMSG_DONE ? 0 : -1;
+  if (message.nlmsg_type != NLMSG_DONE) {
+    return -1;
+  }
+  // A dump that fails once it has begun says so in its last message.
+  std::int32_t status = 0;
+  if (message.nlmsg_len >= NLMSG_LENGTH(sizeof status)) {
+    std::memcpy(&status, mnl_nlmsg_get_payload(&message), sizeof status);
+  }
+  return status < 0 ? -status : 0;
 }
 
 // Each message of a datagram.
@@ -43,8 +52,8 @@ void hand_over(const char* datagram, std::size_t length, netlink_visit visit, vo
 
 }  // namespace
 
-int netlink_socket::open(std::uint32_t groups, int flags) noexcept {
-  socket_.reset(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC | flags));
+int netlink_socket::open(int family, std::uint32_t groups, int flags) noexcept {
+  socket_.reset(mnl_socket_open2(family, SOCK_CLOEXEC | flags));
   if (socket_ == nullptr || mnl_socket_bind(socket_.get(), groups, MNL_SOCKET_AUTOPID) < 0) {
     return errno;
   }
@@ -52,7 +61,7 @@ int netlink_socket::open(std::uint32_t groups, int flags) noexcept {
 }
 
 int netlink_socket::open_events(std::uint32_t groups) noexcept {
-  const int status = open(groups, SOCK_NONBLOCK);
+  const int status = open(NETLINK_ROUTE, groups, SOCK_NONBLOCK);
   if (status != 0) {
     return status;
   }
@@ -63,8 +72,8 @@ int netlink_socket::open_events(std::uint32_t groups) noexcept {
   return 0;
 }
 
-int netlink_socket::open_requests() noexcept {
-  const int status = open(0, 0);
+int netlink_socket::open_requests(int family) noexcept {
+  const int status = open(family, 0, 0);
   if (status != 0) {
     return status;
   }

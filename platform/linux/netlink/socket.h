@@ -1,9 +1,10 @@
-// A routing netlink socket: either one that listens for the kernel's events or one that asks and
-// waits for the answer. The two kinds are never mixed, so an answer is never looked for among
+// A netlink socket: either one that listens for the kernel's events or one that asks and waits for
+// the answer. The two kinds are never mixed, so an answer is never looked for among
 // events.
 #pragma once
 
 #include <libmnl/libmnl.h>
+#include <linux/netlink.h>
 
 #include <cstdint>
 #include <memory>
@@ -22,8 +23,9 @@ class netlink_socket {
   // Opens a socket for events of `groups` (RTMGRP_* bits), with the largest receive buffer that the
   // system grants. It never blocks. 0 or an errno value.
   int open_events(std::uint32_t groups) noexcept;
-  // Opens a socket for requests.
-  int open_requests() noexcept;
+  // Opens a socket for requests, of routing netlink or of another family (NETLINK_*). 0 or an
+  // errno value.
+  int open_requests(int family = NETLINK_ROUTE) noexcept;
 
   [[nodiscard]] int fd() const noexcept { return mnl_socket_get_fd(socket_.get()); }
 
@@ -46,7 +48,7 @@ class netlink_socket {
     void operator()(mnl_socket* socket) const noexcept { mnl_socket_close(socket); }
   };
 
-  int open(std::uint32_t groups, int flags) noexcept;
+  int open(int family, std::uint32_t groups, int flags) noexcept;
   int receive(netlink_visit visit, void* context) noexcept;
   int exchange(nlmsghdr* message, bool one_answer, netlink_visit visit, void* context) noexcept;
 
