@@ -10,7 +10,6 @@
 
 #include "platform/common/root_path.h"
 #include "platform/err_string.h"
-#include "platform/linux/bfd/own/port_owners.h"
 #include "platform/linux/loop/sd_event.h"
 #include "platform/linux/monotonic.h"
 #include "platform/status.h"
@@ -97,7 +96,7 @@ void own_engine::close() noexcept {
 
 // Opens the port when it is nobody's, and leaves it when it is another's too.
 void own_engine::look_at_port() noexcept {
-  const std::optional<uid_t> other = other_port_owner(control_port, socket_.fd());
+  const std::optional<uid_t> other = port_owners_.other(control_port, socket_.fd());
   try {
     if (other) {
       stand_down("user " + user_text(*other) +

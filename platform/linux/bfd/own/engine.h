@@ -31,6 +31,7 @@
 #include "platform/linux/bfd/engine.h"
 #include "platform/linux/bfd/own/links.h"
 #include "platform/linux/bfd/own/packet_socket.h"
+#include "platform/linux/bfd/own/port_owners.h"
 #include "platform/linux/bfd/own/saved_sessions.h"
 #include "platform/linux/bfd/timer.h"
 
@@ -87,6 +88,7 @@ class own_engine final : public engine, private speaker::owner {
   std::mt19937 random_;
   speaker speaker_;
   packet_socket socket_;
+  port_owners port_owners_;
   sd_event_source* readable_ = nullptr;
   local_links links_{links_changed, this};
   loop_timer due_{due, this};
