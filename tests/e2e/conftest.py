@@ -3,6 +3,7 @@
 The tests need the right to make network namespaces; without it they are skipped, with the reason.
 """
 
+import contextlib
 import os
 import shutil
 
@@ -55,3 +56,10 @@ def service(new_service):
     instance = new_service()
     instance.start()
     return instance
+
+
+@pytest.fixture
+def closing():
+    """Closes with the test what it is called with, the last first, and returns it."""
+    with contextlib.ExitStack() as parts:
+        yield lambda part: parts.enter_context(contextlib.closing(part))

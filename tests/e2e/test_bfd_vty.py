@@ -1,15 +1,13 @@
 """What is the user's in FRR stays his while the service runs sessions by the shell's socket, and nothing of the
 service's is left."""
 
-import json
-import os
 import time
 
 import pytest
 
 import bfd_engines
+from bfd_site import BfddSite
 from bird import BfdSession
-from test_bfd import Site
 from waiting import wait_until
 
 BFD = ("configure terminal", "bfd")
@@ -24,19 +22,9 @@ def engine(request):
 
 
 @pytest.fixture
-def site(new_service, engine, monkeypatch):
-    """Two links; the service runs and has no track yet."""
-    service = new_service()
-    monkeypatch.setenv("OT_BFDD_SOCKET", os.path.join(service.root, "run/frr", engine.socket))
-    made = Site(service, engine, 2)
-    yield made
-    made.close()
-
-
-def engine_detail(site):
-    shown = json.loads(site.service.ctl("engine", "--json"))
-    [row] = [row for row in shown if row["service"] == "bfd"]
-    return row["detail"]
+def site(new_service, engine, closing, monkeypatch):
+    """Two links; the service is not started yet."""
+    return closing(BfddSite(new_service(), engine, monkeypatch, 2))
 
 
 def without_ours(lines):
@@ -49,9 +37,9 @@ def without_ours(lines):
 
 def test_the_engine_is_named_with_its_release(site):
     site.service.start()
-    wait_until(lambda: "vty socket" in engine_detail(site), 10, "the engine")
+    wait_until(lambda: "vty socket" in site.engine()[1], 10, "the engine")
     version = site.frr.vtysh("show version").split()[1]
-    assert engine_detail(site).startswith(f"FRR {version}, vty socket")
+    assert site.engine()[1].startswith(f"FRR {version}, vty socket")
 
 
 def test_the_users_configuration_is_as_before(site):
@@ -84,10 +72,7 @@ def test_logging_that_the_user_has_switched_on_stays_on(site):
 
 def test_a_crash_leaves_nothing_for_good(site):
     before = without_ours(site.frr.configuration())
-    site.service.start()
-    for number in site.links:
-        site.configure(number)
-    site.wait_all("up")
+    site.up()
     site.service.crash()
     site.service.start()
     site.wait_all("up")
@@ -99,7 +84,7 @@ def sessions_up(site, links):
     """Waits for the neighbour to have the sessions on these links up; its view of them, with the
     time of the last change."""
     def there():
-        sessions = site.bird.bfd()
+        sessions = site.peer.bfd()
         return [sessions.get(f"10.9.{number}.1") for number in links]
 
     wait_until(lambda: all(session and session.state == "Up" for session in there()), 10,
@@ -108,10 +93,7 @@ def sessions_up(site, links):
 
 
 def test_the_neighbour_does_not_notice_a_crash(site):
-    site.service.start()
-    for number in site.links:
-        site.configure(number)
-    site.wait_all("up")
+    site.up()
     before = sessions_up(site, site.links)
     site.service.crash()
     time_of_start = time.monotonic()

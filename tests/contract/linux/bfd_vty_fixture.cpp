@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <thread>
 #include <utility>
 
 #include "platform/linux/bfd/instance.h"
@@ -66,6 +67,21 @@ void bfd_vty_fixture::start_engine() {
   bfd::engine::owner& reported = *this;
   engine_ = std::make_unique<bfd::vty_engine>(reported, path_);
   ASSERT_EQ(engine_->start(manager()), 0);
+}
+
+void bfd_vty_fixture::end_beside_bfdd(const std::function<void()>& first) {
+  std::thread bfdds_own{[&] {
+    if (first) {
+      first();
+    }
+    while (bfdd_->connected()) {
+      bfdd_->serve_once();
+    }
+  }};
+  end_engine();
+  bfdds_own.join();
+  EXPECT_TRUE(bfdd_->peers().empty());
+  EXPECT_FALSE(bfdd_->logs_sessions());
 }
 
 void bfd_vty_fixture::start() {

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -35,6 +36,9 @@ class bfd_vty_fixture : public contract::contract_test, private bfd::engine::own
   // The engine begins to work; bfdd may come later.
   void start_engine();
   void end_engine() { engine_.reset(); }
+  // The engine waits for its answers, which the loop would give: so bfdd runs beside it, and first
+  // of all does that. Nothing of the engine's is left.
+  void end_beside_bfdd(const std::function<void()>& first = nullptr);
   // bfdd has the session, and it is up.
   void bring_up(unsigned number);
   // Waits until bfdd has that many peers.

@@ -16,6 +16,17 @@ class bfd_vty_others : public bfd_vty_fixture {
     peer.protocol = true;
     bfdd().peers()[key] = peer;
   }
+  // The engine runs and has found that somebody else has its session.
+  void start_following() {
+    start();
+    engine().add(session(1));
+    ASSERT_TRUE(run_until([&] { return status(1).of_another; }));
+    settle();
+  }
+  void come_up(const vty_key& key) {
+    bfdd().set_state(key, "up");
+    EXPECT_EQ(wait_reported(1), texts{"up 1"});
+  }
   // Nothing has been configured at all.
   void expect_untouched() {
     EXPECT_EQ(bfdd().count("configure"), 0U);
@@ -26,12 +37,8 @@ class bfd_vty_others : public bfd_vty_fixture {
 
 TEST_F(bfd_vty_others, a_peer_of_the_user_is_followed_and_left_alone) {
   configure_peer(key(1));
-  start();
-  engine().add(session(1));
-  ASSERT_TRUE(run_until([&] { return status(1).of_another; }));
-  settle();
-  bfdd().set_state(key(1), "up");
-  EXPECT_EQ(wait_reported(1), texts{"up 1"});
+  start_following();
+  come_up(key(1));
   engine().remove(session(1).key);
   settle();
   expect_untouched();
@@ -40,21 +47,14 @@ TEST_F(bfd_vty_others, a_peer_of_the_user_is_followed_and_left_alone) {
 
 TEST_F(bfd_vty_others, a_peer_of_the_user_with_a_profile_of_his_own_is_his) {
   configure_peer(key(1), "fast");
-  start();
-  engine().add(session(1));
-  ASSERT_TRUE(run_until([&] { return status(1).of_another; }));
-  settle();
+  start_following();
   expect_untouched();
 }
 
 TEST_F(bfd_vty_others, a_session_of_a_routing_protocol_is_followed_and_left_alone) {
   make_dynamic(key(1));
-  start();
-  engine().add(session(1));
-  ASSERT_TRUE(run_until([&] { return status(1).of_another; }));
-  settle();
-  bfdd().set_state(key(1), "up");
-  EXPECT_EQ(wait_reported(1), texts{"up 1"});
+  start_following();
+  come_up(key(1));
   end_engine();
   expect_untouched();
 }
@@ -63,23 +63,15 @@ TEST_F(bfd_vty_others, a_session_of_a_routing_protocol_is_followed_and_left_alon
 TEST_F(bfd_vty_others, a_peer_without_an_interface_stands_for_that_on_each) {
   const vty_key unbound{"10.0.0.1", ""};
   configure_peer(unbound);
-  start();
-  engine().add(session(1));
-  ASSERT_TRUE(run_until([&] { return status(1).of_another; }));
-  settle();
-  bfdd().set_state(unbound, "up");
-  EXPECT_EQ(wait_reported(1), texts{"up 1"});
+  start_following();
+  come_up(unbound);
   expect_untouched();
 }
 
 TEST_F(bfd_vty_others, a_session_that_the_other_gives_up_becomes_ours) {
   configure_peer(key(1));
-  start();
-  engine().add(session(1));
-  ASSERT_TRUE(run_until([&] { return status(1).of_another; }));
-  settle();
-  bfdd().set_state(key(1), "up");
-  ASSERT_EQ(wait_reported(1), texts{"up 1"});
+  start_following();
+  come_up(key(1));
   bfdd().peers().clear();
   EXPECT_EQ(wait_reported(1), texts{"down 1"});
   wait_peers(1);
@@ -141,10 +133,7 @@ TEST_F(bfd_vty_others, what_an_earlier_run_has_left_goes_when_nobody_wants_it) {
 
 TEST_F(bfd_vty_others, two_instances_of_ours_share_a_session) {
   configure_peer(key(1), "object-tracking-ffffffff");
-  start();
-  engine().add(session(1));
-  ASSERT_TRUE(run_until([&] { return status(1).of_another; }));
-  settle();
+  start_following();
   expect_untouched();
 }
 

@@ -1,7 +1,6 @@
 // The engine on bfdd's vty socket, and a bfdd that does what FRR's does: sessions made, followed,
 // changed and withdrawn.
 #include <algorithm>
-#include <thread>
 
 #include "tests/contract/linux/bfd_vty_fixture.h"
 
@@ -209,16 +208,7 @@ TEST_F(bfd_vty, a_clean_end_leaves_nothing) {
   bring_up(1);
   bring_up(2);
   bfdd().forget_commands();
-  // The engine waits for its answers, which this loop gives: so bfdd runs beside it.
-  std::thread bfdds_own{[&] {
-    while (bfdd().connected()) {
-      bfdd().serve_once();
-    }
-  }};
-  end_engine();
-  bfdds_own.join();
-  EXPECT_TRUE(bfdd().peers().empty());
-  EXPECT_FALSE(bfdd().logs_sessions());
+  end_beside_bfdd();
 }
 
 // What bfdd is about to do when the service ends.
@@ -234,17 +224,10 @@ TEST_P(bfd_vty_end, amid_a_command_leaves_nothing) {
   engine().add(session(1, 70));
   ASSERT_TRUE(run_until([&] { return asked; }));
   bfdd().react(nullptr);
-  std::thread bfdds_own{[&] {
+  end_beside_bfdd([&] {
     const vty_answer late = bfdd().obey(GetParam());
     bfdd().answer(late.code, late.text);
-    while (bfdd().connected()) {
-      bfdd().serve_once();
-    }
-  }};
-  end_engine();
-  bfdds_own.join();
-  EXPECT_TRUE(bfdd().peers().empty());
-  EXPECT_FALSE(bfdd().logs_sessions());
+  });
   EXPECT_EQ(reported(), texts{});
 }
 

@@ -3,14 +3,8 @@
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <cstring>
-
-#include "platform/linux/loop/sd_event.h"
-#include "platform/linux/unix_address.h"
 
 namespace ot::testing {
 namespace {
@@ -48,91 +42,24 @@ bool same_place(const json& one, const json& other) {
 
 }  // namespace
 
-fake_bfdd::fake_bfdd(evm* manager, std::string path) : manager_(manager), path_(std::move(path)) {}
-
-fake_bfdd::~fake_bfdd() {
-  die();
-}
-
-void fake_bfdd::listen() {
-  unlink(path_.c_str());
-  sockaddr_un address;
-  ASSERT_TRUE(unix_address(path_, &address));
-  listener_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-  ASSERT_EQ(bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-  ASSERT_EQ(::listen(listener_, 5), 0);
-  ASSERT_GE(sd_event_add_io(evm_sd_event(manager_), &accept_, listener_, EPOLLIN, on_connect, this),
-            0);
-}
-
 void fake_bfdd::die() {
-  hang_up();
-  accept_ = sd_event_source_disable_unref(accept_);
-  if (listener_ >= 0) {
-    close(listener_);
-  }
-  listener_ = -1;
+  fake_daemon::die();
   sessions_.clear();
 }
 
-void fake_bfdd::hang_up() {
-  readable_ = sd_event_source_disable_unref(readable_);
-  if (peer_ >= 0) {
-    close(peer_);
-  }
-  peer_ = -1;
-  unread_.clear();
-}
-
-void fake_bfdd::stop_reading() {
-  readable_ = sd_event_source_disable_unref(readable_);
-}
-
-int fake_bfdd::on_connect(sd_event_source* /*source*/, int fd, std::uint32_t /*events*/,
-                          void* self) {
-  auto* engine = static_cast<fake_bfdd*>(self);
-  engine->hang_up();
-  engine->peer_ = accept4(fd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-  EXPECT_GE(engine->peer_, 0);
-  ++engine->connections_;
-  EXPECT_GE(sd_event_add_io(evm_sd_event(engine->manager_), &engine->readable_, engine->peer_,
-                            EPOLLIN, on_readable, self),
-            0);
-  return 0;
-}
-
-int fake_bfdd::on_readable(sd_event_source* /*source*/, int /*fd*/, std::uint32_t /*events*/,
-                           void* self) {
-  static_cast<fake_bfdd*>(self)->read();
-  return 0;
-}
-
-void fake_bfdd::read() {
-  char bytes[65536];
-  const ssize_t length = recv(peer_, bytes, sizeof bytes, MSG_DONTWAIT);
-  if (length <= 0) {
-    if (length == 0 || errno != EAGAIN) {
-      hang_up();
-    }
-    return;
-  }
-  // The real engine stops for everybody when a header comes without its payload.
-  unread_.append(bytes, static_cast<std::size_t>(length));
-  take_requests();
-}
-
-void fake_bfdd::take_requests() {
-  while (unread_.size() >= 8) {
+// The real engine stops for everybody when a header comes without its payload.
+void fake_bfdd::take(std::string& unread) {
+  while (unread.size() >= 8) {
     std::uint32_t length = 0;
-    std::memcpy(&length, unread_.data(), sizeof length);
+    std::memcpy(&length, unread.data(), sizeof length);
     length = ntohl(length);
-    ASSERT_EQ(unread_[7], 1) << "version";
-    ASSERT_GE(unread_.size(), 8 + length) << "a request in pieces";
+    ASSERT_EQ(unread[7], 1) << "version";
+    ASSERT_GE(unread.size(), 8 + length) << "a request in pieces";
     engine_request request;
-    std::memcpy(&request.id, &unread_[4], sizeof request.id);
-    request.type = static_cast<std::uint8_t>(unread_[6]);
-    request.payload = unread_.substr(8, length);
-    unread_.erase(0, 8 + length);
+    std::memcpy(&request.id, &unread[4], sizeof request.id);
+    request.type = static_cast<std::uint8_t>(unread[6]);
+    request.payload = unread.substr(8, length);
+    unread.erase(0, 8 + length);
     requests_.push_back(request);
     if (reaction_) {
       reaction_(*this, request);
@@ -209,12 +136,6 @@ void fake_bfdd::respond(std::uint16_t id, bool accepted) {
 
 void fake_bfdd::notify(const json& notification) {
   say(framed(4, 0, notification.dump()));
-}
-
-void fake_bfdd::say(std::string_view bytes) {
-  if (peer_ >= 0) {
-    send(peer_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-  }
 }
 
 std::vector<engine_request> fake_bfdd::requests(std::uint8_t type) const {

@@ -5,20 +5,15 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <nlohmann/json.hpp>
 #include <sstream>
-
-#include "platform/linux/loop/sd_event.h"
-#include "platform/linux/unix_address.h"
 
 namespace ot::testing {
 namespace {
@@ -91,46 +86,27 @@ void put_back(const std::string& path) {
 
 // --- The process ---------------------------------------------------------------------------------
 
-fake_vty::fake_vty(evm* manager, std::string path) : manager_(manager), path_(std::move(path)) {}
-
-fake_vty::~fake_vty() {
-  die();
-}
-
 void fake_vty::listen(bool long_ago) {
-  unlink(path_.c_str());
-  sockaddr_un address;
-  ASSERT_TRUE(unix_address(path_, &address));
-  listener_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-  ASSERT_EQ(bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  fake_daemon::listen();
   if (long_ago) {
-    put_back(path_);
+    put_back(path());
   }
-  ASSERT_EQ(::listen(listener_, 5), 0);
-  ASSERT_GE(sd_event_add_io(evm_sd_event(manager_), &accept_, listener_, EPOLLIN, on_connect, this),
-            0);
 }
 
 void fake_vty::die() {
-  hang_up();
-  accept_ = sd_event_source_disable_unref(accept_);
-  if (listener_ >= 0) {
-    close(listener_);
-  }
-  listener_ = -1;
+  fake_daemon::die();
   peers_.clear();
   logs_sessions_ = false;
 }
 
 void fake_vty::hang_up() {
-  readable_ = sd_event_source_disable_unref(readable_);
-  for (int* fd : {&peer_, &log_, &descriptor_}) {
+  fake_daemon::hang_up();
+  for (int* fd : {&log_, &descriptor_}) {
     if (*fd >= 0) {
       close(*fd);
     }
     *fd = -1;
   }
-  unread_.clear();
   node_ = node::view;
 }
 
@@ -139,57 +115,22 @@ void fake_vty::end_log() {
   log_ = -1;
 }
 
-void fake_vty::stop_reading() {
-  readable_ = sd_event_source_disable_unref(readable_);
-}
-
-void fake_vty::read_again() {
-  EXPECT_GE(sd_event_add_io(evm_sd_event(manager_), &readable_, peer_, EPOLLIN, on_readable, this),
-            0);
-}
-
 void fake_vty::serve_once() {
-  pollfd readable{peer_, POLLIN, 0};
+  pollfd readable{peer(), POLLIN, 0};
   EXPECT_EQ(poll(&readable, 1, 5000), 1);
   read();
 }
 
-int fake_vty::on_connect(sd_event_source* /*source*/, int fd, std::uint32_t /*events*/,
-                         void* self) {
-  auto* bfdd = static_cast<fake_vty*>(self);
-  bfdd->hang_up();
-  bfdd->peer_ = accept4(fd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-  EXPECT_GE(bfdd->peer_, 0);
-  ++bfdd->connections_;
-  bfdd->read_again();
-  return 0;
-}
-
-int fake_vty::on_readable(sd_event_source* /*source*/, int /*fd*/, std::uint32_t /*events*/,
-                          void* self) {
-  static_cast<fake_vty*>(self)->read();
-  return 0;
-}
-
-void fake_vty::read() {
-  char bytes[4096];
-  const ssize_t length = recv(peer_, bytes, sizeof bytes, MSG_DONTWAIT);
-  if (length <= 0) {
-    if (length == 0 || errno != EAGAIN) {
-      hang_up();
-    }
-    return;
-  }
-  unread_.append(bytes, static_cast<std::size_t>(length));
-  for (std::size_t end = unread_.find('\0'); end != std::string::npos; end = unread_.find('\0')) {
-    const std::string command = unread_.substr(0, end);
-    unread_.erase(0, end + 1);
-    EXPECT_TRUE(unread_.empty()) << "a command before the answer to " << command;
-    take(command);
+void fake_vty::take(std::string& unread) {
+  for (std::size_t end = unread.find('\0'); end != std::string::npos; end = unread.find('\0')) {
+    const std::string command = unread.substr(0, end);
+    unread.erase(0, end + 1);
+    EXPECT_TRUE(unread.empty()) << "a command before the answer to " << command;
+    take_command(command);
   }
 }
 
-void fake_vty::take(const std::string& command) {
+void fake_vty::take_command(const std::string& command) {
   commands_.push_back(command);
   const reaction present = reaction_;  // which may put another in its place
   if (present && present(*this, command)) {
@@ -201,14 +142,8 @@ void fake_vty::take(const std::string& command) {
 
 // --- Talking -------------------------------------------------------------------------------------
 
-void fake_vty::say(std::string_view bytes) {
-  if (peer_ >= 0) {
-    send(peer_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-  }
-}
-
 void fake_vty::answer(std::uint8_t code, const std::string& text) {
-  if (peer_ < 0) {
+  if (!connected()) {
     return;
   }
   std::string bytes = text + std::string(3, '\0') + static_cast<char>(code);
@@ -226,7 +161,7 @@ void fake_vty::answer(std::uint8_t code, const std::string& text) {
     along->cmsg_len = CMSG_LEN(sizeof(int));
     std::memcpy(CMSG_DATA(along), &descriptor_, sizeof descriptor_);
   }
-  EXPECT_EQ(sendmsg(peer_, &message, MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
+  EXPECT_EQ(sendmsg(peer(), &message, MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
   if (descriptor_ >= 0) {
     close(descriptor_);
   }

@@ -2,8 +2,6 @@
 // all, on the loop of the test, and the means to do anything else instead.
 #pragma once
 
-#include <systemd/sd-event.h>
-
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -13,6 +11,7 @@
 #include <vector>
 
 #include "platform/evm.h"
+#include "tests/contract/linux/fake_daemon.h"
 
 namespace ot::testing {
 
@@ -40,12 +39,10 @@ struct vty_answer {
   std::string text;
 };
 
-class fake_vty {
+class fake_vty final : public fake_daemon {
  public:
-  fake_vty(evm* manager, std::string path);
-  ~fake_vty();
-  fake_vty(const fake_vty&) = delete;
-  fake_vty& operator=(const fake_vty&) = delete;
+  using fake_daemon::fake_daemon;
+  ~fake_vty() override { die(); }
 
   // --- The process -------------------------------------------------------------------------------
 
@@ -53,9 +50,7 @@ class fake_vty {
   void listen(bool long_ago = true);
   // Dies: peers and connections are lost, the socket's file stays.
   void die();
-  void hang_up();
-  void stop_reading();
-  void read_again();
+  void hang_up() override;
   // Serves the connection without the loop, on any one thread: waits for a command and obeys it.
   void serve_once();
 
@@ -68,7 +63,6 @@ class fake_vty {
   // --- Talking -----------------------------------------------------------------------------------
 
   void answer(std::uint8_t code, const std::string& text);
-  void say(std::string_view bytes);
   // Goes with the next answer, and is then closed.
   void send_descriptor(int fd) { descriptor_ = fd; }
   // A message of the live log, if somebody follows it.
@@ -81,15 +75,12 @@ class fake_vty {
   // The same without a word.
   void set_state_silently(const vty_key& key, const std::string& state);
 
-  // --- What it has seen and has
-  // --------------------------------------------------------------------
+  // --- What it has seen and has ------------------------------------------------------------------
 
   [[nodiscard]] const std::vector<std::string>& commands() const { return commands_; }
   // How many of them began so.
   [[nodiscard]] std::size_t count(std::string_view start) const;
   void forget_commands() { commands_.clear(); }
-  [[nodiscard]] unsigned connections() const { return connections_; }
-  [[nodiscard]] bool connected() const { return peer_ >= 0; }
   [[nodiscard]] bool followed() const { return log_ >= 0; }
   std::map<vty_key, vty_peer>& peers() { return peers_; }
   bool& logs_sessions() { return logs_sessions_; }
@@ -102,10 +93,8 @@ class fake_vty {
   struct rule;
   static const rule rules[];
 
-  static int on_connect(sd_event_source* source, int fd, std::uint32_t events, void* self);
-  static int on_readable(sd_event_source* source, int fd, std::uint32_t events, void* self);
-  void read();
-  void take(const std::string& command);
+  void take(std::string& unread) override;
+  void take_command(const std::string& command);
   bool run_in(node where, const std::string& command, vty_answer* ret);
   vty_answer enter_peer(const std::string& words);
   vty_answer no_peer(const std::string& words);
@@ -117,16 +106,8 @@ class fake_vty {
   [[nodiscard]] vty_answer session(const std::string& words) const;
   [[nodiscard]] std::string counters() const;
 
-  evm* manager_;
-  std::string path_;
-  int listener_ = -1;
-  int peer_ = -1;
   int log_ = -1;
   int descriptor_ = -1;  // goes with the next answer
-  sd_event_source* accept_ = nullptr;
-  sd_event_source* readable_ = nullptr;
-  std::string unread_;
-  unsigned connections_ = 0;
   reaction reaction_;
   std::vector<std::string> commands_;
   node node_ = node::view;
