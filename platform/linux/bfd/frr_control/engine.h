@@ -56,6 +56,7 @@ class control_engine final : public engine, private engine_connection::owner {
   void send_what_waits() noexcept;
   bool take_response(const frame_view& frame);
   void subscribed();
+  void watch_life() noexcept;
   void session_answered(std::uint32_t number, bool accepted);
   void report(const wanted_session& session) {
     owner_.session_changed(session.config.key, session.status);
