@@ -74,6 +74,12 @@ class bfd_vty_hostile : public bfd_vty_fixture {
     EXPECT_EQ(bfdd().connections(), 2U);
     bring_up(2);
   }
+  // After what got no answers: the first command of the next connection gets one.
+  void let_in_again() {
+    ASSERT_TRUE(run_until([&] { return bfdd().count("enable") == 2; }));
+    bfdd().react(nullptr);
+    bfdd().answer(bfdd().obey("enable").code, "");
+  }
   // One answer to `command` becomes these bytes, said as the socket takes them.
   void answer_once(const std::string& command, const std::string& bytes) {
     bfdd().react([=](fake_vty& bfdd, const std::string& asked) {
@@ -103,8 +109,7 @@ TEST_P(bfd_vty_nonsense, ends_the_connection_and_nothing_else) {
       bfdd().say(GetParam().bytes.substr(0, 100'000));
       let_pass(manager(), 1ms);
     }
-    bfdd().react(nullptr);
-    bfdd().answer(bfdd().obey("enable").code, "");
+    let_in_again();
   }
   expect_recovery();
 }
@@ -128,9 +133,7 @@ TEST_F(bfd_vty_hostile, an_answer_that_never_ends_is_given_up) {
     bfdd().say(" ");
     let_pass(manager(), 50ms);
   }
-  ASSERT_TRUE(run_until([&] { return bfdd().count("enable") == 2; }));
-  bfdd().react(nullptr);
-  bfdd().answer(bfdd().obey("enable").code, "");
+  let_in_again();
   expect_recovery();
 }
 
