@@ -14,7 +14,7 @@ struct loop_turns {
   std::int64_t longest_at = 0;  // wall-clock seconds; 0 before the first turn
 };
 
-// The manager's turns since it was created. Manager's thread.
+// The manager's turns since the service was ready. Manager's thread.
 loop_turns evm_turns(const evm* manager) noexcept;
 
 }  // namespace ot

@@ -91,6 +91,14 @@ void send_commit(const std::string& what, const commit& changes) {
   if (code == status_ok) {
     return;
   }
+  // The connection was there a moment ago, so the service had the request.
+  if (code == ledger_unreachable || code == ledger_no_answer) {
+    throw failure(
+        code == ledger_unreachable ? exit_no_service : exit_refused,
+        what + ": the service " +
+            (code == ledger_unreachable ? "ended before it answered" : "has not answered in time") +
+            "; `trackctl show` tells whether the change was made");
+  }
   if (refusals.empty()) {
     fail_with_code(what, code);
   }

@@ -21,6 +21,7 @@ namespace {
 
 constexpr std::uint64_t start_timeout_us = 3'000'000;
 constexpr std::uint64_t call_timeout_us = 5'000'000;
+constexpr std::uint64_t commit_timeout_us = 30'000'000;  // it waits for the disk, and for others
 // After a wait in vain the next calls do not wait again.
 constexpr std::uint64_t no_answer_holds_us = 1'000'000;
 
@@ -184,7 +185,9 @@ int ledger_link::call(const char* member, const ledger_writer& request,
   }
   sd_bus_message* answer = nullptr;
   if (result >= 0) {
-    result = sd_bus_call(bus(), made, call_timeout_us, nullptr, &answer);
+    const bool waits = std::string_view{member} == ledger_member::commit;
+    result =
+        sd_bus_call(bus(), made, waits ? commit_timeout_us : call_timeout_us, nullptr, &answer);
   }
   if (result < 0) {
     drop();  // a late answer must not be taken for the next call's

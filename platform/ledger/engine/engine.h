@@ -16,8 +16,9 @@
 // store; any other from the data provider of its branch or, when there is none, from the
 // operational store. A commit (commit.cpp) is planned, verified, stored durably, and only then
 // applied; the first step that fails refuses all of it, but an error of an apply function is
-// answered and undoes nothing. At start the stored configuration is replayed as create events
-// (replay.cpp), in an order that ends in what the running service had.
+// answered and undoes nothing. The host stores in a thread of its own, and its loop goes on. At
+// start the stored configuration is replayed as create events (replay.cpp), in an order that ends
+// in what the running service had.
 //
 // The engine runs on the main thread only, inside handlers of the event loop, and calls the service
 // back there: verify, apply, get, list. Clients have the whole process's one link, under a mutex; a
@@ -31,12 +32,14 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/ledger/calls/backend.h"
+#include "platform/ledger/engine/commit.h"
 #include "platform/ledger/engine/environment.h"
 #include "platform/ledger/engine/providers.h"
 #include "platform/ledger/engine/staged_items.h"
@@ -62,6 +65,16 @@ class ledger_engine : public ledger_backend {
   int list(const ledger_list_query& query, ledger_page& ret) override;
   int register_switch(std::string_view path, std::atomic<std::uint32_t>& word) override;
   std::uint64_t generation() override { return generation_; }
+
+  // `commit` in three steps, for a host that stores beside its loop: `begin_commit` checks and
+  // verifies, and what may be stored is in `ret_run` then, if there is anything; run->store() comes
+  // next, in any thread; `finish_commit` applies what was stored (`stored` is what store()
+  // returned) and ends the run. Until then every other commit is ledger_not_available. May throw
+  // bad_alloc.
+  int begin_commit(std::vector<ledger_proposal> changes, std::vector<ledger_refusal>& ret,
+                   std::unique_ptr<ledger_commit_run>& ret_run);
+  int finish_commit(std::unique_ptr<ledger_commit_run> run, int stored,
+                    std::vector<ledger_refusal>& ret);
 
   // As ledger_config_register, ledger_config_replay, ledger_dpv_register and
   // ledger_dpv_generate_notifications describe them.

@@ -70,7 +70,7 @@ void ledger_clients::client_connected(unique_fd socket, bool trusted) noexcept {
   }
   try {
     peers_.reserve(peers_.size() + 1);
-    auto peer = std::make_unique<ledger_peer>(*this, engine_,
+    auto peer = std::make_unique<ledger_peer>(*this, engine_, commits_,
                                               ledger_rights_of(socket.get(), members_), trusted);
     int result = peer->start(loop_, socket);
     if (result == -EMFILE && make_way(trusted)) {

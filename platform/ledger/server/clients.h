@@ -19,7 +19,8 @@ namespace ot {
 
 class ledger_clients : public ledger_peer_owner, public unix_listener_owner {
  public:
-  explicit ledger_clients(ledger_engine& engine) noexcept : engine_(engine) {}
+  ledger_clients(ledger_engine& engine, ledger_commit_queue& commits) noexcept
+      : engine_(engine), commits_(commits) {}
   ~ledger_clients() override { listener_.unlink_path(); }
 
   // Makes the socket; connections wait until serve(). 0, or an errno value with a text for the
@@ -38,6 +39,7 @@ class ledger_clients : public ledger_peer_owner, public unix_listener_owner {
   bool end_longest(bool trusted, bool idle, std::uint64_t silent_us) noexcept;
 
   ledger_engine& engine_;
+  ledger_commit_queue& commits_;
   gid_t members_ = static_cast<gid_t>(-1);
   sd_event* loop_ = nullptr;
   unix_listener listener_{*this};

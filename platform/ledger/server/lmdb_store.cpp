@@ -1,5 +1,6 @@
 // Reading a store. A read sees the batch under way, if there is one; values are copied out at once,
-// so nothing of the map is held between two calls.
+// so nothing of the map is held between two calls. What is written to a synced store meanwhile, by
+// another thread, is not seen before it is whole.
 #include "platform/ledger/server/lmdb_store.h"
 
 #include <memory>
@@ -45,10 +46,7 @@ bool lmdb_store::has_room(MDB_txn* txn) const noexcept {
 // One read: the batch's transaction, or the store's own reading one for as long as this lives.
 class lmdb_store::reading {
  public:
-  explicit reading(lmdb_store& store) noexcept
-      : txn_(store.writer_ != nullptr ? store.writer_ : store.reader_),
-        renewed_(store.writer_ == nullptr && mdb_txn_renew(txn_) == MDB_SUCCESS),
-        usable_(store.writer_ != nullptr || renewed_) {}
+  explicit reading(lmdb_store& store) noexcept : reading(store.batch(), store.reader_) {}
   ~reading() {
     if (cursor_ != nullptr) {
       mdb_cursor_close(cursor_);
@@ -66,6 +64,11 @@ class lmdb_store::reading {
   }
 
  private:
+  reading(MDB_txn* batch, MDB_txn* reader) noexcept
+      : txn_(batch != nullptr ? batch : reader),
+        renewed_(batch == nullptr && mdb_txn_renew(reader) == MDB_SUCCESS),
+        usable_(batch != nullptr || renewed_) {}
+
   MDB_txn* txn_;
   bool renewed_;
   bool usable_;

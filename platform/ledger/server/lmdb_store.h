@@ -32,6 +32,7 @@ struct lmdb_options {
 
 struct lmdb_item_head;
 
+// The loop's thread; a synced store is written by one other thread, too, one at a time.
 class lmdb_store : public ledger_store {
  public:
   lmdb_store() noexcept = default;
@@ -72,6 +73,9 @@ class lmdb_store : public ledger_store {
     return options_.durability == lmdb_durability::batched;
   }
   static void on_damage(MDB_env* env, const char* text) noexcept;
+  // The transaction of the batch under way; null when there is none. A synced store has no batches,
+  // and its writer is another thread's.
+  [[nodiscard]] MDB_txn* batch() const noexcept { return batched() ? writer_ : nullptr; }
   int prepare_lock_file();
   int preallocate() const noexcept;
   int open_tables();

@@ -77,14 +77,18 @@ int ledger_peer::attach(sd_event* event) noexcept {
 bool ledger_peer::idle() const noexcept {
   int waiting = 0;
   std::uint64_t unserved = 0;
-  return !over_ && followed_.empty() && unsent() == 0 && unfinished_ == 0 &&
+  return !over_ && !commit_ && followed_.empty() && unsent() == 0 && unfinished_ == 0 &&
          sd_bus_get_n_queued_read(bus_.get(), &unserved) >= 0 && unserved == 0 &&
          ioctl(watched_.get(), FIONREAD, &waiting) == 0 && waiting == 0;
 }
 
-int ledger_peer::on_io(sd_event_source* /*source*/, int fd, std::uint32_t /*events*/,
+int ledger_peer::on_io(sd_event_source* /*source*/, int fd, std::uint32_t events,
                        void* userdata) noexcept {
   auto& self = *static_cast<ledger_peer*>(userdata);
+  if (self.commit_ && (events & (EPOLLHUP | EPOLLERR)) != 0) {
+    self.owner_.peer_ended(self);  // it is not read from, and this would come again and again
+    return 0;
+  }
   // The bus itself takes messages of up to 128 MB. Counting what is there before each turn ends a
   // message that is too large while it comes in; a sender faster than the turn is ended after it.
   int waiting = 0;
@@ -126,10 +130,11 @@ void ledger_peer::run() noexcept {
   watch();
 }
 
-// True when requests may be left over.
+// True when requests may be left over. Behind a commit nothing is served before it is answered.
 bool ledger_peer::process() noexcept {
   const std::uint64_t began = monotonic_us();
-  for (int turn = 0; turn < requests_a_turn && monotonic_us() - began < turn_us; ++turn) {
+  for (int turn = 0; !commit_ && turn < requests_a_turn && monotonic_us() - began < turn_us;
+       ++turn) {
     const std::uint64_t before = unsent();
     const int result = sd_bus_process(bus_.get(), nullptr);
     progress_ = progress_ || unsent() < before;
@@ -140,7 +145,7 @@ bool ledger_peer::process() noexcept {
       return false;
     }
   }
-  return true;
+  return !commit_;
 }
 
 int ledger_peer::on_message(sd_bus_message* message, void* userdata,
@@ -158,75 +163,6 @@ int ledger_peer::on_message(sd_bus_message* message, void* userdata,
   return 1;
 }
 
-void ledger_peer::answer(sd_bus_message* message) {
-  const char* member = sd_bus_message_get_member(message);
-  std::span<const std::byte> body;
-  if (sd_bus_message_is_method_call(message, ledger_interface, nullptr) <= 0 || member == nullptr ||
-      !ledger_message_body(message, body) || body.size() > ledger_message_max) {
-    over_ = true;
-    return;
-  }
-  ledger_writer reply;
-  if (std::string_view{member} == ledger_member::subscribe) {
-    reply.u32(static_cast<std::uint32_t>(subscribe(body)));
-  } else if (!ledger_serve_request(engine_, rights_, member, body, reply)) {
-    over_ = true;
-    return;
-  }
-  sd_bus_message* made = nullptr;
-  int result = sd_bus_message_new_method_return(message, &made);
-  const message_handle answered{made};
-  if (result >= 0) {
-    result = sd_bus_message_append_array(made, 'y', reply.data().data(), reply.data().size());
-  }
-  if (result < 0 || sd_bus_send(bus_.get(), made, nullptr) < 0) {
-    over_ = true;
-  }
-}
-
-int ledger_peer::subscribe(std::span<const std::byte> body) {
-  ledger_reader request{body};
-  const std::string_view path = request.text();
-  if (!request.finished()) {
-    return ledger_bad_message;
-  }
-  if (!rights_.read) {
-    return ledger_denied;
-  }
-  if (!ledger_base_path_valid(path)) {
-    return ledger_unknown_path;
-  }
-  followed_ = path;
-  return status_ok;
-}
-
-void ledger_peer::notify(ledger_notice_batch& batch) {
-  if (followed_.empty()) {
-    return;
-  }
-  backlog_.push(batch.below(followed_));
-  if (!backlog_.empty() && unsent() == 0) {  // else they leave when the socket takes more
-    sd_event_source_set_enabled(again_.get(), SD_EVENT_ONESHOT);
-  }
-}
-
-// One message at a time is in the bus's own queue; the rest waits in the backlog, which is bounded.
-void ledger_peer::send_notices() {
-  while (!over_ && !backlog_.empty() && unsent() == 0) {
-    ledger_writer body;
-    ledger_put_notices(body, backlog_.pop());
-    sd_bus_message* made = nullptr;
-    int result = sd_bus_message_new_signal(bus_.get(), &made, ledger_object, ledger_interface,
-                                           ledger_member::notices);
-    const message_handle message{made};
-    if (result >= 0) {
-      result = sd_bus_message_append_array(made, 'y', body.data().data(), body.data().size());
-    }
-    over_ = result < 0 || sd_bus_send(bus_.get(), made, nullptr) < 0;
-    progress_ = true;
-  }
-}
-
 std::uint64_t ledger_peer::unsent() const noexcept {
   std::uint64_t count = 0;
   return sd_bus_get_n_queued_write(bus_.get(), &count) < 0 ? 0 : count;
@@ -236,10 +172,14 @@ bool ledger_peer::waits_for_peer() const noexcept {
   return over_ || !spoken_ || unfinished_ > 0 || unsent() > 0;
 }
 
-// Reads only while everything is written. The deadline runs while something is expected of the
-// peer, and starts anew with each step that it takes.
+// Reads only while everything is written and no commit is under way. The deadline runs while
+// something is expected of the peer, and starts anew with each step that it takes.
 void ledger_peer::watch() noexcept {
-  sd_event_source_set_io_events(io_.get(), unsent() > 0 ? EPOLLOUT : EPOLLIN);
+  std::uint32_t awaited = commit_ ? 0U : EPOLLIN;
+  if (unsent() > 0) {
+    awaited = EPOLLOUT;
+  }
+  sd_event_source_set_io_events(io_.get(), awaited);
   if (over_) {
     sd_event_source_set_time_relative(deadline_.get(), 0);
     sd_event_source_set_enabled(deadline_.get(), SD_EVENT_ONESHOT);

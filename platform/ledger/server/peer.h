@@ -4,20 +4,16 @@
 #include <systemd/sd-event.h>
 
 #include <cstdint>
-#include <memory>
 #include <string>
 
 #include "platform/ledger/client/bus.h"
 #include "platform/ledger/engine/backlog.h"
+#include "platform/ledger/server/commit_queue.h"
 #include "platform/ledger/server/requests.h"
+#include "platform/linux/loop/event_source.h"
 #include "platform/linux/unique_fd.h"
 
 namespace ot {
-
-struct event_source_closer {
-  void operator()(sd_event_source* source) const noexcept { sd_event_source_disable_unref(source); }
-};
-using event_source = std::unique_ptr<sd_event_source, event_source_closer>;
 
 class ledger_peer;
 
@@ -28,12 +24,13 @@ class ledger_peer_owner {
   virtual void peer_ended(ledger_peer& peer) noexcept = 0;
 };
 
-class ledger_peer {
+class ledger_peer : public ledger_commit_client {
  public:
   // `trusted`: of root or of the service's own user.
-  ledger_peer(ledger_peer_owner& owner, ledger_engine& engine, ledger_rights rights,
-              bool trusted) noexcept
-      : owner_(owner), engine_(engine), rights_(rights), trusted_(trusted) {}
+  ledger_peer(ledger_peer_owner& owner, ledger_engine& engine, ledger_commit_queue& commits,
+              ledger_rights rights, bool trusted) noexcept
+      : owner_(owner), engine_(engine), commits_(commits), rights_(rights), trusted_(trusted) {}
+  ~ledger_peer() override { commits_.forget(*this); }
   ledger_peer(const ledger_peer&) = delete;
   ledger_peer& operator=(const ledger_peer&) = delete;
 
@@ -51,6 +48,8 @@ class ledger_peer {
   // are not one long turn.
   void notify(ledger_notice_batch& batch);
 
+  void commit_done(int status, std::span<const ledger_refusal> refusals) noexcept override;
+
  private:
   static int on_io(sd_event_source* source, int fd, std::uint32_t events, void* userdata) noexcept;
   static int on_again(sd_event_source* source, void* userdata) noexcept;
@@ -61,6 +60,8 @@ class ledger_peer {
   void run() noexcept;
   bool process() noexcept;
   void answer(sd_bus_message* message);
+  void commit(sd_bus_message* message, std::span<const std::byte> body);
+  void reply(sd_bus_message* message, const ledger_writer& answer) noexcept;
   int subscribe(std::span<const std::byte> body);
   void send_notices();
   void watch() noexcept;
@@ -69,6 +70,7 @@ class ledger_peer {
 
   ledger_peer_owner& owner_;
   ledger_engine& engine_;
+  ledger_commit_queue& commits_;
   ledger_rights rights_;
   bool trusted_;
   std::uint64_t last_heard_us_ = 0;
@@ -77,6 +79,7 @@ class ledger_peer {
   event_source io_;
   event_source again_;     // more than one turn's requests were there, or notices to send
   event_source deadline_;  // for what the peer has to do next
+  message_handle commit_;  // the request for the commit that is under way
   std::string followed_;
   ledger_backlog backlog_;
   std::size_t unfinished_ = 0;  // bytes come in since the last whole message

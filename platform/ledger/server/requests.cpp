@@ -87,14 +87,6 @@ int serve_page(ledger_engine& engine, ledger_reader& request, ledger_writer& ret
   return status;
 }
 
-int serve_commit(ledger_engine& engine, ledger_reader& request, ledger_writer& ret) {
-  const std::vector<ledger_proposal> changes = ledger_take_proposals(request);
-  std::vector<ledger_refusal> refusals;
-  const int status = request.finished() ? engine.commit(changes, refusals) : ledger_bad_message;
-  ledger_put_refusals(ret, refusals);
-  return status;
-}
-
 int serve_list(ledger_engine& engine, ledger_reader& request, ledger_writer& ret) {
   const ledger_list_query query = ledger_take_query(request);
   ledger_page page;
@@ -114,8 +106,7 @@ struct request_row {
 constexpr request_row request_rows[] = {
     {ledger_member::bind, false, serve_bind}, {ledger_member::get, false, serve_get},
     {ledger_member::set, true, serve_set},    {ledger_member::erase, true, serve_delete},
-    {ledger_member::page, false, serve_page}, {ledger_member::commit, true, serve_commit},
-    {ledger_member::list, false, serve_list},
+    {ledger_member::page, false, serve_page}, {ledger_member::list, false, serve_list},
 };
 
 bool is_member(int socket, gid_t primary, gid_t members) noexcept {

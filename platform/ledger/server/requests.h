@@ -21,8 +21,8 @@ struct ledger_rights {
 // which writes them without a socket.
 ledger_rights ledger_rights_of(int socket, gid_t members) noexcept;
 
-// Serves one request: reads its body, asks the engine and writes the answer, status first. False
-// for a member that there is none of. May throw bad_alloc.
+// Serves one request that is answered at once: reads its body, asks the engine and writes the
+// answer, status first. False for a member that there is none of. May throw bad_alloc.
 bool ledger_serve_request(ledger_engine& engine, const ledger_rights& rights,
                           std::string_view member, std::span<const std::byte> body,
                           ledger_writer& answer);

@@ -16,6 +16,7 @@
 #include "platform/ledger/calls/call.h"
 #include "platform/ledger/engine/engine.h"
 #include "platform/ledger/server/clients.h"
+#include "platform/ledger/server/commit_queue.h"
 #include "platform/ledger/server/configuration_copy.h"
 #include "platform/ledger/server/configuration_store.h"
 #include "platform/ledger/server/instance_lock.h"
@@ -69,12 +70,14 @@ class ledger_server : public ledger_environment {
   lmdb_store operational_;
   configuration_keeper keeper_{configuration_};
   ledger_engine engine_;
-  ledger_clients clients_{engine_};
+  ledger_commit_queue commits_{engine_};
+  ledger_clients clients_{engine_, commits_};
 };
 
 ledger_server::ledger_server() : engine_(configuration_, operational_, *this) {}
 
 ledger_server::~ledger_server() {
+  commits_.close();
   keeper_.finish();
 }
 
@@ -87,7 +90,7 @@ int ledger_server::open(evm* manager, std::string& ret_error) {
     return status;
   }
   sd_event* loop = evm_sd_event(manager);
-  if (keeper_.start(loop) != 0) {
+  if (keeper_.start(loop) != 0 || commits_.open(loop) != 0) {
     return no_memory;
   }
   const int error = clients_.open(loop, ret_error);

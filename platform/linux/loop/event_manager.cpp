@@ -89,6 +89,10 @@ loop_turns evm_turns(const evm* manager) noexcept {
   return manager->turns.measured();
 }
 
+void evm_restart_turns(evm* manager) noexcept {
+  manager->turns.restart();
+}
+
 int evm_block(evm* manager) noexcept {
   evm_flush(manager);
   manager->turns.end();

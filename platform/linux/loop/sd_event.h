@@ -42,4 +42,8 @@ int evm_start_timer(evm* manager, sd_event_source** timer, clockid_t clock, std:
 // Calls the flush hooks now, for a loop that will not wait again.
 void evm_flush(evm* manager) noexcept;
 
+// The service is ready: handlers that ran at its start, and all that the start did behind them, are
+// no turns of the loop.
+void evm_restart_turns(evm* manager) noexcept;
+
 }  // namespace ot

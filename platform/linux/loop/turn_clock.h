@@ -12,6 +12,8 @@ namespace ot {
 
 class turn_clock {
  public:
+  // What was before is none of its turns.
+  void restart() noexcept { *this = {}; }
   // A handler is about to run.
   void begin() noexcept { began_ = monotonic_us(); }
 

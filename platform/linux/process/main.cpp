@@ -170,6 +170,7 @@ int run_service() {
     return refuse("no log", err_string(status));
   }
   ledger_server_serve();
+  evm_restart_turns(manager);
   sd_notify(0, "READY=1");
   end_service(manager, run_loop(manager));
 }

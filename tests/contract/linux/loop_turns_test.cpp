@@ -47,5 +47,17 @@ TEST_F(loop_turns_of_a_manager, a_handler_and_what_is_flushed_behind_it) {
   EXPECT_GE(evm_turns(manager()).longest_us, 40'000U);
 }
 
+TEST_F(loop_turns_of_a_manager, the_start_is_none_of_them) {
+  ASSERT_EQ(evm_post(
+                manager(), [](void*) {}, nullptr),
+            0);
+  ASSERT_EQ(evm_block(manager()), 0);
+  ASSERT_EQ(evm_dispatch(manager()), 0);
+  work_for(300'000);
+  evm_restart_turns(manager());
+  run_one([](void*) {});
+  EXPECT_LT(evm_turns(manager()).longest_us, 300'000U);
+}
+
 }  // namespace
 }  // namespace ot::contract
