@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <new>
 
 namespace ot {
 namespace {
@@ -21,9 +22,17 @@ constexpr std::size_t read_size = 32'768;  // what the kernel fills in one go of
 // Events come one a datagram, and this many are read by one call.
 constexpr std::size_t datagrams_of_one_read = 16;
 
-// One read at a time, on the loop's thread and never nested: the answers of a request are complete
-// before it returns, and events are handed on after their read.
-alignas(nlmsghdr) thread_local char read_buffer[datagrams_of_one_read][read_size];
+// Where a thread reads to; null when there is no memory for it. One read at a time, on the loop's
+// thread and never nested: the answers of a request are complete before it returns, and events are
+// handed on after their read. From the heap, of which it takes only the pages that were ever
+// written: the system clears a buffer of the thread's own when the thread begins.
+char* read_buffer() noexcept {
+  thread_local std::unique_ptr<char[]> buffer;
+  if (buffer == nullptr) {
+    buffer.reset(new (std::nothrow) char[datagrams_of_one_read * read_size]);
+  }
+  return buffer.get();
+}
 
 // The answer's end as seen in one message: -1 to go on, else the errno value.
 int answer_end(const nlmsghdr& message) noexcept {
@@ -85,22 +94,30 @@ int netlink_socket::open_requests(int family) noexcept {
 
 // Of an answer, one datagram.
 int netlink_socket::receive(netlink_visit visit, void* context) noexcept {
+  char* const buffer = read_buffer();
+  if (buffer == nullptr) {
+    return ENOMEM;
+  }
   ssize_t length = -1;
   do {
-    length = mnl_socket_recvfrom(socket_.get(), read_buffer[0], read_size);
+    length = mnl_socket_recvfrom(socket_.get(), buffer, read_size);
   } while (length < 0 && errno == EINTR);
   if (length < 0) {
     return errno;
   }
-  hand_over(read_buffer[0], static_cast<std::size_t>(length), visit, context);
+  hand_over(buffer, static_cast<std::size_t>(length), visit, context);
   return 0;
 }
 
 int netlink_socket::receive_events(netlink_visit visit, void* context) noexcept {
+  char* const buffer = read_buffer();
+  if (buffer == nullptr) {
+    return ENOMEM;
+  }
   mmsghdr datagrams[datagrams_of_one_read] = {};
   iovec places[datagrams_of_one_read];
   for (std::size_t i = 0; i < datagrams_of_one_read; ++i) {
-    places[i] = {read_buffer[i], read_size};
+    places[i] = {buffer + i * read_size, read_size};
     datagrams[i].msg_hdr.msg_iov = &places[i];
     datagrams[i].msg_hdr.msg_iovlen = 1;
   }
@@ -114,7 +131,7 @@ int netlink_socket::receive_events(netlink_visit visit, void* context) noexcept 
   bool cut = false;
   for (int i = 0; i < count; ++i) {
     cut |= (datagrams[i].msg_hdr.msg_flags & MSG_TRUNC) != 0;
-    hand_over(read_buffer[i], datagrams[i].msg_len, visit, context);
+    hand_over(static_cast<const char*>(places[i].iov_base), datagrams[i].msg_len, visit, context);
   }
   // Of an event that is longer than any we know, not even the kind can be relied upon.
   return cut ? ENOBUFS : static_cast<std::size_t>(count) < datagrams_of_one_read ? EAGAIN : 0;
