@@ -363,3 +363,39 @@ def test_without_the_package_a_stored_probe_track_is_unknown(service, build):
     service.stop()
     service.start()
     assert service.state("t") == "unknown"
+
+
+def has_curl(qmond):
+    with open(f"/proc/{qmond.daemon.pid}/maps", encoding="ascii") as maps:
+        return "/libcurl.so" in maps.read()
+
+
+HTTP = {"kind": "http", "target": "http://127.0.0.1:7006/"}
+
+
+def test_the_transfer_library_is_loaded_for_the_first_http_operation(qmond):
+    qmond.configure({"id": 1, **ECHO})
+    qmond.start()
+    qmond.wait_code(1, 1)
+    assert not has_curl(qmond)
+    qmond.configure({"id": 1, **ECHO}, {"id": 2, **HTTP})
+    qmond.reload()
+    qmond.wait_code(2, 4)  # refused
+    assert has_curl(qmond)
+
+
+def test_without_the_transfer_library_only_http_operations_cannot_run(qmond, monkeypatch):
+    folder = os.path.join(qmond.service.root, "lib")
+    os.mkdir(folder)
+    with open(os.path.join(folder, "libcurl.so.4"), "wb") as stream:
+        stream.write(b"no library")
+    qmond.configure({"id": 1, **ECHO}, {"id": 2, **HTTP})
+    with monkeypatch.context() as environment:
+        environment.setenv("LD_LIBRARY_PATH", folder)
+        qmond.start()
+    qmond.wait_code(1, 1)
+    qmond.wait_code(2, 7)  # cannot run
+    qmond.wait_new_result(2)
+    said = [line for line in qmond.daemon.output().splitlines() if "http operations" in line]
+    assert said == ["qmond: http operations cannot run: "
+                    f"{folder}/libcurl.so.4: file too short"]

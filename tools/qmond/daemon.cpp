@@ -3,7 +3,6 @@
 // reload the one in force stays.
 #include <fcntl.h>
 #include <linux/capability.h>
-#include <linux/close_range.h>
 #include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -25,6 +24,7 @@
 #include "tools/qmond/engine.h"
 #include "tools/qmond/kinds/host.h"
 #include "tools/qmond/qmond.h"
+#include "tools/qmond/sockets.h"
 
 namespace ot::qmond {
 namespace {
@@ -48,12 +48,6 @@ void drop_privileges() {
       syscall(SYS_capset, &header, none.data()) != 0) {
     fail(errno, "privileges cannot be dropped");
   }
-}
-
-// Also what whoever started us has left open, and what libraries have opened. Commands start with a
-// clean table all the same; kernels before 5.11 leave it at that.
-void close_on_exec() {
-  (void)close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
 }
 
 struct loop_deleter {

@@ -2,6 +2,8 @@
 #include "tools/qmond/sockets.h"
 
 #include <arpa/inet.h>
+#include <linux/close_range.h>
+#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -81,6 +83,10 @@ int connect_socket(int type, const operation& what, const address& where, unique
   }
   *ret = std::move(made);
   return 0;
+}
+
+void close_on_exec() noexcept {
+  (void)close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
 }
 
 }  // namespace ot::qmond

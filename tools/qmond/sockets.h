@@ -48,4 +48,9 @@ int bind_to_operation(int fd, int family, const operation& what) noexcept;
 // or, where there is none to make, set. 0 or an errno value.
 int connect_socket(int type, const operation& what, const address& where, unique_fd* ret) noexcept;
 
+// Lets no command inherit what is open now: what whoever started us has left open, and what
+// libraries have opened. Commands start with a clean table all the same; kernels before 5.11 leave
+// it at that.
+void close_on_exec() noexcept;
+
 }  // namespace ot::qmond

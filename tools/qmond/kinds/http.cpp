@@ -48,17 +48,23 @@ class http_probe : public probe {
   ~http_probe() override {
     if (handle_ != nullptr) {
       client_.remove(handle_);
-      curl_easy_cleanup(handle_);
+      curl_->easy_cleanup(handle_);
     }
-    curl_slist_free_all(connect_to_);
+    if (connect_to_ != nullptr) {
+      curl_->slist_free_all(connect_to_);
+    }
   }
 
   bool start(const address& where) {
-    handle_ = curl_easy_init();
+    curl_ = client_.ready();
+    if (curl_ == nullptr) {
+      return false;
+    }
+    handle_ = curl_->easy_init();
     const bool v6 = where.family() == AF_INET6;
     const std::string route =
         "::" + (v6 ? '[' + where.text() + ']' : where.text()) + ':' + std::to_string(what_.port);
-    connect_to_ = curl_slist_append(nullptr, route.c_str());
+    connect_to_ = curl_->slist_append(nullptr, route.c_str());
     return handle_ != nullptr && connect_to_ != nullptr && set_up() &&
            client_.add(handle_, &on_done_);
   }
@@ -66,7 +72,7 @@ class http_probe : public probe {
  private:
   template <typename value_type>
   bool set(CURLoption option, value_type value) noexcept {
-    return curl_easy_setopt(handle_, option, value) == CURLE_OK;
+    return curl_->easy_setopt(handle_, option, value) == CURLE_OK;
   }
 
   bool set_up() noexcept {
@@ -90,7 +96,7 @@ class http_probe : public probe {
     self->header_bytes_ += line.size();
     if (line == "\r\n" || line == "\n") {
       long status = 0;
-      curl_easy_getinfo(self->handle_, CURLINFO_RESPONSE_CODE, &status);
+      self->curl_->easy_getinfo(self->handle_, CURLINFO_RESPONSE_CODE, &status);
       constexpr long switching_protocols =
           101;  // the only one below 200 that is not followed by more
       self->status_ = status >= 200 || status == switching_protocols ? status : 0;
@@ -120,7 +126,8 @@ class http_probe : public probe {
   // curl has no memory for a header that is longer than it likes.
   [[nodiscard]] bool has_begun() const noexcept {
     curl_off_t first_byte_us = 0;
-    return curl_easy_getinfo(handle_, CURLINFO_STARTTRANSFER_TIME_T, &first_byte_us) == CURLE_OK &&
+    return curl_->easy_getinfo(handle_, CURLINFO_STARTTRANSFER_TIME_T, &first_byte_us) ==
+               CURLE_OK &&
            first_byte_us > 0;
   }
 
@@ -133,7 +140,7 @@ class http_probe : public probe {
     }
     if (result == CURLE_COULDNT_CONNECT) {
       long error = 0;
-      curl_easy_getinfo(handle_, CURLINFO_OS_ERRNO, &error);
+      curl_->easy_getinfo(handle_, CURLINFO_OS_ERRNO, &error);
       return code_of_errno(static_cast<int>(error));
     }
     if (result == CURLE_OUT_OF_MEMORY && has_begun()) {
@@ -153,6 +160,7 @@ class http_probe : public probe {
   const operation& what_;
   probe_done done_;
   transfer_done on_done_;
+  const curl_functions* curl_ = nullptr;
   CURL* handle_ = nullptr;
   curl_slist* connect_to_ = nullptr;
   int socket_error_ = 0;

@@ -2,13 +2,13 @@
 // its timer.
 #pragma once
 
-#include <curl/curl.h>
 #include <systemd/sd-event.h>
 
 #include <functional>
 #include <map>
 #include <memory>
 
+#include "tools/qmond/kinds/curl.h"
 #include "tools/qmond/loop.h"
 
 namespace ot::qmond {
@@ -18,12 +18,17 @@ using transfer_done = std::function<void(CURLcode result)>;
 
 class http_client {
  public:
-  explicit http_client(sd_event* loop);
+  explicit http_client(sd_event* loop) noexcept : loop_(loop) {}
   ~http_client();
   http_client(const http_client&) = delete;
   http_client& operator=(const http_client&) = delete;
 
-  // `call` must stay where it is until the handle is removed. False when curl refuses.
+  // The library's functions once it is loaded, here for the first transfer; null when it cannot be.
+  // May throw system_error.
+  const curl_functions* ready();
+
+  // Of a client that is ready. `call` must stay where it is until the handle is removed. False when
+  // curl refuses.
   bool add(CURL* handle, transfer_done* call);
   void remove(CURL* handle) noexcept;
 
@@ -35,6 +40,7 @@ class http_client {
   void act(curl_socket_t socket, int events);
 
   sd_event* loop_;
+  const curl_functions* curl_ = nullptr;
   CURLM* multi_ = nullptr;
   std::map<curl_socket_t, loop_source> sockets_;
   loop_source timer_;

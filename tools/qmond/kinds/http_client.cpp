@@ -4,36 +4,47 @@
 
 #include <sys/epoll.h>
 
-#include <stdexcept>
 #include <system_error>
+
+#include "tools/qmond/sockets.h"
 
 namespace ot::qmond {
 
-http_client::http_client(sd_event* loop) : loop_(loop) {
-  if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK ||
-      (multi_ = curl_multi_init()) == nullptr) {
-    throw std::runtime_error("curl cannot be set up");
+const curl_functions* http_client::ready() {
+  if (multi_ != nullptr) {
+    return curl_;
+  }
+  curl_ = load_curl();
+  if (curl_ == nullptr) {
+    return nullptr;
   }
   timer_ = loop_source::timer(loop_, UINT64_MAX, 1000,
                               [this](std::uint32_t) { act(CURL_SOCKET_TIMEOUT, 0); });
-  curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, &http_client::on_socket);
-  curl_multi_setopt(multi_, CURLMOPT_SOCKETDATA, this);
-  curl_multi_setopt(multi_, CURLMOPT_TIMERFUNCTION, &http_client::on_timer);
-  curl_multi_setopt(multi_, CURLMOPT_TIMERDATA, this);
+  multi_ = curl_->multi_init();
+  if (multi_ == nullptr) {
+    return nullptr;
+  }
+  close_on_exec();  // curl's pair of sockets to wake itself
+  curl_->multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, &http_client::on_socket);
+  curl_->multi_setopt(multi_, CURLMOPT_SOCKETDATA, this);
+  curl_->multi_setopt(multi_, CURLMOPT_TIMERFUNCTION, &http_client::on_timer);
+  curl_->multi_setopt(multi_, CURLMOPT_TIMERDATA, this);
+  return curl_;
 }
 
 http_client::~http_client() {
-  curl_multi_cleanup(multi_);
-  curl_global_cleanup();
+  if (multi_ != nullptr) {
+    curl_->multi_cleanup(multi_);
+  }
 }
 
 bool http_client::add(CURL* handle, transfer_done* call) {
-  return curl_easy_setopt(handle, CURLOPT_PRIVATE, call) == CURLE_OK &&
-         curl_multi_add_handle(multi_, handle) == CURLM_OK;
+  return curl_->easy_setopt(handle, CURLOPT_PRIVATE, call) == CURLE_OK &&
+         curl_->multi_add_handle(multi_, handle) == CURLM_OK;
 }
 
 void http_client::remove(CURL* handle) noexcept {
-  curl_multi_remove_handle(multi_, handle);
+  curl_->multi_remove_handle(multi_, handle);
 }
 
 int http_client::on_socket(CURL* /*handle*/, curl_socket_t socket, int what, void* client,
@@ -76,13 +87,13 @@ int http_client::on_timer(CURLM* /*multi*/, long timeout_ms, void* client) {
 
 void http_client::act(curl_socket_t socket, int events) {
   int running = 0;
-  curl_multi_socket_action(multi_, socket, events, &running);
+  curl_->multi_socket_action(multi_, socket, events, &running);
   int left = 0;
-  while (const CURLMsg* const message = curl_multi_info_read(multi_, &left)) {
+  while (const CURLMsg* const message = curl_->multi_info_read(multi_, &left)) {
     if (message->msg == CURLMSG_DONE) {
       const CURLcode result = message->data.result;
       transfer_done* call = nullptr;
-      curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &call);
+      curl_->easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &call);
       (*call)(result);
     }
   }
