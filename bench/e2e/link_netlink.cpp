@@ -10,9 +10,9 @@
 #include <cstdint>
 
 namespace ot::bench {
-namespace {
 
-bool is_up(const nlmsghdr* message, const ifinfomsg* link) {
+bool link_is_up(const nlmsghdr* message) {
+  const auto* link = static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(message));
   std::uint8_t operstate = IF_OPER_UNKNOWN;
   const auto* attribute =
       static_cast<const nlattr*>(mnl_nlmsg_get_payload_offset(message, sizeof *link));
@@ -24,9 +24,6 @@ bool is_up(const nlmsghdr* message, const ifinfomsg* link) {
   return (link->ifi_flags & IFF_UP) != 0 && (link->ifi_flags & IFF_LOWER_UP) != 0 &&
          (operstate == IF_OPER_UP || operstate == IF_OPER_UNKNOWN);
 }
-
-}  // namespace
-
 link_listener::link_listener(unsigned ifindex)
     : ifindex_(ifindex), socket_(open_netlink(RTMGRP_LINK, SOCK_NONBLOCK)) {}
 
@@ -35,7 +32,7 @@ std::optional<bool> link_listener::receive() {
   receive_messages(socket_.get(), [&](const nlmsghdr* message) {
     if (message->nlmsg_type != RTM_NEWLINK) return;
     const auto* link = static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(message));
-    if (static_cast<unsigned>(link->ifi_index) == ifindex_) up = is_up(message, link);
+    if (static_cast<unsigned>(link->ifi_index) == ifindex_) up = link_is_up(message);
   });
   return up;
 }

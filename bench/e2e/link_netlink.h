@@ -8,6 +8,9 @@
 
 namespace ot::bench {
 
+// Whether the line protocol is up, by an RTM_NEWLINK message.
+bool link_is_up(const nlmsghdr* message);
+
 // A bare listener for link messages; nothing between it and the kernel.
 class link_listener {
  public:

@@ -20,6 +20,7 @@ import route_measurements
 import table
 import worst
 from build_tree import BuildTree
+from peers import peers
 
 
 def machine():
@@ -32,7 +33,7 @@ def machine():
 
 def main():
     steps = {**measurements.STEPS, **route_measurements.STEPS, **probes.STEPS, **bfd.STEPS, **worst.STEPS,
-             **micro.STEPS}
+             **peers.STEPS, **micro.STEPS}
     parser = argparse.ArgumentParser(prog="bench/run", description=__doc__)
     parser.add_argument("steps", nargs="*", metavar="STEP",
                         help="only these: " + ", ".join(steps))

@@ -1,0 +1,156 @@
+"""Carrier changes as several programs report them, side by side in one run, all at normal priority:
+a bare netlink listener, keepalived through its FIFO, our events in process and through
+`trackctl events`. The veths' other ends are in another namespace and have other indexes; where both
+ends have the same one, the kernel holds the loss of a carrier back."""
+
+import os
+import statistics
+import subprocess
+import tempfile
+
+import ledger
+from measurements import percentile
+from netns import NetworkNamespace
+from output import File
+from peers.keepalived import Keepalived
+from service import Service
+from table import row
+
+# Links, followers, rounds of both orders of start together, milliseconds between two changes.
+CASES = ((1, 1, 120, 150), (1, 255, 120, 200), (255, 255, 20, 700))
+LISTENER, PROCESS, TOOL, KEEPALIVED = "listener", "subscriber", "trackctl", "keepalived"
+WORDS = {PROCESS: "our events in process", TOOL: "trackctl events",
+         KEEPALIVED: "keepalived's FIFO"}
+# What ours may be at most of keepalived's.
+TARGETS = {PROCESS: 0.5, TOOL: 1.0}
+
+
+class Race:
+    """The programs in one namespace with links, started in one order or the other."""
+
+    def __init__(self, build, links, followers, ours_first):
+        self.build = build
+        self.parts = []
+        try:
+            self.far = NetworkNamespace()
+            self.parts.append(self.far)
+            self.near = NetworkNamespace()
+            self.parts.append(self.near)
+            self.near.ip_batch(
+                f"link add w{number:03} index {1000 + number} type veth peer name w{number:03} "
+                f"index {3000 + number} netns {self.far.name}" for number in range(links))
+            self.far.ip_batch(f"link set w{number:03} up" for number in range(links))
+            for number in range(links):
+                self.near.up(f"w{number:03}")
+            followed = [(f"t{number:03}", f"w{number % links:03}") for number in range(followers)]
+            for start in (self._ours, self._theirs) if ours_first else (self._theirs, self._ours):
+                start(followed)
+        except BaseException:
+            self.close()
+            raise
+
+    def _ours(self, followed):
+        service = Service(self.build, File, net=self.near)
+        self.parts.append(service)
+        service.start()
+        answers = service.commit([ledger.track_items(name, link) for name, link in followed])
+        assert set(answers) == {"0x00000000"}, answers
+        service.wait_state(followed[-1][0], "up")
+        self.root = service.root
+        self.pipe = f"{self.root}/events"
+        os.mkfifo(self.pipe)
+        kept = os.open(self.pipe, os.O_RDWR)
+        tool = subprocess.Popen([*self.build.command("trackctl"), "events"],
+                                env=self.build.environment(self.root), stdin=subprocess.DEVNULL,
+                                stdout=kept, stderr=subprocess.PIPE)
+        assert tool.stderr.readline(), "trackctl follows no events"
+        self.parts.append(_Tool(tool, kept))
+
+    def _theirs(self, followed):
+        self.keepalived = Keepalived(self.near, followed)
+        self.parts.append(self.keepalived)
+
+    def run(self, links, followers, rounds, gap_ms):
+        """Lines of the race: direction, reader, followers heard of, first, last, median over."""
+        command = [*self.near.command(), *self.build.command("peer_race"),
+                   f"/run/netns/{self.far.name}", str(links), str(followers), str(rounds),
+                   str(gap_ms), f"{TOOL}={self.pipe}", f"{KEEPALIVED}={self.keepalived.fifo}"]
+        result = subprocess.run(command, env=self.build.environment(self.root), check=True,
+                                stdout=subprocess.PIPE, text=True)
+        return [[int(word) if word.isdigit() or word[0] == "-" else word for word in line.split()]
+                for line in result.stdout.splitlines()]
+
+    def close(self):
+        for part in reversed(self.parts):
+            part.close()
+
+
+class _Tool:
+    def __init__(self, process, kept):
+        self._process, self._kept = process, kept
+
+    def close(self):
+        self._process.terminate()
+        self._process.wait()
+        self._process.stderr.close()
+        os.close(self._kept)
+
+
+def over_listener(lines, links):
+    """For each reader what it was later than the listener in each change, milliseconds: for the last
+    follower of one link, and for the one in the middle of many; and how many it never heard of."""
+    over = {name: [] for name in WORDS}
+    lost = dict.fromkeys(WORDS, 0)
+    followers = max(line[2] for line in lines)
+    for direction, name, count, first, last, median in lines:
+        del direction
+        if name == LISTENER:
+            of_link = first
+            continue
+        lost[name] += followers - count
+        if count > 0:
+            over[name].append((last - of_link if links == 1 else median) / 1e6)
+    return over, lost
+
+
+def measure(build, links, followers, rounds, gap_ms):
+    lines = []
+    for ours_first in (True, False):
+        race = Race(build, links, followers, ours_first)
+        try:
+            race.run(links, followers, 3, gap_ms)  # warm
+            lines += race.run(links, followers, rounds // 2, gap_ms)
+        finally:
+            race.close()
+    return over_listener(lines, links)
+
+
+def rows_of(links, followers, over, lost):
+    what = f"{links} link(s), {followers} follower(s)"
+    which = "last event" if links == 1 else "event of the same link"
+    rows = []
+    for name, words in WORDS.items():
+        values = over[name]
+        rows.append(row(f"{what}: {words}, {which} after the listener's, median of {len(values)}"
+                        f" (p10 {percentile(values, 0.1):.3f}, p90 {percentile(values, 0.9):.3f})",
+                        statistics.median(values), "ms"))
+        if lost[name] or links > 1:
+            rows.append(row(f"{what}: {words}, lost", lost[name], "",
+                            None if name == KEEPALIVED else 0))
+    for name, target in TARGETS.items():
+        each = [ours / theirs for ours, theirs in zip(over[name], over[KEEPALIVED]) if theirs > 0]
+        ratio = statistics.median(over[name]) / statistics.median(over[KEEPALIVED])
+        rows.append(row(f"{what}: {WORDS[name]} to {WORDS[KEEPALIVED]}, ratio of the medians (of"
+                        f" each change: p25 {percentile(each, 0.25):.2f}, p75"
+                        f" {percentile(each, 0.75):.2f})", ratio, "", target))
+    return rows
+
+
+def peers(build):
+    rows = [row("load average before", os.getloadavg()[0], "")]
+    for links, followers, rounds, gap_ms in CASES:
+        rows += rows_of(links, followers, *measure(build, links, followers, rounds, gap_ms))
+    return rows
+
+
+STEPS = {"peers": peers}
