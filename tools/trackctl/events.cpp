@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "platform/ledger_status.h"
+#include "platform/linux/short_slices.h"
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/names.h"
 
@@ -131,6 +132,7 @@ void print_event(const events_options& options, const evdl_track_event& event) {
 
 [[noreturn]] void follow(const events_options& options) {
   const subscription events(filters_of(options));
+  ask_for_short_slices(500);
   std::cerr << "trackctl: following events\n";
   int code = status_ok;
   while (code == status_ok) {

@@ -1,7 +1,7 @@
 // Which of several readers hears first that links have lost or regained their carriers. Runs in the
 // namespace of the links w000, w001, ...; their other ends, of the same names, are in another one.
 //
-//   peer_race FAR_NAMESPACE LINKS FOLLOWERS ROUNDS GAP_MS [NAME=FIFO]...
+//   peer_race FAR_NAMESPACE LINKS FOLLOWERS ROUNDS GAP_MS [subscriber] [NAME=FIFO]...
 //
 // With one link all followers follow it; else follower K follows link K. In each round all links go
 // down and come back. For each change and reader one line: "down" or "up", the reader's name, how
@@ -77,9 +77,8 @@ void print(const char* direction, const std::string& name, peer_clock::time_poin
 
 class race {
  public:
-  race(const char* far, unsigned links, unsigned followers) {
+  race(const char* far, unsigned links) {
     readers_.push_back(make_listener(indexes(links)));
-    readers_.push_back(make_subscriber(followers));
     const unique_fd near(open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC));
     enter(far);
     for (const unsigned index : indexes(links)) {
@@ -123,12 +122,13 @@ void run(int argc, char** argv) {
     return static_cast<unsigned>(std::strtoul(argv[index], nullptr, 10));
   };
   const unsigned followers = number(3);
-  race all(argv[1], number(2), followers);
+  race all(argv[1], number(2));
   for (int i = 6; i < argc; ++i) {
     const std::string word = argv[i];
-    const std::size_t equals = std::min(word.find('='), word.size());
-    all.add(make_line_reader(word.substr(0, equals), word.substr(std::min(equals + 1, word.size())),
-                             followers));
+    const std::size_t equals = word.find('=');
+    all.add(equals == std::string::npos
+                ? make_subscriber(followers)
+                : make_line_reader(word.substr(0, equals), word.substr(equals + 1), followers));
   }
   all.start();
   for (unsigned round = 0; round < number(4); ++round) {
@@ -147,8 +147,10 @@ void run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   if (argc < 6) {
-    std::fputs("usage: peer_race FAR_NAMESPACE LINKS FOLLOWERS ROUNDS GAP_MS [NAME=FIFO]...\n",
-               stderr);
+    std::fputs(
+        "usage: peer_race FAR_NAMESPACE LINKS FOLLOWERS ROUNDS GAP_MS [subscriber]"
+        " [NAME=FIFO]...\n",
+        stderr);
     return 2;
   }
   try {

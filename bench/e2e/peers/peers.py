@@ -1,6 +1,6 @@
 """Carrier changes as several programs report them, side by side in one run, all at normal priority:
-a bare netlink listener, keepalived through its FIFO, our events in process and through
-`trackctl events`. The veths' other ends are in another namespace and have other indexes; where both
+a bare netlink listener, keepalived through its FIFO, and our events, in process or through
+`trackctl events`: one of the two at a time, so that they do not wait for each other. The veths' other ends are in another namespace and have other indexes; where both
 ends have the same one, the kernel holds the loss of a carrier back."""
 
 import os
@@ -16,7 +16,7 @@ from peers.keepalived import Keepalived
 from service import Service
 from table import row
 
-# Links, followers, rounds of both orders of start together, milliseconds between two changes.
+# Links, followers, rounds with each reader, milliseconds between two changes.
 CASES = ((1, 1, 120, 150), (1, 255, 120, 200), (255, 255, 20, 700))
 LISTENER, PROCESS, TOOL, KEEPALIVED = "listener", "subscriber", "trackctl", "keepalived"
 WORDS = {PROCESS: "our events in process", TOOL: "trackctl events",
@@ -26,10 +26,12 @@ TARGETS = {PROCESS: 0.5, TOOL: 1.0}
 
 
 class Race:
-    """The programs in one namespace with links, started in one order or the other."""
+    """The programs in one namespace with links, started in one order or the other. `reader`: which of
+    ours."""
 
-    def __init__(self, build, links, followers, ours_first):
+    def __init__(self, build, links, followers, reader, ours_first):
         self.build = build
+        self._reader = reader
         self.parts = []
         try:
             self.far = NetworkNamespace()
@@ -57,14 +59,17 @@ class Race:
         assert set(answers) == {"0x00000000"}, answers
         service.wait_state(followed[-1][0], "up")
         self.root = service.root
-        self.pipe = f"{self.root}/events"
-        os.mkfifo(self.pipe)
-        kept = os.open(self.pipe, os.O_RDWR)
+        if self._reader == PROCESS:
+            return
+        pipe = f"{self.root}/events"
+        os.mkfifo(pipe)
+        kept = os.open(pipe, os.O_RDWR)
         tool = subprocess.Popen([*self.build.command("trackctl"), "events"],
                                 env=self.build.environment(self.root), stdin=subprocess.DEVNULL,
                                 stdout=kept, stderr=subprocess.PIPE)
         assert tool.stderr.readline(), "trackctl follows no events"
         self.parts.append(_Tool(tool, kept))
+        self._reader = f"{TOOL}={pipe}"
 
     def _theirs(self, followed):
         self.keepalived = Keepalived(self.near, followed)
@@ -74,7 +79,7 @@ class Race:
         """Lines of the race: direction, reader, followers heard of, first, last, median over."""
         command = [*self.near.command(), *self.build.command("peer_race"),
                    f"/run/netns/{self.far.name}", str(links), str(followers), str(rounds),
-                   str(gap_ms), f"{TOOL}={self.pipe}", f"{KEEPALIVED}={self.keepalived.fifo}"]
+                   str(gap_ms), self._reader, f"{KEEPALIVED}={self.keepalived.fifo}"]
         result = subprocess.run(command, env=self.build.environment(self.root), check=True,
                                 stdout=subprocess.PIPE, text=True)
         return [[int(word) if word.isdigit() or word[0] == "-" else word for word in line.split()]
@@ -96,11 +101,11 @@ class _Tool:
         os.close(self._kept)
 
 
-def over_listener(lines, links):
+def over_listener(lines, links, readers):
     """For each reader what it was later than the listener in each change, milliseconds: for the last
     follower of one link, and for the one in the middle of many; and how many it never heard of."""
-    over = {name: [] for name in WORDS}
-    lost = dict.fromkeys(WORDS, 0)
+    over = {name: [] for name in readers}
+    lost = dict.fromkeys(readers, 0)
     followers = max(line[2] for line in lines)
     for direction, name, count, first, last, median in lines:
         del direction
@@ -113,43 +118,44 @@ def over_listener(lines, links):
     return over, lost
 
 
-def measure(build, links, followers, rounds, gap_ms):
+def measure(build, reader, links, followers, rounds, gap_ms):
     lines = []
     for ours_first in (True, False):
-        race = Race(build, links, followers, ours_first)
+        race = Race(build, links, followers, reader, ours_first)
         try:
             race.run(links, followers, 3, gap_ms)  # warm
             lines += race.run(links, followers, rounds // 2, gap_ms)
         finally:
             race.close()
-    return over_listener(lines, links)
+    return over_listener(lines, links, (reader, KEEPALIVED))
 
 
-def rows_of(links, followers, over, lost):
+def rows_of(links, followers, reader, over, lost):
     what = f"{links} link(s), {followers} follower(s)"
     which = "last event" if links == 1 else "event of the same link"
     rows = []
-    for name, words in WORDS.items():
+    for name in (reader, KEEPALIVED):
         values = over[name]
-        rows.append(row(f"{what}: {words}, {which} after the listener's, median of {len(values)}"
-                        f" (p10 {percentile(values, 0.1):.3f}, p90 {percentile(values, 0.9):.3f})",
-                        statistics.median(values), "ms"))
-        if lost[name] or links > 1:
-            rows.append(row(f"{what}: {words}, lost", lost[name], "",
-                            None if name == KEEPALIVED else 0))
-    for name, target in TARGETS.items():
-        each = [ours / theirs for ours, theirs in zip(over[name], over[KEEPALIVED]) if theirs > 0]
-        ratio = statistics.median(over[name]) / statistics.median(over[KEEPALIVED])
-        rows.append(row(f"{what}: {WORDS[name]} to {WORDS[KEEPALIVED]}, ratio of the medians (of"
-                        f" each change: p25 {percentile(each, 0.25):.2f}, p75"
-                        f" {percentile(each, 0.75):.2f})", ratio, "", target))
+        rows.append(row(f"{what}: {WORDS[name]}, {which} after the listener's, median of"
+                        f" {len(values)} (p10 {percentile(values, 0.1):.3f}, p90"
+                        f" {percentile(values, 0.9):.3f})", statistics.median(values), "ms"))
+        rows.append(row(f"{what}: {WORDS[name]}, lost", lost[name], "",
+                        None if name == KEEPALIVED else 0))
+    each = [ours / theirs for ours, theirs in zip(over[reader], over[KEEPALIVED]) if theirs > 0]
+    ratio = statistics.median(over[reader]) / statistics.median(over[KEEPALIVED])
+    rows.append(row(f"{what}: {WORDS[reader]} to {WORDS[KEEPALIVED]}, ratio of the medians (of each"
+                    f" change: p25 {percentile(each, 0.25):.2f}, p75 {percentile(each, 0.75):.2f})",
+                    ratio, "", TARGETS[reader]))
     return rows
 
 
 def peers(build):
-    rows = [row("load average before", os.getloadavg()[0], "")]
+    rows = []
     for links, followers, rounds, gap_ms in CASES:
-        rows += rows_of(links, followers, *measure(build, links, followers, rounds, gap_ms))
+        for reader in TARGETS:
+            rows += rows_of(links, followers, reader,
+                            *measure(build, reader, links, followers, rounds, gap_ms))
+    rows.append(row("load average", os.getloadavg()[0], ""))
     return rows
 
 

@@ -175,7 +175,7 @@ int ledger_server_open(evm* manager, char* error, unsigned size) noexcept {
     auto server = std::make_unique<ledger_server>();
     status = hosted ? ledger_not_available : server->open(manager, text);
     if (status == status_ok) {
-      status = evm_add_flush(manager, flush_hosted, nullptr);
+      status = evm_add_flush(manager, evm_flush_stage::stores, flush_hosted, nullptr);
     }
     if (status == status_ok) {
       hosted = std::move(server);

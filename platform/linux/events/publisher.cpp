@@ -61,7 +61,7 @@ int evdl_publisher_register(evm* manager, const evdl_registration& registration,
   }
   int status = open_server(added->server);
   if (status == status_ok) {
-    status = evm_add_flush(manager, flush_events, nullptr);
+    status = evm_add_flush(manager, evm_flush_stage::events, flush_events, nullptr);
   }
   if (status == status_ok) {
     only_publisher = std::move(added);

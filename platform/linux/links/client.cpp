@@ -59,7 +59,7 @@ int ifc_client::open() noexcept {
   if (status == status_ok) {
     status = dump(&links_);
   }
-  return status == status_ok ? events_.follow(manager_) : status;
+  return status == status_ok ? events_.follow(manager_, netlink_turn::urgent) : status;
 }
 
 void ifc_client::on_lost(void* client, int status) {

@@ -146,7 +146,7 @@ void add_line(const errmsg_record* record, std::uint32_t severity, const char* f
 
 int log_queue_attach(evm* manager) noexcept {
   const int status = evm_add_flush(
-      manager, [](void*) { log_queue_flush(); }, nullptr);
+      manager, evm_flush_stage::log, [](void*) { log_queue_flush(); }, nullptr);
   if (status == status_ok) {
     const std::lock_guard guard(lock);
     attached = manager;

@@ -22,6 +22,7 @@ namespace ot {
 
 struct evm_flush_hook {
   evm_flush_hook* next = nullptr;
+  evm_flush_stage stage = evm_flush_stage::events;
   void (*flush)(void* argument) = nullptr;
   void* argument = nullptr;
 };
@@ -140,13 +141,18 @@ void evm_flush(evm* manager) noexcept {
   }
 }
 
-int evm_add_flush(evm* manager, void (*flush)(void* argument), void* argument) noexcept {
-  evm_flush_hook** end = &manager->flushes;
-  while (*end != nullptr) {
-    end = &(*end)->next;
+int evm_add_flush(evm* manager, evm_flush_stage stage, void (*flush)(void* argument),
+                  void* argument) noexcept {
+  evm_flush_hook** place = &manager->flushes;
+  while (*place != nullptr && (*place)->stage <= stage) {
+    place = &(*place)->next;
   }
-  *end = new (std::nothrow) evm_flush_hook{nullptr, flush, argument};
-  return *end == nullptr ? no_memory : status_ok;
+  auto* added = new (std::nothrow) evm_flush_hook{*place, stage, flush, argument};
+  if (added == nullptr) {
+    return no_memory;
+  }
+  *place = added;
+  return status_ok;
 }
 
 int evm_post(evm* manager, evm_task task, void* argument) noexcept {

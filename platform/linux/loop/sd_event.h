@@ -9,9 +9,13 @@
 // for each dispatch, so a flood of posts does not starve the other sources. All else, attaching
 // sources above all, belongs to the loop's own thread.
 //
-// What a handler leaves to be done in one go (ledger items to store, events to send, lines to log)
-// it leaves to the flush hooks, which run before the loop waits. The order of their registration is
-// the order in which things leave the process.
+// What a handler leaves to be done in one go (events to send, ledger items to store, lines to log)
+// it leaves to the flush hooks, which run before the next handler. Events leave first, whatever a
+// store or a log does: somebody waits for them.
+//
+// Of several sources that wait, the interfaces' own comes first (netlink/watch.h): what a change of
+// a link means to tracks has left before anything else that the same change woke up. All others
+// take turns, and nothing that any of them does waits for a lock of the kernel's.
 //
 // Time: timer trees have one source each on CLOCK_BOOTTIME (time.cpp), so that a delay counts while
 // the machine is suspended; retries and limits use CLOCK_MONOTONIC. The loop owns the manager's
@@ -30,9 +34,13 @@ namespace ot {
 // of an evm_dispatch.
 sd_event* evm_sd_event(evm* manager) noexcept;
 
-// Has `flush(argument)` called at the start of every evm_block, in the order of registration: what
-// a handler left to be done in one go (store, send, log) leaves the process before the loop waits.
-int evm_add_flush(evm* manager, void (*flush)(void* argument), void* argument) noexcept;
+// In which order what a handler left to be done leaves.
+enum class evm_flush_stage { events, stores, log };
+
+// Has `flush(argument)` called at the start of every evm_block, stage after stage; within a stage in
+// the order of registration. 0 or 12.
+int evm_add_flush(evm* manager, evm_flush_stage stage, void (*flush)(void* argument),
+                  void* argument) noexcept;
 
 // (Re)starts a one-shot timer, made at its first use, that expires `usec` from now on `clock`. The
 // caller unrefs it. 0 or sd-event's negative errno value.

@@ -1,5 +1,8 @@
 // The kernel's events, read on a loop. How much is read in a turn, and what an error of the socket
 // means, is the same for everybody who follows events.
+//
+// An urgent watch is read before all other sources of its loop that wait. When its events do not
+// end it takes turns with them.
 #pragma once
 
 #include <systemd/sd-event.h>
@@ -10,6 +13,8 @@
 #include "platform/linux/netlink/socket.h"
 
 namespace ot {
+
+enum class netlink_turn { usual, urgent };
 
 class netlink_watch {
  public:
@@ -36,7 +41,7 @@ class netlink_watch {
   // here on is an event, but none is read before follow(). 0 or an errno value.
   int open(std::uint32_t groups) noexcept;
   // Has the events read on the manager's loop, which is this thread's. 0 or an errno value.
-  int follow(evm* manager) noexcept;
+  int follow(evm* manager, netlink_turn turn = netlink_turn::usual) noexcept;
   void close() noexcept { source_ = sd_event_source_disable_unref(source_); }
 
   [[nodiscard]] int fd() const noexcept { return events_.fd(); }
@@ -44,11 +49,15 @@ class netlink_watch {
  private:
   static int on_readable(sd_event_source* source, int fd, std::uint32_t events, void* self);
   void read();
+  void take_turns() noexcept;
 
   handlers handlers_;
   void* context_;
   netlink_socket events_;
   sd_event_source* source_ = nullptr;
+  netlink_turn turn_ = netlink_turn::usual;
+  std::uint64_t last_turn_ = 0;  // the loop's iteration
+  unsigned turns_in_a_row_ = 0;
 };
 
 }  // namespace ot

@@ -24,6 +24,7 @@
 #include "platform/linux/loop/listener.h"
 #include "platform/linux/loop/sd_event.h"
 #include "platform/linux/process/boot.h"
+#include "platform/linux/short_slices.h"
 #include "platform/messages.h"
 #include "platform/process.h"
 #include "platform/service.h"
@@ -158,6 +159,7 @@ int run_service() {
     return refuse("no event loop", err_string(status));
   }
   raise_descriptor_limit();
+  ask_for_short_slices(100);
   char error[1024] = "";
   if (ledger_server_open(manager, error, sizeof error) != status_ok) {
     process_exit(refuse("cannot start", error));

@@ -9,6 +9,7 @@
 #include <ctime>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "platform/linux/links/vrf_devices.h"
 #include "platform/linux/loop/sd_event.h"
@@ -51,7 +52,15 @@ fib_session::fib_session(evm* manager, const rtclient_callbacks& callbacks) noex
           [](void* lookup, const fib_prefix& prefix, rtclient_result* ret) {
             return static_cast<route_lookup*>(lookup)->find(prefix, ret);
           },
-          &lookup_) {}
+          &lookup_),
+      waiter_(
+          [](void* self) {
+            auto& session = *static_cast<fib_session*>(self);
+            if (std::exchange(session.waiting_, false)) {
+              session.look_and_pause();
+            }
+          },
+          this) {}
 
 fib_session::~fib_session() {
   for (sd_event_source* source : {registered_, settled_, audit_, reconnect_}) {
@@ -90,6 +99,7 @@ void fib_session::disconnect() {
   prefixes_.clear();
   changes_.take();
   pausing_ = false;
+  waiting_ = false;
   callbacks_.disconnected();
   arm(manager_, &reconnect_, 0, on_connect, this);
 }
@@ -131,8 +141,7 @@ void fib_session::schedule_audit() noexcept {
 }
 
 // The first event is answered at once, most of those that follow closely after a pause. While
-// nothing is watched the kernel is asked nothing: that might wait for the lock which a change of a
-// link still holds, and so hold up who follows that link.
+// nothing is watched the kernel is asked nothing.
 void fib_session::take_events() {
   if (prefixes_.empty()) {
     changes_.take();
@@ -142,8 +151,8 @@ void fib_session::take_events() {
   if (changes_.none()) {
     return;  // routes that concern nobody
   }
-  if (!pausing_) {
-    look_and_pause();
+  if (!pausing_ && !waiting_) {
+    await_and_look();
   } else if (!reading_tables_) {
     look_inside_burst();
   }
@@ -162,6 +171,7 @@ void fib_session::on_event(void* self, const nlmsghdr& message) {
   }
   session.lookup_.forget_tables();
   session.changes_.note_everything();
+  session.more_changed_ = true;
 }
 
 // An address of the router's own, in the local table, counts in the default VRF.
@@ -188,8 +198,11 @@ int fib_session::on_registered(sd_event_source*, std::uint64_t, void* self) {
 // looked at once more.
 int fib_session::on_settled(sd_event_source*, std::uint64_t, void* self) {
   auto& session = *static_cast<fib_session*>(self);
+  if (session.waiting_) {
+    return 0;
+  }
   if (!session.changes_.none()) {
-    session.look_and_pause();
+    session.await_and_look();
   } else if (session.pausing_) {
     session.pausing_ = false;
     arm(session.manager_, &session.settled_, settle_after, on_settled, self);
@@ -199,11 +212,31 @@ int fib_session::on_settled(sd_event_source*, std::uint64_t, void* self) {
   return 0;
 }
 
+// Routes are announced when they are there; what else changes has to be whole first. Without a
+// thread that waits for it, the loop does.
+void fib_session::await_and_look() {
+  if (!changes_.everything()) {
+    look_and_pause();
+    return;
+  }
+  more_changed_ = false;
+  if (waiter_.open(manager_) == status_ok) {
+    waiting_ = true;
+    waiter_.ask();
+  } else {
+    lookup_.await_change();
+    look_and_pause();
+  }
+}
+
 // The pause is a multiple of what the look took, so looking never takes all the time there is.
 void fib_session::look_and_pause() {
   using std::chrono::steady_clock;
   const auto begin = steady_clock::now();
   look_again(changes_.everything());
+  if (std::exchange(more_changed_, false)) {
+    changes_.note_everything();
+  }
   const auto taken =
       std::chrono::duration_cast<std::chrono::microseconds>(steady_clock::now() - begin);
   const auto pause = std::clamp(pause_factor * static_cast<std::uint64_t>(taken.count()),
@@ -214,14 +247,16 @@ void fib_session::look_and_pause() {
 
 int fib_session::on_audit(sd_event_source*, std::uint64_t, void* self) {
   auto& session = *static_cast<fib_session*>(self);
-  session.look_again(true);
+  if (session.changes_.none()) {  // else a look is due in any case
+    session.look_again(true);
+  }
   session.schedule_audit();
   return 0;
 }
 
 void fib_session::look_again(bool all) {
   if (changes_.everything()) {
-    lookup_.await_change();
+    lookup_.forget_names();
   }
   const std::vector<fib_prefix> routes = changes_.take();
   lookup_.forget_tables();

@@ -14,7 +14,7 @@
 // What triggers a look:
 //   - a route was added or removed: the prefixes that it concerns, most often none;
 //   - a link, address, rule or next hop changed, or very many routes did: all prefixes, after the
-//     kernel has completed that change (await_change);
+//     kernel has completed that change (change_waiter.h), for which the loop does not wait;
 //   - events within a pause after a look: at once only the prefixes that contain a changed route,
 //     unless whole tables have to be read for it; the rest when the pause is over; the pause grows
 //     with what the look took;
@@ -34,6 +34,7 @@
 #include "platform/common/watched_prefixes.h"
 #include "platform/fib_client.h"
 #include "platform/linux/netlink/watch.h"
+#include "platform/linux/routes/change_waiter.h"
 #include "platform/linux/routes/changes.h"
 #include "platform/linux/routes/lookup.h"
 
@@ -69,6 +70,7 @@ class fib_session {
   int connect() noexcept;
   void disconnect();
   void schedule_audit() noexcept;
+  void await_and_look();
   void look_and_pause();
   void look_again(bool all);
   void look_inside_burst();
@@ -82,7 +84,10 @@ class fib_session {
   sd_event_source* audit_ = nullptr;
   sd_event_source* reconnect_ = nullptr;
   watched_prefixes prefixes_;
-  route_changes changes_;        // since all prefixes were looked at
+  route_changes changes_;  // since all prefixes were looked at
+  change_waiter waiter_;
+  bool waiting_ = false;         // for a change to be whole; a look follows
+  bool more_changed_ = false;    // meanwhile, by a change that may not be whole then
   bool pausing_ = false;         // a look was a moment ago
   bool reading_tables_ = false;  // it had to read whole tables, which takes long
 };

@@ -41,7 +41,7 @@ TEST_F(loop_turns_of_a_manager, a_handler_and_what_is_flushed_behind_it) {
   EXPECT_GE(first.longest_us, 20'000U);
   EXPECT_GE(first.longest_at, first.since);
   ASSERT_EQ(evm_add_flush(
-                manager(), [](void*) { work_for(10'000); }, nullptr),
+                manager(), evm_flush_stage::log, [](void*) { work_for(10'000); }, nullptr),
             0);
   run_one([](void*) { work_for(30'000); });
   EXPECT_GE(evm_turns(manager()).longest_us, 40'000U);
