@@ -82,6 +82,12 @@ class Follower:
         taken, self._events = self._events[:count], self._events[count:]
         return taken
 
+    def take(self, seconds):
+        """Waits so long for events; those that have come, as soon as there are any."""
+        self._read_until(lambda: self._events, seconds)
+        taken, self._events = self._events, []
+        return taken
+
     def drain(self):
         """Reads until the tool ends; the number of its lines."""
         return self.process.stdout.read().count(b"\n")
