@@ -29,6 +29,7 @@ from bird import Bird, bfd_sessions
 from frr import Frr
 from netns import NetworkNamespace
 from output import File
+from priority import REALTIME
 from service import Service
 from stalls import Stalls
 from table import row
@@ -55,13 +56,8 @@ def connect(near, far, count):
                  ["link set e0 up"])
 
 
-def make_realtime(pid):
-    """All threads of a process, as our own engine makes its own."""
-    subprocess.run(["chrt", "-a", "-r", "-p", "10", str(pid)], check=True)
-
-
 def bfdd(net, count, local, remote):
-    """A bfdd with all sessions, at real-time priority. `local`, `remote`: which of addresses()."""
+    """A bfdd with all sessions. `local`, `remote`: which of addresses()."""
     made = Frr(net)
     made.start_bfdd()
     with open(f"{made.directory}/sessions", "w", encoding="ascii") as config:
@@ -72,7 +68,6 @@ def bfdd(net, count, local, remote):
                          f"  receive-interval {INTERVAL}\n  transmit-interval {INTERVAL}\n"
                          f"  detect-multiplier {MULTIPLIER}\n exit\n !\n")
     made.run_file(f"{made.directory}/sessions")
-    make_realtime(made.pid("bfdd"))
     return made
 
 
@@ -243,11 +238,9 @@ def deaths(build, own, realtime):
         if not own:
             engine = Frr(service.net)
             parts.append(engine)
-            engine.start_bfdd()
+            engine.start_bfdd(priority=REALTIME if realtime else ())
             os.makedirs(f"{service.root}/run", exist_ok=True)
             os.symlink(engine.directory, f"{service.root}/run/frr")
-            if realtime:
-                make_realtime(engine.pid("bfdd"))
         service.start()
         follower = service.follow(["t"])
         service.ctl("set", "t", "bfd", addresses(0)[1], "--interface", "e0", "--rate",

@@ -17,7 +17,11 @@ PORT = 3784
 ADMIN_DOWN, DOWN, INIT, UP = range(4)
 POLL, FINAL, AUTHENTICATION, DEMAND, MULTIPOINT = 0x20, 0x10, 0x04, 0x02, 0x01
 NO_REASON, EXPIRED, SIGNALED_DOWN, PATH_DOWN, BY_HAND = 0, 1, 3, 5, 7
-_IP_RECVTTL = 12  # not in Python's socket module; what comes is IP_TTL and IP_TOS
+# Not in Python's socket module. What comes of the first is IP_TTL, and of the second the time at
+# which the kernel got the packet, however late it is read.
+_IP_RECVTTL = 12
+_SO_TIMESTAMPNS = 35
+_TIME = struct.Struct("@ll")
 _FORMAT = struct.Struct("!BBBBIIIII")
 
 
@@ -67,6 +71,7 @@ class BfdPeer:
         self._neighbour = neighbour
         self._receiver, self._sender = in_namespace(net.name, lambda: [
             socket.socket(socket.AF_INET, socket.SOCK_DGRAM) for _ in range(2)])
+        self._receiver.setsockopt(socket.SOL_SOCKET, _SO_TIMESTAMPNS, 1)
         for option in (_IP_RECVTTL, socket.IP_RECVTOS):
             self._receiver.setsockopt(socket.IPPROTO_IP, option, 1)
         self._receiver.bind((address, PORT))
@@ -93,9 +98,12 @@ class BfdPeer:
 
     def _take(self):
         data, control, _, source = self._receiver.recvmsg(2048, 256)
-        values = {kind: int.from_bytes(value[:4], "little") for _, kind, value in control}
-        self.heard.append(Heard.decode(data, time.monotonic(), source,
-                                       values[socket.IP_TTL], values[socket.IP_TOS]))
+        values = {(level, kind): value for level, kind, value in control}
+        seconds, nanoseconds = _TIME.unpack(values[socket.SOL_SOCKET, _SO_TIMESTAMPNS])
+        late = time.time() - (seconds + nanoseconds / 1e9)
+        self.heard.append(Heard.decode(data, time.monotonic() - late, source, *(
+            int.from_bytes(values[socket.IPPROTO_IP, kind][:4], "little")
+            for kind in (socket.IP_TTL, socket.IP_TOS))))
 
     def take_all(self):
         """Reads what has come."""

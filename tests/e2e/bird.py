@@ -6,6 +6,8 @@ import subprocess
 import tempfile
 import typing
 
+from priority import REALTIME
+
 PATIENCE = 10
 
 
@@ -68,7 +70,7 @@ class Bird:
     def start(self):
         with open(self._path("log"), "ab") as log:
             self._process = subprocess.Popen(
-                [*self._net.command(), "bird", "-f", "-c", self._path("conf"),
+                [*self._net.command(), *REALTIME, "bird", "-f", "-c", self._path("conf"),
                  "-s", self._path("ctl")], stdin=subprocess.DEVNULL, stdout=log, stderr=log)
 
     def stop(self):

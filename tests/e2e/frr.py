@@ -11,6 +11,7 @@ import subprocess
 import tempfile
 
 from frr_release import MACHINE, PROGRAMS
+from priority import REALTIME
 from waiting import wait_until
 
 PATIENCE = 10
@@ -61,12 +62,12 @@ class Frr:
         """As the daemons do."""
         return os.path.join(self._inside, name)
 
-    def _start(self, name, listening, *options):
+    def _start(self, name, listening, *options, priority=()):
         apart = ("-N", os.path.basename(self._inside)) if self._release.has("mgmtd") else ()
         silent = ("-f", "/dev/null") if self._release.takes(name, "--config_file") else ()
         with open(self._path(f"{name}.out"), "ab") as out:
             self._processes[name] = subprocess.Popen(
-                [*self._net.command(), *self._release.command(), f"{PROGRAMS}/{name}", *apart,
+                [*self._net.command(), *priority, *self._release.command(), f"{PROGRAMS}/{name}", *apart,
                  "--vty_socket", self._inside, "-z", self._name("zserv.api"),
                  "-i", self._name(f"{name}.pid"), *silent, "-P", "0",
                  "--log", f"file:{self._name(f'{name}.log')}", *options],
@@ -92,10 +93,11 @@ class Frr:
                               for prefix, gateway in gateways.items())
         self.run_file(self._path("routes"))
 
-    def start_bfdd(self, listening="bfdd.sock"):
+    def start_bfdd(self, listening="bfdd.sock", priority=REALTIME):
         """Returns when its socket of that name and its shell take connections."""
         control = ("--bfdctl", self._name("bfdd.sock"))
-        self._start("bfdd", listening, *(control if self._release.has_control_socket() else ()))
+        self._start("bfdd", listening, *(control if self._release.has_control_socket() else ()),
+                    priority=priority)
 
     def kill(self, name):
         process = self._processes.pop(name)
