@@ -71,6 +71,7 @@ constexpr const char* no_interface = "there is no such interface";
 constexpr const char* no_carrier = "the interface has no carrier";
 constexpr const char* no_address = "the interface has no IPv4 address";
 constexpr const char* not_its_address = "the interface does not have the source address";
+constexpr const char* ours = "the address is one of this router's own";
 constexpr const char* switched_off = "the interface is administratively down";
 
 void with_links(const std::function<void()>& body) {
@@ -101,6 +102,19 @@ TEST(bfd_links, lead_to_a_neighbor_from_the_address_in_its_network) {
     EXPECT_EQ(links.way("e9"), no_interface);
     EXPECT_EQ(links.way("p0"), no_address);
     EXPECT_EQ(links.way("lo"), switched_off);
+  });
+}
+
+TEST(bfd_links, lead_to_no_address_of_our_own) {
+  with_links([] {
+    followed_links links;
+    links.expect("10 from 10.9.0.1");
+    EXPECT_EQ(links.way("e0", "10.9.0.1"), ours);
+    EXPECT_EQ(links.way("e1", "10.9.0.1"), ours) << "over another interface, too";
+    ip("addr add 10.9.0.2/24 dev e1");
+    links.expect(ours);
+    ip("addr del 10.9.0.2/24 dev e1");
+    links.expect("10 from 10.9.0.1");
   });
 }
 
@@ -170,8 +184,8 @@ TEST(bfd_links, are_read_anew_when_events_were_lost) {
     links.expect("10 from 10.9.0.4");
     links.expect(no_interface, "e1");
     ip("addr del 10.9.0.4/24 dev e0");  // and followed as before
-    ip("addr add 10.9.0.2/24 dev e0");
-    links.expect("10 from 10.9.0.2");
+    ip("addr add 10.9.0.7/24 dev e0");
+    links.expect("10 from 10.9.0.7");
   });
 }
 

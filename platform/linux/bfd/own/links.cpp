@@ -188,6 +188,13 @@ std::optional<neighbor_path> local_links::towards(const session_config& session,
                                                        : "the interface has no carrier";
     return std::nullopt;
   }
+  // Packets to ourselves come back, so that the session would be up whatever the network does.
+  if (std::any_of(addresses_.begin(), addresses_.end(), [&session](const local_address& local) {
+        return local.address == session.key.destination;
+      })) {
+    *ret_problem = "the address is one of this router's own";
+    return std::nullopt;
+  }
   const std::uint32_t source = source_on(link->ifindex, session);
   if (source == 0) {
     *ret_problem = session.source == 0 ? "the interface has no IPv4 address"
