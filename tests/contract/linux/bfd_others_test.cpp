@@ -25,6 +25,7 @@ TEST_P(bfd_others, its_state_is_reported) {
   bfdc_session_status told;
   ASSERT_TRUE(bfdc_session(101, {bfd_family_ipv4, {10, 0, 0, 1}}, &told));
   EXPECT_TRUE(told.of_another);
+  EXPECT_EQ(told.remote_state, bfd_state_up) << "or ours would not be";
   EXPECT_EQ(told.problem.view(), "bfdd refuses it; it may be somebody else's session");
   engine().set_state("uplink", "down");
   EXPECT_EQ(wait_reported(1), reported_list{"down 1"});

@@ -40,6 +40,20 @@ TEST_F(bfd_reconnect, an_engine_that_dies_takes_the_sessions_down) {
   EXPECT_EQ(reported(), reported_list{});
 }
 
+TEST_F(bfd_reconnect, a_session_tells_that_its_engine_is_away) {
+  start();
+  bring_up(1);
+  engine().die();
+  EXPECT_EQ(wait_reported(1), reported_list{"down 1"});
+  ASSERT_EQ(create(2), 0);
+  ASSERT_EQ(wait_reported(1), reported_list{"created 2"});
+  for (const std::uint8_t number : {std::uint8_t{1}, std::uint8_t{2}}) {
+    bfdc_session_status told;
+    ASSERT_TRUE(bfdc_session(100U + number, {bfd_family_ipv4, {10, 0, 0, number}}, &told));
+    EXPECT_EQ(told.problem.view(), "bfdd does not answer") << int{number};
+  }
+}
+
 TEST_F(bfd_reconnect, an_engine_that_is_back_is_asked_for_everything_again) {
   start();
   bring_up(1);

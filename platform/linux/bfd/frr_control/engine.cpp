@@ -107,7 +107,7 @@ void control_engine::ended(connection_end why) noexcept {
 void control_engine::add(const session_config& session) noexcept {
   try {
     if (sessions_.want(session)) {
-      owner_.session_changed(session.key, not_asked_yet());
+      owner_.session_changed(session.key, sessions_.not_asked_yet());
     }
   } catch (const std::bad_alloc&) {
     bfdc_session_status status;

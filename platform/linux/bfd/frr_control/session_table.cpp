@@ -29,6 +29,7 @@ void note_state(bfdc_session_status& status, const engine_notification& notifica
   status.ups += !was_up && up ? 1U : 0U;
   status.downs += was_up && !up ? 1U : 0U;
   status.state = notification.state;
+  status.remote_state = up ? bfd_state_up : bfd_state_down;  // which bfdd does not tell otherwise
   status.diagnostic = notification.diagnostic;
   status.remote_diagnostic = notification.remote_diagnostic;
 }
@@ -38,9 +39,9 @@ constexpr std::size_t orphan_limit = 4096;
 
 }  // namespace
 
-bfdc_session_status not_asked_yet() noexcept {
+bfdc_session_status session_table::not_asked_yet() const noexcept {
   bfdc_session_status status;
-  status.problem.assign("bfdd does not have it yet");
+  status.problem.assign(engine_here_ ? "bfdd does not have it yet" : "bfdd does not answer");
   return status;
 }
 

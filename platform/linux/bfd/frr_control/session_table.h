@@ -57,9 +57,6 @@ struct engine_job {
   std::uint32_t number = 0;
 };
 
-// Of a session that bfdd does not have, or not yet.
-bfdc_session_status not_asked_yet() noexcept;
-
 class session_table {
  public:
   explicit session_table(const session_labels& labels) : labels_(labels) {}
@@ -68,6 +65,8 @@ class session_table {
   // as it is; another one replaces it: true.
   bool want(const session_config& config);
   void remove(const session_key& key);
+  // Of a session that bfdd does not have, or not yet.
+  [[nodiscard]] bfdc_session_status not_asked_yet() const noexcept;
   [[nodiscard]] bool empty() const noexcept { return sessions_.empty(); }
 
   // The engine is there: everything is to be asked for.
