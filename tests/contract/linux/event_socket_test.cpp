@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "platform/common/event_filters.h"
+#include "platform/common/root_path.h"
 #include "platform/event_manager.h"
 #include "platform/event_publisher.h"
 #include "platform/event_subscriber.h"
@@ -89,7 +90,7 @@ class event_socket : public ::testing::Test {
   unique_fd connect_raw() const {
     unique_fd connection(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
     sockaddr_un address;
-    EXPECT_TRUE(unix_address(root_ + event_socket_path, &address));
+    EXPECT_TRUE(unix_address(root_path(event_socket_path), &address));
     EXPECT_EQ(connect(connection.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
     return connection;
   }
@@ -287,6 +288,23 @@ TEST_F(event_socket, who_has_not_subscribed_gives_way) {
   }
   evdl_unsubscribe(subscribe({}));
   EXPECT_EQ(read_packet(silent.front()), 0) << "the end of the longest silent one";
+}
+
+TEST_F(event_socket, an_end_before_the_answer_is_the_publisher_s_end) {
+  event_publisher_close();
+  sockaddr_un address;
+  ASSERT_TRUE(unix_address(root_path(event_socket_path), &address));
+  unlink(address.sun_path);
+  unique_fd listener(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+  ASSERT_EQ(bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  ASSERT_EQ(listen(listener.get(), 1), 0);
+  std::thread dying([&listener] {
+    const unique_fd connection(accept(listener.get(), nullptr, nullptr));
+    listener.reset();
+  });
+  evdl_subscriber* subscriber = nullptr;
+  EXPECT_EQ(evdl_subscribe({}, &subscriber), ledger_unreachable);
+  dying.join();
 }
 
 TEST_F(event_socket, a_subscriber_notices_the_publisher_s_end) {

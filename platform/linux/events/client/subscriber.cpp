@@ -64,7 +64,8 @@ std::vector<std::byte> subscription_packet(std::span<const evdl_filter> filters)
 }
 
 // The publisher's answer; ledger_no_answer when none came, ledger_busy when it has no room. A
-// publisher that refused without reading leaves a reset before its answer.
+// publisher that refused without reading leaves a reset before its answer; one that is full may end
+// the connection without any, as one that has just gone does.
 int await_answer(int connection) noexcept {
   pollfd readable{connection, POLLIN, 0};
   event_subscription_answer answer;
@@ -75,8 +76,10 @@ int await_answer(int connection) noexcept {
   if (length < 0 && errno == ECONNRESET) {
     length = recv(connection, &answer, sizeof answer, MSG_DONTWAIT);
   }
-  const bool answered = length == static_cast<ssize_t>(sizeof answer);
-  return !answered || answer.status == EUSERS ? ledger_busy : answer.status;
+  if (length != static_cast<ssize_t>(sizeof answer)) {
+    return connect_to_publisher().valid() ? ledger_busy : ledger_unreachable;
+  }
+  return answer.status == EUSERS ? ledger_busy : answer.status;
 }
 
 int subscribe(std::span<const evdl_filter> filters, evdl_subscriber** ret) {
