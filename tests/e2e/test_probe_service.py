@@ -226,6 +226,36 @@ def test_check_and_status_say_how_it_is(qmond):
     assert lines[1].split()[:5] == ["1", "icmp", "127.0.0.1", "1", "OK"]
 
 
+def test_status_says_why_the_table_cannot_be_read(qmond):
+    qmond.configure({"id": 1, **ECHO})
+    qmond.start()
+    qmond.wait_code(1, 1)
+    table = os.path.join(qmond.service.root, "run/qmond/statistics")
+    os.chmod(table, 0o640)
+    result = subprocess.run(
+        ["setpriv", "--reuid", "nobody", "--regid", "nogroup", "--clear-groups",
+         *qmond.service.build.command("qmond"), "status"],
+        env=qmond.service.build.environment(qmond.service.root), capture_output=True, text=True,
+        stdin=subprocess.DEVNULL)
+    assert result.returncode == 1
+    assert "run it as root or as a member of the group qmond" in result.stderr
+    qmond.stop()
+    with open(table, "wb") as damaged:
+        damaged.write(b"nonsense")
+    result = qmond.service.run("qmond", "status")
+    assert result.returncode == 1
+    assert "it is no table of results; qmond makes it anew when it starts" in result.stderr
+
+
+@pytest.mark.parametrize("probe", [
+    ECHO, {**REFUSED}, {"kind": "dns", "target": "127.0.0.1", "query": "a.example"}],
+    ids=["icmp", "tcp", "dns"])
+def test_a_source_that_is_not_ours_cannot_run(qmond, probe):
+    qmond.configure({"id": 1, **probe, "source": "203.0.113.9"})
+    qmond.start()
+    qmond.wait_code(1, 7)
+
+
 def test_the_example_has_no_errors(qmond):
     # A copy: who has checked the sources out decides who owns them.
     shutil.copyfile(SOURCE / "examples/probes.toml", qmond.config)

@@ -70,6 +70,15 @@ int bind_to_operation(int fd, int family, const operation& what) noexcept {
   return bind(fd, source.get(), source.size()) == 0 ? 0 : errno;
 }
 
+int why_not_sent(int error, int family, const operation& what) noexcept {
+  if (what.source.empty()) {
+    return error;
+  }
+  const unique_fd tried(socket(family, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  const int refused = tried.valid() ? bind_to_operation(tried.get(), family, what) : 0;
+  return refused != 0 ? refused : error;
+}
+
 int connect_socket(int type, const operation& what, const address& where, unique_fd* ret) noexcept {
   unique_fd made(socket(where.family(), type | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
   if (!made.valid()) {

@@ -44,6 +44,10 @@ class address {
 // 0 or an errno value.
 int bind_to_operation(int fd, int family, const operation& what) noexcept;
 
+// The errno value for what could not be sent as the operation wants: the kernel says of a source
+// that is not ours that the network is unreachable.
+int why_not_sent(int error, int family, const operation& what) noexcept;
+
 // A non-blocking socket of that type (SOCK_STREAM, SOCK_DGRAM), bound and with its connection begun
 // or, where there is none to make, set. 0 or an errno value.
 int connect_socket(int type, const operation& what, const address& where, unique_fd* ret) noexcept;

@@ -84,6 +84,18 @@ nlohmann::json json_of(const operation_status& one) {
           {"last", last}};
 }
 
+// What an operator does about a table that cannot be read.
+std::string reason_text(int error) {
+  switch (error) {
+    case EACCES:
+      return "Permission denied; run it as root or as a member of the group qmond";
+    case EPROTO:
+      return "it is no table of results; qmond makes it anew when it starts";
+    default:
+      return std::generic_category().message(error);
+  }
+}
+
 }  // namespace
 
 std::vector<operation_status> read_status() {
@@ -94,7 +106,7 @@ std::vector<operation_status> read_status() {
     throw failure(exit_not_running, "qmond is not running: no table is kept at " + path);
   }
   if (error != 0) {
-    throw failure(exit_failed, path + ": " + std::generic_category().message(error));
+    throw failure(exit_failed, path + ": " + reason_text(error));
   }
   std::vector<operation_status> found;
   for (std::uint32_t i = 0; i < view.slots(); ++i) {

@@ -170,7 +170,7 @@ int icmp_socket::send(std::span<const std::byte> packet, const operation& what,
   // The first attempt may get the error of an earlier packet.
   const bool sent = sendmsg(socket_.get(), &message, MSG_NOSIGNAL) >= 0 ||
                     sendmsg(socket_.get(), &message, MSG_NOSIGNAL) >= 0;
-  return sent ? 0 : errno;
+  return sent ? 0 : why_not_sent(errno, family_, what);
 }
 
 void icmp_socket::answer(std::uint16_t sequence, return_code code) {
