@@ -58,6 +58,10 @@ TEST(list_members, are_named_once_and_well) {
 TEST(list_members, a_weight_list_wants_weights) {
   EXPECT_EQ(text_of(read_weighted_members({"a=0", "b=4294967295"})), "a=0 b=4294967295");
   EXPECT_THAT(refusal([] { read_weighted_members({"a"}); }), HasSubstr("write a=WEIGHT"));
+  EXPECT_THAT(refusal([] {
+                read_weighted_members({"not", "a=1"});
+              }),
+              HasSubstr("no \"not\" in a weight list"));
   for (const char* const word : {"a=", "a=x", "a=-1", "a=4294967296", "a=1=2"}) {
     EXPECT_THAT(refusal([&] { read_weighted_members({word}); }), HasSubstr("member \"a\"")) << word;
   }

@@ -28,6 +28,14 @@ void check_members(const std::vector<list_member_word>& members) {
   }
 }
 
+void check_not_negation(const std::string& word, const std::string& kind) {
+  if (word == negation) {
+    throw failure(exit_usage, "there is no \"not\" in a " + kind +
+                                  " list; make a list of its own of the negated member: trackctl "
+                                  "set NAME and not MEMBER");
+  }
+}
+
 // Splits "MEMBER=WEIGHT" at the sign; without one, `ret_weight` stays as it is.
 std::string split_weight(const std::string& word, std::string& ret_weight) {
   const std::size_t sign = word.find('=');
@@ -70,6 +78,7 @@ std::vector<list_member_word> read_boolean_members(const std::vector<std::string
 std::vector<list_member_word> read_weighted_members(const std::vector<std::string>& words) {
   std::vector<list_member_word> members;
   for (const std::string& word : words) {
+    check_not_negation(word, "weight");
     if (word.find('=') == std::string::npos) {
       throw failure(exit_usage, "member \"" + word + "\" has no weight; write " + word + "=WEIGHT");
     }
@@ -85,11 +94,7 @@ std::vector<list_member_word> read_percentage_members(const std::vector<std::str
                                                       std::vector<std::string>& ret_weighted) {
   std::vector<list_member_word> members;
   for (const std::string& word : words) {
-    if (word == negation) {
-      throw failure(exit_usage,
-                    "there is no \"not\" in a percentage list; make a list of its own of the "
-                    "negated member: trackctl set NAME and not MEMBER");
-    }
+    check_not_negation(word, "percentage");
     std::string weight;
     members.push_back({split_weight(word, weight), 1});
     if (word.find('=') != std::string::npos) {
