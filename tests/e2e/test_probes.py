@@ -1,11 +1,13 @@
 """Probe tracks on real targets: the track follows what each of them does within two polls."""
 
 import os
+import re
 import shutil
 import signal
 import socket
 import subprocess
 import threading
+import time
 
 import pytest
 
@@ -124,11 +126,12 @@ def test_a_tcp_listener_refuses_and_then_hangs(qmond):
 
 def test_an_http_server_answers_well_badly_and_not_at_all(qmond):
     server = HttpServer(qmond.service.net, 7002)
+    hints = b"HTTP/1.1 103 Early Hints\r\nLink: </style.css>\r\n\r\n"
     try:
         server.answer = HttpServer.status(200)
         probe(qmond, kind="http", target="http://127.0.0.1:7002/health")
         follows(qmond, "t", 1, 1, "up")
-        for bad, code in ((HttpServer.status(503), 6), (HttpServer.status(200), 1),
+        for bad, code in ((HttpServer.status(503), 6), (hints + HttpServer.status(200), 1),
                           (b"\x00garbage\xff\r\n\r\n" * 50, 6), (HttpServer.status(204), 1),
                           (None, 2)):
             server.answer = bad
@@ -187,6 +190,23 @@ def test_a_command_that_is_not_there_cannot_run(qmond):
     follows(qmond, "t", 1, 7, "down")
 
 
+def test_a_command_finds_every_signal_as_usual(qmond):
+    """None is blocked, as the daemon's own are, and none is ignored but what the C library keeps to
+    itself. A shell would unblock them."""
+    libc_own = 1 << 31 | 1 << 32
+    seen = os.path.join(qmond.service.root, "status")
+    probe(qmond, kind="command", command=["/bin/dd", "if=/proc/self/status", f"of={seen}"])
+    follows(qmond, "t", 1, 1, "up")
+
+    def masks():
+        """None while the next one is at it."""
+        with open(seen) as stream:
+            found = re.findall(r"^Sig(?:Blk|Ign):\s+(\w{16})$", stream.read(), re.M)
+        return found if len(found) == 2 else None
+    found = wait_until(masks, qmond.service.build.patience, "the signals' masks")
+    assert [int(mask, 16) & ~libc_own for mask in found] == [0, 0]
+
+
 def gone(pid_file):
     """Whether the process named in the file has ended; false as long as there is no file."""
     try:
@@ -241,12 +261,14 @@ class SilentServer:
 
 
 class HalfServer(SilentServer):
-    """A name server that answers for addresses of one family only, and is silent about the other."""
+    """A name server that answers for addresses of one family only, and is silent about the other.
+    It takes `delay` seconds for an answer."""
 
     LOCALHOST = {1: b"\x00\x04\x7f\x00\x00\x01", 28: b"\x00\x10" + b"\x00" * 15 + b"\x01"}
 
-    def __init__(self, net, address, record_type, silent_type):
+    def __init__(self, net, address, record_type, silent_type, delay=0):
         super().__init__(net, address)
+        self._delay = delay
         self._types = (record_type, silent_type)
         self._thread = threading.Thread(target=self._serve)
         self._thread.start()
@@ -261,6 +283,7 @@ class HalfServer(SilentServer):
             if asked == silent:
                 continue
             count = int(asked == known)
+            time.sleep(self._delay)
             record = b"\xc0\x0c" + query[-4:] + b"\x00\x00\x00\x3c" + self.LOCALHOST[known]
             self._socket.sendto(query[:2] + b"\x81\x80\x00\x01" + bytes([0, count]) + bytes(4)
                                 + query[12:] + record * count, client)
@@ -337,6 +360,19 @@ def test_a_name_server_may_know_one_family_only_and_not_answer_for_the_other(
         qmond.configure(NAMED)
         qmond.start()
         qmond.wait_code(1, code)
+    finally:
+        listener.close()
+        server.close()
+
+
+def test_the_time_that_a_name_takes_is_no_round_trip_time(qmond):
+    server = HalfServer(qmond.service.net, "127.0.0.3", 1, 0, delay=0.5)
+    listener = TcpListener(qmond.service.net, 7001)
+    try:
+        NameServers(qmond).set("127.0.0.3")
+        qmond.configure({**NAMED, "interval": "2500ms", "timeout": "2400ms"})
+        qmond.start()
+        assert qmond.wait_code(1, 1)["rtt_ms"] < 400
     finally:
         listener.close()
         server.close()

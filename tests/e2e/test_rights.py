@@ -10,6 +10,7 @@ import pytest
 
 from build_tree import SOURCE
 from daemon import Daemon
+from mounts import GROUP_ID, Mounts, with_the_group
 from probe_fixtures import qmond  # noqa: F401  (a fixture)
 from qmond import Qmond
 from raw_client import READ_ONLY, Ledger, text, u32_value
@@ -161,6 +162,51 @@ def test_probe_commands_can_configure_nothing(office):
     assert "Permission denied" in lines[3]
     assert lines[4] == "1"
     assert office.state("office") == "up"
+
+
+class AsMember:
+    """The namespace of an instance, for a process of a user in the service's group."""
+
+    def __init__(self, service):
+        self._net = service.net
+        self._mounts = Mounts(service.net, *with_the_group(service))
+
+    def __getattr__(self, name):
+        return getattr(self._net, name)
+
+    def command(self):
+        return [*self._mounts.command(), *prefix(OPERATOR)]
+
+
+def test_every_table_of_the_probe_service_is_for_the_service_s_group(new_service):
+    """Also the one that takes the place of a table that has become too small."""
+    service = new_service()
+    needs_readable_build(service.build)
+    os.chmod(service.root, 0o755)
+    probes = Qmond(service)
+    for folder in ("run", "run/qmond"):
+        path = os.path.join(service.root, folder)
+        os.makedirs(path, mode=0o755, exist_ok=True)
+    os.chown(path, NOBODY, NOBODY)
+    command = {"kind": "command", "command": ["/bin/true"]}
+    probes.configure({"id": 1, **command})
+    service.net = AsMember(service)
+    before = os.umask(0)  # so that it may say that it is ready
+    try:
+        probes.start()
+    finally:
+        os.umask(before)
+    try:
+        table = os.path.join(path, "statistics")
+        first = os.stat(table)
+        assert (first.st_gid, first.st_mode & 0o777) == (GROUP_ID, 0o640)
+        probes.configure(*({"id": 1 + n, **command} for n in range(200)))
+        assert "199 operations added" in probes.reload()
+        now = os.stat(table)
+        assert now.st_ino != first.st_ino
+        assert (now.st_gid, now.st_mode & 0o777) == (GROUP_ID, 0o640)
+    finally:
+        probes.close()
 
 
 def test_the_packaged_probe_user_is_in_no_group_of_ours():

@@ -267,6 +267,17 @@ def test_an_own_address_counts_wherever_the_rules_have_the_local_table(service):
     service.wait_state("self", "down")
 
 
+def test_an_address_that_is_made_our_own_without_an_interface_of_its_own(routed):
+    routed.ctl("set", "self", "route", "10.8.0.1/32")
+    settled(routed)
+    assert routed.state("self") == "down"
+    for _ in range(2):
+        routed.net.ip("route add local 10.8.0.1/32 dev lo")
+        routed.wait_state("self", "up")
+        routed.net.ip("route del local 10.8.0.1/32 dev lo")
+        routed.wait_state("self", "down")
+
+
 def test_a_local_network_is_none_of_the_main_table(service):
     service.net.link("up0")
     service.net.ip("address add 10.9.0.1/24 dev up0")

@@ -102,5 +102,53 @@ TEST_F(watching, a_new_prefix_is_looked_at_with_whatever_comes_next) {
   EXPECT_EQ(watched_.add({254, 0, 33}), invalid_argument);
 }
 
+// What looks come to, one after the other, for the only prefix there is.
+struct answers {
+  struct answer {
+    int status = status_ok;
+    bool route_found = false;
+  };
+  std::vector<answer> all;
+  std::size_t given = 0;
+
+  static int give(void* self, const fib_prefix& prefix, rtclient_result* ret) {
+    auto& from = *static_cast<answers*>(self);
+    EXPECT_LT(from.given, from.all.size());
+    const answer next = from.all[from.given++];
+    ret->route_found = next.route_found;
+    ret->prefix_length = prefix.length;
+    return next.status;
+  }
+};
+
+int reports;
+
+int reports_after(watched_prefixes& watched) {
+  reports = 0;
+  watched.notify([](const rtclient_notification*) { ++reports; });
+  return reports;
+}
+
+TEST(failed_looks, are_made_again_with_whatever_comes_next_until_the_first_has_succeeded) {
+  answers looks{{{no_memory}, {no_memory}, {status_ok}}};
+  watched_prefixes watched{answers::give, &looks};
+  EXPECT_EQ(watched.add({254, htonl(0x0a000000), 8}), 0);
+  for (const int reported : {0, 0, 1, 0}) {
+    watched.look_at_related({});
+    EXPECT_EQ(reports_after(watched), reported) << "after look " << looks.given;
+  }
+  EXPECT_EQ(looks.given, 3U);
+}
+
+TEST(failed_looks, say_nothing_of_a_route_that_was_found_before) {
+  answers looks{{{status_ok, true}, {no_memory}, {status_ok, true}, {no_memory}, {status_ok}}};
+  watched_prefixes watched{answers::give, &looks};
+  EXPECT_EQ(watched.add({254, htonl(0x0a000000), 8}), 0);
+  for (const int reported : {1, 0, 0, 0, 1}) {
+    watched.look_at_all();
+    EXPECT_EQ(reports_after(watched), reported) << "after look " << looks.given;
+  }
+}
+
 }  // namespace
 }  // namespace ot::test
