@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 
+#include <algorithm>
 #include <new>
 
 #include "platform/ipv4.h"
@@ -94,12 +95,50 @@ bool watched_prefixes::concerned_by(const fib_prefix& route) const noexcept {
   return found;
 }
 
+// Looks at those that the condition holds for, some at a time; whether there were any.
+template <typename Condition>
+bool watched_prefixes::look_where(Condition condition) {
+  constexpr std::size_t at_a_time = 32;
+  std::array<fib_prefix, at_a_time> chosen;
+  bool any = false;
+  for (auto it = prefixes_.begin(); it != prefixes_.end();) {
+    const auto begin = it;
+    std::size_t count = 0;
+    for (; it != prefixes_.end() && count < at_a_time; ++it) {
+      if (condition(it->second)) {
+        chosen[count++] = prefix_of(it->first);
+      }
+    }
+    if (count > 0 && ahead_ != nullptr) {
+      ahead_(context_, std::span(chosen).first(count));
+    }
+    std::size_t next = 0;
+    for (auto entry = begin; next < count; ++entry) {
+      if (prefix_of(entry->first) == chosen[next]) {
+        look(entry->first, entry->second);
+        ++next;
+      }
+    }
+    any = any || count > 0;
+  }
+  if (any && ahead_ != nullptr) {
+    ahead_(context_, {});
+  }
+  return any;
+}
+
 void watched_prefixes::look_at_all() {
   ++pass_;
   any_new_ = false;
-  for (auto& [prefix, last] : prefixes_) {
-    look(prefix, last);
-  }
+  look_where([](const last_look&) { return true; });
+}
+
+bool watched_prefixes::look_at_using(std::span<const std::uint32_t> links) {
+  ++pass_;
+  return look_where([links](const last_look& last) {
+    return std::any_of(links.begin(), links.end(),
+                       [&last](std::uint32_t link) { return last.links.may_have(link); });
+  });
 }
 
 void watched_prefixes::look_at_related(std::span<const fib_prefix> routes) {
@@ -136,13 +175,14 @@ void watched_prefixes::look(const key& prefix, last_look& last) {
     return;
   }
   last.pass = pass_;
-  rtclient_result now;
+  fib_answer now;
   if (find_(context_, prefix_of(prefix), &now) != status_ok) {
     any_new_ |= !last.reported;
     return;
   }
-  if (!(last.reported && same(last.result, now))) {
-    last.result = now;
+  last.links = now.links;
+  if (!(last.reported && same(last.result, now.result))) {
+    last.result = now.result;
     last.reported = true;
     last.is_news = true;
     any_news_ = true;

@@ -14,26 +14,23 @@
 #include <optional>
 #include <span>
 
+#include "platform/common/fib_answer.h"
 #include "platform/fib_client.h"
 
 namespace ot {
-
-struct fib_prefix {
-  std::uint32_t table = 0;
-  std::uint32_t address = 0;
-  std::uint32_t length = 0;
-
-  friend auto operator<=>(const fib_prefix&, const fib_prefix&) = default;
-};
 
 class watched_prefixes {
  public:
   // Fills `ret` with the longest match of the prefix's address in its table. 0, or a status code
   // for a look-up that failed and says nothing.
-  using find_route = int (*)(void* context, const fib_prefix& prefix, rtclient_result* ret);
+  using find_route = int (*)(void* context, const fib_prefix& prefix, fib_answer* ret);
+
+  // About to look at these, in this order; with none, no longer. For who can find many at a time.
+  using about_to_find = void (*)(void* context, std::span<const fib_prefix> prefixes);
 
   // `context` outlives this.
-  watched_prefixes(find_route find, void* context) noexcept : find_(find), context_(context) {}
+  watched_prefixes(find_route find, void* context, about_to_find ahead = nullptr) noexcept
+      : find_(find), ahead_(ahead), context_(context) {}
 
   // 0, fib_already_registered, 12, or 22 for a length over 32. In the first two cases the prefix is
   // news at the next look.
@@ -51,10 +48,12 @@ class watched_prefixes {
   [[nodiscard]] bool concerned_by(const fib_prefix& route) const noexcept;
 
   // Look prefixes up again: all; those that one of the routes concerns, and those added since the
-  // last look; those that contain a route, which are few.
+  // last look; those that contain a route, which are few; those whose last answer depends on one of
+  // the links (whether there were any).
   void look_at_all();
   void look_at_related(std::span<const fib_prefix> routes);
   void look_at_containing(const fib_prefix& route);
+  bool look_at_using(std::span<const std::uint32_t> links);
 
   // Calls `changed` for each prefix that a look found to be other than last reported. It may
   // register and unregister.
@@ -78,6 +77,7 @@ class watched_prefixes {
   };
   struct last_look {
     rtclient_result result;
+    route_links links;
     std::uint64_t pass = 0;  // in which it was looked at
     bool reported = false;
     bool is_news = false;  // found, and about to be reported
@@ -95,9 +95,12 @@ class watched_prefixes {
   template <typename Map, typename Visit>
   static void visit_inside(Map& prefixes, const key& route, Visit visit);
 
+  template <typename Condition>
+  bool look_where(Condition condition);
   void look(const key& prefix, last_look& last);
 
   find_route find_;
+  about_to_find ahead_;
   void* context_;
   prefix_map prefixes_;
   std::uint64_t lengths_ = 0;  // bit N: there is or was a prefix of length N

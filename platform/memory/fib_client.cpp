@@ -22,7 +22,7 @@ fib_prefix prefix_of(const rtclient_registration& registration) noexcept {
   return {registration.table_id, registration.prefix, registration.prefix_length};
 }
 
-int find_route(void* /*context*/, const fib_prefix& prefix, rtclient_result* ret);
+int find_route(void* /*context*/, const fib_prefix& prefix, fib_answer* ret);
 
 }  // namespace
 
@@ -45,8 +45,8 @@ struct fib_part {
   std::vector<fib_prefix> unseen;  // changes whose events nobody has read yet
 };
 
-int find_route(void* /*context*/, const fib_prefix& prefix, rtclient_result* ret) {
-  world_part<fib_part>().field.find(prefix, ret);
+int find_route(void* /*context*/, const fib_prefix& prefix, fib_answer* ret) {
+  world_part<fib_part>().field.find(prefix, &ret->result);
   return status_ok;
 }
 
@@ -141,7 +141,7 @@ int rtclient_lookup(rtclient* client, std::uint32_t family, std::uint32_t table_
   if (const rtclient_result* reported = client->prefixes.being_reported(table_id, address)) {
     *result = *reported;
   } else {
-    find_route(nullptr, {table_id, address, host_length}, result.get());
+    world_part<fib_part>().field.find({table_id, address, host_length}, result.get());
   }
   *ret = result.release();
   return status_ok;

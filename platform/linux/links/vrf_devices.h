@@ -76,6 +76,11 @@ class vrf_devices {
   bool missed_ = false;          // there was news that found no memory
 };
 
+// It has no device.
+inline bool is_default(const vrf_device& vrf) noexcept {
+  return vrf.id == default_vrf_id;
+}
+
 // The process's one set.
 vrf_devices& the_vrf_devices() noexcept;
 

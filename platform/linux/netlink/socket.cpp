@@ -61,6 +61,12 @@ void hand_over(const char* datagram, std::size_t length, netlink_visit visit, vo
 
 }  // namespace
 
+int netlink_error(const nlmsghdr& message) noexcept {
+  return message.nlmsg_type == NLMSG_ERROR
+             ? -static_cast<const nlmsgerr*>(mnl_nlmsg_get_payload(&message))->error
+             : 0;
+}
+
 int netlink_socket::open(int family, std::uint32_t groups, int flags) noexcept {
   socket_.reset(mnl_socket_open2(family, SOCK_CLOEXEC | flags));
   if (socket_ == nullptr || mnl_socket_bind(socket_.get(), groups, MNL_SOCKET_AUTOPID) < 0) {
@@ -110,6 +116,12 @@ int netlink_socket::receive(netlink_visit visit, void* context) noexcept {
 }
 
 int netlink_socket::receive_events(netlink_visit visit, void* context) noexcept {
+  bool any = false;
+  return receive_some(MSG_DONTWAIT, any, visit, context);
+}
+
+int netlink_socket::receive_some(int flags, bool& ret_any, netlink_visit visit,
+                                 void* context) noexcept {
   char* const buffer = read_buffer();
   if (buffer == nullptr) {
     return ENOMEM;
@@ -123,11 +135,12 @@ int netlink_socket::receive_events(netlink_visit visit, void* context) noexcept 
   }
   int count = -1;
   do {
-    count = recvmmsg(fd(), datagrams, datagrams_of_one_read, MSG_DONTWAIT, nullptr);
+    count = recvmmsg(fd(), datagrams, datagrams_of_one_read, flags, nullptr);
   } while (count < 0 && errno == EINTR);
   if (count < 0) {
     return errno;
   }
+  ret_any = count > 0;
   bool cut = false;
   for (int i = 0; i < count; ++i) {
     cut |= (datagrams[i].msg_hdr.msg_flags & MSG_TRUNC) != 0;
@@ -154,6 +167,45 @@ int netlink_socket::request(nlmsghdr* message, netlink_visit visit, void* contex
 
 int netlink_socket::ask(nlmsghdr* message, netlink_visit visit, void* context) noexcept {
   return exchange(message, true, visit, context);
+}
+
+int netlink_socket::ask_all(std::span<char> questions, netlink_answer visit,
+                            void* context) noexcept {
+  struct answers {
+    netlink_answer visit;
+    void* context;
+    std::uint32_t first;
+    std::uint32_t count = 0;
+    std::uint32_t received = 0;
+  } state{visit, context, sequence_ + 1};
+  for (std::size_t at = 0; at < questions.size(); ++state.count) {
+    auto* message = reinterpret_cast<nlmsghdr*>(questions.data() + at);
+    message->nlmsg_flags |= NLM_F_REQUEST;
+    message->nlmsg_seq = ++sequence_;
+    at += NLMSG_ALIGN(message->nlmsg_len);
+  }
+  if (state.count > 0 && mnl_socket_sendto(socket_.get(), questions.data(), questions.size()) < 0) {
+    return errno;
+  }
+  while (state.received < state.count) {
+    // Nothing for the time that the socket waits: the rest was lost.
+    bool any = false;
+    const int status = receive_some(
+        MSG_WAITFORONE, any,
+        [](void* to, const nlmsghdr& part) {
+          auto& reply = *static_cast<answers*>(to);
+          const std::uint32_t question = part.nlmsg_seq - reply.first;
+          if (question < reply.count) {  // else left over from a request that was given up
+            ++reply.received;
+            reply.visit(reply.context, question, part);
+          }
+        },
+        &state);
+    if (!any) {
+      return status;
+    }
+  }
+  return 0;
 }
 
 int netlink_socket::exchange(nlmsghdr* message, bool one_answer, netlink_visit visit,

@@ -6,17 +6,23 @@
 #include <libmnl/libmnl.h>
 #include <linux/netlink.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 
 namespace ot {
 
 using netlink_visit = void (*)(void* context, const nlmsghdr& message);
+using netlink_answer = void (*)(void* context, std::size_t question, const nlmsghdr& message);
 
 // Room for one request with its attributes.
 struct netlink_request {
   alignas(nlmsghdr) char bytes[512];
 };
+
+// What an error message says; 0 for another message.
+int netlink_error(const nlmsghdr& message) noexcept;
 
 class netlink_socket {
  public:
@@ -42,6 +48,11 @@ class netlink_socket {
   int request(nlmsghdr* message, netlink_visit visit, void* context) noexcept;
   // The same for a question that the kernel answers by one message or an error.
   int ask(nlmsghdr* message, netlink_visit visit, void* context) noexcept;
+  // The same for several such questions, laid one after the other; hands over the answer to each,
+  // which may be an error (NLMSG_ERROR), with the number of the question. At most as many as the
+  // socket has room for answers to (`questions_at_once`). 0 when all were answered.
+  int ask_all(std::span<char> questions, netlink_answer visit, void* context) noexcept;
+  static constexpr std::size_t questions_at_once = 32;
 
  private:
   struct close_socket {
@@ -50,6 +61,7 @@ class netlink_socket {
 
   int open(int family, std::uint32_t groups, int flags) noexcept;
   int receive(netlink_visit visit, void* context) noexcept;
+  int receive_some(int flags, bool& ret_any, netlink_visit visit, void* context) noexcept;
   int exchange(nlmsghdr* message, bool one_answer, netlink_visit visit, void* context) noexcept;
 
   std::unique_ptr<mnl_socket, close_socket> socket_;

@@ -1,8 +1,8 @@
-// Looking routes up. The kernel is asked as if it had a packet to send, which takes about a
-// microsecond. It does not look into one table only: policy rules decide which tables it asks, an
-// address of the router's own is found before all of them, and a VRF without a match falls through
-// to the main table. So an answer counts only when it is from the wanted table. Where another one
-// hides that, the table is read and matched here, once for all look-ups until the next change.
+// Looking routes up. The kernel is asked as if it had a packet to send (questions.cpp). It does not
+// look into one table only: policy rules decide which tables it asks, an address of the router's
+// own is found before all of them, and a VRF without a match falls through to the main table. So an
+// answer counts only when it is from the wanted table. Where another one hides that, the table is
+// read and matched here, once for all look-ups until the next change.
 #include "platform/linux/routes/lookup.h"
 
 #include <arpa/inet.h>
@@ -23,18 +23,6 @@ namespace {
 
 constexpr std::uint32_t local_table = RT_TABLE_LOCAL;
 constexpr std::uint32_t host_length = 32;
-constexpr std::uint32_t loopback = 1;  // the ifindex, in every namespace
-constexpr int no_route_errors[] = {ENETUNREACH, EHOSTUNREACH, EINVAL, EACCES, ENODEV};
-
-bool means_no_route(int error) noexcept {
-  return std::find(std::begin(no_route_errors), std::end(no_route_errors), error) !=
-         std::end(no_route_errors);
-}
-
-// The default VRF has no device.
-bool is_default(const vrf_device& vrf) noexcept {
-  return vrf.id == default_vrf_id;
-}
 
 // The kernel keeps the local and the main table as one until the first rule is added, and then says
 // main of both.
@@ -57,65 +45,14 @@ int route_lookup::open() noexcept {
   return 0;
 }
 
-// Questions about links wait for the lock that a change holds from its first event to its end.
-void route_lookup::await_change() noexcept {
-  is_up(loopback);
-  forget_names();
-}
-
-bool route_lookup::is_up(std::uint32_t ifindex) noexcept {
-  netlink_request request;
-  nlmsghdr* message = mnl_nlmsg_put_header(request.bytes);
-  message->nlmsg_type = RTM_GETLINK;
-  auto* link = static_cast<ifinfomsg*>(mnl_nlmsg_put_extra_header(message, sizeof(ifinfomsg)));
-  *link = ifinfomsg{};
-  link->ifi_index = static_cast<int>(ifindex);
-  mnl_attr_put_u32(message, IFLA_EXT_MASK, RTEXT_FILTER_SKIP_STATS);
-  unsigned flags = 0;
-  requests_.ask(
-      message,
-      [](void* to, const nlmsghdr& answer) {
-        if (answer.nlmsg_len >= NLMSG_LENGTH(sizeof(ifinfomsg))) {
-          const auto& found = *static_cast<const ifinfomsg*>(NLMSG_DATA(&answer));
-          *static_cast<unsigned*>(to) = found.ifi_flags;
-        }
-      },
-      &flags);
-  return (flags & IFF_UP) != 0;
-}
-
-int route_lookup::ask(std::uint32_t address, const vrf_device& vrf,
-                      std::optional<route_record>* ret) noexcept {
-  ret->reset();
-  netlink_request request;
-  nlmsghdr* message = mnl_nlmsg_put_header(request.bytes);
-  message->nlmsg_type = RTM_GETROUTE;
-  auto* route = static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(message, sizeof(rtmsg)));
-  *route = rtmsg{};
-  route->rtm_family = AF_INET;
-  route->rtm_dst_len = 32;
-  route->rtm_flags = RTM_F_FIB_MATCH | RTM_F_LOOKUP_TABLE;
-  mnl_attr_put_u32(message, RTA_DST, address);
-  if (!is_default(vrf)) {
-    mnl_attr_put_u32(message, RTA_OIF, vrf.id);
-  }
-  const int status = requests_.ask(
-      message,
-      [](void* to, const nlmsghdr& part) {
-        route_record found;
-        if (route_record_read(part, &found)) {
-          *static_cast<std::optional<route_record>*>(to) = found;
-        }
-      },
-      ret);
-  return means_no_route(status) ? 0 : status;
-}
-
-int route_lookup::find(const fib_prefix& wanted, rtclient_result* ret) noexcept {
-  *ret = rtclient_result{};
+int route_lookup::find(const fib_prefix& wanted, fib_answer* ret) noexcept {
+  *ret = fib_answer{};
   const vrf_device* vrf = the_vrf_devices().with_table_id(wanted.table);
   if (vrf == nullptr) {
     return status_ok;
+  }
+  if (!is_default(*vrf)) {
+    ret->links.add(vrf->id);
   }
   if (is_default(*vrf) && hidden_by_rules().local) {
     return find_in_contents(wanted.address, *vrf, ret);
@@ -125,8 +62,7 @@ int route_lookup::find(const fib_prefix& wanted, rtclient_result* ret) noexcept 
   const bool own =
       answer && route_is_own_address(*answer) && (answer->table == vrf->table || is_default(*vrf));
   if (own) {
-    ret->own_address = true;
-    ret->first_hop = name_of(answer->out_ifindex);
+    take_own(*answer, ret);
     if (wanted.length == host_length) {
       return status_ok;
     }
@@ -161,7 +97,7 @@ route_lookup::table_state route_lookup::says_about(const std::optional<route_rec
 }
 
 int route_lookup::find_in_contents(std::uint32_t address, const vrf_device& vrf,
-                                   rtclient_result* ret) noexcept {
+                                   fib_answer* ret) noexcept {
   const table_contents* wanted = nullptr;
   const table_contents* local = nullptr;
   int status = contents_of(vrf.table, &wanted);
@@ -177,10 +113,9 @@ int route_lookup::find_in_contents(std::uint32_t address, const vrf_device& vrf,
     own = local->own_address(address);
   }
   if (own != nullptr) {
-    ret->own_address = true;
-    ret->first_hop = name_of(own->out_ifindex);
+    take_own(*own, ret);
   }
-  const std::uint32_t longest = ret->own_address ? host_length - 1 : host_length;
+  const std::uint32_t longest = ret->result.own_address ? host_length - 1 : host_length;
   if (const route_record* route = wanted->longest_match(address, longest)) {
     take(*route, ret);
   }
@@ -218,13 +153,20 @@ bool route_lookup::may_be_hidden(const vrf_device& vrf) noexcept {
   return is_default(vrf) ? hidden.main : hidden.vrfs && is_up(vrf.id);
 }
 
-void route_lookup::take(const route_record& route, rtclient_result* ret) noexcept {
+void route_lookup::take(const route_record& route, fib_answer* ret) noexcept {
+  ret->links.add(route.many_links ? 0 : route.out_ifindex);
   if (!route.usable) {
     return;
   }
-  ret->route_found = true;
-  ret->prefix_length = route.length;
-  ret->first_hop = name_of(route.out_ifindex);
+  ret->result.route_found = true;
+  ret->result.prefix_length = route.length;
+  ret->result.first_hop = name_of(route.out_ifindex);
+}
+
+void route_lookup::take_own(const route_record& route, fib_answer* ret) noexcept {
+  ret->links.add(route.out_ifindex);
+  ret->result.own_address = true;
+  ret->result.first_hop = name_of(route.out_ifindex);
 }
 
 // The kernel takes longer to name an interface than to find a route.

@@ -35,6 +35,7 @@ void read_multipath(netlink_bytes hops, route_record& route) noexcept {
       route.out_ifindex = static_cast<std::uint32_t>(hop.rtnh_ifindex);
       first = false;
     }
+    route.many_links |= route.out_ifindex != static_cast<std::uint32_t>(hop.rtnh_ifindex);
     route.usable |= (hop.rtnh_flags & not_carrying) == 0;
     route.dead &= (hop.rtnh_flags & RTNH_F_DEAD) != 0;
     const std::size_t step = RTNH_ALIGN(static_cast<std::size_t>(hop.rtnh_len));

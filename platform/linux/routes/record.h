@@ -7,6 +7,7 @@
 
 namespace ot {
 
+// There may be millions, so they are small.
 struct route_record {
   std::uint32_t destination = 0;  // network byte order
   std::uint32_t length = 0;
@@ -14,8 +15,9 @@ struct route_record {
   std::uint32_t out_ifindex = 0;  // of the first next hop
   std::uint8_t type = 0;          // RTN_*
   std::uint8_t tos = 0;
-  bool dead = false;    // the kernel passes over it: all of its next hops are dead
-  bool usable = false;  // forwards, and not all of its next hops are dead or without a carrier
+  bool dead : 1 = false;        // the kernel passes over it: all of its next hops are dead
+  bool many_links : 1 = false;  // there are next hops over other links than the first one's
+  bool usable : 1 = false;  // forwards, and not all of its next hops are dead or without a carrier
 
   friend bool operator==(const route_record&, const route_record&) = default;
 };

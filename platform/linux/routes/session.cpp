@@ -1,11 +1,9 @@
-// Following the kernel's routes: when which registered prefixes are looked up again.
+// Following the kernel's routes: the connection, what is registered, and what events tell.
 #include "platform/linux/routes/session.h"
 
 #include <linux/rtnetlink.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <ctime>
 #include <memory>
 #include <new>
@@ -19,11 +17,6 @@ namespace ot {
 namespace {
 
 constexpr std::uint64_t msec = 1000;
-constexpr std::uint64_t settle_after = 50 * msec;
-constexpr std::uint64_t pause_least = 1 * msec;
-constexpr std::uint64_t pause_most = 50 * msec;
-constexpr std::uint64_t tables_pause_most = 2'000 * msec;
-constexpr std::uint64_t pause_factor = 4;
 constexpr std::uint64_t audit_after = 30'000 * msec;
 constexpr std::uint64_t reconnect_after = 100 * msec;
 
@@ -32,12 +25,6 @@ constexpr std::uint32_t unknown_length = 0;
 
 constexpr std::uint32_t groups =
     RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV4_ROUTE | RTMGRP_IPV4_RULE;
-
-// Arms a one-shot timer, made at its first use.
-int arm(evm* manager, sd_event_source** timer, std::uint64_t after, sd_event_time_handler_t handler,
-        void* context) noexcept {
-  return evm_start_timer(manager, timer, CLOCK_BOOTTIME, after, handler, context);
-}
 
 }  // namespace
 
@@ -49,10 +36,13 @@ fib_session::fib_session(evm* manager, const rtclient_callbacks& callbacks) noex
            [](void* self, int) { static_cast<fib_session*>(self)->disconnect(); }},
           this),
       prefixes_(
-          [](void* lookup, const fib_prefix& prefix, rtclient_result* ret) {
+          [](void* lookup, const fib_prefix& prefix, fib_answer* ret) {
             return static_cast<route_lookup*>(lookup)->find(prefix, ret);
           },
-          &lookup_),
+          &lookup_,
+          [](void* lookup, std::span<const fib_prefix> prefixes) {
+            static_cast<route_lookup*>(lookup)->ask_ahead(prefixes);
+          }),
       waiter_(
           [](void* self) {
             auto& session = *static_cast<fib_session*>(self);
@@ -68,8 +58,14 @@ fib_session::~fib_session() {
   }
 }
 
+// A one-shot timer, made at its first use.
+int fib_session::arm(sd_event_source** timer, std::uint64_t after,
+                     sd_event_time_handler_t handler) noexcept {
+  return evm_start_timer(manager_, timer, CLOCK_BOOTTIME, after, handler, this);
+}
+
 int fib_session::start() noexcept {
-  const int r = arm(manager_, &reconnect_, 0, on_connect, this);
+  const int r = arm(&reconnect_, 0, on_connect);
   return r < 0 ? -r : status_ok;
 }
 
@@ -86,7 +82,7 @@ int fib_session::connect() noexcept {
 int fib_session::on_connect(sd_event_source*, std::uint64_t, void* self) {
   auto& session = *static_cast<fib_session*>(self);
   if (session.connect() != status_ok) {
-    arm(session.manager_, &session.reconnect_, reconnect_after, on_connect, self);
+    session.arm(&session.reconnect_, reconnect_after, on_connect);
     return 0;
   }
   session.callbacks_.reconnected();
@@ -97,11 +93,10 @@ int fib_session::on_connect(sd_event_source*, std::uint64_t, void* self) {
 void fib_session::disconnect() {
   events_.close();
   prefixes_.clear();
-  changes_.take();
-  pausing_ = false;
-  waiting_ = false;
+  changes_.clear();
+  pausing_ = waiting_ = rest_due_ = all_ = false;
   callbacks_.disconnected();
-  arm(manager_, &reconnect_, 0, on_connect, this);
+  arm(&reconnect_, 0, on_connect);
 }
 
 int fib_session::find(std::uint32_t address, std::uint32_t table_id,
@@ -115,7 +110,9 @@ int fib_session::find(std::uint32_t address, std::uint32_t table_id,
     *result = *reported;
     status = status_ok;
   } else {
-    status = lookup_.find({table_id, address, unknown_length}, result.get());
+    fib_answer now;
+    status = lookup_.find({table_id, address, unknown_length}, &now);
+    *result = now.result;
   }
   *ret = status == status_ok ? result.release() : nullptr;
   return status;
@@ -124,7 +121,7 @@ int fib_session::find(std::uint32_t address, std::uint32_t table_id,
 int fib_session::add(const fib_prefix& prefix) noexcept {
   const int status = prefixes_.add(prefix);
   if (status == status_ok || status == fib_already_registered) {
-    arm(manager_, &registered_, 0, on_registered, this);
+    arm(&registered_, 0, on_registered);
     schedule_audit();
   }
   return status;
@@ -136,25 +133,7 @@ void fib_session::schedule_audit() noexcept {
     sd_event_source_get_enabled(audit_, &enabled);
   }
   if (enabled == SD_EVENT_OFF && !prefixes_.empty()) {
-    arm(manager_, &audit_, audit_after, on_audit, this);
-  }
-}
-
-// The first event is answered at once, most of those that follow closely after a pause. While
-// nothing is watched the kernel is asked nothing.
-void fib_session::take_events() {
-  if (prefixes_.empty()) {
-    changes_.take();
-    lookup_.forget_names();
-    return;
-  }
-  if (changes_.none()) {
-    return;  // routes that concern nobody
-  }
-  if (!pausing_ && !waiting_) {
-    await_and_look();
-  } else if (!reading_tables_) {
-    look_inside_burst();
+    arm(&audit_, audit_after, on_audit);
   }
 }
 
@@ -170,8 +149,21 @@ void fib_session::on_event(void* self, const nlmsghdr& message) {
     session.lookup_.forget_rules();
   }
   session.lookup_.forget_tables();
-  session.changes_.note_everything();
+  note_change(message, session.changes_);
   session.more_changed_ = true;
+}
+
+void fib_session::note_change(const nlmsghdr& message, route_changes& ret) {
+  const bool link = message.nlmsg_type == RTM_NEWLINK || message.nlmsg_type == RTM_DELLINK;
+  const bool address = message.nlmsg_type == RTM_NEWADDR || message.nlmsg_type == RTM_DELADDR;
+  const void* told = NLMSG_DATA(&message);
+  if (link && message.nlmsg_len >= NLMSG_LENGTH(sizeof(ifinfomsg))) {
+    ret.note_link(static_cast<std::uint32_t>(static_cast<const ifinfomsg*>(told)->ifi_index));
+  } else if (address && message.nlmsg_len >= NLMSG_LENGTH(sizeof(ifaddrmsg))) {
+    ret.note_link(static_cast<const ifaddrmsg*>(told)->ifa_index);
+  } else {
+    ret.note_everything();
+  }
 }
 
 // An address of the router's own, in the local table, counts in the default VRF.
@@ -192,93 +184,6 @@ int fib_session::on_registered(sd_event_source*, std::uint64_t, void* self) {
   session.prefixes_.look_at_related({});
   session.prefixes_.notify(session.callbacks_.changed);
   return 0;
-}
-
-// After a pause: what came in it is looked at. After a longer time without events everything is
-// looked at once more.
-int fib_session::on_settled(sd_event_source*, std::uint64_t, void* self) {
-  auto& session = *static_cast<fib_session*>(self);
-  if (session.waiting_) {
-    return 0;
-  }
-  if (!session.changes_.none()) {
-    session.await_and_look();
-  } else if (session.pausing_) {
-    session.pausing_ = false;
-    arm(session.manager_, &session.settled_, settle_after, on_settled, self);
-  } else {
-    session.look_again(true);
-  }
-  return 0;
-}
-
-// Routes are announced when they are there; what else changes has to be whole first. Without a
-// thread that waits for it, the loop does.
-void fib_session::await_and_look() {
-  if (!changes_.everything()) {
-    look_and_pause();
-    return;
-  }
-  more_changed_ = false;
-  if (waiter_.open(manager_) == status_ok) {
-    waiting_ = true;
-    waiter_.ask();
-  } else {
-    lookup_.await_change();
-    look_and_pause();
-  }
-}
-
-// The pause is a multiple of what the look took, so looking never takes all the time there is.
-void fib_session::look_and_pause() {
-  using std::chrono::steady_clock;
-  const auto begin = steady_clock::now();
-  look_again(changes_.everything());
-  if (std::exchange(more_changed_, false)) {
-    changes_.note_everything();
-  }
-  const auto taken =
-      std::chrono::duration_cast<std::chrono::microseconds>(steady_clock::now() - begin);
-  const auto pause = std::clamp(pause_factor * static_cast<std::uint64_t>(taken.count()),
-                                pause_least, reading_tables_ ? tables_pause_most : pause_most);
-  pausing_ = true;
-  arm(manager_, &settled_, pause, on_settled, this);
-}
-
-int fib_session::on_audit(sd_event_source*, std::uint64_t, void* self) {
-  auto& session = *static_cast<fib_session*>(self);
-  if (session.changes_.none()) {  // else a look is due in any case
-    session.look_again(true);
-  }
-  session.schedule_audit();
-  return 0;
-}
-
-void fib_session::look_again(bool all) {
-  if (changes_.everything()) {
-    lookup_.forget_names();
-  }
-  const std::vector<fib_prefix> routes = changes_.take();
-  lookup_.forget_tables();
-  lookup_.count_tables_anew();
-  if (all) {
-    prefixes_.keep_tables(
-        [](std::uint32_t table) { return the_vrf_devices().with_table_id(table) != nullptr; });
-    prefixes_.look_at_all();
-  } else {
-    prefixes_.look_at_related(routes);
-  }
-  reading_tables_ = lookup_.has_read_tables();
-  prefixes_.notify(callbacks_.changed);
-}
-
-// In a pause only the prefixes that contain a changed route are looked up at once: those may be the
-// ones that everybody waits for.
-void fib_session::look_inside_burst() {
-  for (const fib_prefix& route : changes_.unseen()) {
-    prefixes_.look_at_containing(route);
-  }
-  prefixes_.notify(callbacks_.changed);
 }
 
 }  // namespace ot

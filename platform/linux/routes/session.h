@@ -13,8 +13,10 @@
 //
 // What triggers a look:
 //   - a route was added or removed: the prefixes that it concerns, most often none;
-//   - a link, address, rule or next hop changed, or very many routes did: all prefixes, after the
-//     kernel has completed that change (change_waiter.h), for which the loop does not wait;
+//   - a link or an address changed: the prefixes whose last answer came by that link, after the
+//     kernel has completed that change (change_waiter.h), for which the loop does not wait; the
+//     others, which most often it does not concern, after a pause;
+//   - a rule or next hop changed, or very many routes or links did: all prefixes, likewise;
 //   - events within a pause after a look: at once only the prefixes that contain a changed route,
 //     unless whole tables have to be read for it; the rest when the pause is over; the pause grows
 //     with what the look took;
@@ -65,14 +67,16 @@ class fib_session {
   static int on_connect(sd_event_source* source, std::uint64_t usec, void* self);
   static void on_event(void* self, const nlmsghdr& message);
 
+  int arm(sd_event_source** timer, std::uint64_t after, sd_event_time_handler_t handler) noexcept;
   void note_route(const route_record& route);
   void take_events();
   int connect() noexcept;
   void disconnect();
   void schedule_audit() noexcept;
-  void await_and_look();
+  static void note_change(const nlmsghdr& message, route_changes& ret);
+  void await_and_look(bool all);
   void look_and_pause();
-  void look_again(bool all);
+  bool look_again(bool all);
   void look_inside_burst();
 
   evm* manager_;
@@ -87,8 +91,11 @@ class fib_session {
   route_changes changes_;  // since all prefixes were looked at
   change_waiter waiter_;
   bool waiting_ = false;         // for a change to be whole; a look follows
+  bool all_ = false;             // of all prefixes
   bool more_changed_ = false;    // meanwhile, by a change that may not be whole then
   bool pausing_ = false;         // a look was a moment ago
+  bool rest_due_ = false;        // without a pause, what a link left for later will be looked at
+  std::uint64_t pause_ = 0;      // after the last look at all prefixes, microseconds
   bool reading_tables_ = false;  // it had to read whole tables, which takes long
 };
 

@@ -52,12 +52,15 @@ class watching : public testing::Test {
 
   std::mt19937 pick_{20261122};
   prefixes looks_;
+  route_links links_;  // of each answer
   std::set<fib_prefix> added_;
-  watched_prefixes watched_{[](void* looks, const fib_prefix& prefix, rtclient_result*) {
-                              static_cast<prefixes*>(looks)->push_back(prefix);
+  watched_prefixes watched_{[](void* test, const fib_prefix& prefix, fib_answer* ret) {
+                              auto& self = *static_cast<watching*>(test);
+                              self.looks_.push_back(prefix);
+                              ret->links = self.links_;
                               return 0;
                             },
-                            &looks_};
+                            this};
 };
 
 TEST_F(watching, a_route_concerns_what_it_contains_and_what_contains_it) {
@@ -87,6 +90,48 @@ TEST_F(watching, a_route_concerns_what_it_contains_and_what_contains_it) {
     EXPECT_EQ(take_looks(),
               watched_that([&](const fib_prefix& prefix) { return contains(prefix, routes[0]); }));
   }
+}
+
+TEST_F(watching, a_link_concerns_the_prefixes_whose_last_answer_came_by_it) {
+  const fib_prefix first{254, htonl(0x0a000000), 8};
+  const fib_prefix second{254, htonl(0x0b000000), 8};
+  links_.add(7);
+  links_.add(9);
+  watched_.add(first);
+  watched_.look_at_related({});
+  links_ = {};
+  links_.add(8);
+  watched_.add(second);
+  watched_.look_at_related({});
+  take_looks();
+  const std::uint32_t none[] = {5};
+  const std::uint32_t one[] = {5, 9};
+  const std::uint32_t both[] = {8, 9};
+  EXPECT_FALSE(watched_.look_at_using(none));
+  EXPECT_EQ(take_looks(), prefixes{});
+  EXPECT_TRUE(watched_.look_at_using(one));
+  EXPECT_EQ(take_looks(), prefixes{first});
+  // It came by link 8 this time.
+  EXPECT_FALSE(watched_.look_at_using(one));
+  EXPECT_TRUE(watched_.look_at_using(both));
+  EXPECT_EQ(take_looks(), (prefixes{first, second}));
+}
+
+TEST_F(watching, an_answer_by_unknown_or_many_links_may_have_come_by_any) {
+  const fib_prefix first{254, htonl(0x0a000000), 8};
+  const std::uint32_t other[] = {77};
+  watched_.add(first);
+  watched_.look_at_all();
+  EXPECT_FALSE(watched_.look_at_using(other));
+  links_.add(0);
+  watched_.look_at_all();
+  EXPECT_TRUE(watched_.look_at_using(other));
+  links_ = {};
+  for (const std::uint32_t link : {1U, 2U, 3U, 4U}) {
+    links_.add(link);
+  }
+  watched_.look_at_all();
+  EXPECT_TRUE(watched_.look_at_using(other));
 }
 
 TEST_F(watching, a_new_prefix_is_looked_at_with_whatever_comes_next) {
