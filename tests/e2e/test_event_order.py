@@ -1,0 +1,78 @@
+"""What the service does first when a link changes, seen from its system calls: the event leaves before
+anything is stored, logged or asked, and its loop never asks what may wait for the kernel's lock."""
+
+import re
+import shutil
+import subprocess
+import threading
+
+import pytest
+
+# What is asked about links (RTM_GETLINK) waits while a change of a link is under way.
+WAITS = re.compile(r"nlmsg_type=(RTM_GETLINK|0x12 )")
+CALLS = "trace=sendto,recvmmsg,write,pwrite64,writev,pwritev"
+
+
+class Calls:
+    """The system calls of a process, from the moment at which its first thread was attached to."""
+
+    def __init__(self, pid):
+        self._process = subprocess.Popen(
+            ["strace", "-f", "-qq", "-e", CALLS, "-p", str(pid)], stdin=subprocess.DEVNULL,
+            stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
+        self._lines = []
+        self._reader = threading.Thread(target=self._read, daemon=True)
+        self._reader.start()
+
+    def _read(self):
+        for line in self._process.stderr:
+            self._lines.append(line)
+
+    def end(self):
+        self._process.terminate()
+        self._process.wait()
+        self._reader.join()
+        self._process.stderr.close()
+        return self._lines
+
+
+def attached(pid):
+    with open(f"/proc/{pid}/status", encoding="ascii") as stream:
+        return re.search(r"^TracerPid:\s+(\d+)", stream.read(), re.M).group(1) != "0"
+
+
+@pytest.mark.parametrize("on", [False, True])
+def test_the_event_leaves_first_and_the_loop_waits_for_no_lock(service, on):
+    if shutil.which("strace") is None:
+        pytest.skip("strace is not installed")
+    service.net.link("w0")
+    service.net.link("w1")
+    service.net.carrier("w0", on=not on)
+    service.net.ip("route add 192.0.2.0/24 dev w1")
+    service.configure(["t"], "w0")
+    service.ctl("set", "r", "route", "192.0.2.0/24")
+    service.wait_state("r", "up")
+    service.wait_state("t", "down" if on else "up")
+    follower = service.follow(["t"])
+    calls = Calls(service.daemon.pid)
+    try:
+        end = threading.Event()
+        for _ in range(100):
+            if attached(service.daemon.pid) or end.wait(0.05):
+                break
+        if not attached(service.daemon.pid):
+            pytest.skip("processes cannot be traced here")
+        service.net.carrier("w0", on=on)
+        follower.expect(("t", "up" if on else "down"))
+        # The looks at routes that follow are over when another change of them has come through.
+        service.net.ip("route del 192.0.2.0/24")
+        service.wait_state("r", "down")
+    finally:
+        lines = calls.end()
+    own = [line for line in lines if line.startswith(f"[pid {service.daemon.pid:>5}]")
+           or not line.startswith("[pid")]
+    event = next(index for index, line in enumerate(own) if re.search(r'sendto\(\d+, "t\\0', line))
+    # Nothing between the kernel's message and the event.
+    assert "recvmmsg(" in own[event - 1], own[event - 5:event + 1]
+    assert not any(WAITS.search(line) for line in own)
+    assert any(WAITS.search(line) for line in lines), "nobody waited for the change to be whole"
