@@ -8,6 +8,10 @@
 //   main.cpp           the table of commands
 //   configure.cpp      set, delay, delete: present items -> names.h and kinds/ check what was typed
 //                      -> plan.h works out the difference -> configuration.h commits it
+//   track_line.h       a track in words: what `set` reads, a line of a file, and back
+//   configuration_file.cpp
+//                      export, apply, diff: track_file.h reads the file, file_changes.h compares it
+//                      with what is configured
 //   show.cpp           show, state: track.h reads the records and puts them into JSON
 //   engine.h, debug.cpp, events.h
 //                      what the service is connected to; its trace flags; its events
@@ -29,9 +33,10 @@ namespace ot::trackctl {
 enum exit_status : int {
   exit_done = 0,
   exit_refused = 1,  // refused or failed; the reason is on standard error
-  exit_usage = 2,    // the command line is wrong; nothing was asked of the service
+  exit_usage = 2,    // the command line or the file is wrong; nothing was asked of the service
   exit_no_service = 3,
-  exit_down = 10,  // "state" only
+  exit_different = 1,  // "diff" only
+  exit_down = 10,      // "state" only
   exit_unknown = 11,
 };
 
@@ -69,5 +74,8 @@ int run_state(const arguments& args);
 int run_events(const arguments& args);
 int run_engine(const arguments& args);
 int run_debug(const arguments& args);
+int run_export(const arguments& args);
+int run_apply(const arguments& args);
+int run_diff(const arguments& args);
 
 }  // namespace ot::trackctl

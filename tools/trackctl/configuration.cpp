@@ -11,6 +11,18 @@
 namespace ot::trackctl {
 namespace {
 
+// A path is "NAME/ITEM" here.
+bool keep_track_item(void* context, std::string_view path, const ledger_value& value) {
+  const std::size_t end = path.find('/');
+  if (end != std::string_view::npos) {
+    auto& tracks = *static_cast<configured_tracks*>(context);
+    const auto bytes = value.bytes();
+    tracks[std::string(path.substr(0, end))].emplace(
+        path.substr(end + 1), item_value{value.kind, {bytes.begin(), bytes.end()}});
+  }
+  return true;
+}
+
 bool keep_item(void* context, std::string_view path, const ledger_value& value) {
   const auto bytes = value.bytes();
   static_cast<track_items*>(context)->emplace(path,
@@ -73,6 +85,16 @@ track_items read_track(const std::string& track) {
     check_code("reading track \"" + track + "\"", code);
   }
   return items;
+}
+
+configured_tracks read_tracks() {
+  const ledger_connection connection{std::string(tracks_root)};
+  configured_tracks tracks;
+  const int code = ledger_item_walk(connection.get(), "", keep_track_item, &tracks);
+  if (code != ledger_no_data) {
+    check_code("reading the configuration", code);
+  }
+  return tracks;
 }
 
 track_items read_existing_track(const std::string& track) {

@@ -66,6 +66,10 @@ track_items read_track(const std::string& track);
 // The same, throwing when the track is not configured.
 track_items read_existing_track(const std::string& track);
 
+// Those of every track that is configured, by name.
+using configured_tracks = std::map<std::string, track_items, std::less<>>;
+configured_tracks read_tracks();
+
 using commit = std::vector<ledger_proposal>;
 
 // Sends one commit. Throws with every refusal in the text; `what` says what was tried.

@@ -8,10 +8,10 @@
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/configuration.h"
 #include "tools/trackctl/cycles.h"
-#include "tools/trackctl/engine.h"
 #include "tools/trackctl/kinds/kinds.h"
 #include "tools/trackctl/names.h"
 #include "tools/trackctl/plan.h"
+#include "tools/trackctl/track_line.h"
 
 namespace ot::trackctl {
 namespace {
@@ -26,35 +26,14 @@ void print_help() {
   }
 }
 
-std::string kind_words() {
-  std::string words;
-  for (const track_kind& kind : track_kinds()) {
-    words += (words.empty() ? "" : ", ") + std::string(kind.word);
-  }
-  return words;
-}
-
-const track_kind& require_kind(const std::string& word) {
-  const track_kind* const kind = find_track_kind(word);
-  if (kind == nullptr) {
-    throw failure(exit_usage, "set: there is no kind of track \"" + word +
-                                  "\"; the kinds are: " + kind_words());
-  }
-  return *kind;
-}
-
 std::optional<std::uint32_t> delay_of(const char* what, const std::optional<std::string>& text) {
   return text ? std::optional(parse_delay(what, *text)) : std::nullopt;
 }
 
-std::uint32_t delay_or_zero(const char* what, const std::optional<std::string>& text) {
-  return delay_of(what, text).value_or(0);
-}
-
-void set_track(const std::string& track, const wanted_type& type, const wanted_delays& delays) {
-  const commit changes = plan_set(track, read_track(track), type, delays);
+void set_track(const said_track& said) {
+  const commit changes = plan_set(said.name, read_track(said.name), said.type, said.delays);
   if (!changes.empty()) {
-    send_commit("setting track \"" + track + "\"", changes);
+    send_commit("setting track \"" + said.name + "\"", changes);
   }
 }
 
@@ -68,31 +47,14 @@ int run_set(const arguments& all_args) {
     print_help();
     throw help_shown{};
   }
-  if (args.size() < 2) {
-    throw failure(exit_usage,
-                  "set: needs a NAME and a KIND, for example: trackctl set uplink interface eth0");
-  }
-  const std::string& track = args[0];
-  const track_kind& kind = require_kind(args[1]);
-  CLI::App app{std::string("Follow ") + kind.summary + ".",
-               "trackctl set NAME " + std::string(kind.word)};
-  app.footer(std::string("Example: trackctl set ") + kind.example);
-  const items_reader read_items = kind.define(app);
-  std::optional<std::string> up;
-  std::optional<std::string> down;
-  app.add_option("--delay-up", up, "seconds before a change to up is published (0 to 65535)");
-  app.add_option("--delay-down", down, "the same for a change to down");
-  parse_arguments(app, {args.begin() + 2, args.end()});
-
-  check_new_track_name(track);
-  const wanted_type type{kind.folder, read_items(), kind.recreate_on_change,
-                         kind.only_from_nothing};
-  const wanted_delays delays{delay_or_zero("--delay-up", up), delay_or_zero("--delay-down", down)};
-  if (kind.check != nullptr) {
-    kind.check(track, app);
-  }
-  set_track(track, type, delays);
-  warn_of_cycle(track);
+  const said_track said = read_track_line(
+      args, [](const std::string& track, const track_kind& kind, const CLI::App& parsed) {
+        if (kind.check != nullptr) {
+          kind.check(track, parsed);
+        }
+      });
+  set_track(said);
+  warn_of_cycle(said.name);
   return exit_done;
 }
 

@@ -8,7 +8,6 @@
 #include <map>
 
 #include "tools/trackctl/command.h"
-#include "tools/trackctl/configuration.h"
 
 namespace ot::trackctl {
 namespace {
@@ -28,8 +27,14 @@ std::string member_of_item(std::string_view item) {
 }
 
 std::vector<std::string> read_members(const std::string& track) {
+  return list_members(read_track(track));
+}
+
+}  // namespace
+
+std::vector<std::string> list_members(const track_items& items) {
   std::vector<std::string> members;
-  for (const auto& [item, value] : read_track(track)) {
+  for (const auto& [item, value] : items) {
     if (std::string member = member_of_item(item); !member.empty()) {
       members.push_back(std::move(member));
     }
@@ -37,7 +42,14 @@ std::vector<std::string> read_members(const std::string& track) {
   return members;
 }
 
-}  // namespace
+std::string cycle_warning(const std::vector<std::string>& cycle) {
+  std::string way;
+  for (const std::string& list : cycle) {
+    way += (way.empty() ? "" : " -> ") + list;
+  }
+  return "warning: these lists contain each other and wait for each other: " + way +
+         "; they keep the states they have until one of them is changed";
+}
 
 std::vector<std::string> find_cycle(const std::string& track, const members_reader& members_of) {
   std::map<std::string, std::string> found_from;  // each track by the list it was found in
@@ -70,12 +82,7 @@ void warn_of_cycle(const std::string& track) {
     if (cycle.empty()) {
       return;
     }
-    std::string way;
-    for (const std::string& list : cycle) {
-      way += (way.empty() ? "" : " -> ") + list;
-    }
-    std::cerr << "trackctl: warning: these lists contain each other and wait for each other: "
-              << way << "; they keep the states they have until one of them is changed\n";
+    std::cerr << "trackctl: " << cycle_warning(cycle) << '\n';
   } catch (const failure&) {
     // What was asked for is done.
   }

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/trackctl/configuration.h"
+
 namespace ot::trackctl {
 
 // Gives the members of a track; none when it is no list.
@@ -14,6 +16,12 @@ using members_reader = std::function<std::vector<std::string>(const std::string&
 // The shortest way from a track through members back to it, the track first and last; empty when
 // there is none. Asks for the members of each track once.
 std::vector<std::string> find_cycle(const std::string& track, const members_reader& members_of);
+
+// The members that the items of a track name; none when it is no list.
+std::vector<std::string> list_members(const track_items& items);
+
+// "warning: ...", of what find_cycle has found.
+std::string cycle_warning(const std::vector<std::string>& cycle);
 
 // Warns on standard error when the track, as it is configured now, is a list in a cycle. Says
 // nothing when the configuration cannot be read.

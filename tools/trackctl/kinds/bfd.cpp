@@ -78,6 +78,40 @@ items_reader define(CLI::App& app) {
   };
 }
 
+// The one item that holds everything, "type/bfdprb/0x9/rate/R/debounce_count/N/Interface/IF/
+// destaddress"; without an interface when there is none such.
+struct stored_session {
+  std::uint32_t rate = 0;
+  std::uint32_t debounce = 0;
+  std::string interface;
+  std::uint32_t peer = 0;
+};
+
+stored_session session_of(const track_items& items) {
+  stored_session session;
+  for (const auto& [path, value] : items) {
+    char interface[64] = "";
+    if (std::sscanf(path.c_str(), "type/bfdprb/0x9/rate/%x/debounce_count/%x/Interface/%63[^/]/",
+                    &session.rate, &session.debounce, interface) == 3) {
+      session.interface = interface;
+      session.peer = item_addresses(items, path).first;
+    }
+  }
+  return session;
+}
+
+std::string write(const track_items& items, std::string_view /*folder*/,
+                  const member_order& /*order*/) {
+  const stored_session session = session_of(items);
+  return address_text(session.peer) + " --interface " + session.interface + " --rate " +
+         std::to_string(session.rate) + " --debounce " + std::to_string(session.debounce);
+}
+
+std::string exclusive(const track_items& items) {
+  const stored_session session = session_of(items);
+  return address_text(session.peer) + " over " + session.interface;
+}
+
 // Of two tracks on one session only the newest follows it, which nobody expects.
 void check_others(const std::string& track, const CLI::App& app) {
   if (app.count("--shared") != 0) {
@@ -169,6 +203,8 @@ constinit const track_kind bfd_kind{
     .recreate_on_change = true,
     .only_from_nothing = true,
     .define = define,
+    .write = write,
+    .exclusive = exclusive,
     .check = check_others,
     .object = object,
     .live = live,

@@ -20,6 +20,11 @@ items_reader define(CLI::App& app) {
   };
 }
 
+std::string write(const track_items& items, std::string_view /*folder*/,
+                  const member_order& /*order*/) {
+  return item_text(items, "type/interface/0x1/info/interface");
+}
+
 nlohmann::ordered_json object(const track_type_info& info) {
   return {{"interface", info.InterfaceTracks.InterfaceName.view()}};
 }
@@ -34,6 +39,7 @@ constinit const track_kind interface_kind{
     .arguments = "IFNAME",
     .example = "uplink interface eth0 --delay-up 5",
     .define = define,
+    .write = write,
     .object = object,
     .service = {"interfaces", "interface manager", "interfaces that are not there"}};
 

@@ -8,6 +8,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "core/track_type.h"
@@ -19,6 +20,9 @@ namespace ot::trackctl {
 // Gives the items of the type part, from the values that were parsed. Throws what check functions
 // throw.
 using items_reader = std::function<std::vector<config_item>()>;
+
+// Puts the members of a list into the order in which they are to be written.
+using member_order = std::function<void(std::vector<std::string>& members)>;
 
 // A service of the router that tracks of a kind need, as the running service reports it.
 struct needed_service {
@@ -41,6 +45,13 @@ struct track_kind {
   bool only_from_nothing = false;
   // Adds the kind's own arguments to `app`; the reader is called after parsing.
   items_reader (*define)(CLI::App& app);
+  // The words that `define` reads, of a track of this kind with these items. Nothing good for items
+  // that no words make. `order`: null for that of the names.
+  std::string (*write)(const track_items& items, std::string_view folder,
+                       const member_order& order) = nullptr;
+  // Of what only one track is meant to follow: a text that tells one such object from another. Null
+  // where several tracks may follow one object.
+  std::string (*exclusive)(const track_items& items) = nullptr;
   // Looks at the other tracks before `track` is set; throws when they are in the way. `app` has
   // been parsed. Null: they cannot be.
   void (*check)(const std::string& track, const CLI::App& app) = nullptr;
@@ -59,6 +70,13 @@ std::span<const std::reference_wrapper<const track_kind>> track_kinds() noexcept
 // The row of `word` or `type`, or null.
 const track_kind* find_track_kind(std::string_view word) noexcept;
 const track_kind* find_track_kind(track_type type) noexcept;
+
+// The text or the number of an item; "" or 0 when it is not there or of another kind.
+std::string item_text(const track_items& items, std::string_view path);
+std::uint32_t item_number(const track_items& items, std::string_view path);
+// The addresses of a tuple item, in network byte order; zeros as above.
+std::pair<std::uint32_t, std::uint32_t> item_addresses(const track_items& items,
+                                                       std::string_view path);
 
 extern const track_kind interface_kind;
 extern const track_kind route_kind;

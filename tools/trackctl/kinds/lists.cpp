@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
 #include <memory>
 #include <set>
@@ -147,6 +148,63 @@ items_reader define_boolean(CLI::App& app, const track_kind& kind) {
   };
 }
 
+// The members that the items of a list name, in the order wanted, each with its value.
+std::vector<list_member_word> members_of(const track_items& items, std::string_view folder,
+                                         const member_order& order) {
+  const std::string prefix = std::string(folder) + "object/";
+  std::vector<std::string> names;
+  for (auto item = items.lower_bound(prefix);
+       item != items.end() && item->first.starts_with(prefix); ++item) {
+    names.push_back(item->first.substr(prefix.size(), item->first.rfind('/') - prefix.size()));
+  }
+  if (order) {
+    order(names);
+  }
+  std::vector<list_member_word> members;
+  for (const std::string& name : names) {
+    members.push_back({name, item_number(items, prefix + name + "/a")});
+  }
+  return members;
+}
+
+std::string write_boolean(const track_items& items, std::string_view folder,
+                          const member_order& order) {
+  std::string text;
+  for (const list_member_word& member : members_of(items, folder, order)) {
+    text += (text.empty() ? "" : " ") + std::string(member.value == 0 ? "" : "not ") + member.name;
+  }
+  return text;
+}
+
+std::string write_limits(const track_items& items, std::string_view folder) {
+  const std::string prefix = std::string(folder) + "thld_limits/val_up/";
+  const auto item = items.lower_bound(prefix);
+  if (item == items.end() || !item->first.starts_with(prefix)) {
+    return {};
+  }
+  const unsigned long up = std::strtoul(item->first.c_str() + prefix.size(), nullptr, 16);
+  return "--up " + std::to_string(up) + " --down " +
+         std::to_string(item_number(items, item->first));
+}
+
+std::string write_weights(const track_items& items, std::string_view folder,
+                          const member_order& order) {
+  std::string text = write_limits(items, folder);
+  for (const list_member_word& member : members_of(items, folder, order)) {
+    text += ' ' + member.name + '=' + std::to_string(member.value);
+  }
+  return text;
+}
+
+std::string write_shares(const track_items& items, std::string_view folder,
+                         const member_order& order) {
+  std::string text = write_limits(items, folder);
+  for (const list_member_word& member : members_of(items, folder, order)) {
+    text += ' ' + member.name;
+  }
+  return text;
+}
+
 struct limit_words {
   std::string up;
   std::string down;
@@ -183,7 +241,8 @@ constinit const track_kind and_kind{
     .summary = "other tracks, up when all of them are",
     .arguments = "[not] MEMBER ...",
     .example = "site and uplink not maintenance --delay-up 5",
-    .define = [](CLI::App& app) { return define_boolean(app, and_kind); }};
+    .define = [](CLI::App& app) { return define_boolean(app, and_kind); },
+    .write = write_boolean};
 
 constinit const track_kind or_kind{
     .word = "or",
@@ -192,7 +251,8 @@ constinit const track_kind or_kind{
     .summary = "other tracks, up when one of them is",
     .arguments = "[not] MEMBER ...",
     .example = "anyway or uplink backup",
-    .define = [](CLI::App& app) { return define_boolean(app, or_kind); }};
+    .define = [](CLI::App& app) { return define_boolean(app, or_kind); },
+    .write = write_boolean};
 
 constinit const track_kind weight_kind{
     .word = "weight",
@@ -203,10 +263,12 @@ constinit const track_kind weight_kind{
         "up limit",
     .arguments = "--up N --down N MEMBER=WEIGHT ...",
     .example = "capacity weight --up 100 --down 30 fibre=70 dsl=20 radio=10",
-    .define = [](CLI::App& app) {
-      return define_threshold(app, weight_kind, "names of tracks, each with its weight",
-                              read_weighted_members);
-    }};
+    .define =
+        [](CLI::App& app) {
+          return define_threshold(app, weight_kind, "names of tracks, each with its weight",
+                                  read_weighted_members);
+        },
+    .write = write_weights};
 
 constinit const track_kind percentage_kind{
     .word = "percentage",
@@ -217,9 +279,11 @@ constinit const track_kind percentage_kind{
         "limit",
     .arguments = "--up N --down N MEMBER ...",
     .example = "most percentage --up 100 --down 51 dc1 dc2 dc3",
-    .define = [](CLI::App& app) {
-      return define_threshold(app, percentage_kind, "names of tracks",
-                              read_and_note_percentage_members);
-    }};
+    .define =
+        [](CLI::App& app) {
+          return define_threshold(app, percentage_kind, "names of tracks",
+                                  read_and_note_percentage_members);
+        },
+    .write = write_shares};
 
 }  // namespace ot::trackctl

@@ -23,6 +23,11 @@ items_reader define(CLI::App& app) {
   };
 }
 
+std::string write(const track_items& items, std::string_view /*folder*/,
+                  const member_order& /*order*/) {
+  return std::to_string(item_number(items, "type/prb/0x5/op_id"));
+}
+
 nlohmann::ordered_json object(const track_type_info& info) {
   const prb_track_info__& probe = info.QmonTracks;
   return {{"operation", probe.QmonOpId}, {"return_code", probe.ReturnCode}, {"rtt_ms", probe.RTT}};
@@ -44,6 +49,7 @@ constinit const track_kind probe_kind{
     .example = "website probe 7 --delay-down 10",
     .recreate_on_change = true,
     .define = define,
+    .write = write,
     .object = object,
     .awaits_result = awaits_result,
     .service = {"probe", "probe service", "operations without a result"}};

@@ -1,4 +1,5 @@
 // "set NAME route PREFIX/LEN [--vrf V]": the track follows the reachability of exactly that route.
+#include <bit>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -28,6 +29,16 @@ items_reader define(CLI::App& app) {
   };
 }
 
+std::string write(const track_items& items, std::string_view /*folder*/,
+                  const member_order& /*order*/) {
+  const auto [address, mask] = item_addresses(items, "type/route/0x2/info/ip_address");
+  std::string text = address_text(address) + '/' + std::to_string(std::popcount(mask));
+  if (const std::string vrf = item_text(items, "type/route/0x2/info/vrf"); !vrf.empty()) {
+    text += " --vrf " + vrf;
+  }
+  return text;
+}
+
 nlohmann::ordered_json object(const track_type_info& info) {
   using json = nlohmann::ordered_json;
   const route_track_info__& route = info.RouteTracks;
@@ -49,6 +60,7 @@ constinit const track_kind route_kind{
     .example = "customers route 192.0.2.0/24 --vrf red",
     .recreate_on_change = true,
     .define = define,
+    .write = write,
     .object = object,
     .service = {"fib", "FIB", "route items to be applied"}};
 

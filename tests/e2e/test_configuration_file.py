@@ -1,0 +1,142 @@
+"""The configuration as a file: export, apply and diff with the real programs. OT_SEED repeats a run."""
+
+import json
+import os
+import random
+
+import pytest
+
+LINES = (
+    "uplink interface wan0 --delay-up 5",
+    "backup interface lan0",
+    "customers route 203.0.113.0/24 --vrf red --delay-down 3",
+    "web probe 7",
+    "peer bfd 192.0.2.1 --interface wan0 --rate 50 --debounce 3",
+    "site and uplink not backup peer",
+    "cap weight --up 100 --down 30 uplink=70 backup=40",
+    "most percentage --up 100 --down 51 web uplink backup",
+)
+
+
+@pytest.fixture
+def running(service):
+    service.net.link("wan0")
+    service.net.link("lan0")
+    return service
+
+
+def write(service, *lines):
+    path = os.path.join(service.root, "tracks.conf")
+    with open(path, "w", encoding="utf-8") as stream:
+        stream.writelines(line + "\n" for line in lines)
+    return path
+
+
+def outcome(service, *arguments):
+    result = service.run("trackctl", *arguments)
+    return result.returncode, result.stdout, result.stderr
+
+
+def test_a_file_makes_what_it_says_and_the_difference_is_told(running):
+    path = write(running, "# my tracks", "", *LINES)
+    assert outcome(running, "diff", path)[0] == 1
+    assert outcome(running, "apply", path, "--dry-run") == (
+        0, "".join(f"+ {line}\n" for line in LINES) +
+        "8 to be made, 0 to be changed, 0 to be deleted\n", "")
+    assert running.ctl("export") == ""
+    assert running.ctl("apply", path).endswith("8 made, 0 changed, 0 deleted\n")
+    assert outcome(running, "apply", path) == (0, "", "")
+    assert outcome(running, "diff", path) == (0, "", "")
+    assert running.ctl("export") == "".join(f"{line}\n" for line in sorted(LINES))
+    assert running.ctl("export", "web", "site") == f"{LINES[5]}\n{LINES[3]}\n"
+    running.wait_state("backup", "up")
+    changed = [line.replace("--delay-up 5", "--delay-up 10") for line in LINES[:3]]
+    path = write(running, *changed, "web interface wan0")
+    assert outcome(running, "apply", path) == (
+        0, "~ uplink delay-up 5 → 10\n~ web probe 7 → interface wan0\n"
+        "0 made, 2 changed, 0 deleted\n", "")
+    assert outcome(running, "apply", path, "--prune")[1].splitlines()[-1] == \
+        "0 made, 0 changed, 4 deleted"
+    assert running.ctl("export") == "".join(
+        f"{line}\n" for line in sorted([*changed, "web interface wan0"]))
+
+
+def test_nothing_is_changed_by_a_file_with_an_error(running):
+    running.ctl("set", "uplink", "interface", "wan0")
+    before = running.ctl("export")
+    bad = write(running, "new interface wan0", "uplink interfce wan0", "include nowhere")
+    assert outcome(running, "apply", bad, "--prune") == (
+        2, "", f"trackctl: 2 errors, nothing is changed:\n  {bad}:2: there is no kind of track "
+        '"interfce"; the kinds are: interface, route, probe, bfd, and, or, weight, percentage\n'
+        f"  {bad}:3: {os.path.dirname(bad)}/nowhere: No such file or directory\n")
+    # Only the service knows that a list may not hold itself: it refuses all of the commit.
+    refused = write(running, "new interface wan0", "self and self", "uplink probe 1")
+    code, output, error = outcome(running, "apply", refused, "--prune")
+    assert (code, output) == (1, "")
+    assert error.splitlines()[1].startswith(f"trackctl: applying {refused} was refused:")
+    assert running.ctl("export") == before
+
+
+def test_warnings_do_not_keep_a_file_from_being_applied(running):
+    path = write(running, "a and b nobody", "b or a")
+    code, output, error = outcome(running, "apply", path)
+    assert (code, output) == (0, "+ a and b nobody\n+ b or a\n2 made, 0 changed, 0 deleted\n")
+    assert error == (
+        f'trackctl: {path}:1: warning: there is no track "nobody" yet\n'
+        f"trackctl: {path}:1: warning: these lists contain each other and wait for each other: "
+        "a -> b -> a; they keep the states they have until one of them is changed\n")
+
+
+def test_what_the_file_does_not_change_is_left_alone(running):
+    running.ctl("set", "uplink", "interface", "wan0")
+    running.wait_state("uplink", "up")
+    follower = running.follow(["uplink", "other"])
+    path = write(running, "uplink interface wan0", "other interface lan0")
+    running.ctl("apply", path)
+    follower.expect(("other", "up"))
+    changes, = (track["changes"] for track in running.tracks() if track["name"] == "uplink")
+    running.ctl("apply", path, "--prune")
+    assert [track["changes"] for track in running.tracks() if track["name"] == "uplink"] == \
+        [changes]
+
+
+def random_lines(chance):
+    names = [f"t{number}" for number in range(12)]
+    lines = []
+    for name in names:
+        if chance.random() < 0.25:
+            continue
+        others = chance.sample([one for one in names if one != name], chance.randrange(1, 5))
+        lines.append(name + " " + chance.choice((
+            f"interface e{chance.randrange(4)}",
+            f"route 10.{chance.randrange(4)}.0.0/16" + chance.choice(("", " --vrf red")),
+            f"probe {chance.randrange(1, 4)}",
+            f"bfd 192.0.2.{names.index(name) + 1} --interface wan0 --rate "
+            f"{chance.randrange(50, 90)} --debounce 3",
+            "and " + " ".join(chance.choice(("", "not ")) + other for other in others),
+            "or " + " ".join(others),
+            "weight --up 80 --down 10 " + " ".join(
+                f"{other}={chance.randrange(50)}" for other in others),
+            "percentage --up 90 --down 40 " + " ".join(others))) +
+            chance.choice(("", " --delay-up 2")) + chance.choice(("", " --delay-down 3")))
+    return lines
+
+
+def test_any_configuration_survives_its_file(running):
+    seed = int(os.environ.get("OT_SEED", random.randrange(1 << 32)))
+    print(f"OT_SEED={seed}")
+    chance = random.Random(seed)
+    for _ in range(int(os.environ.get("OT_ROUNDS", "8"))):
+        lines = random_lines(chance)
+        running.ctl("apply", write(running, *lines), "--prune")
+        exported = running.ctl("export")
+        assert exported == "".join(f"{line}\n" for line in sorted(lines, key=str.split))
+        running.ctl("apply", write(running), "--prune")
+        assert json.loads(running.ctl("show", "--json")) == []
+        path = write(running, *exported.splitlines())
+        running.ctl("apply", path)
+        assert running.ctl("export") == exported
+        assert outcome(running, "diff", path)[0] == 0
+        running.crash()
+        running.start()
+        assert outcome(running, "diff", path)[0] == 0

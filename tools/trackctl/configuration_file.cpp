@@ -1,0 +1,163 @@
+// "export", "apply", "diff": the configuration as a file. A file is read whole and checked whole
+// before the service is asked for anything, and what differs is one commit.
+#include <algorithm>
+#include <iostream>
+#include <map>
+
+#include "tools/trackctl/command.h"
+#include "tools/trackctl/file_changes.h"
+#include "tools/trackctl/names.h"
+#include "tools/trackctl/track.h"
+#include "tools/trackctl/track_file.h"
+
+namespace ot::trackctl {
+namespace {
+
+struct file_options {
+  std::string path;
+  bool prune = false;
+  bool dry_run = false;
+};
+
+// Throws with every line when there are errors.
+void refuse_errors(const std::vector<std::string>& errors, exit_status status) {
+  if (errors.empty()) {
+    return;
+  }
+  std::string text = errors.size() == 1
+                         ? "1 error, nothing is changed:"
+                         : std::to_string(errors.size()) + " errors, nothing is changed:";
+  for (const std::string& error : errors) {
+    text += "\n  " + error;
+  }
+  throw failure(status, text);
+}
+
+void print_summary(const file_changes& plan, bool dry_run) {
+  const char* be = dry_run ? "to be " : "";
+  std::cout << plan.made << ' ' << be << "made, " << plan.changed << ' ' << be << "changed, "
+            << plan.deleted << ' ' << be << "deleted\n";
+}
+
+// True when something differs.
+bool apply_file(const file_options& options) {
+  const file_content content = read_track_file(options.path);
+  refuse_errors(content.errors, exit_usage);
+  const configured_tracks present = read_tracks();
+  const configured_tracks after = configuration_after(present, content.tracks, options.prune);
+  for (const std::string& warning : find_warnings(after, content.tracks)) {
+    std::cerr << "trackctl: " << warning << '\n';
+  }
+  refuse_errors(find_conflicts(after, content.tracks), exit_usage);
+  const file_changes plan = plan_file(present, content.tracks, options.prune);
+  if (plan.changes.empty()) {
+    return false;
+  }
+  if (!options.dry_run) {
+    send_commit("applying " + options.path, plan.changes);
+  }
+  for (const std::string& line : plan.lines) {
+    std::cout << line << '\n';
+  }
+  print_summary(plan, options.dry_run);
+  return true;
+}
+
+// The order in which the service has the members of each list, as it was given.
+std::map<std::string, std::vector<std::string>, std::less<>> read_member_orders() {
+  std::map<std::string, std::vector<std::string>, std::less<>> orders;
+  read_track_records([&orders](const track_info__& record) {
+    auto& order = orders[std::string(record.TrackeName.view())];
+    const auto shown = track_to_json(record, {});
+    for (const auto& member : shown["members"]) {
+      order.push_back(member["name"].get<std::string>());
+    }
+  });
+  return orders;
+}
+
+// Members that the order does not know come last.
+void put_in_order(const std::vector<std::string>& order, std::vector<std::string>& members) {
+  std::stable_sort(members.begin(), members.end(), [&order](const auto& one, const auto& other) {
+    return std::find(order.begin(), order.end(), one) <
+           std::find(order.begin(), order.end(), other);
+  });
+}
+
+configured_tracks chosen_tracks(configured_tracks all, const arguments& names) {
+  if (names.empty()) {
+    return all;
+  }
+  configured_tracks chosen;
+  for (const std::string& name : names) {
+    check_track_name(name);
+    const auto found = all.find(name);
+    if (found == all.end()) {
+      throw failure(exit_refused,
+                    "there is no track \"" + name + "\"; `trackctl show` lists those there are");
+    }
+    chosen.insert(*found);
+  }
+  return chosen;
+}
+
+}  // namespace
+
+int run_export(const arguments& args) {
+  CLI::App app{"Print the configuration, a track a line, as a file that apply reads.",
+               "trackctl export"};
+  app.footer("Example: trackctl export > tracks.conf");
+  arguments names;
+  app.add_option("NAME", names, "only these tracks");
+  parse_arguments(app, args);
+
+  const configured_tracks all = read_tracks();
+  const auto orders = read_member_orders();
+  std::map<std::string, int> followers;
+  for (const auto& [name, items] : all) {
+    ++followers[exclusive_object(items)];
+  }
+  for (const auto& [name, items] : chosen_tracks(all, names)) {
+    const auto order = orders.find(name);
+    const auto line =
+        write_track_line(name, items, followers[exclusive_object(items)] > 1, [&](auto& members) {
+          put_in_order(order == orders.end() ? std::vector<std::string>{} : order->second, members);
+        });
+    if (line) {
+      std::cout << *line << '\n';
+    } else {
+      std::cout << "# " << name << ": it has items that no words make\n";
+      std::cerr << "trackctl: warning: track \"" << name
+                << "\" has items that no words make, and is only a comment in the file\n";
+    }
+  }
+  return exit_done;
+}
+
+int run_apply(const arguments& args) {
+  CLI::App app{"Make the tracks what a file says, all of it or nothing, and print what differed.",
+               "trackctl apply"};
+  app.footer(
+      "A line is what `trackctl set` takes: uplink interface eth0 --delay-up 5\n"
+      "\"include PATH\" reads another file, or the *.conf files of a folder; # begins a "
+      "comment.\nExample: trackctl apply tracks.conf --prune");
+  file_options options;
+  app.add_option("FILE", options.path, "the file; - for standard input")->required();
+  app.add_flag("--prune", options.prune, "delete the tracks that the file does not name");
+  app.add_flag("--dry-run", options.dry_run, "check and print, change nothing");
+  parse_arguments(app, args);
+  apply_file(options);
+  return exit_done;
+}
+
+int run_diff(const arguments& args) {
+  CLI::App app{"Compare the configuration with a file: what `apply --prune` would change.",
+               "trackctl diff"};
+  app.footer("Exit status: 0 the same, 1 different.\nExample: trackctl diff tracks.conf");
+  file_options options{.path = {}, .prune = true, .dry_run = true};
+  app.add_option("FILE", options.path, "the file; - for standard input")->required();
+  parse_arguments(app, args);
+  return apply_file(options) ? exit_different : exit_done;
+}
+
+}  // namespace ot::trackctl

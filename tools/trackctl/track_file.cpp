@@ -1,0 +1,192 @@
+// A line: NAME KIND ..., or "include PATH", a file or a folder whose *.conf files are read in the
+// order of their names; a path is relative to the file that includes it. "#" at the begin of a word
+// begins a comment, and a "\" at the end of a line goes on in the next.
+#include "tools/trackctl/track_file.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <istream>
+#include <map>
+
+namespace ot::trackctl {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int includes_max = 8;                         // of one in another
+constexpr std::size_t lines_max = 100'000;              // of all files together
+constexpr std::size_t line_max = std::size_t{1} << 18;  // a list of 8,000 members fits
+
+class file_reader {
+ public:
+  explicit file_reader(file_content& ret) noexcept : content_(ret) {}
+
+  void read_file(const fs::path& path, const std::string& from, int depth);
+  void read_stream(std::istream& stream, const std::string& name, const fs::path& folder,
+                   int depth);
+
+ private:
+  void error(const std::string& place, const std::string& text) {
+    content_.errors.push_back(place.empty() ? text : place + ": " + text);
+  }
+  void take_line(const std::string& line, const std::string& place, const fs::path& folder,
+                 int depth);
+  void include(const fs::path& path, const std::string& place, int depth);
+  void take_track(const arguments& words, const std::string& place);
+
+  file_content& content_;
+  std::map<std::string, std::string> places_;  // of the tracks, by name
+  std::size_t lines_ = 0;
+};
+
+// False for a line with characters that no editor shows.
+bool is_text(const std::string& line) {
+  return std::all_of(line.begin(), line.end(),
+                     [](unsigned char c) { return c == '\t' || (c >= ' ' && c != 0x7f); });
+}
+
+arguments words_of(const std::string& line) {
+  arguments words;
+  std::size_t at = 0;
+  while ((at = line.find_first_not_of(" \t", at)) != std::string::npos && line[at] != '#') {
+    const std::size_t end = std::min(line.find_first_of(" \t", at), line.size());
+    words.push_back(line.substr(at, end - at));
+    at = end;
+  }
+  return words;
+}
+
+void file_reader::take_track(const arguments& words, const std::string& place) {
+  if (std::any_of(words.begin(), words.end(),
+                  [](const auto& word) { return word == "--help" || word == "-h"; })) {
+    error(place, "a track has no --help");
+    return;
+  }
+  try {
+    said_track said = read_track_line(words);
+    const auto [known, fresh] = places_.emplace(said.name, place);
+    if (!fresh) {
+      error(place, "track \"" + said.name + "\" stands in " + known->second + " already");
+      return;
+    }
+    content_.tracks.push_back({std::move(said), place});
+  } catch (const failure& reason) {
+    const std::string text = reason.what();
+    error(place, text.starts_with("set: ") ? text.substr(5) : text);
+  }
+}
+
+void file_reader::include(const fs::path& path, const std::string& place, int depth) {
+  std::error_code fault;
+  if (depth >= includes_max) {
+    error(place, "includes stand in each other more than " + std::to_string(includes_max) +
+                     " times; does the file include itself?");
+    return;
+  }
+  if (!fs::is_directory(path, fault)) {
+    read_file(path, place, depth + 1);
+    return;
+  }
+  std::vector<fs::path> files;
+  for (fs::directory_iterator entry(path, fault), end; !fault && entry != end;
+       entry.increment(fault)) {
+    if (entry->path().extension() == ".conf") {
+      files.push_back(entry->path());
+    }
+  }
+  if (fault) {
+    error(place, path.string() + ": " + fault.message());
+    return;
+  }
+  std::sort(files.begin(), files.end());
+  for (const fs::path& file : files) {
+    read_file(file, place, depth + 1);
+  }
+}
+
+void file_reader::take_line(const std::string& line, const std::string& place,
+                            const fs::path& folder, int depth) {
+  if (!is_text(line)) {
+    error(place, "there is a character in it that is no text");
+    return;
+  }
+  const arguments words = words_of(line);
+  if (words.empty()) {
+    return;
+  }
+  if (words[0] == "include" && words.size() == 2) {
+    include(folder / words[1], place, depth);
+  } else if (words.size() < 2) {
+    error(place, "a line is NAME KIND ..., such as: uplink interface eth0, or include PATH");
+  } else {
+    take_track(words, place);
+  }
+}
+
+void file_reader::read_stream(std::istream& stream, const std::string& name, const fs::path& folder,
+                              int depth) {
+  std::string whole;
+  std::size_t number = 0;
+  std::size_t began = 0;
+  for (std::string line; std::getline(stream, line);) {
+    ++number;
+    began = whole.empty() ? number : began;
+    const std::string place = name + ':' + std::to_string(began);
+    if (++lines_ > lines_max || whole.size() + line.size() > line_max) {
+      error(place, lines_ > lines_max ? "too many lines" : "the line is too long");
+      return;
+    }
+    if (!line.empty() && line.back() == '\r') {
+      line.pop_back();
+    }
+    const bool goes_on = !line.empty() && line.back() == '\\';
+    whole += line;
+    if (goes_on) {
+      whole.back() = ' ';
+      continue;
+    }
+    take_line(whole, place, folder, depth);
+    whole.clear();
+  }
+  if (!whole.empty()) {
+    take_line(whole, name + ':' + std::to_string(began), folder, depth);
+  }
+  if (stream.bad()) {
+    error(name, "it cannot be read to its end");
+  }
+}
+
+void file_reader::read_file(const fs::path& path, const std::string& from, int depth) {
+  std::error_code fault;
+  if (fs::is_directory(path, fault)) {
+    error(from, path.string() + ": it is a folder; a file that says \"include " + path.string() +
+                    "\" reads all of it");
+    return;
+  }
+  errno = 0;
+  std::ifstream stream(path);
+  if (!stream) {
+    error(from, path.string() + ": " + std::strerror(errno == 0 ? EIO : errno));
+    return;
+  }
+  read_stream(stream, path.string(), path.parent_path(), depth);
+}
+
+}  // namespace
+
+file_content read_track_file(const std::string& path) {
+  file_content content;
+  file_reader reader(content);
+  if (path == "-") {
+    reader.read_stream(std::cin, "standard input", fs::path(), 0);
+  } else {
+    reader.read_file(path, "", 0);
+  }
+  return content;
+}
+
+}  // namespace ot::trackctl

@@ -1,0 +1,55 @@
+// A track in words, "NAME KIND ... [--delay-up S] [--delay-down S]": what `set` is given, and a
+// line of a configuration file.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/trackctl/command.h"
+#include "tools/trackctl/kinds/kinds.h"
+#include "tools/trackctl/plan.h"
+
+namespace ot::trackctl {
+
+// What is said of a track.
+struct said_track {
+  std::string name;
+  std::string words;  // all behind the name, as they were given
+  wanted_type type;
+  wanted_delays delays;
+  bool shared = false;  // it may follow what another track follows
+
+  // All its items, as the ledger will have them.
+  [[nodiscard]] track_items items() const;
+};
+
+// Looks at the kind and its arguments once more, before `track` is set; throws when something is in
+// the way.
+using line_check =
+    std::function<void(const std::string& track, const track_kind& kind, const CLI::App& parsed)>;
+
+// Reads the words. Throws failure for what is wrong, and help_shown after having printed the help
+// of the kind. `check`: null for none.
+said_track read_track_line(const arguments& words, const line_check& check = nullptr);
+
+// The words for a track that has these items, without its name and its delays; none when no words
+// make exactly these. `others_follow_it`: another track follows the same object.
+std::optional<std::string> write_object(const track_items& items, bool others_follow_it = false,
+                                        const member_order& order = nullptr);
+
+// The whole line, or none, as above.
+std::optional<std::string> write_track_line(const std::string& name, const track_items& items,
+                                            bool others_follow_it = false,
+                                            const member_order& order = nullptr);
+
+// The delays that the items have; 0 for none.
+wanted_delays delays_of(const track_items& items);
+
+// What only one track is meant to follow, and a text for it; empty for what several may.
+std::string exclusive_object(const track_items& items);
+
+}  // namespace ot::trackctl
