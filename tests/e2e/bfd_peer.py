@@ -5,11 +5,13 @@ RFC 5880, 4.1 for the packet; RFC 5881 for port and TTL.
 """
 
 import dataclasses
+import os
 import select
 import socket
 import struct
 import time
 
+from priority import PRIORITY
 from targets import in_namespace
 from waiting import wait_until
 
@@ -67,7 +69,8 @@ class Heard:
 
 class BfdPeer:
     def __init__(self, net, address="10.9.0.2", neighbour="10.9.0.1"):
-        """In the namespace of `net`, which has the address."""
+        """In the namespace of `net`, which has the address. The calling thread, which is the one that
+        speaks, has real-time priority until the close; what it starts has not."""
         self._neighbour = neighbour
         self._receiver, self._sender = in_namespace(net.name, lambda: [
             socket.socket(socket.AF_INET, socket.SOCK_DGRAM) for _ in range(2)])
@@ -77,8 +80,10 @@ class BfdPeer:
         self._receiver.bind((address, PORT))
         self._sender.bind((address, 49152))
         self.heard = []
+        os.sched_setscheduler(0, os.SCHED_RR | os.SCHED_RESET_ON_FORK, os.sched_param(PRIORITY))
 
     def close(self):
+        os.sched_setscheduler(0, os.SCHED_OTHER, os.sched_param(0))
         self._receiver.close()
         self._sender.close()
 

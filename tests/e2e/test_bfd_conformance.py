@@ -141,11 +141,11 @@ def test_what_is_to_be_refused_is_as_if_it_had_not_come(up):
         up.peer.keep_up(0.1)
         up.peer.send(**{"state": DOWN, "flags": POLL, **fields})
         for one in up.peer.keep_up(0.15):
-            assert (one.packet.state, one.packet.flags & FINAL) == (UP, 0), what
+            assert (one.packet.state, one.packet.flags & FINAL) == (UP, 0), (what, one)
     for junk in (b"", b"\x20", b"\x20" * 23, bytes(24), b"\xff" * 1400):
         up.peer.send_bytes(junk)
     for one in up.peer.keep_up(0.3):
-        assert (one.packet.state, one.packet.flags & FINAL) == (UP, 0)
+        assert (one.packet.state, one.packet.flags & FINAL) == (UP, 0), one
     up.peer.send(state=DOWN)  # and this one is not refused: the only change that was seen
     follower.expect(("t0", "down"))
 
