@@ -24,6 +24,8 @@ NO_REASON, EXPIRED, SIGNALED_DOWN, PATH_DOWN, BY_HAND = 0, 1, 3, 5, 7
 _IP_RECVTTL = 12
 _SO_TIMESTAMPNS = 35
 _TIME = struct.Struct("@ll")
+# A busy machine may hold packets back, or the test: a session that is to stay up does not fall by it.
+RARELY_MISSED = dict(multiplier=20)
 _FORMAT = struct.Struct("!BBBBIIIII")
 
 
@@ -146,6 +148,7 @@ class BfdPeer:
 
     def keep_up(self, seconds, **fields):
         """Speaks as a neighbour that is up for that time, and answers polls; what came."""
+        fields = {**RARELY_MISSED, **fields}
         self.take_all()
         before = len(self.heard)
         end = time.monotonic() + seconds
@@ -156,6 +159,7 @@ class BfdPeer:
         return self.heard[before:]
 
     def bring_up(self, **fields):
+        fields = {**RARELY_MISSED, **fields}
         self.expect(state=DOWN)
         self.send(state=DOWN, **{"your": 0, **fields})
         self.expect(state=INIT, your=Packet.my)

@@ -207,7 +207,7 @@ def test_another_interval_is_agreed_on(up):
 
 
 def test_a_silent_neighbour_is_told_that_it_was_missed(up):
-    up.peer.keep_up(0.3)
+    up.peer.keep_up(0.3, multiplier=3)
     heard = up.peer.heard[-1].at
     told = up.peer.expect(state=DOWN)
     assert (told.packet.reason, told.packet.your) == (EXPIRED, 0)
