@@ -26,12 +26,13 @@ constexpr std::size_t datagrams_of_one_read = 16;
 // thread and never nested: the answers of a request are complete before it returns, and events are
 // handed on after their read. From the heap, of which it takes only the pages that were ever
 // written: the system clears a buffer of the thread's own when the thread begins.
+thread_local std::unique_ptr<char[]> read_memory;
+
 char* read_buffer() noexcept {
-  thread_local std::unique_ptr<char[]> buffer;
-  if (buffer == nullptr) {
-    buffer.reset(new (std::nothrow) char[datagrams_of_one_read * read_size]);
+  if (read_memory == nullptr) {
+    read_memory.reset(new (std::nothrow) char[datagrams_of_one_read * read_size]);
   }
-  return buffer.get();
+  return read_memory.get();
 }
 
 // The answer's end as seen in one message: -1 to go on, else the errno value.
