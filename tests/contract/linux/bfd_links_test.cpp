@@ -100,7 +100,7 @@ TEST(bfd_links, lead_to_a_neighbor_from_the_address_in_its_network) {
     EXPECT_EQ(links.way("e1", "10.9.0.2", "10.9.0.6"), "11 from 10.9.0.6") << "as asked for";
     EXPECT_EQ(links.way("e1", "10.9.0.2", "10.9.0.1"), not_its_address) << "it is e0's";
     EXPECT_EQ(links.way("e9"), no_interface);
-    EXPECT_EQ(links.way("p0"), no_address);
+    links.expect(no_address, "p0");
     EXPECT_EQ(links.way("lo"), switched_off);
   });
 }
@@ -110,7 +110,7 @@ TEST(bfd_links, lead_to_no_address_of_our_own) {
     followed_links links;
     links.expect("10 from 10.9.0.1");
     EXPECT_EQ(links.way("e0", "10.9.0.1"), ours);
-    EXPECT_EQ(links.way("e1", "10.9.0.1"), ours) << "over another interface, too";
+    links.expect(ours, "e1", "10.9.0.1");  // over another interface, too
     ip("addr add 10.9.0.2/24 dev e1");
     links.expect(ours);
     ip("addr del 10.9.0.2/24 dev e1");
