@@ -156,12 +156,12 @@ struct answers {
   std::vector<answer> all;
   std::size_t given = 0;
 
-  static int give(void* self, const fib_prefix& prefix, rtclient_result* ret) {
+  static int give(void* self, const fib_prefix& prefix, fib_answer* ret) {
     auto& from = *static_cast<answers*>(self);
     EXPECT_LT(from.given, from.all.size());
     const answer next = from.all[from.given++];
-    ret->route_found = next.route_found;
-    ret->prefix_length = prefix.length;
+    ret->result.route_found = next.route_found;
+    ret->result.prefix_length = prefix.length;
     return next.status;
   }
 };
