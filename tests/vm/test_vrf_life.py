@@ -89,8 +89,10 @@ def test_a_link_moved_to_another_vrf(router):
     router.wait_states(c="down", b="up")
 
 
-def test_a_vrf_that_is_down_forwards_nothing(router):
-    router.net.ip("link set red down")
+# Whether or not a rule hides its table from packets.
+@pytest.mark.parametrize("rules", [[], ["rule add pref 100 unreachable"]])
+def test_a_vrf_that_is_down_forwards_nothing(router, rules):
+    router.net.ip(*rules, "link set red down")
     router.wait_states(t="down", c="down")
     router.net.ip("link set red up")
     router.wait_states(t="up", c="up")
