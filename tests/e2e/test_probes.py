@@ -239,11 +239,14 @@ def test_an_operation_leaves_through_its_interface(qmond, peer):
         {"id": 4, "kind": "tcp", "target": "10.1.0.2:9", "interface": "other"},
         {"id": 5, "kind": "icmp", "target": "10.1.0.2", "interface": "not-there"},
         {"id": 6, "kind": "icmp", "target": "10.1.0.2", "source": "10.1.0.1"},
-        {"id": 7, "kind": "tcp", "target": "10.1.0.2:9", "source": "10.9.9.9"})
+        {"id": 7, "kind": "tcp", "target": "10.1.0.2:9", "source": "10.9.9.9"},
+        {"id": 8, "kind": "http", "target": "http://10.1.0.2:9", "interface": "to-peer"},
+        {"id": 9, "kind": "http", "target": "http://10.1.0.2:9", "interface": "other"},
+        {"id": 10, "kind": "http", "target": "http://10.1.0.2:9", "source": "10.9.9.9"})
     qmond.start()
-    for operation, code in ((1, 1), (3, 4), (5, 7), (6, 1), (7, 7)):
+    for operation, code in ((1, 1), (3, 4), (5, 7), (6, 1), (7, 7), (8, 4), (10, 7)):
         qmond.wait_code(operation, code)
-    for operation in (2, 4):
+    for operation in (2, 4, 9):
         assert qmond.status()[operation]["successes"] == 0
         qmond.wait_new_result(operation)
         assert qmond.status()[operation]["code"] in (2, 3)
