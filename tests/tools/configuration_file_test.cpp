@@ -4,7 +4,9 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <random>
+#include <sstream>
 
 #include "tests/tools/stages.h"
 #include "tools/trackctl/file_changes.h"

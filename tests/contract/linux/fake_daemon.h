@@ -4,6 +4,7 @@
 
 #include <systemd/sd-event.h>
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
