@@ -129,6 +129,28 @@ TEST_F(qmond_table, an_operation_that_would_be_searched_for_too_long_gets_no_slo
   }
 }
 
+TEST_F(qmond_table, a_damaged_operation_hides_no_other_one) {
+  table_writer writer(path_, 4);
+  writer.install();
+  table_view view;
+  ASSERT_EQ(view.open(path_), 0);
+  const std::vector<std::uint32_t> ids = neighbours(3, view.slots(), 1);
+  std::vector<std::uint32_t> slots;
+  for (const std::uint32_t id : ids) {
+    slots.push_back(writer.add(id, {}).value());
+    writer.publish(slots.back(), result(1, id));
+  }
+  std::array<char, sizeof(statistics_cell)> garbage{};
+  garbage.fill('\x5a');
+  overwrite(statistics_offset(slots[0]), garbage);
+  statistics found;
+  EXPECT_FALSE(view.look_up(ids[0], &found));
+  for (const std::size_t intact : {1U, 2U}) {
+    ASSERT_TRUE(view.look_up(ids[intact], &found));
+    EXPECT_EQ(found[word_response_time], ids[intact]);
+  }
+}
+
 // The writer believes its own notes, not the file.
 TEST_F(qmond_table, a_writer_repairs_with_each_publication_what_others_wrote) {
   table_writer writer(path_, 4);
