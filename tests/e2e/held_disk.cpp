@@ -17,8 +17,8 @@ bool is_store(int fd) {
   char name[4096];
   const ssize_t length =
       readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), name, sizeof name);
-  return length > 0 && std::string_view{name, static_cast<std::size_t>(length)}.ends_with(
-                           "/configuration.mdb");
+  return length > 0 &&
+         std::string_view{name, static_cast<std::size_t>(length)}.ends_with("/configuration.mdb");
 }
 
 }  // namespace

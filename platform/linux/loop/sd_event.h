@@ -37,8 +37,8 @@ sd_event* evm_sd_event(evm* manager) noexcept;
 // In which order what a handler left to be done leaves.
 enum class evm_flush_stage { events, stores, log };
 
-// Has `flush(argument)` called at the start of every evm_block, stage after stage; within a stage in
-// the order of registration. 0 or 12.
+// Has `flush(argument)` called at the start of every evm_block, stage after stage; within a stage
+// in the order of registration. 0 or 12.
 int evm_add_flush(evm* manager, evm_flush_stage stage, void (*flush)(void* argument),
                   void* argument) noexcept;
 
