@@ -63,9 +63,11 @@ void print(const char* direction, const std::string& name, peer_clock::time_poin
   std::vector<long long> over;
   for (std::size_t follower = 0; follower < heard.size(); ++follower) {
     const peer_clock::time_point link = of_links[of_links.size() == 1 ? 0 : follower];
-    if (heard[follower] != peer_clock::time_point{} && link != peer_clock::time_point{}) {
+    if (heard[follower] != peer_clock::time_point{}) {
       at.push_back(since(asked, heard[follower]));
-      over.push_back(since(link, heard[follower]));
+      if (link != peer_clock::time_point{}) {
+        over.push_back(since(link, heard[follower]));
+      }
     }
   }
   std::ranges::sort(at);
@@ -73,7 +75,7 @@ void print(const char* direction, const std::string& name, peer_clock::time_poin
   const std::size_t count = at.size();
   std::printf("%s %s %zu %lld %lld %lld\n", direction, name.c_str(), count,
               count == 0 ? 0 : at.front(), count == 0 ? 0 : at.back(),
-              count == 0 ? 0 : over[count / 2]);
+              over.empty() ? 0 : over[over.size() / 2]);
 }
 
 class race {
@@ -104,8 +106,9 @@ class race {
     for (const auto& one : switches_) {
       one->set(up);
     }
+    const auto done = peer_clock::now();
     for (const auto& reader : readers_) {
-      reader->await(asked + patience);
+      reader->await(done + patience);
     }
     const times of_links = readers_.front()->heard();
     for (const auto& reader : readers_) {
