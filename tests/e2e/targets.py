@@ -66,10 +66,12 @@ class TcpListener:
 class HttpServer:
     """Answers every request with the bytes `answer`, or not at all when that is None."""
 
-    def __init__(self, net, port):
+    def __init__(self, net, port, address="127.0.0.1"):
         self.answer = b""
         self._held = []
-        self._listener = in_namespace(net.name, lambda: socket.create_server(("127.0.0.1", port)))
+        family = socket.AF_INET6 if ":" in address else socket.AF_INET
+        self._listener = in_namespace(
+            net.name, lambda: socket.create_server((address, port), family=family))
         self._thread = threading.Thread(target=self._serve)
         self._thread.start()
 

@@ -141,6 +141,22 @@ def test_an_http_server_answers_well_badly_and_not_at_all(qmond):
     follows(qmond, "t", 1, 4, "down")
 
 
+@pytest.mark.parametrize("address", ["127.0.0.1", "::1"])
+def test_an_http_server_is_asked_itself_whatever_proxies_there_are(qmond, monkeypatch, address):
+    for name in ("http_proxy", "all_proxy", "HTTPS_PROXY", "ALL_PROXY"):
+        monkeypatch.setenv(name, "http://127.0.0.1:9")
+    monkeypatch.delenv("no_proxy", raising=False)
+    monkeypatch.delenv("NO_PROXY", raising=False)
+    server = HttpServer(qmond.service.net, 7002, address)
+    server.answer = HttpServer.status(200)
+    try:
+        host = f"[{address}]" if ":" in address else address
+        probe(qmond, kind="http", target=f"http://{host}:7002/")
+        follows(qmond, "t", 1, 1, "up")
+    finally:
+        server.close()
+
+
 @needs_dnsmasq
 def test_a_dns_server_answers_and_does_not(qmond):
     server = DnsServer(qmond.service.net, 7003)
