@@ -9,6 +9,7 @@
 #include <iterator>
 #include <random>
 #include <set>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -145,6 +146,43 @@ TEST_F(watching, a_new_prefix_is_looked_at_with_whatever_comes_next) {
   watched_.look_at_related({});
   EXPECT_EQ(take_looks(), prefixes{first});
   EXPECT_EQ(watched_.add({254, 0, 33}), invalid_argument);
+}
+
+// What was announced and is not looked at yet, and what was looked at.
+struct asked_ahead {
+  prefixes announced;
+  prefixes looks;
+  int ends = 0;
+
+  static int look(void* self, const fib_prefix& prefix, fib_answer*) {
+    auto& all = *static_cast<asked_ahead*>(self);
+    EXPECT_FALSE(all.announced.empty());
+    EXPECT_EQ(all.announced.front(), prefix);
+    all.announced.erase(all.announced.begin());
+    all.looks.push_back(prefix);
+    return status_ok;
+  }
+  static void announce(void* self, std::span<const fib_prefix> next) {
+    auto& all = *static_cast<asked_ahead*>(self);
+    EXPECT_TRUE(all.announced.empty()) << "before all of the others were looked at";
+    all.announced.assign(next.begin(), next.end());
+    all.ends += next.empty() ? 1 : 0;
+  }
+};
+
+TEST(looks_asked_ahead, are_all_made_in_order_and_end) {
+  asked_ahead asked;
+  watched_prefixes watched{asked_ahead::look, &asked, asked_ahead::announce};
+  watched.look_at_all();
+  EXPECT_EQ(asked.ends, 0) << "there was nothing to ask";
+  prefixes all;
+  for (std::uint32_t number = 0; number < 1'000; ++number) {
+    all.push_back({254, htonl(0x0a000000 + number), 32});
+    ASSERT_EQ(watched.add(all.back()), status_ok);
+  }
+  watched.look_at_all();
+  EXPECT_EQ(asked.looks, all);
+  EXPECT_EQ(asked.ends, 1) << "later looks must not find what was asked then";
 }
 
 // What looks come to, one after the other, for the only prefix there is.
