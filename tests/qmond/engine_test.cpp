@@ -168,6 +168,22 @@ TEST_F(qmond_engine, a_probe_that_finds_no_room_within_its_timeout_cannot_run) {
   EXPECT_EQ(code(0), 1U);
 }
 
+// Each time there is no room the operation waits for as long as its timeout, whatever was before.
+TEST_F(qmond_engine, a_lack_of_room_that_is_over_is_forgotten) {
+  engine_->apply({every_second(0)});
+  const std::uint64_t begin = now_;
+  for (const std::uint64_t lack : {100000U, 400000U, 100000U, 300000U}) {
+    immediate_ = return_code::none;
+    const std::uint64_t due = engine_->next_due_us().value();
+    pass_until(due + lack - 1);
+    immediate_ = return_code::ok;
+    const std::uint32_t results = found(0)[word_results];
+    pass_until(due + lack + 50000);
+    EXPECT_EQ(found(0)[word_results], results + 1) << (due - begin) / second << " s";
+    EXPECT_EQ(code(0), 1U) << (due - begin) / second << " s";
+  }
+}
+
 TEST_F(qmond_engine, many_operations_start_evenly_spread) {
   engine_->apply(many(1500));
   const std::uint64_t begin = now_;
