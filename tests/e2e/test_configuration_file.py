@@ -110,7 +110,7 @@ def random_lines(chance):
         lines.append(name + " " + chance.choice((
             f"interface e{chance.randrange(4)}",
             f"route 10.{chance.randrange(4)}.0.0/16" + chance.choice(("", " --vrf red")),
-            f"probe {chance.randrange(1, 4)}",
+            f"probe {names.index(name) + chance.choice((1, 101))}",
             f"bfd 192.0.2.{names.index(name) + 1} --interface wan0 --rate "
             f"{chance.randrange(50, 90)} --debounce 3",
             "and " + " ".join(chance.choice(("", "not ")) + other for other in others),

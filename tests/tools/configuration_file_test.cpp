@@ -210,6 +210,15 @@ TEST(file_conflicts, two_tracks_on_one_session) {
   EXPECT_THAT(find_conflicts(configuration_after({}, both, false), both), IsEmpty());
 }
 
+TEST(file_conflicts, two_tracks_on_one_operation) {
+  const auto wanted = said({"a probe 3", "b probe 3", "c probe 4"});
+  const std::string end =
+      " follows probe operation 3 too, and only one track can follow an operation; make one a list "
+      "of the other";
+  EXPECT_THAT(find_conflicts(configuration_after({}, wanted, false), wanted),
+              ElementsAre("t:1: track \"b\"" + end, "t:2: track \"a\"" + end));
+}
+
 TEST(file_conflicts, more_tracks_than_there_can_be) {
   configured_tracks present;
   for (int number = 0; number < 1500; ++number) {

@@ -115,12 +115,12 @@ int run_export(const arguments& args) {
   const auto orders = read_member_orders();
   std::map<std::string, int> followers;
   for (const auto& [name, items] : all) {
-    ++followers[exclusive_object(items)];
+    ++followers[find_exclusive_object(items).text];
   }
   for (const auto& [name, items] : chosen_tracks(all, names)) {
     const auto order = orders.find(name);
-    const auto line =
-        write_track_line(name, items, followers[exclusive_object(items)] > 1, [&](auto& members) {
+    const auto line = write_track_line(
+        name, items, followers[find_exclusive_object(items).text] > 1, [&](auto& members) {
           put_in_order(order == orders.end() ? std::vector<std::string>{} : order->second, members);
         });
     if (line) {

@@ -160,20 +160,20 @@ std::vector<std::string> find_conflicts(const configured_tracks& after,
   }
   std::map<std::string, std::vector<std::string>> followers;  // of what only one should follow
   for (const auto& [name, items] : after) {
-    if (std::string object = exclusive_object(items); !object.empty()) {
-      followers[std::move(object)].push_back(name);
+    if (exclusive_object object = find_exclusive_object(items); object.kind != nullptr) {
+      followers[std::move(object.text)].push_back(name);
     }
   }
   for (const file_track& track : wanted) {
-    const auto shared = followers.find(exclusive_object(track.said.items()));
-    if (track.said.shared || shared == followers.end() || shared->second.size() < 2) {
+    const exclusive_object object = find_exclusive_object(track.said.items());
+    if (object.kind == nullptr || track.said.shared || followers[object.text].size() < 2) {
       continue;
     }
-    const auto other = std::find_if(shared->second.begin(), shared->second.end(),
+    const auto& names = followers[object.text];
+    const auto other = std::find_if(names.begin(), names.end(),
                                     [&](const auto& name) { return name != track.said.name; });
-    found.push_back(track.place + ": track \"" + *other + "\" follows " + shared->first +
-                    " too, and of several tracks on one session only the newest follows it; "
-                    "give --shared to each, or make one a list of the other");
+    found.push_back(track.place + ": track \"" + *other + "\" follows " + object.text +
+                    " too, and " + object.kind->only_one);
   }
   return found;
 }

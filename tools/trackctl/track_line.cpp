@@ -130,7 +130,7 @@ std::optional<std::string> write_object(const track_items& items, bool others_fo
     return std::nullopt;
   }
   std::string text = std::string(kind->word) + ' ' + kind->write(items, kind->folder, order);
-  if (others_follow_it && kind->exclusive != nullptr) {
+  if (others_follow_it && kind->sharable) {
     text += " --shared";
   }
   arguments words = split("name " + text + delay_options(items));
@@ -151,9 +151,11 @@ wanted_delays delays_of(const track_items& items) {
   return {item_number(items, delay_up_item), item_number(items, delay_down_item)};
 }
 
-std::string exclusive_object(const track_items& items) {
+exclusive_object find_exclusive_object(const track_items& items) {
   const track_kind* const kind = kind_of(items);
-  return kind == nullptr || kind->exclusive == nullptr ? std::string() : kind->exclusive(items);
+  return kind == nullptr || kind->exclusive == nullptr
+             ? exclusive_object{}
+             : exclusive_object{kind->exclusive(items), kind};
 }
 
 }  // namespace ot::trackctl

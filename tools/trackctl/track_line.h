@@ -49,7 +49,11 @@ std::optional<std::string> write_track_line(const std::string& name, const track
 // The delays that the items have; 0 for none.
 wanted_delays delays_of(const track_items& items);
 
-// What only one track is meant to follow, and a text for it; empty for what several may.
-std::string exclusive_object(const track_items& items);
+// What only one track can or should follow; without a kind where several may.
+struct exclusive_object {
+  std::string text;
+  const track_kind* kind = nullptr;
+};
+exclusive_object find_exclusive_object(const track_items& items);
 
 }  // namespace ot::trackctl

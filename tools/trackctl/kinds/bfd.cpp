@@ -205,6 +205,10 @@ constinit const track_kind bfd_kind{
     .define = define,
     .write = write,
     .exclusive = exclusive,
+    .only_one =
+        "of several tracks on one session only the newest follows it; give --shared to "
+        "each, or make one a list of the other",
+    .sharable = true,
     .check = check_others,
     .object = object,
     .live = live,

@@ -49,9 +49,11 @@ struct track_kind {
   // that no words make. `order`: null for that of the names.
   std::string (*write)(const track_items& items, std::string_view folder,
                        const member_order& order) = nullptr;
-  // Of what only one track is meant to follow: a text that tells one such object from another. Null
-  // where several tracks may follow one object.
+  // Of what only one track can or should follow: a text that tells one such object from another,
+  // and why, with what would be right. Null where several tracks may follow one object.
   std::string (*exclusive)(const track_items& items) = nullptr;
+  const char* only_one = "";
+  bool sharable = false;  // by --shared
   // Looks at the other tracks before `track` is set; throws when they are in the way. `app` has
   // been parsed. Null: they cannot be.
   void (*check)(const std::string& track, const CLI::App& app) = nullptr;

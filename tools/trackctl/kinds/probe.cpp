@@ -50,6 +50,9 @@ constinit const track_kind probe_kind{
     .recreate_on_change = true,
     .define = define,
     .write = write,
+    .exclusive =
+        [](const track_items& items) { return "probe operation " + write(items, {}, nullptr); },
+    .only_one = "only one track can follow an operation; make one a list of the other",
     .object = object,
     .awaits_result = awaits_result,
     .service = {"probe", "probe service", "operations without a result"}};
