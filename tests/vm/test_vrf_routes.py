@@ -197,7 +197,9 @@ def test_a_policy_rule_hides_no_route_of_a_vrf(router, rule):
 def test_a_connected_network_that_begins_with_our_own_address(router):
     router.ctl("set", "link", "route", "10.9.0.0/31", "--vrf", "red")
     router.ctl("set", "own", "route", "10.9.0.0/32", "--vrf", "red")
+    # What the neighbour's address is elsewhere says nothing of it here.
+    router.ctl("set", "elsewhere", "route", "10.9.0.1/32", "--vrf", "blue")
     router.net.ip("address add 10.9.0.0/31 dev r0")
-    router.wait_states(link="up", own="up")
+    router.wait_states(link="up", own="up", elsewhere="down")
     router.net.ip("address del 10.9.0.0/31 dev r0")
-    router.wait_states(link="down", own="down")
+    router.wait_states(link="down", own="down", elsewhere="down")
