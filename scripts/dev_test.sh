@@ -120,7 +120,7 @@ targets_of() {
       programs=(object_tracking trackctl qmond)
     [[ $level == vm ]] && tests+=(contract_linux ledger_put)
     [[ $level == e2e || $level == soak ]] && tests+=(ledger_put route_storm)
-    [[ $level == e2e && $1 != *san ]] && tests+=(write_log)
+    [[ $level == e2e && $1 != *san ]] && tests+=(write_log held_disk)
     for row in "${test_programs[@]}"; do
       [[ $row == "$level|"* && -z $(folder_of "${row#*|}") ]] && tests+=("${row#*|}")
     done

@@ -16,8 +16,10 @@ class HeldDisk:
         self._hold = os.path.join(service.root, "hold")
         self._setting = []
         service.net.link("wan0")
+        library = service.build.path / "bin" / "held_disk.so"
+        assert library.exists(), "build it first"  # the loader would only warn
         with monkeypatch.context() as environment:
-            environment.setenv("LD_PRELOAD", str(service.build.path / "bin" / "held_disk.so"))
+            environment.setenv("LD_PRELOAD", str(library))
             environment.setenv("OT_HELD_DISK", self._hold)
             service.start()
         service.ctl("set", "wan", "interface", "wan0")
