@@ -87,7 +87,7 @@ class lmdb_ledger_store : public ::testing::Test {
       ASSERT_EQ(put("/oper/track/" + std::to_string(write % 300), write), 0);
       ASSERT_EQ(store_->flush(), 0);
     }
-    const std::streamoff head = (store_->last_write() + 1) % 2 * page;
+    const std::streamoff head = store_->last_write() % 2 == 0 ? page : 0;  // of the next write
     std::array<char, 16> earlier{};
     std::fstream bytes{file(), std::ios::in | std::ios::out | std::ios::binary};
     bytes.seekg(head + tail_of_tables).read(earlier.data(), earlier.size());
