@@ -126,7 +126,8 @@ def start(build):
 
 def idle(build):
     with running(build, MANY) as instance:
-        time.sleep(2)  # what configuring left to be done is over by then
+        # The copy of the configuration is written, and bfdd was looked for the last time, by then.
+        time.sleep(7)
         pid = instance.daemon.pid
         before = process_costs.switches(pid), process_costs.cpu_ns(pid)
         time.sleep(IDLE_SECONDS)
