@@ -76,12 +76,20 @@ std::vector<list_member_word> read_boolean_members(const std::vector<std::string
   return members;
 }
 
+namespace {
+
+[[noreturn]] void refuse_without_weight(const std::string& member) {
+  throw failure(exit_usage, "member \"" + member + "\" has no weight; write " + member + "=WEIGHT");
+}
+
+}  // namespace
+
 std::vector<list_member_word> read_weighted_members(const std::vector<std::string>& words) {
   std::vector<list_member_word> members;
   for (const std::string& word : words) {
     check_not_negation(word, "weight");
     if (word.find('=') == std::string::npos) {
-      throw failure(exit_usage, "member \"" + word + "\" has no weight; write " + word + "=WEIGHT");
+      refuse_without_weight(word);
     }
     std::string weight;
     const std::string name = split_weight(word, weight);
@@ -161,6 +169,7 @@ std::vector<list_member_word> members_of(const track_items& items, std::string_v
     order(names);
   }
   std::vector<list_member_word> members;
+  members.reserve(names.size());
   for (const std::string& name : names) {
     members.push_back({name, item_number(items, prefix + name + "/a")});
   }
