@@ -142,3 +142,11 @@ def test_any_configuration_survives_its_file(running):
         running.crash()
         running.start()
         assert outcome(running, "diff", path)[0] == 0
+
+
+def test_more_tracks_than_there_can_be_are_refused_however_they_hang_together(running):
+    count = 60_000
+    path = write(running, *(f"t{number} and t{number + 1}" for number in range(count)))
+    assert outcome(running, "apply", path) == (
+        2, "", "trackctl: 1 error, nothing is changed:\n"
+        f"  there would be {count} tracks, and 1500 can be\n")

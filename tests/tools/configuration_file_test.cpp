@@ -119,6 +119,7 @@ TEST_F(track_files, what_is_no_file) {
               ElementsAre("sub: it is a folder; a file that says \"include sub\" reads all of it"));
   EXPECT_THAT(errors_of(write("long", "a and " + std::string(1 << 18, 'x'))),
               ElementsAre("long:1: the line is too long"));
+  EXPECT_THAT(errors_of("/dev/zero"), ElementsAre("/dev/zero:1: the line is too long"));
 }
 
 // --- The difference ------------------------------------------------------------------------------

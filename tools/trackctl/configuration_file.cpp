@@ -45,10 +45,10 @@ bool apply_file(const file_options& options) {
   refuse_errors(content.errors, exit_usage);
   const configured_tracks present = read_tracks();
   const configured_tracks after = configuration_after(present, content.tracks, options.prune);
+  refuse_errors(find_conflicts(after, content.tracks), exit_usage);
   for (const std::string& warning : find_warnings(after, content.tracks)) {
     std::cerr << "trackctl: " << warning << '\n';
   }
-  refuse_errors(find_conflicts(after, content.tracks), exit_usage);
   const file_changes plan = plan_file(present, content.tracks, options.prune);
   if (plan.changes.empty()) {
     return false;
@@ -63,24 +63,29 @@ bool apply_file(const file_options& options) {
   return true;
 }
 
-// The order in which the service has the members of each list, as it was given.
-std::map<std::string, std::vector<std::string>, std::less<>> read_member_orders() {
-  std::map<std::string, std::vector<std::string>, std::less<>> orders;
-  read_track_records([&orders](const track_info__& record) {
-    auto& order = orders[std::string(record.TrackeName.view())];
+using member_places = std::map<std::string, std::size_t, std::less<>>;
+
+// Where the service has the members of each list, in the order in which they were given.
+std::map<std::string, member_places, std::less<>> read_member_places() {
+  std::map<std::string, member_places, std::less<>> places;
+  read_track_records([&places](const track_info__& record) {
+    member_places& of_track = places[std::string(record.TrackeName.view())];
     const auto shown = track_to_json(record, {});
     for (const auto& member : shown["members"]) {
-      order.push_back(member["name"].get<std::string>());
+      of_track.emplace(member["name"].get<std::string>(), of_track.size());
     }
   });
-  return orders;
+  return places;
 }
 
-// Members that the order does not know come last.
-void put_in_order(const std::vector<std::string>& order, std::vector<std::string>& members) {
-  std::stable_sort(members.begin(), members.end(), [&order](const auto& one, const auto& other) {
-    return std::find(order.begin(), order.end(), one) <
-           std::find(order.begin(), order.end(), other);
+// Members without a place come last.
+void put_in_order(const member_places& places, std::vector<std::string>& members) {
+  const auto place = [&places](const std::string& member) {
+    const auto found = places.find(member);
+    return found == places.end() ? places.size() : found->second;
+  };
+  std::stable_sort(members.begin(), members.end(), [&place](const auto& one, const auto& other) {
+    return place(one) < place(other);
   });
 }
 
@@ -112,17 +117,18 @@ int run_export(const arguments& args) {
   parse_arguments(app, args);
 
   const configured_tracks all = read_tracks();
-  const auto orders = read_member_orders();
+  const auto places = read_member_places();
   std::map<std::string, int> followers;
   for (const auto& [name, items] : all) {
     ++followers[find_exclusive_object(items).text];
   }
   for (const auto& [name, items] : chosen_tracks(all, names)) {
-    const auto order = orders.find(name);
-    const auto line = write_track_line(
-        name, items, followers[find_exclusive_object(items).text] > 1, [&](auto& members) {
-          put_in_order(order == orders.end() ? std::vector<std::string>{} : order->second, members);
-        });
+    const auto of_track = places.find(name);
+    const member_order order = [&](std::vector<std::string>& members) {
+      put_in_order(of_track == places.end() ? member_places{} : of_track->second, members);
+    };
+    const auto line =
+        write_track_line(name, items, followers[find_exclusive_object(items).text] > 1, order);
     if (line) {
       std::cout << *line << '\n';
     } else {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -47,6 +48,15 @@ class file_reader {
 bool is_text(const std::string& line) {
   return std::all_of(line.begin(), line.end(),
                      [](unsigned char c) { return c == '\t' || (c >= ' ' && c != 0x7f); });
+}
+
+// Reads a line, or as much of it as is too long. False at the end.
+bool next_line(std::istream& stream, std::string& ret) {
+  ret.clear();
+  for (int c = 0; ret.size() <= line_max && (c = stream.get()) != EOF && c != '\n';) {
+    ret.push_back(static_cast<char>(c));
+  }
+  return stream.good() || !ret.empty();
 }
 
 arguments words_of(const std::string& line) {
@@ -132,7 +142,7 @@ void file_reader::read_stream(std::istream& stream, const std::string& name, con
   std::string whole;
   std::size_t number = 0;
   std::size_t began = 0;
-  for (std::string line; std::getline(stream, line);) {
+  for (std::string line; next_line(stream, line);) {
     ++number;
     began = whole.empty() ? number : began;
     const std::string place = name + ':' + std::to_string(began);

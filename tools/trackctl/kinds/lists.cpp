@@ -5,7 +5,6 @@
 
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <iostream>
 #include <memory>
 #include <set>
@@ -154,64 +153,6 @@ items_reader define_boolean(CLI::App& app, const track_kind& kind) {
   return [members, folder = kind.folder] {
     return list_items(folder, nullptr, read_boolean_members(*members));
   };
-}
-
-// The members that the items of a list name, in the order wanted, each with its value.
-std::vector<list_member_word> members_of(const track_items& items, std::string_view folder,
-                                         const member_order& order) {
-  const std::string prefix = std::string(folder) + "object/";
-  std::vector<std::string> names;
-  for (auto item = items.lower_bound(prefix);
-       item != items.end() && item->first.starts_with(prefix); ++item) {
-    names.push_back(item->first.substr(prefix.size(), item->first.rfind('/') - prefix.size()));
-  }
-  if (order) {
-    order(names);
-  }
-  std::vector<list_member_word> members;
-  members.reserve(names.size());
-  for (const std::string& name : names) {
-    members.push_back({name, item_number(items, prefix + name + "/a")});
-  }
-  return members;
-}
-
-std::string write_boolean(const track_items& items, std::string_view folder,
-                          const member_order& order) {
-  std::string text;
-  for (const list_member_word& member : members_of(items, folder, order)) {
-    text += (text.empty() ? "" : " ") + std::string(member.value == 0 ? "" : "not ") + member.name;
-  }
-  return text;
-}
-
-std::string write_limits(const track_items& items, std::string_view folder) {
-  const std::string prefix = std::string(folder) + "thld_limits/val_up/";
-  const auto item = items.lower_bound(prefix);
-  if (item == items.end() || !item->first.starts_with(prefix)) {
-    return {};
-  }
-  const unsigned long up = std::strtoul(item->first.c_str() + prefix.size(), nullptr, 16);
-  return "--up " + std::to_string(up) + " --down " +
-         std::to_string(item_number(items, item->first));
-}
-
-std::string write_weights(const track_items& items, std::string_view folder,
-                          const member_order& order) {
-  std::string text = write_limits(items, folder);
-  for (const list_member_word& member : members_of(items, folder, order)) {
-    text += ' ' + member.name + '=' + std::to_string(member.value);
-  }
-  return text;
-}
-
-std::string write_shares(const track_items& items, std::string_view folder,
-                         const member_order& order) {
-  std::string text = write_limits(items, folder);
-  for (const list_member_word& member : members_of(items, folder, order)) {
-    text += ' ' + member.name;
-  }
-  return text;
 }
 
 struct limit_words {

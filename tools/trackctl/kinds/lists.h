@@ -1,4 +1,4 @@
-// From the members and limits on the command line to the items of a list track.
+// From the members and limits on the command line to the items of a list track, and back.
 #pragma once
 
 #include <cstdint>
@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tools/trackctl/configuration.h"
+#include "tools/trackctl/kinds/kinds.h"
 
 namespace ot::trackctl {
 
@@ -38,5 +39,14 @@ list_limits read_limits(const std::string& up, const std::string& down);
 // given.
 std::vector<config_item> list_items(std::string_view folder, const list_limits* limits,
                                     const std::vector<list_member_word>& members);
+
+// The words that make the items of a list in `folder`: "[not] MEMBER ...", "--up N --down N
+// MEMBER=WEIGHT ..." and "--up N --down N MEMBER ...". For track_kind::write.
+std::string write_boolean(const track_items& items, std::string_view folder,
+                          const member_order& order);
+std::string write_weights(const track_items& items, std::string_view folder,
+                          const member_order& order);
+std::string write_shares(const track_items& items, std::string_view folder,
+                         const member_order& order);
 
 }  // namespace ot::trackctl
