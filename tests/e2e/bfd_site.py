@@ -4,11 +4,12 @@ between the two."""
 import functools
 import json
 import os
+import typing
 
 import pytest
 
 import bfd_engines
-from bird import BfdSession, Bird, bfd_sessions
+from bird import Bird, bfd_sessions
 from frr import Frr
 from frr_release import MACHINE, debian13
 from netns import NetworkNamespace
@@ -16,6 +17,13 @@ from waiting import wait_until
 
 INTERVAL, MULTIPLIER = 50, 3
 DETECTION = INTERVAL * MULTIPLIER / 1000
+
+
+class FrrSession(typing.NamedTuple):
+    """A session as FRR's bfdd says it: its state as BIRD would say it, and why it is so."""
+    state: str
+    diagnostic: str
+    remote_diagnostic: str
 
 
 class FrrPeer:
@@ -41,7 +49,8 @@ class FrrPeer:
         self._frr.kill("bfdd")
 
     def bfd(self):
-        return {peer["peer"]: BfdSession(peer["status"].capitalize(), "")
+        return {peer["peer"]: FrrSession(peer["status"].capitalize(), peer.get("diagnostic"),
+                                         peer.get("remote-diagnostic"))
                 for peer in self._frr.peers()}
 
     def shut(self, number, shut):

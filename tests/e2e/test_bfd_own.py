@@ -223,11 +223,27 @@ def test_a_bfdd_that_restarts_keeps_its_sessions(bird_site, frr):
     assert frr.states() == {"10.9.0.2": True}
 
 
-def agree(site, up):
-    """Whether both ends say of every session what its link says."""
-    wanted = {f"t{number}": "up" if up[number] else "down" for number in site.links}
-    there = {address for address, session in site.peer.bfd().items() if session.state == "Up"}
-    return site.states() == wanted and there == {f"10.9.{number}.1" for number in site.links if up[number]}
+def disagreements(site, up):
+    """What either end says of a session, where that is not what its link says: number to the track's
+    state and the neighbour's session."""
+    tracks, there = site.states(), site.peer.bfd()
+    found = {}
+    for number in site.links:
+        track, session = tracks.get(f"t{number}"), there.get(f"10.9.{number}.1")
+        ups = (track == "up", session is not None and session.state == "Up")
+        if ups != (up[number], up[number]) or track not in ("up", "down"):
+            found[number] = (track, session)
+    return found
+
+
+def wait_for_agreement(site, up, seconds):
+    """A failure prints what each end says, and what the service knows of each session."""
+    def views():
+        lines = [f"t{number} with its link {'up' if up[number] else 'down'}: {track}, there {session}; "
+                 f"{site.service.ctl('show', f't{number}', '--json').strip()}"
+                 for number, (track, session) in disagreements(site, up).items()]
+        return "\n".join(["agreement", *lines])
+    wait_until(lambda: not disagreements(site, up), seconds, views)
 
 
 @pytest.mark.parametrize("peer", PEERS)
@@ -256,5 +272,5 @@ def test_both_ends_agree_after_a_storm(new_site, build, peer):
             site.service.start()
         time.sleep(chance.uniform(0.02, 0.5))
         if chance.random() < 0.2:
-            wait_until(lambda: agree(site, up), build.patience * 2, "agreement")
-    wait_until(lambda: agree(site, up), build.patience * 2, "agreement")
+            wait_for_agreement(site, up, build.patience * 2)
+    wait_for_agreement(site, up, build.patience * 2)
