@@ -42,6 +42,13 @@ class watched_prefixes {
   void keep_tables(bool (*exists)(std::uint32_t table)) noexcept;
   [[nodiscard]] bool empty() const noexcept { return prefixes_.empty(); }
   [[nodiscard]] std::size_t size() const noexcept { return prefixes_.size(); }
+  // Each registered prefix, by table, address and length.
+  template <typename Visit>
+  void for_each(Visit visit) const {
+    for (const auto& entry : prefixes_) {
+      visit(prefix_of(entry.first));
+    }
+  }
 
   // Whether a change of that route may give a prefix another longest match: one of them contains
   // the other. Takes well under a microsecond, since most of the routes of a router concern nobody.

@@ -103,6 +103,7 @@ void fib_session::look_and_pause() {
 
 int fib_session::on_audit(sd_event_source*, std::uint64_t, void* self) {
   auto& session = *static_cast<fib_session*>(self);
+  session.filter_messages();      // by what is still registered
   if (session.changes_.none()) {  // else a look is due in any case
     session.look_again(true);
   }

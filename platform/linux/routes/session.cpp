@@ -1,6 +1,7 @@
 // Following the kernel's routes: the connection, what is registered, and what events tell.
 #include "platform/linux/routes/session.h"
 
+#include <arpa/inet.h>
 #include <linux/rtnetlink.h>
 
 #include <cerrno>
@@ -8,9 +9,12 @@
 #include <memory>
 #include <new>
 #include <utility>
+#include <vector>
 
+#include "platform/ipv4.h"
 #include "platform/linux/links/vrf_devices.h"
 #include "platform/linux/loop/sd_event.h"
+#include "platform/linux/routes/message_filter.h"
 #include "platform/status.h"
 
 namespace ot {
@@ -22,6 +26,8 @@ constexpr std::uint64_t reconnect_after = 100 * msec;
 
 // Of a look-up by address alone.
 constexpr std::uint32_t unknown_length = 0;
+
+constexpr std::uint32_t host_length = 32;
 
 constexpr std::uint32_t groups =
     RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV4_ROUTE | RTMGRP_IPV4_RULE;
@@ -75,6 +81,7 @@ int fib_session::connect() noexcept {
     const int nexthops = RTNLGRP_NEXTHOP;
     setsockopt(events_.fd(), SOL_NETLINK, NETLINK_ADD_MEMBERSHIP, &nexthops, sizeof nexthops);
     status = lookup_.open();
+    filter_messages();
   }
   return status == status_ok ? events_.follow(manager_) : status;
 }
@@ -94,7 +101,7 @@ void fib_session::disconnect() {
   events_.close();
   prefixes_.clear();
   changes_.clear();
-  pausing_ = waiting_ = rest_due_ = all_ = false;
+  pausing_ = waiting_ = rest_due_ = all_ = filtering_ = false;
   callbacks_.disconnected();
   arm(&reconnect_, 0, on_connect);
 }
@@ -110,6 +117,9 @@ int fib_session::find(std::uint32_t address, std::uint32_t table_id,
     *result = *reported;
     status = status_ok;
   } else {
+    if (!prefixes_.concerned_by({table_id, address, host_length})) {
+      lookup_.forget_tables();  // of whose changes there no message came
+    }
     fib_answer now;
     status = lookup_.find({table_id, address, unknown_length}, &now);
     *result = now.result;
@@ -119,12 +129,33 @@ int fib_session::find(std::uint32_t address, std::uint32_t table_id,
 }
 
 int fib_session::add(const fib_prefix& prefix) noexcept {
+  stop_filtering();
   const int status = prefixes_.add(prefix);
   if (status == status_ok || status == fib_already_registered) {
     arm(&registered_, 0, on_registered);
     schedule_audit();
   }
   return status;
+}
+
+// Without memory for it all messages come.
+void fib_session::filter_messages() noexcept try {
+  std::vector<address_range> ranges;
+  ranges.reserve(prefixes_.size());
+  prefixes_.for_each([&ranges](const fib_prefix& prefix) {
+    const std::uint32_t mask = ipv4_prefixlen2mask(prefix.length);
+    ranges.push_back({ntohl(prefix.address & mask), ntohl(prefix.address | ~mask)});
+  });
+  filtering_ = filter_route_messages(events_.fd(), std::move(ranges)) == status_ok || filtering_;
+} catch (const std::bad_alloc&) {
+}
+
+// What is about to be registered may concern what the filter keeps away, and has kept away.
+void fib_session::stop_filtering() noexcept {
+  if (std::exchange(filtering_, false)) {
+    pass_all_messages(events_.fd());
+    lookup_.forget_tables();
+  }
 }
 
 void fib_session::schedule_audit() noexcept {
@@ -181,6 +212,7 @@ void fib_session::note_route(const route_record& route) {
 // The first notification of what was registered since the last time.
 int fib_session::on_registered(sd_event_source*, std::uint64_t, void* self) {
   auto& session = *static_cast<fib_session*>(self);
+  session.filter_messages();
   session.prefixes_.look_at_related({});
   session.prefixes_.notify(session.callbacks_.changed);
   return 0;

@@ -22,6 +22,7 @@
 //     with what the look took;
 //   - a burst is over: all prefixes once more;
 //   - every 30 s the audit: all prefixes, for what no event announces.
+// Messages about routes that concern no prefix do not reach us (message_filter.h).
 //
 // The way of a change: kernel -> events_ -> changes_ -> watched_prefixes ->
 // look-up -> the client's `changed` with the registered prefix, whose own look-up gets the same
@@ -73,6 +74,8 @@ class fib_session {
   int connect() noexcept;
   void disconnect();
   void schedule_audit() noexcept;
+  void filter_messages() noexcept;
+  void stop_filtering() noexcept;
   static void note_change(const nlmsghdr& message, route_changes& ret);
   void await_and_look(bool all);
   void look_and_pause();
@@ -90,6 +93,7 @@ class fib_session {
   watched_prefixes prefixes_;
   route_changes changes_;  // since all prefixes were looked at
   change_waiter waiter_;
+  bool filtering_ = false;       // messages, by what was registered when that began
   bool waiting_ = false;         // for a change to be whole; a look follows
   bool all_ = false;             // of all prefixes
   bool more_changed_ = false;    // meanwhile, by a change that may not be whole then
