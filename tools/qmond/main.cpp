@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/linux/standard_descriptors.h"
 #include "tools/qmond/config.h"
 #include "tools/qmond/qmond.h"
 #include "tools/qmond/status.h"
@@ -68,6 +69,7 @@ int run(const arguments& args) {
 
 int main(int argc, char** argv) {
   using namespace ot::qmond;
+  ot::reserve_standard_descriptors();
   try {
     const int status = run({argv + 1, argv + argc});
     std::cout.flush();

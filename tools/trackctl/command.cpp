@@ -59,6 +59,13 @@ void check_code(const std::string& what, int code) {
   }
 }
 
+void check_output() {
+  std::cout.flush();
+  if (!std::cout) {
+    throw failure(exit_refused, "standard output cannot be written");
+  }
+}
+
 void parse_arguments(CLI::App& app, const arguments& args) {
   try {
     app.parse(arguments(args.rbegin(), args.rend()));

@@ -33,9 +33,9 @@ namespace ot::trackctl {
 enum exit_status : int {
   exit_done = 0,
   exit_refused = 1,  // refused or failed; the reason is on standard error
-  exit_usage = 2,    // the command line or the file is wrong; nothing was asked of the service
+  exit_usage = 2,    // the command line or the file is wrong; nothing was changed
   exit_no_service = 3,
-  exit_different = 1,  // "diff" only
+  exit_different = 1,  // "diff" only, which ends with 2 when it fails
   exit_down = 10,      // "state" only
   exit_unknown = 11,
 };
@@ -55,6 +55,10 @@ std::string code_text(int code);
 
 // Throws as above unless `code` is 0.
 void check_code(const std::string& what, int code);
+
+// Throws when what was printed has not reached standard output; what stands in the buffer may still
+// fail to reach a full disk.
+void check_output();
 
 using arguments = std::vector<std::string>;
 

@@ -3,6 +3,7 @@
 #include <array>
 #include <iostream>
 
+#include "platform/linux/standard_descriptors.h"
 #include "tools/trackctl/command.h"
 
 namespace ot::trackctl {
@@ -66,22 +67,16 @@ int run(const arguments& args) {
   return found->run({args.begin() + 1, args.end()});
 }
 
-// What stands in the buffer may still fail to reach a full disk.
-int flushed(int status) {
-  std::cout.flush();
-  if (!std::cout) {
-    throw failure(exit_refused, "standard output cannot be written");
-  }
-  return status;
-}
-
 }  // namespace
 }  // namespace ot::trackctl
 
 int main(int argc, char** argv) {
   using namespace ot::trackctl;
   try {
-    return flushed(run({argv + 1, argv + argc}));
+    ot::reserve_standard_descriptors();
+    const int status = run({argv + 1, argv + argc});
+    check_output();
+    return status;
   } catch (const help_shown&) {
     return exit_done;
   } catch (const failure& reason) {

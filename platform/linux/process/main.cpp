@@ -25,6 +25,7 @@
 #include "platform/linux/loop/sd_event.h"
 #include "platform/linux/process/boot.h"
 #include "platform/linux/short_slices.h"
+#include "platform/linux/standard_descriptors.h"
 #include "platform/messages.h"
 #include "platform/process.h"
 #include "platform/service.h"
@@ -181,6 +182,7 @@ int run_service() {
 }  // namespace ot
 
 int main(int argc, char** argv) {
+  ot::reserve_standard_descriptors();
   if (argc == 1) {
     return ot::run_service();
   }
