@@ -9,6 +9,8 @@
 // other.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <span>
 #include <string>
 #include <vector>
@@ -16,6 +18,8 @@
 #include "platform/ledger.h"
 
 namespace ot {
+
+inline constexpr std::size_t ledger_commit_max = 8192;  // changes
 
 struct ledger_proposal {
   std::string path;     // absolute

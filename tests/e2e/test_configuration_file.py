@@ -69,12 +69,33 @@ def test_nothing_is_changed_by_a_file_with_an_error(running):
         2, "", f"trackctl: 2 errors, nothing is changed:\n  {bad}:2: there is no kind of track "
         '"interfce"; the kinds are: interface, route, probe, bfd, and, or, weight, percentage\n'
         f"  {bad}:3: {os.path.dirname(bad)}/nowhere: No such file or directory\n")
-    # Only the service knows that a list may not hold itself: it refuses all of the commit.
     refused = write(running, "new interface wan0", "self and self", "uplink probe 1")
-    code, output, error = outcome(running, "apply", refused, "--prune")
-    assert (code, output) == (1, "")
-    assert error.splitlines()[1].startswith(f"trackctl: applying {refused} was refused:")
+    for command in ("apply", "--prune"), ("apply", "--dry-run"), ("diff",):
+        assert outcome(running, *command, refused) == (
+            2, "", f'trackctl: 1 error, nothing is changed:\n  {refused}:2: list "self" names '
+            "itself as a member, which no list can\n")
     assert running.ctl("export") == before
+
+
+def test_what_cannot_be_read_or_written_is_an_error_and_no_empty_file(running):
+    running.ctl("set", "uplink", "interface", "wan0")
+    for redirection, arguments, status in (
+            ("<&-", ("apply", "-", "--prune"), 2), ("</", ("apply", "-", "--prune"), 2),
+            ("</", ("diff", "-"), 2), (">&-", ("export",), 1), (">/dev/full", ("export",), 1),
+            (">&-", ("diff", "/dev/null"), 2), (">/dev/full", ("diff", "/dev/null"), 2)):
+        shell = ("sh", "-c", f'exec "$@" {redirection}', "sh")
+        result = running.run("trackctl", *arguments, prefix=shell)
+        assert result.returncode == status, (redirection, arguments, result.stderr)
+    assert running.ctl("export") == "uplink interface wan0\n"
+
+
+def test_what_one_commit_does_not_take_is_known_before(running):
+    path = write(running, *(f"t{number} weight --up 9 --down 1 a=1 b=2 c=3 d=4"
+                            for number in range(1200)))
+    for command in ("apply", path), ("apply", "--dry-run", path), ("diff", path):
+        assert outcome(running, *command) == (
+            2, "", "trackctl: 1 error, nothing is changed:\n  it would take 8400 changes, and one "
+            "commit has at most 8192; apply the file in parts\n")
 
 
 def test_warnings_do_not_keep_a_file_from_being_applied(running):

@@ -69,10 +69,35 @@ TEST_F(track_files, comments_blank_lines_and_long_lines) {
   EXPECT_EQ(content.tracks[3].place, path + ":7");
 }
 
+TEST_F(track_files, a_comment_ends_with_its_line) {
+  const auto content = read_track_file(write("t.conf",
+                                             "# off: x interface x0 \\\n"
+                                             "a interface a0 # and this \\\n"
+                                             "b or a \\\n"
+                                             "# c \\\n"
+                                             "c interface c0\n"));
+  ASSERT_THAT(names_of(content), ElementsAre("a", "b", "c"));
+  EXPECT_EQ(content.tracks[1].said.words, "or a");
+}
+
+TEST_F(track_files, what_editors_leave_in_a_line) {
+  const auto content = read_track_file(write("t.conf",
+                                             "\xEF\xBB\xBF# saved elsewhere\n"
+                                             "include sub\n"
+                                             "b or a \\ \t\n  not c \\\r\n d\r\n"));
+  EXPECT_THAT(content.errors, ElementsAre(::testing::HasSubstr("sub: No such file")));
+  ASSERT_EQ(content.tracks.size(), 1U);
+  EXPECT_EQ(content.tracks[0].said.words, "or a not c d");
+  write("sub", "\xEF\xBB\xBFx interface x0");
+  EXPECT_THAT(names_of(read_track_file(folder_ / "t.conf")), ElementsAre("x", "b"));
+}
+
 TEST_F(track_files, includes_of_files_and_folders) {
   write("more/b.conf", "b interface b0\n");
   write("more/a.conf", "a interface a0\ninclude ../one\n");
-  write("more/no.txt", "nonsense\n");
+  for (const char* const none : {"no.txt", "a.conf~", "a.conf.dpkg-old", ".a.conf", ".#a.conf"}) {
+    write(std::string("more/") + none, "nonsense\n");
+  }
   write("one", "include interface i0\n");
   EXPECT_THAT(names_of(read_track_file(write("t.conf",
                                              "x interface x0\ninclude more\n"
@@ -103,7 +128,26 @@ TEST_F(track_files, every_bad_line_is_told_with_its_place) {
           "t.conf:5: nothing: No such file or directory", ::testing::StartsWith("t.conf:6: "),
           ::testing::StartsWith("t.conf:7: IFNAME"), ::testing::StartsWith("t.conf:8: "),
           "t.conf:9: a track has no --help",
-          "t.conf:10: there is a character in it that is no text"));
+          "t.conf:10: character 14 of the line is no text (0x01)"));
+}
+
+TEST_F(track_files, words_that_mean_something_elsewhere) {
+  EXPECT_THAT(
+      errors_of(write("t.conf",
+                      "a interface \"eth0\"\n"
+                      "'b' interface eth0\n"
+                      "c or a \\ # more\n"
+                      "include my tracks.conf\n"
+                      "trackctl set d interface eth0\n"
+                      "set e interface eth0\n"
+                      "set interface eth0\n"
+                      "include interface eth0\n")),
+      ElementsAre("t.conf:1: \"eth0\" has a quotation mark; words stand without them",
+                  "t.conf:2: 'b' has a quotation mark; words stand without them",
+                  "t.conf:3: a \\ goes on in the next line only where nothing stands behind it",
+                  "t.conf:4: include takes one path, without blanks",
+                  "t.conf:5: leave \"trackctl set\" out: a line is NAME KIND ...",
+                  "t.conf:6: leave \"set\" out: a line is NAME KIND ..."));
 }
 
 TEST_F(track_files, a_file_that_includes_itself_ends) {
@@ -196,6 +240,27 @@ TEST(file_difference, tracks_that_no_words_make_are_left_or_pruned_as_they_are) 
   EXPECT_THAT(plan.lines, ElementsAre("~ a (items that no words make) → interface e0",
                                       "- odd (items that no words make)"));
   EXPECT_EQ(made(present, plan.changes), configured({"a interface e0"}));
+}
+
+TEST(track_line, words_that_look_like_options_or_comments) {
+  for (const char* const line :
+       {"-z interface e1", "a interface -- -e", "a and --delay-up 5 -- -z not b", "a or -- not -z",
+        "a weight --up 5 --down 1 --delay-down 2 -- -z=3 b=4",
+        "a percentage --up 5 --down 1 -- -z b", "a interface e#", "a interface e\\ --delay-up 1"}) {
+    const auto tracks = said({line});
+    const member_order as_given = [](std::vector<std::string>& /*members*/) {};
+    EXPECT_EQ(write_track_line(tracks[0].said.name, tracks[0].said.items(), false, as_given), line);
+  }
+  for (const char* const line : {"a interface #e", "a interface e\\", "a interface \"e\""}) {
+    const auto tracks = said({line});
+    EXPECT_EQ(write_track_line("a", tracks[0].said.items()), std::nullopt) << line;
+  }
+}
+
+TEST(file_conflicts, a_list_that_names_itself) {
+  const auto wanted = said({"a and b", "b or a not b"});
+  EXPECT_THAT(find_conflicts(configuration_after({}, wanted, false), wanted),
+              ElementsAre("t:2: list \"b\" names itself as a member, which no list can"));
 }
 
 TEST(file_conflicts, two_tracks_on_one_session) {

@@ -19,7 +19,9 @@ struct file_options {
   bool dry_run = false;
 };
 
-// Throws with every line when there are errors.
+constexpr std::size_t errors_shown = 100;
+
+// Throws with every line when there are errors, or with the first of very many.
 void refuse_errors(const std::vector<std::string>& errors, exit_status status) {
   if (errors.empty()) {
     return;
@@ -27,8 +29,11 @@ void refuse_errors(const std::vector<std::string>& errors, exit_status status) {
   std::string text = errors.size() == 1
                          ? "1 error, nothing is changed:"
                          : std::to_string(errors.size()) + " errors, nothing is changed:";
-  for (const std::string& error : errors) {
-    text += "\n  " + error;
+  for (std::size_t at = 0; at < std::min(errors.size(), errors_shown); ++at) {
+    text += "\n  " + errors[at];
+  }
+  if (errors.size() > errors_shown) {
+    text += "\n  ... and " + std::to_string(errors.size() - errors_shown) + " more";
   }
   throw failure(status, text);
 }
@@ -46,10 +51,16 @@ bool apply_file(const file_options& options) {
   const configured_tracks present = read_tracks();
   const configured_tracks after = configuration_after(present, content.tracks, options.prune);
   refuse_errors(find_conflicts(after, content.tracks), exit_usage);
+  const file_changes plan = plan_file(present, content.tracks, options.prune);
+  if (plan.changes.size() > ledger_commit_max) {
+    refuse_errors({"it would take " + std::to_string(plan.changes.size()) +
+                   " changes, and one commit has at most " + std::to_string(ledger_commit_max) +
+                   "; apply the file in parts"},
+                  exit_usage);
+  }
   for (const std::string& warning : find_warnings(after, content.tracks)) {
     std::cerr << "trackctl: " << warning << '\n';
   }
-  const file_changes plan = plan_file(present, content.tracks, options.prune);
   if (plan.changes.empty()) {
     return false;
   }
@@ -159,11 +170,20 @@ int run_apply(const arguments& args) {
 int run_diff(const arguments& args) {
   CLI::App app{"Compare the configuration with a file: what `apply --prune` would change.",
                "trackctl diff"};
-  app.footer("Exit status: 0 the same, 1 different.\nExample: trackctl diff tracks.conf");
+  app.footer(
+      "Exit status: 0 the same, 1 different, 2 not known, 3 the service is not running.\n"
+      "Example: trackctl diff tracks.conf");
   file_options options{.path = {}, .prune = true, .dry_run = true};
   app.add_option("FILE", options.path, "the file; - for standard input")->required();
   parse_arguments(app, args);
-  return apply_file(options) ? exit_different : exit_done;
+  try {
+    const bool differs = apply_file(options);
+    check_output();
+    return differs ? exit_different : exit_done;
+  } catch (const failure& reason) {
+    // What went wrong is no difference.
+    throw failure(reason.status == exit_refused ? exit_usage : reason.status, reason.what());
+  }
 }
 
 }  // namespace ot::trackctl

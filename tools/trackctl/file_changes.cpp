@@ -158,6 +158,13 @@ std::vector<std::string> find_conflicts(const configured_tracks& after,
     found.push_back("there would be " + std::to_string(after.size()) + " tracks, and " +
                     std::to_string(tracks_max) + " can be");
   }
+  for (const file_track& track : wanted) {
+    const std::vector<std::string> members = list_members(track.said.items());
+    if (std::find(members.begin(), members.end(), track.said.name) != members.end()) {
+      found.push_back(track.place + ": list \"" + track.said.name +
+                      "\" names itself as a member, which no list can");
+    }
+  }
   std::map<std::string, std::vector<std::string>> followers;  // of what only one should follow
   for (const auto& [name, items] : after) {
     if (exclusive_object object = find_exclusive_object(items); object.kind != nullptr) {

@@ -28,7 +28,7 @@ configured_tracks configuration_after(const configured_tracks& present,
                                       const std::vector<file_track>& wanted, bool prune);
 
 // What a configuration of that file would be refused for, or does not mean: two tracks on one
-// object, more tracks than there can be.
+// object, a list that names itself, more tracks than there can be.
 std::vector<std::string> find_conflicts(const configured_tracks& after,
                                         const std::vector<file_track>& wanted);
 

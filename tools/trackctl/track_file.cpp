@@ -1,9 +1,11 @@
 // A line: NAME KIND ..., or "include PATH", a file or a folder whose *.conf files are read in the
-// order of their names; a path is relative to the file that includes it. "#" at the begin of a word
-// begins a comment, and a "\" at the end of a line goes on in the next.
+// order of their names, hidden ones not; a path is relative to the file that includes it. "#" at
+// the begin of a word begins a comment, which ends with its line, and a "\" at the end of a line
+// goes on in the next.
 #include "tools/trackctl/track_file.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -18,6 +20,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF";
 constexpr int includes_max = 8;                         // of one in another
 constexpr std::size_t lines_max = 100'000;              // of all files together
 constexpr std::size_t line_max = std::size_t{1} << 18;  // a list of 8,000 members fits
@@ -44,10 +47,34 @@ class file_reader {
   std::size_t lines_ = 0;
 };
 
-// False for a line with characters that no editor shows.
-bool is_text(const std::string& line) {
-  return std::all_of(line.begin(), line.end(),
-                     [](unsigned char c) { return c == '\t' || (c >= ' ' && c != 0x7f); });
+// What is wrong with a line that has characters that no editor shows.
+std::string text_fault(const std::string& line) {
+  const auto found = std::find_if_not(line.begin(), line.end(), [](unsigned char c) {
+    return c == '\t' || (c >= ' ' && c != 0x7f);
+  });
+  if (found == line.end()) {
+    return {};
+  }
+  std::array<char, 8> number{};
+  std::snprintf(number.data(), number.size(), "0x%02x", static_cast<unsigned char>(*found));
+  return "character " + std::to_string(found - line.begin() + 1) + " of the line is no text (" +
+         number.data() + ')';
+}
+
+// Whether the line ends with a "\" that is in no comment; it and the blanks behind it become one
+// blank then.
+bool take_continuation(std::string& line) {
+  const std::size_t end = line.find_last_not_of(" \t");
+  if (end == std::string::npos || line[end] != '\\') {
+    return false;
+  }
+  for (std::size_t at = 0; (at = line.find('#', at)) != std::string::npos; ++at) {
+    if (at == 0 || line[at - 1] == ' ' || line[at - 1] == '\t') {
+      return false;
+    }
+  }
+  line.replace(end, std::string::npos, " ");
+  return true;
 }
 
 // Reads a line, or as much of it as is too long. False at the end.
@@ -59,15 +86,22 @@ bool next_line(std::istream& stream, std::string& ret) {
   return stream.good() || !ret.empty();
 }
 
-arguments words_of(const std::string& line) {
-  arguments words;
-  std::size_t at = 0;
-  while ((at = line.find_first_not_of(" \t", at)) != std::string::npos && line[at] != '#') {
-    const std::size_t end = std::min(line.find_first_of(" \t", at), line.size());
-    words.push_back(line.substr(at, end - at));
-    at = end;
+// What was meant by words that are no line; empty when they may be one.
+std::string advice(const arguments& words) {
+  if (words.size() < 2) {
+    return "a line is NAME KIND ..., such as: uplink interface eth0, or include PATH";
   }
-  return words;
+  if (find_track_kind(words[1]) != nullptr) {
+    return {};
+  }
+  if (words[0] == "include") {
+    return "include takes one path, without blanks";
+  }
+  if (words[0] == "trackctl" || words[0] == "set") {
+    return "leave \"" + words[0] + (words[0] == "set" ? "" : " set") +
+           "\" out: a line is NAME KIND ...";
+  }
+  return {};
 }
 
 void file_reader::take_track(const arguments& words, const std::string& place) {
@@ -104,7 +138,8 @@ void file_reader::include(const fs::path& path, const std::string& place, int de
   std::vector<fs::path> files;
   for (fs::directory_iterator entry(path, fault), end; !fault && entry != end;
        entry.increment(fault)) {
-    if (entry->path().extension() == ".conf") {
+    if (entry->path().extension() == ".conf" &&
+        !entry->path().filename().native().starts_with('.')) {
       files.push_back(entry->path());
     }
   }
@@ -120,18 +155,22 @@ void file_reader::include(const fs::path& path, const std::string& place, int de
 
 void file_reader::take_line(const std::string& line, const std::string& place,
                             const fs::path& folder, int depth) {
-  if (!is_text(line)) {
-    error(place, "there is a character in it that is no text");
+  const arguments words = line_words(line);
+  std::string fault = text_fault(line);
+  if (fault.empty()) {
+    fault = word_fault(words);
+  }
+  if (fault.empty() && words.empty()) {
     return;
   }
-  const arguments words = words_of(line);
-  if (words.empty()) {
-    return;
+  const bool includes = words.size() == 2 && words[0] == "include";
+  if (fault.empty() && !includes) {
+    fault = advice(words);
   }
-  if (words[0] == "include" && words.size() == 2) {
+  if (!fault.empty()) {
+    error(place, fault);
+  } else if (includes) {
     include(folder / words[1], place, depth);
-  } else if (words.size() < 2) {
-    error(place, "a line is NAME KIND ..., such as: uplink interface eth0, or include PATH");
   } else {
     take_track(words, place);
   }
@@ -153,10 +192,12 @@ void file_reader::read_stream(std::istream& stream, const std::string& name, con
     if (!line.empty() && line.back() == '\r') {
       line.pop_back();
     }
-    const bool goes_on = !line.empty() && line.back() == '\\';
+    if (number == 1 && line.starts_with(byte_order_mark)) {
+      line.erase(0, byte_order_mark.size());
+    }
+    const bool goes_on = take_continuation(line);
     whole += line;
     if (goes_on) {
-      whole.back() = ' ';
       continue;
     }
     take_line(whole, place, folder, depth);
@@ -165,7 +206,7 @@ void file_reader::read_stream(std::istream& stream, const std::string& name, con
   if (!whole.empty()) {
     take_line(whole, name + ':' + std::to_string(began), folder, depth);
   }
-  if (stream.bad()) {
+  if (stream.bad() || (depth == 0 && &stream == &std::cin && std::ferror(stdin) != 0)) {
     error(name, "it cannot be read to its end");
   }
 }

@@ -3,8 +3,6 @@
 #include "tools/trackctl/track_line.h"
 
 #include <algorithm>
-#include <iterator>
-#include <sstream>
 
 #include "tools/trackctl/names.h"
 
@@ -48,15 +46,12 @@ const track_kind* kind_of(const track_items& items) {
   return nullptr;
 }
 
-arguments split(const std::string& line) {
-  std::istringstream words(line);
-  return {std::istream_iterator<std::string>(words), {}};
-}
-
-// Whether the words make exactly these items.
-bool reads_back(const arguments& words, const track_items& items) {
+// Whether the line makes exactly these items, also as the last one of a file.
+bool reads_back(const std::string& line, const track_items& items) {
+  const arguments words = line_words(line);
   try {
-    return read_track_line(words).items() == items;
+    return !line.ends_with('\\') && word_fault(words).empty() &&
+           read_track_line(words).items() == items;
   } catch (const failure&) {
     return false;
   } catch (const help_shown&) {
@@ -76,7 +71,36 @@ std::string delay_options(const track_items& items) {
   return text;
 }
 
+// Options end where a "--" stands.
+std::string with_options(std::string object, const std::string& options) {
+  return object.insert(std::min(object.find(" -- "), object.size()), options);
+}
+
 }  // namespace
+
+arguments line_words(std::string_view line) {
+  constexpr std::string_view blanks = " \t";
+  arguments words;
+  std::size_t at = 0;
+  while ((at = line.find_first_not_of(blanks, at)) != std::string::npos && line[at] != '#') {
+    const std::size_t end = std::min(line.find_first_of(blanks, at), line.size());
+    words.emplace_back(line.substr(at, end - at));
+    at = end;
+  }
+  return words;
+}
+
+std::string word_fault(const arguments& words) {
+  for (const std::string& word : words) {
+    if (word == "\\") {
+      return "a \\ goes on in the next line only where nothing stands behind it";
+    }
+    if (word.starts_with('"') || word.starts_with('\'')) {
+      return word + " has a quotation mark; words stand without them";
+    }
+  }
+  return {};
+}
 
 track_items said_track::items() const {
   track_items all{{std::string(existence_item), u32_value(1)}};
@@ -133,8 +157,8 @@ std::optional<std::string> write_object(const track_items& items, bool others_fo
   if (others_follow_it && kind->sharable) {
     text += " --shared";
   }
-  arguments words = split("name " + text + delay_options(items));
-  return reads_back(words, items) ? std::optional(text) : std::nullopt;
+  return reads_back("name " + with_options(text, delay_options(items)), items) ? std::optional(text)
+                                                                               : std::nullopt;
 }
 
 std::optional<std::string> write_track_line(const std::string& name, const track_items& items,
@@ -143,8 +167,8 @@ std::optional<std::string> write_track_line(const std::string& name, const track
   if (!object) {
     return std::nullopt;
   }
-  const std::string line = name + ' ' + *object + delay_options(items);
-  return reads_back(split(line), items) ? std::optional(line) : std::nullopt;
+  const std::string line = name + ' ' + with_options(*object, delay_options(items));
+  return reads_back(line, items) ? std::optional(line) : std::nullopt;
 }
 
 wanted_delays delays_of(const track_items& items) {

@@ -7,6 +7,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tools/trackctl/command.h"
@@ -31,6 +32,12 @@ struct said_track {
 // the way.
 using line_check =
     std::function<void(const std::string& track, const track_kind& kind, const CLI::App& parsed)>;
+
+// The words of a line of a file, without its comment.
+arguments line_words(std::string_view line);
+
+// What is wrong with words that no line means as they stand there; empty when nothing is.
+std::string word_fault(const arguments& words);
 
 // Reads the words. Throws failure for what is wrong, and help_shown after having printed the help
 // of the kind. `check`: null for none.

@@ -23,11 +23,6 @@
 #include "platform/ledger_status.h"
 
 namespace ot {
-namespace {
-
-constexpr std::size_t commit_max = 8192;  // changes
-
-}  // namespace
 
 ledger_commit_run::ledger_commit_run(const ledger_trees& trees, ledger_store& store,
                                      ledger_environment& environment, bool& busy,
@@ -106,9 +101,9 @@ void ledger_commit_run::prepare_stages(refusals& ret) {
 }
 
 bool ledger_commit_run::prepare(refusals& ret) {
-  if (changes_.size() > commit_max) {
-    ledger_refuse(ret, changes_[commit_max].path, invalid_argument,
-                  "a commit has at most " + std::to_string(commit_max) + " changes");
+  if (changes_.size() > ledger_commit_max) {
+    ledger_refuse(ret, changes_[ledger_commit_max].path, invalid_argument,
+                  "a commit has at most " + std::to_string(ledger_commit_max) + " changes");
     return false;
   }
   items_.reserve(changes_.size());  // they are pointed to

@@ -22,7 +22,8 @@ items_reader define(CLI::App& app) {
 
 std::string write(const track_items& items, std::string_view /*folder*/,
                   const member_order& /*order*/) {
-  return item_text(items, "type/interface/0x1/info/interface");
+  const std::string name = item_text(items, "type/interface/0x1/info/interface");
+  return (name.starts_with('-') ? "-- " : "") + name;
 }
 
 nlohmann::ordered_json object(const track_type_info& info) {

@@ -1,4 +1,5 @@
 // From the items of a list track to its members and limits in words, the reverse of lists.cpp.
+#include <algorithm>
 #include <cstdlib>
 
 #include "tools/trackctl/kinds/lists.h"
@@ -26,6 +27,14 @@ std::vector<list_member_word> members_of(const track_items& items, std::string_v
   return members;
 }
 
+// What has to stand before members one of which looks like an option.
+std::string end_of_options(const std::vector<list_member_word>& members) {
+  return std::any_of(members.begin(), members.end(),
+                     [](const auto& member) { return member.name.starts_with('-'); })
+             ? " --"
+             : "";
+}
+
 std::string write_limits(const track_items& items, std::string_view folder) {
   const std::string prefix = std::string(folder) + "thld_limits/val_up/";
   const auto item = items.lower_bound(prefix);
@@ -41,17 +50,19 @@ std::string write_limits(const track_items& items, std::string_view folder) {
 
 std::string write_boolean(const track_items& items, std::string_view folder,
                           const member_order& order) {
-  std::string text;
-  for (const list_member_word& member : members_of(items, folder, order)) {
-    text += (text.empty() ? "" : " ") + std::string(member.value == 0 ? "" : "not ") + member.name;
+  const std::vector<list_member_word> members = members_of(items, folder, order);
+  std::string text = end_of_options(members);
+  for (const list_member_word& member : members) {
+    text += std::string(member.value == 0 ? " " : " not ") + member.name;
   }
-  return text;
+  return text.empty() ? text : text.substr(1);
 }
 
 std::string write_weights(const track_items& items, std::string_view folder,
                           const member_order& order) {
-  std::string text = write_limits(items, folder);
-  for (const list_member_word& member : members_of(items, folder, order)) {
+  const std::vector<list_member_word> members = members_of(items, folder, order);
+  std::string text = write_limits(items, folder) + end_of_options(members);
+  for (const list_member_word& member : members) {
     text += ' ' + member.name + '=' + std::to_string(member.value);
   }
   return text;
@@ -59,8 +70,9 @@ std::string write_weights(const track_items& items, std::string_view folder,
 
 std::string write_shares(const track_items& items, std::string_view folder,
                          const member_order& order) {
-  std::string text = write_limits(items, folder);
-  for (const list_member_word& member : members_of(items, folder, order)) {
+  const std::vector<list_member_word> members = members_of(items, folder, order);
+  std::string text = write_limits(items, folder) + end_of_options(members);
+  for (const list_member_word& member : members) {
     text += ' ' + member.name;
   }
   return text;
