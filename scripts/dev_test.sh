@@ -50,9 +50,13 @@ at_once() {
 }
 
 # shards_of PROGRAM: in how many processes a GoogleTest program runs at once. The tests of the Linux
-# platform mostly wait.
+# platform mostly wait; these others compute for a minute or more.
 shards_of() {
-  [[ $1 == contract_linux ]] && echo 3 || echo 1
+  case $1 in
+    contract_linux) echo 3 ;;
+    unit_tests | soak_tests) echo 2 ;;
+    *) echo 1 ;;
+  esac
 }
 
 # run_shards PROGRAM REPORT COMMAND...: runs a GoogleTest program; its exit status. The reports of

@@ -105,9 +105,10 @@ def test_a_neighbour_that_is_administratively_down_takes_the_track_down(new_site
 
 
 @pytest.mark.parametrize("peer", PEERS)
-def test_two_hundred_sessions(new_site, peer):
-    site = new_site(200, interval=300, peer=peer).up()
-    wait_until(lambda: agree(site, dict.fromkeys(site.links, True)), 20, "both ends up")
+def test_two_hundred_sessions(new_site, build, peer):
+    """Fewer with checks, where it is the two hundred links that take long."""
+    site = new_site(40 if build.sanitized else 200, interval=300, peer=peer).up()
+    wait_for_agreement(site, dict.fromkeys(site.links, True), 20)
 
 
 @pytest.mark.parametrize("peer", FRR_PEERS)
