@@ -25,6 +25,15 @@ def test_a_service_without_bfd_and_probes(service):
         assert row["pending"] == 0
 
 
+def test_an_engine_that_there_is_not_is_told(new_service, monkeypatch):
+    monkeypatch.setenv("OT_BFD_ENGINE", "bfdd")
+    service = new_service()
+    service.start()
+    wait_until(lambda: 'OT-SERVICES-5-BFD: OT_BFD_ENGINE is "bfdd": it must be auto, own or frr; auto is'
+                       " taken" in service.daemon.output(), service.build.patience, "the log")
+    assert engines(service)["bfd"]["detail"] == "own engine (no bfdd of FRR runs here)"
+
+
 def test_what_waits_is_counted(service):
     service.ctl("set", "peer", "bfd", "192.0.2.1", "--interface", "not-there")
     service.ctl("set", "spare", "interface", "not-there")

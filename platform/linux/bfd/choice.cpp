@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <iterator>
 #include <string_view>
 
 #include "platform/common/root_path.h"
@@ -10,11 +11,22 @@
 
 namespace ot::bfd {
 
-engine_wish wished_engine() noexcept {
+engine_wish wished_engine(std::string_view* ret_unknown) noexcept {
+  struct row {
+    std::string_view word;
+    engine_wish wish;
+  };
+  constexpr row rows[] = {{"", engine_wish::automatic},
+                          {"auto", engine_wish::automatic},
+                          {"own", engine_wish::own},
+                          {"frr", engine_wish::frr}};
   const char* text = secure_getenv("OT_BFD_ENGINE");
   const std::string_view word = text == nullptr ? "" : text;
-  return word == "own" ? engine_wish::own
-                       : (word == "frr" ? engine_wish::frr : engine_wish::automatic);
+  const auto* found = std::find_if(std::begin(rows), std::end(rows),
+                                   [&](const row& each) { return each.word == word; });
+  const bool known = found != std::end(rows);
+  *ret_unknown = known ? std::string_view{} : word;
+  return known ? found->wish : engine_wish::automatic;
 }
 
 std::vector<engine_choice> frr_sockets() {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace ot::bfd {
@@ -18,9 +19,10 @@ struct engine_choice {
   friend bool operator==(const engine_choice&, const engine_choice&) = default;
 };
 
-// The operator's word: OT_BFD_ENGINE is "own" or "frr"; anything else leaves it to what runs.
+// The operator's word: OT_BFD_ENGINE is "auto", "own" or "frr", or not set, which leaves it to what
+// runs. So does another word, which `ret_unknown` gets; it is empty else.
 enum class engine_wish { automatic, own, frr };
-engine_wish wished_engine() noexcept;
+engine_wish wished_engine(std::string_view* ret_unknown) noexcept;
 
 // Where bfdd's sockets are, in the order in which they are to be tried: its control socket, which
 // it has before FRR 10.2, and its vty socket. OT_BFDD_SOCKET, taken as it is, stands for all; with

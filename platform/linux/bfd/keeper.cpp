@@ -31,7 +31,7 @@ session_keeper::~session_keeper() {
 }
 
 int session_keeper::start() noexcept {
-  wish_ = wished_engine();
+  hear_operator();
   const int status = look_.attach(client_.manager);
   if (status != status_ok) {
     return status;

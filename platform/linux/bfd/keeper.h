@@ -57,6 +57,7 @@ class session_keeper final : private engine::owner {
   std::optional<engine_choice> look_for_frr(const std::vector<engine_choice>& sockets);
   void use(const engine_choice& choice);
   void log_engine() noexcept;
+  void hear_operator() noexcept;
   wanted& enter(const client_key& key, const session_config& config);
   void drop(const client_key& key) noexcept;
   void take_status(wanted& session, const bfdc_session_status& now) noexcept;

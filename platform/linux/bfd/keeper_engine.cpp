@@ -97,6 +97,20 @@ void session_keeper::look_around() {
   }
 }
 
+void session_keeper::hear_operator() noexcept {
+  std::string_view unknown;
+  wish_ = wished_engine(&unknown);
+  if (unknown.empty()) {
+    return;
+  }
+  constexpr std::size_t shown = 64;
+  char text[256];
+  std::snprintf(text, sizeof text,
+                "OT_BFD_ENGINE is \"%.*s\": it must be auto, own or frr; auto is taken",
+                static_cast<int>(std::min(unknown.size(), shown)), unknown.data());
+  errmsg_log(&bfd_log, bfd_log.severity, text);
+}
+
 // The old engine withdraws its sessions before the new one begins.
 void session_keeper::use(const engine_choice& choice) {
   std::unique_ptr<engine> next = make_engine(*this, choice);

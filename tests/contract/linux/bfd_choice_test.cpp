@@ -83,12 +83,17 @@ TEST(bfd_engine_choice, hears_the_operator_s_word) {
   struct {
     const char* word;
     engine_wish expected;
-  } const rows[] = {{nullptr, automatic},     {"", automatic},      {"auto", automatic},
-                    {"OWN", automatic},       {"owned", automatic}, {"own", engine_wish::own},
-                    {"frr", engine_wish::frr}};
+    const char* unknown;
+  } const rows[] = {{nullptr, automatic, ""},      {"", automatic, ""},
+                    {"auto", automatic, ""},       {"OWN", automatic, "OWN"},
+                    {"owned", automatic, "owned"}, {"own", engine_wish::own, ""},
+                    {"frr", engine_wish::frr, ""}};
   for (const auto& row : rows) {
     const variable word("OT_BFD_ENGINE", row.word);
-    EXPECT_EQ(wished_engine(), row.expected) << (row.word == nullptr ? "(unset)" : row.word);
+    std::string_view unknown = "?";
+    EXPECT_EQ(wished_engine(&unknown), row.expected)
+        << (row.word == nullptr ? "(unset)" : row.word);
+    EXPECT_EQ(unknown, row.unknown);
   }
 }
 
