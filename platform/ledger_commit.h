@@ -44,4 +44,11 @@ struct ledger_refusal {
 int ledger_commit(ledger_conn* connection, std::span<const ledger_proposal> changes,
                   std::vector<ledger_refusal>* ret);
 
+// The same for changes that were worked out from what was read: refused as a whole with
+// ledger_changed when the configuration has another generation (ledger_config_generation, asked
+// before the first item was read) by now. 0: whatever it has.
+int ledger_commit_unless_changed(ledger_conn* connection, std::uint64_t generation,
+                                 std::span<const ledger_proposal> changes,
+                                 std::vector<ledger_refusal>* ret);
+
 }  // namespace ot

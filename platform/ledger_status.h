@@ -21,5 +21,6 @@ inline constexpr int ledger_not_available = status_code(0x40821000);
 inline constexpr int ledger_no_answer = status_code(0x40821200);
 inline constexpr int ledger_busy = status_code(0x40821400);
 inline constexpr int ledger_read_only = status_code(0x40821600);
+inline constexpr int ledger_changed = status_code(0x40821800);
 
 }  // namespace ot

@@ -42,6 +42,7 @@ constexpr error_text error_texts[] = {
     {ledger_no_answer, "The service does not answer"},
     {ledger_busy, "The service is busy: it has no room for another client"},
     {ledger_read_only, "Operational data is written by the service alone"},
+    {ledger_changed, "The configuration has changed meanwhile"},
     {fib_already_registered, "The prefix is already registered"},
     {record_bad_descriptor, "The record description is not valid"},
     {record_malformed, "The record is malformed"},

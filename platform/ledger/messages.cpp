@@ -31,6 +31,11 @@ void ledger_writer::u32(std::uint32_t number) {
   }
 }
 
+void ledger_writer::u64(std::uint64_t number) {
+  u32(static_cast<std::uint32_t>(number));
+  u32(static_cast<std::uint32_t>(number >> 32));
+}
+
 void ledger_writer::bytes(std::span<const std::byte> value) {
   u32(static_cast<std::uint32_t>(value.size()));
   data_.insert(data_.end(), value.begin(), value.end());
@@ -68,6 +73,11 @@ std::uint32_t ledger_reader::u32() noexcept {
     shift += 8;
   }
   return number;
+}
+
+std::uint64_t ledger_reader::u64() noexcept {
+  const std::uint64_t low = u32();
+  return low | std::uint64_t{u32()} << 32;
 }
 
 std::span<const std::byte> ledger_reader::bytes() noexcept {

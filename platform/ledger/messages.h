@@ -25,6 +25,7 @@ class ledger_writer {
  public:
   void u8(std::uint8_t number);
   void u32(std::uint32_t number);
+  void u64(std::uint64_t number);
   void bytes(std::span<const std::byte> value);
   void text(std::string_view value);
   void append(const ledger_writer& other);
@@ -41,6 +42,7 @@ class ledger_reader {
 
   std::uint8_t u8() noexcept;
   std::uint32_t u32() noexcept;
+  std::uint64_t u64() noexcept;
   // Views into the message.
   std::span<const std::byte> bytes() noexcept;
   std::string_view text() noexcept;
@@ -67,15 +69,16 @@ inline constexpr const char* ledger_interface = "object.tracking.Ledger1";
 // One member a kind of request; each answers with a status and, when that is 0, what was asked for.
 // A commit's refusals follow any status.
 namespace ledger_member {
-inline constexpr const char* bind = "Bind";            // path
-inline constexpr const char* get = "Get";              // path -> value
-inline constexpr const char* set = "Set";              // path, value
-inline constexpr const char* erase = "Delete";         // path
-inline constexpr const char* page = "Page";            // prefix, after -> more, stored items
-inline constexpr const char* commit = "Commit";        // proposals -> refusals
-inline constexpr const char* list = "List";            // query -> page
-inline constexpr const char* subscribe = "Subscribe";  // path; notices follow as signals
-inline constexpr const char* notices = "Notices";      // the signal
+inline constexpr const char* bind = "Bind";              // path
+inline constexpr const char* get = "Get";                // path -> value
+inline constexpr const char* set = "Set";                // path, value
+inline constexpr const char* erase = "Delete";           // path
+inline constexpr const char* page = "Page";              // prefix, after -> more, stored items
+inline constexpr const char* commit = "Commit";          // proposals[, generation] -> refusals
+inline constexpr const char* generation = "Generation";  // -> generation of the configuration
+inline constexpr const char* list = "List";              // query -> page
+inline constexpr const char* subscribe = "Subscribe";    // path; notices follow as signals
+inline constexpr const char* notices = "Notices";        // the signal
 }  // namespace ledger_member
 
 // --- Parts -----------------------------------------------------------------------------------

@@ -68,9 +68,10 @@ class memory_backend : public ledger_backend {
     const int failure = take_failure(ledger_operation::walk);
     return failure != status_ok ? failure : engine_.page(prefix, after, ret, ret_more);
   }
-  int commit(std::span<const ledger_proposal> changes, std::vector<ledger_refusal>& ret) override {
+  int commit(std::span<const ledger_proposal> changes, std::uint64_t generation,
+             std::vector<ledger_refusal>& ret) override {
     const int failure = take_failure(ledger_operation::commit);
-    return failure != status_ok ? failure : engine_.commit(changes, ret);
+    return failure != status_ok ? failure : engine_.commit(changes, generation, ret);
   }
   int list(const ledger_list_query& query, ledger_page& ret) override {
     const int failure = take_failure(ledger_operation::list);

@@ -178,6 +178,23 @@ TEST_P(ledger_commit_contract, the_generation_changes_with_a_commit_only) {
   EXPECT_NE(hosted(ledger_config_generation), before);
 }
 
+TEST_P(ledger_commit_contract, what_was_worked_out_from_another_generation_is_refused) {
+  const std::uint64_t before = ledger_config_generation();
+  ASSERT_NE(before, 0U);
+  ASSERT_EQ(before, hosted(ledger_config_generation));
+  const auto commit_from = [this](std::uint64_t generation, const ledger_proposal& change) {
+    return ledger_commit_unless_changed(ledger_get_default_conn(), generation, {&change, 1},
+                                        &refusals_);
+  };
+  ASSERT_EQ(commit_from(before, set_number(a_of_x, 1)), 0);
+  EXPECT_EQ(commit_from(before, set_number(a_of_y, 1)), ledger_changed);
+  EXPECT_THAT(refusals_, IsEmpty());
+  EXPECT_FALSE(stored(a_of_y));
+  EXPECT_THAT(sample().verified, ElementsAre("1 x ->1"));
+  EXPECT_EQ(commit_from(ledger_config_generation(), set_number(a_of_y, 1)), 0);
+  EXPECT_EQ(commit_from(0, set_number(a_of_y, 2)), 0);
+}
+
 // --- Limits of names, numbers and values ---------------------------------------------------------
 
 TEST_P(ledger_commit_contract, limits_are_checked_before_any_verifier) {

@@ -2,6 +2,7 @@
 #include "tools/trackctl/configuration.h"
 
 #include <array>
+#include <chrono>
 #include <span>
 
 #include "platform/ledger_status.h"
@@ -106,12 +107,18 @@ track_items read_existing_track(const std::string& track) {
   return items;
 }
 
-void send_commit(const std::string& what, const commit& changes) {
+namespace {
+
+// As long as a client waits for the answer to a commit.
+constexpr std::chrono::seconds patience{30};
+
+// False when the configuration has another generation by now.
+bool send_commit(const std::string& what, const commit& changes, std::uint64_t generation) {
   const ledger_connection connection("/");
   std::vector<ledger_refusal> refusals;
-  const int code = ledger_commit(connection.get(), changes, &refusals);
-  if (code == status_ok) {
-    return;
+  const int code = ledger_commit_unless_changed(connection.get(), generation, changes, &refusals);
+  if (code == status_ok || code == ledger_changed) {
+    return code == status_ok;
   }
   // The connection was there a moment ago, so the service had the request.
   if (code == ledger_unreachable || code == ledger_no_answer) {
@@ -125,6 +132,23 @@ void send_commit(const std::string& what, const commit& changes) {
     fail_with_code(what, code);
   }
   throw failure(exit_refused, what + " was refused:" + refusal_text(refusals));
+}
+
+}  // namespace
+
+void change_configuration(const std::string& what, const commit_plan& plan) {
+  const ledger_connection reached{std::string(tracks_root)};  // throws where it cannot be
+  const auto end = std::chrono::steady_clock::now() + patience;
+  do {
+    const std::uint64_t generation = ledger_config_generation();
+    const commit changes = plan();
+    if (changes.empty() || send_commit(what, changes, generation)) {
+      return;
+    }
+  } while (std::chrono::steady_clock::now() < end);
+  throw failure(exit_refused, what +
+                                  ": others change the configuration all the time; nothing is "
+                                  "changed, try again when they are done");
 }
 
 }  // namespace ot::trackctl

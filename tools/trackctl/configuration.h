@@ -72,7 +72,12 @@ configured_tracks read_tracks();
 
 using commit = std::vector<ledger_proposal>;
 
-// Sends one commit. Throws with every refusal in the text; `what` says what was tried.
-void send_commit(const std::string& what, const commit& changes);
+// Reads what is configured and works out the changes.
+using commit_plan = std::function<commit()>;
+
+// Sends what `plan` returns as one commit; nothing when that is empty. When somebody else changes
+// the configuration between the plan's reading and the commit, nothing is done and `plan` is asked
+// again. Throws with every refusal in the text; `what` says what was tried.
+void change_configuration(const std::string& what, const commit_plan& plan);
 
 }  // namespace ot::trackctl

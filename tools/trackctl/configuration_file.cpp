@@ -44,28 +44,44 @@ void print_summary(const file_changes& plan, bool dry_run) {
             << plan.deleted << ' ' << be << "deleted\n";
 }
 
-// True when something differs.
-bool apply_file(const file_options& options) {
-  const file_content content = read_track_file(options.path);
-  refuse_errors(content.errors, exit_usage);
+// What differs from what is configured now; throws when it cannot be made. `ret_warnings`: what it
+// may not mean.
+file_changes compare(const file_options& options, const std::vector<file_track>& wanted,
+                     std::vector<std::string>& ret_warnings) {
   const configured_tracks present = read_tracks();
-  const configured_tracks after = configuration_after(present, content.tracks, options.prune);
-  refuse_errors(find_conflicts(after, content.tracks), exit_usage);
-  const file_changes plan = plan_file(present, content.tracks, options.prune);
+  const configured_tracks after = configuration_after(present, wanted, options.prune);
+  refuse_errors(find_conflicts(after, wanted), exit_usage);
+  file_changes plan = plan_file(present, wanted, options.prune);
   if (plan.changes.size() > ledger_commit_max) {
     refuse_errors({"it would take " + std::to_string(plan.changes.size()) +
                    " changes, and one commit has at most " + std::to_string(ledger_commit_max) +
                    "; apply the file in parts"},
                   exit_usage);
   }
-  for (const std::string& warning : find_warnings(after, content.tracks)) {
+  ret_warnings = find_warnings(after, wanted);
+  return plan;
+}
+
+// True when something differs.
+bool apply_file(const file_options& options) {
+  const file_content content = read_track_file(options.path);
+  refuse_errors(content.errors, exit_usage);
+  file_changes plan;
+  std::vector<std::string> warnings;
+  const auto compare_now = [&] {
+    plan = compare(options, content.tracks, warnings);
+    return plan.changes;
+  };
+  if (options.dry_run) {
+    compare_now();
+  } else {
+    change_configuration("applying " + options.path, compare_now);
+  }
+  for (const std::string& warning : warnings) {
     std::cerr << "trackctl: " << warning << '\n';
   }
   if (plan.changes.empty()) {
     return false;
-  }
-  if (!options.dry_run) {
-    send_commit("applying " + options.path, plan.changes);
   }
   for (const std::string& line : plan.lines) {
     std::cout << line << '\n';

@@ -31,10 +31,9 @@ std::optional<std::uint32_t> delay_of(const char* what, const std::optional<std:
 }
 
 void set_track(const said_track& said) {
-  const commit changes = plan_set(said.name, read_track(said.name), said.type, said.delays);
-  if (!changes.empty()) {
-    send_commit("setting track \"" + said.name + "\"", changes);
-  }
+  change_configuration("setting track \"" + said.name + "\"", [&said] {
+    return plan_set(said.name, read_track(said.name), said.type, said.delays);
+  });
 }
 
 }  // namespace
@@ -76,10 +75,8 @@ int run_delay(const arguments& args) {
   check_track_name(track);
   const auto up = delay_of("--up", up_text);
   const auto down = delay_of("--down", down_text);
-  const commit changes = plan_delay(track, read_existing_track(track), up, down);
-  if (!changes.empty()) {
-    send_commit("changing the delays of track \"" + track + "\"", changes);
-  }
+  change_configuration("changing the delays of track \"" + track + "\"",
+                       [&] { return plan_delay(track, read_existing_track(track), up, down); });
   return exit_done;
 }
 
@@ -91,7 +88,8 @@ int run_delete(const arguments& args) {
   parse_arguments(app, args);
 
   check_track_name(track);
-  send_commit("deleting track \"" + track + "\"", plan_delete(track, read_existing_track(track)));
+  change_configuration("deleting track \"" + track + "\"",
+                       [&] { return plan_delete(track, read_existing_track(track)); });
   return exit_done;
 }
 

@@ -48,7 +48,8 @@ class ledger_backend {
   virtual int page(std::string_view prefix, std::string_view after, std::vector<ledger_stored>& ret,
                    bool& ret_more) = 0;
 
-  virtual int commit(std::span<const ledger_proposal> changes,
+  // ledger_changed, and nothing done, unless `generation` is 0 or the present one.
+  virtual int commit(std::span<const ledger_proposal> changes, std::uint64_t generation,
                      std::vector<ledger_refusal>& ret) = 0;
   virtual int list(const ledger_list_query& query, ledger_page& ret) = 0;
 

@@ -140,11 +140,17 @@ int ledger_switch_register(const char* path, std::atomic<std::uint32_t>* word) n
   return ledger_call([&](ledger_backend& backend) { return backend.register_switch(path, *word); });
 }
 
-int ledger_commit(ledger_conn* /*connection*/, std::span<const ledger_proposal> changes,
+int ledger_commit(ledger_conn* connection, std::span<const ledger_proposal> changes,
                   std::vector<ledger_refusal>* ret) {
+  return ledger_commit_unless_changed(connection, 0, changes, ret);
+}
+
+int ledger_commit_unless_changed(ledger_conn* /*connection*/, std::uint64_t generation,
+                                 std::span<const ledger_proposal> changes,
+                                 std::vector<ledger_refusal>* ret) {
   std::vector<ledger_refusal> refusals;
-  const int status =
-      ledger_call([&](ledger_backend& backend) { return backend.commit(changes, refusals); });
+  const int status = ledger_call(
+      [&](ledger_backend& backend) { return backend.commit(changes, generation, refusals); });
   if (ret != nullptr) {
     *ret = std::move(refusals);
   }

@@ -29,12 +29,12 @@ class remote_backend : public ledger_backend {
   int erase(std::string_view path) override;
   int page(std::string_view prefix, std::string_view after, std::vector<ledger_stored>& ret,
            bool& ret_more) override;
-  int commit(std::span<const ledger_proposal> changes, std::vector<ledger_refusal>& ret) override;
+  int commit(std::span<const ledger_proposal> changes, std::uint64_t generation,
+             std::vector<ledger_refusal>& ret) override;
   int list(const ledger_list_query& query, ledger_page& ret) override;
   // Looks the present value up, if the ledger can be reached.
   int register_switch(std::string_view path, std::atomic<std::uint32_t>& word) override;
-  // Readers outside the service cannot keep what they work out.
-  std::uint64_t generation() override { return 0; }
+  std::uint64_t generation() override;
 
  private:
   ledger_link link_;
@@ -95,10 +95,23 @@ int remote_backend::page(std::string_view prefix, std::string_view after,
   return read_to_its_end(reader, ledger_take_stored(reader, ret));
 }
 
-int remote_backend::commit(std::span<const ledger_proposal> changes,
+std::uint64_t remote_backend::generation() {
+  ledger_reply reply;
+  if (link_.call(ledger_member::generation, {}, reply) != status_ok) {
+    return 0;
+  }
+  ledger_reader reader{reply.body};
+  const std::uint64_t generation = reader.u64();
+  return reader.finished() ? generation : 0;
+}
+
+int remote_backend::commit(std::span<const ledger_proposal> changes, std::uint64_t generation,
                            std::vector<ledger_refusal>& ret) {
   ledger_writer request;
   ledger_put_proposals(request, changes);
+  if (generation != 0) {
+    request.u64(generation);
+  }
   ledger_reply reply;
   const int status = link_.call(ledger_member::commit, request, reply);
   if (!reply.body.empty()) {

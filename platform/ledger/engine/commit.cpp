@@ -163,11 +163,14 @@ int ledger_nothing_to_apply(const ledger_change& /*change*/) noexcept {
 
 // --- The engine's side ---------------------------------------------------------------------------
 
-int ledger_engine::begin_commit(std::vector<ledger_proposal> changes,
+int ledger_engine::begin_commit(std::vector<ledger_proposal> changes, std::uint64_t generation,
                                 std::vector<ledger_refusal>& ret,
                                 std::unique_ptr<ledger_commit_run>& ret_run) {
   if (busy_) {
     return ledger_not_available;
+  }
+  if (generation != 0 && generation != generation_) {
+    return ledger_changed;
   }
   auto run = std::make_unique<ledger_commit_run>(trees_, configuration_, environment_, busy_,
                                                  std::move(changes));
@@ -190,10 +193,10 @@ int ledger_engine::finish_commit(std::unique_ptr<ledger_commit_run> run, int sto
   return ret.empty() ? status_ok : ret.front().code;
 }
 
-int ledger_engine::commit(std::span<const ledger_proposal> changes,
+int ledger_engine::commit(std::span<const ledger_proposal> changes, std::uint64_t generation,
                           std::vector<ledger_refusal>& ret) {
   std::unique_ptr<ledger_commit_run> run;
-  const int status = begin_commit({changes.begin(), changes.end()}, ret, run);
+  const int status = begin_commit({changes.begin(), changes.end()}, generation, ret, run);
   if (run == nullptr) {
     return status;
   }

@@ -61,7 +61,8 @@ class ledger_engine : public ledger_backend {
   int erase(std::string_view path) override;
   int page(std::string_view prefix, std::string_view after, std::vector<ledger_stored>& ret,
            bool& ret_more) override;
-  int commit(std::span<const ledger_proposal> changes, std::vector<ledger_refusal>& ret) override;
+  int commit(std::span<const ledger_proposal> changes, std::uint64_t generation,
+             std::vector<ledger_refusal>& ret) override;
   int list(const ledger_list_query& query, ledger_page& ret) override;
   int register_switch(std::string_view path, std::atomic<std::uint32_t>& word) override;
   std::uint64_t generation() override { return generation_; }
@@ -71,10 +72,13 @@ class ledger_engine : public ledger_backend {
   // next, in any thread; `finish_commit` applies what was stored (`stored` is what store()
   // returned) and ends the run. Until then every other commit is ledger_not_available. May throw
   // bad_alloc.
-  int begin_commit(std::vector<ledger_proposal> changes, std::vector<ledger_refusal>& ret,
-                   std::unique_ptr<ledger_commit_run>& ret_run);
+  int begin_commit(std::vector<ledger_proposal> changes, std::uint64_t generation,
+                   std::vector<ledger_refusal>& ret, std::unique_ptr<ledger_commit_run>& ret_run);
   int finish_commit(std::unique_ptr<ledger_commit_run> run, int stored,
                     std::vector<ledger_refusal>& ret);
+
+  // The generations of a host's later start are to be others: `first` tells them apart.
+  void begin_generations(std::uint64_t first) noexcept { generation_ = first; }
 
   // As ledger_config_register, ledger_config_replay, ledger_dpv_register and
   // ledger_dpv_generate_notifications describe them.

@@ -41,9 +41,8 @@ int ledger_commit_queue::open(sd_event* loop) noexcept {
   return result < 0 ? -result : 0;
 }
 
-void ledger_commit_queue::submit(ledger_commit_client& client,
-                                 std::vector<ledger_proposal> changes) {
-  queue_.push_back({&client, std::move(changes)});
+void ledger_commit_queue::submit(ledger_commit_client& client, ledger_commit_request request) {
+  queue_.push_back({&client, std::move(request)});
   if (run_ == nullptr && queue_.size() == 1) {
     begin_next();
   }
@@ -72,7 +71,8 @@ void ledger_commit_queue::begin_next() noexcept {
 
 void ledger_commit_queue::begin(waiting& next) {
   std::vector<ledger_refusal> refusals;
-  const int status = engine_.begin_commit(std::move(next.changes), refusals, run_);
+  const int status = engine_.begin_commit(std::move(next.request.changes), next.request.generation,
+                                          refusals, run_);
   if (run_ == nullptr) {
     next.client->commit_done(status, refusals);
     return;

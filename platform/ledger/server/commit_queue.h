@@ -6,6 +6,7 @@
 #include <systemd/sd-event.h>
 
 #include <condition_variable>
+#include <cstdint>
 #include <deque>
 #include <memory>
 #include <mutex>
@@ -18,6 +19,11 @@
 #include "platform/linux/unique_fd.h"
 
 namespace ot {
+
+struct ledger_commit_request {
+  std::vector<ledger_proposal> changes;
+  std::uint64_t generation = 0;  // of what they were worked out from; 0: of anything
+};
 
 class ledger_commit_client {
  public:
@@ -39,7 +45,7 @@ class ledger_commit_queue {
 
   // Queues a commit; a client has one at a time. Its end may be told within this call. May throw
   // bad_alloc, and then nothing is queued.
-  void submit(ledger_commit_client& client, std::vector<ledger_proposal> changes);
+  void submit(ledger_commit_client& client, ledger_commit_request request);
   // The client is gone. Its commit is not begun, or, when it is already under way, ends untold.
   void forget(const ledger_commit_client& client) noexcept;
 
@@ -49,7 +55,7 @@ class ledger_commit_queue {
  private:
   struct waiting {
     ledger_commit_client* client;
-    std::vector<ledger_proposal> changes;
+    ledger_commit_request request;
   };
 
   static int on_stored(sd_event_source* source, int fd, std::uint32_t events,

@@ -44,14 +44,17 @@ void ledger_peer::reply(sd_bus_message* message, const ledger_writer& answer) no
 
 void ledger_peer::commit(sd_bus_message* message, std::span<const std::byte> body) {
   ledger_reader request{body};
-  std::vector<ledger_proposal> changes = ledger_take_proposals(request);
+  ledger_commit_request asked{.changes = ledger_take_proposals(request)};
+  if (request.ok() && !request.finished()) {
+    asked.generation = request.u64();
+  }
   commit_.reset(sd_bus_message_ref(message));
   if (!rights_.write) {
     commit_done(ledger_denied, {});
   } else if (!request.finished()) {
     commit_done(ledger_bad_message, {});
   } else {
-    commits_.submit(*this, std::move(changes));
+    commits_.submit(*this, std::move(asked));
   }
 }
 

@@ -97,6 +97,11 @@ int serve_list(ledger_engine& engine, ledger_reader& request, ledger_writer& ret
   return status;
 }
 
+int serve_generation(ledger_engine& engine, ledger_reader& request, ledger_writer& ret) {
+  ret.u64(engine.generation());
+  return request.finished() ? status_ok : ledger_bad_message;
+}
+
 struct request_row {
   std::string_view member;
   bool writes;
@@ -104,9 +109,13 @@ struct request_row {
 };
 
 constexpr request_row request_rows[] = {
-    {ledger_member::bind, false, serve_bind}, {ledger_member::get, false, serve_get},
-    {ledger_member::set, true, serve_set},    {ledger_member::erase, true, serve_delete},
-    {ledger_member::page, false, serve_page}, {ledger_member::list, false, serve_list},
+    {ledger_member::bind, false, serve_bind},
+    {ledger_member::get, false, serve_get},
+    {ledger_member::set, true, serve_set},
+    {ledger_member::erase, true, serve_delete},
+    {ledger_member::page, false, serve_page},
+    {ledger_member::list, false, serve_list},
+    {ledger_member::generation, false, serve_generation},
 };
 
 bool is_member(int socket, gid_t primary, gid_t members) noexcept {

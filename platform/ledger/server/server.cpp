@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <memory>
 #include <new>
 #include <string>
@@ -89,6 +90,10 @@ int ledger_server::open(evm* manager, std::string& ret_error) {
   if (const int status = open_stores(ret_error); status != status_ok) {
     return status;
   }
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  engine_.begin_generations(static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000U +
+                            static_cast<std::uint64_t>(now.tv_nsec));
   sd_event* loop = evm_sd_event(manager);
   if (keeper_.start(loop) != 0 || commits_.open(loop) != 0) {
     return no_memory;

@@ -83,9 +83,10 @@ TEST_F(ledger_peers, an_unknown_member_ends_the_connection) {
 
 TEST_F(ledger_peers, a_malformed_body_is_answered_and_changes_nothing) {
   ledger_link link;
-  for (const char* member : {ledger_member::bind, ledger_member::get, ledger_member::set,
-                             ledger_member::erase, ledger_member::page, ledger_member::commit,
-                             ledger_member::list, ledger_member::subscribe}) {
+  for (const char* member :
+       {ledger_member::bind, ledger_member::get, ledger_member::set, ledger_member::erase,
+        ledger_member::page, ledger_member::commit, ledger_member::generation, ledger_member::list,
+        ledger_member::subscribe}) {
     ledger_writer request;
     request.u32(0xffffffff);
     ledger_reply reply;

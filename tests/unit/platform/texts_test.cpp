@@ -56,6 +56,7 @@ TEST(error_texts, every_platform_code_has_a_text_of_its_own) {
                        ledger_no_answer,
                        ledger_busy,
                        ledger_read_only,
+                       ledger_changed,
                        fib_already_registered,
                        record_bad_descriptor,
                        record_malformed,
