@@ -20,6 +20,12 @@ void wtm_timer_tree_free(wtm_tree* tree) noexcept;
 // A group of leaves. Null when there is no memory.
 wtm_parent* wtm_timer_parent_new(wtm_tree* tree, std::uint32_t flags) noexcept;
 
+// Lets leaves of the group that are started from here on share wake-ups: each is due at the last
+// whole multiple of `step_ns` since boot before the end of its time, unless that is over already.
+// So none is late, the first expiry is less than a step early, and a leaf that is started again for
+// whole steps at each expiry keeps its rhythm. 0, as at first: each is due on its own.
+void wtm_timer_parent_align(wtm_parent* parent, std::uint64_t step_ns) noexcept;
+
 // A stopped leaf. Null when there is no memory. The context is the caller's; the tree keeps only
 // the pointer.
 wtm_leaf* wtm_timer_leaf_new(wtm_tree* tree, wtm_parent* parent, std::uint16_t type,

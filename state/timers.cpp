@@ -19,6 +19,9 @@ namespace {
 
 constexpr int expiry_event_code = 128;
 
+// Waking up for a poll costs several times what the poll does. A divisor of the polls' 2 s.
+constexpr std::uint64_t poll_step_ns = 100'000'000;
+
 wtm_tree* timer_tree = nullptr;
 wtm_parent* calc_parent = nullptr;
 wtm_parent* delay_parent = nullptr;
@@ -150,6 +153,7 @@ int ot_timers_init(evm* manager) noexcept {
     OT_TRACE_DETAIL(" tracks_shm_poll_request_root == NULL");
     return init_failed();
   }
+  wtm_timer_parent_align(tracks_shm_poll_request_root, poll_step_ns);
   OT_TRACE_DETAIL("set : tracks_shm_poll_request_root");
   return status_ok;
 }

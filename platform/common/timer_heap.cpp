@@ -6,74 +6,67 @@
 #include <new>
 
 namespace ot {
-namespace {
-
-bool earlier(const timer_node* a, const timer_node* b) noexcept {
-  return a->due_ns != b->due_ns ? a->due_ns < b->due_ns : a->sequence < b->sequence;
-}
-
-}  // namespace
 
 bool timer_heap::reserve(std::size_t count) noexcept {
   if (count <= capacity_) {
     return true;
   }
   const std::size_t capacity = std::max<std::size_t>({16, count, capacity_ * 2});
-  std::unique_ptr<timer_node*[]> larger(new (std::nothrow) timer_node*[capacity]);
+  std::unique_ptr<entry[]> larger(new (std::nothrow) entry[capacity]);
   if (larger == nullptr) {
     return false;
   }
-  std::copy_n(nodes_.get(), size_, larger.get());
-  nodes_ = std::move(larger);
+  std::copy_n(entries_.get(), size_, larger.get());
+  entries_ = std::move(larger);
   capacity_ = capacity;
   return true;
 }
 
 void timer_heap::insert(timer_node& node, std::uint64_t due_ns) noexcept {
   node.due_ns = due_ns;
-  node.sequence = next_sequence_++;
-  put(size_++, &node);
+  put(size_++, {due_ns, next_sequence_++, &node});
   rise(node.place);
 }
 
 void timer_heap::remove(timer_node& node) noexcept {
   const std::size_t place = node.place;
-  timer_node* last = nodes_[--size_];
-  if (last != &node) {
+  const entry last = entries_[--size_];
+  if (last.node != &node) {
     put(place, last);
     rise(place);
-    sink(last->place);
+    sink(last.node->place);
   }
   node.place = timer_node::not_in_heap;
 }
 
-void timer_heap::put(std::size_t place, timer_node* node) noexcept {
-  nodes_[place] = node;
-  node->place = place;
+void timer_heap::put(std::size_t place, const entry& one) noexcept {
+  entries_[place] = one;
+  one.node->place = place;
 }
 
 void timer_heap::rise(std::size_t place) noexcept {
-  timer_node* node = nodes_[place];
-  while (place > 0 && earlier(node, nodes_[(place - 1) / 2])) {
-    put(place, nodes_[(place - 1) / 2]);
-    place = (place - 1) / 2;
+  const entry risen = entries_[place];
+  while (place > 0 && earlier(risen, entries_[(place - 1) / arity])) {
+    put(place, entries_[(place - 1) / arity]);
+    place = (place - 1) / arity;
   }
-  put(place, node);
+  put(place, risen);
 }
 
 void timer_heap::sink(std::size_t place) noexcept {
-  timer_node* node = nodes_[place];
-  for (std::size_t child = 2 * place + 1; child < size_; child = 2 * place + 1) {
-    if (child + 1 < size_ && earlier(nodes_[child + 1], nodes_[child])) {
-      ++child;
+  const entry sunk = entries_[place];
+  for (std::size_t child = arity * place + 1; child < size_; child = arity * place + 1) {
+    const std::size_t end = std::min(child + arity, size_);
+    for (std::size_t other = child + 1; other < end; ++other) {
+      child = earlier(entries_[other], entries_[child]) ? other : child;
     }
-    if (!earlier(nodes_[child], node)) {
+    if (!earlier(entries_[child], sunk)) {
       break;
     }
-    put(place, nodes_[child]);
+    put(place, entries_[child]);
     place = child;
   }
-  put(place, node);
+  put(place, sunk);
 }
 
 }  // namespace ot

@@ -1,5 +1,6 @@
-// The order of the started timers: a binary heap by the instant they are due and, for equal
-// instants, by the order of the starts. Nodes are the caller's; the heap keeps pointers only.
+// The order of the started timers: a heap by the instant they are due and, for equal
+// instants, by the order of the starts. Nodes are the caller's; the heap keeps pointers to them,
+// each beside what it is ordered by, so that finding a place touches no other timer's memory.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +13,6 @@ struct timer_node {
   static constexpr std::size_t not_in_heap = ~std::size_t{0};
 
   std::uint64_t due_ns = 0;
-  std::uint64_t sequence = 0;
   std::size_t place = not_in_heap;  // the heap's own
 };
 
@@ -28,14 +28,28 @@ class timer_heap {
   void remove(timer_node& node) noexcept;
 
   // The earliest node, null when the heap is empty.
-  [[nodiscard]] timer_node* first() const noexcept { return size_ == 0 ? nullptr : nodes_[0]; }
+  [[nodiscard]] timer_node* first() const noexcept {
+    return size_ == 0 ? nullptr : entries_[0].node;
+  }
 
  private:
-  void put(std::size_t place, timer_node* node) noexcept;
+  // Half as many moves as with two, and the children stand side by side in memory.
+  static constexpr std::size_t arity = 4;
+
+  struct entry {
+    std::uint64_t due_ns;
+    std::uint64_t sequence;
+    timer_node* node;
+  };
+  static bool earlier(const entry& a, const entry& b) noexcept {
+    return a.due_ns != b.due_ns ? a.due_ns < b.due_ns : a.sequence < b.sequence;
+  }
+
+  void put(std::size_t place, const entry& one) noexcept;
   void rise(std::size_t place) noexcept;
   void sink(std::size_t place) noexcept;
 
-  std::unique_ptr<timer_node*[]> nodes_;
+  std::unique_ptr<entry[]> entries_;
   std::size_t size_ = 0;
   std::size_t capacity_ = 0;
   std::uint64_t next_sequence_ = 0;

@@ -24,10 +24,12 @@ struct free_alarm {
 
 struct wtm_parent {
   wtm_parent* next = nullptr;  // in the tree's list
+  wtm_tree* tree = nullptr;
+  std::uint64_t step_ns = 0;  // what its leaves are aligned to; 0: to nothing
 };
 
 struct wtm_leaf : timer_node {
-  wtm_tree* tree = nullptr;
+  wtm_parent* parent = nullptr;
   wtm_leaf* next = nullptr;   // in the tree's list of all leaves
   wtm_leaf** link = nullptr;  // what points to this leaf there
   void* context = nullptr;
@@ -53,6 +55,16 @@ void move_alarm(wtm_tree& tree) noexcept {
     tree.alarm_due_ns = due;
     timer_alarm_set(tree.alarm.get(), due);
   }
+}
+
+// When a leaf whose time ends at `end_ns` is due.
+std::uint64_t due_time(const wtm_parent& parent, std::uint64_t end_ns,
+                       std::uint64_t now_ns) noexcept {
+  if (parent.step_ns != 0) {
+    const std::uint64_t aligned_ns = end_ns - end_ns % parent.step_ns;
+    end_ns = aligned_ns > now_ns ? aligned_ns : end_ns;
+  }
+  return std::max<std::uint64_t>(end_ns, 1);  // 0 is "never" to the alarm
 }
 
 template <typename T>
@@ -84,14 +96,18 @@ void wtm_timer_tree_free(wtm_tree* tree) noexcept {
 }
 
 wtm_parent* wtm_timer_parent_new(wtm_tree* tree, std::uint32_t /*flags*/) noexcept {
-  wtm_parent* parent = new (std::nothrow) wtm_parent{tree->parents};
+  wtm_parent* parent = new (std::nothrow) wtm_parent{tree->parents, tree};
   if (parent != nullptr) {
     tree->parents = parent;
   }
   return parent;
 }
 
-wtm_leaf* wtm_timer_leaf_new(wtm_tree* tree, wtm_parent* /*parent*/, std::uint16_t type,
+void wtm_timer_parent_align(wtm_parent* parent, std::uint64_t step_ns) noexcept {
+  parent->step_ns = step_ns;
+}
+
+wtm_leaf* wtm_timer_leaf_new(wtm_tree* tree, wtm_parent* parent, std::uint16_t type,
                              void* context) noexcept {
   if (!tree->heap.reserve(tree->leaf_count + 1)) {
     return nullptr;
@@ -100,7 +116,7 @@ wtm_leaf* wtm_timer_leaf_new(wtm_tree* tree, wtm_parent* /*parent*/, std::uint16
   if (leaf == nullptr) {
     return nullptr;
   }
-  leaf->tree = tree;
+  leaf->parent = parent;
   leaf->type = type;
   leaf->context = context;
   leaf->next = tree->leaves;
@@ -122,7 +138,7 @@ void wtm_timer_leaf_free(wtm_leaf* leaf) noexcept {
   if (leaf->next != nullptr) {
     leaf->next->link = leaf->link;
   }
-  --leaf->tree->leaf_count;
+  --leaf->parent->tree->leaf_count;
   delete leaf;
 }
 
@@ -131,20 +147,22 @@ int wtm_timer_leaf_start(wtm_leaf* leaf, std::uint32_t seconds,
   if (leaf == nullptr) {
     return invalid_argument;
   }
-  wtm_tree& tree = *leaf->tree;
+  wtm_tree& tree = *leaf->parent->tree;
   if (wtm_timer_leaf_running(leaf)) {
     tree.heap.remove(*leaf);
   }
-  const std::uint64_t due = timer_now_ns() + seconds * ns_per_second + nanoseconds;
-  tree.heap.insert(*leaf, std::max<std::uint64_t>(due, 1));  // 0 is "never" to the alarm
+  const std::uint64_t now_ns = timer_now_ns();
+  const std::uint64_t end_ns = now_ns + seconds * ns_per_second + nanoseconds;
+  tree.heap.insert(*leaf, due_time(*leaf->parent, end_ns, now_ns));
   move_alarm(tree);
   return status_ok;
 }
 
 void wtm_timer_leaf_stop(wtm_leaf* leaf) noexcept {
   if (wtm_timer_leaf_running(leaf)) {
-    leaf->tree->heap.remove(*leaf);
-    move_alarm(*leaf->tree);
+    wtm_tree& tree = *leaf->parent->tree;
+    tree.heap.remove(*leaf);
+    move_alarm(tree);
   }
 }
 

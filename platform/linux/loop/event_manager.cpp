@@ -176,6 +176,10 @@ void evm_raise(const evm_sigevent& event) noexcept {
   event.manager->queue.raise(event.code);
 }
 
+void evm_run_or_raise(const evm_sigevent& event) {
+  event.manager->queue.run_or_raise(event.code);
+}
+
 // --- Event connections ---------------------------------------------------------------------------
 
 // A retry always comes from the loop, never from inside the call that reported the end, so client

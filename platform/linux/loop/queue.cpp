@@ -60,6 +60,19 @@ void evm_queue::raise(int code) noexcept {
   }
 }
 
+void evm_queue::run_or_raise(int code) {
+  async_event* event = nullptr;
+  {
+    const std::lock_guard guard(lock_);
+    event = head_ == nullptr ? find(code) : nullptr;
+  }
+  if (event == nullptr) {
+    raise(code);
+  } else {
+    run_async(event);
+  }
+}
+
 bool evm_queue::attach(int code, evm_async_handler handler, void* argument) noexcept {
   const std::lock_guard guard(lock_);
   async_event* event = find(code);

@@ -27,6 +27,10 @@ class evm_queue {
   // Any thread. An unknown code is ignored; a pending one stays pending once.
   void raise(int code) noexcept;
 
+  // Loop's thread, from within a handler of it: runs the code's handler now, when nothing waits in
+  // the queue before it; else raises it.
+  void run_or_raise(int code);
+
   // Loop's thread. A second attach of a code replaces its handler. False without memory.
   [[nodiscard]] bool attach(int code, evm_async_handler handler, void* argument) noexcept;
   [[nodiscard]] bool attached(int code) noexcept;

@@ -31,7 +31,7 @@ struct timer_alarm {
 namespace {
 
 int on_due(sd_event_source* /*source*/, std::uint64_t /*usec*/, void* alarm) {
-  evm_raise(static_cast<timer_alarm*>(alarm)->event);
+  evm_run_or_raise(static_cast<timer_alarm*>(alarm)->event);
   return 0;
 }
 

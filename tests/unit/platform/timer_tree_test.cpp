@@ -98,6 +98,59 @@ TEST_F(timer_tree, expires_in_the_order_of_the_instants_and_then_of_the_starts) 
   EXPECT_THAT(take(), ElementsAre(1, 2, 3, 4));
 }
 
+// Virtual time begins at a whole second.
+TEST_F(timer_tree, a_leaf_of_an_aligned_group_is_due_at_the_last_whole_step_and_never_late) {
+  wtm_timer_parent_align(parent_, 20'000'000);
+  started(1, 60ms);
+  field::advance(5ms);
+  started(2, 60ms);
+  field::advance(14ms);
+  started(3, 60ms);
+  field::advance(1ms);
+  started(4, 60ms);
+  field::advance(40ms - 1ns);
+  EXPECT_THAT(take(), IsEmpty());
+  field::advance(1ns);
+  EXPECT_THAT(take(), ElementsAre(1, 2, 3));
+  EXPECT_EQ(raised_, 1);
+  field::advance(20ms);
+  EXPECT_THAT(take(), ElementsAre(4));
+}
+
+TEST_F(timer_tree, a_leaf_that_has_no_whole_step_before_it_is_due_on_its_own) {
+  wtm_timer_parent_align(parent_, 1'000'000'000);
+  field::advance(100ms);
+  started(1, 300ms);
+  field::advance(300ms - 1ns);
+  EXPECT_THAT(take(), IsEmpty());
+  field::advance(1ns);
+  EXPECT_THAT(take(), ElementsAre(1));
+}
+
+TEST_F(timer_tree, a_leaf_that_is_started_again_for_whole_steps_keeps_its_rhythm) {
+  wtm_timer_parent_align(parent_, 20'000'000);
+  field::advance(7ms);
+  wtm_leaf* again = started(1, 100ms);
+  field::advance(93ms);
+  for (int round = 0; round < 5; ++round) {
+    EXPECT_THAT(take(), ElementsAre(1)) << round;
+    field::advance(3ms);  // as long as it took to come to it
+    start(again, 100ms);
+    field::advance(97ms);
+  }
+}
+
+TEST_F(timer_tree, other_groups_are_not_aligned) {
+  wtm_timer_parent_align(parent_, 20'000'000);
+  parent_ = wtm_timer_parent_new(tree_, 0);
+  ASSERT_NE(parent_, nullptr);
+  started(1, 30ms);
+  field::advance(30ms - 1ns);
+  EXPECT_THAT(take(), IsEmpty());
+  field::advance(1ns);
+  EXPECT_THAT(take(), ElementsAre(1));
+}
+
 TEST_F(timer_tree, a_restart_begins_the_delay_anew) {
   wtm_leaf* again = started(1, 10ms);
   started(2, 12ms);

@@ -34,7 +34,8 @@ int qmon_ot_shm_client_init() noexcept;
 void* qmon_ot_shm_get_stat_tbl() noexcept;
 
 // Copies the operation's entry, whole. False when `table` is null, or the operation is not running,
-// or qmond is not.
+// or qmond is not; the first look-up after the table was asked for takes that answer's word for
+// qmond.
 bool qmon_ot_stat_look_up(std::uint32_t op_id, const void* table,
                           ot::qmon_stat_entry* ret) noexcept;
 }

@@ -1,6 +1,8 @@
 // The poll: every two seconds one look at the operation's result, and what becomes of it.
 #include "sources/probe/track.h"
 
+#include <algorithm>
+
 #include "platform/ledger_status.h"
 #include "platform/memory/ledger_controls.h"
 #include "sources/probe/statistics.h"
@@ -42,6 +44,24 @@ TEST_F(probe_poll, comes_every_two_seconds) {
   let_pass(nanoseconds{1});
   EXPECT_EQ(track("t").state, track_state::up);
   EXPECT_EQ(published("t"), 1U);
+}
+
+TEST_F(probe_poll, shares_a_wake_up_with_others_and_is_never_later_than_two_seconds) {
+  let_pass(milliseconds{1807});
+  ASSERT_EQ(create("u", 8), 0);
+  field::probe_result(8, 1);
+  let_pass(milliseconds{1890});
+  EXPECT_EQ(track("u").state, track_state::unknown);
+  trace();
+  field::take_traces();
+  let_pass(milliseconds{110});
+  EXPECT_EQ(track("u").state, track_state::up);
+  const text_lines traces = field::take_traces();
+  const auto times = [&traces](const char* line) {
+    return std::count(traces.begin(), traces.end(), line);
+  };
+  EXPECT_EQ(times("(handle_ot_wtm_timer_expired) : PRB_SHM_POLL_INTERVAL expired"), 2);
+  EXPECT_EQ(times("Entering (handle_ot_wtm_timer_expired) : "), 1);
 }
 
 TEST_F(probe_poll, keeps_the_code_and_the_response_time) {
