@@ -77,14 +77,19 @@ told read_attributes(const nlmsghdr& message) noexcept {
   return tells;
 }
 
-// 0 for a bond's member that stands by. A member of nothing has no master in a whole message; that
-// a message has no membership in it says nothing.
-std::uint32_t redundancy(const told& tells, std::uint32_t known) noexcept {
-  if (tells.member_of == "bond") {
-    return tells.bond_part ? (*tells.bond_part == bond_slave_backup ? 0 : 1) : known;
-  }
+// A member of nothing has no master in a whole message; that a message has no membership in it says
+// nothing. A bond's member that stands by has no redundancy.
+void take_membership(const told& tells, link_record& link) noexcept {
   const bool alone = tells.mtu && !tells.master;
-  return tells.member_of || alone ? 1 : known;
+  if (!tells.member_of && !alone) {
+    return;
+  }
+  link.of_vrf = tells.member_of == "vrf";
+  if (tells.member_of != "bond") {
+    link.redundancy = 1;
+  } else if (tells.bond_part) {
+    link.redundancy = *tells.bond_part == bond_slave_backup ? 0 : 1;
+  }
 }
 
 }  // namespace
@@ -115,7 +120,7 @@ bool link_record_read(const nlmsghdr& message, const link_record* known,
     link.name.assign(*tells.name);
   }
   link.operstate = tells.operstate.value_or(link.operstate);
-  link.redundancy = redundancy(tells, link.redundancy);
+  take_membership(tells, link);
   link.state =
       line_state(static_cast<const ifinfomsg*>(NLMSG_DATA(&message))->ifi_flags, link.operstate);
   *ret = link;

@@ -18,6 +18,7 @@ struct link_record {
   std::uint32_t state = 0;       // ifm_state_*
   std::uint32_t redundancy = 1;  // 0: a standby member of a bond
   std::uint8_t operstate = 0;    // the kernel's, from which the state is made
+  bool of_vrf = false;           // a member of a VRF device
 };
 
 // The ifindex of an RTM_NEWLINK or RTM_DELLINK message. 0 when it is about something else, such as

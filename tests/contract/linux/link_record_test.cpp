@@ -201,5 +201,15 @@ TEST(link_record, stops_at_a_malformed_attribute) {
   EXPECT_EQ(cut.read(&known).state, ifm_state_down);
 }
 
+TEST(link_record, tells_a_member_of_a_vrf) {
+  const auto of_red = [] { return whole(if_up).number(IFLA_MASTER, 4).member_of("vrf"); };
+  EXPECT_FALSE(whole(if_up).read().of_vrf);
+  EXPECT_TRUE(of_red().read().of_vrf);
+  const link_record member = of_red().read();
+  EXPECT_FALSE(whole(if_up).read(&member).of_vrf) << "it has no master any more";
+  EXPECT_FALSE(whole(if_up).number(IFLA_MASTER, 4).member_of("bridge").read(&member).of_vrf);
+  EXPECT_TRUE(link_message(if_up).read(&member).of_vrf) << "a short message";
+}
+
 }  // namespace
 }  // namespace ot::testing

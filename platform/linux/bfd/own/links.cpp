@@ -118,7 +118,8 @@ void local_links::apply_link(const nlmsghdr& message) {
     links_.erase(ifindex);
     std::erase_if(addresses_, [ifindex](const local_address& a) { return a.ifindex == ifindex; });
   } else if (link_record_read(message, before, &now)) {
-    news_ = news_ || before == nullptr || before->state != now.state || !(before->name == now.name);
+    news_ = news_ || before == nullptr || before->state != now.state ||
+            before->of_vrf != now.of_vrf || !(before->name == now.name);
     if (links_.put(now) != status_ok) {
       retry_.start(retry_usec);
     }
@@ -186,6 +187,10 @@ std::optional<neighbor_path> local_links::towards(const session_config& session,
   if (link->state != ifm_state_up) {
     *ret_problem = link->state == ifm_state_admin_down ? "the interface is administratively down"
                                                        : "the interface has no carrier";
+    return std::nullopt;
+  }
+  if (link->of_vrf) {
+    *ret_problem = "the interface is in a VRF; sessions are run in the default VRF only";
     return std::nullopt;
   }
   // Packets to ourselves come back, so that the session would be up whatever the network does.
