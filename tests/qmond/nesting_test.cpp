@@ -1,8 +1,10 @@
 // Keys and values that are nested too deep for the TOML library.
-#include "tools/qmond/nesting.h"
+#include "tools/settings/nesting.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include "tools/qmond/config.h"
 
 namespace ot::qmond {
 namespace {

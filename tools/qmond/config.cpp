@@ -8,8 +8,9 @@
 #include <utility>
 
 #include "platform/linux/probes/qmon/table_layout.h"
-#include "tools/qmond/nesting.h"
 #include "tools/qmond/operation_keys.h"
+#include "tools/settings/document.h"
+#include "tools/settings/protected_file.h"
 
 namespace ot::qmond {
 namespace {
@@ -91,17 +92,17 @@ class config_reader {
 }  // namespace
 
 configuration parse_config(std::string_view text) {
-  if (std::optional<problem> deep = find_deep_key(text)) {
-    return {.operations = {}, .problems = {std::move(*deep)}};
+  configuration none;
+  const std::optional<toml::table> file = settings::parse_document(text, &none.problems);
+  return file ? config_reader().read(*file) : none;
+}
+
+configuration read_config(const std::string& path) {
+  std::string text;
+  if (std::string wrong = settings::read_protected_file(path, &text); !wrong.empty()) {
+    return {.operations = {}, .problems = {{.line = 0, .column = 0, .text = std::move(wrong)}}};
   }
-  try {
-    return config_reader().read(toml::parse(text));
-  } catch (const toml::parse_error& error) {
-    problem_list problems;
-    problems.add(error.source(),
-                 std::string(error.description()) + "; the rest of the file was not looked at");
-    return {.operations = {}, .problems = problems.sorted()};
-  }
+  return parse_config(text);
 }
 
 }  // namespace ot::qmond

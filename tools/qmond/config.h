@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "tools/settings/problems.h"
+
 namespace ot::qmond {
 
 enum class kind_id : std::uint32_t { icmp, tcp, http, dns, command };
@@ -38,11 +40,8 @@ struct operation {
   bool operator==(const operation&) const = default;
 };
 
-struct problem {
-  std::uint32_t line = 0;  // 1 is the first; 0 the file as a whole
-  std::uint32_t column = 0;
-  std::string text;
-};
+using settings::problem;
+using settings::problem_text;
 
 struct configuration {
   std::vector<operation> operations;  // without those that have errors
@@ -54,8 +53,5 @@ configuration parse_config(std::string_view text);
 // The same for a file; one that cannot be read, or that others than root and this process's user
 // may write to, is a problem of line 0.
 configuration read_config(const std::string& path);
-
-// "FILE:LINE:COLUMN: text".
-std::string problem_text(const std::string& path, const problem& what);
 
 }  // namespace ot::qmond

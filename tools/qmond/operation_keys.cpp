@@ -8,7 +8,6 @@
 #include <array>
 #include <set>
 #include <string_view>
-#include <tuple>
 
 #include "tools/qmond/kinds/kinds.h"
 #include "tools/qmond/values.h"
@@ -100,17 +99,6 @@ const key_row* find_key(std::string_view name) {
 // The names of keys whose values are no good.
 using bad_keys = std::set<std::string_view>;
 
-// False when the value is no good.
-bool take_key(const key_row& row, const toml::node& node, operation& to, problem_list& problems) {
-  try {
-    row.take(node, to);
-    return true;
-  } catch (const value_error& error) {
-    problems.add(node.source(), std::string(row.name) + ": " + error.what());
-    return false;
-  }
-}
-
 const kind* read_kind(const toml::table& table, problem_list& problems) {
   const toml::node* const node = table.get("kind");
   if (node == nullptr) {
@@ -189,19 +177,6 @@ void check_together(const toml::table& table, const operation& one, const bad_ke
 }
 
 }  // namespace
-
-void problem_list::add(const toml::source_region& place, std::string text) {
-  found_.push_back(
-      {.line = place.begin.line, .column = place.begin.column, .text = std::move(text)});
-}
-
-std::vector<problem> problem_list::sorted() const {
-  std::vector<problem> by_place = found_;
-  std::stable_sort(by_place.begin(), by_place.end(), [](const problem& a, const problem& b) {
-    return std::tie(a.line, a.column) < std::tie(b.line, b.column);
-  });
-  return by_place;
-}
 
 void read_common_keys(const toml::table& table, operation* ret, problem_list& problems) {
   for (const auto& [key, node] : table) {

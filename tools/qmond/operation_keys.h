@@ -3,25 +3,11 @@
 
 #include <toml++/toml.h>
 
-#include <cstddef>
-#include <string>
-#include <vector>
-
 #include "tools/qmond/config.h"
 
 namespace ot::qmond {
 
-// The problems found so far.
-class problem_list {
- public:
-  void add(const toml::source_region& place, std::string text);
-  [[nodiscard]] std::size_t count() const noexcept { return found_.size(); }
-  // By place in the file.
-  [[nodiscard]] std::vector<problem> sorted() const;
-
- private:
-  std::vector<problem> found_;
-};
+using settings::problem_list;
 
 // The keys of [defaults]: those that operations of several kinds have.
 void read_common_keys(const toml::table& table, operation* ret, problem_list& problems);

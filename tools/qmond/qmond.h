@@ -5,8 +5,7 @@
 // and `qmond status` read. One process, one thread, one event loop; nothing in it waits.
 //
 //   config.h           the file -> operations, or every error with its place; it is read by
-//                      config_file.cpp (who may have written it), nesting.h, config.cpp (its
-//                      outline) and operation_keys.h
+//                      config.cpp (its outline) and operation_keys.h, with tools/settings/
 //   engine.h           when each operation is due, one probe of it at a time; knows no sockets
 //   kinds/             one file a kind of operation, with its row: its keys in the file, its probe.
 //                      kinds/host.h owns what all operations share: the sockets, the HTTP client,

@@ -1,30 +1,21 @@
-// Single values of the configuration file. Each function takes one key's value into its place, or
-// throws value_error, whose text goes on after "KEY: ".
+// Values of the configuration file that only operations have: where to reach a target. Each
+// function throws value_error, whose text goes on after "KEY: ".
 #pragma once
 
-#include <toml++/toml.h>
-
 #include <cstdint>
-#include <functional>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 
+#include "tools/settings/values.h"
+
 namespace ot::qmond {
 
-struct value_error : std::runtime_error {
-  using std::runtime_error::runtime_error;
-};
-
-std::string text_value(const toml::node& node);
-bool truth_value(const toml::node& node);
-std::uint32_t number_value(const toml::node& node, std::uint32_t least, std::uint32_t most);
-
-// Calls `read` with each element of the list; what it throws is thrown for all of them at once.
-void read_elements(const toml::array& list, const std::function<void(const toml::node&)>& read);
-
-// Milliseconds of a text such as "250ms", "2s", "5m" or "1h"; between `least` and `most`.
-std::uint32_t duration_value(const toml::node& node, std::uint32_t least, std::uint32_t most);
+using settings::duration_value;
+using settings::number_value;
+using settings::read_elements;
+using settings::text_value;
+using settings::truth_value;
+using settings::value_error;
 
 // Whether it is an IPv4 or IPv6 address.
 bool is_address(const std::string& text);

@@ -100,22 +100,6 @@ started start(probe_host& host, const operation& what, const address& /*where*/,
   return {.running = std::move(made), .code = return_code::none};
 }
 
-std::vector<std::string> argv_value(const toml::node& node) {
-  const toml::array* const list = node.as_array();
-  if (list == nullptr || list->empty()) {
-    throw value_error("must be a list of texts: the program and its arguments");
-  }
-  std::vector<std::string> argv;
-  read_elements(*list, [&argv](const toml::node& element) {
-    const bool empty = element.is_string() && element.as_string()->get().empty();
-    argv.push_back(empty ? std::string() : text_value(element));
-  });
-  if (!argv.front().starts_with('/')) {
-    throw value_error("the program must be an absolute path; there is no shell and no PATH");
-  }
-  return argv;
-}
-
 std::string command_line(const std::vector<std::string>& argv) {
   std::string line;
   for (const std::string& word : argv) {
@@ -125,7 +109,7 @@ std::string command_line(const std::vector<std::string>& argv) {
 }
 
 void take_command(const toml::node& node, operation& to) {
-  to.argv = argv_value(node);
+  to.argv = settings::argv_value(node);
   to.target = command_line(to.argv);
 }
 

@@ -12,6 +12,7 @@
 #include "tools/qmond/loop.h"
 #include "tools/qmond/outcome.h"
 #include "tools/qmond/values.h"
+#include "tools/settings/keys.h"
 
 namespace ot::qmond {
 
@@ -47,24 +48,11 @@ struct started {
 };
 
 // What can be said of an operation in the configuration file.
-enum key_use : unsigned {
-  key_required = 1,
-  key_common = 2,   // may stand in [defaults]
-  key_network = 4,  // only of kinds that have a target
-};
-struct key_row {
-  std::string_view name;
-  // Puts the value into its place. Throws value_error.
-  void (*take)(const toml::node& node, operation& to);
-  unsigned use = 0;
-};
-
-// A row's `take` for a field that is read by one function of values.h, within bounds if it has
-// them.
-template <auto field, auto read, auto... bounds>
-void take_value(const toml::node& node, operation& to) {
-  to.*field = read(node, bounds...);
-}
+using key_row = settings::key_row<operation>;
+using settings::key_common;  // may stand in [defaults]
+using settings::key_required;
+inline constexpr unsigned key_network = settings::key_use_next;  // only of kinds with a target
+using settings::take_value;
 
 struct kind {
   kind_id id;

@@ -6,9 +6,9 @@
 #include <optional>
 #include <string_view>
 
-#include "tools/qmond/config.h"
+#include "tools/settings/problems.h"
 
-namespace ot::qmond {
+namespace ot::settings {
 
 // Ours have one.
 inline constexpr std::size_t key_parts_max = 8;
@@ -17,4 +17,4 @@ inline constexpr std::size_t key_parts_max = 8;
 // no TOML, which the library reports.
 std::optional<problem> find_deep_key(std::string_view text);
 
-}  // namespace ot::qmond
+}  // namespace ot::settings

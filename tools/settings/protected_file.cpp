@@ -1,5 +1,6 @@
-// The configuration as a file. What it says is run as commands, so nobody but root and the user
-// that runs them may have written it.
+// Opens what may as well be a device or a pipe, looks at it, and reads it to a bound.
+#include "tools/settings/protected_file.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,9 +10,8 @@
 #include <system_error>
 
 #include "platform/linux/unique_fd.h"
-#include "tools/qmond/config.h"
 
-namespace ot::qmond {
+namespace ot::settings {
 namespace {
 
 // Several times what 65,536 operations take.
@@ -38,8 +38,9 @@ std::string writers_text(const struct stat& file) {
   return {};
 }
 
-// What is wrong with the file; empty when `ret` holds what is in it.
-std::string read_file(const std::string& path, std::string* ret) {
+}  // namespace
+
+std::string read_protected_file(const std::string& path, std::string* ret) {
   const unique_fd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
   struct stat status {};
   if (!file.valid() || fstat(file.get(), &status) != 0) {
@@ -59,22 +60,4 @@ std::string read_file(const std::string& path, std::string* ret) {
   return size < 0 ? error_text(errno) : std::string();
 }
 
-}  // namespace
-
-configuration read_config(const std::string& path) {
-  std::string text;
-  if (std::string wrong = read_file(path, &text); !wrong.empty()) {
-    return {.operations = {}, .problems = {{.line = 0, .column = 0, .text = std::move(wrong)}}};
-  }
-  return parse_config(text);
-}
-
-std::string problem_text(const std::string& path, const problem& what) {
-  if (what.line == 0) {
-    return path + ": " + what.text;
-  }
-  return path + ':' + std::to_string(what.line) + ':' + std::to_string(what.column) + ": " +
-         what.text;
-}
-
-}  // namespace ot::qmond
+}  // namespace ot::settings

@@ -1,11 +1,11 @@
 // A scanner that knows of TOML only what hides dots: comments and the four sorts of texts. What it
 // counts is dots between two signs that end a key.
-#include "tools/qmond/nesting.h"
+#include "tools/settings/nesting.h"
 
 #include <array>
 #include <string>
 
-namespace ot::qmond {
+namespace ot::settings {
 namespace {
 
 // What goes on until its end; the longer begins go before those that they begin with.
@@ -87,4 +87,4 @@ std::optional<problem> find_deep_key(std::string_view text) {
   return {};
 }
 
-}  // namespace ot::qmond
+}  // namespace ot::settings
