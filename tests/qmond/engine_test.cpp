@@ -123,6 +123,27 @@ TEST_F(qmond_engine, starts_keep_their_rhythm_however_long_probes_take) {
                                    std::pair(0U, begin + 2 * second)));
 }
 
+TEST_F(qmond_engine, a_start_that_is_a_little_late_does_not_put_the_next_ones_off) {
+  engine_->apply({every_second(0)});
+  const std::uint64_t begin = now_;
+  immediate_ = return_code::ok;
+  for (std::uint64_t i = 0; i < 3; ++i) {
+    ASSERT_EQ(engine_->next_due_us(), begin + i * second);
+    now_ = begin + i * second + 9000;
+    engine_->run_due();
+  }
+  EXPECT_EQ(starts_.back(), std::pair(0U, begin + 2 * second + 9000));
+}
+
+TEST_F(qmond_engine, a_start_that_is_very_late_is_not_followed_by_others_at_once) {
+  engine_->apply({every_second(0)});
+  immediate_ = return_code::ok;
+  now_ += 10 * second + 700000;
+  engine_->run_due();
+  EXPECT_EQ(starts_.size(), 1U);
+  EXPECT_EQ(engine_->next_due_us(), now_ + second);
+}
+
 TEST_F(qmond_engine, a_probe_that_takes_too_long_is_given_up) {
   engine_->apply({every_second(0)});
   pass_until(now_ + 399999);

@@ -32,7 +32,7 @@ namespace {
 constexpr const char* run_folder = "/run/qmond";
 constexpr std::uint64_t heartbeat_us = 1000000;
 // Operations that are due within this time are started together, which saves wake-ups.
-constexpr std::uint64_t accuracy_us = 5000;
+constexpr std::uint64_t accuracy_us = 20000;
 
 [[noreturn]] void fail(int error, const std::string& what) {
   throw std::system_error(error, std::generic_category(), what);

@@ -1,9 +1,11 @@
 // The engine. An operation has one entry in the schedule: the next start while it waits, its
-// timeout while a probe is under way.
+// timeout while a probe is under way. Starts are counted from when they were due, so that what
+// makes them a little late, such as waking up once for many, does not make them fewer.
 #include "tools/qmond/engine.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <system_error>
 
 namespace ot::qmond {
@@ -12,20 +14,21 @@ namespace {
 constexpr std::uint64_t spread_max_us = 10000000;
 // When there was no room for a probe, for example too many commands ran.
 constexpr std::uint64_t retry_us = 50000;
+constexpr std::uint64_t ns_per_us = 1000;
 // More than one is needed once in very many configurations.
 constexpr std::uint32_t salts_max = 16;
 
 }  // namespace
 
-struct engine::runner {
+struct engine::runner : timer_node {
   explicit runner(const operation& from) : config(from), results(from.rise, from.fall) {}
 
   const operation config;
   outcome results;
   std::uint32_t slot = 0;
   std::unique_ptr<probe> running;
-  std::uint64_t due_us = 0;
   std::uint64_t started_us = 0;
+  std::uint64_t rhythm_us = 0;        // from when the next start counts
   std::uint64_t without_room_us = 0;  // since when; 0: there was room
 };
 
@@ -106,6 +109,9 @@ difference engine::apply(const std::vector<operation>& operations) {
 
 // An operation that finds no slot near its place takes a new table, in which all have other places.
 void engine::add(const operation& config) {
+  if (!due_.reserve(runners_.size() + 1)) {
+    throw std::bad_alloc();
+  }
   const auto made = runners_.emplace(config.id, std::make_unique<runner>(config)).first;
   runner& one = *made->second;
   if (const auto slot = table_->add(config.id, describe(config))) {
@@ -124,19 +130,24 @@ void engine::add(const operation& config) {
 void engine::remove(std::uint32_t id) {
   const auto found = runners_.find(id);
   runner& one = *found->second;
-  due_.erase({one.due_us, &one});
+  due_.remove(one);
   table_->remove(one.slot);
   runners_.erase(found);
 }
 
 void engine::put_off(runner& one, std::uint64_t due_us) {
-  due_.erase({one.due_us, &one});
-  one.due_us = due_us;
-  due_.emplace(due_us, &one);
+  if (one.place != timer_node::not_in_heap) {
+    due_.remove(one);
+  }
+  due_.insert(one, due_us * ns_per_us);
 }
 
 void engine::start(runner& one) {
+  const std::uint64_t interval_us = one.config.interval_ms * std::uint64_t{1000};
+  const std::uint64_t due_us = one.due_ns / ns_per_us;
   one.started_us = hooks_.now_us();
+  // One that was so late that the next would follow at once begins a rhythm of its own.
+  one.rhythm_us = one.started_us - due_us <= interval_us / 2 ? due_us : one.started_us;
   started begun = hooks_.start(one.config, [this, &one](return_code code) { finish(one, code); });
   if (begun.running != nullptr) {
     one.running = std::move(begun.running);
@@ -167,15 +178,15 @@ void engine::finish(runner& one, return_code code) {
   one.without_room_us = 0;
   one.results.record(code, now_us - begun_us, hooks_.wall_clock());
   table_->publish(one.slot, one.results.words());
-  // Starts keep their rhythm, unless the last one was so late that the next would follow at once.
   const std::uint64_t interval_us = one.config.interval_ms * std::uint64_t{1000};
-  put_off(one, std::max(one.started_us + interval_us, now_us + 1));
+  put_off(one, std::max(one.rhythm_us + interval_us, now_us + 1));
 }
 
 void engine::run_due() {
-  const std::uint64_t now_us = hooks_.now_us();
-  while (!due_.empty() && due_.begin()->first <= now_us) {
-    runner& one = *due_.begin()->second;
+  const std::uint64_t now_ns = hooks_.now_us() * ns_per_us;
+  for (timer_node* first = due_.first(); first != nullptr && first->due_ns <= now_ns;
+       first = due_.first()) {
+    auto& one = static_cast<runner&>(*first);
     if (one.running != nullptr) {
       finish(one, one.running->late_code());
     } else {
@@ -185,7 +196,8 @@ void engine::run_due() {
 }
 
 std::optional<std::uint64_t> engine::next_due_us() const noexcept {
-  return due_.empty() ? std::nullopt : std::optional(due_.begin()->first);
+  const timer_node* const first = due_.first();
+  return first == nullptr ? std::nullopt : std::optional(first->due_ns / ns_per_us);
 }
 
 void engine::beat() noexcept {

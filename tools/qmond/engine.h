@@ -8,11 +8,10 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
-#include <utility>
 #include <vector>
 
+#include "platform/common/timer_heap.h"
 #include "tools/qmond/kinds/kinds.h"
 #include "tools/qmond/outcome.h"
 #include "tools/qmond/table_writer.h"
@@ -70,7 +69,7 @@ class engine {
   engine_hooks hooks_;
   std::unique_ptr<table_writer> table_;
   std::map<std::uint32_t, std::unique_ptr<runner>> runners_;  // by id
-  std::set<std::pair<std::uint64_t, runner*>> due_;
+  timer_heap due_;                                            // of the runners, all of them
 };
 
 // The delay of an operation's first probe: spread over its interval, at most ten seconds, so that
