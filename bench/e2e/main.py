@@ -13,6 +13,7 @@ sys.path.insert(0, str(SOURCE / "tests" / "e2e"))
 
 # pylint: disable=wrong-import-position
 import bfd
+import kit
 import measurements
 import micro
 import probes
@@ -32,8 +33,8 @@ def machine():
 
 
 def main():
-    steps = {**measurements.STEPS, **route_measurements.STEPS, **probes.STEPS, **bfd.STEPS, **worst.STEPS,
-             **peers.STEPS, **micro.STEPS}
+    steps = {**measurements.STEPS, **route_measurements.STEPS, **probes.STEPS, **bfd.STEPS,
+             **worst.STEPS, **kit.STEPS, **peers.STEPS, **micro.STEPS}
     parser = argparse.ArgumentParser(prog="bench/run", description=__doc__)
     parser.add_argument("steps", nargs="*", metavar="STEP",
                         help="only these: " + ", ".join(steps))
