@@ -98,6 +98,33 @@ def test_what_one_commit_does_not_take_is_known_before(running):
             "commit has at most 8192; apply the file in parts\n")
 
 
+def test_only_the_first_of_very_many_errors_are_told(running):
+    path = write(running, *["odd"] * 1000)
+    error = outcome(running, "apply", path)[2].splitlines()
+    assert error[0] == "trackctl: 1000 errors, nothing is changed:"
+    assert error[100].startswith(f"  {path}:100: ")
+    assert error[101:] == ["  ... and 900 more"]
+
+
+def test_tracks_that_share_a_session_survive_their_file(running):
+    lines = [f"{name} bfd 192.0.2.1 --interface wan0 --rate 300 --debounce 3 --shared"
+             for name in ("a", "b")]
+    running.ctl("apply", write(running, *lines))
+    exported = running.ctl("export")
+    assert exported.splitlines() == lines
+    running.ctl("apply", write(running), "--prune")
+    running.ctl("apply", write(running, *exported.splitlines()))
+    assert running.ctl("export") == exported
+
+
+def test_a_note_is_told_with_its_line(running):
+    path = write(running, "uplink interface wan0", "most percentage --up 100 --down 51 uplink=3")
+    note = 'the weight of member "uplink" counts as 1, as every member\'s of a percentage list does'
+    assert outcome(running, "apply", path)[2] == f"trackctl: {path}:2: note: {note}\n"
+    assert outcome(running, "set", "most", "percentage", "--up", "100", "--down", "51", "uplink=3")[2] \
+        == f"trackctl: note: {note}\n"
+
+
 def test_warnings_do_not_keep_a_file_from_being_applied(running):
     path = write(running, "a and b nobody", "b or a")
     code, output, error = outcome(running, "apply", path)

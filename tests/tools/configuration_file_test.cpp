@@ -156,6 +156,14 @@ TEST_F(track_files, a_file_that_includes_itself_ends) {
                           "file include itself?"));
 }
 
+TEST_F(track_files, lines_are_bounded_over_all_files) {
+  write("a", std::string(60'000, '\n'));
+  write("b", std::string(60'000, '\n'));
+  EXPECT_THAT(errors_of(write("t.conf", "include a\ninclude b\n")),
+              ElementsAre("b:39999: too many lines"));
+  EXPECT_THAT(errors_of(write("all", std::string(100'000, '\n'))), IsEmpty());
+}
+
 TEST_F(track_files, what_is_no_file) {
   EXPECT_THAT(errors_of(folder_ / "absent"), ElementsAre("absent: No such file or directory"));
   fs::create_directory(folder_ / "sub");

@@ -52,6 +52,9 @@ int run_set(const arguments& all_args) {
           kind.check(track, parsed);
         }
       });
+  for (const std::string& note : said.notes) {
+    std::cerr << "trackctl: note: " << note << '\n';
+  }
   set_track(said);
   warn_of_cycle(said.name);
   return exit_done;

@@ -196,6 +196,9 @@ std::vector<std::string> find_warnings(const configured_tracks& after,
   std::set<std::string> told;  // the tracks of cycles that were told
   for (const file_track& track : wanted) {
     const std::string& name = track.said.name;
+    for (const std::string& note : track.said.notes) {
+      found.push_back(track.place + ": note: " + note);
+    }
     for (const std::string& member : members(name)) {
       if (!after.contains(member)) {
         found.push_back(track.place + ": warning: there is no track \"" + member + "\" yet");

@@ -32,7 +32,8 @@ configured_tracks configuration_after(const configured_tracks& present,
 std::vector<std::string> find_conflicts(const configured_tracks& after,
                                         const std::vector<file_track>& wanted);
 
-// What it may not mean: members that are no track, lists that contain each other.
+// What it may not mean: members that are no track, lists that contain each other, and what the
+// lines have notes of.
 std::vector<std::string> find_warnings(const configured_tracks& after,
                                        const std::vector<file_track>& wanted);
 

@@ -141,6 +141,9 @@ said_track read_track_line(const arguments& words, const line_check& check) {
   said.delays = {delay_or_zero("--delay-up", up), delay_or_zero("--delay-down", down)};
   const CLI::Option* const shared = app.get_option_no_throw("--shared");
   said.shared = shared != nullptr && shared->count() != 0;
+  if (kind.notes != nullptr) {
+    said.notes = kind.notes(app);
+  }
   if (check) {
     check(said.name, kind, app);
   }

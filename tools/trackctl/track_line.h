@@ -22,7 +22,8 @@ struct said_track {
   std::string words;  // all behind the name, as they were given
   wanted_type type;
   wanted_delays delays;
-  bool shared = false;  // it may follow what another track follows
+  bool shared = false;                  // it may follow what another track follows
+  std::vector<std::string> notes = {};  // what is taken but does not mean what it says
 
   // All its items, as the ledger will have them.
   [[nodiscard]] track_items items() const;

@@ -57,6 +57,8 @@ struct track_kind {
   // Looks at the other tracks before `track` is set; throws when they are in the way. `app` has
   // been parsed. Null: they cannot be.
   void (*check)(const std::string& track, const CLI::App& app) = nullptr;
+  // What is taken but does not mean what it says, a text each. Null: there is no such thing.
+  std::vector<std::string> (*notes)(const CLI::App& app) = nullptr;
   // JSON of what is followed; null for lists.
   nlohmann::ordered_json (*object)(const track_type_info& info) = nullptr;
   // Further members of that JSON, which the service has besides the record. Null: none.

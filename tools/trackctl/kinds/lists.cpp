@@ -5,7 +5,6 @@
 
 #include <array>
 #include <cstdio>
-#include <iostream>
 #include <memory>
 #include <set>
 
@@ -172,14 +171,20 @@ items_reader define_threshold(CLI::App& app, const track_kind& kind, const char*
   };
 }
 
-std::vector<list_member_word> read_and_note_percentage_members(const words& given) {
+std::vector<list_member_word> read_shares(const words& given) {
   words weighted;
-  std::vector<list_member_word> members = read_percentage_members(given, weighted);
+  return read_percentage_members(given, weighted);
+}
+
+std::vector<std::string> weights_without_effect(const CLI::App& app) {
+  words weighted;
+  read_percentage_members(app.get_option("MEMBER")->results(), weighted);
+  std::vector<std::string> notes;
   for (const std::string& name : weighted) {
-    std::cerr << "trackctl: note: the weight of member \"" << name
-              << "\" counts as 1, as every member's of a percentage list does\n";
+    notes.push_back("the weight of member \"" + name +
+                    "\" counts as 1, as every member's of a percentage list does");
   }
-  return members;
+  return notes;
 }
 
 }  // namespace
@@ -231,9 +236,9 @@ constinit const track_kind percentage_kind{
     .example = "most percentage --up 100 --down 51 dc1 dc2 dc3",
     .define =
         [](CLI::App& app) {
-          return define_threshold(app, percentage_kind, "names of tracks",
-                                  read_and_note_percentage_members);
+          return define_threshold(app, percentage_kind, "names of tracks", read_shares);
         },
-    .write = write_shares};
+    .write = write_shares,
+    .notes = weights_without_effect};
 
 }  // namespace ot::trackctl
