@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 
 namespace ot {
 
@@ -22,6 +23,16 @@ struct errmsg_record {
 // allocate; texts over 1,000 characters are cut. Messages leave in the order of the calls, at the
 // latest when the running handler has returned. Any thread.
 void errmsg_log(const errmsg_record* record, std::uint32_t severity, ...) noexcept;
+
+// What a log that has fields keeps of a message beside its text.
+struct errmsg_field {
+  const char* name;   // of A-Z and _
+  const char* value;  // a control character becomes '?'
+};
+
+// The same with fields, of at most 192 characters in all; those that do not fit are left out.
+void errmsg_log_fields(const errmsg_record* record, std::uint32_t severity,
+                       std::span<const errmsg_field> fields, ...) noexcept;
 
 // How many lines, traces too, did not reach where they should since the process started, because
 // nobody read there; one that two readers missed counts twice. Any thread.

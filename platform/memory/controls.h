@@ -158,6 +158,8 @@ void probe_stopped(std::uint32_t op_id);
 
 // System messages, "OT-SERVICES-6-TRACK_INFO: ...", and trace lines since the last take.
 std::vector<std::string> take_messages();
+// The fields of messages that have some, "NAME=value NAME=value"; before the messages are taken.
+std::vector<std::string> take_message_fields();
 // So many more lines of the log found no reader.
 void messages_dropped(std::uint64_t count);
 std::vector<std::string> take_traces();

@@ -35,6 +35,7 @@ struct lines {
   }
 };
 
+struct field_lines : lines {};
 struct message_lines : lines {
   std::atomic<std::uint64_t> dropped = 0;
 };
@@ -52,16 +53,34 @@ struct trace_lines : lines {
   return text;
 }
 
+void add_message(const errmsg_record* record, std::uint32_t severity, std::va_list arguments) {
+  world_part<message_lines>().add(std::string{record->facility} + '-' + record->group + '-' +
+                                  std::to_string(severity) + '-' + record->name + ": " +
+                                  formatted(record->format, arguments));
+}
+
 }  // namespace
 
 void errmsg_log(const errmsg_record* record, std::uint32_t severity, ...) noexcept {
   alloc_faults_paused pause;
   std::va_list arguments;
   va_start(arguments, severity);
-  const std::string text = formatted(record->format, arguments);
+  add_message(record, severity, arguments);
   va_end(arguments);
-  world_part<message_lines>().add(std::string{record->facility} + '-' + record->group + '-' +
-                                  std::to_string(severity) + '-' + record->name + ": " + text);
+}
+
+void errmsg_log_fields(const errmsg_record* record, std::uint32_t severity,
+                       std::span<const errmsg_field> fields, ...) noexcept {
+  alloc_faults_paused pause;
+  std::va_list arguments;
+  va_start(arguments, fields);
+  add_message(record, severity, arguments);
+  va_end(arguments);
+  std::string line;
+  for (const errmsg_field& field : fields) {
+    line += (line.empty() ? "" : " ") + std::string{field.name} + '=' + field.value;
+  }
+  world_part<field_lines>().add(std::move(line));
 }
 
 std::uint64_t errmsg_dropped() noexcept {
@@ -85,7 +104,12 @@ void dbg_print(const dbg_flag& /*flag*/, std::uint32_t /*reserved1*/, std::uint3
 namespace field {
 
 std::vector<std::string> take_messages() {
+  world_part<field_lines>().take();
   return world_part<message_lines>().take();
+}
+
+std::vector<std::string> take_message_fields() {
+  return world_part<field_lines>().take();
 }
 
 void messages_dropped(std::uint64_t count) {

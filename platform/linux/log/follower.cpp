@@ -18,11 +18,13 @@ constexpr errmsg_record dropped_message{"OT", "SERVICES", "LOG_DROPPED", "%s",
 log_line line_at(std::string_view queue, std::size_t at) noexcept {
   log_line_header header;
   std::memcpy(&header, queue.data() + at, sizeof header);
-  return {header.record, header.severity, queue.substr(at + sizeof header, header.length)};
+  at += sizeof header;
+  return {header.record, header.severity, queue.substr(at, header.length),
+          queue.substr(at + header.length, header.fields_length)};
 }
 
 std::size_t end_of(const log_line& line, std::size_t at) noexcept {
-  return at + sizeof(log_line_header) + line.text.size();
+  return at + sizeof(log_line_header) + line.text.size() + line.fields.size();
 }
 
 // The flush before the loop's next wait goes on writing.

@@ -12,11 +12,12 @@
 
 namespace ot {
 
-// How a line lies in the queue: this, then its text.
+// How a line lies in the queue: this, then its text, then its fields.
 struct log_line_header {
   const errmsg_record* record;
   std::uint32_t severity;
   std::uint32_t length;
+  std::uint32_t fields_length = 0;
 };
 
 class log_follower {

@@ -29,13 +29,14 @@ namespace ot {
 namespace {
 
 constexpr std::size_t room = std::size_t{1} << 20;
-constexpr std::size_t longest_line = sizeof(log_line_header) + log_text_limit + 1;
+constexpr std::size_t longest_line =
+    sizeof(log_line_header) + log_text_limit + 1 + log_fields_limit;
 constexpr int patience_ms = 200;
 constexpr std::uint64_t longest_finish_us = 2'000'000;
 
 struct followers {
   followers() noexcept {
-    const bool journal = access("/run/systemd/journal/socket", W_OK) == 0;
+    journal = access("/run/systemd/journal/socket", W_OK) == 0;
     const bool syslog = !journal && access("/dev/log", W_OK) == 0;
     if (journal || syslog) {
       list[count++].follow(journal ? to_journal : to_syslog);
@@ -50,6 +51,7 @@ struct followers {
   log_stream to_standard_error{STDERR_FILENO};
   log_follower list[2];
   std::size_t count = 0;
+  bool journal = false;  // it alone takes fields
 };
 
 std::mutex lock;
@@ -58,9 +60,13 @@ std::size_t used = 0;
 evm* attached = nullptr;
 thread_local bool on_loop_thread = false;
 
+followers& known() noexcept {
+  static followers found;
+  return found;
+}
+
 std::span<log_follower> all() noexcept {
-  static followers known;
-  return {known.list, known.count};
+  return {known().list, known().count};
 }
 
 std::string_view queue() noexcept {
@@ -120,8 +126,30 @@ constexpr std::size_t formatted_length(int formatted, std::size_t size) noexcept
   return formatted < 0 ? 0 : std::min(static_cast<std::size_t>(formatted), size - 1);
 }
 
+// Writes the fields as the journal takes them to `ret`, which has room for log_fields_limit
+// characters; their length.
+std::size_t write_fields(std::span<const errmsg_field> fields, char* ret) noexcept {
+  std::size_t written = 0;
+  for (const errmsg_field& field : fields) {
+    const std::size_t name = std::strlen(field.name);
+    const std::size_t value = std::strlen(field.value);
+    if (written + name + value + 2 > log_fields_limit) {
+      continue;
+    }
+    char* end = std::copy_n(field.name, name, ret + written);
+    *end++ = '=';
+    end = std::transform(field.value, field.value + value, end, [](unsigned char character) {
+      return character < ' ' || character == 127 ? '?' : static_cast<char>(character);
+    });
+    *end++ = '\n';
+    written = static_cast<std::size_t>(end - ret);
+  }
+  return written;
+}
+
 // Queues (or writes) one line; `record` is null for a trace. The arguments are those of `format`.
-void add_line(const errmsg_record* record, std::uint32_t severity, const char* format,
+void add_line(const errmsg_record* record, std::uint32_t severity,
+              std::span<const errmsg_field> fields, const char* format,
               std::va_list arguments) noexcept {
   const std::lock_guard guard(lock);
   if (used + longest_line > room) {
@@ -134,9 +162,11 @@ void add_line(const errmsg_record* record, std::uint32_t severity, const char* f
   while (length > 0 && text[length - 1] == '\n') {
     --length;
   }
-  const log_line_header header{record, severity, static_cast<std::uint32_t>(length)};
+  const std::size_t fields_length = known().journal ? write_fields(fields, text + length) : 0;
+  const log_line_header header{record, severity, static_cast<std::uint32_t>(length),
+                               static_cast<std::uint32_t>(fields_length)};
   std::memcpy(lines + used, &header, sizeof header);
-  used += sizeof header + length;
+  used += sizeof header + length + fields_length;
   if (attached == nullptr || !on_loop_thread) {
     write();
   }
@@ -190,7 +220,15 @@ std::uint64_t errmsg_dropped() noexcept {
 void errmsg_log(const errmsg_record* record, std::uint32_t severity, ...) noexcept {
   std::va_list arguments;
   va_start(arguments, severity);
-  add_line(record, severity, record->format, arguments);
+  add_line(record, severity, {}, record->format, arguments);
+  va_end(arguments);
+}
+
+void errmsg_log_fields(const errmsg_record* record, std::uint32_t severity,
+                       std::span<const errmsg_field> fields, ...) noexcept {
+  std::va_list arguments;
+  va_start(arguments, fields);
+  add_line(record, severity, fields, record->format, arguments);
   va_end(arguments);
 }
 
@@ -198,7 +236,7 @@ void dbg_print(const dbg_flag& /*flag*/, std::uint32_t /*reserved1*/, std::uint3
                const char* format, ...) noexcept {
   std::va_list arguments;
   va_start(arguments, format);
-  add_line(nullptr, LOG_DEBUG, format, arguments);
+  add_line(nullptr, LOG_DEBUG, {}, format, arguments);
   va_end(arguments);
 }
 

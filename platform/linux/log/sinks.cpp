@@ -24,7 +24,7 @@
 namespace ot {
 namespace {
 
-constexpr std::size_t longest_datagram = log_line_limit + 512;
+constexpr std::size_t longest_datagram = log_line_limit + log_fields_limit + 512;
 constexpr std::size_t smallest_room = 512;  // of a pipe or terminal that poll calls writable
 
 // Appends to a datagram that has room for all that is appended.
@@ -85,6 +85,7 @@ std::size_t log_for_journal(const log_line& line, std::span<char> ret) noexcept 
     text.print("OT_FACILITY=%s\nOT_GROUP=%s\nOT_MESSAGE=%s\nOT_NUMBER=0x%08x\n", record->facility,
                record->group, record->name, record->number);
   }
+  text.bytes(line.fields.data(), line.fields.size());
   return text.used();
 }
 

@@ -17,11 +17,13 @@ namespace ot {
 
 inline constexpr std::size_t log_text_limit = 1000;  // of one line; longer ones are cut
 inline constexpr std::size_t log_line_limit = 1200;  // the longest text and the prefix before it
+inline constexpr std::size_t log_fields_limit = 192;
 
 struct log_line {
   const errmsg_record* record;  // null for a trace
   std::uint32_t severity;
   std::string_view text;
+  std::string_view fields = {};  // as the journal takes them: "NAME=value\n" each
 };
 
 enum class log_result {

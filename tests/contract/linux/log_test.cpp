@@ -208,6 +208,27 @@ TEST_F(log_socket, the_journal_gets_fields) {
   EXPECT_EQ(received(), std::vector<std::string>{expected});
 }
 
+TEST_F(log_socket, the_journal_gets_a_messages_own_fields_and_others_do_not) {
+  const std::string text = "one";
+  const std::string fields = "OT_TRACK=uplink\nOT_STATE=up\n";
+  const log_line_header header{&info, 6, static_cast<std::uint32_t>(text.size()),
+                               static_cast<std::uint32_t>(fields.size())};
+  std::string queue(reinterpret_cast<const char*>(&header), sizeof header);
+  queue += text + fields + queue_of(7, 1);
+  for (const auto encode : {log_for_journal, log_for_syslog}) {
+    log_datagrams journal{path_.c_str(), encode};
+    log_follower follower;
+    follower.follow(journal);
+    ASSERT_TRUE(follower.write(queue));
+  }
+  const auto lines = received();
+  ASSERT_EQ(lines.size(), 4U);
+  EXPECT_THAT(lines[0], EndsWith("OT_NUMBER=0x11eb0002\n" + fields));
+  EXPECT_THAT(lines[1], EndsWith("OT_NUMBER=0x11eb0002\n"));
+  EXPECT_THAT(lines[2], EndsWith(": OT-SERVICES-6-TRACK_INFO: one"));
+  EXPECT_THAT(lines[3], EndsWith(": OT-SERVICES-6-TRACK_INFO: line 7"));
+}
+
 TEST_F(log_socket, the_system_log_gets_a_line) {
   log_datagrams syslog{path_.c_str(), log_for_syslog};
   log_follower follower;
