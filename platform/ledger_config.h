@@ -68,6 +68,9 @@ using ledger_verify_fn = int (*)(const ledger_change& change, ledger_verdict& ve
 // Called after the commit is stored. Its error does not undo the commit.
 using ledger_apply_fn = int (*)(const ledger_change& change);
 
+// The change whose apply function runs now, or null. Main thread.
+const ledger_change* ledger_change_under_way() noexcept;
+
 // For rows that have nothing to do when their item changes.
 int ledger_nothing_to_apply(const ledger_change& change) noexcept;
 

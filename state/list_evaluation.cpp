@@ -7,6 +7,7 @@
 #include "core/debug.h"
 #include "core/track.h"
 #include "platform/status.h"
+#include "state/history.h"
 #include "state/list_passes.h"
 #include "state/publication.h"
 #include "state/timers.h"
@@ -34,6 +35,7 @@ int conclude(ot_track& list, track_state result, const char* trace, std::uint32_
     if (trace != nullptr) {
       OT_TRACE_DETAIL(trace, list.name.c_str());
     }
+    const change_cause_scope cause(change_cause::list);
     const int status = object_tracking_set_track_state_in_ledger(list.name.c_str(), result);
     if (status != status_ok) {
       return status;

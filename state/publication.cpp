@@ -13,6 +13,7 @@
 #include "platform/clock.h"
 #include "platform/err_string.h"
 #include "platform/status.h"
+#include "state/history.h"
 #include "state/ledger_state.h"
 #include "state/list_evaluation.h"
 #include "state/timers.h"
@@ -21,6 +22,11 @@ namespace ot {
 namespace {
 
 constexpr const char* entry_name = "object_tracking_set_track_state_in_ledger";
+
+// For fields of the log.
+const char* state_word(track_state state) noexcept {
+  return state == track_state::up ? "up" : state == track_state::down ? "down" : "unknown";
+}
 
 bool is_up(track_state state) noexcept {
   return state == track_state::up;
@@ -93,10 +99,17 @@ int start_delay(ot_track& track, track_state state) {
 
 void update_record(ot_track& track, track_state state, const char* text) noexcept {
   if (state != track.state) {
-    errmsg_log(&kor_msg_rec_ot_track_info, kor_msg_rec_ot_track_info.severity, text);
+    const errmsg_field fields[] = {{"OT_TRACK", track.name.c_str()},
+                                   {"OT_STATE", state_word(state)},
+                                   {"OT_PREVIOUS", state_word(track.state)}};
+    errmsg_log_fields(&kor_msg_rec_ot_track_info, kor_msg_rec_ot_track_info.severity, fields, text);
+  }
+  const std::int64_t now = clock_realtime_milliseconds();
+  if (state != track.state) {
+    note_state_change(track.name, track.state, state, now);
   }
   track.state = state;
-  track.seconds_last_change = clock_realtime_seconds();
+  track.seconds_last_change = now / 1000;
   ++track.state_change_counter;
 }
 
@@ -127,6 +140,7 @@ void publish_after_delay(const ot_timer_ctx& ctx) {
   if (pending == nullptr) {
     return;
   }
+  const change_cause_scope cause(change_cause::delay);
   const int status = object_tracking_set_track_state_in_ledger_after_timer_expired(
       ctx.name.c_str(), static_cast<track_state>(pending->value));
   if (status != status_ok) {

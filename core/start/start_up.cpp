@@ -17,12 +17,14 @@
 #include "oper/outlets/events.h"
 #include "oper/outlets/notifications.h"
 #include "oper/records/engine.h"
+#include "oper/records/history.h"
 #include "oper/records/provider.h"
 #include "oper/records/track_records.h"
 #include "oper/records/tracking_interfaces.h"
 #include "platform/err_string.h"
 #include "platform/service.h"
 #include "platform/status.h"
+#include "state/history.h"
 #include "state/ledger_state.h"
 #include "state/list_evaluation.h"
 #include "state/publication.h"
@@ -47,6 +49,9 @@ int register_records(const start_context&) {
   if (status == status_ok || status == duplicate_key) {
     status = ot_engine_record_register();
   }
+  if (status == status_ok || status == duplicate_key) {
+    status = ot_history_record_register();
+  }
   return status == duplicate_key ? status_ok : status;
 }
 
@@ -61,6 +66,11 @@ constexpr start_step basic_steps[] = {
     {"connections",
      [](const start_context&) {
        forget_connections();
+       return status_ok;
+     }},
+    {"history",
+     [](const start_context&) {
+       forget_history();
        return status_ok;
      }},
     {"timers", open_timers, ot_timers_stop},
@@ -78,6 +88,7 @@ constexpr start_step outlet_steps[] = {
     {"operational records", register_records},
     {"tracking interfaces", without_context<read_tracking_interfaces>, forget_tracking_interfaces},
     {"operational data", without_context<ot_oper_provider_register>},
+    {"history data", without_context<ot_history_provider_register>},
     {"engine data", [](const start_context& c) { return ot_engine_provider_register(c.manager); }},
     {"event publisher",
      [](const start_context& c) {

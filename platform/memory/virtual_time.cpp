@@ -91,6 +91,12 @@ std::int64_t clock_realtime_seconds() noexcept {
   return time.wall_at_boot + static_cast<std::int64_t>(time.now_ns / ns_per_second);
 }
 
+std::int64_t clock_realtime_milliseconds() noexcept {
+  const time_part& time = world_part<time_part>();
+  return time.wall_at_boot * 1'000 +
+         static_cast<std::int64_t>(time.now_ns / (ns_per_second / 1'000));
+}
+
 namespace field {
 
 void set_wall_clock(std::int64_t seconds) {

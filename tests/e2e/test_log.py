@@ -104,3 +104,13 @@ def test_a_journal_that_is_not_read_holds_nothing_up(journal):
     assert b" lines of the log were dropped: it was not read\n" in dropped
     assert int(dropped.split(b"LOG_DROPPED: ")[1].split(b" ")[0]) > 1000
     service.stop()
+
+
+def test_a_change_has_its_track_and_states_as_fields_in_the_journal(journal):
+    service, reader = journal
+    service.configure(["uplink"], "lan0")
+    service.wait_state("uplink", "up")
+    messages = received(reader)
+    assert any(message.endswith(b"\nOT_TRACK=uplink\nOT_STATE=up\nOT_PREVIOUS=unknown\n")
+               for message in messages), messages
+    service.stop()

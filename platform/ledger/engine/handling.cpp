@@ -1,11 +1,14 @@
 #include "platform/ledger/engine/handling.h"
 
+#include "platform/ledger/engine/engine.h"
 #include "platform/ledger/engine/tree.h"
 #include "platform/ledger/item.h"
 #include "platform/ledger_status.h"
 
 namespace ot {
 namespace {
+
+const ledger_change* under_way = nullptr;
 
 const char* kind_text(ledger_kind kind) noexcept {
   switch (kind) {
@@ -64,7 +67,12 @@ int ledger_row_apply(ledger_environment& environment, const ledger_registration&
   if (!ledger_row_is_available(row)) {
     return ledger_not_available;
   }
+  const ledger_while_set applying{under_way, &change};
   return ledger_in_service(environment, [&] { return row.apply(change); });
+}
+
+const ledger_change* ledger_change_under_way() noexcept {
+  return under_way;
 }
 
 }  // namespace ot

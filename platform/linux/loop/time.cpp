@@ -15,6 +15,8 @@ namespace {
 
 constexpr std::uint64_t ns_per_second = 1'000'000'000;
 constexpr std::uint64_t ns_per_usec = 1'000;
+constexpr std::int64_t ns_per_ms = 1'000'000;
+constexpr std::int64_t ms_per_second = 1'000;
 
 // Not 0: that would mean a quarter of a second to the loop.
 constexpr std::uint64_t accuracy_usec = 1;
@@ -41,6 +43,12 @@ std::int64_t clock_realtime_seconds() noexcept {
   timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);
   return now.tv_sec;
+}
+
+std::int64_t clock_realtime_milliseconds() noexcept {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  return std::int64_t{now.tv_sec} * ms_per_second + now.tv_nsec / ns_per_ms;
 }
 
 std::uint64_t timer_now_ns() noexcept {

@@ -60,6 +60,14 @@ TEST_F(publishing, notifies_the_operator_of_a_changed_state) {
                           "OT-SERVICES-6-TRACK_INFO: track t state Unknown"));
 }
 
+TEST_F(publishing, gives_the_log_track_and_states_as_fields) {
+  publish("t", track_state::up);
+  publish("t", track_state::down);
+  EXPECT_THAT(field::take_message_fields(),
+              ElementsAre("OT_TRACK=t OT_STATE=up OT_PREVIOUS=unknown",
+                          "OT_TRACK=t OT_STATE=down OT_PREVIOUS=up"));
+}
+
 TEST_F(publishing, writes_1_for_up_and_2_for_anything_else) {
   for (const auto& [state, item] : {std::pair{1U, 1U}, {2U, 2U}, {0U, 2U}, {7U, 2U}}) {
     publish("t", static_cast<track_state>(state));
