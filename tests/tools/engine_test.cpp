@@ -79,16 +79,18 @@ TEST(engine_view, json_without_a_turn_yet) {
 }
 
 TEST(engine_view, json_carries_the_same) {
+  setenv("TZ", "UTC", 1);
+  tzset();
   EXPECT_EQ(
       engine_json(states, {1'700'000'000, 1'700'000'004, 3214, 5}).dump(),
-      R"([{"service":"bfd","connected":true,"since":"2023-11-14T22:13:20Z","pending":0,)"
+      R"([{"service":"bfd","connected":true,"since":"2023-11-14T22:13:20.000+00:00","pending":0,)"
       R"("discarded_packets":0},)"
-      R"({"service":"probe","connected":false,"since":"2023-11-14T22:13:21Z","pending":3},)"
-      R"({"service":"fib","connected":false,"since":"2023-11-14T22:13:22Z","pending":1},)"
-      R"({"service":"interfaces","connected":true,"since":"2023-11-14T22:13:23Z",)"
+      R"({"service":"probe","connected":false,"since":"2023-11-14T22:13:21.000+00:00","pending":3},)"
+      R"({"service":"fib","connected":false,"since":"2023-11-14T22:13:22.000+00:00","pending":1},)"
+      R"({"service":"interfaces","connected":true,"since":"2023-11-14T22:13:23.000+00:00",)"
       R"("pending":2},)"
-      R"({"service":"loop","connected":true,"since":"2023-11-14T22:13:20Z","pending":0,)"
-      R"("longest_turn_ms":3.214,"longest_turn_at":"2023-11-14T22:13:24Z","log_dropped":5}])");
+      R"({"service":"loop","connected":true,"since":"2023-11-14T22:13:20.000+00:00","pending":0,)"
+      R"("longest_turn_ms":3.214,"longest_turn_at":"2023-11-14T22:13:24.000+00:00","log_dropped":5}])");
 }
 
 }  // namespace

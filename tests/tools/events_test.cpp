@@ -3,33 +3,16 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <ctime>
+#include "tests/tools/zone.h"
 
 namespace ot::trackctl {
 namespace {
 
-// A zone with a half hour in it, for the length of a test.
+// A zone with a half hour in it.
 class event_line : public ::testing::Test {
  protected:
-  void SetUp() override {
-    const char* const zone = std::getenv("TZ");
-    had_zone_ = zone != nullptr;
-    zone_ = had_zone_ ? zone : "";
-    setenv("TZ", "TST-05:30", 1);
-    tzset();
-  }
-  void TearDown() override {
-    had_zone_ ? setenv("TZ", zone_.c_str(), 1) : unsetenv("TZ");
-    tzset();
-  }
-
-  // 2026-11-21 10:53:00.007 UTC.
-  std::chrono::system_clock::time_point when_{std::chrono::milliseconds{1795258380007}};
-
- private:
-  bool had_zone_ = false;
-  std::string zone_;
+  test_zone zone_{"TST-05:30"};
+  moment when_ = from_epoch(milliseconds{1795258380007});  // 2026-11-21 10:53:00.007 UTC
 };
 
 TEST_F(event_line, text_has_local_time_with_milliseconds) {

@@ -5,27 +5,37 @@
 // items, operational records, trace flags) and to the event publisher, and to nothing else: it
 // opens no store and knows nothing of interfaces, routes or sessions but what the service reports.
 //
-//   main.cpp           the table of commands
+//   main.cpp           finds the command and turns what it throws into an exit status
+//   commands.cpp       the table of commands
 //   configure.cpp      set, delay, delete: present items -> names.h and kinds/ check what was typed
 //                      -> plan.h works out the difference -> configuration.h commits it
 //   track_line.h       a track in words: what `set` reads, a line of a file, and back
 //   configuration_file.cpp
 //                      export, apply, diff: track_file.h reads the file, file_changes.h compares it
 //                      with what is configured
-//   show.cpp           show, state: track.h reads the records and puts them into JSON
+//   show.cpp, state.h  show, state: track.h reads the records and puts them into JSON
+//   history.h          what has changed
+//   watch.cpp          watch: runs tools/trackctl_watch/, which draws what live_tracks.h keeps up
+//   to
+//                      date and live_table.h lays out
 //   engine.h, debug.cpp, events.h
 //                      what the service is connected to; its trace flags; its events
+//   overview.h         tracks as people read them on a terminal
+//   complete.cpp       what a shell's completion asks for
+//   times.h            times and durations, as all of them write and read them
 //   kinds/             one file a kind of track, with its row
 //
 // A command reads what is there, checks everything before it changes anything, and says what is
 // wrong, where, and what would be right: it throws `failure`, which `main` prints. Connections are
 // owned by the functions that open them. A command of your own: a `run` function, declared below,
-// and its row in main.cpp.
+// its row in commands.cpp, and its words in complete.cpp.
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <span>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace ot::trackctl {
@@ -38,6 +48,7 @@ enum exit_status : int {
   exit_different = 1,  // "diff" only, which ends with 2 when it fails
   exit_down = 10,      // "state" only
   exit_unknown = 11,
+  exit_timeout = 12,  // "state --wait" only
 };
 
 // Thrown by whatever cannot go on; `main` prints the text behind "trackctl: " and exits.
@@ -68,6 +79,21 @@ struct help_shown {};
 // having printed the help. Options may stand anywhere; "--" ends them.
 void parse_arguments(CLI::App& app, const arguments& args);
 
+struct command {
+  const char* word;
+  const char* usage;  // what follows "trackctl"
+  const char* summary;
+  int (*run)(const arguments& args);
+};
+
+// All commands, in the order of the help; and the one of that word, or null.
+std::span<const command> commands() noexcept;
+const command* find_command(std::string_view word) noexcept;
+
+// Prints what may stand in place of the last of the words behind "trackctl", for a shell's
+// completion; never throws for what is typed.
+int run_complete(const arguments& words);
+
 // The commands. Each runs with what stands behind its word and returns the exit status; throws
 // failure, or help_shown after --help.
 int run_set(const arguments& args);
@@ -75,6 +101,8 @@ int run_delay(const arguments& args);
 int run_delete(const arguments& args);
 int run_show(const arguments& args);
 int run_state(const arguments& args);
+int run_history(const arguments& args);
+int run_watch(const arguments& args);
 int run_events(const arguments& args);
 int run_engine(const arguments& args);
 int run_debug(const arguments& args);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iostream>
 #include <map>
+#include <nlohmann/json.hpp>
 
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/file_changes.h"
@@ -17,6 +18,7 @@ struct file_options {
   std::string path;
   bool prune = false;
   bool dry_run = false;
+  bool json = false;
 };
 
 constexpr std::size_t errors_shown = 100;
@@ -38,10 +40,23 @@ void refuse_errors(const std::vector<std::string>& errors, exit_status status) {
   throw failure(status, text);
 }
 
-void print_summary(const file_changes& plan, bool dry_run) {
+void print_changes(const file_changes& plan, bool dry_run) {
+  for (const std::string& line : plan.lines) {
+    std::cout << line << '\n';
+  }
   const char* be = dry_run ? "to be " : "";
   std::cout << plan.made << ' ' << be << "made, " << plan.changed << ' ' << be << "changed, "
             << plan.deleted << ' ' << be << "deleted\n";
+}
+
+// {"dry_run", "made", "changed", "deleted", "changes": [the lines]}
+void print_json(const file_changes& plan, bool dry_run) {
+  const nlohmann::ordered_json all{{"dry_run", dry_run},
+                                   {"made", plan.made},
+                                   {"changed", plan.changed},
+                                   {"deleted", plan.deleted},
+                                   {"changes", plan.lines}};
+  std::cout << all.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
 }
 
 // What differs from what is configured now; throws when it cannot be made. `ret_warnings`: what it
@@ -80,14 +95,12 @@ bool apply_file(const file_options& options) {
   for (const std::string& warning : warnings) {
     std::cerr << "trackctl: " << warning << '\n';
   }
-  if (plan.changes.empty()) {
-    return false;
+  if (options.json) {
+    print_json(plan, options.dry_run);
+  } else if (!plan.changes.empty()) {
+    print_changes(plan, options.dry_run);
   }
-  for (const std::string& line : plan.lines) {
-    std::cout << line << '\n';
-  }
-  print_summary(plan, options.dry_run);
-  return true;
+  return !plan.changes.empty();
 }
 
 using member_places = std::map<std::string, std::size_t, std::less<>>;
@@ -133,6 +146,15 @@ configured_tracks chosen_tracks(configured_tracks all, const arguments& names) {
   return chosen;
 }
 
+// How many tracks follow each object that only one should.
+std::map<std::string, int> count_followers(const configured_tracks& all) {
+  std::map<std::string, int> followers;
+  for (const auto& [name, items] : all) {
+    ++followers[find_exclusive_object(items).text];
+  }
+  return followers;
+}
+
 }  // namespace
 
 int run_export(const arguments& args) {
@@ -140,29 +162,34 @@ int run_export(const arguments& args) {
                "trackctl export"};
   app.footer("Example: trackctl export > tracks.conf");
   arguments names;
+  bool json = false;
   app.add_option("NAME", names, "only these tracks");
+  app.add_flag("--json", json, "an array of objects with name and line, null where there is none");
   parse_arguments(app, args);
 
   const configured_tracks all = read_tracks();
   const auto places = read_member_places();
-  std::map<std::string, int> followers;
-  for (const auto& [name, items] : all) {
-    ++followers[find_exclusive_object(items).text];
-  }
+  const auto followers = count_followers(all);
+  auto lines = nlohmann::ordered_json::array();
   for (const auto& [name, items] : chosen_tracks(all, names)) {
     const auto of_track = places.find(name);
     const member_order order = [&](std::vector<std::string>& members) {
       put_in_order(of_track == places.end() ? member_places{} : of_track->second, members);
     };
     const auto line =
-        write_track_line(name, items, followers[find_exclusive_object(items).text] > 1, order);
-    if (line) {
+        write_track_line(name, items, followers.at(find_exclusive_object(items).text) > 1, order);
+    if (json) {
+      lines.push_back({{"name", name}, {"line", line ? nlohmann::ordered_json(*line) : nullptr}});
+    } else if (line) {
       std::cout << *line << '\n';
     } else {
       std::cout << "# " << name << ": it has items that no words make\n";
       std::cerr << "trackctl: warning: track \"" << name
                 << "\" has items that no words make, and is only a comment in the file\n";
     }
+  }
+  if (json) {
+    std::cout << lines.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
   }
   return exit_done;
 }
@@ -178,6 +205,7 @@ int run_apply(const arguments& args) {
   app.add_option("FILE", options.path, "the file; - for standard input")->required();
   app.add_flag("--prune", options.prune, "delete the tracks that the file does not name");
   app.add_flag("--dry-run", options.dry_run, "check and print, change nothing");
+  app.add_flag("--json", options.json, "print an object: how many, and each change");
   parse_arguments(app, args);
   apply_file(options);
   return exit_done;
@@ -189,8 +217,9 @@ int run_diff(const arguments& args) {
   app.footer(
       "Exit status: 0 the same, 1 different, 2 not known, 3 the service is not running.\n"
       "Example: trackctl diff tracks.conf");
-  file_options options{.path = {}, .prune = true, .dry_run = true};
+  file_options options{.path = {}, .prune = true, .dry_run = true, .json = false};
   app.add_option("FILE", options.path, "the file; - for standard input")->required();
+  app.add_flag("--json", options.json, "print an object: how many, and each change");
   parse_arguments(app, args);
   try {
     const bool differs = apply_file(options);

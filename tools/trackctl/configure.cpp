@@ -68,7 +68,8 @@ int run_delay(const arguments& args) {
   std::optional<std::string> up_text;
   std::optional<std::string> down_text;
   app.add_option("NAME", track, "the track")->required();
-  app.add_option("--up", up_text, "seconds before a change to up is published; 0 at once");
+  app.add_option("--up", up_text,
+                 "seconds, or such as 2m, before a change to up is published; 0 at once");
   app.add_option("--down", down_text, "the same for a change to down");
   parse_arguments(app, args);
   if (!up_text && !down_text) {

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <array>
 #include <iostream>
+#include <nlohmann/json.hpp>
 #include <string_view>
 
 #include "platform/ledger_status.h"
@@ -14,14 +15,13 @@ namespace {
 constexpr const char* flags_root = "/debug/track/";
 constexpr std::array flags{"detail", "error", "notification"};
 
-void print_flag(const ledger_connection& connection, const std::string& flag) {
+bool read_flag(const ledger_connection& connection, const std::string& flag) {
   ledger_value value;
   const int code = ledger_item_get(connection.get(), flag.c_str(), &value);
   if (code != ledger_no_data) {
     check_code("reading trace flag \"" + flag + "\"", code);
   }
-  const bool on = code == status_ok && value.as_u32() != 0;
-  std::cout << flag << (on ? " on\n" : " off\n");
+  return code == status_ok && value.as_u32() != 0;
 }
 
 void switch_flag(const ledger_connection& connection, const std::string& flag, bool on) {
@@ -44,6 +44,8 @@ int run_debug(const arguments& args) {
       ->check(CLI::IsMember(std::vector<std::string>(flags.begin(), flags.end())));
   app.add_option("SWITCH", position, "on or off; none: show the flag")
       ->check(CLI::IsMember({"on", "off"}));
+  bool json = false;
+  app.add_flag("--json", json, "show them as an object of true and false");
   parse_arguments(app, args);
 
   const ledger_connection connection(flags_root);
@@ -51,10 +53,15 @@ int run_debug(const arguments& args) {
     switch_flag(connection, flag, position == "on");
     return exit_done;
   }
+  nlohmann::ordered_json shown = nlohmann::ordered_json::object();
   for (const char* const each : flags) {
     if (flag.empty() || flag == each) {
-      print_flag(connection, each);
+      shown[each] = read_flag(connection, each);
+      std::cout << (json ? "" : std::string(each) + (shown[each] ? " on\n" : " off\n"));
     }
+  }
+  if (json) {
+    std::cout << shown.dump(2) << '\n';
   }
   return exit_done;
 }

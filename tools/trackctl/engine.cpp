@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <ctime>
 #include <iostream>
 #include <memory>
 
@@ -12,6 +11,7 @@
 #include "platform/status.h"
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/configuration.h"
+#include "tools/trackctl/times.h"
 #include "tools/trackctl/track.h"
 
 namespace ot::trackctl {
@@ -26,27 +26,22 @@ needed_service words_of(const std::string& service) {
                               : found->get().service;
 }
 
-std::string time_text(std::int64_t seconds, const char* format, bool utc) {
-  const std::time_t time = seconds;
-  std::tm parts{};
-  if ((utc ? gmtime_r(&time, &parts) : localtime_r(&time, &parts)) == nullptr) {
-    return "?";
-  }
-  char text[64] = "";
-  std::strftime(text, sizeof text, format, &parts);
-  return text;
+moment from_seconds(std::int64_t seconds) {
+  return from_epoch(std::chrono::seconds(seconds));
 }
 
-constexpr const char* local_format = "%Y-%m-%d %H:%M:%S";
-constexpr const char* utc_format = "%Y-%m-%dT%H:%M:%SZ";
+// What the service tells in seconds is shown in seconds.
+std::string time_text(std::int64_t seconds) {
+  return text_time(from_seconds(seconds)).substr(0, 19);
+}
 
 nlohmann::ordered_json loop_json(const loop_state& state) {
   const bool any = state.longest_at != 0;
-  const auto at = any ? nlohmann::ordered_json(time_text(state.longest_at, utc_format, true))
+  const auto at = any ? nlohmann::ordered_json(json_time(from_seconds(state.longest_at)))
                       : nlohmann::ordered_json(nullptr);
   return {{"service", "loop"},
           {"connected", true},
-          {"since", time_text(state.since, utc_format, true)},
+          {"since", json_time(from_seconds(state.since))},
           {"pending", 0},
           {"longest_turn_ms", state.longest_us / 1000.0},
           {"longest_turn_at", at},
@@ -87,7 +82,7 @@ std::string engine_table(const std::vector<engine_state>& states) {
     const needed_service row = words_of(state.service);
     table += padded(row.name, name_width) +
              padded(state.connected ? "connected" : "not connected", state_width) +
-             padded(time_text(state.since, local_format, false), since_width) +
+             padded(time_text(state.since), since_width) +
              (state.pending == 0 ? "none" : std::to_string(state.pending) + ' ' + row.pending) +
              '\n';
   }
@@ -119,9 +114,8 @@ std::string loop_text(const loop_state& state) {
                                   : "Lines of the log dropped, because nobody read it: " +
                                         std::to_string(state.log_dropped) + '\n';
   return "Longest turn of the main loop: " +
-         (state.longest_at == 0
-              ? std::string("none yet")
-              : turn + (", " + time_text(state.longest_at, local_format, false))) +
+         (state.longest_at == 0 ? std::string("none yet")
+                                : turn + (", " + time_text(state.longest_at))) +
          '\n' + dropped;
 }
 
@@ -131,7 +125,7 @@ nlohmann::ordered_json engine_json(const std::vector<engine_state>& states,
   for (const engine_state& state : states) {
     all.push_back({{"service", state.service},
                    {"connected", state.connected},
-                   {"since", time_text(state.since, utc_format, true)},
+                   {"since", json_time(from_seconds(state.since))},
                    {"pending", state.pending}});
     if (!state.detail.empty()) {
       all.back()["detail"] = state.detail;
@@ -177,7 +171,7 @@ int run_engine(const arguments& args) {
   app.footer(
       "Example: trackctl engine --json | jq -e '.[] | select(.service == \"bfd\").connected'");
   bool json = false;
-  app.add_flag("--json", json, "for programs: an array of objects, times in UTC");
+  app.add_flag("--json", json, "for programs: an array of objects, times in RFC 3339");
   parse_arguments(app, args);
 
   const std::vector<engine_state> states = read_engine_states();

@@ -36,7 +36,8 @@ std::string details_text(const std::vector<engine_state>& states);
 // A line, and one more when lines of the log were dropped.
 std::string loop_text(const loop_state& state);
 
-// An array of objects; times are in UTC. The loop is the last, a service like the others.
+// An array of objects; times are local with their offset. The loop is the last, a service like the
+// others.
 nlohmann::ordered_json engine_json(const std::vector<engine_state>& states, const loop_state& loop);
 
 // Both throw.

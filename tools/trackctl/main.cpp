@@ -1,70 +1,85 @@
-// The table of commands. Finds the command and turns what it throws into an exit status.
+// Finds the command and turns what it throws into an exit status.
 #include <algorithm>
-#include <array>
 #include <iostream>
+#include <numeric>
+#include <vector>
 
 #include "platform/linux/standard_descriptors.h"
 #include "tools/trackctl/command.h"
+#include "tools/trackctl/kinds/kinds.h"
 
 namespace ot::trackctl {
 namespace {
 
-struct command {
-  const char* word;
-  const char* usage;  // what follows "trackctl"
-  const char* summary;
-  int (*run)(const arguments& args);
-};
-
-constexpr std::array commands{
-    command{"set", "set NAME KIND ... [--delay-up S] [--delay-down S]",
-            "create a track, or make it exactly what is said", run_set},
-    command{"delay", "delay NAME [--up S] [--down S]", "change the delays of a track", run_delay},
-    command{"delete", "delete NAME", "remove a track", run_delete},
-    command{"export", "export [NAME ...]", "print the configuration as a file that apply reads",
-            run_export},
-    command{"apply", "apply FILE|- [--prune] [--dry-run]",
-            "make the tracks what a file says, all or nothing", run_apply},
-    command{"diff", "diff FILE|-", "compare the configuration with a file; exit 0 the same, 1 not",
-            run_diff},
-    command{"show", "show [NAME] [--detail] [--json]", "show one track or all", run_show},
-    command{"state", "state NAME", "print up, down or unknown; exit 0, 10 or 11", run_state},
-    command{"events", "events [--track NAME]... [--state up|down] [--json]",
-            "follow changes of state as they happen", run_events},
-    command{"engine", "engine [--json]",
-            "show what the service is connected to, since when, and what waits", run_engine},
-    command{"debug", "debug [detail|error|notification] [on|off]",
-            "show or switch the service's trace flags", run_debug},
-};
-
 void print_help() {
   std::cout << "trackctl: configure object tracks, look at them, follow them\n\n";
-  for (const command& row : commands) {
+  for (const command& row : commands()) {
     std::cout << "  trackctl " << row.usage << "\n      " << row.summary << '\n';
   }
-  std::cout << "\n`trackctl COMMAND --help` tells more.\n"
+  std::cout << "\n`trackctl help COMMAND` (or `trackctl COMMAND --help`) tells more.\n"
                "Exit status: 0 done, 1 refused or failed, 2 usage, 3 the service is not running.\n";
+}
+
+// How many characters have to be changed to make one word of the other.
+std::size_t distance(std::string_view one, std::string_view other) {
+  std::vector<std::size_t> row(other.size() + 1);
+  std::iota(row.begin(), row.end(), 0U);
+  for (const char letter : one) {
+    std::size_t diagonal = row[0]++;
+    for (std::size_t j = 0; j < other.size(); ++j) {
+      const std::size_t changed = diagonal + (letter == other[j] ? 0 : 1);
+      diagonal = row[j + 1];
+      row[j + 1] = std::min({row[j] + 1, row[j + 1] + 1, changed});
+    }
+  }
+  return row.back();
+}
+
+[[noreturn]] void refuse_command(const std::string& word) {
+  const auto all = commands();
+  const auto nearest =
+      std::min_element(all.begin(), all.end(), [&word](const command& one, const command& other) {
+        return distance(word, one.word) < distance(word, other.word);
+      });
+  const bool near = distance(word, nearest->word) <= 2;
+  throw failure(exit_usage, "there is no command \"" + word + "\"; " +
+                                (near ? "is it \"" + std::string(nearest->word) + "\"? " : "") +
+                                "`trackctl --help` lists them");
+}
+
+int run_command(const std::string& word, const arguments& args) {
+  const command* const found = find_command(word);
+  if (found == nullptr) {
+    refuse_command(word);
+  }
+  return found->run(args);
+}
+
+// "help COMMAND", and "help set KIND".
+int run_help(const arguments& args) {
+  if (args.empty()) {
+    print_help();
+    return exit_done;
+  }
+  if (args[0] == "set" && args.size() > 1 && find_track_kind(args[1]) != nullptr) {
+    return run_command("set", {"NAME", args[1], "--help"});
+  }
+  return run_command(args[0], {"--help"});
 }
 
 int run(const arguments& args) {
   if (args.empty()) {
     throw failure(exit_usage, "which command? `trackctl --help` lists them");
   }
+  const arguments rest(args.begin() + 1, args.end());
   if (args[0] == "--help" || args[0] == "-h" || args[0] == "help") {
-    print_help();
-    return exit_done;
+    return run_help(rest);
   }
   if (args[0] == "--version") {
     std::cout << "trackctl " OT_VERSION "\n";
     return exit_done;
   }
-  const auto* const found = std::find_if(commands.begin(), commands.end(),
-                                         [&](const command& row) { return row.word == args[0]; });
-  if (found == commands.end()) {
-    throw failure(exit_usage,
-                  "there is no command \"" + args[0] + "\"; `trackctl --help` lists them");
-  }
-  return found->run({args.begin() + 1, args.end()});
+  return args[0] == "complete" ? run_complete(rest) : run_command(args[0], rest);
 }
 
 }  // namespace

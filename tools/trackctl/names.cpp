@@ -9,6 +9,7 @@
 
 #include "platform/ipv4.h"
 #include "tools/trackctl/command.h"
+#include "tools/trackctl/times.h"
 
 namespace ot::trackctl {
 namespace {
@@ -115,7 +116,7 @@ void check_vrf_name(std::string_view name) {
 }
 
 std::uint32_t parse_delay(const std::string& what, const std::string& text) {
-  return parse_number(what, text, {.unit = " of seconds", .least = 0, .most = longest_delay});
+  return parse_seconds(what, text, {.least = 0, .most = longest_delay});
 }
 
 std::uint32_t parse_number(const std::string& what, const std::string& text,

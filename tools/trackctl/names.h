@@ -34,7 +34,8 @@ struct number_range {
 std::uint32_t parse_number(const std::string& what, const std::string& text,
                            const number_range& range);
 
-// A whole number of seconds from 0 to 65535. `what` names the value in the refusal.
+// Seconds from 0 to 65535, as parse_seconds (times.h) reads them. `what` names the value in the
+// refusal.
 std::uint32_t parse_delay(const std::string& what, const std::string& text);
 
 struct route_prefix {

@@ -1,0 +1,59 @@
+#include "tools/trackctl/terminal.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+namespace ot::trackctl {
+namespace {
+
+bool is_set(const char* variable) {
+  const char* const value = std::getenv(variable);
+  return value != nullptr && *value != '\0';
+}
+
+}  // namespace
+
+terminal output_terminal() {
+  terminal output;
+  output.present = isatty(STDOUT_FILENO) == 1;
+  output.colours = output.present && !is_set("NO_COLOR") && is_set("TERM") &&
+                   std::string_view(std::getenv("TERM")) != "dumb";
+  winsize size{};
+  if (output.present && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0) {
+    output.width = size.ws_col;
+  }
+  return output;
+}
+
+std::string coloured_state(const terminal& output, const std::string& text,
+                           std::string_view state) {
+  if (!output.colours) {
+    return text;
+  }
+  const char* const colour = state == "up" ? "\033[32m" : state == "down" ? "\033[31m" : "\033[33m";
+  return colour + text + "\033[0m";
+}
+
+std::string wrapped(const terminal& output, std::string_view text, std::size_t column) {
+  std::string result;
+  std::size_t at = column;
+  while (!text.empty()) {
+    const std::string_view word = text.substr(0, text.find(' '));
+    text.remove_prefix(word.size() == text.size() ? word.size() : word.size() + 1);
+    if (at != column && at + 1 + word.size() > output.width) {
+      result += '\n' + std::string(column, ' ');
+      at = column;
+    }
+    if (at != column) {
+      result += ' ';
+      ++at;
+    }
+    result += word;
+    at += word.size();
+  }
+  return result;
+}
+
+}  // namespace ot::trackctl
