@@ -48,6 +48,8 @@ struct unit {
 };
 constexpr std::array units{unit{'d', 86400}, unit{'h', 3600}, unit{'m', 60}, unit{'s', 1}};
 
+constexpr std::uint64_t longest_ago = 3'153'600'000;  // a hundred years
+
 // Takes a whole number off the front.
 std::optional<std::uint64_t> take_number(std::string_view& text) {
   std::uint64_t number = 0;
@@ -106,6 +108,10 @@ std::optional<moment> calendar_time(const std::string& text) {
   std::tm calendar{};
   const char* rest = strptime(text.c_str(), "%Y-%m-%d", &calendar);
   if (rest == nullptr) {
+    return std::nullopt;
+  }
+  // Times are counted in nanoseconds, which reach no further.
+  if (calendar.tm_year < 1970 - 1900 || calendar.tm_year > 2261 - 1900) {
     return std::nullopt;
   }
   int fraction = 0;
@@ -183,7 +189,7 @@ std::uint32_t parse_seconds(const std::string& what, const std::string& text,
 
 moment parse_since(const std::string& what, const std::string& text, moment now) {
   if (const auto back = seconds_of(text)) {
-    return now - seconds(*back);
+    return now - seconds(std::min(*back, longest_ago));
   }
   if (const auto time = calendar_time(text)) {
     return *time;
