@@ -46,6 +46,8 @@ void wtm_timer_leaf_set_context(wtm_leaf* leaf, void* context) noexcept;
 bool wtm_timer_leaf_running(const wtm_leaf* leaf) noexcept;
 // Whole seconds left, rounded up; 0 when not running or expired.
 std::uint32_t wtm_timer_leaf_remaining(const wtm_leaf* leaf) noexcept;
+// The same in milliseconds.
+std::uint64_t wtm_timer_leaf_remaining_ms(const wtm_leaf* leaf) noexcept;
 
 // A mark for the owner's use, false at first.
 void wtm_timer_leaf_set_mark(wtm_leaf* leaf, bool mark) noexcept;

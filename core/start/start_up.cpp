@@ -19,6 +19,7 @@
 #include "oper/records/engine.h"
 #include "oper/records/history.h"
 #include "oper/records/provider.h"
+#include "oper/records/states.h"
 #include "oper/records/track_records.h"
 #include "oper/records/tracking_interfaces.h"
 #include "platform/err_string.h"
@@ -89,6 +90,7 @@ constexpr start_step outlet_steps[] = {
     {"tracking interfaces", without_context<read_tracking_interfaces>, forget_tracking_interfaces},
     {"operational data", without_context<ot_oper_provider_register>},
     {"history data", without_context<ot_history_provider_register>},
+    {"states", without_context<ot_states_provider_register>},
     {"engine data", [](const start_context& c) { return ot_engine_provider_register(c.manager); }},
     {"event publisher",
      [](const start_context& c) {

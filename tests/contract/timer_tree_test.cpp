@@ -147,6 +147,17 @@ TEST_F(timer_tree_contract, remaining_is_in_whole_seconds_rounded_up) {
   EXPECT_EQ(wtm_timer_leaf_remaining(running), 0u);
 }
 
+TEST_F(timer_tree_contract, remaining_milliseconds_are_rounded_up) {
+  wtm_leaf* running = leaf(1);
+  EXPECT_EQ(wtm_timer_leaf_remaining_ms(running), 0u);
+  ASSERT_EQ(wtm_timer_leaf_start(running, 100, 0), 0);
+  EXPECT_GT(wtm_timer_leaf_remaining_ms(running), 90'000u);
+  let_pass(manager(), 10ms);
+  EXPECT_LE(wtm_timer_leaf_remaining_ms(running), 99'990u);
+  wtm_timer_leaf_stop(running);
+  EXPECT_EQ(wtm_timer_leaf_remaining_ms(running), 0u);
+}
+
 TEST_F(timer_tree_contract, the_owner_may_restart_the_leaf_that_expired) {
   draining_ = false;
   wtm_leaf* poll = leaf(1);

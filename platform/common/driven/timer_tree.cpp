@@ -182,12 +182,25 @@ bool wtm_timer_leaf_running(const wtm_leaf* leaf) noexcept {
   return leaf->place != timer_node::not_in_heap;
 }
 
-std::uint32_t wtm_timer_leaf_remaining(const wtm_leaf* leaf) noexcept {
+namespace {
+
+// What is left, in units of so many nanoseconds, rounded up.
+std::uint64_t remaining_in(const wtm_leaf* leaf, std::uint64_t unit_ns) noexcept {
   const std::uint64_t now = timer_now_ns();
   if (!wtm_timer_leaf_running(leaf) || leaf->due_ns <= now) {
     return 0;
   }
-  return static_cast<std::uint32_t>((leaf->due_ns - now + ns_per_second - 1) / ns_per_second);
+  return (leaf->due_ns - now + unit_ns - 1) / unit_ns;
+}
+
+}  // namespace
+
+std::uint32_t wtm_timer_leaf_remaining(const wtm_leaf* leaf) noexcept {
+  return static_cast<std::uint32_t>(remaining_in(leaf, ns_per_second));
+}
+
+std::uint64_t wtm_timer_leaf_remaining_ms(const wtm_leaf* leaf) noexcept {
+  return remaining_in(leaf, 1'000'000);
 }
 
 void wtm_timer_leaf_set_mark(wtm_leaf* leaf, bool mark) noexcept {
