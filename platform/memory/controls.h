@@ -59,6 +59,8 @@ void run_pending();
 
 // Lets time pass: everything due on the way runs at its own instant, in order.
 void advance(std::chrono::nanoseconds time);
+// The same up to the next instant at which something is due. False when nothing is.
+bool advance_to_next();
 
 // Sets the wall clock; it goes on with the virtual time. 1,700,000,000 after reset.
 void set_wall_clock(std::int64_t seconds);

@@ -116,5 +116,17 @@ void advance(std::chrono::nanoseconds time) {
   clock.now_ns = end;
 }
 
+bool advance_to_next() {
+  run_pending();
+  const virtual_alarm* next = first_alarm();
+  if (next == nullptr) {
+    return false;
+  }
+  time_part& clock = world_part<time_part>();
+  clock.now_ns = std::max(clock.now_ns, next->due_ns());
+  run_pending();
+  return true;
+}
+
 }  // namespace field
 }  // namespace ot

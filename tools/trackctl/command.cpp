@@ -66,6 +66,23 @@ void check_output() {
   }
 }
 
+void refuse_errors(const std::vector<std::string>& errors) {
+  constexpr std::size_t shown = 100;
+  if (errors.empty()) {
+    return;
+  }
+  std::string text = errors.size() == 1
+                         ? "1 error, nothing is changed:"
+                         : std::to_string(errors.size()) + " errors, nothing is changed:";
+  for (std::size_t at = 0; at < std::min(errors.size(), shown); ++at) {
+    text += "\n  " + errors[at];
+  }
+  if (errors.size() > shown) {
+    text += "\n  ... and " + std::to_string(errors.size() - shown) + " more";
+  }
+  throw failure(exit_usage, text);
+}
+
 void parse_arguments(CLI::App& app, const arguments& args) {
   try {
     app.parse(arguments(args.rbegin(), args.rend()));

@@ -13,6 +13,9 @@
 //   configuration_file.cpp
 //                      export, apply, diff: track_file.h reads the file, file_changes.h compares it
 //                      with what is configured
+//   explain.cpp        explain: explain/ reads what there is, and says why a track is what it is
+//   what_if.cpp        what-if: what_if_question.h makes the question of what is there and what is
+//                      assumed, what_if_program.h has it answered, what_if_report.h prints it
 //   show.cpp, state.h  show, state: track.h reads the records and puts them into JSON
 //   history.h          what has changed
 //   watch.cpp          watch: runs tools/trackctl_watch/, which draws what live_tracks.h keeps up
@@ -71,6 +74,10 @@ void check_code(const std::string& what, int code);
 // fail to reach a full disk.
 void check_output();
 
+// Throws failure(exit_usage) with every line when there are errors in what is to be configured, or
+// with the first of very many.
+void refuse_errors(const std::vector<std::string>& errors);
+
 using arguments = std::vector<std::string>;
 
 struct help_shown {};
@@ -109,5 +116,7 @@ int run_debug(const arguments& args);
 int run_export(const arguments& args);
 int run_apply(const arguments& args);
 int run_diff(const arguments& args);
+int run_what_if(const arguments& args);
+int run_explain(const arguments& args);
 
 }  // namespace ot::trackctl

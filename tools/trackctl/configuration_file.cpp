@@ -7,8 +7,8 @@
 
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/file_changes.h"
+#include "tools/trackctl/member_places.h"
 #include "tools/trackctl/names.h"
-#include "tools/trackctl/track.h"
 #include "tools/trackctl/track_file.h"
 
 namespace ot::trackctl {
@@ -20,25 +20,6 @@ struct file_options {
   bool dry_run = false;
   bool json = false;
 };
-
-constexpr std::size_t errors_shown = 100;
-
-// Throws with every line when there are errors, or with the first of very many.
-void refuse_errors(const std::vector<std::string>& errors, exit_status status) {
-  if (errors.empty()) {
-    return;
-  }
-  std::string text = errors.size() == 1
-                         ? "1 error, nothing is changed:"
-                         : std::to_string(errors.size()) + " errors, nothing is changed:";
-  for (std::size_t at = 0; at < std::min(errors.size(), errors_shown); ++at) {
-    text += "\n  " + errors[at];
-  }
-  if (errors.size() > errors_shown) {
-    text += "\n  ... and " + std::to_string(errors.size() - errors_shown) + " more";
-  }
-  throw failure(status, text);
-}
 
 void print_changes(const file_changes& plan, bool dry_run) {
   for (const std::string& line : plan.lines) {
@@ -65,13 +46,12 @@ file_changes compare(const file_options& options, const std::vector<file_track>&
                      std::vector<std::string>& ret_warnings) {
   const configured_tracks present = read_tracks();
   const configured_tracks after = configuration_after(present, wanted, options.prune);
-  refuse_errors(find_conflicts(after, wanted), exit_usage);
+  refuse_errors(find_conflicts(after, wanted));
   file_changes plan = plan_file(present, wanted, options.prune);
   if (plan.changes.size() > ledger_commit_max) {
     refuse_errors({"it would take " + std::to_string(plan.changes.size()) +
                    " changes, and one commit has at most " + std::to_string(ledger_commit_max) +
-                   "; apply the file in parts"},
-                  exit_usage);
+                   "; apply the file in parts"});
   }
   ret_warnings = find_warnings(after, wanted);
   return plan;
@@ -80,7 +60,7 @@ file_changes compare(const file_options& options, const std::vector<file_track>&
 // True when something differs.
 bool apply_file(const file_options& options) {
   const file_content content = read_track_file(options.path);
-  refuse_errors(content.errors, exit_usage);
+  refuse_errors(content.errors);
   file_changes plan;
   std::vector<std::string> warnings;
   const auto compare_now = [&] {
@@ -101,32 +81,6 @@ bool apply_file(const file_options& options) {
     print_changes(plan, options.dry_run);
   }
   return !plan.changes.empty();
-}
-
-using member_places = std::map<std::string, std::size_t, std::less<>>;
-
-// Where the service has the members of each list, in the order in which they were given.
-std::map<std::string, member_places, std::less<>> read_member_places() {
-  std::map<std::string, member_places, std::less<>> places;
-  read_track_records([&places](const track_info__& record) {
-    member_places& of_track = places[std::string(record.TrackeName.view())];
-    const auto shown = track_to_json(record, {});
-    for (const auto& member : shown["members"]) {
-      of_track.emplace(member["name"].get<std::string>(), of_track.size());
-    }
-  });
-  return places;
-}
-
-// Members without a place come last.
-void put_in_order(const member_places& places, std::vector<std::string>& members) {
-  const auto place = [&places](const std::string& member) {
-    const auto found = places.find(member);
-    return found == places.end() ? places.size() : found->second;
-  };
-  std::stable_sort(members.begin(), members.end(), [&place](const auto& one, const auto& other) {
-    return place(one) < place(other);
-  });
 }
 
 configured_tracks chosen_tracks(configured_tracks all, const arguments& names) {

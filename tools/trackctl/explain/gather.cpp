@@ -1,0 +1,111 @@
+// The configuration, the states and the records of all tracks take three requests, or a few more;
+// only what the explained track stands on is looked at beyond them.
+#include "tools/trackctl/explain/gather.h"
+
+#include <algorithm>
+#include <deque>
+
+#include "tools/trackctl/command.h"
+#include "tools/trackctl/configuration.h"
+#include "tools/trackctl/explain/objects.h"
+#include "tools/trackctl/states.h"
+#include "tools/trackctl/track.h"
+#include "tools/trackctl/track_line.h"
+
+namespace ot::trackctl::explain {
+namespace {
+
+template <typename Member>
+void take_members(const Member* from, std::vector<member>& ret) {
+  for (; from != nullptr; from = from->next) {
+    std::uint32_t value = 0;
+    if constexpr (requires { from->WithNot; }) {
+      value = from->WithNot ? 1 : 0;
+    } else {
+      value = from->Weight;
+    }
+    ret.push_back({std::string(from->ObjectName.view()), value});
+  }
+}
+
+// What the track's record, as it is read, has of it. `look`: at its object, too.
+void take_record(const track_info__& record, track_facts& ret) {
+  ret.type = record.Type;
+  if (record.StateChangeCounter != 0) {
+    ret.since = static_cast<std::int64_t>(record.SecondsLastChange);
+  }
+  take_members(record.BoolTracks, ret.members);
+  take_members(record.ThresholdTracks, ret.members);
+  if (record.ThresholdUp != nullptr && record.ThresholdDown != nullptr) {
+    ret.limit_up = *record.ThresholdUp;
+    ret.limit_down = *record.ThresholdDown;
+  }
+}
+
+// All tracks, as far as the service reports them; without findings.
+site read_all(const configured_tracks& configured) {
+  site all;
+  for (const what_if::present_track& track : read_states()) {
+    track_facts& facts = all[track.name];
+    facts.state = track.state;
+    facts.source = track.source;
+    facts.delay = track.delay;
+  }
+  read_track_records([&all](const track_info__& record) {
+    const auto found = all.find(record.TrackeName.view());
+    if (found != all.end()) {
+      take_record(record, found->second);
+    }
+  });
+  for (const auto& [name, items] : configured) {
+    const auto found = all.find(name);
+    if (found != all.end()) {
+      found->second.delay_up = delays_of(items).up;
+      found->second.delay_down = delays_of(items).down;
+      if (!is_list_type(found->second.type)) {
+        found->second.object = write_object(items, false).value_or("");
+      }
+    }
+  }
+  return all;
+}
+
+// Those that `name` stands on, and itself.
+site reachable(site& all, const std::string& name) {
+  site found;
+  std::deque<std::string> next{name};
+  while (!next.empty()) {
+    const auto track = all.find(next.front());
+    next.pop_front();
+    if (track == all.end() || found.contains(track->first)) {
+      continue;
+    }
+    for (const member& each : track->second.members) {
+      next.push_back(each.name);
+    }
+    found.insert(*track);
+  }
+  return found;
+}
+
+}  // namespace
+
+site gather(const std::string& name) {
+  const configured_tracks configured = read_tracks();
+  site all = read_all(configured);
+  if (!all.contains(name)) {
+    throw failure(exit_refused,
+                  "there is no track \"" + name + "\"; `trackctl show` lists those there are");
+  }
+  site found = reachable(all, name);
+  object_reader objects;
+  read_track_records([&](const track_info__& record) {
+    const auto track = found.find(record.TrackeName.view());
+    if (track != found.end()) {
+      track->second.findings = objects.look_at(record);
+    }
+  });
+  return found;
+}
+
+}  // namespace ot::trackctl::explain

@@ -1,0 +1,24 @@
+// The program that answers a question for trackctl: one from standard input, the answer to standard
+// output. Exit status 0, or 1 with the reason on standard error.
+#include <exception>
+#include <iostream>
+#include <iterator>
+#include <string>
+
+#include "tools/what_if/simulation.h"
+#include "tools/what_if/wire.h"
+
+int main() {
+  try {
+    const std::string asked{std::istreambuf_iterator<char>(std::cin), {}};
+    const auto bytes =
+        ot::what_if::encode(ot::what_if::simulate(ot::what_if::decode_question(asked)));
+    std::cout.write(reinterpret_cast<const char*>(bytes.data()),
+                    static_cast<std::streamsize>(bytes.size()));
+    std::cout.flush();
+    return std::cout ? 0 : 1;
+  } catch (const std::exception& error) {
+    std::cerr << error.what() << '\n';
+    return 1;
+  }
+}
