@@ -14,6 +14,7 @@ from table import row
 
 MANY = [f"t{number:04}" for number in range(1500)]
 IDLE_SECONDS = 20
+SETTLED_SECONDS = 7  # the copy of the configuration is written, and bfdd was looked for the last time
 
 
 @contextlib.contextmanager
@@ -104,8 +105,10 @@ def show(build):
 
 def memory(build):
     with running(build) as instance:
+        time.sleep(SETTLED_SECONDS)
         empty = process_costs.pss_mb(instance.daemon.pid)
         instance.configure(MANY, "wan0")
+        time.sleep(SETTLED_SECONDS)
         full = process_costs.pss_mb(instance.daemon.pid)
     return [row("memory (PSS), no tracks", empty, "MB", 2),
             row("memory (PSS), 1,500 tracks", full, "MB", 5)]
@@ -126,8 +129,7 @@ def start(build):
 
 def idle(build):
     with running(build, MANY) as instance:
-        # The copy of the configuration is written, and bfdd was looked for the last time, by then.
-        time.sleep(7)
+        time.sleep(SETTLED_SECONDS)
         pid = instance.daemon.pid
         before = process_costs.switches(pid), process_costs.cpu_ns(pid)
         time.sleep(IDLE_SECONDS)

@@ -120,8 +120,8 @@ def probes(build):
             row("fping, the same targets, sent in one go: CPU for a probe", at_once * 1e6, "us"),
             row("service and qmond together, CPU of fping's, sent evenly", both / evenly, "", 0.5),
             row("service and qmond together, CPU of fping's, sent in one go", both / at_once, ""),
-            row(f"{what}: memory of the service (PSS)", memory["service"], "MB", 8),
-            row(f"{what}: memory of qmond (PSS)", memory["qmond"], "MB")]
+            row(f"{what}: memory of the service (PSS)", memory["service"], "MB", 5),
+            row(f"{what}: memory of qmond (PSS)", memory["qmond"], "MB", 4)]
 
 
 STEPS = {"probes": probes}

@@ -5,6 +5,8 @@ import re
 import pytest
 
 import ledger
+from probe_fixtures import qmond  # noqa: F401  (a fixture)
+from waiting import wait_until
 
 CYCLES = 2000
 SLACK_KB = 128
@@ -32,3 +34,20 @@ def test_thousands_of_tracks_created_and_deleted(service):
     before = anonymous_kb(service.daemon.pid)
     cycle(CYCLES)
     assert anonymous_kb(service.daemon.pid) - before <= SLACK_KB
+
+
+def test_qmond_gives_back_what_reading_its_operations_took(qmond):
+    if qmond.service.build.sanitized:
+        pytest.skip("a sanitizer keeps what was freed")
+    echo = {"kind": "icmp", "target": "127.0.0.1", "interval": "60s"}
+    operations = [{"id": number, **echo} for number in range(1, 3001)]
+    qmond.configure(*operations[:1])
+    qmond.start()
+    before = anonymous_kb(qmond.daemon.pid)
+    qmond.configure(*operations)
+    assert "2999 operations added" in qmond.reload()
+    wait_until(lambda: anonymous_kb(qmond.daemon.pid) - before < 0.75 * len(operations), 5,
+               "at most 0.75 kB an operation")
+    qmond.stop()
+    qmond.start()
+    assert anonymous_kb(qmond.daemon.pid) - before < 0.75 * len(operations)

@@ -3,6 +3,7 @@
 // reload the one in force stays.
 #include <fcntl.h>
 #include <linux/capability.h>
+#include <malloc.h>
 #include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -16,6 +17,7 @@
 #include <csignal>
 #include <cstdio>
 #include <ctime>
+#include <optional>
 #include <system_error>
 
 #include "platform/common/root_path.h"
@@ -102,6 +104,14 @@ bool usable(const std::string& path, const configuration& config, const daemon_o
   return good;
 }
 
+// Reading the file takes several times the memory of what is read. That goes back before the
+// operations are made, which would otherwise lie scattered in it.
+configuration read_alone(const std::string& path) {
+  configuration read = read_config(path);
+  malloc_trim(0);
+  return read;
+}
+
 class daemon {
  public:
   daemon(std::string config_file, const configuration& config, const daemon_options& options)
@@ -125,6 +135,7 @@ class daemon {
     watch_signals();
     watch_times();
     sd_event_set_watchdog(loop_.get(), 1);  // only where the service manager asks for it
+    malloc_trim(0);
     sd_notify(0, "READY=1");
     while (!stopped_) {
       set_due();
@@ -143,7 +154,10 @@ class daemon {
     const auto stop = [this](std::uint32_t) { stopped_ = true; };
     terminate_ = loop_source::signal(loop_.get(), SIGTERM, stop);
     interrupt_ = loop_source::signal(loop_.get(), SIGINT, stop);
-    hang_up_ = loop_source::signal(loop_.get(), SIGHUP, [this](std::uint32_t) { reload(); });
+    hang_up_ = loop_source::signal(loop_.get(), SIGHUP, [this](std::uint32_t) {
+      reload();
+      malloc_trim(0);
+    });
     for (loop_source* const each : {&terminate_, &interrupt_, &hang_up_}) {
       each->make_urgent();
     }
@@ -190,7 +204,7 @@ class daemon {
     const std::string begun = "RELOADING=1\nMONOTONIC_USEC=" + std::to_string(monotonic_us());
     sd_notify(0, begun.c_str());
     host_.names.refresh();
-    const configuration config = read_config(config_file_);
+    const configuration config = read_alone(config_file_);
     if (!usable(config_file_, config, options_)) {
       std::fputs("qmond: not reloaded; the configuration in force stays\n", stderr);
     } else {
@@ -231,12 +245,13 @@ class daemon {
 int run_daemon(const daemon_options& options) {
   umask(0027);
   const std::string path = root_path(config_path);
-  const configuration config = read_config(path);
-  if (!usable(path, config, options)) {
+  std::optional<configuration> config = read_alone(path);
+  if (!usable(path, *config, options)) {
     throw failure(exit_failed, "the configuration has errors; nothing was started");
   }
   const unique_fd lock = lock_instance();
-  daemon service(path, config, options);
+  daemon service(path, *config, options);
+  config.reset();  // the engine has it all
   service.run();
   return exit_done;
 }

@@ -2,6 +2,8 @@
 // changes; for each the place of its owner's first item. Numbers are little-endian.
 #include "platform/ledger/server/configuration_copy.h"
 
+#include <malloc.h>
+
 #include <cerrno>
 #include <ctime>
 #include <new>
@@ -179,6 +181,7 @@ void configuration_keeper::begin() noexcept {
     busy_ = true;
     worker_ = std::thread{[this] {
       write();
+      malloc_trim(0);  // the copy took as much as the configuration, and so did the changes before
       busy_ = false;
     }};
   } catch (const std::system_error&) {
