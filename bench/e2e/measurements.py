@@ -14,7 +14,7 @@ from table import row
 
 MANY = [f"t{number:04}" for number in range(1500)]
 IDLE_SECONDS = 20
-SETTLED_SECONDS = 7  # the copy of the configuration is written, and bfdd was looked for the last time
+SETTLED_SECONDS = 11  # the copy of the configuration is written, and bfdd was looked for the last time
 
 
 @contextlib.contextmanager
