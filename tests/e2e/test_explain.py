@@ -5,6 +5,7 @@ import os
 import re
 
 import pytest
+from probe_fixtures import qmond  # noqa: F401
 from waiting import wait_until
 
 TIME = re.compile(r"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d")
@@ -70,13 +71,31 @@ def test_a_route_is_explained_in_every_state(running):
     assert findings(running, "red") == ["there is no VRF red"]
 
 
-def test_probes_and_sessions_are_explained(running):
+def test_an_operation_is_explained_in_every_state(running, qmond):
     running.ctl("set", "web", "probe", "7")
     assert findings(running, "web") == [
         "the probe service does not run, so operation 7 has no result"]
+    qmond.configure({"id": 8, "kind": "command", "command": ["/bin/true"]})
+    qmond.start()
+    assert findings(running, "web") == [
+        "there is no operation 7; /etc/object_tracking/probes.toml defines them"]
+    qmond.stop()
+    qmond.configure({"id": 7, "kind": "command", "command": ["/bin/false"]})
+    qmond.start()
+    wait_until(lambda: "return code" in findings(running, "web")[0], running.build.patience,
+               "a result")
+    assert findings(running, "web") == [
+        "its result: Bad answer (return code 6)", "the operation: command /bin/false"]
+
+
+def test_a_session_is_explained(running):
     running.ctl("set", "peer", "bfd", "192.0.2.1", "--interface", "if-z")
     found = findings(running, "peer")
     assert found[0].startswith("it is not run: "), found
+    running.net.ip("addr add 192.0.2.2/24 dev if-a")
+    running.ctl("set", "near", "bfd", "192.0.2.1", "--interface", "if-a")
+    wait_until(lambda: findings(running, "near")[0] == "the session is down; the peer says down",
+               running.build.patience, "a session that is down")
 
 
 def test_a_list_is_explained_with_what_would_bring_it_up(running):

@@ -136,9 +136,9 @@ TEST(explain_findings, of_every_state_of_an_operation) {
               ElementsAre("the probe service does not run, so operation 7 has no result"));
   EXPECT_THAT(look(true, {}, ""), ElementsAre("there is no operation 7; "
                                               "/etc/object_tracking/probes.toml defines them"));
-  EXPECT_THAT(look(true, 0, ""), ElementsAre("it has no result yet", "it probes icmp x"));
+  EXPECT_THAT(look(true, 0, ""), ElementsAre("it has no result yet", "the operation: icmp x"));
   EXPECT_THAT(look(true, 2, "timeout"),
-              ElementsAre("its result is timeout (return code 2)", "it probes icmp x"));
+              ElementsAre("its result: timeout (return code 2)", "the operation: icmp x"));
 }
 
 TEST(explain_findings, of_every_state_of_a_session) {

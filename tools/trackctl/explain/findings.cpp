@@ -98,11 +98,10 @@ findings operation_findings(const operation_look& look) {
   if (!look.code) {
     return {"there is no operation " + number + "; /etc/object_tracking/probes.toml defines them"};
   }
-  const std::string result =
-      *look.code == 0
-          ? "it has no result yet"
-          : "its result is " + look.code_text + " (return code " + std::to_string(*look.code) + ")";
-  return look.what.empty() ? findings{result} : findings{result, "it probes " + look.what};
+  const std::string result = *look.code == 0 ? "it has no result yet"
+                                             : "its result: " + look.code_text + " (return code " +
+                                                   std::to_string(*look.code) + ")";
+  return look.what.empty() ? findings{result} : findings{result, "the operation: " + look.what};
 }
 
 findings session_findings(const std::string& track, const json& session,
