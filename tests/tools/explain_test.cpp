@@ -5,6 +5,7 @@
 
 #include <linux/if.h>
 
+#include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <random>
 
@@ -363,7 +364,11 @@ class all_states {
 };
 
 TEST(explain_remedy, brings_a_list_up_and_is_the_smallest_where_no_member_is_shared) {
-  std::mt19937_64 chance(std::random_device{}());
+  const char* given = std::getenv("OT_SEED");
+  const std::uint64_t seed =
+      given == nullptr ? std::random_device{}() : std::strtoull(given, nullptr, 10);
+  SCOPED_TRACE("OT_SEED=" + std::to_string(seed));
+  std::mt19937_64 chance(seed);
   const auto below = [&](std::uint32_t count) {
     return static_cast<std::uint32_t>(chance() % count);
   };
