@@ -121,7 +121,7 @@ targets_of() {
   [[ $1 == odr ]] && return # its default: all programs of the product
   for level in "${@:2}"; do
     [[ $1 == clang || $level == e2e || $level == soak || $level == vm ]] &&
-      programs=(object_tracking trackctl qmond)
+      programs=(object_tracking trackctl trackpolicy qmond)
     [[ $level == vm ]] && tests+=(contract_linux ledger_put)
     [[ $level == e2e || $level == soak ]] && tests+=(ledger_put route_storm)
     [[ $level == e2e && $1 != *san ]] && tests+=(write_log held_disk)

@@ -2,8 +2,9 @@
 //
 // It configures tracks, shows them and follows them. It runs for one command, in one thread, and
 // ends with an exit status that scripts rely on. It speaks to the ledger (configuration, state
-// items, operational records, trace flags) and to the event publisher, and to nothing else: it
-// opens no store and knows nothing of interfaces, routes or sessions but what the service reports.
+// items, operational records, trace flags), to the event publisher, and for `policy` to
+// trackpolicy, and to nothing else: it opens no store and knows nothing of interfaces, routes or
+// sessions but what the service reports.
 //
 //   main.cpp           finds the command and turns what it throws into an exit status
 //   commands.cpp       the table of commands
@@ -26,6 +27,7 @@
 //   overview.h         tracks as people read them on a terminal
 //   complete.cpp       what a shell's completion asks for
 //   times.h            times and durations, as all of them write and read them
+//   policy.cpp         what trackpolicy does: its files and its socket
 //   kinds/             one file a kind of track, with its row
 //
 // A command reads what is there, checks everything before it changes anything, and says what is
@@ -118,5 +120,6 @@ int run_apply(const arguments& args);
 int run_diff(const arguments& args);
 int run_what_if(const arguments& args);
 int run_explain(const arguments& args);
+int run_policy(const arguments& args);
 
 }  // namespace ot::trackctl

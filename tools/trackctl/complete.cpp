@@ -11,6 +11,7 @@
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/configuration.h"
 #include "tools/trackctl/kinds/kinds.h"
+#include "tools/trackpolicy/config.h"
 
 namespace ot::trackctl {
 namespace {
@@ -110,6 +111,20 @@ words vrfs() {
 words states() {
   return {"up", "down"};
 }
+words all_states() {
+  return {"up", "down", "unknown"};
+}
+words policy_commands() {
+  return {"list", "test", "check"};
+}
+words policies() {
+  words names;
+  const std::string folder = root_path(trackpolicy::policies_folder);
+  for (const trackpolicy::policy& each : trackpolicy::read_policies(folder).policies) {
+    names.push_back(each.name);
+  }
+  return names;
+}
 words flags() {
   return {"detail", "error", "notification"};
 }
@@ -117,7 +132,8 @@ words switches() {
   return {"on", "off"};
 }
 
-// An option of a command, of `set` with the kind behind a blank; without a source it has no value.
+// An option of a command, of `set` with the kind behind a blank, of `policy` with its command;
+// without a source it has no value.
 struct option_row {
   std::string_view command;
   std::string_view option;
@@ -157,6 +173,7 @@ constexpr option_row options[] = {
     {"events", "--state", states},
     {"events", "--json"},
     {"engine", "--json"},
+    {"policy list", "--json"},
     {"debug", "--json"},
 };
 
@@ -186,6 +203,9 @@ constexpr place_row places[] = {
     {"watch", {names_of_tracks}, true},
     {"explain", {names_of_tracks}},
     {"what-if", {assignments}, true},
+    {"policy", {policy_commands}},
+    {"policy test", {policies, all_states}},
+    {"policy check", {files}},
     {"debug", {flags, switches}},
     {"help", {words_of_commands, kinds}},
 };
@@ -237,6 +257,10 @@ words candidates(words typed) {
   if (command == "set" && count_places(command, typed) >= 2) {
     command += ' ' + typed[1];
     typed.erase(typed.begin(), typed.begin() + 2);
+  }
+  if (command == "policy" && !typed.empty()) {
+    command += ' ' + typed[0];
+    typed.erase(typed.begin());
   }
   const option_row* const option = typed.empty() ? nullptr : find_option(command, typed.back());
   if (option != nullptr && option->value != nullptr) {

@@ -1,0 +1,155 @@
+// vfork and exec by hand, since posix_spawn cannot change the user. Between the two the child uses
+// system calls only: it shares our memory, and a lock that another thread holds never opens there.
+// What fails is told through a pipe that a successful exec closes.
+#include "tools/children/spawn.h"
+
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include "platform/linux/unique_fd.h"
+
+namespace ot::children {
+namespace {
+
+constexpr const char* search_path = "PATH=/usr/sbin:/usr/bin:/sbin:/bin";
+constexpr int report_number = 3;  // where the child has the pipe
+
+// All that the child needs, made before it is.
+struct child_setup {
+  std::vector<char*> argv;
+  std::vector<char*> environment;
+  const identity* user;
+  int nowhere;
+  int output;
+  int report;
+};
+
+int become_user(const identity& user) noexcept {
+  if (syscall(SYS_setgroups, user.groups.size(), user.groups.data()) != 0 ||
+      syscall(SYS_setresgid, user.group, user.group, user.group) != 0 ||
+      syscall(SYS_setresuid, user.user, user.user, user.user) != 0) {
+    return errno;
+  }
+  return 0;
+}
+
+void forget_handlers() noexcept {
+  struct sigaction usual {};
+  usual.sa_handler = SIG_DFL;
+  for (int number = 1; number < NSIG; ++number) {
+    (void)sigaction(number, &usual, nullptr);
+  }
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+[[noreturn]] void run_child(const child_setup& setup) noexcept {
+  setpgid(0, 0);
+  dup2(setup.nowhere, 0);
+  dup2(setup.output, 1);
+  dup2(setup.output, 2);
+  if (setup.report != report_number) {
+    dup3(setup.report, report_number, O_CLOEXEC);
+  }
+  // What whoever started us left open is not for commands either.
+  syscall(SYS_close_range, report_number + 1, ~0U, 0);
+  forget_handlers();
+  int error = setup.user == nullptr ? 0 : become_user(*setup.user);
+  if (error == 0) {
+    execve(setup.argv.front(), setup.argv.data(), setup.environment.data());
+    error = errno;
+  }
+  (void)!write(report_number, &error, sizeof error);
+  _exit(127);
+}
+
+// Signals wait until the child has none of our handlers any more.
+[[gnu::noinline]] pid_t fork_child(const child_setup& setup) noexcept {
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  const pid_t made = vfork();  // NOLINT(clang-analyzer-security.insecureAPI.vfork)
+  if (made == 0) {
+    run_child(setup);
+  }
+  const int error = errno;
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  errno = error;
+  return made;
+}
+
+char* as_word(const std::string& text) noexcept {
+  return const_cast<char*>(text.c_str());
+}
+
+}  // namespace
+
+int spawn(const spawn_request& what, pid_t* ret) {
+  const unique_fd nowhere(open("/dev/null", O_RDWR | O_CLOEXEC));
+  std::array<int, 2> ends{-1, -1};
+  if (!nowhere.valid() || pipe2(ends.data(), O_CLOEXEC) != 0) {
+    return errno;
+  }
+  const unique_fd read_end(ends[0]);
+  unique_fd write_end(ends[1]);
+  child_setup setup{.argv = {},
+                    .environment = {const_cast<char*>(search_path)},
+                    .user = what.user,
+                    .nowhere = nowhere.get(),
+                    .output = what.output < 0 ? nowhere.get() : what.output,
+                    .report = write_end.get()};
+  for (const std::string& word : what.argv) {
+    setup.argv.push_back(as_word(word));
+  }
+  for (const std::string& variable : what.environment) {
+    setup.environment.push_back(as_word(variable));
+  }
+  setup.argv.push_back(nullptr);
+  setup.environment.push_back(nullptr);
+  const pid_t made = fork_child(setup);
+  if (made < 0) {
+    return errno;
+  }
+  write_end.reset();
+  int error = 0;
+  if (read(read_end.get(), &error, sizeof error) == sizeof error) {
+    (void)waitpid(made, nullptr, 0);
+    return error;
+  }
+  *ret = made;
+  return 0;
+}
+
+void signal_group(pid_t leader, int number) noexcept {
+  ::kill(-leader, number);
+}
+
+std::uint64_t start_ticks(pid_t process) {
+  const std::string path = "/proc/" + std::to_string(process) + "/stat";
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "re"),
+                                                             &std::fclose);
+  std::array<char, 1024> text{};
+  if (file == nullptr || std::fread(text.data(), 1, text.size() - 1, file.get()) == 0) {
+    return 0;
+  }
+  // The name of the program, in parentheses, may hold anything; the field is the 20th behind it.
+  const std::string line(text.data());
+  std::size_t at = line.rfind(')');
+  for (int field = 0; field < 20 && at != std::string::npos; ++field) {
+    at = line.find(' ', at + 1);
+  }
+  return at == std::string::npos ? 0 : std::strtoull(line.c_str() + at, nullptr, 10);
+}
+
+}  // namespace ot::children

@@ -1,0 +1,39 @@
+// Starting the commands of others: no shell, a process group of its own that can be ended as a
+// whole, a small environment, and no descriptor of ours.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace ot::children {
+
+// Whom a command runs as.
+struct identity {
+  uid_t user = 0;
+  gid_t group = 0;
+  std::vector<gid_t> groups;  // all it is a member of
+};
+
+struct spawn_request {
+  const std::vector<std::string>& argv;         // a program by its absolute path, and its arguments
+  const std::vector<std::string>& environment;  // "NAME=VALUE", beside PATH
+  const identity* user = nullptr;               // null: as ourselves, with all our rights
+  int output = -1;  // standard output and error; -1: nowhere. There is no input
+};
+
+// 0 or an errno value, also of what failed in the child before the program ran. `ret` is the child,
+// which leads its group; the caller reaps it.
+int spawn(const spawn_request& what, pid_t* ret);
+
+// To all processes of the group that the child leads. The leader must not be reaped yet, so that
+// its number still stands for its group and nobody else's.
+void signal_group(pid_t leader, int number) noexcept;
+
+// When a process started, in clock ticks since boot; with its number it names the process. 0: there
+// is none.
+std::uint64_t start_ticks(pid_t process);
+
+}  // namespace ot::children

@@ -1,0 +1,161 @@
+// Following without a gap: the subscription comes first, then the states are read, then the events
+// that have come meanwhile are taken in. An event leaves before the state is stored, so the latest
+// event of a track is never older than what was read.
+#include "tools/trackpolicy/follower.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+#include <memory>
+#include <system_error>
+#include <utility>
+
+#include "platform/event_subscriber.h"
+#include "platform/ledger.h"
+#include "platform/ledger_status.h"
+#include "platform/linux/short_slices.h"
+#include "tools/trackctl/command.h"
+#include "tools/trackctl/configuration.h"
+#include "tools/trackctl/track.h"
+
+namespace ot::trackpolicy {
+namespace {
+
+constexpr int retry_ms = 200;
+constexpr int compare_ms = 30000;
+
+struct unsubscribe {
+  void operator()(evdl_subscriber* subscriber) const noexcept { evdl_unsubscribe(subscriber); }
+};
+using subscription = std::unique_ptr<evdl_subscriber, unsubscribe>;
+
+bool note_item(void* context, std::string_view track, const ledger_value& value) {
+  (*static_cast<known_states*>(context))[std::string(track)].state =
+      value.as_u32() == 1 ? track_state::up : track_state::down;
+  return true;
+}
+
+// A state that was published as "not up" may be that of a probe without a result. Throws
+// trackctl::failure.
+known_states read_states() {
+  known_states found;
+  {
+    const trackctl::ledger_connection connection(trackctl::states_root);
+    const int code = ledger_item_walk(connection.get(), "", note_item, &found);
+    if (code != ledger_no_data) {
+      trackctl::check_code("reading the states", code);
+    }
+  }
+  trackctl::read_track_records([&found](const track_info__& record) {
+    const auto track = found.find(record.TrackeName.view());
+    if (track != found.end()) {
+      track->second.since = static_cast<std::uint64_t>(record.SecondsLastChange);
+      if (track->second.state == track_state::down && trackctl::awaits_result(record)) {
+        track->second.state = track_state::unknown;
+      }
+    }
+  });
+  return found;
+}
+
+known_state state_of(const evdl_track_event& event) {
+  return {.state = event.state <= 2 ? static_cast<track_state>(event.state) : track_state::unknown,
+          .since = static_cast<std::uint64_t>(std::time(nullptr))};
+}
+
+void count_up(int fd) noexcept {
+  const std::uint64_t one = 1;
+  (void)!write(fd, &one, sizeof one);
+}
+
+}  // namespace
+
+follower::follower()
+    : wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), stop_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+  if (!wake_.valid() || !stop_.valid()) {
+    throw std::system_error(errno, std::generic_category(), "eventfd");
+  }
+  thread_ = std::thread([this] { run(); });
+}
+
+follower::~follower() {
+  count_up(stop_.get());
+  thread_.join();
+}
+
+std::deque<news> follower::take() {
+  std::uint64_t count = 0;
+  (void)!read(wake_.get(), &count, sizeof count);
+  const std::lock_guard held(lock_);
+  return std::exchange(queue_, {});
+}
+
+void follower::post(news what) {
+  {
+    const std::lock_guard held(lock_);
+    queue_.push_back(std::move(what));
+  }
+  count_up(wake_.get());
+}
+
+bool follower::stopped_within(int milliseconds) const {
+  pollfd one{.fd = stop_.get(), .events = POLLIN, .revents = 0};
+  return poll(&one, 1, milliseconds) > 0;
+}
+
+void follower::run() {
+  ask_for_short_slices(500);
+  while (!stopped_within(0)) {
+    try {
+      follow();
+    } catch (const trackctl::failure& error) {
+      // It will be asked again; that it is not there at all is no news.
+      if (error.status != trackctl::exit_no_service) {
+        std::fprintf(stderr, "trackpolicy: %s\n", error.what());
+      }
+    }
+    if (std::exchange(connected_, false)) {
+      post({.kind = news::what::gone});
+    }
+    if (stopped_within(retry_ms)) {
+      return;
+    }
+  }
+}
+
+// Until the service goes away or we are to stop.
+void follower::follow() {
+  evdl_subscriber* made = nullptr;
+  trackctl::check_code("following events", evdl_subscribe({}, &made));
+  const subscription events(made);
+  const char* reason = met_ ? "reconnected" : "start";
+  std::array<pollfd, 2> ready{
+      pollfd{.fd = stop_.get(), .events = POLLIN, .revents = 0},
+      pollfd{.fd = evdl_subscriber_fd(made), .events = POLLIN, .revents = 0}};
+  int code = status_ok;
+  bool compare = true;
+  while (code == status_ok && ready[0].revents == 0) {
+    if (compare) {
+      news all{.kind = news::what::states, .states = read_states(), .reason = reason};
+      code = evdl_receive(made, 0, [&all](const evdl_track_event& event) {
+        all.states[event.track] = state_of(event);
+      });
+      post(std::move(all));
+      met_ = connected_ = true;
+      reason = "change";
+    } else {
+      code = evdl_receive(made, 0, [this](const evdl_track_event& event) {
+        post({.kind = news::what::change, .track = event.track, .state = state_of(event)});
+      });
+    }
+    if (code == status_ok) {
+      compare = poll(ready.data(), ready.size(), compare_ms) == 0;
+    }
+  }
+}
+
+}  // namespace ot::trackpolicy

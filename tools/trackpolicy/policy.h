@@ -1,0 +1,77 @@
+// trackpolicy, the runner of event policies.
+//
+// A policy says what is done when a track changes its state: a command is run, a file is written.
+// trackpolicy follows the tracks of the service and does it. It is a process of its own, with one
+// event loop, and a thread that only follows the service.
+//
+//   policy.h           a policy as it is configured
+//   config.h           the files -> policies, or every error with its place
+//   policy_keys.h      the keys of a policy; with tools/settings/
+//   kinds/             one file a kind, with its row: its keys, what it does, what it would do
+//   reaction.h         a policy at work, and what it may ask of the system
+//   engine.h           which states there are, and whom they concern; knows no processes and files
+//   follower.h         the thread: the tracks' states, then their events, then states again
+//   system.h           the engine's host on a router: processes, files, what is remembered
+//   status_socket.h    what `trackctl policy list` reads
+//   daemon.cpp         the process: lock, signals, reload
+//
+// Everything follows from states, not from events: at the start, when the service is back, and
+// after a reload, each policy gets the state that its track has, and does something only if that
+// is not what it did last. What commands have been told is remembered in /run, so that a restart
+// neither loses a state nor tells one twice. A configuration with errors is never taken in part.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace ot::trackpolicy {
+
+enum class track_state : std::uint8_t { unknown, up, down };  // as events have it
+inline constexpr std::array<const char*, 3> state_words{"unknown", "up", "down"};
+
+constexpr std::size_t index_of(track_state state) noexcept {
+  return static_cast<std::size_t>(state);
+}
+inline const char* word_of(track_state state) noexcept {
+  return state_words[index_of(state)];
+}
+
+enum class kind_id : std::uint8_t { command, file };
+
+using words = std::vector<std::string>;
+
+struct policy {
+  std::string name;
+  std::string track;
+  kind_id kind = kind_id::command;
+
+  // command
+  words run;                    // on every state that has none of its own
+  std::array<words, 3> run_on;  // by state
+  std::string user;             // empty: root, which run_as_root says
+  bool run_as_root = false;
+  std::uint32_t timeout_ms = 30000;
+  std::uint32_t retry = 0;  // further attempts when one fails
+  std::uint32_t retry_delay_ms = 5000;
+  bool every = false;  // tell each state, not only the latest
+
+  // file
+  std::string path;
+  std::array<std::string, 3> text{"0", "1", "0"};  // by state
+  std::uint32_t grace_ms = 10000;
+
+  bool operator==(const policy&) const = default;
+};
+
+// The command for a state; empty: none.
+inline const words& command_for(const policy& of, track_state state) noexcept {
+  const words& own = of.run_on[index_of(state)];
+  return own.empty() ? of.run : own;
+}
+
+inline constexpr const char* policies_folder = "/etc/object_tracking/policies.d";
+
+}  // namespace ot::trackpolicy

@@ -1,0 +1,124 @@
+// The keys that all policies have, and what must be there. The keys of one kind are in its row.
+#include "tools/trackpolicy/policy_keys.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <set>
+#include <string_view>
+
+#include "tools/trackpolicy/kinds/kinds.h"
+
+namespace ot::trackpolicy {
+namespace {
+
+using settings::problem_list;
+using settings::value_error;
+
+constexpr std::size_t name_max = 31;  // what events carry of a track's name
+
+std::string name_value(const toml::node& node) {
+  std::string name = settings::text_value(node);
+  const bool plain = std::all_of(name.begin(), name.end(), [](unsigned char c) {
+    return std::isalnum(c) != 0 ||
+           std::string_view{"_.:-"}.find(static_cast<char>(c)) != std::string_view::npos;
+  });
+  if (!plain || name.size() > name_max || name.front() == '.') {
+    throw value_error("must be 1 to 31 of A-Z a-z 0-9 _ . : -, and not begin with a dot");
+  }
+  return name;
+}
+
+constexpr std::array general_keys{
+    key_row{"name", settings::take_value<&policy::name, name_value>, settings::key_required},
+    key_row{"track", settings::take_value<&policy::track, name_value>, settings::key_required},
+    key_row{"kind", [](const toml::node&, policy&) {}},  // read before
+};
+
+const key_row* find_in(std::span<const key_row> keys, std::string_view name) noexcept {
+  const auto row = std::find_if(keys.begin(), keys.end(),
+                                [name](const key_row& key) { return key.name == name; });
+  return row == keys.end() ? nullptr : &*row;
+}
+
+// The key of a policy of that kind, or of whatever kind has it where the kind is none; else null.
+const key_row* find_key(const kind* of, std::string_view name) noexcept {
+  const key_row* found = find_in(general_keys, name);
+  for (const kind& each : all_kinds()) {
+    if (found == nullptr && (of == nullptr || of == &each)) {
+      found = find_in(each.keys, name);
+    }
+  }
+  return found;
+}
+
+const kind* read_kind(const toml::table& table, problem_list& problems) {
+  const toml::node* const node = table.get("kind");
+  if (node == nullptr) {
+    problems.add(table.source(), "the policy has no \"kind\"; there are " + kind_words());
+    return nullptr;
+  }
+  const toml::value<std::string>* const word = node->as_string();
+  const kind* const found = word == nullptr ? nullptr : find_kind(word->get());
+  if (found == nullptr) {
+    problems.add(node->source(), "kind: must be one of " + kind_words());
+  }
+  return found;
+}
+
+// Null, with the problem reported, when such a policy has no such key.
+const key_row* key_for(const kind* of, const toml::key& key, problem_list& problems) {
+  const key_row* const found = find_key(of, key.str());
+  if (found == nullptr) {
+    const std::string quoted = '"' + std::string(key.str()) + '"';
+    problems.add(key.source(),
+                 find_key(nullptr, key.str()) == nullptr
+                     ? "there is no key " + quoted
+                     : "a policy of kind " + std::string(of->word) + " has no " + quoted);
+  }
+  return found;
+}
+
+void check_required(const toml::table& table, std::span<const key_row> keys,
+                    problem_list& problems) {
+  for (const key_row& row : keys) {
+    if ((row.use & settings::key_required) != 0 && !table.contains(row.name)) {
+      problems.add(table.source(), "the policy has no \"" + std::string(row.name) + "\"");
+    }
+  }
+}
+
+}  // namespace
+
+void read_common_keys(const toml::table& table, policy* ret, problem_list& problems) {
+  for (const auto& [key, node] : table) {
+    const key_row* const row = find_key(nullptr, key.str());
+    if (row == nullptr || (row->use & settings::key_common) == 0) {
+      problems.add(key.source(), "\"" + std::string(key.str()) + "\" cannot stand in [defaults]");
+    } else {
+      (void)settings::take_key(*row, node, *ret, problems);
+    }
+  }
+}
+
+bool read_policy(const toml::table& table, policy* ret, problem_list& problems) {
+  const kind* const of = read_kind(table, problems);
+  check_required(table, general_keys, problems);
+  if (of != nullptr) {
+    ret->kind = of->id;
+    check_required(table, of->keys, problems);
+  }
+  bool named = false;
+  const std::size_t before = problems.count();
+  for (const auto& [key, node] : table) {
+    const key_row* const row = key_for(of, key, problems);
+    const bool good = row != nullptr && settings::take_key(*row, node, *ret, problems);
+    named = named || (good && row->name == "name");
+  }
+  if (of != nullptr && of->check != nullptr && problems.count() == before) {
+    of->check(table, *ret, problems);
+  }
+  return named;
+}
+
+}  // namespace ot::trackpolicy

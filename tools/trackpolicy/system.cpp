@@ -1,0 +1,210 @@
+// Child processes. Their output is read as long as the command runs, in portions, so that a
+// talkative one holds nobody up, and printed by lines behind the policy's name; what a command
+// leaves behind in its group ends with it.
+#include "tools/trackpolicy/system.h"
+
+#include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
+#include <sys/epoll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <system_error>
+
+#include "platform/linux/monotonic.h"
+
+namespace ot::trackpolicy {
+namespace {
+
+constexpr std::uint64_t kill_after_us = 2'000'000;
+constexpr std::uint64_t accuracy_us = 10'000;
+constexpr std::size_t line_max = 2048;
+
+void print(const std::string& policy_name, const std::string& text) {
+  std::fprintf(stderr, "%s: %s\n", policy_name.c_str(), text.c_str());
+}
+
+children::identity identity_of(const passwd& user) {
+  int count = 64;
+  std::vector<gid_t> groups(static_cast<std::size_t>(count));
+  while (getgrouplist(user.pw_name, user.pw_gid, groups.data(), &count) < 0) {
+    groups.resize(static_cast<std::size_t>(count));
+  }
+  groups.resize(static_cast<std::size_t>(count));
+  return {.user = user.pw_uid, .group = user.pw_gid, .groups = std::move(groups)};
+}
+
+// How a child that is still to be reaped has ended.
+command_end end_of(pid_t command) {
+  siginfo_t info{};
+  (void)waitid(P_PID, static_cast<id_t>(command), &info, WEXITED | WNOWAIT);
+  const bool exited = info.si_code == CLD_EXITED;
+  return {.success = exited && info.si_status == 0,
+          .text = (exited ? "exit status " : "signal ") + std::to_string(info.si_status)};
+}
+
+}  // namespace
+
+system_host::~system_host() {
+  for (const auto& [command, one] : children_) {
+    children::signal_group(command, SIGKILL);
+  }
+}
+
+void system_host::prepare(const std::vector<policy>& policies) {
+  users_.clear();
+  for (const policy& each : policies) {
+    if (each.user.empty() || users_.contains(each.user)) {
+      continue;
+    }
+    if (const passwd* const found = getpwnam(each.user.c_str()); found != nullptr) {
+      users_.emplace(each.user, identity_of(*found));
+    }
+  }
+}
+
+bool system_host::end_all() {
+  waiting_.clear();
+  for (auto& [command, one] : children_) {
+    one.ended = nullptr;
+    end(command);
+  }
+  return children_.empty();
+}
+
+std::uint64_t system_host::now_us() const {
+  return monotonic_us();
+}
+
+void system_host::log(const policy& of, const std::string& text) {
+  print(of.name, text);
+}
+
+start_result system_host::start(reaction& who, const policy& of, const words& argv,
+                                const words& environment,
+                                std::function<void(const command_end&)> ended, pid_t* ret,
+                                std::string* ret_error) {
+  stop_waiting(of.name);
+  if (children_.size() >= commands_max) {
+    waiting_.push_back({of.name, &who});
+    return start_result::full;
+  }
+  const auto user = users_.find(of.user);
+  if (!of.run_as_root && user == users_.end()) {
+    *ret_error = "there is no user \"" + of.user + '"';
+    return start_result::failed;
+  }
+  // Whoever is that user already needs no right to become it.
+  const bool other = !of.run_as_root && user->second.user != geteuid();
+  std::array<int, 2> ends{-1, -1};
+  int error = pipe2(ends.data(), O_CLOEXEC) == 0 ? 0 : errno;
+  unique_fd read_end(ends[0]);
+  const unique_fd write_end(ends[1]);
+  pid_t command = 0;
+  if (error == 0) {
+    error = children::spawn({.argv = argv,
+                             .environment = environment,
+                             .user = other ? &user->second : nullptr,
+                             .output = write_end.get()},
+                            &command);
+  }
+  if (error != 0) {
+    *ret_error = std::generic_category().message(error);
+    return start_result::failed;
+  }
+  fcntl(read_end.get(), F_SETFL, O_NONBLOCK);
+  child& made = children_[command];
+  made.policy_name = of.name;
+  made.ended = std::move(ended);
+  made.output = std::move(read_end);
+  watch(command, made);
+  *ret = command;
+  return start_result::running;
+}
+
+void system_host::watch(pid_t command, child& one) {
+  one.end_source = qmond::loop_source::child(
+      loop_, command, [this, command](std::uint32_t) { this->ended(command); });
+  one.output_source =
+      qmond::loop_source::descriptor(loop_, one.output.get(), EPOLLIN, [this, &one](std::uint32_t) {
+        if (!read_output(one)) {
+          one.output_source = {};
+        }
+      });
+}
+
+// One portion. False at its end, or when there is nothing at the moment.
+bool system_host::read_output(child& one) {
+  std::array<char, 4096> part;
+  const ssize_t size = read(one.output.get(), part.data(), part.size());
+  if (size <= 0) {
+    return size < 0 && (errno == EINTR || errno == EAGAIN);
+  }
+  for (const char c : std::string_view(part.data(), static_cast<std::size_t>(size))) {
+    if (c == '\n' || one.line.size() >= line_max) {
+      print(one.policy_name, one.line);
+      one.line.clear();
+    }
+    if (c != '\n') {
+      one.line += static_cast<unsigned char>(c) < ' ' && c != '\t' ? '?' : c;
+    }
+  }
+  return true;
+}
+
+void system_host::end(pid_t command) {
+  const auto found = children_.find(command);
+  if (found == children_.end()) {
+    return;
+  }
+  children::signal_group(command, SIGTERM);
+  found->second.kill_timer = qmond::loop_source::timer(
+      loop_, monotonic_us() + kill_after_us, accuracy_us,
+      [command](std::uint32_t) { children::signal_group(command, SIGKILL); });
+}
+
+void system_host::abandon(pid_t command) {
+  if (const auto found = children_.find(command); found != children_.end()) {
+    found->second.ended = nullptr;
+    end(command);
+  }
+}
+
+// Not reaped yet: the group is still the command's own.
+void system_host::ended(pid_t command) {
+  const command_end how = end_of(command);
+  children::signal_group(command, SIGKILL);
+  child one = std::move(children_.at(command));
+  one.output_source = {};
+  // What the pipe holds; a process that has left the group may go on writing.
+  for (int part = 0; part < 16 && read_output(one); ++part) {
+  }
+  if (!one.line.empty()) {
+    print(one.policy_name, one.line);
+  }
+  children_.erase(command);
+  if (one.ended) {
+    one.ended(how);
+  }
+  offer_room();
+}
+
+void system_host::stop_waiting(const std::string& policy_name) {
+  std::erase_if(waiting_, [&](const waiting& each) { return each.policy_name == policy_name; });
+}
+
+void system_host::offer_room() {
+  while (!waiting_.empty() && children_.size() < commands_max) {
+    reaction* const next = waiting_.front().who;
+    waiting_.pop_front();
+    next->due();
+  }
+}
+
+}  // namespace ot::trackpolicy

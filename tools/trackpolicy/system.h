@@ -1,0 +1,78 @@
+// The engine's host on a router: commands as child processes, at most a fixed number at a time;
+// files; and what is remembered, a small file a policy in /run.
+#pragma once
+
+#include <systemd/sd-event.h>
+
+#include <deque>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/linux/unique_fd.h"
+#include "tools/children/spawn.h"
+#include "tools/qmond/loop.h"
+#include "tools/trackpolicy/reaction.h"
+
+namespace ot::trackpolicy {
+
+inline constexpr const char* memory_folder = "/run/object_tracking/policies";
+
+class system_host : public host {
+ public:
+  static constexpr std::size_t commands_max = 32;
+
+  // Blocks SIGCHLD. Throws failure when there is no place to remember in.
+  explicit system_host(sd_event* loop);
+  ~system_host() override;
+
+  // Looks up whom commands run as, which may take a while, and forgets policies that there are not.
+  void prepare(const std::vector<policy>& policies);
+  // Asks every command to end; whether none is left.
+  bool end_all();
+  [[nodiscard]] bool idle() const noexcept { return children_.empty(); }
+
+  std::uint64_t now_us() const override;
+  void log(const policy& of, const std::string& text) override;
+  start_result start(reaction& who, const policy& of, const words& argv, const words& environment,
+                     std::function<void(const command_end&)> ended, pid_t* ret,
+                     std::string* ret_error) override;
+  void end(pid_t command) override;
+  void abandon(pid_t command) override;
+  std::string recall(const std::string& policy_name) override;
+  void remember(const std::string& policy_name, const std::string& text) override;
+  void forget(const std::string& policy_name) override;
+  std::uint64_t start_ticks(pid_t process) override { return children::start_ticks(process); }
+  void end_leftover(pid_t leader, std::uint64_t ticks) override;
+  bool file_has(const std::string& path, const std::string& content) override;
+  std::string write_file(const std::string& path, const std::string& content) override;
+
+ private:
+  struct child {
+    std::string policy_name;
+    std::function<void(const command_end&)> ended;
+    unique_fd output;
+    std::string line;  // what of its output has no end yet
+    qmond::loop_source output_source;
+    qmond::loop_source end_source;
+    qmond::loop_source kill_timer;
+  };
+  struct waiting {
+    std::string policy_name;
+    reaction* who;
+  };
+
+  void watch(pid_t command, child& one);
+  bool read_output(child& one);
+  void ended(pid_t command);
+  void stop_waiting(const std::string& policy_name);
+  void offer_room();
+
+  sd_event* loop_;
+  std::map<std::string, children::identity> users_;
+  std::map<pid_t, child> children_;
+  std::deque<waiting> waiting_;
+};
+
+}  // namespace ot::trackpolicy
