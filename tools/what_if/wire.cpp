@@ -1,7 +1,6 @@
 // A row of fields is an array: both ends are of the same build.
 #include "tools/what_if/wire.h"
 
-#include <cstring>
 #include <nlohmann/json.hpp>
 
 namespace ot::what_if {
@@ -15,9 +14,10 @@ json binary(const std::vector<std::byte>& bytes) {
 }
 
 std::vector<std::byte> bytes_of(const json& from) {
-  const auto& binary = from.get_binary();
-  std::vector<std::byte> bytes(binary.size());
-  std::memcpy(bytes.data(), binary.data(), binary.size());
+  std::vector<std::byte> bytes;
+  for (const std::uint8_t byte : from.get_binary()) {
+    bytes.push_back(static_cast<std::byte>(byte));
+  }
   return bytes;
 }
 
