@@ -16,9 +16,9 @@ namespace ot::trackpolicy {
 
 struct news {
   enum class what : std::uint8_t { states, change, gone } kind = what::gone;
-  known_states states{};      // all of them
+  known_states states{};    // all of them
   const char* reason = "";  // of `states`
-  std::string track{};        // of a change
+  std::string track{};      // of a change
   known_state state{};
 };
 

@@ -49,6 +49,22 @@ command_end end_of(pid_t command) {
           .text = (exited ? "exit status " : "signal ") + std::to_string(info.si_status)};
 }
 
+// 0 or an errno value. What the command prints comes out of `ret_output`.
+int spawn_with_output(const words& argv, const words& environment, const children::identity* user,
+                      unique_fd* ret_output, pid_t* ret) {
+  std::array<int, 2> ends{-1, -1};
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+    return errno;
+  }
+  unique_fd read_end(ends[0]);
+  const unique_fd write_end(ends[1]);
+  fcntl(read_end.get(), F_SETFL, O_NONBLOCK);
+  const int error = children::spawn(
+      {.argv = argv, .environment = environment, .user = user, .output = write_end.get()}, ret);
+  *ret_output = std::move(read_end);
+  return error;
+}
+
 }  // namespace
 
 system_host::~system_host() {
@@ -102,27 +118,18 @@ start_result system_host::start(reaction& who, const policy& of, const words& ar
   }
   // Whoever is that user already needs no right to become it.
   const bool other = !of.run_as_root && user->second.user != geteuid();
-  std::array<int, 2> ends{-1, -1};
-  int error = pipe2(ends.data(), O_CLOEXEC) == 0 ? 0 : errno;
-  unique_fd read_end(ends[0]);
-  const unique_fd write_end(ends[1]);
+  unique_fd output;
   pid_t command = 0;
-  if (error == 0) {
-    error = children::spawn({.argv = argv,
-                             .environment = environment,
-                             .user = other ? &user->second : nullptr,
-                             .output = write_end.get()},
-                            &command);
-  }
+  const int error =
+      spawn_with_output(argv, environment, other ? &user->second : nullptr, &output, &command);
   if (error != 0) {
     *ret_error = std::generic_category().message(error);
     return start_result::failed;
   }
-  fcntl(read_end.get(), F_SETFL, O_NONBLOCK);
   child& made = children_[command];
   made.policy_name = of.name;
   made.ended = std::move(ended);
-  made.output = std::move(read_end);
+  made.output = std::move(output);
   watch(command, made);
   *ret = command;
   return start_result::running;
