@@ -6,8 +6,11 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <ctime>
 #include <memory>
@@ -25,8 +28,12 @@
 namespace ot::trackpolicy {
 namespace {
 
+using std::chrono::steady_clock;
+
 constexpr int retry_ms = 200;
-constexpr int compare_ms = 30000;
+// So long after the states were read they are read again, whatever comes meanwhile: that a track
+// has been deleted is no event.
+constexpr std::chrono::seconds compare_after{30};
 
 struct unsubscribe {
   void operator()(evdl_subscriber* subscriber) const noexcept { evdl_unsubscribe(subscriber); }
@@ -65,6 +72,12 @@ known_states read_states() {
 known_state state_of(const evdl_track_event& event) {
   return {.state = event.state <= 2 ? static_cast<track_state>(event.state) : track_state::unknown,
           .since = static_cast<std::uint64_t>(std::time(nullptr))};
+}
+
+// Milliseconds until then, rounded up; 0 when it has come.
+int left_until(steady_clock::time_point when) {
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(when - steady_clock::now());
+  return static_cast<int>(std::max<std::int64_t>(left.count(), 0));
 }
 
 void count_up(int fd) noexcept {
@@ -137,9 +150,9 @@ void follower::follow() {
       pollfd{.fd = stop_.get(), .events = POLLIN, .revents = 0},
       pollfd{.fd = evdl_subscriber_fd(made), .events = POLLIN, .revents = 0}};
   int code = status_ok;
-  bool compare = true;
+  steady_clock::time_point compare_at{};
   while (code == status_ok && ready[0].revents == 0) {
-    if (compare) {
+    if (left_until(compare_at) == 0) {
       news all{.kind = news::what::states, .states = read_states(), .reason = reason};
       code = evdl_receive(made, 0, [&all](const evdl_track_event& event) {
         all.states[event.track] = state_of(event);
@@ -147,13 +160,14 @@ void follower::follow() {
       post(std::move(all));
       met_ = connected_ = true;
       reason = "change";
+      compare_at = steady_clock::now() + compare_after;
     } else {
       code = evdl_receive(made, 0, [this](const evdl_track_event& event) {
         post({.kind = news::what::change, .track = event.track, .state = state_of(event)});
       });
     }
     if (code == status_ok) {
-      compare = poll(ready.data(), ready.size(), compare_ms) == 0;
+      (void)poll(ready.data(), ready.size(), left_until(compare_at));
     }
   }
 }
