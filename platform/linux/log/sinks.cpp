@@ -39,10 +39,8 @@ class datagram_text {
     va_end(values);
     used_ = made < 0 ? used_ : std::min(used_ + static_cast<std::size_t>(made), room_.size() - 1);
   }
-  void bytes(const void* data, std::size_t length) noexcept {
-    length = std::min(length, room_.size() - used_);
-    std::memcpy(room_.data() + used_, data, length);
-    used_ += length;
+  void bytes(std::string_view bytes) noexcept {
+    used_ += bytes.copy(room_.data() + used_, room_.size() - used_);
   }
   [[nodiscard]] std::size_t used() const noexcept { return used_; }
 
@@ -63,7 +61,7 @@ std::string_view log_readable(const log_line& line, std::span<char> ret) noexcep
     text.print("%s-%s-%u-%s: ", line.record->facility, line.record->group, line.severity,
                line.record->name);
   }
-  text.bytes(line.text.data(), line.text.size());
+  text.bytes(line.text);
   return {ret.data(), text.used()};
 }
 
@@ -71,21 +69,21 @@ std::string_view log_readable(const log_line& line, std::span<char> ret) noexcep
 std::size_t log_for_journal(const log_line& line, std::span<char> ret) noexcept {
   char readable[log_line_limit];
   const std::string_view message = log_readable(line, readable);
-  std::uint8_t length[8];
+  char length[8];
   for (unsigned i = 0; i < 8; ++i) {
-    length[i] = static_cast<std::uint8_t>(std::uint64_t{message.size()} >> (8 * i));
+    length[i] = static_cast<char>(std::uint64_t{message.size()} >> (8 * i) & 0xff);
   }
   datagram_text text{ret};
   text.print("MESSAGE\n");
-  text.bytes(length, sizeof length);
-  text.bytes(message.data(), message.size());
+  text.bytes({length, sizeof length});
+  text.bytes(message);
   text.print("\nPRIORITY=%u\nSYSLOG_FACILITY=%d\nSYSLOG_IDENTIFIER=object_tracking\n",
              line.severity, LOG_DAEMON >> 3);
   if (const errmsg_record* record = line.record) {
     text.print("OT_FACILITY=%s\nOT_GROUP=%s\nOT_MESSAGE=%s\nOT_NUMBER=0x%08x\n", record->facility,
                record->group, record->name, record->number);
   }
-  text.bytes(line.fields.data(), line.fields.size());
+  text.bytes(line.fields);
   return text.used();
 }
 
