@@ -306,6 +306,18 @@ TEST(explain_remedy, takes_the_largest_weights_where_many_are_needed) {
   EXPECT_EQ(found->size(), 5U);  // 19 + 18 + 17 + 16 + 15
 }
 
+TEST(explain_remedy, takes_two_members_where_one_needs_more_changes) {
+  const site tracks{
+      {"list", threshold(track_type::threshold_weight, 10, 100, {{"all", 20}, {"d", 5}, {"e", 5}})},
+      {"all", list(track_type::boolean_and, {{"a", 0}, {"b", 0}, {"c", 0}})},
+      {"a", down()},
+      {"b", down()},
+      {"c", down()},
+      {"d", down()},
+      {"e", down()}};
+  EXPECT_THAT(*find_remedy(tracks, "list"), ElementsAre(Pair("d", true), Pair("e", true)));
+}
+
 TEST(explain_remedy, brings_members_down_where_there_are_too_many) {
   const site tracks{
       {"list", threshold(track_type::threshold_weight, 10, 20, {{"a", 30}, {"b", 15}})},

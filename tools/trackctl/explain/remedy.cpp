@@ -169,7 +169,8 @@ needed search::try_few(const track_facts& list, bool up, const std::vector<flip>
       chosen.pop_back();
     }
   };
-  for (std::size_t count = 1; count <= flips_most && !best; ++count) {
+  // A member that is a list may need more changes than two others, but none needs less than one.
+  for (std::size_t count = 1; count <= flips_most && (!best || best->size() > count); ++count) {
     choose(0, count);
   }
   return best;
