@@ -195,7 +195,7 @@ void icmp_socket::receive() {
     messages[i].msg_hdr.msg_iovlen = 1;
   }
   const int came = recvmmsg(socket_.get(), messages.data(), batch, 0, nullptr);
-  for (int i = 0; i < came; ++i) {
+  for (std::size_t i = 0; static_cast<int>(i) < came; ++i) {
     take_answer({buffers[i].data(), messages[i].msg_len},
                 address::from_socket(reinterpret_cast<const sockaddr*>(&senders[i]), 0));
   }
