@@ -114,7 +114,7 @@ TEST(route_message_filter, passes_just_the_routes_that_meet_a_range) {
   seeded_chance chance;
   SCOPED_TRACE("seed " + std::to_string(chance.seed));
   const filtered_socket socket;
-  for (const std::size_t count : {0, 1, 2, 3, 7, 50, 190}) {
+  for (const std::size_t count : {0U, 1U, 2U, 3U, 7U, 50U, 190U}) {
     const std::vector<address_range> ranges = some_ranges(chance, count);
     ASSERT_EQ(filter_route_messages(socket.fd(), ranges), 0);
     for (int i = 0; i < 1'000; ++i) {
