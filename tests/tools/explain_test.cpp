@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <random>
+#include <utility>
 
 #include "platform/interface_manager.h"
 #include "platform/ipv4.h"

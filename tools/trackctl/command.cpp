@@ -2,6 +2,7 @@
 // operator reads.
 #include "tools/trackctl/command.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <iostream>

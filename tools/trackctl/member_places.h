@@ -2,6 +2,7 @@
 // configuration's items do not tell.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>

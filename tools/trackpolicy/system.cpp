@@ -15,6 +15,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <string_view>
 #include <system_error>
 
 #include "platform/linux/monotonic.h"

@@ -1,5 +1,6 @@
 #include "tools/what_if/timeline.h"
 
+#include <functional>
 #include <set>
 
 #include "core/track.h"

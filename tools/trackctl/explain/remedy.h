@@ -2,6 +2,7 @@
 // come to another state.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
