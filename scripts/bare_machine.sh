@@ -6,12 +6,9 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source scripts/dev_say.sh
+source scripts/bare_tree.sh
 
-case ${1:-} in
-  12 | bookworm) suite=bookworm ;;
-  13 | trixie) suite=trixie ;;
-  *) die "bare: name a release of Debian, 12 or 13" ;;
-esac
+suite=$(suite_of "${1:-}")
 shift
 [[ $# -gt 0 ]] || set -- run --demo
 [[ $EUID -eq 0 ]] || die "bare: only root can make such a tree"
@@ -21,7 +18,7 @@ tree=$(mktemp -d /tmp/ot-bare.XXXXXX)
 trap 'rm -rf --one-file-system "$tree"' EXIT
 trap 'exit 130' INT TERM
 say "a bare $suite in $tree"
-mmdebstrap --variant=minbase --quiet "$suite" "$tree"
+make_bare_tree "$suite" "$tree"
 
 # stamped: puts the seconds since the script reached this before every line.
 stamped() {
@@ -29,25 +26,6 @@ stamped() {
   while IFS= read -r line || [[ -n $line ]]; do
     printf '%5d  %s\n' $((SECONDS - start)) "$line"
   done
-}
-
-# inside TREE COMMAND...: in namespaces that end with it and take every process and mount along. The
-# tree becomes the root of its mounts, not of the processes alone, since `ip netns` changes them.
-inside() {
-  # shellcheck disable=SC2016  # for the inner shell
-  unshare --mount --pid --fork --kill-child bash -c '
-    set -e
-    mount --make-rprivate /
-    mount --bind "$1" "$1"
-    for folder in dev sys; do mount --rbind "/$folder" "$1/$folder"; done
-    mount -t proc proc "$1/proc"
-    mount -t tmpfs tmpfs "$1/run"
-    mount -t tmpfs tmpfs "$1/dev/shm"
-    cd "$1"
-    shift
-    pivot_root . mnt
-    exec env -i HOME=/root PATH=/usr/sbin:/usr/bin:/sbin:/bin LANG=C.UTF-8 TERM=dumb \
-      chroot . sh -c "umount -l /mnt && exec \"\$@\"" sh "$@"' bare "$@" </dev/null
 }
 
 {

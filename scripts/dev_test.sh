@@ -44,7 +44,7 @@ folder_of() {
 # instance; each file of the other suite has a virtual machine, which takes a processor.
 at_once() {
   case $1 in
-    pytest) printf '%s ' -n 4 ;;
+    pytest) printf '%s ' -n 5 ;;
     pytest-vm) printf '%s ' -n 2 --dist loadfile ;;
   esac
 }
@@ -53,7 +53,7 @@ at_once() {
 # platform mostly wait; these others compute for a minute or more.
 shards_of() {
   case $1 in
-    contract_linux) echo 3 ;;
+    contract_linux) echo 5 ;;
     unit_tests | soak_tests) echo 2 ;;
     *) echo 1 ;;
   esac
@@ -96,7 +96,7 @@ run_program() {
   rm -f "$report" "${report%.xml}"-[0-9].xml
   [[ $preset == tsan ]] && launcher=(without_aslr)
   if [[ $program == pytest-soak ]]; then # the arguments are for the GoogleTest program beside it
-    launcher+=(env "OT_SECONDS=${OT_SECONDS:-60}")
+    launcher+=(env "OT_SECONDS=${OT_SECONDS:-30}")
     set --
   fi
   say "$preset: $program"
@@ -123,7 +123,7 @@ targets_of() {
     [[ $1 == clang || $level == e2e || $level == soak || $level == vm ]] &&
       programs=(object_tracking trackctl trackpolicy qmond)
     [[ $level == vm ]] && tests+=(contract_linux ledger_put)
-    [[ $level == e2e || $level == soak ]] && tests+=(ledger_put route_storm)
+    [[ $level == e2e || $level == soak ]] && tests+=(ledger_put route_storm library_client)
     [[ $level == e2e && $1 != *san ]] && tests+=(write_log held_disk)
     for row in "${test_programs[@]}"; do
       [[ $row == "$level|"* && -z $(folder_of "${row#*|}") ]] && tests+=("${row#*|}")
@@ -176,9 +176,21 @@ say_what_is_left_out() {
     "names them with their reason"
 }
 
+# The packages in a bare tree; not among the presets' levels, since it builds all of them once more.
+test_install() {
+  [[ $EUID -eq 0 ]] || die "test install: only root can make a bare tree"
+  ensure_packages e2e
+  dev_package
+  scripts/install_test.sh build/packages
+}
+
 dev_test() {
   local level="" preset record row status plan=("${test_plan[@]}")
   case ${1:-} in
+    install)
+      test_install
+      return
+      ;;
     unit | soak | tools | contract | e2e | vm)
       level=$1
       plan=("debug|$level")
@@ -191,7 +203,7 @@ dev_test() {
       --preset) [[ $# -ge 2 ]] || die "--preset needs a name: debug, release, asan or tsan"
         plan=("$2|${level:-unit tools contract e2e}"); shift 2 ;;
       --) shift; break ;;
-      *) die "test: unknown word \"$1\" (unit, soak, tools, contract, e2e, vm, --preset P, -- ARGS)" ;;
+      *) die "test: unknown word \"$1\" (unit, soak, tools, contract, e2e, vm, install, --preset P, -- ARGS)" ;;
     esac
   done
   say_what_is_left_out

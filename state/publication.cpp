@@ -97,6 +97,12 @@ int start_delay(ot_track& track, track_state state) {
   return status_ok;
 }
 
+// A new track on an interface that is not there begins as down, which nobody is told.
+bool begins_unknown(const ot_track& track, track_state state) noexcept {
+  return track.state_change_counter == 0 && track.state == track_state::down &&
+         state == track_state::unknown;
+}
+
 void update_record(ot_track& track, track_state state, const char* text) noexcept {
   if (state != track.state) {
     const errmsg_field fields[] = {{"OT_TRACK", track.name.c_str()},
@@ -105,7 +111,7 @@ void update_record(ot_track& track, track_state state, const char* text) noexcep
     errmsg_log_fields(&kor_msg_rec_ot_track_info, kor_msg_rec_ot_track_info.severity, fields, text);
   }
   const std::int64_t now = clock_realtime_milliseconds();
-  if (state != track.state) {
+  if (state != track.state && !begins_unknown(track, state)) {
     note_state_change(track.name, track.state, state, now);
   }
   track.state = state;

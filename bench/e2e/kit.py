@@ -133,6 +133,7 @@ def kit(build):
         unchanged = instance.median_ms(10, "apply", instance.file)
         difference = instance.median_ms(10, "diff", instance.file)
         shown = instance.median_ms(20, "show")
+        measured = instance.median_ms(20, "metrics")
         assert len(instance.service.tracks()) == COUNT
     what = "1,500 tracks of all kinds"
     return [row("a process that does nothing", nothing, "ms"),
@@ -142,6 +143,7 @@ def kit(build):
             row(f"trackctl apply, {what}, unchanged", unchanged, "ms", 200),
             row(f"trackctl diff, {what}, unchanged", difference, "ms", 200),
             row(f"trackctl show, {what}", shown, "ms", 20),
+            row(f"trackctl metrics, {what}", measured, "ms", 30),
             row("nft -f, a set of 1,500 elements made anew", nft, "ms"),
             row(f"trackctl apply, {what}, all new, over nft -f", applied / nft, "times"),
             row(f"trackctl apply, {what}, unchanged, over nft -f", unchanged / nft, "times")]

@@ -16,12 +16,13 @@ import bfd
 import kit
 import measurements
 import micro
+import policies
 import probes
 import route_measurements
 import table
 import worst
 from build_tree import BuildTree
-from peers import peers
+from peers import peers, reactions
 
 
 def machine():
@@ -34,7 +35,8 @@ def machine():
 
 def main():
     steps = {**measurements.STEPS, **route_measurements.STEPS, **probes.STEPS, **bfd.STEPS,
-             **worst.STEPS, **kit.STEPS, **peers.STEPS, **micro.STEPS}
+             **worst.STEPS, **policies.STEPS, **kit.STEPS, **peers.STEPS, **reactions.STEPS,
+             **micro.STEPS}
     parser = argparse.ArgumentParser(prog="bench/run", description=__doc__)
     parser.add_argument("steps", nargs="*", metavar="STEP",
                         help="only these: " + ", ".join(steps))

@@ -65,21 +65,6 @@ int encode_one(const ot_track& track, ledger_dpv_reply& reply) noexcept {
 
 }  // namespace
 
-const brec_descriptor state_info___brec = {
-    1,
-    "state_info__",
-    "libobject_tracking_brec_desc.dll",
-    {},
-    sizeof(state_info__),
-    "$20=L{next}p($20){Name}40x%S{State}D{Source}D{Delayed}b{Waiting}D{Remaining}H;",
-    "$20=Lp($20)40x%SDDbDH;"};
-
-int ot_states_record_register() noexcept {
-  static constexpr const brec_descriptor* descriptors[] = {&state_info___brec};
-  const int status = register_records(descriptors);
-  return status == duplicate_key ? status_ok : status;
-}
-
 int ot_states_provider_register() noexcept {
   const int status = ot_states_record_register();
   return status == status_ok ? ledger_dpv_register("/oper/object_tracking/gl/", states_provider)

@@ -40,4 +40,8 @@ int ot_bfd_session_provider_register() noexcept;
 // Answers for a BFD track by its name; ledger_no_data for other names.
 int ot_dpv_bfd_session_get(ledger_dpv_reply* reply, const ledger_dpv_request* request);
 
+// All BFD tracks, whatever the marker. 0 with count and handle in the request, or
+// ledger_provider_failure.
+int ot_bfd_session_datalist(ledger_dpv_datalist_request* request);
+
 }  // namespace ot

@@ -59,6 +59,15 @@ def service(new_service):
 
 
 @pytest.fixture
+def office(service):
+    """A running instance with a track "office" that is up, of an interface lan0."""
+    service.net.link("lan0")
+    service.ctl("set", "office", "interface", "lan0")
+    service.wait_state("office", "up")
+    return service
+
+
+@pytest.fixture
 def closing():
     """Closes with the test what it is called with, the last first, and returns it."""
     with contextlib.ExitStack() as parts:

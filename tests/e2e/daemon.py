@@ -36,6 +36,7 @@ class Daemon:
             [*namespace.command(), *build.command(program), *arguments], env=environment,
             stdin=subprocess.DEVNULL, stdout=self._output.end, stderr=self._output.end)
         self._output.started()
+        self.printed = self._output
         self.pid = self.process.pid
 
     def output(self):

@@ -1,5 +1,5 @@
-"""Where a program's output goes: to a terminal that is copied to a file as it comes, or to the
-file itself.
+"""Where a program's output goes: to a terminal that is copied to a file as it comes, to the file
+itself, or into a pipe that the test reads.
 
 The daemon writes its messages to standard error only when that is a terminal, or when the machine
 has no other place for them. The tests shall see them on every machine; the measurements shall not
@@ -46,3 +46,29 @@ class File:
 
     def close(self):
         pass
+
+
+class Pipe:
+    """A pipe that is read when the test says so."""
+
+    def __init__(self, path):
+        self._log = open(path, "ab", buffering=0)
+        self._other, self.end = os.pipe()
+        self._other = os.fdopen(self._other, "rb", buffering=0)
+        self._read = b""
+
+    def started(self):
+        os.close(self.end)
+
+    def read_until(self, text):
+        """What was written up to `text`, and what came with it."""
+        while text not in self._read:
+            part = self._other.read(65536)
+            assert part, f"the output ended without {text!r}"
+            self._read += part
+            self._log.write(part)
+        return self._read.decode()
+
+    def close(self):
+        self._other.close()
+        self._log.close()

@@ -3,9 +3,11 @@
 import json
 import os
 import re
+import select
 import signal
 
 from daemon import Daemon
+from output import Terminal
 from waiting import wait_until
 
 
@@ -30,9 +32,9 @@ class Trackpolicy:
                 stream.writelines(f"{key} = {json.dumps(value)}\n" for key, value in keys.items())
         os.chmod(os.path.join(self.folder, file), 0o644)
 
-    def start(self):
+    def start(self, output=Terminal):
         self.daemon = Daemon(self.service.build, self.service.net, self.service.root, self.log,
-                             program="trackpolicy")
+                             output, program="trackpolicy")
         self.daemon.wait_ready()
 
     def stop(self):
@@ -50,13 +52,24 @@ class Trackpolicy:
         before = self.daemon.output()
         self.daemon.process.send_signal(signal.SIGHUP)
         said = re.compile(r"trackpolicy: (?:not )?reloaded.*\r?\n")
-        return wait_until(lambda: said.search(self.daemon.output()[len(before):]),
-                          self.service.build.patience, "reloaded").group(0).strip()
+        found = wait_until(lambda: said.search(self.daemon.output()[len(before):]),
+                           self.service.build.patience, "reloaded")
+        # What it tells its service manager about that, which has to be read by somebody.
+        while select.select([self.daemon.notify], [], [], 0)[0]:
+            self.daemon.notify.recv(4096)
+        return found.group(0).strip()
 
     def list(self):
         """Policy to its row."""
         return {row["policy"]: row
                 for row in json.loads(self.service.ctl("policy", "list", "--json"))}
+
+    def wait_installed(self, count):
+        """So many routes are in the kernel."""
+        def installed():
+            return sum(row["doing"].startswith("installed") for row in self.list().values())
+        wait_until(lambda: installed() == count, self.service.build.patience,
+                   lambda: f"{count} routes in place of {installed()}")
 
     def wait_doing(self, name, doing):
         wait_until(lambda: self.list()[name]["doing"] == doing, self.service.build.patience,

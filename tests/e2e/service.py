@@ -77,7 +77,7 @@ class Service:
     def ctl(self, *arguments):
         """Runs trackctl, which must succeed; what it printed."""
         result = self.run("trackctl", *arguments)
-        assert result.returncode == 0, f"trackctl {' '.join(arguments)}: {result.stderr}"
+        assert result.returncode == 0, f"trackctl {arguments}: {result.stderr}"
         return result.stdout
 
     def show(self, *arguments):

@@ -3,6 +3,7 @@
 import json
 import os
 import random
+import subprocess
 
 import pytest
 
@@ -198,3 +199,27 @@ def test_more_tracks_than_there_can_be_are_refused_however_they_hang_together(ru
     assert outcome(running, "apply", path) == (
         2, "", "trackctl: 1 error, nothing is changed:\n"
         f"  there would be {count} tracks, and 1500 can be\n")
+
+
+def test_an_arrow_is_what_the_locale_can_show(running):
+    running.ctl("set", "uplink", "interface", "wan0")
+    path = write(running, "uplink interface wan0 --delay-up 5")
+    for locale, arrow in (("C", "->"), ("C.UTF-8", "→")):
+        lines = running.run("trackctl", "diff", path, prefix=["env", f"LC_ALL={locale}"]).stdout
+        assert lines.startswith(f"~ uplink delay-up 0 {arrow} 5\n")
+        told = running.run("trackctl", "diff", path, "--json", prefix=["env", f"LC_ALL={locale}"])
+        assert json.loads(told.stdout)["changes"] == ["~ uplink delay-up 0 → 5"]
+
+
+def test_it_says_that_it_waits_for_somebody_to_write(running):
+    path = os.path.join(running.root, "fifo")
+    os.mkfifo(path)
+    with subprocess.Popen([*running.build.command("trackctl"), "apply", path], text=True,
+                          env=running.build.environment(running.root), stdin=subprocess.DEVNULL,
+                          stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
+        assert process.stderr.readline() == (
+            f"trackctl: waiting for {path}, which is no ordinary file\n")
+        with open(path, "w", encoding="utf-8") as fifo:
+            fifo.write("uplink interface wan0\n")
+        assert process.communicate() == (
+            "+ uplink interface wan0\n1 made, 0 changed, 0 deleted\n", "")

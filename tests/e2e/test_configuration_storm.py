@@ -9,9 +9,11 @@ import subprocess
 
 import pytest
 
+from build_tree import BuildTree
 from tracks_file import (Files, WRONG, changed, in_conflict, parsed, random_configuration, words_of)
 
-ROUNDS = int(os.environ.get("OT_ROUNDS", "25"))
+# A sanitizer makes each command five times as slow, and a command a round is what this is.
+ROUNDS = int(os.environ.get("OT_ROUNDS", 6 if BuildTree().sanitized else 25))
 
 
 @pytest.fixture

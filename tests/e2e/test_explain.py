@@ -3,6 +3,7 @@
 import json
 import os
 import re
+import subprocess
 
 import pytest
 from probe_fixtures import qmond  # noqa: F401
@@ -51,6 +52,15 @@ def test_an_interface_is_explained_in_every_state(running):
         "it is administratively down; `ip link set if-a up` changes that"]
     running.net.ip("link del if-a")
     assert findings(running, "uplink") == ["there is no interface if-a"]
+
+
+def test_after_a_restart_nobody_knows_since_when(running):
+    running.ctl("set", "uplink", "interface", "if-a")
+    running.wait_state("uplink", "up")
+    running.stop()
+    running.start()
+    assert explained(running, "uplink") == (
+        "uplink is up\n  interface if-a\n    it is up and has a carrier\n")
 
 
 def test_a_route_is_explained_in_every_state(running):
@@ -129,6 +139,30 @@ def test_a_list_is_explained_with_what_would_bring_it_up(running):
     assert delay["to"] == "down" and 0 < delay["remaining_ms"] <= 60_000
     assert re.fullmatch(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}[+-]\d\d:\d\d", delay["ends"])
     assert "it will be down at TIME, when its delay is over, in " in explained(running, "both")
+
+
+def test_a_track_that_no_words_make_is_explained(running):
+    running.ctl("set", "hash", "interface", "#x")  # a comment in a file
+    assert explained(running, "hash") == (
+        "hash is unknown since TIME\n  interface #x\n    there is no interface #x\n")
+    long = "n" * 39  # records carry 32 of them
+    running.configure([long], "if-a")
+    running.wait_state(long, "up")
+    assert explained(running, long) == (
+        f"{long} is up since TIME\n  interface if-a\n    it is up and has a carrier\n")
+
+
+def test_json_of_a_name_that_is_no_text(running):
+    running.ctl("set", "uplink", "interface", b"i\xfff")
+    assert tree(running, "uplink")["object"]["what"] == "interface i\N{REPLACEMENT CHARACTER}f"
+    track = b"/cfg/gl/object_tracking/track/b\xffd"
+    commit = b"".join(b"set %s %s/%s\n" % (kind, track, item) for kind, item in (
+        (b"u32", b"a 1"), (b"u32", b"type/interface/0x1/a 1"),
+        (b"text", b"type/interface/0x1/info/interface if-a")))
+    subprocess.run(running.build.command("ledger_put"), input=commit + b"commit\n", check=True,
+                   env=running.build.environment(running.root), stdout=subprocess.DEVNULL)
+    answer = json.loads(running.ctl("what-if", b"b\xffd=down", "--json"))
+    assert [change["track"] for change in answer["changes"]] == ["b\N{REPLACEMENT CHARACTER}d"]
 
 
 def test_what_cannot_be_explained_is_refused(running):

@@ -18,14 +18,6 @@ ZSH_COMPLETION = os.path.join(REPOSITORY, "packaging", "trackctl.zsh-completion"
 MANUAL = os.path.join(REPOSITORY, "docs", "man", "trackctl.1")
 
 
-@pytest.fixture
-def office(service):
-    service.net.link("lan0")
-    service.ctl("set", "office", "interface", "lan0")
-    service.wait_state("office", "up")
-    return service
-
-
 def commands(service):
     return re.findall(r"^  trackctl (\S+)", service.ctl("--help"), re.M)
 
@@ -50,6 +42,24 @@ def test_a_command_that_is_nearly_right(service):
     result = service.run("trackctl", "shwo")
     assert result.returncode == 2
     assert 'is it "show"? `trackctl --help` lists them' in result.stderr
+
+
+def test_help_of_what_there_is_not(service):
+    result = service.run("trackctl", "help", "set", "nothing")
+    assert result.returncode == 2
+    assert 'there is no kind of track "nothing"; the kinds are: interface, ' in result.stderr
+    with open("/dev/full", "w", encoding="utf-8") as full:
+        for words in (["help"], ["help", "show"], ["show", "--help"], ["--version"]):
+            result = subprocess.run([*service.build.command("trackctl"), *words], stdout=full,
+                                    stderr=subprocess.PIPE, text=True)
+            assert (result.returncode, result.stderr) == (
+                1, "trackctl: standard output cannot be written\n"), words
+
+
+def test_names_give_the_terminal_no_orders(service):
+    for words in (["\033[31m"], ["explain", "\033[31m"], ["what-if", "\033[31m=up"]):
+        assert "?[31m" in service.run("trackctl", *words).stderr
+        assert "\033" not in service.run("trackctl", *words).stderr
 
 
 def test_durations_are_exported_in_seconds(office):
@@ -83,6 +93,9 @@ def test_state_of_several(office):
     result = office.run("trackctl", "state", "office", "spare")
     assert (result.returncode, result.stdout) == (10, "office up\nspare down\n")
     assert office.run("trackctl", "state", "office", "nobody").returncode == 1
+    office.ctl("set", "later", "or", "nobody", "--delay-down", "1000")
+    assert office.run("trackctl", "state", "office", "later").returncode == 11
+    assert office.run("trackctl", "state", "later", "office", "spare").returncode == 10
 
 
 def test_waiting_goes_on_with_the_change(office):

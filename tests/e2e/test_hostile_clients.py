@@ -6,8 +6,6 @@ import signal
 import socket
 import stat
 
-import pytest
-
 from waiting import wait_until
 
 # With 500 tracks, some megabytes of events: more than is kept for anybody.
@@ -36,14 +34,6 @@ def connect(path):
 
 def descriptors(service):
     return len(os.listdir(f"/proc/{service.daemon.pid}/fd"))
-
-
-@pytest.fixture
-def office(service):
-    service.net.link("lan0")
-    service.ctl("set", "office", "interface", "lan0")
-    service.wait_state("office", "up")
-    return service
 
 
 def works(service):

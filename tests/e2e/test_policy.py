@@ -2,12 +2,14 @@
 
 import os
 import pwd
+import re
 import shutil
 import socket
 
 import pytest
 
 from build_tree import SOURCE
+from output import Pipe
 from policy import Trackpolicy, lines, script
 from waiting import wait_until
 
@@ -102,6 +104,42 @@ def test_a_slow_command_delays_nobody_and_is_ended_with_all_it_started(policy):
     assert "took too long" in policy.list()["slow"]["problem"]
 
 
+def test_who_does_not_read_what_it_says_holds_nobody_up(policy):
+    """A pipe that nobody empties is full after 64 KiB."""
+    told, loud = policy.path("told"), policy.path("loud")
+    policy.configure(
+        root_command(script(policy, "shout",
+                            f"yes 'of no interest' | head -n 20000\ntouch {loud}\n"), name="loud"),
+        root_command(script(policy, "tell", f'echo "$OT_STATE" >> {told}\n')))
+    policy.start(output=Pipe)
+    wait_until(lambda: os.path.exists(loud), policy.service.build.patience, "all was said")
+    policy.service.net.carrier("mark-up", False)
+    wait_until(lambda: lines(told)[-1:] == ["down"], policy.service.build.patience, "down is told")
+    wait_until(lambda: policy.list()["loud"]["doing"] == "has seen down",
+               policy.service.build.patience, "all was said again")
+    text = policy.daemon.printed.read_until(b"nobody was reading\n")
+    assert text.startswith("loud: of no interest\n")
+    assert re.search(r"trackpolicy: \d+ lines were dropped here: nobody was reading\n", text)
+
+
+def test_a_command_dies_with_a_trackpolicy_that_is_killed(policy):
+    own = policy.path("own")
+    policy.configure({**root_command(script(policy, "slow", f"echo $$ > {own}.new\n"
+                                            f"mv {own}.new {own}\nexec sleep 60\n"))})
+    policy.start()
+    wait_until(lambda: lines(own), policy.service.build.patience, "it runs")
+    pid = int(lines(own)[0])
+    policy.kill()
+
+    def gone():
+        try:
+            with open(f"/proc/{pid}/stat") as stream:
+                return stream.read().split()[2] == "Z"
+        except FileNotFoundError:
+            return True
+    wait_until(gone, policy.service.build.patience, "it has died")
+
+
 def test_a_broken_file_keeps_the_old_policies(policy):
     policy.configure(state_file(policy))
     policy.start()
@@ -149,7 +187,7 @@ def test_the_example_has_no_errors_and_keepalived_reads_what_it_writes(policy):
     example = os.path.join(policy.folder, "site.toml")
     shutil.copyfile(SOURCE / "examples/policies.toml", example)
     os.chmod(example, 0o644)
-    assert policy.service.ctl("policy", "check") == f"{policy.folder}: 3 policies, no errors\n"
+    assert policy.service.ctl("policy", "check") == f"{policy.folder}: 6 policies, no errors\n"
     said = policy.service.ctl("policy", "test", "vrrp-priority", "down")
     path = said.split()[-1]
     assert f'file "{path}"' in (SOURCE / "examples/keepalived-track-file.conf").read_text()
@@ -163,7 +201,7 @@ def test_completion_knows_the_policies(policy):
     assert complete("") == ["check", "list", "test"]
     assert complete("test", "") == ["c", "f"]
     assert complete("test", "c", "") == ["down", "unknown", "up"]
-    assert complete("check", "") == ["@files"]
+    assert complete("check", "") == ["--files-only", "@files"]
     assert complete("list", "") == ["--json"]
 
 

@@ -16,14 +16,6 @@ def masked(text):
     return TIME.sub("last change TIME\n", text)
 
 
-@pytest.fixture
-def office(service):
-    service.net.link("lan0")
-    service.ctl("set", "office", "interface", "lan0")
-    service.wait_state("office", "up")
-    return service
-
-
 def test_brief(office):
     assert office.show("office") == HEADER + (
         "office                           interface lan0                            "

@@ -48,7 +48,8 @@ def row(lines, name):
 @pytest.mark.parametrize("columns,rows", [(80, 24), (200, 50)])
 def test_the_whole_screen(office, watch, columns, rows):
     screen = watch(columns=columns, rows=rows)
-    screen.wait(lambda lines: row(lines, "spare")[1] == "down", office.build.patience, "the table")
+    screen.wait(lambda lines: row(lines, "spare")[1] == "down" and lines[-1] == "q quit",
+                office.build.patience, "the whole table")  # the last line is drawn last
     lines = screen.lines
     assert settled(lines[:1]) == ["3 tracks: 2 up, 1 down, 0 unknown   NOW"]
     assert lines[1] == "Track    State       For  Flaps  Last hour"
@@ -143,6 +144,14 @@ def test_what_is_no_terminal_is_refused(office, watch):
     result = office.run("trackctl", "watch")
     assert result.returncode == 2
     assert "it needs a terminal; `trackctl events` follows in lines" in result.stderr
+    for names in (["nobody"], ["office", "nobody"]):
+        screen = watch(*names)
+        assert screen.wait_end(office.build.patience) == 1
+        assert any('there is no track "nobody"' in line for line in screen.lines)
+    screen = watch(TERM="dumb")
+    assert screen.wait_end(office.build.patience) == 1
+    assert any('of type "dumb" shows lines only' in line for line in screen.lines)
+    assert given_back(screen)
     screen = watch(TERM="nonsense")
     assert screen.wait_end(office.build.patience) == 1
     assert any('of type "nonsense" is not known here; set TERM' in line for line in screen.lines)

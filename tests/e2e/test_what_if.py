@@ -125,13 +125,15 @@ def test_it_agrees_with_what_then_happens(running):
 
 
 def test_changes_are_told_with_their_delays(running):
-    running.ctl("apply", write(running, "uplink interface if-a", "backup interface if-b",
-                               "site and uplink --delay-down 5", "any or site backup"))
+    configured = write(running, "uplink interface if-a", "backup interface if-b",
+                       "site and uplink --delay-down 5", "any or site backup")
+    running.ctl("apply", configured)
     running.wait_state("any", "up")
     assert running.ctl("what-if", "uplink=down", "backup=down") == (
         "backup  up -> down  at once\nuplink  up -> down  at once\n"
         "site    up -> down  after 5 s\nany     up -> down  after 5 s\n")
-    assert running.ctl("what-if", "site=down") == "site  up -> down  after 5 s\n"
+    for words in (["site=down"], ["--file", configured, "site=down"]):
+        assert running.ctl("what-if", *words) == "site  up -> down  after 5 s\n"
     assert running.ctl("what-if", "uplink=up") == "no track would change\n"
     path = write(running, "uplink interface if-a", "site or uplink new", "new interface if-c")
     assert running.ctl("what-if", "--file", path) == (

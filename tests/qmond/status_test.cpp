@@ -1,9 +1,8 @@
 // The status view, as the operator reads it.
 #include "tools/qmond/status.h"
+#include "tools/json.h"
 
 #include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
 
 #include "tools/qmond/table_writer.h"
 

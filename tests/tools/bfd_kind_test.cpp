@@ -22,12 +22,10 @@ const track_kind& kind() {
 }
 
 std::vector<config_item> items_of(const std::string& words) {
-  CLI::App app;
+  command_line app{"", "set"};
   const items_reader read_items = kind().define(app);
   std::istringstream stream(words);
-  std::vector<std::string> arguments{std::istream_iterator<std::string>(stream), {}};
-  std::reverse(arguments.begin(), arguments.end());
-  app.parse(arguments);
+  parse_arguments(app, {std::istream_iterator<std::string>(stream), {}});
   return read_items();
 }
 
@@ -105,8 +103,16 @@ TEST(bfd_kind, refuses_what_is_out_of_bounds_with_the_bounds) {
 }
 
 TEST(bfd_kind, needs_an_interface) {
-  EXPECT_THROW(items_of("192.0.2.1"), CLI::RequiredError);
-  EXPECT_THROW(items_of("--interface eth0"), CLI::RequiredError);
+  for (const auto& [words, missing] :
+       {std::pair{"192.0.2.1", "--interface"}, std::pair{"--interface eth0", "ADDRESS"}}) {
+    try {
+      items_of(words);
+      ADD_FAILURE() << "takes " << words;
+    } catch (const failure& reason) {
+      EXPECT_EQ(reason.status, exit_usage) << words;
+      EXPECT_EQ(reason.what(), std::string(missing) + " is required; `set --help` shows how");
+    }
+  }
 }
 
 TEST(bfd_kind, creates_in_one_commit_with_the_delays_last) {

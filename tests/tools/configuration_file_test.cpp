@@ -313,6 +313,14 @@ TEST(file_warnings, members_that_are_no_track_and_cycles) {
                   "t:2: warning: there is no track \"nobody\" yet"));
 }
 
+TEST(file_warnings, are_one_a_list_however_many_members_are_no_track) {
+  const auto wanted = said({"two or x y", "four or w x y z", "many and a two b c d not e"});
+  EXPECT_THAT(find_warnings(configuration_after({}, wanted, false), wanted),
+              ElementsAre("t:1: warning: there are no such tracks yet: x, y",
+                          "t:2: warning: there are no such tracks yet: w, x, y, z",
+                          "t:3: warning: there are no such tracks yet: a, b, c and 2 more"));
+}
+
 // --- Random configurations -----------------------------------------------------------------------
 
 class random_configuration {

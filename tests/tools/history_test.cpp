@@ -61,7 +61,7 @@ void PrintTo(const share& value, std::ostream* out) {
 
 share share_of(const kept_history& history, const char* state, moment since = moment::min()) {
   const track_summary summary = summary_of(history, "a", state, since, start + 100s);
-  return {summary.flaps, summary.up,
+  return {summary.flaps, std::chrono::duration_cast<milliseconds>(summary.up),
           std::chrono::duration_cast<milliseconds>(summary.end - summary.begin)};
 }
 
@@ -84,6 +84,19 @@ TEST(summary, begins_with_a_new_track) {
 
 TEST(summary, begins_with_the_oldest_change_when_others_are_forgotten) {
   EXPECT_EQ(share_of(kept({change(50s, "a", "down", "up")}, false), "up"), (share{0, 50s, 50s}));
+}
+
+TEST(summary, of_a_track_that_is_gone_ends_with_its_last_change) {
+  EXPECT_EQ(share_of(kept({change(10s, "a", "unknown", "up"), change(30s, "a", "up", "unknown")}),
+                     "gone"),
+            (share{1, 20s, 20s}));
+}
+
+TEST(summary, of_a_track_that_was_always_up_is_all_of_the_time) {
+  const track_summary summary =
+      summary_of(kept({}), "a", "up", moment::min(), start + std::chrono::microseconds(1'500'900));
+  EXPECT_EQ(history_json(kept({}), summary)["summary"]["up_percent"], 100.0);
+  EXPECT_EQ(history_json(kept({}), summary)["summary"]["up_ms"], 1500);
 }
 
 TEST(summary, begins_no_earlier_than_was_asked_for) {
@@ -118,6 +131,9 @@ TEST(history_view, sums_a_track_up) {
             "2023-11-14 22:13:20.000.\n");
   summary.flaps = 1;
   EXPECT_THAT(summary_text(summary), testing::HasSubstr("it left up once and"));
+  summary.state = "gone";
+  EXPECT_THAT(summary_text(summary),
+              testing::EndsWith("since 2023-11-14 22:13:20.000, until 2023-11-15 00:13:20.000.\n"));
 }
 
 TEST(history_view, json_carries_the_same) {
@@ -132,7 +148,7 @@ TEST(history_view, json_carries_the_same) {
       R"({"time":"2023-11-14T22:13:45.000+00:00","track":"a","from":"up","to":"down",)"
       R"("cause":"object","lasted_ms":25000}],)"
       R"("summary":{"track":"a","state":"down","since":"2023-11-14T22:13:20.000+00:00",)"
-      R"("flaps":1,"up_ms":25000,"up_percent":25.0}})");
+      R"("until":"2023-11-14T22:15:00.000+00:00","flaps":1,"up_ms":25000,"up_percent":25.0}})");
   EXPECT_FALSE(history_json(history, std::nullopt).contains("summary"));
 }
 

@@ -35,6 +35,11 @@ TEST(up_shares, without_a_change_are_those_of_the_present_state) {
   EXPECT_THAT(shares({}, "up", false), ElementsAre(nothing, nothing, nothing, nothing));
 }
 
+TEST(up_shares, begin_with_a_new_track_that_has_not_changed) {
+  EXPECT_THAT(up_shares({start, true, {}}, {"t", "down", start + 20s}, start, start + 40s, 4),
+              ElementsAre(nothing, nothing, Optional(0), Optional(0)));
+}
+
 TEST(up_shares, are_divided_where_a_state_changed) {
   EXPECT_THAT(shares({change(15s, "up", "down"), change(30s, "down", "up"),
                       change(5s, "up", "down", "other")}),
@@ -86,9 +91,22 @@ TEST(live_table, shows_a_part_of_the_tracks_where_it_is_too_small) {
   EXPECT_EQ(lines[4], "q quit   2-3 of 3, arrows and page keys scroll");
 }
 
+TEST(live_table, counts_the_flaps_of_the_last_hour) {
+  const kept_history older{start,
+                           true,
+                           {change(10s, "up", "down"), change(20s, "down", "up"),
+                            change(30s, "up", "down"), change(40s, "down", "up")}};
+  const auto line = [&](moment now) {
+    return texts(live_lines({tracks[1]}, older, now,
+                            {.width = 31, .height = 4, .first = 0, .blocks = false}))[2];
+  };
+  EXPECT_EQ(line(start + 1h), "t      up        1m00s      2");
+  EXPECT_EQ(line(start + 1h + 20s), "t      up        1m20s      1");
+}
+
 TEST(live_table, is_drawn_on_any_screen) {
-  for (std::size_t width : {0, 1, 5, 26, 27, 28, 300}) {
-    for (std::size_t height : {0, 1, 2, 3, 4, 100}) {
+  for (const std::size_t width : {0U, 1U, 5U, 26U, 27U, 28U, 300U}) {
+    for (const std::size_t height : {0U, 1U, 2U, 3U, 4U, 100U}) {
       const auto lines =
           live_lines(tracks, history, start + 1h,
                      {.width = width, .height = height, .first = 0, .blocks = false});

@@ -19,7 +19,7 @@ json track_named(const char* name, const char* state) {
           {"type", "interface"},
           {"state", state},
           {"changes", 3},
-          {"last_change", 1'700'000'000},
+          {"last_change", "2023-11-14T22:13:20.000+00:00"},
           {"delay_up", 0},
           {"delay_down", 0},
           {"pending", nullptr},
@@ -92,6 +92,22 @@ TEST(overview, detail_has_delays_limits_weights_and_what_runs) {
             "  members    fibre  up     weight 70\n"
             "             dsl    down   weight 20, not configured\n"
             "  tracked by eth1, eth2\n"
+            "  changes    3 since the service started\n");
+}
+
+TEST(overview, details_are_in_the_order_of_names) {
+  const test_zone zone("UTC");
+  json unknown = track_named("a", "unknown");
+  unknown["last_change"] = nullptr;
+  EXPECT_EQ(details_text({{track_named("b", "up"), "x"}, {unknown, "y"}}, plain, now),
+            "a is unknown\n"
+            "  follows    y\n"
+            "  delays     up none, down none\n"
+            "  changes    3 since the service started\n"
+            "\n"
+            "b is up since 2023-11-14 22:13:20 (1h00m)\n"
+            "  follows    x\n"
+            "  delays     up none, down none\n"
             "  changes    3 since the service started\n");
 }
 

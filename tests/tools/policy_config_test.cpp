@@ -8,6 +8,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <utility>
 
 namespace ot::trackpolicy {
 namespace {
@@ -49,6 +50,71 @@ TEST(policy_config, both_kinds_are_read) {
   EXPECT_EQ(config.policies[1].grace_ms, 5000U);
 }
 
+TEST(policy_config, holds_damping_and_lines_for_vtysh_are_read) {
+  const configuration config = parse_policies("f", R"(
+    [defaults]
+    hold = "2s"
+    half_life = "30s"
+    [[policy]]
+    name = "prefer"
+    track = "uplink"
+    kind = "frr"
+    run_as_root = true
+    up = ["configure terminal", " no route-map away 10"]
+    down = ["show version"]
+    [[policy]]
+    name = "elsewhere"
+    track = "uplink"
+    kind = "frr"
+    user = "nobody"
+    vtysh = ["/opt/vtysh", "-N", "a"]
+    unknown = ["x"]
+    hold = "0s"
+    suppress = 3000
+    reuse = 1000)");
+  EXPECT_THAT(config.problems, IsEmpty());
+  ASSERT_EQ(config.policies.size(), 2U);
+  const policy& prefer = config.policies[0];
+  EXPECT_EQ(prefer.hold_ms, 2000U);
+  EXPECT_EQ(prefer.half_life_ms, 30'000U);
+  EXPECT_EQ(prefer.suppress, 2000U);
+  EXPECT_EQ(prefer.reuse, 750U);
+  EXPECT_THAT(prefer.lines[1], ElementsAre("configure terminal", " no route-map away 10"));
+  EXPECT_THAT(prefer.vtysh, ElementsAre("/usr/bin/vtysh"));
+  EXPECT_THAT(config.policies[1].vtysh, ElementsAre("/opt/vtysh", "-N", "a"));
+  EXPECT_EQ(config.policies[1].hold_ms, 0U);
+  EXPECT_EQ(config.policies[1].suppress, 3000U);
+}
+
+std::vector<std::string> problems_of(const std::string& keys) {
+  return parse_policies("f", "[[policy]]\nname = \"p\"\ntrack = \"t\"\n" + keys).problems;
+}
+
+TEST(policy_config, limits_of_penalties_that_make_no_sense_are_told) {
+  const std::string file = "kind = \"file\"\npath = \"/run/f\"\n";
+  EXPECT_THAT(problems_of(file + "suppress = 3000"),
+              ElementsAre("f:6:12: suppress: counts with \"half_life\" only, which the policy does "
+                          "not have"));
+  EXPECT_THAT(problems_of(file + "half_life = \"5s\"\nreuse = 2000"),
+              ElementsAre("f:7:9: reuse: must be less than \"suppress\", 2000"));
+  EXPECT_THAT(problems_of(file + "half_life = \"5s\"\nreuse = 100\nsuppress = 1601"),
+              ElementsAre("f:8:12: suppress: must be at most 16 times \"reuse\", as far as a "
+                          "penalty grows"));
+  EXPECT_THAT(problems_of(file + "half_life = \"5s\"\nreuse = 100\nsuppress = 1600"), IsEmpty());
+}
+
+TEST(policy_config, lines_for_vtysh_that_are_none_are_told) {
+  const std::string frr = "kind = \"frr\"\nrun_as_root = true\n";
+  EXPECT_THAT(problems_of(frr), ElementsAre("f:1:1: the policy has no lines for vtysh: \"up\", "
+                                            "\"down\" or \"unknown\""));
+  for (const char* const bad :
+       {"\"write\"", "[]", "[1]", "[\"\"]", "[\" \"]", "[\"a\\nb\"]", "[\"a\\u0000b\"]"}) {
+    EXPECT_THAT(problems_of(frr + "up = " + bad), ElementsAre(HasSubstr(" of vtysh, "))) << bad;
+  }
+  EXPECT_THAT(problems_of("kind = \"frr\"\nup = [\"x\"]"),
+              ElementsAre(HasSubstr("does not say who its command runs as")));
+}
+
 TEST(policy_config, every_error_is_told_with_its_place) {
   const configuration config = parse_policies("f", R"([[policy]]
 name = "a/b"
@@ -73,7 +139,7 @@ kind = "rocket"
                   "f:5:8: path: must be the absolute path of a file",
                   "f:10:1: a policy of kind command has no \"path\"",
                   "f:11:7: run: must be a list of texts: the program and its arguments",
-                  "f:15:8: kind: must be one of command, file",
+                  "f:15:8: kind: must be one of command, file, route, link, frr",
                   "f:16:2: \"other\" is not known here; there are [defaults] and [[policy]]"));
   EXPECT_THAT(config.policies, IsEmpty());
 }
@@ -99,6 +165,79 @@ TEST(policy_config, a_command_says_who_it_runs_as) {
                           "\"run_unknown\""));
 }
 
+std::vector<std::string> route_problems(const std::string& keys) {
+  return parse_policies("f", "[[policy]]\nname=\"a\"\ntrack=\"t\"\nkind=\"route\"\n" + keys)
+      .problems;
+}
+
+TEST(policy_config, routes_are_read) {
+  const configuration config = parse_policies("f", R"(
+    [[policy]]
+    name = "one"
+    track = "t"
+    kind = "route"
+    to = "192.0.2.0/24"
+    via = "198.51.100.1"
+    dev = "wan0"
+    metric = 4294967295
+    table = 100
+    source = "203.0.113.1"
+    onlink = true
+    mtu = 1400
+    [[policy]]
+    name = "two"
+    track = "t"
+    kind = "route"
+    to = "default"
+    via = "fe80::1"
+    dev = "wan0"
+    vrf = "blue")");
+  EXPECT_THAT(config.problems, IsEmpty());
+  ASSERT_EQ(config.policies.size(), 2U);
+  EXPECT_EQ(
+      text_of(config.policies[0].kept_route),
+      "192.0.2.0/24 via 198.51.100.1 dev wan0 src 203.0.113.1 metric 4294967295 table 100 mtu "
+      "1400 onlink");
+  EXPECT_EQ(text_of(config.policies[1].kept_route), "default via fe80::1 dev wan0 vrf blue");
+}
+
+TEST(policy_config, a_route_that_cannot_be_is_refused) {
+  const std::vector<std::pair<std::string, std::string>> wrong{
+      {"to=\"192.0.2.1/24\"\ndev=\"a\"",
+       "f:5:4: to: has bits behind its length; \"192.0.2.0/24\" is the network"},
+      {"to=\"192.0.2.0/33\"\ndev=\"a\"",
+       R"(f:5:4: to: must be "default" or a prefix such as "192.0.2.0/24" or "2001:db8::/32")"},
+      {"to=\"192.0.2.0/\"\ndev=\"a\"",
+       R"(f:5:4: to: must be "default" or a prefix such as "192.0.2.0/24" or "2001:db8::/32")"},
+      {"to=\"::/0\"\nvia=\"192.0.2.1\"", "f:6:5: via: must be of the same family as \"to\""},
+      {"to=\"default\"\nsource=\"::1\"\ndev=\"a\"",
+       "f:6:8: source: must be of the same family as \"to\""},
+      {"to=\"default\"", "f:1:1: the route leads nowhere: \"via\", \"dev\" or both"},
+      {"to=\"default\"\nvia=\"fe80::1\"", "f:6:5: via: a link-local gateway needs \"dev\""},
+      {"to=\"default\"\ndev=\"a\"\nonlink=true", "f:7:8: onlink: needs \"via\" and \"dev\""},
+      {"to=\"default\"\ndev=\"a\"\nvrf=\"v\"\ntable=9",
+       "f:7:5: either \"table\" or \"vrf\", not both"},
+      {"to=\"::/0\"\ndev=\"a\"\nmtu=1000", "f:7:5: mtu: IPv6 needs 1280 at least"},
+      {"to=\"default\"\ndev=\"a\"\ntable=255",
+       "f:7:7: table: is the kernel's own table of local addresses"},
+      {"to=\"default\"\ndev=\"sixteen-letters-\"",
+       "f:6:5: dev: must be the name of an interface, of at most 15 characters"},
+      {"dev=\"a\"", "f:1:1: the policy has no \"to\""},
+  };
+  for (const auto& [keys, problem] : wrong) {
+    EXPECT_THAT(route_problems(keys), ElementsAre(problem)) << keys;
+  }
+}
+
+TEST(policy_config, a_link_is_an_interface_other_than_the_loopback) {
+  const std::string head = "[[policy]]\nname=\"a\"\ntrack=\"t\"\nkind=\"link\"\n";
+  EXPECT_THAT(parse_policies("f", head + "interface=\"eth0.5\"").problems, IsEmpty());
+  EXPECT_THAT(parse_policies("f", head + "interface=\"lo\"").problems,
+              ElementsAre(HasSubstr("f:5:11: interface: is the loopback interface")));
+  EXPECT_THAT(parse_policies("f", head).problems,
+              ElementsAre("f:1:1: the policy has no \"interface\""));
+}
+
 TEST(policy_config, a_text_that_is_nested_too_deep_is_refused) {
   std::string deep = "a";
   for (int i = 0; i < 100000; ++i) {
@@ -106,6 +245,27 @@ TEST(policy_config, a_text_that_is_nested_too_deep_is_refused) {
   }
   EXPECT_THAT(parse_policies("f", deep + " = 1").problems,
               ElementsAre("f:1:16: a key has more than 8 parts"));
+}
+
+TEST(policy_config, letters_that_are_not_ascii_are_what_they_are) {
+  EXPECT_THAT(parse_policies("f", "\n\xef\xba\xbf = 1").problems,
+              ElementsAre(HasSubstr("f:2:1: ")));
+  EXPECT_THAT(parse_policies("f", "\xc3\xa9 = 1").problems, ElementsAre(HasSubstr("f:1:1: ")));
+  EXPECT_THAT(parse_policies("f", "\xef\xbb\xbf# \xc3\xa9\n").problems, IsEmpty());
+  const configuration config =
+      parse_policies("f",
+                     "[[policy]]\nname='a'\ntrack='t'\nkind='command'\nrun_as_root=true\n"
+                     "run=[\"/\xc3\xa9\", '\xe2\x82\xac', \"\"\"x\\\n  \xc3\xa9\"\"\"]");
+  ASSERT_THAT(config.problems, IsEmpty());
+  EXPECT_THAT(config.policies[0].run, ElementsAre("/\xc3\xa9", "\xe2\x82\xac", "x\xc3\xa9"));
+}
+
+TEST(policy_config, a_header_that_does_not_begin_with_a_key_is_refused) {
+  for (const char* const text : {"[# x\n]", "[[#policy]]", "[=]", "[[\n"}) {
+    EXPECT_THAT(parse_policies("f", text).problems,
+                ElementsAre(HasSubstr("expected bare key starting character")))
+        << text;
+  }
 }
 
 // A folder of files whose rights the test chooses.

@@ -9,6 +9,7 @@
 #include <map>
 #include <random>
 
+#include "tools/trackpolicy/kernel/network.h"
 #include "tools/trackpolicy/kinds/kinds.h"
 
 namespace ot::trackpolicy {
@@ -23,6 +24,27 @@ struct fake_command {
   words argv;
   words environment;
   std::function<void(const command_end&)> ended;
+};
+
+// Routes and interfaces: what was asked for.
+class fake_network : public network {
+ public:
+  void keep_route(const std::string& owner, const route& what, wish wanted) override {
+    routes[owner] = text_of(what) + words[static_cast<std::size_t>(wanted)];
+  }
+  void forget_route(const std::string& owner) override { routes.erase(owner); }
+  outcome route_outcome(const std::string&) const override { return now; }
+  void keep_link(const std::string& owner, const std::string& track, const std::string& interface,
+                 wish up) override {
+    links[owner] = track + ' ' + interface + words[static_cast<std::size_t>(up)];
+  }
+  void forget_link(const std::string& owner) override { links.erase(owner); }
+  outcome link_outcome(const std::string&) const override { return now; }
+
+  static constexpr std::array words{" keep", " yes", " no"};
+  std::map<std::string, std::string> routes;
+  std::map<std::string, std::string> links;
+  outcome now;
 };
 
 // The system, scripted: commands end when the test says so.
@@ -43,6 +65,7 @@ class fake_host : public host {
       starved.push_back(&who);
       return start_result::full;
     }
+    memory_at_start = memory;
     *ret = next_pid++;
     running[*ret] = {of.name, argv, environment, std::move(ended)};
     begun.push_back(argv.back());
@@ -66,6 +89,8 @@ class fake_host : public host {
     return write_error;
   }
 
+  network& net() override { return net_; }
+
   // The command that began last of those that run ends.
   void finish(bool success = true) { finish(running.rbegin()->first, success); }
   void finish(pid_t command, bool success) {
@@ -81,6 +106,7 @@ class fake_host : public host {
     }
   }
 
+  fake_network net_;
   std::uint64_t now = 1'000'000;
   std::size_t room = 32;
   std::string start_error;
@@ -93,6 +119,7 @@ class fake_host : public host {
   std::vector<reaction*> starved;
   std::vector<std::string> logged;
   std::map<std::string, std::string> memory;
+  std::map<std::string, std::string> memory_at_start;  // of the command that began last
   std::map<std::string, std::string> files;
   int writes = 0;
 };
@@ -313,6 +340,19 @@ TEST_F(policy_engine, a_restart_neither_tells_a_state_twice_nor_loses_one) {
   EXPECT_THAT(host_.begun, ElementsAre("up", "down", "down"));
 }
 
+TEST_F(policy_engine,
+       a_state_is_told_again_when_trackpolicy_died_while_another_was_about_to_be_told) {
+  start({command_policy()});
+  states(down);
+  host_.finish();
+  become(up);
+  host_.memory = host_.memory_at_start;  // as it is when nothing is remembered after the start
+  host_.running.clear();
+  start({command_policy()});
+  states(down);
+  EXPECT_THAT(host_.begun, ElementsAre("down", "up", "down"));
+}
+
 TEST_F(policy_engine, what_is_remembered_of_another_track_or_is_no_memory_counts_for_nothing) {
   for (const char* const memory : {R"({"track":"other","told":"up"})", "{", "[1]", "",
                                    R"({"track":"t","told":3,"command":"x","started":-1})"}) {
@@ -378,6 +418,166 @@ TEST_F(policy_engine, a_file_that_cannot_be_written_is_tried_again_and_told_once
   EXPECT_EQ(status().problem, "");
 }
 
+policy route_policy() {
+  policy made;
+  made.name = "r";
+  made.track = "t";
+  made.kind = kind_id::route;
+  made.kept_route.dev = "wan0";
+  return made;
+}
+
+TEST_F(policy_engine, a_route_is_wanted_exactly_while_the_track_is_up) {
+  start({route_policy()});
+  EXPECT_EQ(host_.net_.routes["r"], "default dev wan0 keep");
+  EXPECT_EQ(status().doing, "waits for the service: default dev wan0");
+  states(up);
+  EXPECT_EQ(host_.net_.routes["r"], "default dev wan0 yes");
+  host_.net_.now.done = true;
+  EXPECT_EQ(status().doing, "installed: default dev wan0");
+  become(down);
+  EXPECT_EQ(host_.net_.routes["r"], "default dev wan0 no");
+  EXPECT_EQ(status().doing, "withheld by t: default dev wan0");
+  become(track_state::unknown);
+  EXPECT_EQ(host_.net_.routes["r"], "default dev wan0 no");
+}
+
+TEST_F(policy_engine, a_route_stays_as_it_is_while_the_service_is_away) {
+  start({route_policy()});
+  states(up);
+  engine_->service_gone();
+  advance(60'000);
+  EXPECT_EQ(host_.net_.routes["r"], "default dev wan0 yes");
+}
+
+TEST_F(policy_engine, a_refused_route_says_why) {
+  start({route_policy()});
+  states(up);
+  host_.net_.now.problem = "File exists";
+  EXPECT_EQ(status().doing, "refused: default dev wan0");
+  EXPECT_EQ(status().problem, "File exists");
+}
+
+TEST_F(policy_engine, a_reload_changes_a_route_or_withdraws_it) {
+  start({route_policy()});
+  states(up);
+  policy other = route_policy();
+  other.kept_route.metric = 5;
+  engine_->apply({other});
+  EXPECT_EQ(host_.net_.routes["r"], "default dev wan0 metric 5 yes");
+  engine_->apply({});
+  EXPECT_THAT(host_.net_.routes, IsEmpty());
+}
+
+TEST_F(policy_engine, an_interface_follows_the_track_and_an_unknown_one_changes_nothing) {
+  policy link;
+  link.name = "l";
+  link.track = "t";
+  link.kind = kind_id::link;
+  link.interface = "acc0";
+  start({link});
+  EXPECT_EQ(host_.net_.links["l"], "t acc0 keep");
+  states(down);
+  EXPECT_EQ(host_.net_.links["l"], "t acc0 no");
+  become(track_state::unknown);
+  EXPECT_EQ(host_.net_.links["l"], "t acc0 keep");
+  become(up);
+  EXPECT_EQ(host_.net_.links["l"], "t acc0 yes");
+  engine_->apply({});
+  EXPECT_THAT(host_.net_.links, IsEmpty());
+}
+
+policy frr_policy() {
+  policy made;
+  made.name = "r";
+  made.track = "t";
+  made.kind = kind_id::frr;
+  made.run_as_root = true;
+  made.lines = {words{}, words{"configure terminal", "no shutdown"}, words{"shutdown"}};
+  return made;
+}
+
+TEST_F(policy_engine, lines_for_vtysh_are_one_command_with_retries_as_others) {
+  policy of = frr_policy();
+  of.retry = 1;
+  start({of});
+  states(up);
+  EXPECT_THAT(host_.running.begin()->second.argv,
+              ElementsAre("/usr/bin/vtysh", "-c", "configure terminal", "-c", "no shutdown"));
+  become(down);
+  host_.finish(false);  // the later state is told in place of a further attempt
+  EXPECT_THAT(host_.running.begin()->second.argv, ElementsAre("/usr/bin/vtysh", "-c", "shutdown"));
+  host_.finish(false);
+  advance(5000);
+  EXPECT_THAT(host_.begun, ElementsAre("no shutdown", "shutdown", "shutdown"));
+  host_.finish();
+  become(track_state::unknown);  // for which there are no lines
+  EXPECT_THAT(host_.running, IsEmpty());
+  EXPECT_EQ(status().doing, "has seen unknown");
+}
+
+TEST_F(policy_engine, a_reload_changes_the_lines_for_vtysh) {
+  start({frr_policy()});
+  states(up);
+  host_.finish();
+  policy of = frr_policy();
+  of.lines[index_of(down)] = {"other"};
+  engine_->apply({of});
+  become(down);
+  EXPECT_THAT(host_.begun, ElementsAre("no shutdown", "other"));
+}
+
+TEST_F(policy_engine, a_state_is_held_until_it_has_lasted) {
+  policy of = command_policy();
+  of.hold_ms = 5000;
+  start({of});
+  states(up);
+  host_.finish();
+  become(down);
+  advance(4000);
+  EXPECT_EQ(engine_->status().at(0).filter.held, down);
+  become(up);
+  become(down);
+  advance(4999);
+  EXPECT_THAT(host_.begun, ElementsAre("up"));
+  advance(1);
+  EXPECT_THAT(host_.begun, ElementsAre("up", "down"));
+}
+
+TEST_F(policy_engine, a_file_stays_as_it_is_while_the_state_after_a_reconnection_is_held) {
+  policy of = file_policy();
+  of.hold_ms = 20'000;
+  start({of});
+  states(up);
+  EXPECT_EQ(host_.files["/run/f"], "1\n");
+  engine_->service_gone();
+  advance(1000);
+  states(down, "reconnected");
+  advance(19'999);  // longer than its grace, but the service is back
+  EXPECT_EQ(host_.files["/run/f"], "1\n");
+  advance(1);
+  EXPECT_EQ(host_.files["/run/f"], "0\n");
+}
+
+TEST_F(policy_engine, flaps_are_damped_and_a_policy_of_another_track_begins_without_a_penalty) {
+  policy of = file_policy();
+  of.half_life_ms = 10'000;
+  start({of});
+  states(up);
+  for (int i = 0; i < 3; ++i) {
+    become(down);
+    become(up);
+  }
+  EXPECT_EQ(host_.files["/run/f"], "0\n");
+  EXPECT_EQ(engine_->status().at(0).filter.penalty, 3000);
+  advance(20'001);
+  EXPECT_EQ(host_.files["/run/f"], "1\n");
+  become(down);
+  of.track = "other";
+  engine_->apply({of});
+  EXPECT_EQ(engine_->status().at(0).filter.penalty, 0);
+}
+
 // Whatever happens in whatever order, in the end the command has been told the final state last and
 // the file says it.
 TEST_F(policy_engine, in_the_end_everybody_knows_the_final_state) {
@@ -430,6 +630,9 @@ TEST(policy_description, says_what_would_be_done) {
   tell.run_on[1] = {"/bin/tell", "", "a b"};
   EXPECT_EQ(command.describe(tell, track_state::up),
             "runs as root, for at most 30000 ms: /bin/tell \"\" \"a b\"");
+  EXPECT_EQ(kind_of(kind_id::frr).describe(frr_policy(), track_state::down),
+            "runs as root, for at most 30000 ms: /usr/bin/vtysh -c shutdown");
+  EXPECT_EQ(kind_of(kind_id::frr).describe(frr_policy(), track_state::unknown), "does nothing");
   EXPECT_THAT(kind_of(kind_id::file).describe(file_policy(), track_state::down),
               HasSubstr("writes \"0\" to /run/f"));
 }

@@ -18,9 +18,9 @@ const track_kind& kind() {
 }
 
 std::vector<config_item> items_of(const std::string& operation) {
-  CLI::App app;
+  command_line app{"", "set"};
   const items_reader read_items = kind().define(app);
-  app.parse(std::vector<std::string>{operation});
+  parse_arguments(app, {operation});
   return read_items();
 }
 

@@ -8,9 +8,9 @@ namespace {
 
 // A restart applies items in the order in which they were made.
 TEST(route_kind, writes_the_vrf_before_the_address) {
-  CLI::App app;
+  command_line app{"", "set"};
   const items_reader read_items = find_track_kind("route")->define(app);
-  app.parse(std::vector<std::string>{"red", "--vrf", "192.0.2.0/24"});
+  parse_arguments(app, {"192.0.2.0/24", "--vrf", "red"});
   std::vector<std::string> paths;
   for (const config_item& item : read_items()) {
     paths.push_back(item.path);

@@ -20,14 +20,12 @@ std::vector<std::string> example_arguments(const track_kind& kind) {
 }
 
 std::vector<config_item> example_items(const track_kind& kind) {
-  CLI::App app;
+  command_line app{"", "set"};
   const items_reader read_items = kind.define(app);
   std::string delay;
-  app.add_option("--delay-up", delay);
-  app.add_option("--delay-down", delay);
-  std::vector<std::string> words = example_arguments(kind);
-  std::reverse(words.begin(), words.end());
-  app.parse(words);
+  app.add_option("--delay-up", delay, "");
+  app.add_option("--delay-down", delay, "");
+  parse_arguments(app, example_arguments(kind));
   return read_items();
 }
 
@@ -61,9 +59,9 @@ TEST(track_kinds, examples_give_items_in_the_kinds_folder) {
 }
 
 TEST(track_kinds, interface_gives_its_type_item_and_the_name) {
-  CLI::App app;
+  command_line app{"", "set"};
   const items_reader read_items = find_track_kind("interface")->define(app);
-  app.parse(std::vector<std::string>{"wan0"});
+  parse_arguments(app, {"wan0"});
   const auto items = read_items();
   ASSERT_EQ(items.size(), 2U);
   EXPECT_EQ(items[0].path, "type/interface/0x1/a");

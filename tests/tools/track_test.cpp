@@ -4,6 +4,9 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
+#include "tests/tools/zone.h"
+#include "tools/trackctl/json_text.h"
+
 namespace ot::trackctl {
 namespace {
 
@@ -28,12 +31,20 @@ TEST(track_json, interface_track_in_full) {
   service.InterfaceName.assign("eth1");
   record.TrackingInteraces = &service;
 
+  const test_zone zone("UTC");
   EXPECT_EQ(track_to_json(record, {.published = true, .delay_up = 0, .delay_down = 10}),
             json::parse(R"({"name": "uplink", "type": "interface", "state": "up", "changes": 3,
-                            "last_change": 1795258380, "delay_up": 0, "delay_down": 10,
+                            "last_change": "2026-11-21T10:53:00.000+00:00", "delay_up": 0, "delay_down": 10,
                             "pending": {"state": "down", "seconds": 4},
                             "object": {"interface": "eth0"}, "members": [], "limits": null,
                             "tracked_by": ["eth1"]})"));
+}
+
+TEST(track_json, is_text_whatever_the_name_is) {
+  const track_info__ record = record_of("bad\xffname", track_type::interface);
+  const json shown = track_to_json(record, {.published = false});
+  EXPECT_NE(json_text(shown).find("\"name\": \"bad\xEF\xBF\xBDname\""), std::string::npos);
+  EXPECT_NE(json_line(shown).find("\"name\":\"bad\xEF\xBF\xBDname\""), std::string::npos);
 }
 
 TEST(track_json, state_is_unknown_until_something_was_published) {

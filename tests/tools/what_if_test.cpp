@@ -2,8 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <nlohmann/json.hpp>
-
+#include "tools/json.h"
 #include "tools/trackctl/what_if_question.h"
 #include "tools/trackctl/what_if_report.h"
 
@@ -155,6 +154,23 @@ TEST(what_if_report, says_what_is_not_known_and_what_cannot_be) {
             "note: wide does not come up: another track's route or session is in its way\n"
             "note: nothing is known of interface eth7, which dc2 follows; it counts as not up "
             "(assume what it is with dc2=up)\n");
+}
+
+TEST(what_if_report, says_what_comes_and_goes) {
+  what_if_report report;
+  report.assumptions = {{"peer", track_state::down}};
+  report.found.changes = {{0, "old", "up", "gone", false},
+                          {0, "a-new-one", "new", "unknown", false},
+                          {99, "early", "up", "down", true},
+                          {100, "late", "up", "down", false}};
+  report.found.unmet = {"peer", "other"};
+  EXPECT_EQ(what_if_text(report),
+            "old        up -> gone      at once\n"
+            "a-new-one  new -> unknown  at once\n"
+            "early      up -> down      at once, and anyway: its delay runs\n"
+            "late       up -> down      after 0.1 s\n"
+            "note: peer does not come down: another track's route or session is in its way\n"
+            "note: other does not come there: another track's route or session is in its way\n");
 }
 
 TEST(what_if_report, makes_one_change_of_a_birth_and_what_follows_at_once) {

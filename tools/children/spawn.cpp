@@ -4,6 +4,7 @@
 #include "tools/children/spawn.h"
 
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -31,6 +32,7 @@ struct child_setup {
   int nowhere;
   int output;
   int report;
+  pid_t parent;
 };
 
 int become_user(const identity& user) noexcept {
@@ -65,6 +67,10 @@ void forget_handlers() noexcept {
   syscall(SYS_close_range, report_number + 1, ~0U, 0);
   forget_handlers();
   int error = setup.user == nullptr ? 0 : become_user(*setup.user);
+  prctl(PR_SET_PDEATHSIG, SIGKILL);  // a change of the user would take it back
+  if (error == 0 && getppid() != setup.parent) {
+    error = ESRCH;  // it has died already
+  }
   if (error == 0) {
     execve(setup.argv.front(), setup.argv.data(), setup.environment.data());
     error = errno;
@@ -108,7 +114,8 @@ int spawn(const spawn_request& what, pid_t* ret) {
                     .user = what.user,
                     .nowhere = nowhere.get(),
                     .output = what.output < 0 ? nowhere.get() : what.output,
-                    .report = write_end.get()};
+                    .report = write_end.get(),
+                    .parent = getpid()};
   for (const std::string& word : what.argv) {
     setup.argv.push_back(as_word(word));
   }

@@ -25,7 +25,7 @@ struct spawn_request {
 };
 
 // 0 or an errno value, also of what failed in the child before the program ran. `ret` is the child,
-// which leads its group; the caller reaps it.
+// which leads its group and is killed when the calling thread dies; the caller reaps it.
 int spawn(const spawn_request& what, pid_t* ret);
 
 // To all processes of the group that the child leads. The leader must not be reaped yet, so that

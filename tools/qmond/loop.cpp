@@ -6,6 +6,7 @@
 
 #include <signal.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -27,7 +28,7 @@ struct loop_source::state : std::enable_shared_from_this<state> {
       const std::shared_ptr<state> kept = static_cast<state*>(context)->shared_from_this();
       kept->call(events);
     } catch (const std::exception& error) {
-      std::fprintf(stderr, "qmond: %s\n", error.what());
+      std::fprintf(stderr, "%s: %s\n", program_invocation_short_name, error.what());
       std::abort();
     }
     return 0;

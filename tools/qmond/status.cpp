@@ -11,11 +11,11 @@
 #include <cstdio>
 #include <ctime>
 #include <iostream>
-#include <nlohmann/json.hpp>
 #include <system_error>
 
 #include "platform/common/root_path.h"
 #include "platform/probe_service.h"
+#include "tools/json.h"
 #include "tools/qmond/outcome.h"
 #include "tools/qmond/qmond.h"
 #include "tools/qmond/table_writer.h"

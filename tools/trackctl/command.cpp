@@ -1,5 +1,4 @@
-// How every command parses its arguments, and how the platform's status codes become what the
-// operator reads.
+// How the platform's status codes become what the operator reads.
 #include "tools/trackctl/command.h"
 
 #include <algorithm>
@@ -82,18 +81,6 @@ void refuse_errors(const std::vector<std::string>& errors) {
     text += "\n  ... and " + std::to_string(errors.size() - shown) + " more";
   }
   throw failure(exit_usage, text);
-}
-
-void parse_arguments(CLI::App& app, const arguments& args) {
-  try {
-    app.parse(arguments(args.rbegin(), args.rend()));
-  } catch (const CLI::Success&) {
-    std::cout << app.help();
-    throw help_shown{};
-  } catch (const CLI::ParseError& error) {
-    throw failure(exit_usage,
-                  std::string(error.what()) + "; `" + app.get_name() + " --help` shows how");
-  }
 }
 
 }  // namespace ot::trackctl

@@ -8,12 +8,13 @@
 //
 //   main.cpp           finds the command and turns what it throws into an exit status
 //   commands.cpp       the table of commands
+//   command_line.h     what a command takes, parsed
 //   configure.cpp      set, delay, delete: present items -> names.h and kinds/ check what was typed
 //                      -> plan.h works out the difference -> configuration.h commits it
 //   track_line.h       a track in words: what `set` reads, a line of a file, and back
 //   configuration_file.cpp
 //                      export, apply, diff: track_file.h reads the file, file_changes.h compares it
-//                      with what is configured
+//                      with what is configured, apply.h makes it so
 //   explain.cpp        explain: explain/ reads what there is, and says why a track is what it is
 //   what_if.cpp        what-if: what_if_question.h makes the question of what is there and what is
 //                      assumed, what_if_program.h has it answered, what_if_report.h prints it
@@ -24,9 +25,11 @@
 //                      date and live_table.h lays out
 //   engine.h, debug.cpp, events.h
 //                      what the service is connected to; its trace flags; its events
+//   metrics.cpp        metrics: metrics/ reads and writes what is measured
 //   overview.h         tracks as people read them on a terminal
 //   complete.cpp       what a shell's completion asks for
 //   times.h            times and durations, as all of them write and read them
+//   json_text.h        JSON, as all of them print it
 //   policy.cpp         what trackpolicy does: its files and its socket
 //   kinds/             one file a kind of track, with its row
 //
@@ -36,12 +39,13 @@
 // its row in commands.cpp, and its words in complete.cpp.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "tools/trackctl/command_line.h"
 
 namespace ot::trackctl {
 
@@ -80,14 +84,6 @@ void check_output();
 // with the first of very many.
 void refuse_errors(const std::vector<std::string>& errors);
 
-using arguments = std::vector<std::string>;
-
-struct help_shown {};
-
-// Parses `args` with `app`. Throws failure(exit_usage) for a bad command line and help_shown after
-// having printed the help. Options may stand anywhere; "--" ends them.
-void parse_arguments(CLI::App& app, const arguments& args);
-
 struct command {
   const char* word;
   const char* usage;  // what follows "trackctl"
@@ -114,6 +110,7 @@ int run_history(const arguments& args);
 int run_watch(const arguments& args);
 int run_events(const arguments& args);
 int run_engine(const arguments& args);
+int run_metrics(const arguments& args);
 int run_debug(const arguments& args);
 int run_export(const arguments& args);
 int run_apply(const arguments& args);

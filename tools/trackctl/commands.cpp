@@ -32,6 +32,8 @@ constexpr std::array table{
             "follow changes of state as they happen", run_events},
     command{"engine", "engine [--json]",
             "show what the service is connected to, since when, and what waits", run_engine},
+    command{"metrics", "metrics [--prometheus] [--output FILE | --http]",
+            "print what can be measured, for Prometheus", run_metrics},
     command{"policy", "policy list|test|check ...",
             "list what is done when tracks change, try it, check its files", run_policy},
     command{"debug", "debug [detail|error|notification] [on|off] [--json]",

@@ -173,7 +173,11 @@ constexpr option_row options[] = {
     {"events", "--state", states},
     {"events", "--json"},
     {"engine", "--json"},
+    {"metrics", "--prometheus"},
+    {"metrics", "--output", files},
+    {"metrics", "--http"},
     {"policy list", "--json"},
+    {"policy check", "--files-only"},
     {"debug", "--json"},
 };
 

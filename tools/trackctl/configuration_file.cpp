@@ -3,13 +3,14 @@
 #include <algorithm>
 #include <iostream>
 #include <map>
-#include <nlohmann/json.hpp>
 
+#include "tools/json.h"
+#include "tools/trackctl/apply.h"
 #include "tools/trackctl/command.h"
-#include "tools/trackctl/file_changes.h"
+#include "tools/trackctl/json_text.h"
 #include "tools/trackctl/member_places.h"
 #include "tools/trackctl/names.h"
-#include "tools/trackctl/track_file.h"
+#include "tools/trackctl/terminal.h"
 
 namespace ot::trackctl {
 namespace {
@@ -23,7 +24,7 @@ struct file_options {
 
 void print_changes(const file_changes& plan, bool dry_run) {
   for (const std::string& line : plan.lines) {
-    std::cout << line << '\n';
+    std::cout << shown_text(line) << '\n';
   }
   const char* be = dry_run ? "to be " : "";
   std::cout << plan.made << ' ' << be << "made, " << plan.changed << ' ' << be << "changed, "
@@ -37,41 +38,16 @@ void print_json(const file_changes& plan, bool dry_run) {
                                    {"changed", plan.changed},
                                    {"deleted", plan.deleted},
                                    {"changes", plan.lines}};
-  std::cout << all.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
-}
-
-// What differs from what is configured now; throws when it cannot be made. `ret_warnings`: what it
-// may not mean.
-file_changes compare(const file_options& options, const std::vector<file_track>& wanted,
-                     std::vector<std::string>& ret_warnings) {
-  const configured_tracks present = read_tracks();
-  const configured_tracks after = configuration_after(present, wanted, options.prune);
-  refuse_errors(find_conflicts(after, wanted));
-  file_changes plan = plan_file(present, wanted, options.prune);
-  if (plan.changes.size() > ledger_commit_max) {
-    refuse_errors({"it would take " + std::to_string(plan.changes.size()) +
-                   " changes, and one commit has at most " + std::to_string(ledger_commit_max) +
-                   "; apply the file in parts"});
-  }
-  ret_warnings = find_warnings(after, wanted);
-  return plan;
+  std::cout << json_text(all);
 }
 
 // True when something differs.
 bool apply_file(const file_options& options) {
   const file_content content = read_track_file(options.path);
   refuse_errors(content.errors);
-  file_changes plan;
-  std::vector<std::string> warnings;
-  const auto compare_now = [&] {
-    plan = compare(options, content.tracks, warnings);
-    return plan.changes;
-  };
-  if (options.dry_run) {
-    compare_now();
-  } else {
-    change_configuration("applying " + options.path, compare_now);
-  }
+  const auto [plan, warnings] = apply_tracks(
+      content.tracks,
+      {.what = "applying " + options.path, .prune = options.prune, .dry_run = options.dry_run});
   for (const std::string& warning : warnings) {
     std::cerr << "trackctl: " << warning << '\n';
   }
@@ -112,8 +88,8 @@ std::map<std::string, int> count_followers(const configured_tracks& all) {
 }  // namespace
 
 int run_export(const arguments& args) {
-  CLI::App app{"Print the configuration, a track a line, as a file that apply reads.",
-               "trackctl export"};
+  command_line app{"Print the configuration, a track a line, as a file that apply reads.",
+                   "trackctl export"};
   app.footer("Example: trackctl export > tracks.conf");
   arguments names;
   bool json = false;
@@ -143,20 +119,21 @@ int run_export(const arguments& args) {
     }
   }
   if (json) {
-    std::cout << lines.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+    std::cout << json_text(lines);
   }
   return exit_done;
 }
 
 int run_apply(const arguments& args) {
-  CLI::App app{"Make the tracks what a file says, all of it or nothing, and print what differed.",
-               "trackctl apply"};
+  command_line app{
+      "Make the tracks what a file says, all of it or nothing, and print what differed.",
+      "trackctl apply"};
   app.footer(
       "A line is what `trackctl set` takes: uplink interface eth0 --delay-up 5\n"
       "\"include PATH\" reads another file, or the *.conf files of a folder; # begins a "
       "comment.\nExample: trackctl apply tracks.conf --prune");
   file_options options;
-  app.add_option("FILE", options.path, "the file; - for standard input")->required();
+  app.add_option("FILE", options.path, "the file; - for standard input").required();
   app.add_flag("--prune", options.prune, "delete the tracks that the file does not name");
   app.add_flag("--dry-run", options.dry_run, "check and print, change nothing");
   app.add_flag("--json", options.json, "print an object: how many, and each change");
@@ -166,13 +143,13 @@ int run_apply(const arguments& args) {
 }
 
 int run_diff(const arguments& args) {
-  CLI::App app{"Compare the configuration with a file: what `apply --prune` would change.",
-               "trackctl diff"};
+  command_line app{"Compare the configuration with a file: what `apply --prune` would change.",
+                   "trackctl diff"};
   app.footer(
       "Exit status: 0 the same, 1 different, 2 not known, 3 the service is not running.\n"
       "Example: trackctl diff tracks.conf");
   file_options options{.path = {}, .prune = true, .dry_run = true, .json = false};
-  app.add_option("FILE", options.path, "the file; - for standard input")->required();
+  app.add_option("FILE", options.path, "the file; - for standard input").required();
   app.add_flag("--json", options.json, "print an object: how many, and each change");
   parse_arguments(app, args);
   try {

@@ -47,7 +47,7 @@ int run_set(const arguments& all_args) {
     throw help_shown{};
   }
   const said_track said = read_track_line(
-      args, [](const std::string& track, const track_kind& kind, const CLI::App& parsed) {
+      args, [](const std::string& track, const track_kind& kind, const command_line& parsed) {
         if (kind.check != nullptr) {
           kind.check(track, parsed);
         }
@@ -61,13 +61,13 @@ int run_set(const arguments& all_args) {
 }
 
 int run_delay(const arguments& args) {
-  CLI::App app{"Change the delays of a track; one that is not given stays as it is.",
-               "trackctl delay"};
+  command_line app{"Change the delays of a track; one that is not given stays as it is.",
+                   "trackctl delay"};
   app.footer("Example: trackctl delay uplink --up 10 --down 0");
   std::string track;
   std::optional<std::string> up_text;
   std::optional<std::string> down_text;
-  app.add_option("NAME", track, "the track")->required();
+  app.add_option("NAME", track, "the track").required();
   app.add_option("--up", up_text,
                  "seconds, or such as 2m, before a change to up is published; 0 at once");
   app.add_option("--down", down_text, "the same for a change to down");
@@ -85,10 +85,10 @@ int run_delay(const arguments& args) {
 }
 
 int run_delete(const arguments& args) {
-  CLI::App app{"Remove a track.", "trackctl delete"};
+  command_line app{"Remove a track.", "trackctl delete"};
   app.footer("Example: trackctl delete uplink");
   std::string track;
-  app.add_option("NAME", track, "the track")->required();
+  app.add_option("NAME", track, "the track").required();
   parse_arguments(app, args);
 
   check_track_name(track);

@@ -2,12 +2,13 @@
 #include <algorithm>
 #include <array>
 #include <iostream>
-#include <nlohmann/json.hpp>
 #include <string_view>
 
 #include "platform/ledger_status.h"
+#include "tools/json.h"
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/configuration.h"
+#include "tools/trackctl/json_text.h"
 
 namespace ot::trackctl {
 namespace {
@@ -33,7 +34,7 @@ void switch_flag(const ledger_connection& connection, const std::string& flag, b
 }  // namespace
 
 int run_debug(const arguments& args) {
-  CLI::App app{
+  command_line app{
       "Show or switch the trace flags of the running service. Traces go where its messages "
       "go.",
       "trackctl debug"};
@@ -41,9 +42,8 @@ int run_debug(const arguments& args) {
   std::string flag;
   std::string position;
   app.add_option("FLAG", flag, "detail, error or notification; none: show all three")
-      ->check(CLI::IsMember(std::vector<std::string>(flags.begin(), flags.end())));
-  app.add_option("SWITCH", position, "on or off; none: show the flag")
-      ->check(CLI::IsMember({"on", "off"}));
+      .one_of({flags.begin(), flags.end()});
+  app.add_option("SWITCH", position, "on or off; none: show the flag").one_of({"on", "off"});
   bool json = false;
   app.add_flag("--json", json, "show them as an object of true and false");
   parse_arguments(app, args);
@@ -61,7 +61,7 @@ int run_debug(const arguments& args) {
     }
   }
   if (json) {
-    std::cout << shown.dump(2) << '\n';
+    std::cout << json_text(shown);
   }
   return exit_done;
 }

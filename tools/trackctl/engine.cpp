@@ -11,6 +11,7 @@
 #include "platform/status.h"
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/configuration.h"
+#include "tools/trackctl/json_text.h"
 #include "tools/trackctl/times.h"
 #include "tools/trackctl/track.h"
 
@@ -162,7 +163,7 @@ loop_state read_loop_state() {
 }
 
 int run_engine(const arguments& args) {
-  CLI::App app{
+  command_line app{
       "Show whether the service is connected to what its tracks need, since when, and what waits "
       "for it: the BFD engine, the probe service, the FIB and the interface manager; and the "
       "longest time for which its own loop was kept busy, and how many lines of its log were "
@@ -177,7 +178,7 @@ int run_engine(const arguments& args) {
   const std::vector<engine_state> states = read_engine_states();
   const loop_state loop = read_loop_state();
   if (json) {
-    std::cout << engine_json(states, loop).dump(2) << '\n';
+    std::cout << json_text(engine_json(states, loop));
   } else {
     std::cout << engine_table(states) << details_text(states) << loop_text(loop);
   }

@@ -4,10 +4,10 @@
 #pragma once
 
 #include <cstdint>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
+#include "tools/json.h"
 #include "tools/trackctl/kinds/kinds.h"
 
 namespace ot::trackctl {

@@ -4,11 +4,12 @@
 
 #include <array>
 #include <iostream>
-#include <nlohmann/json.hpp>
 
 #include "platform/ledger_status.h"
 #include "platform/linux/short_slices.h"
+#include "tools/json.h"
 #include "tools/trackctl/command.h"
+#include "tools/trackctl/json_text.h"
 #include "tools/trackctl/names.h"
 
 namespace ot::trackctl {
@@ -25,7 +26,7 @@ std::string event_text_line(const evdl_track_event& event, moment when) {
 std::string event_json_line(const evdl_track_event& event, moment when) {
   const nlohmann::ordered_json line{
       {"time", json_time(when)}, {"track", event.track}, {"state", event_state_word(event.state)}};
-  return line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+  return json_line(line);
 }
 
 evdl_filter filter_for(const std::string& track) {
@@ -110,17 +111,15 @@ void print_event(const events_options& options, const evdl_track_event& event) {
 }  // namespace
 
 int run_events(const arguments& args) {
-  CLI::App app{
+  command_line app{
       "Follow changes of state, one line each, until interrupted. Standard error says when "
       "following has begun; from then on nothing is missed.",
       "trackctl events"};
   app.footer("Example: trackctl events --track uplink --state down --json");
   events_options options;
   app.add_option("--track", options.tracks, "only this track; may be given several times")
-      ->take_all()
-      ->allow_extra_args(false);
-  app.add_option("--state", options.state, "only changes to up, or to down")
-      ->check(CLI::IsMember({"up", "down"}));
+      .one_value_each();
+  app.add_option("--state", options.state, "only changes to up, or to down").one_of({"up", "down"});
   app.add_flag("--json", options.json, "one JSON object a line: time, track, state");
   parse_arguments(app, args);
   follow(options);

@@ -106,6 +106,21 @@ std::set<std::string, std::less<>> names_of(const std::vector<file_track>& wante
   return names;
 }
 
+// Of at least one.
+std::string missing_text(const std::vector<std::string>& missing) {
+  constexpr std::size_t most_named = 4;
+  if (missing.size() == 1) {
+    return "there is no track \"" + missing[0] + "\" yet";
+  }
+  const std::size_t named = missing.size() > most_named ? most_named - 1 : missing.size();
+  std::string names;
+  for (std::size_t at = 0; at < named; ++at) {
+    names += (at == 0 ? "" : ", ") + missing[at];
+  }
+  const std::string more = std::to_string(missing.size() - named);
+  return "there are no such tracks yet: " + names + (more == "0" ? "" : " and " + more + " more");
+}
+
 }  // namespace
 
 file_changes plan_file(const configured_tracks& present, const std::vector<file_track>& wanted,
@@ -199,10 +214,10 @@ std::vector<std::string> find_warnings(const configured_tracks& after,
     for (const std::string& note : track.said.notes) {
       found.push_back(track.place + ": note: " + note);
     }
-    for (const std::string& member : members(name)) {
-      if (!after.contains(member)) {
-        found.push_back(track.place + ": warning: there is no track \"" + member + "\" yet");
-      }
+    std::vector<std::string> missing = members(name);
+    std::erase_if(missing, [&](const std::string& member) { return after.contains(member); });
+    if (!missing.empty()) {
+      found.push_back(track.place + ": warning: " + missing_text(missing));
     }
     for (const std::string& list : search.closed_by(name)) {
       if (!told.contains(list)) {

@@ -116,13 +116,14 @@ track_summary summary_of(const kept_history& history, const std::string& track,
   const bool known =
       own.changes.empty() || (history.complete && own.changes.front().from != "unknown");
   const moment begin = std::max(known ? history.since : own.changes.front().when, since);
-  track_summary summary{track, state, begin, std::max(now, begin)};
+  const bool gone = state == "gone" && !own.changes.empty();
+  const moment end = std::max(gone ? own.changes.back().when : now, begin);
+  track_summary summary{track, state, begin, end};
   std::string present = own.changes.empty() ? state : own.changes.front().from;
   moment at = begin;
   const auto go_to = [&](moment when) {
     if (when > at) {
-      summary.up +=
-          present == "up" ? std::chrono::duration_cast<milliseconds>(when - at) : milliseconds(0);
+      summary.up += present == "up" ? when - at : moment::duration(0);
       at = when;
     }
   };
@@ -131,7 +132,7 @@ track_summary summary_of(const kept_history& history, const std::string& track,
     summary.flaps += change.from == "up" && change.when >= begin ? 1 : 0;
     present = change.to;
   }
-  go_to(now);
+  go_to(end);
   return summary;
 }
 

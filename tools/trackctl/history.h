@@ -3,11 +3,11 @@
 #pragma once
 
 #include <cstdint>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "tools/json.h"
 #include "tools/trackctl/times.h"
 
 namespace ot::trackctl {
@@ -45,11 +45,12 @@ struct track_summary {
   moment begin;
   moment end;
   std::uint32_t flaps = 0;  // changes from up to anything else
-  milliseconds up{0};
+  moment::duration up{0};
 };
 
-// `state` is the track's present one. A track's time begins with the history when its state then is
-// known, else with its first change; not before `since`.
+// `state` is the track's present one, or "gone". A track's time begins with the history when its
+// state then is known, else with its first change; not before `since`. It ends now, or, of one that
+// is gone, with its last change.
 track_summary summary_of(const kept_history& history, const std::string& track,
                          const std::string& state, moment since, moment now);
 
@@ -61,7 +62,8 @@ std::string history_text(const kept_history& shown);
 std::string summary_text(const track_summary& summary);
 
 // {"since", "complete", "changes": [{"time", "track", "from", "to", "cause", "lasted_ms"}], and
-// with a summary "summary": {"track", "state", "since", "flaps", "up_ms", "up_percent"}}.
+// with a summary "summary": {"track", "state", "since", "until", "flaps", "up_ms",
+// "up_percent"}}.
 nlohmann::ordered_json history_json(const kept_history& shown,
                                     const std::optional<track_summary>& summary);
 

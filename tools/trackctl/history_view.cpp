@@ -8,17 +8,19 @@
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/configuration.h"
 #include "tools/trackctl/history.h"
+#include "tools/trackctl/json_text.h"
 #include "tools/trackctl/names.h"
 #include "tools/trackctl/state.h"
+#include "tools/trackctl/track.h"
 
 namespace ot::trackctl {
 namespace {
 
 double percent_up(const track_summary& summary) {
   const auto whole = summary.end - summary.begin;
-  return whole.count() <= 0 ? 0.0
-                            : 100.0 * std::chrono::duration<double>(summary.up) /
-                                  std::chrono::duration<double>(whole);
+  return whole.count() <= 0
+             ? 0.0
+             : 100.0 * static_cast<double>(summary.up.count()) / static_cast<double>(whole.count());
 }
 
 std::string padded(std::string text, std::size_t width) {
@@ -59,7 +61,7 @@ std::string summary_text(const track_summary& summary) {
   return summary.track + " is " + summary.state + "; it left up " +
          (summary.flaps == 1 ? "once" : std::to_string(summary.flaps) + " times") + " and was up " +
          percent.data() + " of the " + duration_text(whole) + " since " + text_time(summary.begin) +
-         ".\n";
+         (summary.state == "gone" ? ", until " + text_time(summary.end) : "") + ".\n";
 }
 
 nlohmann::ordered_json history_json(const kept_history& shown,
@@ -81,8 +83,9 @@ nlohmann::ordered_json history_json(const kept_history& shown,
     all["summary"] = {{"track", summary->track},
                       {"state", summary->state},
                       {"since", json_time(summary->begin)},
+                      {"until", json_time(summary->end)},
                       {"flaps", summary->flaps},
-                      {"up_ms", summary->up.count()},
+                      {"up_ms", std::chrono::duration_cast<milliseconds>(summary->up).count()},
                       {"up_percent", std::round(percent_up(*summary) * 1000) / 1000}};
   }
   return all;
@@ -99,11 +102,19 @@ std::string present_state(const kept_history& history, const std::string& track)
   return state_word(read_state(track));
 }
 
+// A track that is younger than the history and has not changed was made when its record says, in
+// whole seconds.
+moment first_known(const std::string& track) {
+  moment made = moment::min();
+  (void)read_track_record(track, [&made](const track_info__& record) {
+    made = from_epoch(std::chrono::seconds(record.SecondsLastChange));
+  });
+  return made;
+}
+
 void print(const kept_history& shown, const std::optional<track_summary>& summary, bool json) {
   if (json) {
-    std::cout << history_json(shown, summary)
-                     .dump(2, ' ', false, nlohmann::json::error_handler_t::replace)
-              << '\n';
+    std::cout << json_text(history_json(shown, summary));
     return;
   }
   std::cout << history_text(shown) << (summary ? summary_text(*summary) : "");
@@ -112,7 +123,7 @@ void print(const kept_history& shown, const std::optional<track_summary>& summar
 }  // namespace
 
 int run_history(const arguments& args) {
-  CLI::App app{
+  command_line app{
       "Show what changed: time, track, from what to what, why, and how long the state before had "
       "lasted; for one track also how often it left up, and its share of time up. The service "
       "keeps the last 4096 changes since it started.\n"
@@ -139,7 +150,10 @@ int run_history(const arguments& args) {
   const kept_history history = read_history();
   std::optional<track_summary> summary;
   if (!track.empty()) {
-    summary = summary_of(history, track, present_state(history, track), since, now);
+    const std::string state = present_state(history, track);
+    const bool unchanged = chosen(history, track, moment::min()).changes.empty();
+    const moment from = unchanged ? std::max(since, first_known(track)) : since;
+    summary = summary_of(history, track, state, from, now);
   }
   print(chosen(history, track, since), summary, json);
   return exit_done;

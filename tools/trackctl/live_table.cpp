@@ -203,6 +203,9 @@ std::vector<std::optional<double>> up_shares(const kept_history& history, const 
     at = change.when;
     state = change.to;
   }
+  if (!any && track.since) {
+    at = std::max(at, *track.since);  // it may be younger than the history
+  }
   if (any || history.complete) {
     sum.add(at, end, state);
   }

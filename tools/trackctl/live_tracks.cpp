@@ -27,7 +27,7 @@ std::vector<live_track> read_tracks_now(const std::vector<std::string>& names) {
         track_to_json(record, found == extras.end() ? track_extras{} : found->second);
     live_track track{name, shown["state"].get<std::string>(), std::nullopt};
     if (!shown["last_change"].is_null()) {
-      track.since = from_epoch(std::chrono::seconds(shown["last_change"].get<std::int64_t>()));
+      track.since = parse_json_time(shown["last_change"].get<std::string>());
     }
     tracks.push_back(std::move(track));
   });

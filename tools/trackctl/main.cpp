@@ -61,7 +61,7 @@ int run_help(const arguments& args) {
     print_help();
     return exit_done;
   }
-  if (args[0] == "set" && args.size() > 1 && find_track_kind(args[1]) != nullptr) {
+  if (args[0] == "set" && args.size() > 1) {
     return run_command("set", {"NAME", args[1], "--help"});
   }
   return run_command(args[0], {"--help"});
@@ -82,6 +82,22 @@ int run(const arguments& args) {
   return args[0] == "complete" ? run_complete(rest) : run_command(args[0], rest);
 }
 
+int run_to_end(const arguments& args) {
+  try {
+    return run(args);
+  } catch (const help_shown&) {
+    return exit_done;
+  }
+}
+
+// A terminal takes no orders from what stands in a name.
+std::string plain(std::string text) {
+  std::replace_if(
+      text.begin(), text.end(),
+      [](unsigned char c) { return (c < ' ' && c != '\n' && c != '\t') || c == 0x7f; }, '?');
+  return text;
+}
+
 }  // namespace
 }  // namespace ot::trackctl
 
@@ -89,13 +105,11 @@ int main(int argc, char** argv) {
   using namespace ot::trackctl;
   try {
     ot::reserve_standard_descriptors();
-    const int status = run({argv + 1, argv + argc});
+    const int status = run_to_end({argv + 1, argv + argc});
     check_output();
     return status;
-  } catch (const help_shown&) {
-    return exit_done;
   } catch (const failure& reason) {
-    std::cerr << "trackctl: " << reason.what() << '\n';
+    std::cerr << "trackctl: " << plain(reason.what()) << '\n';
     return reason.status;
   } catch (const std::exception& error) {
     std::cerr << "trackctl: " << error.what() << '\n';

@@ -1,8 +1,8 @@
 #include "tools/trackctl/member_places.h"
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
+#include "tools/json.h"
 #include "tools/trackctl/track.h"
 
 namespace ot::trackctl {

@@ -26,7 +26,7 @@ std::string text_of(const json& value) {
 // When the state was published; the epoch when none was.
 moment last_change(const json& track) {
   const json& value = track["last_change"];
-  return value.is_null() ? moment{} : from_epoch(std::chrono::seconds(value.get<std::int64_t>()));
+  return value.is_null() ? moment{} : parse_json_time(value.get<std::string>());
 }
 
 std::string age(const json& track, moment now) {

@@ -2,10 +2,10 @@
 // all there is to know of one.
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
+#include "tools/json.h"
 #include "tools/trackctl/terminal.h"
 #include "tools/trackctl/times.h"
 

@@ -1,23 +1,19 @@
 // "policy": what trackpolicy is told to do, and how it stands. "check" and "test" read the files
 // and need no running program; "list" asks trackpolicy over its socket.
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <iostream>
-#include <nlohmann/json.hpp>
-#include <system_error>
 
 #include "platform/common/root_path.h"
-#include "platform/linux/unique_fd.h"
-#include "platform/linux/unix_address.h"
+#include "tools/json.h"
 #include "tools/trackctl/command.h"
+#include "tools/trackctl/policy_list.h"
+#include "tools/trackctl/times.h"
+#include "tools/trackctl/track.h"
 #include "tools/trackpolicy/config.h"
+#include "tools/trackpolicy/foundations.h"
+#include "tools/trackpolicy/kernel/link_keeper.h"
 #include "tools/trackpolicy/kinds/kinds.h"
-#include "tools/trackpolicy/status_socket.h"
 
 namespace ot::trackctl {
 namespace {
@@ -26,17 +22,48 @@ std::string count_text(std::size_t count) {
   return std::to_string(count) + (count == 1 ? " policy" : " policies");
 }
 
+// Whether no link policy would set down what its track depends on, as far as the service can be
+// asked; what is wrong has been said.
+bool links_are_safe(const std::vector<trackpolicy::policy>& policies) {
+  trackpolicy::foundations tracks;
+  const bool any = std::any_of(policies.begin(), policies.end(), [](const auto& each) {
+    return each.kind == trackpolicy::kind_id::link;
+  });
+  if (!any) {
+    return true;
+  }
+  try {
+    const trackpolicy::probe_interfaces probes = trackpolicy::read_probe_interfaces();
+    read_track_records([&](const track_info__& record) { tracks.note(record, probes); });
+  } catch (const failure& error) {
+    std::cerr << "what tracks depend on was not looked at: " << error.what() << '\n';
+    return true;
+  }
+  bool safe = true;
+  for (const trackpolicy::policy& each : policies) {
+    if (each.kind == trackpolicy::kind_id::link) {
+      const std::string reason =
+          trackpolicy::reason_against(each.track, each.interface, {}, tracks);
+      safe = safe && reason.empty();
+      std::cerr << (reason.empty() ? "" : each.name + ": " + reason + '\n');
+    }
+  }
+  return safe;
+}
+
 int run_check(const arguments& args) {
-  CLI::App app{"Say every error of a file of policies, or of a folder of them.",
-               "trackctl policy check"};
+  command_line app{"Say every error of a file of policies, or of a folder of them.",
+                   "trackctl policy check"};
   std::string path = root_path(trackpolicy::policies_folder);
   app.add_option("PATH", path, "a file, or a folder with *.toml; none: " + path);
+  bool files_only = false;
+  app.add_flag("--files-only", files_only, "do not ask the service what tracks depend on");
   parse_arguments(app, args);
   const trackpolicy::configuration config = trackpolicy::read_policies(path);
   for (const std::string& problem : config.problems) {
     std::cerr << problem << '\n';
   }
-  if (!config.problems.empty()) {
+  if (!config.problems.empty() || (!files_only && !links_are_safe(config.policies))) {
     return exit_refused;
   }
   std::cout << path << ": " << count_text(config.policies.size()) << ", no errors\n";
@@ -44,14 +71,12 @@ int run_check(const arguments& args) {
 }
 
 int run_test(const arguments& args) {
-  CLI::App app{"Say what a policy would do when its track becomes that; nothing is done.",
-               "trackctl policy test"};
+  command_line app{"Say what a policy would do when its track becomes that; nothing is done.",
+                   "trackctl policy test"};
   std::string name;
   std::string word;
-  app.add_option("NAME", name, "the policy")->required();
-  app.add_option("STATE", word, "up, down or unknown")
-      ->required()
-      ->check(CLI::IsMember({"up", "down", "unknown"}));
+  app.add_option("NAME", name, "the policy").required();
+  app.add_option("STATE", word, "up, down or unknown").required().one_of({"up", "down", "unknown"});
   parse_arguments(app, args);
   const std::string folder = root_path(trackpolicy::policies_folder);
   const trackpolicy::configuration config = trackpolicy::read_policies(folder);
@@ -72,50 +97,35 @@ int run_test(const arguments& args) {
   return exit_done;
 }
 
-// What trackpolicy says of all policies.
-std::string read_list() {
-  const std::string path = root_path(trackpolicy::status_socket_path);
-  sockaddr_un address{};
-  const unique_fd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (!unix_address(path, &address)) {
-    throw failure(exit_refused,
-                  path + ": the path is too long for a socket; use a shorter OT_ROOT");
+// What the policy does, what waits, its penalty, and the problem.
+std::string doing_text(const nlohmann::json& policy, moment now) {
+  std::string text = policy.at("doing");
+  const auto until = [&policy, now](const char* member) {
+    return " until " + text_time(now + milliseconds(policy.at(member).get<std::int64_t>()));
+  };
+  if (const auto held = policy.value("held", nlohmann::json()); !held.is_null()) {
+    text += "; " + held.get<std::string>() + " is held" + until("held_ms");
   }
-  if (connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-    if (errno == ENOENT || errno == ECONNREFUSED) {
-      throw failure(exit_no_service, "trackpolicy is not running: nobody answers at " + path +
-                                         "; start it: `systemctl start trackpolicy`");
-    }
-    throw failure(exit_refused, path + ": " + std::generic_category().message(errno) +
-                                    "; run it as root or as a member of the group object_tracking");
+  const auto penalty = policy.value("penalty", nlohmann::json());
+  if (!penalty.is_null() && penalty != 0) {
+    text += "; penalty " + std::to_string(penalty.get<std::int64_t>());
+    text += policy.at("suppressed_ms") == 0 ? "" : ", suppressed" + until("suppressed_ms");
   }
-  constexpr timeval patience{.tv_sec = 5, .tv_usec = 0};
-  setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-  std::string text;
-  std::array<char, 65536> part;
-  ssize_t size = 0;
-  while ((size = read(socket.get(), part.data(), part.size())) > 0) {
-    text.append(part.data(), static_cast<std::size_t>(size));
-  }
-  if (size < 0 || !text.ends_with("]\n")) {
-    throw failure(exit_refused,
-                  "trackpolicy does not answer; look at what it is doing: "
-                  "`systemctl status trackpolicy`");
-  }
-  return text;
+  const std::string problem = policy.at("problem");
+  return problem.empty() ? text : text + "; " + problem;
 }
 
 void print_list(const nlohmann::json& policies) {
   constexpr std::array headings{"POLICY", "KIND", "TRACK", "STATE", "RUNS", "FAILED", "DOING"};
+  const moment now = std::chrono::system_clock::now();
   std::vector<std::vector<std::string>> rows{{headings.begin(), headings.end()}};
   for (const nlohmann::json& each : policies) {
-    const std::string problem = each.at("problem");
     const bool known = each.at("service") == "reachable";
     rows.push_back({each.at("policy"), each.at("kind"), each.at("track"),
                     known ? each.at("state").get<std::string>() : "no service",
                     std::to_string(each.at("runs").get<std::uint64_t>()),
                     std::to_string(each.at("failures").get<std::uint64_t>()),
-                    each.at("doing").get<std::string>() + (problem.empty() ? "" : "; " + problem)});
+                    doing_text(each, now)});
   }
   std::array<std::size_t, headings.size()> widths{};
   for (const auto& row : rows) {
@@ -134,12 +144,12 @@ void print_list(const nlohmann::json& policies) {
 }
 
 int run_list(const arguments& args) {
-  CLI::App app{"Show every policy of the running trackpolicy, and what it does.",
-               "trackctl policy list"};
+  command_line app{"Show every policy of the running trackpolicy, and what it does.",
+                   "trackctl policy list"};
   bool json = false;
   app.add_flag("--json", json, "for programs: a list of objects");
   parse_arguments(app, args);
-  const std::string text = read_list();
+  const std::string text = read_policy_list();
   if (json) {
     std::cout << text;
   } else {

@@ -7,6 +7,7 @@
 #include "platform/service.h"
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/configuration.h"
+#include "tools/trackctl/json_text.h"
 #include "tools/trackctl/kinds/kinds.h"
 #include "tools/trackctl/names.h"
 #include "tools/trackctl/overview.h"
@@ -65,13 +66,14 @@ std::vector<json> read_shown(const std::string& track, bool live) {
 void show_json(const std::string& track) {
   const std::vector<json> shown = read_shown(track, true);
   const json printed = track.empty() ? json(shown) : shown.at(0);
-  std::cout << printed.dump(2, ' ', false, json::error_handler_t::replace) << '\n';
+  std::cout << json_text(printed);
 }
 
-// What is configured in the words of `set`; the kind alone where no words make exactly that.
+// What is configured in the words of `set`.
 std::string words_of(const track_items& items, const json& track) {
+  const std::string words = describe_object(items);
   const std::string type = track["type"].get<std::string>();
-  return write_object(items).value_or(type == "none" ? "nothing" : type);
+  return !words.empty() ? words : type == "none" ? "nothing" : type;
 }
 
 void show_people(const std::string& track, bool detail, const terminal& output) {
@@ -91,7 +93,7 @@ void show_people(const std::string& track, bool detail, const terminal& output) 
 }  // namespace
 
 int run_show(const arguments& args) {
-  CLI::App app{
+  command_line app{
       "Show one track, or all of them: a line each, or in detail. On a terminal lines are in the "
       "order of names and fit it; elsewhere they are those of `object_tracking show track`.",
       "trackctl show"};

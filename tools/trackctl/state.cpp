@@ -4,13 +4,14 @@
 
 #include <algorithm>
 #include <iostream>
-#include <nlohmann/json.hpp>
 #include <optional>
 
 #include "platform/event_subscriber.h"
 #include "platform/ledger_status.h"
+#include "tools/json.h"
 #include "tools/trackctl/configuration.h"
 #include "tools/trackctl/events.h"
+#include "tools/trackctl/json_text.h"
 #include "tools/trackctl/names.h"
 #include "tools/trackctl/times.h"
 #include "tools/trackctl/track.h"
@@ -91,9 +92,7 @@ void print(const state_options& options, const states& present) {
     }
   }
   if (options.json) {
-    std::cout << (present.size() == 1 ? all.at(0) : all)
-                     .dump(2, ' ', false, json::error_handler_t::replace)
-              << '\n';
+    std::cout << json_text(present.size() == 1 ? all.at(0) : all);
   }
 }
 
@@ -120,7 +119,7 @@ exit_status waited(const state_options& options, const states& present) {
 }
 
 state_options parse_state(const arguments& args) {
-  CLI::App app{
+  command_line app{
       "Print the published state of tracks: up, down or unknown (not known yet, or a probe without "
       "a result); of several with their names. With --wait, once all are as wanted.\n"
       "Exit status: 0 all up, 10 one is down, 11 none is down and one unknown, 1 when there is no "
@@ -131,9 +130,9 @@ state_options parse_state(const arguments& args) {
       "          trackctl state uplink backup --wait up --timeout 30s");
   state_options options;
   std::string timeout;
-  app.add_option("NAME", options.tracks, "the tracks")->required();
+  app.add_option("NAME", options.tracks, "the tracks").required();
   app.add_option("--wait", options.wanted, "wait until all are up, or all are down")
-      ->check(CLI::IsMember({"up", "down"}));
+      .one_of({"up", "down"});
   app.add_option("--timeout", timeout,
                  "wait no longer: seconds, or such as 2m; left out: for ever");
   app.add_flag("--json", options.json, "an object with name and state; of several an array");

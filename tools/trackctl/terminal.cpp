@@ -1,9 +1,12 @@
 #include "tools/trackctl/terminal.h"
 
+#include <langinfo.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <clocale>
 #include <cstdlib>
+#include <cstring>
 
 namespace ot::trackctl {
 namespace {
@@ -25,6 +28,18 @@ terminal output_terminal() {
     output.width = size.ws_col;
   }
   return output;
+}
+
+std::string shown_text(std::string text) {
+  std::setlocale(LC_CTYPE, "");
+  if (std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0) {
+    return text;
+  }
+  constexpr std::string_view arrow = "\u2192";
+  for (std::size_t at = 0; (at = text.find(arrow, at)) != std::string::npos;) {
+    text.replace(at, arrow.size(), "->");
+  }
+  return text;
 }
 
 std::string coloured_state(const terminal& output, const std::string& text,

@@ -16,6 +16,9 @@ struct terminal {
 // Standard output. Colours only on a terminal that is not "dumb", unless NO_COLOR is set.
 terminal output_terminal();
 
+// The text as the locale of the user can show it: arrows are "->" where it is not one of UTF-8.
+std::string shown_text(std::string text);
+
 // The state's word in its colour: up green, down red, anything else yellow.
 std::string coloured_state(const terminal& output, const std::string& text, std::string_view state);
 

@@ -152,6 +152,10 @@ std::string json_time(moment when) {
   return with_fraction(time, "%Y-%m-%dT%H:%M:%S") + zone;
 }
 
+moment parse_json_time(const std::string& text) {
+  return calendar_time(text).value_or(moment{});
+}
+
 std::string duration_text(milliseconds duration) {
   const std::int64_t ms = std::max<std::int64_t>(duration.count(), 0);
   const std::int64_t whole = ms / 1000;

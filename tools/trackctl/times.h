@@ -18,6 +18,9 @@ std::string text_time(moment when);
 // "2026-11-21T10:53:00.123+01:00": RFC 3339, local time with its offset.
 std::string json_time(moment when);
 
+// What json_time gives, read again.
+moment parse_json_time(const std::string& text);
+
 // "0s", "340ms", "12.3s", "2m05s", "3h12m", "2d04h".
 std::string duration_text(milliseconds duration);
 

@@ -10,6 +10,7 @@
 #include "platform/ledger_status.h"
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/kinds/kinds.h"
+#include "tools/trackctl/times.h"
 
 namespace ot::trackctl {
 namespace {
@@ -22,13 +23,6 @@ std::string text(const auto& field) {
 
 const char* up_or_down(bool up) {
   return up ? "up" : "down";
-}
-
-const char* state_word(const track_info__& record, bool published) {
-  if (record.TrackState) {
-    return "up";
-  }
-  return published && !awaits_result(record) ? "down" : "unknown";
 }
 
 json pending_json(const delayed_state_status__* delayed) {
@@ -135,9 +129,9 @@ bool note_configured(void* context, std::string_view path, const ledger_value& v
   return true;
 }
 
-void walk(const std::string& root, ledger_visit visit, extras_map& extras) {
+void walk(const std::string& root, ledger_visit visit, void* context) {
   const ledger_connection connection(root);
-  const int code = ledger_item_walk(connection.get(), "", visit, &extras);
+  const int code = ledger_item_walk(connection.get(), "", visit, context);
   if (code != ledger_no_data) {
     check_code("reading " + root, code);
   }
@@ -151,6 +145,13 @@ bool awaits_result(const track_info__& record) noexcept {
          kind->awaits_result(record.TrackTypeInfo);
 }
 
+const char* state_word(const track_info__& record, bool published) noexcept {
+  if (record.TrackState) {
+    return "up";
+  }
+  return published && !awaits_result(record) ? "down" : "unknown";
+}
+
 json track_to_json(const track_info__& record, const track_extras& extras) {
   const track_kind* const kind = find_track_kind(record.Type);
   const bool has_object = kind != nullptr && kind->object != nullptr;
@@ -158,7 +159,10 @@ json track_to_json(const track_info__& record, const track_extras& extras) {
           {"type", kind != nullptr ? kind->word : "none"},
           {"state", state_word(record, extras.published)},
           {"changes", record.StateChangeCounter},
-          {"last_change", extras.published ? json(record.SecondsLastChange) : json(nullptr)},
+          {"last_change",
+           extras.published
+               ? json(json_time(from_epoch(std::chrono::seconds(record.SecondsLastChange))))
+               : json(nullptr)},
           {"delay_up", extras.delay_up},
           {"delay_down", extras.delay_down},
           {"pending", pending_json(record.Delayed)},
@@ -189,6 +193,10 @@ bool read_track_record(const std::string& track, const track_visitor& visit) {
 }
 
 void read_track_records(const track_visitor& visit) {
+  read_named_records([&visit](std::string_view, const track_info__& record) { visit(record); });
+}
+
+void read_named_records(const named_track_visitor& visit) {
   register_records();
   const ledger_connection connection(records_root);
   std::vector<page_ptr> pages;
@@ -201,15 +209,27 @@ void read_track_records(const track_visitor& visit) {
   }
   for (const page_ptr& page : pages) {
     while (const ledger_entry* entry = ledger_datalist_next(page.get())) {
-      visit_encoded(entry->data, visit);
+      visit_encoded(entry->data, [&](const track_info__& record) { visit(entry->name, record); });
     }
   }
 }
 
+std::set<std::string, std::less<>> read_published_tracks() {
+  std::set<std::string, std::less<>> names;
+  walk(
+      states_root,
+      [](void* context, std::string_view track, const ledger_value&) {
+        static_cast<std::set<std::string, std::less<>>*>(context)->emplace(track);
+        return true;
+      },
+      &names);
+  return names;
+}
+
 extras_map read_track_extras() {
   extras_map extras;
-  walk(states_root, note_published, extras);
-  walk(std::string(tracks_root), note_configured, extras);
+  walk(states_root, note_published, &extras);
+  walk(std::string(tracks_root), note_configured, &extras);
   return extras;
 }
 

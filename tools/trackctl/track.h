@@ -7,11 +7,10 @@
 //   type        "interface", "route", "and", "or", "probe", "none", "weight", "percentage", "bfd"
 //   state       "up", "down", "unknown" (nothing published yet, or a probe without a result)
 //   changes     how often a state was published since the service started
-//   last_change seconds since the epoch of the last publication, null before the first
-//   delay_up    seconds (what is configured)
-//   delay_down  seconds
-//   pending     null, or {"state": the state that waits, "seconds": until it is published}
-//   object      what is followed, by type; null for lists and tracks without a type
+//   last_change the time of the last publication (RFC 3339, in whole seconds), null before the
+//   first delay_up    seconds (what is configured) delay_down  seconds pending     null, or
+//   {"state": the state that waits, "seconds": until it is published} object      what is followed,
+//   by type; null for lists and tracks without a type
 //                 interface: interface
 //                 route: prefix, mask (dotted), vrf, next_hop (null when there is none)
 //                 probe: operation, return_code, rtt_ms
@@ -28,11 +27,12 @@
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <nlohmann/json.hpp>
+#include <set>
 #include <string>
 #include <string_view>
 
 #include "oper/records/track_records.h"
+#include "tools/json.h"
 
 namespace ot::trackctl {
 
@@ -51,6 +51,9 @@ struct track_extras {
 // may: what is published for it says only that it is not up.
 bool awaits_result(const track_info__& record) noexcept;
 
+// "up", "down" or "unknown".
+const char* state_word(const track_info__& record, bool published) noexcept;
+
 // Everything but "missing".
 nlohmann::ordered_json track_to_json(const track_info__& record, const track_extras& extras);
 
@@ -67,6 +70,13 @@ bool read_track_record(const std::string& track, const track_visitor& visit);
 // Every track, in the service's order, read in pages before the first is visited: when a track goes
 // where a page would begin, all are read anew. Throws.
 void read_track_records(const track_visitor& visit);
+
+// The same with the whole name of each, of which a record has but 32 characters.
+using named_track_visitor = std::function<void(std::string_view track, const track_info__& record)>;
+void read_named_records(const named_track_visitor& visit);
+
+// The tracks of which a state was published. Throws.
+std::set<std::string, std::less<>> read_published_tracks();
 
 // What the records do not carry, of every track by its name. Throws.
 std::map<std::string, track_extras, std::less<>> read_track_extras();

@@ -14,6 +14,9 @@
 #include <iostream>
 #include <istream>
 #include <map>
+#include <sstream>
+
+#include "tools/trackctl/waiting_note.h"
 
 namespace ot::trackctl {
 namespace {
@@ -218,6 +221,7 @@ void file_reader::read_file(const fs::path& path, const std::string& from, int d
                     "\" reads all of it");
     return;
   }
+  const auto note = note_for_input(path.string());
   errno = 0;
   std::ifstream stream(path);
   if (!stream) {
@@ -233,10 +237,18 @@ file_content read_track_file(const std::string& path) {
   file_content content;
   file_reader reader(content);
   if (path == "-") {
+    const auto note = note_for_input(path);
     reader.read_stream(std::cin, "standard input", fs::path(), 0);
   } else {
     reader.read_file(path, "", 0);
   }
+  return content;
+}
+
+file_content read_track_text(const std::string& text, const std::string& name) {
+  file_content content;
+  std::istringstream stream(text);
+  file_reader(content).read_stream(stream, name, fs::path(), 0);
   return content;
 }
 

@@ -23,4 +23,7 @@ struct file_content {
 // in them: that is in the errors.
 file_content read_track_file(const std::string& path);
 
+// The same of a text; `name` stands in the places. Includes are relative to the working directory.
+file_content read_track_text(const std::string& text, const std::string& name);
+
 }  // namespace ot::trackctl

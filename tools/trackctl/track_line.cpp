@@ -126,8 +126,8 @@ said_track read_track_line(const arguments& words, const line_check& check) {
     said.words += (at == 1 ? "" : " ") + words[at];
   }
   const track_kind& kind = require_kind(words[1]);
-  CLI::App app{std::string("Follow ") + kind.summary + ".",
-               "trackctl set NAME " + std::string(kind.word)};
+  command_line app{std::string("Follow ") + kind.summary + ".",
+                   "trackctl set NAME " + std::string(kind.word)};
   app.footer(std::string("Example: trackctl set ") + kind.example);
   const items_reader read_items = kind.define(app);
   std::optional<std::string> up;
@@ -139,8 +139,7 @@ said_track read_track_line(const arguments& words, const line_check& check) {
   check_new_track_name(said.name);
   said.type = {kind.folder, read_items(), kind.recreate_on_change, kind.only_from_nothing};
   said.delays = {delay_or_zero("--delay-up", up), delay_or_zero("--delay-down", down)};
-  const CLI::Option* const shared = app.get_option_no_throw("--shared");
-  said.shared = shared != nullptr && shared->count() != 0;
+  said.shared = app.count("--shared") != 0;
   if (kind.notes != nullptr) {
     said.notes = kind.notes(app);
   }
@@ -162,6 +161,13 @@ std::optional<std::string> write_object(const track_items& items, bool others_fo
   }
   return reads_back("name " + with_options(text, delay_options(items)), items) ? std::optional(text)
                                                                                : std::nullopt;
+}
+
+std::string describe_object(const track_items& items) {
+  const track_kind* const kind = kind_of(items);
+  return kind == nullptr
+             ? ""
+             : std::string(kind->word) + ' ' + kind->write(items, kind->folder, nullptr);
 }
 
 std::optional<std::string> write_track_line(const std::string& name, const track_items& items,

@@ -31,8 +31,8 @@ struct said_track {
 
 // Looks at the kind and its arguments once more, before `track` is set; throws when something is in
 // the way.
-using line_check =
-    std::function<void(const std::string& track, const track_kind& kind, const CLI::App& parsed)>;
+using line_check = std::function<void(const std::string& track, const track_kind& kind,
+                                      const command_line& parsed)>;
 
 // The words of a line of a file, without its comment.
 arguments line_words(std::string_view line);
@@ -48,6 +48,10 @@ said_track read_track_line(const arguments& words, const line_check& check = nul
 // make exactly these. `others_follow_it`: another track follows the same object.
 std::optional<std::string> write_object(const track_items& items, bool others_follow_it = false,
                                         const member_order& order = nullptr);
+
+// The same for people: also where the words alone would not make exactly these items. Empty for a
+// track of no kind.
+std::string describe_object(const track_items& items);
 
 // The whole line, or none, as above.
 std::optional<std::string> write_track_line(const std::string& name, const track_items& items,

@@ -7,12 +7,13 @@
 #include <filesystem>
 
 #include "tools/trackctl/command.h"
+#include "tools/trackctl/configuration.h"
 #include "tools/trackctl/names.h"
 
 namespace ot::trackctl {
 
 int run_watch(const arguments& args) {
-  CLI::App app{
+  command_line app{
       "Show tracks live on the whole terminal: state, for how long, how often it left up in the "
       "last "
       "hour, and that hour in small: full where the track was up, low where it was not.\n"
@@ -30,6 +31,9 @@ int run_watch(const arguments& args) {
     throw failure(exit_usage,
                   "watch: it needs a terminal; `trackctl events` follows in lines, and `trackctl "
                   "show` prints what is now");
+  }
+  for (const std::string& name : names) {
+    (void)read_existing_track(name);
   }
   std::error_code error;
   const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);

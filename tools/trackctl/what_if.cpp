@@ -1,10 +1,11 @@
 // "what-if": what would become of the tracks. Only reads the service; the answer is computed by a
 // program of its own.
 #include <iostream>
-#include <nlohmann/json.hpp>
 
+#include "tools/json.h"
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/file_changes.h"
+#include "tools/trackctl/json_text.h"
 #include "tools/trackctl/states.h"
 #include "tools/trackctl/what_if_program.h"
 #include "tools/trackctl/what_if_question.h"
@@ -48,7 +49,7 @@ what_if_report find_out(const what_if_options& options) {
 }  // namespace
 
 int run_what_if(const arguments& args) {
-  CLI::App app{
+  command_line app{
       "Tell what would become of the tracks, and when, if these went up or down, or if a file were "
       "applied. Nothing is changed.",
       "trackctl what-if"};
@@ -71,7 +72,7 @@ int run_what_if(const arguments& args) {
   }
   const what_if_report report = find_out(options);
   if (options.json) {
-    std::cout << what_if_json(report).dump(2) << '\n';
+    std::cout << json_text(what_if_json(report));
   } else {
     std::cout << what_if_text(report);
   }

@@ -33,9 +33,9 @@ bool is_assumed(const std::vector<what_if::assumption>& assumptions, std::string
                      [&](const auto& each) { return each.track == track; });
 }
 
-// What the track follows, in words; empty for lists and where no words make it.
+// What the track follows, in words; empty for lists and where it follows nothing.
 std::string object_words(const track_items& items) {
-  return is_list(items) || !has_type(items) ? "" : write_object(items).value_or("");
+  return is_list(items) || !has_type(items) ? "" : describe_object(items);
 }
 
 what_if::assumption read_assumption(const std::string& word) {

@@ -1,8 +1,8 @@
 #include "tools/trackctl/what_if_report.h"
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
+#include "tools/json.h"
 #include "tools/trackctl/states.h"
 
 namespace ot::trackctl {

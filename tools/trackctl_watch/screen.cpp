@@ -4,6 +4,8 @@
 // Its macros are named like anything else.
 #define NCURSES_NOMACROS 1
 #include <curses.h>
+#include <term.h>
+#undef lines  // a macro there, and a word here
 
 #include <clocale>
 #include <cstdio>
@@ -70,6 +72,11 @@ terminal_screen::terminal_screen() {
     throw failure(exit_refused, "watch: a terminal of type \"" +
                                     std::string(type == nullptr ? "" : type) +
                                     "\" is not known here; set TERM, for example to xterm");
+  }
+  if (tigetstr("cup") == nullptr) {
+    endwin();
+    throw failure(exit_refused, "watch: a terminal of type \"" + std::string(type) +
+                                    "\" shows lines only; `trackctl events` follows in lines");
   }
   blocks_ = std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
   colours_ = make_colours();

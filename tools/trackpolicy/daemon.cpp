@@ -10,17 +10,20 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <memory>
+#include <set>
+#include <string>
 #include <system_error>
 
 #include "platform/common/root_path.h"
 #include "platform/linux/monotonic.h"
 #include "platform/linux/process/directories.h"
+#include "platform/linux/short_slices.h"
 #include "tools/trackpolicy/config.h"
 #include "tools/trackpolicy/engine.h"
 #include "tools/trackpolicy/failure.h"
 #include "tools/trackpolicy/follower.h"
+#include "tools/trackpolicy/log.h"
 #include "tools/trackpolicy/status_socket.h"
 #include "tools/trackpolicy/system.h"
 
@@ -61,7 +64,7 @@ unique_fd lock_instance() {
 
 bool usable(const configuration& config) {
   for (const std::string& problem : config.problems) {
-    std::fprintf(stderr, "%s\n", problem.c_str());
+    say(problem);
   }
   return config.problems.empty();
 }
@@ -80,6 +83,7 @@ class daemon {
     socket_ = std::make_unique<status_socket>(loop_.get(),
                                               [this] { return status_json(engine_.status()); });
     follower_ = std::make_unique<follower>();
+    guard_tracks(policies);
     news_ = qmond::loop_source::descriptor(loop_.get(), follower_->fd(), EPOLLIN,
                                            [this](std::uint32_t) { take_news(); });
   }
@@ -121,6 +125,9 @@ class daemon {
 
   void take_news() {
     for (news& each : follower_->take()) {
+      if (each.tracks) {
+        host_.take_foundations(std::move(*each.tracks));
+      }
       switch (each.kind) {
         case news::what::states:
           engine_.set_states(std::move(each.states), each.reason);
@@ -135,6 +142,17 @@ class daemon {
     }
   }
 
+  // What a track stands on is not set down because of it.
+  void guard_tracks(const std::vector<policy>& policies) {
+    std::set<std::string> guarded;
+    for (const policy& each : policies) {
+      if (each.kind == kind_id::link) {
+        guarded.insert(each.track);
+      }
+    }
+    follower_->guard(std::move(guarded));
+  }
+
   void reload() {
     const std::string begun = "RELOADING=1\nMONOTONIC_USEC=" + std::to_string(monotonic_us());
     sd_notify(0, begun.c_str());
@@ -142,9 +160,10 @@ class daemon {
     if (usable(config)) {
       host_.prepare(config.policies);
       engine_.apply(config.policies);
-      std::fprintf(stderr, "trackpolicy: reloaded: %zu policies\n", engine_.size());
+      guard_tracks(config.policies);
+      say("trackpolicy: reloaded: " + std::to_string(engine_.size()) + " policies");
     } else {
-      std::fputs("trackpolicy: not reloaded; the policies in force stay\n", stderr);
+      say("trackpolicy: not reloaded; the policies in force stay");
     }
     sd_notify(0, "READY=1");
   }
@@ -167,13 +186,16 @@ class daemon {
 
 int run_daemon() {
   umask(0022);
+  ask_for_short_slices(500);  // commands begin soon after their event, on a busy router, too
   const configuration config = read_policies(root_path(policies_folder));
   if (!usable(config)) {
+    finish_saying();
     throw failure(exit_failed, "the policies have errors; nothing was started");
   }
   const unique_fd lock = lock_instance();
   daemon runner(config.policies);
   runner.run();
+  finish_saying();
   return exit_done;
 }
 

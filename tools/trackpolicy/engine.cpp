@@ -2,6 +2,7 @@
 #include "tools/trackpolicy/engine.h"
 
 #include <algorithm>
+#include <optional>
 #include <set>
 #include <utility>
 
@@ -20,6 +21,7 @@ void engine::apply(const std::vector<policy>& policies) {
         at.at_work->remove();
       }
       at.at_work = kind_of(each.kind).make(each, host_);
+      at.filter = {};
       if (!reachable_) {
         at.at_work->service_gone();
       }
@@ -27,6 +29,7 @@ void engine::apply(const std::vector<policy>& policies) {
       at.at_work->change(each);
     }
     at.of = each;
+    at.filter.configure(each, host_.now_us());
   }
   std::erase_if(entries_, [&names](const auto& row) {
     const bool gone = !names.contains(row.first);
@@ -50,7 +53,14 @@ situation engine::situation_of(const std::string& track, const char* reason) con
 
 void engine::tell(entry& to, const char* reason) {
   if (reachable_) {
-    to.at_work->see(situation_of(to.of.track, reason));
+    to.filter.see(situation_of(to.of.track, reason), host_.now_us());
+    hand_on(to);
+  }
+}
+
+void engine::hand_on(entry& to) {
+  while (const std::optional<situation> now = to.filter.take(host_.now_us())) {
+    to.at_work->see(*now);
   }
 }
 
@@ -73,6 +83,7 @@ void engine::change(const std::string& track, const known_state& to) {
 void engine::service_gone() {
   reachable_ = false;
   for (auto& [name, at] : entries_) {
+    at.filter.service_gone();
     at.at_work->service_gone();
   }
 }
@@ -80,7 +91,7 @@ void engine::service_gone() {
 std::uint64_t engine::next_due_us() const noexcept {
   std::uint64_t next = reaction::never;
   for (const auto& [name, at] : entries_) {
-    next = std::min(next, at.at_work->due_us());
+    next = std::min({next, at.at_work->due_us(), at.filter.due_us()});
   }
   return next;
 }
@@ -92,6 +103,9 @@ void engine::run_due() {
       at.at_work->set_due(reaction::never);
       at.at_work->due();
     }
+    if (at.filter.due_us() <= now) {
+      hand_on(at);
+    }
   }
 }
 
@@ -101,7 +115,8 @@ std::vector<policy_status> engine::status() const {
     all.push_back({.of = at.of,
                    .state = situation_of(at.of.track, "").state,
                    .known = reachable_,
-                   .at_work = at.at_work->status()});
+                   .at_work = at.at_work->status(),
+                   .filter = at.filter.status(host_.now_us())});
   }
   return all;
 }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tools/trackpolicy/reaction.h"
+#include "tools/trackpolicy/state_filter.h"
 
 namespace ot::trackpolicy {
 
@@ -24,6 +25,7 @@ struct policy_status {
   track_state state = track_state::unknown;
   bool known = false;  // whether the service is reachable
   report at_work;
+  filter_report filter;
 };
 
 class engine {
@@ -50,10 +52,12 @@ class engine {
   struct entry {
     policy of;
     std::unique_ptr<reaction> at_work;
+    state_filter filter;
   };
 
   [[nodiscard]] situation situation_of(const std::string& track, const char* reason) const;
   void tell(entry& to, const char* reason);
+  void hand_on(entry& to);
 
   host& host_;
   bool reachable_ = false;

@@ -11,7 +11,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
-#include <cstdio>
 #include <ctime>
 #include <memory>
 #include <system_error>
@@ -24,6 +23,7 @@
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/configuration.h"
 #include "tools/trackctl/track.h"
+#include "tools/trackpolicy/log.h"
 
 namespace ot::trackpolicy {
 namespace {
@@ -48,8 +48,9 @@ bool note_item(void* context, std::string_view track, const ledger_value& value)
 
 // A state that was published as "not up" may be that of a probe without a result. Throws
 // trackctl::failure.
-known_states read_states() {
+known_states read_states(foundations& ret_tracks) {
   known_states found;
+  const probe_interfaces probes = read_probe_interfaces();
   {
     const trackctl::ledger_connection connection(trackctl::states_root);
     const int code = ledger_item_walk(connection.get(), "", note_item, &found);
@@ -57,7 +58,8 @@ known_states read_states() {
       trackctl::check_code("reading the states", code);
     }
   }
-  trackctl::read_track_records([&found](const track_info__& record) {
+  trackctl::read_track_records([&](const track_info__& record) {
+    ret_tracks.note(record, probes);
     const auto track = found.find(record.TrackeName.view());
     if (track != found.end()) {
       track->second.since = static_cast<std::uint64_t>(record.SecondsLastChange);
@@ -128,7 +130,7 @@ void follower::run() {
     } catch (const trackctl::failure& error) {
       // It will be asked again; that it is not there at all is no news.
       if (error.status != trackctl::exit_no_service) {
-        std::fprintf(stderr, "trackpolicy: %s\n", error.what());
+        say(std::string("trackpolicy: ") + error.what());
       }
     }
     if (std::exchange(connected_, false)) {
@@ -137,6 +139,29 @@ void follower::run() {
     if (stopped_within(retry_ms)) {
       return;
     }
+  }
+}
+
+void follower::guard(std::set<std::string> tracks) {
+  const std::lock_guard held(lock_);
+  guarded_ = std::move(tracks);
+}
+
+void follower::take_changes(std::vector<news> changes) {
+  bool grave = false;
+  {
+    const std::lock_guard held(lock_);
+    grave = std::any_of(changes.begin(), changes.end(), [this](const news& each) {
+      return each.state.state != track_state::up && guarded_.contains(each.track);
+    });
+  }
+  if (grave) {
+    foundations& now = changes.front().tracks.emplace();
+    const probe_interfaces probes = read_probe_interfaces();
+    trackctl::read_track_records([&](const track_info__& record) { now.note(record, probes); });
+  }
+  for (news& each : changes) {
+    post(std::move(each));
   }
 }
 
@@ -153,7 +178,12 @@ void follower::follow() {
   steady_clock::time_point compare_at{};
   while (code == status_ok && ready[0].revents == 0) {
     if (left_until(compare_at) == 0) {
-      news all{.kind = news::what::states, .states = read_states(), .reason = reason};
+      foundations tracks;
+      known_states states = read_states(tracks);
+      news all{.kind = news::what::states,
+               .states = std::move(states),
+               .reason = reason,
+               .tracks = std::move(tracks)};
       code = evdl_receive(made, 0, [&all](const evdl_track_event& event) {
         all.states[event.track] = state_of(event);
       });
@@ -162,9 +192,12 @@ void follower::follow() {
       reason = "change";
       compare_at = steady_clock::now() + compare_after;
     } else {
-      code = evdl_receive(made, 0, [this](const evdl_track_event& event) {
-        post({.kind = news::what::change, .track = event.track, .state = state_of(event)});
+      std::vector<news> changes;
+      code = evdl_receive(made, 0, [&changes](const evdl_track_event& event) {
+        changes.push_back(
+            {.kind = news::what::change, .track = event.track, .state = state_of(event)});
       });
+      take_changes(std::move(changes));
     }
     if (code == status_ok) {
       (void)poll(ready.data(), ready.size(), left_until(compare_at));

@@ -6,11 +6,15 @@
 
 #include <deque>
 #include <mutex>
+#include <optional>
+#include <set>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "platform/linux/unique_fd.h"
 #include "tools/trackpolicy/engine.h"
+#include "tools/trackpolicy/foundations.h"
 
 namespace ot::trackpolicy {
 
@@ -20,6 +24,7 @@ struct news {
   const char* reason = "";  // of `states`
   std::string track{};      // of a change
   known_state state{};
+  std::optional<foundations> tracks{};  // what they stand on; none: as before
 };
 
 class follower {
@@ -34,16 +39,21 @@ class follower {
   [[nodiscard]] int fd() const noexcept { return wake_.get(); }
   std::deque<news> take();
 
+  // Tracks that do not go down without it being said, with that, what they stand on now.
+  void guard(std::set<std::string> tracks);
+
  private:
   void run();
   void follow();
   [[nodiscard]] bool stopped_within(int milliseconds) const;
+  void take_changes(std::vector<news> changes);
   void post(news what);
 
   unique_fd wake_;
   unique_fd stop_;
   std::mutex lock_;
   std::deque<news> queue_;
+  std::set<std::string> guarded_;
   bool met_ = false;        // the service, once at least
   bool connected_ = false;  // as the main thread knows
   std::thread thread_;

@@ -1,6 +1,7 @@
 // trackpolicy, the runner of event policies.
 //
-// A policy says what is done when a track changes its state: a command is run, a file is written.
+// A policy says what is done when a track changes its state: a command is run, lines are given to
+// FRR's shell, a file is written, a route is installed or withdrawn, an interface set down or up.
 // trackpolicy follows the tracks of the service and does it. It is a process of its own, with one
 // event loop, and a thread that only follows the service.
 //
@@ -9,6 +10,10 @@
 //   policy_keys.h      the keys of a policy; with tools/settings/
 //   kinds/             one file a kind, with its row: its keys, what it does, what it would do
 //   reaction.h         a policy at work, and what it may ask of the system
+//   kernel/            routes and interfaces: what should be, what is, and the difference
+//   foundations.h      which interfaces a track itself depends on
+//   log.h              what is said, and never waits for a reader
+//   state_filter.h     which states a policy acts upon: those that last, and no flaps
 //   engine.h           which states there are, and whom they concern; knows no processes and files
 //   follower.h         the thread: the tracks' states, then their events, then states again
 //   system.h           the engine's host on a router: processes, files, what is remembered
@@ -27,6 +32,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/trackpolicy/kernel/route.h"
+
 namespace ot::trackpolicy {
 
 enum class track_state : std::uint8_t { unknown, up, down };  // as events have it
@@ -39,7 +46,7 @@ inline const char* word_of(track_state state) noexcept {
   return state_words[index_of(state)];
 }
 
-enum class kind_id : std::uint8_t { command, file };
+enum class kind_id : std::uint8_t { command, file, route, link, frr };
 
 using words = std::vector<std::string>;
 
@@ -47,6 +54,12 @@ struct policy {
   std::string name;
   std::string track;
   kind_id kind = kind_id::command;
+
+  // Which states are acted upon (state_filter.h).
+  std::uint32_t hold_ms = 0;
+  std::uint32_t half_life_ms = 0;  // 0: no damping
+  std::uint32_t suppress = 2000;
+  std::uint32_t reuse = 750;
 
   // command
   words run;                    // on every state that has none of its own
@@ -62,6 +75,14 @@ struct policy {
   std::string path;
   std::array<std::string, 3> text{"0", "1", "0"};  // by state
   std::uint32_t grace_ms = 10000;
+
+  route kept_route;
+
+  std::string interface;  // of a link
+
+  // frr; the rest is as for commands
+  std::array<words, 3> lines;  // by state
+  words vtysh{"/usr/bin/vtysh"};
 
   bool operator==(const policy&) const = default;
 };

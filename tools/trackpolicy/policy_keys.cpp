@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "tools/trackpolicy/kinds/kinds.h"
+#include "tools/trackpolicy/state_filter.h"
 
 namespace ot::trackpolicy {
 namespace {
@@ -29,10 +30,25 @@ std::string name_value(const toml::node& node) {
   return name;
 }
 
+constexpr std::uint32_t time_max = 24 * 3600 * 1000;
+constexpr std::uint32_t half_life_min = 100;
+constexpr std::uint32_t penalty_max = 1'000'000;
+
 constexpr std::array general_keys{
     key_row{"name", settings::take_value<&policy::name, name_value>, settings::key_required},
     key_row{"track", settings::take_value<&policy::track, name_value>, settings::key_required},
     key_row{"kind", [](const toml::node&, policy&) {}},  // read before
+    key_row{"hold", settings::take_value<&policy::hold_ms, settings::duration_value, 0, time_max>,
+            settings::key_common},
+    key_row{"half_life",
+            settings::take_value<&policy::half_life_ms, settings::duration_value, half_life_min,
+                                 time_max>,
+            settings::key_common},
+    key_row{"suppress",
+            settings::take_value<&policy::suppress, settings::number_value, 1, penalty_max>,
+            settings::key_common},
+    key_row{"reuse", settings::take_value<&policy::reuse, settings::number_value, 1, penalty_max>,
+            settings::key_common},
 };
 
 const key_row* find_in(std::span<const key_row> keys, std::string_view name) noexcept {
@@ -88,6 +104,29 @@ void check_required(const toml::table& table, std::span<const key_row> keys,
   }
 }
 
+// Where the limits can never be reached, or left.
+void check_damping(const toml::table& table, const policy& of, problem_list& problems) {
+  const auto place_of = [&table](const char* key) {
+    const toml::node* const node = table.get(key);
+    return node == nullptr ? table.source() : node->source();
+  };
+  for (const char* const key : {"suppress", "reuse"}) {
+    if (of.half_life_ms == 0 && table.contains(key)) {
+      problems.add(place_of(key), std::string(key) +
+                                      ": counts with \"half_life\" only, which the "
+                                      "policy does not have");
+    }
+  }
+  if (of.reuse >= of.suppress) {
+    problems.add(place_of("reuse"),
+                 "reuse: must be less than \"suppress\", " + std::to_string(of.suppress));
+  } else if (of.suppress > std::uint64_t{of.reuse} * penalty_ceiling) {
+    problems.add(place_of("suppress"), "suppress: must be at most " +
+                                           std::to_string(penalty_ceiling) +
+                                           " times \"reuse\", as far as a penalty grows");
+  }
+}
+
 }  // namespace
 
 void read_common_keys(const toml::table& table, policy* ret, problem_list& problems) {
@@ -114,6 +153,9 @@ bool read_policy(const toml::table& table, policy* ret, problem_list& problems) 
     const key_row* const row = key_for(of, key, problems);
     const bool good = row != nullptr && settings::take_key(*row, node, *ret, problems);
     named = named || (good && row->name == "name");
+  }
+  if (problems.count() == before) {
+    check_damping(table, *ret, problems);
   }
   if (of != nullptr && of->check != nullptr && problems.count() == before) {
     of->check(table, *ret, problems);

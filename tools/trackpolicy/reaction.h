@@ -40,6 +40,7 @@ enum class start_result : std::uint8_t {
 };
 
 class reaction;
+class network;
 
 // What a reaction may ask of the system. Paths are absolute, and OT_ROOT stands before them.
 class host {
@@ -71,6 +72,9 @@ class host {
   virtual bool file_has(const std::string& path, const std::string& content) = 0;
   // Empty, or what is wrong.
   virtual std::string write_file(const std::string& path, const std::string& content) = 0;
+
+  // Routes and interfaces.
+  virtual network& net() = 0;
 };
 
 class reaction {

@@ -7,13 +7,14 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <nlohmann/json.hpp>
+#include <cmath>
 #include <utility>
 
 #include "platform/common/root_path.h"
 #include "platform/linux/monotonic.h"
 #include "platform/linux/process/directories.h"
 #include "platform/linux/unix_address.h"
+#include "tools/json.h"
 #include "tools/trackpolicy/failure.h"
 #include "tools/trackpolicy/kinds/kinds.h"
 
@@ -23,21 +24,38 @@ namespace {
 constexpr std::uint64_t patience_us = 5'000'000;
 constexpr std::uint64_t accuracy_us = 100'000;
 
+void add_filter(const filter_report& filter, nlohmann::ordered_json& row) {
+  const nlohmann::ordered_json none(nullptr);
+  row["penalty"] = none;
+  row["suppressed_ms"] = none;
+  row["held"] = none;
+  row["held_ms"] = none;
+  if (filter.damped) {
+    row["penalty"] = std::lround(filter.penalty);
+    row["suppressed_ms"] = filter.suppressed_us / 1000;
+  }
+  if (filter.held) {
+    row["held"] = word_of(*filter.held);
+    row["held_ms"] = filter.held_us / 1000;
+  }
+}
+
 }  // namespace
 
 std::string status_json(const std::vector<policy_status>& policies) {
   std::string text;
   for (const policy_status& each : policies) {
-    const nlohmann::ordered_json row{{"policy", each.of.name},
-                                     {"kind", kind_of(each.of.kind).word},
-                                     {"track", each.of.track},
-                                     {"state", word_of(each.state)},
-                                     {"service", each.known ? "reachable" : "gone"},
-                                     {"doing", each.at_work.doing},
-                                     {"problem", each.at_work.problem},
-                                     {"runs", each.at_work.runs},
-                                     {"failures", each.at_work.failures},
-                                     {"dropped", each.at_work.dropped}};
+    nlohmann::ordered_json row{{"policy", each.of.name},
+                               {"kind", kind_of(each.of.kind).word},
+                               {"track", each.of.track},
+                               {"state", word_of(each.state)},
+                               {"service", each.known ? "reachable" : "gone"},
+                               {"doing", each.at_work.doing},
+                               {"problem", each.at_work.problem},
+                               {"runs", each.at_work.runs},
+                               {"failures", each.at_work.failures},
+                               {"dropped", each.at_work.dropped}};
+    add_filter(each.filter, row);
     text += (text.empty() ? "\n  " : ",\n  ") +
             row.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
   }

@@ -19,7 +19,8 @@ namespace ot::trackpolicy {
 
 inline constexpr const char* status_socket_path = "/run/object_tracking/policy.sock";
 
-// A list of objects: policy, kind, track, state, doing, problem, runs, failures, dropped.
+// A list of objects: policy, kind, track, state, doing, problem, runs, failures, dropped; penalty
+// and suppressed_ms, null without damping; held and held_ms, null when no state waits.
 std::string status_json(const std::vector<policy_status>& policies);
 
 class status_socket {

@@ -14,22 +14,19 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <string_view>
 #include <system_error>
 
 #include "platform/linux/monotonic.h"
+#include "tools/trackpolicy/log.h"
 
 namespace ot::trackpolicy {
 namespace {
 
 constexpr std::uint64_t kill_after_us = 2'000'000;
 constexpr std::uint64_t accuracy_us = 10'000;
-constexpr std::size_t line_max = 2048;
-
-void print(const std::string& policy_name, const std::string& text) {
-  std::fprintf(stderr, "%s: %s\n", policy_name.c_str(), text.c_str());
-}
+constexpr std::size_t line_max = log_line_max - 40;  // with the policy's name before it
+constexpr std::uint64_t say_again_us = 100'000;
 
 children::identity identity_of(const passwd& user) {
   int count = 64;
@@ -101,6 +98,19 @@ std::uint64_t system_host::now_us() const {
 
 void system_host::log(const policy& of, const std::string& text) {
   print(of.name, text);
+}
+
+// What is not taken now is offered again after a while.
+void system_host::print(const std::string& policy_name, const std::string& text) {
+  say(policy_name + ": " + text);
+  offer_lines();
+}
+
+void system_host::offer_lines() {
+  if (!say_rest()) {
+    say_again_ = qmond::loop_source::timer(loop_, monotonic_us() + say_again_us, accuracy_us,
+                                           [this](std::uint32_t) { offer_lines(); });
+  }
 }
 
 start_result system_host::start(reaction& who, const policy& of, const words& argv,

@@ -13,6 +13,7 @@
 #include "platform/linux/unique_fd.h"
 #include "tools/children/spawn.h"
 #include "tools/qmond/loop.h"
+#include "tools/trackpolicy/kernel/netlink_network.h"
 #include "tools/trackpolicy/reaction.h"
 
 namespace ot::trackpolicy {
@@ -47,6 +48,10 @@ class system_host : public host {
   void end_leftover(pid_t leader, std::uint64_t ticks) override;
   bool file_has(const std::string& path, const std::string& content) override;
   std::string write_file(const std::string& path, const std::string& content) override;
+  network& net() override { return network_; }
+
+  // What tracks stand on, as the service says.
+  void take_foundations(foundations tracks) { network_.take_foundations(std::move(tracks)); }
 
  private:
   struct child {
@@ -68,11 +73,15 @@ class system_host : public host {
   void ended(pid_t command);
   void stop_waiting(const std::string& policy_name);
   void offer_room();
+  void print(const std::string& policy_name, const std::string& text);
+  void offer_lines();
 
   sd_event* loop_;
   std::map<std::string, children::identity> users_;
   std::map<pid_t, child> children_;
   std::deque<waiting> waiting_;
+  qmond::loop_source say_again_;
+  netlink_network network_;
 };
 
 }  // namespace ot::trackpolicy

@@ -1,6 +1,5 @@
 // What is remembered, and the files of policies. All of it is replaced as a whole.
 #include <csignal>
-#include <cstdio>
 #include <filesystem>
 #include <set>
 
@@ -20,7 +19,10 @@ std::string memory_path(const std::string& policy_name) {
 
 }  // namespace
 
-system_host::system_host(sd_event* loop) : loop_(loop) {
+system_host::system_host(sd_event* loop)
+    : loop_(loop),
+      network_(loop, root_path(memory_folder),
+               [this](const std::string& owner, const std::string& text) { print(owner, text); }) {
   sigset_t ended;
   sigemptyset(&ended);
   sigaddset(&ended, SIGCHLD);
@@ -41,8 +43,7 @@ std::string system_host::recall(const std::string& policy_name) {
 void system_host::remember(const std::string& policy_name, const std::string& text) {
   std::string error;
   if (replace_own_file(memory_path(policy_name), text, 0600, false, error) != 0) {
-    std::fprintf(stderr, "%s: what it was told cannot be remembered: %s\n", policy_name.c_str(),
-                 error.c_str());
+    print(policy_name, "what it was told cannot be remembered: " + error);
   }
 }
 

@@ -1,7 +1,7 @@
 // A row of fields is an array: both ends are of the same build.
 #include "tools/what_if/wire.h"
 
-#include <nlohmann/json.hpp>
+#include "tools/json.h"
 
 namespace ot::what_if {
 namespace {

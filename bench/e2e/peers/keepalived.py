@@ -20,27 +20,37 @@ vrrp_instance {name} {{
     track_interface {{
         {link}
     }}
+    {notify}
 }}
 """
 
 
 class Keepalived:
     """`followers`: (name, link) pairs, at most 255. No instance becomes a master while this lives:
-    they wait for somebody else's word for more than twelve minutes."""
+    they wait for somebody else's word for more than twelve minutes. `notify`: a line of shell that
+    each change runs, with what it prints going to the FIFO `told`."""
 
-    def __init__(self, net, followers):
+    def __init__(self, net, followers, notify=None):
         self._net = net
         self.directory = tempfile.mkdtemp(prefix="keepalived-")
         self.fifo = f"{self.directory}/states"
         os.mkfifo(self.fifo)
+        self.told = f"{self.directory}/told"
+        os.mkfifo(self.told)
+        run = f"{self.directory}/notify"
+        with open(run, "w", encoding="ascii") as stream:
+            stream.write(f"#!/bin/sh\n{notify} > {self.told}\n")
+        os.chmod(run, 0o755)
         net.link("k0")
         net.ip("address add 10.255.0.1/16 dev k0")
         with open(f"{self.directory}/conf", "w", encoding="ascii") as conf:
             conf.write("global_defs {\n    vrrp_version 2\n    script_user root\n"
                        f"    vrrp_notify_fifo {self.fifo}\n}}\n")
             for number, (name, link) in enumerate(followers, 1):
-                conf.write(INSTANCE.format(name=name, number=number, link=link))
+                conf.write(INSTANCE.format(name=name, number=number, link=link,
+                                           notify=f'notify "{run}"' if notify else ""))
         self._reader = os.open(self.fifo, os.O_RDWR | os.O_NONBLOCK)
+        self._kept = os.open(self.told, os.O_RDWR)  # so that no script waits for a reader
         self._process = subprocess.Popen(
             [*net.command(), "keepalived", "--dont-fork", "--vrrp", "--use-file",
              f"{self.directory}/conf", "--pid", f"{self.directory}/pid", "--vrrp_pid",
@@ -62,4 +72,5 @@ class Keepalived:
         self._process.terminate()
         self._process.wait()
         os.close(self._reader)
+        os.close(self._kept)
         shutil.rmtree(self.directory)

@@ -181,7 +181,9 @@ void configuration_keeper::begin() noexcept {
     busy_ = true;
     worker_ = std::thread{[this] {
       write();
-      malloc_trim(0);  // the copy took as much as the configuration, and so did the changes before
+      // The copy took as much as the configuration, and so did the changes before.
+      store_.unmap_pages();
+      malloc_trim(0);
       busy_ = false;
     }};
   } catch (const std::system_error&) {

@@ -3,6 +3,11 @@
 // another thread, is not seen before it is whole.
 #include "platform/ledger/server/lmdb_store.h"
 
+#include <sys/mman.h>
+
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
 #include <memory>
 
 #include "platform/ledger_status.h"
@@ -25,6 +30,22 @@ int copy_item(std::string_view path, const MDB_val& stored, ledger_stored& ret) 
 
 int end_of_walk(int code) noexcept {
   return code == MDB_SUCCESS || code == MDB_NOTFOUND ? status_ok : ledger_storage_failure;
+}
+
+// Of the mapping of a file that `inside` lies in.
+void unmap_pages_around(void* inside) noexcept {
+  const std::unique_ptr<FILE, decltype(&fclose)> maps{std::fopen("/proc/self/maps", "re"), fclose};
+  const auto address = reinterpret_cast<std::uintptr_t>(inside);
+  char line[512];
+  while (maps != nullptr && std::fgets(line, sizeof line, maps.get()) != nullptr) {
+    std::uintptr_t begin = 0;
+    std::uintptr_t end = 0;
+    if (std::sscanf(line, "%" SCNxPTR "-%" SCNxPTR, &begin, &end) == 2 && begin <= address &&
+        address < end) {
+      madvise(static_cast<char*>(inside) - (address - begin), end - begin, MADV_DONTNEED);
+      return;
+    }
+  }
 }
 
 }  // namespace
@@ -147,6 +168,25 @@ int lmdb_store::snapshot(std::vector<ledger_stored>& ret) const {
     }
   }
   return end_of_walk(code);
+}
+
+// LMDB does not tell where its map lies; the first item lies in it.
+void lmdb_store::unmap_pages() const noexcept {
+  MDB_txn* txn = nullptr;
+  if (mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn) != MDB_SUCCESS) {
+    return;
+  }
+  const std::unique_ptr<MDB_txn, decltype(&mdb_txn_abort)> ending{txn, mdb_txn_abort};
+  MDB_cursor* cursor = nullptr;
+  if (mdb_cursor_open(txn, items_, &cursor) != MDB_SUCCESS) {
+    return;
+  }
+  const std::unique_ptr<MDB_cursor, decltype(&mdb_cursor_close)> closing{cursor, mdb_cursor_close};
+  MDB_val path{};
+  MDB_val stored{};
+  if (mdb_cursor_get(cursor, &path, &stored, MDB_FIRST) == MDB_SUCCESS) {
+    unmap_pages_around(stored.mv_data);
+  }
 }
 
 std::uint64_t lmdb_store::last_write() const noexcept {

@@ -54,6 +54,9 @@ class lmdb_store : public ledger_store {
   // All items of a synced store, in order. Any thread, while the store is open. 0 or a status code;
   // may throw bad_alloc.
   int snapshot(std::vector<ledger_stored>& ret) const;
+  // Takes the pages that reads have mapped out of the process's memory: after a walk over the whole
+  // file they would all stay there. The kernel keeps the file's content. Any thread.
+  void unmap_pages() const noexcept;
 
   int get(std::string_view path, ledger_value& ret) override;
   int write(std::span<const ledger_write> writes) override;

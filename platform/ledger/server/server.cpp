@@ -53,7 +53,10 @@ class ledger_server : public ledger_environment {
 
   // 0 or a status code with a text for the operator.
   int open(evm* manager, std::string& ret_error);
-  void serve() noexcept { clients_.serve(); }
+  void serve() noexcept {
+    configuration_.unmap_pages();  // the start has read all of it
+    clients_.serve();
+  }
   // Ends what a handler left to be done in one go.
   void flush() noexcept;
 

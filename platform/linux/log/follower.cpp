@@ -12,6 +12,8 @@ namespace {
 constexpr std::uint64_t wake_interval_us = 100'000;
 constexpr unsigned wakes_an_interval = 200;
 
+constexpr std::size_t lines_at_a_time = 32;
+
 constexpr errmsg_record dropped_message{"OT", "SERVICES", "LOG_DROPPED", "%s",
                                         4,    2,          {0, 0, 0},     nullptr};
 
@@ -46,9 +48,10 @@ bool log_follower::report_dropped() noexcept {
   char text[96];
   const int length = std::snprintf(
       text, sizeof text, "%lu lines of the log were dropped: it was not read", reporting_);
-  const log_result result = sink_->write(
-      {&dropped_message, dropped_message.severity, {text, static_cast<std::size_t>(length)}},
-      begun_);
+  const log_line report{
+      &dropped_message, dropped_message.severity, {text, static_cast<std::size_t>(length)}};
+  std::size_t taken = 0;
+  const log_result result = sink_->write({&report, 1}, taken, begun_);
   if (result == log_result::later) {
     return false;
   }
@@ -63,16 +66,25 @@ bool log_follower::write(std::string_view queue) noexcept {
     if (!report_dropped()) {
       return false;
     }
-    const log_line line = line_at(queue, at_);
-    const log_result result = sink_->write(line, begun_);
+    log_line lines[lines_at_a_time];
+    std::size_t count = 0;
+    for (std::size_t at = at_; at < queue.size() && count < lines_at_a_time;) {
+      lines[count] = line_at(queue, at);
+      at = end_of(lines[count++], at);
+    }
+    std::size_t taken = 0;
+    const log_result result = sink_->write({lines, count}, taken, begun_);
+    for (std::size_t i = 0; i < taken; ++i) {
+      at_ = end_of(lines[i], at_);
+    }
     if (result == log_result::later) {
       return false;
     }
     if (result == log_result::lost) {
       miss();
+      begun_ = 0;
+      at_ = end_of(lines[taken], at_);
     }
-    begun_ = 0;
-    at_ = end_of(line, at_);
   }
   return true;
 }

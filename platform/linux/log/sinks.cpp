@@ -13,7 +13,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -115,7 +117,7 @@ bool log_datagrams::connect() noexcept {
 }
 
 // A reader that was started again has a new socket at the same path.
-log_result log_datagrams::write(const log_line& line, std::size_t& /*begun*/) noexcept {
+log_result log_datagrams::send_one(const log_line& line) noexcept {
   char datagram[longest_datagram];
   const std::size_t length = encode_(line, std::span<char>(datagram));
   for (int attempt = 0; attempt < 2; ++attempt) {
@@ -131,6 +133,16 @@ log_result log_datagrams::write(const log_line& line, std::size_t& /*begun*/) no
     socket_.reset();
   }
   return log_result::lost;
+}
+
+log_result log_datagrams::write(std::span<const log_line> lines, std::size_t& ret_taken,
+                                std::size_t& /*begun*/) noexcept {
+  for (ret_taken = 0; ret_taken < lines.size(); ++ret_taken) {
+    if (const log_result result = send_one(lines[ret_taken]); result != log_result::written) {
+      return result;
+    }
+  }
+  return log_result::written;
 }
 
 // --- Streams -------------------------------------------------------------------------------------
@@ -173,28 +185,57 @@ ssize_t log_stream::send_some(std::string_view bytes) noexcept {
   return ::write(descriptor_, bytes.data(), std::min(bytes.size(), smallest_room));
 }
 
-log_result log_stream::write(const log_line& line, std::size_t& begun) noexcept {
-  look();
-  char whole[log_line_limit + 2];
+// Lines one behind the other, as many as there is room for, and where each of them ends.
+struct log_stream::run {
+  explicit run(std::span<const log_line> lines, bool apart) noexcept {
+    if (apart) {
+      bytes[length++] = '\n';  // after a line of which the rest was dropped
+    }
+    while (count < lines.size() && count < ends.size() &&
+           length + log_line_limit + 1 <= bytes.size()) {
+      length += log_readable(lines[count], std::span(bytes).subspan(length, log_line_limit)).size();
+      bytes[length++] = '\n';
+      ends[count++] = length;
+    }
+  }
+
+  std::array<char, PIPE_BUF> bytes;
   std::size_t length = 0;
-  apart_ = begun == 0 ? torn_ : apart_;
-  if (apart_) {
-    whole[length++] = '\n';  // after a line of which the rest was dropped
-  }
-  length += log_readable(line, std::span(whole).subspan(length, log_line_limit)).size();
-  whole[length++] = '\n';
-  while (begun < length) {
-    const ssize_t sent = send_some({whole + begun, length - begun});
-    if (sent < 0 && errno == EINTR) {
-      continue;
+  std::array<std::size_t, 64> ends;
+  std::size_t count = 0;
+};
+
+log_result log_stream::send_run(const run& lines, std::size_t& ret_taken,
+                                std::size_t& begun) noexcept {
+  std::size_t out = begun;
+  log_result result = log_result::written;
+  while (out < lines.length && result == log_result::written) {
+    const ssize_t sent = send_some({lines.bytes.data() + out, lines.length - out});
+    if (sent > 0) {
+      out += static_cast<std::size_t>(sent);
+    } else if (sent == 0 || errno != EINTR) {
+      result = sent == 0 || errno == EAGAIN ? log_result::later : log_result::lost;
     }
-    if (sent <= 0) {
-      return sent == 0 || errno == EAGAIN ? log_result::later : log_result::lost;
-    }
-    begun += static_cast<std::size_t>(sent);
-    torn_ = begun < length;
   }
-  return log_result::written;
+  const auto* const end = lines.ends.data() + lines.count;
+  const auto* const next = std::upper_bound(lines.ends.data(), end, out);
+  const auto whole = static_cast<std::size_t>(next - lines.ends.data());
+  begun = whole == 0 ? out : out - lines.ends[whole - 1];
+  torn_ = begun > 0 || (whole == 0 && torn_);
+  apart_ = apart_ && whole == 0;
+  ret_taken += whole;
+  return result;
+}
+
+log_result log_stream::write(std::span<const log_line> lines, std::size_t& ret_taken,
+                             std::size_t& begun) noexcept {
+  look();
+  log_result result = log_result::written;
+  for (ret_taken = 0; ret_taken < lines.size() && result == log_result::written;) {
+    apart_ = begun == 0 ? torn_ : apart_;
+    result = send_run(run{lines.subspan(ret_taken), apart_}, ret_taken, begun);
+  }
+  return result;
 }
 
 }  // namespace ot

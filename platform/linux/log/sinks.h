@@ -20,9 +20,9 @@ inline constexpr std::size_t log_line_limit = 1200;  // the longest text and the
 inline constexpr std::size_t log_fields_limit = 192;
 
 struct log_line {
-  const errmsg_record* record;  // null for a trace
-  std::uint32_t severity;
-  std::string_view text;
+  const errmsg_record* record = nullptr;  // null for a trace
+  std::uint32_t severity = 0;
+  std::string_view text = {};
   std::string_view fields = {};  // as the journal takes them: "NAME=value\n" each
 };
 
@@ -36,9 +36,12 @@ class log_sink {
  public:
   virtual ~log_sink() = default;
 
-  // Takes the line from byte `begun` of it on, which is 0 at its first offer; `begun` is the
-  // sink's.
-  virtual log_result write(const log_line& line, std::size_t& begun) noexcept = 0;
+  // Takes the lines in their order, at least one; `ret_taken` is how many went out whole. The
+  // result is that of the line after these; `written`: all went out. `begun` is the sink's: how
+  // much it has of the first line, and then of the one after those taken. It is 0 at a line's first
+  // offer.
+  virtual log_result write(std::span<const log_line> lines, std::size_t& ret_taken,
+                           std::size_t& begun) noexcept = 0;
 
   // The descriptor that becomes writable when a full sink takes more; -1 for none.
   [[nodiscard]] virtual int awaited() const noexcept = 0;
@@ -52,11 +55,13 @@ class log_datagrams : public log_sink {
 
   log_datagrams(const char* path, encode_fn encode) noexcept : path_(path), encode_(encode) {}
 
-  log_result write(const log_line& line, std::size_t& begun) noexcept override;
+  log_result write(std::span<const log_line> lines, std::size_t& ret_taken,
+                   std::size_t& begun) noexcept override;
   [[nodiscard]] int awaited() const noexcept override { return socket_.get(); }
 
  private:
   bool connect() noexcept;
+  log_result send_one(const log_line& line) noexcept;
 
   const char* path_;
   encode_fn encode_;
@@ -67,16 +72,21 @@ std::size_t log_for_journal(const log_line& line, std::span<char> ret) noexcept;
 std::size_t log_for_syslog(const log_line& line, std::span<char> ret) noexcept;
 
 // A stream, whatever it is: a terminal, a pipe, a socket, a file. What the descriptor stands for
-// may be exchanged at any time.
+// may be exchanged at any time. Lines go out many at a time, as many as a pipe takes unmixed with
+// others': a system call for each would cost more than all else that a change of a track takes.
 class log_stream : public log_sink {
  public:
   explicit log_stream(int descriptor) noexcept : descriptor_(descriptor) {}
 
-  log_result write(const log_line& line, std::size_t& begun) noexcept override;
+  log_result write(std::span<const log_line> lines, std::size_t& ret_taken,
+                   std::size_t& begun) noexcept override;
   [[nodiscard]] int awaited() const noexcept override;
 
  private:
+  struct run;
+
   void look() noexcept;
+  log_result send_run(const run& lines, std::size_t& ret_taken, std::size_t& begun) noexcept;
   ssize_t send_some(std::string_view bytes) noexcept;
 
   int descriptor_;

@@ -34,6 +34,8 @@ class netlink_socket {
   int open_requests(int family = NETLINK_ROUTE) noexcept;
 
   [[nodiscard]] int fd() const noexcept { return mnl_socket_get_fd(socket_.get()); }
+  // What the kernel calls it by, also in the events of what it asks for.
+  [[nodiscard]] std::uint32_t port() const noexcept { return mnl_socket_get_portid(socket_.get()); }
 
   // Reads the events that wait, as many as one call brings, and hands over each message. 0 when
   // more may wait, EAGAIN when nothing does any more, ENOBUFS when events were lost, or another

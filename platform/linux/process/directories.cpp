@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 
 #include "platform/common/root_path.h"
 
@@ -94,8 +95,19 @@ int write_whole(int file, std::string_view content) noexcept {
 
 }  // namespace
 
+// The package's group stands in /etc/group; what looks into other places (LDAP, systemd) costs a
+// process half a megabyte of libraries for as long as it lives.
 gid_t service_group() noexcept {
-  const group* entry = getgrnam("object_tracking");
+  constexpr const char* name = "object_tracking";
+  const std::unique_ptr<FILE, decltype(&fclose)> groups{std::fopen("/etc/group", "re"), fclose};
+  if (groups != nullptr) {
+    while (const group* entry = fgetgrent(groups.get())) {
+      if (std::strcmp(entry->gr_name, name) == 0) {
+        return entry->gr_gid;
+      }
+    }
+  }
+  const group* entry = getgrnam(name);
   return entry == nullptr ? static_cast<gid_t>(-1) : entry->gr_gid;
 }
 
@@ -185,6 +197,11 @@ int read_own_file(const std::string& path, std::size_t limit, std::string& ret,
 
 int replace_own_file(const std::string& path, std::string_view content, mode_t mode, bool durable,
                      std::string& ret_error) {
+  struct stat present {};
+  if (lstat(path.c_str(), &present) == 0 && !S_ISREG(present.st_mode) &&
+      !S_ISLNK(present.st_mode)) {
+    return refuse(path, "it is no regular file, and is not replaced by one", ret_error);
+  }
   const std::string fresh = path + ".new";
   unlink(fresh.c_str());  // of a process that was killed
   unique_fd file = open_own_file(fresh, O_WRONLY | O_CREAT | O_EXCL, mode, ret_error);

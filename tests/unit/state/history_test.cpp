@@ -59,6 +59,15 @@ TEST_F(noted_changes, tells_configuration_and_object_apart) {
   EXPECT_THAT(changes(), ElementsAre("t unknown>up configuration", "t up>down object"));
 }
 
+TEST_F(noted_changes, begins_with_the_first_known_state_of_a_track) {
+  ASSERT_EQ(commit(interface_track("t", "eth7")), 0);
+  field::run_pending();
+  EXPECT_THAT(changes(), IsEmpty());
+  field::interface_added("eth7");
+  field::run_pending();
+  EXPECT_THAT(changes(), ElementsAre("t unknown>up object"));
+}
+
 TEST_F(noted_changes, names_the_configuration_that_takes_a_track_away) {
   make_track("t");
   ASSERT_EQ(delete_track("t"), 0);

@@ -4,7 +4,8 @@
 //   objects.h   asks the kernel, the probe service's table and the BFD engine's report about what a
 //               track follows
 //   rules.h     what a list makes of its members
-//   remedy.h    the fewest changes that would bring a list up
+//   remedy.h    the fewest changes that would bring a list up: needs.h says what may do, trial.h
+//               tries it out, and all that is smaller
 //   tree.h      all of it as one JSON tree, which text.h puts into words: both say the same
 //
 // Only gathering asks anybody; the rest is pure.

@@ -3,10 +3,10 @@
 #include <linux/if.h>
 
 #include <iterator>
-#include <nlohmann/json.hpp>
 
 #include "platform/interface_manager.h"
 #include "platform/ipv4.h"
+#include "tools/json.h"
 #include "tools/trackctl/names.h"
 
 namespace ot::trackctl::explain {

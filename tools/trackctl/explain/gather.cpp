@@ -42,6 +42,27 @@ void take_record(const track_info__& record, track_facts& ret) {
   }
 }
 
+// The names of tracks by what a record has of them: its first characters. Those of several tracks
+// are left out.
+using record_names = std::map<std::string, std::string, std::less<>>;
+
+record_names names_in_records(const site& tracks) {
+  constexpr std::size_t longest = decltype(track_info__::TrackeName)::capacity - 1;
+  record_names names;
+  for (const auto& [name, facts] : tracks) {
+    const auto [known, fresh] = names.emplace(name.substr(0, longest), name);
+    known->second = fresh ? name : "";
+  }
+  return names;
+}
+
+// The track that a record is of, or null.
+track_facts* track_of(const track_info__& record, const record_names& names, site& tracks) {
+  const auto name = names.find(record.TrackeName.view());
+  const auto found = name == names.end() ? tracks.end() : tracks.find(name->second);
+  return found == tracks.end() ? nullptr : &found->second;
+}
+
 // All tracks, as far as the service reports them; without findings.
 site read_all(const configured_tracks& configured) {
   site all;
@@ -51,10 +72,10 @@ site read_all(const configured_tracks& configured) {
     facts.source = track.source;
     facts.delay = track.delay;
   }
-  read_track_records([&all](const track_info__& record) {
-    const auto found = all.find(record.TrackeName.view());
-    if (found != all.end()) {
-      take_record(record, found->second);
+  const record_names names = names_in_records(all);
+  read_track_records([&](const track_info__& record) {
+    if (track_facts* const track = track_of(record, names, all)) {
+      take_record(record, *track);
     }
   });
   for (const auto& [name, items] : configured) {
@@ -63,7 +84,7 @@ site read_all(const configured_tracks& configured) {
       found->second.delay_up = delays_of(items).up;
       found->second.delay_down = delays_of(items).down;
       if (!is_list_type(found->second.type)) {
-        found->second.object = write_object(items, false).value_or("");
+        found->second.object = describe_object(items);
       }
     }
   }
@@ -99,10 +120,10 @@ site gather(const std::string& name) {
   }
   site found = reachable(all, name);
   object_reader objects;
+  const record_names names = names_in_records(all);
   read_track_records([&](const track_info__& record) {
-    const auto track = found.find(record.TrackeName.view());
-    if (track != found.end()) {
-      track->second.findings = objects.look_at(record);
+    if (track_facts* const track = track_of(record, names, found)) {
+      track->findings = objects.look_at(record);
     }
   });
   return found;

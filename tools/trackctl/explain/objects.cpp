@@ -1,7 +1,6 @@
 // One row a kind of object.
 #include "tools/trackctl/explain/objects.h"
 
-#include <nlohmann/json.hpp>
 #include <optional>
 
 #include "platform/common/root_path.h"
@@ -14,6 +13,7 @@
 #include "platform/linux/routes/lookup.h"
 #include "platform/probe_service.h"
 #include "sources/probe/statistics.h"
+#include "tools/json.h"
 #include "tools/trackctl/engine.h"
 #include "tools/trackctl/explain/findings.h"
 #include "tools/trackctl/explain/namespace.h"

@@ -1,235 +1,113 @@
-// From the leaves upwards: what each track needs to come to either state. A threshold list tries
-// few members before many; beyond three, and where there are very many, the largest weights first.
+// What seems likely is tried out, and then everything that is smaller, as far as that is quick.
 #include "tools/trackctl/explain/remedy.h"
 
-#include <algorithm>
-#include <functional>
-#include <utility>
 #include <vector>
 
-#include "tools/trackctl/explain/rules.h"
+#include "tools/trackctl/explain/needs.h"
+#include "tools/trackctl/explain/trial.h"
 
 namespace ot::trackctl::explain {
 namespace {
 
-constexpr std::size_t changes_most = 100;
-constexpr std::size_t flips_most = 3;
-constexpr std::size_t tries_most = 100'000;
+constexpr std::size_t most_to_compute = 5'000'000;
 
-using needed = std::optional<changes>;
+using turns = std::vector<trial::turn>;
 
-// False when the two want different states of a track.
-bool add(changes& all, const changes& more) {
-  for (const auto& [track, up] : more) {
-    if (all.emplace(track, up).first->second != up) {
-      return false;
+changes changes_of(const trial& tried, const turns& from) {
+  changes found;
+  for (const trial::turn& each : from) {
+    found.emplace(tried.objects()[each.object], each.up);
+  }
+  return found;
+}
+
+// As they turn objects; none when two want different states of one, or when they do not do.
+std::optional<changes> tried_out(trial& tried, const std::optional<changes>& likely) {
+  if (!likely) {
+    return {};
+  }
+  turns all;
+  changes named;
+  for (const auto& [track, up] : *likely) {
+    const std::size_t object = tried.object_of(track);
+    bool fresh = true;
+    for (const trial::turn& each : all) {
+      if (each.object == object && each.up != up) {
+        return {};
+      }
+      fresh = fresh && each.object != object;
+    }
+    if (fresh) {
+      all.push_back({object, up});
+      named.emplace(track, up);
     }
   }
-  return all.size() <= changes_most;
+  return tried.is_up_with(all) ? std::optional(named) : std::nullopt;
 }
 
 class search {
  public:
-  explicit search(const site& tracks) : tracks_(tracks) {}
+  explicit search(trial& tried) : tried_(tried) {
+    for (std::size_t object = 0; object < tried.objects().size(); ++object) {
+      for (const bool up : {true, false}) {
+        if (tried.can_turn(object, up)) {
+          possible_.push_back({object, up});
+        }
+      }
+    }
+  }
 
-  needed need(const std::string& name, bool up);
-  // Whether the list is up once it was computed with these changes. What is in a cycle never is.
-  bool brings_up(const std::string& list, const changes& made) {
-    return comes_up(list, made) && !in_cycle_;
+  // The fewest turns, fewer than `below`; none when there are none, or when it takes too long.
+  std::optional<changes> fewest(std::size_t below) {
+    for (std::size_t count = 0; count < below && count <= tried_.objects().size(); ++count) {
+      if (choose(0, count)) {
+        return changes_of(tried_, chosen_);
+      }
+      if (computed_ > most_to_compute) {
+        break;
+      }
+    }
+    return {};
   }
 
  private:
-  // A member that could be brought to the other state.
-  struct flip {
-    const member* of = nullptr;
-    bool up_now = false;
-    changes needs;
-  };
-
-  bool comes_up(const std::string& name, const changes& made);
-  needed need_of_list(const track_facts& list, bool up);
-  needed all_members(const track_facts& list, bool up);
-  needed best_member(const track_facts& list, bool up);
-  needed enough_members(const track_facts& list, bool up);
-  std::vector<flip> flips_of(const track_facts& list);
-  needed try_few(const track_facts& list, bool up, const std::vector<flip>& flips);
-  needed try_largest(const track_facts& list, bool up, std::vector<flip> flips);
-  bool would_be(const track_facts& list, bool up, const std::vector<const flip*>& chosen) const;
-  static needed together(const std::vector<const flip*>& chosen);
-
-  const site& tracks_;
-  std::map<std::pair<std::string, bool>, needed> known_;  // none also while it is worked out
-  std::map<std::string, std::optional<bool>> computed_;   // none while it is worked out
-  bool in_cycle_ = false;
-};
-
-needed search::need(const std::string& name, bool up) {
-  const track_facts* track = find(tracks_, name);
-  if (track == nullptr) {
-    return up ? needed{} : changes{};
-  }
-  if ((track->source == track_state::up) == up) {
-    return changes{};
-  }
-  if (!is_list_type(track->type)) {
-    return track->type == track_type::none ? needed{} : changes{{name, up}};
-  }
-  const auto [known, fresh] = known_.try_emplace({name, up});
-  if (fresh) {
-    needed found = need_of_list(*track, up);
-    known_[{name, up}] = std::move(found);
-  }
-  return known_[{name, up}];
-}
-
-needed search::need_of_list(const track_facts& list, bool up) {
-  if (list.members.empty()) {
-    return up ? needed{} : changes{};
-  }
-  if (!is_boolean(list.type)) {
-    return enough_members(list, up);
-  }
-  return (list.type == track_type::boolean_and) == up ? all_members(list, up)
-                                                      : best_member(list, up);
-}
-
-needed search::all_members(const track_facts& list, bool up) {
-  changes all;
-  for (const member& each : list.members) {
-    const needed one = need(each.name, up != (each.value != 0));
-    if (!one || !add(all, *one)) {
-      return {};
-    }
-  }
-  return all;
-}
-
-needed search::best_member(const track_facts& list, bool up) {
-  needed best;
-  for (const member& each : list.members) {
-    needed one = need(each.name, up != (each.value != 0));
-    if (one && (!best || one->size() < best->size())) {
-      best = std::move(one);
-    }
-  }
-  return best;
-}
-
-std::vector<search::flip> search::flips_of(const track_facts& list) {
-  std::vector<flip> flips;
-  for (const member& each : list.members) {
-    const bool up_now = counts_as_up(tracks_, list.type, each);
-    if (needed needs = find(tracks_, each.name) == nullptr ? needed{} : need(each.name, !up_now)) {
-      flips.push_back({&each, up_now, std::move(*needs)});
-    }
-  }
-  std::stable_sort(flips.begin(), flips.end(), [](const flip& one, const flip& other) {
-    return one.needs.size() < other.needs.size();
-  });
-  return flips;
-}
-
-bool search::would_be(const track_facts& list, bool up,
-                      const std::vector<const flip*>& chosen) const {
-  const tally counted = count_members(list, [&](const member& each) {
-    const bool flipped = std::any_of(chosen.begin(), chosen.end(),
-                                     [&](const flip* one) { return one->of == &each; });
-    return counts_as_up(tracks_, list.type, each) != flipped;
-  });
-  return is_up(list, counted) == up;
-}
-
-needed search::together(const std::vector<const flip*>& chosen) {
-  changes all;
-  for (const flip* one : chosen) {
-    if (!add(all, one->needs)) {
-      return {};
-    }
-  }
-  return all;
-}
-
-needed search::try_few(const track_facts& list, bool up, const std::vector<flip>& flips) {
-  std::size_t tries = 0;
-  needed best;
-  std::vector<const flip*> chosen;
-  const std::function<void(std::size_t, std::size_t)> choose = [&](std::size_t from,
-                                                                   std::size_t count) {
+  // Whether `count` more, from that one on, do.
+  bool choose(std::size_t from, std::size_t count) {
     if (count == 0) {
-      if (++tries <= tries_most / list.members.size() && would_be(list, up, chosen)) {
-        needed all = together(chosen);
-        if (all && (!best || all->size() < best->size())) {
-          best = std::move(all);
-        }
+      computed_ += tried_.cost();
+      return tried_.is_up_with(chosen_);
+    }
+    for (std::size_t at = from; at + count <= possible_.size() && computed_ <= most_to_compute;
+         ++at) {
+      if (!chosen_.empty() && chosen_.back().object == possible_[at].object) {
+        continue;
       }
-      return;
+      chosen_.push_back(possible_[at]);
+      if (choose(at + 1, count - 1)) {
+        return true;
+      }
+      chosen_.pop_back();
     }
-    for (std::size_t at = from; at + count <= flips.size() && tries < tries_most; ++at) {
-      chosen.push_back(&flips[at]);
-      choose(at + 1, count - 1);
-      chosen.pop_back();
-    }
-  };
-  // A member that is a list may need more changes than two others, but none needs less than one.
-  for (std::size_t count = 1; count <= flips_most && (!best || best->size() > count); ++count) {
-    choose(0, count);
-  }
-  return best;
-}
-
-needed search::try_largest(const track_facts& list, bool up, std::vector<flip> flips) {
-  const tally now = count_members(
-      list, [&](const member& each) { return counts_as_up(tracks_, list.type, each); });
-  const bool more = up ? now.value < list.limit_down : now.value <= list.limit_up;
-  std::erase_if(flips, [&](const flip& one) { return one.up_now == more; });
-  std::stable_sort(flips.begin(), flips.end(), [](const flip& one, const flip& other) {
-    return one.of->value > other.of->value;
-  });
-  std::vector<const flip*> chosen;
-  for (const flip& one : flips) {
-    chosen.push_back(&one);
-    if (would_be(list, up, chosen)) {
-      return together(chosen);
-    }
-  }
-  return {};
-}
-
-needed search::enough_members(const track_facts& list, bool up) {
-  const std::vector<flip> flips = flips_of(list);
-  if (would_be(list, up, {})) {
-    return changes{};
-  }
-  needed found = try_few(list, up, flips);
-  return found ? found : try_largest(list, up, flips);
-}
-
-bool search::comes_up(const std::string& name, const changes& made) {
-  const track_facts* track = find(tracks_, name);
-  if (track == nullptr) {
     return false;
   }
-  if (!is_list_type(track->type)) {
-    const auto changed = made.find(name);
-    return changed == made.end() ? track->source == track_state::up : changed->second;
-  }
-  const auto [known, fresh] = computed_.try_emplace(name);
-  if (!fresh) {
-    in_cycle_ |= !known->second.has_value();
-    return known->second.value_or(false);
-  }
-  const tally counted = count_members(*track, [&](const member& each) {
-    return comes_up(each.name, made) != (is_boolean(track->type) && each.value != 0);
-  });
-  return (computed_[name] = is_up(*track, counted)).value();
-}
+
+  trial& tried_;
+  turns possible_;  // those of one object stand together
+  turns chosen_;
+  std::size_t computed_ = 0;
+};
 
 }  // namespace
 
 std::optional<changes> find_remedy(const site& tracks, const std::string& list) {
-  search found(tracks);
-  needed all = found.need(list, true);
-  return all && found.brings_up(list, *all) ? all : std::nullopt;
+  trial tried(tracks, list);
+  if (tried.cyclic()) {
+    return {};
+  }
+  const std::optional<changes> likely = tried_out(tried, likely_remedy(tracks, list));
+  const std::optional<changes> smaller =
+      search(tried).fewest(likely ? likely->size() : tried.objects().size() + 1);
+  return smaller ? smaller : likely;
 }
 
 }  // namespace ot::trackctl::explain

@@ -1,5 +1,5 @@
-// What would bring a list up: the fewest tracks, none of them a list, whose objects would have to
-// come to another state.
+// What would bring a list up: the fewest objects, of tracks that are no lists, that would have to
+// come to another state. Each is named by one of its tracks; the others go along.
 #pragma once
 
 #include <functional>
@@ -15,8 +15,8 @@ namespace ot::trackctl::explain {
 using changes = std::map<std::string, bool, std::less<>>;
 
 // None when no such changes are found: members are missing, lists contain each other, or what one
-// needs is in another one's way. Each list is looked at once for either state, and what is found
-// has been tried out against all rules.
+// needs is in another one's way. What is found has been tried out against all rules. Where very
+// many objects would have to be tried, it may not be the smallest.
 std::optional<changes> find_remedy(const site& tracks, const std::string& list);
 
 }  // namespace ot::trackctl::explain

@@ -4,8 +4,9 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <nlohmann/json.hpp>
 #include <utility>
+
+#include "tools/json.h"
 
 namespace ot::trackctl::explain {
 namespace {
@@ -173,8 +174,9 @@ void writer::write_track(const json& node, const std::string& label, int depth) 
   write_delay(node, inner);
   write_object(node["object"], inner);
   write_list(node, inner);
-  if (word(node["type"]) == "none") {
-    line(inner, "it follows nothing yet; give it an object: trackctl set " + word(node["name"]));
+  if (word(node["type"]) == "none" && node["object"].is_null()) {
+    line(inner, "it follows nothing yet; `trackctl set " + word(node["name"]) +
+                    " KIND ...` gives it an object");
   }
 }
 

@@ -2,9 +2,9 @@
 // whatever contains what.
 #include "tools/trackctl/explain/tree.h"
 
-#include <nlohmann/json.hpp>
 #include <set>
 
+#include "tools/json.h"
 #include "tools/trackctl/explain/remedy.h"
 #include "tools/trackctl/explain/rules.h"
 #include "tools/trackctl/kinds/kinds.h"
@@ -121,8 +121,11 @@ json tree_maker::make(const std::string& name, const track_facts& track) {
 }
 
 json remedy_of(const site& tracks, const std::string& name, const track_facts& track) {
-  if (!is_list_type(track.type) || track.source == track_state::up) {
+  if (!is_list_type(track.type) || track.state == track_state::up) {
     return nullptr;
+  }
+  if (track.source == track_state::up) {
+    return json::array();  // it comes
   }
   const auto found = find_remedy(tracks, name);
   if (!found) {

@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <iterator>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 
@@ -13,8 +12,10 @@
 #include "platform/bfd_status.h"
 #include "platform/ledger_status.h"
 #include "sources/bfd/session_record.h"
+#include "tools/json.h"
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/configuration.h"
+#include "tools/trackctl/kinds/bfd_metrics.h"
 #include "tools/trackctl/kinds/kinds.h"
 #include "tools/trackctl/names.h"
 #include "tools/trackctl/track.h"
@@ -60,10 +61,10 @@ std::string item_path(const bfd_options& options) {
          "/destaddress";
 }
 
-items_reader define(CLI::App& app) {
+items_reader define(command_line& app) {
   auto options = std::make_shared<bfd_options>();
-  app.add_option("ADDRESS", options->address, "the peer, such as 192.0.2.1")->required();
-  app.add_option("--interface", options->interface, "the interface it is reached over")->required();
+  app.add_option("ADDRESS", options->address, "the peer, such as 192.0.2.1").required();
+  app.add_option("--interface", options->interface, "the interface it is reached over").required();
   app.add_option("--rate", options->rate,
                  "milliseconds between two packets (10 to 60000; left out: 300)");
   app.add_option("--debounce", options->debounce,
@@ -113,12 +114,12 @@ std::string exclusive(const track_items& items) {
 }
 
 // Of two tracks on one session only the newest follows it, which nobody expects.
-void check_others(const std::string& track, const CLI::App& app) {
+void check_others(const std::string& track, const command_line& app) {
   if (app.count("--shared") != 0) {
     return;
   }
-  const std::string interface = app["--interface"]->as<std::string>();
-  const std::uint32_t peer = parse_peer(app["ADDRESS"]->as<std::string>());
+  const std::string interface = app.values("--interface").front();
+  const std::uint32_t peer = parse_peer(app.values("ADDRESS").front());
   read_track_records([&](const track_info__& record) {
     const bfdprb_track_info__& bfd = record.TrackTypeInfo.BFDTracks;
     if (record.Type == track_type::bfd && record.TrackeName.view() != track &&
@@ -142,11 +143,6 @@ nlohmann::ordered_json object(const track_type_info& info) {
           {"debounce", bfd.DebounceCount}};
 }
 
-const char* state_word(std::uint32_t state) noexcept {
-  constexpr const char* words[] = {"admin-down", "down", "init", "up"};
-  return state < std::size(words) ? words[state] : "unknown";
-}
-
 std::string_view diagnostic_text(std::uint32_t diagnostic) noexcept {
   return diagnostic < std::size(bfd_diagnostic_texts) ? bfd_diagnostic_texts[diagnostic]
                                                       : "unknown";
@@ -158,9 +154,9 @@ nlohmann::ordered_json milliseconds(std::uint32_t usec) {
 
 nlohmann::ordered_json session_json(const bfd_session_info__& session) {
   const std::string problem{session.Problem.view()};
-  return {{"state", state_word(session.State)},
+  return {{"state", bfd_state_word(session.State)},
           {"diagnostic", diagnostic_text(session.Diagnostic)},
-          {"remote_state", state_word(session.RemoteState)},
+          {"remote_state", bfd_state_word(session.RemoteState)},
           {"remote_diagnostic", diagnostic_text(session.RemoteDiagnostic)},
           {"transmit_ms", milliseconds(session.TransmitInterval)},
           {"receive_ms", milliseconds(session.ReceiveInterval)},
@@ -212,6 +208,7 @@ constinit const track_kind bfd_kind{
     .check = check_others,
     .object = object,
     .live = live,
+    .measure_all = measure_bfd_sessions,
     .service = {"bfd", "BFD engine", "sessions that are not run",
                 "malformed, from afar, or of no session"}};
 

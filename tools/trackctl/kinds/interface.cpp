@@ -1,18 +1,18 @@
 // "set NAME interface IFNAME": the track follows the line protocol of one interface, which need not
 // exist yet.
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
 
+#include "tools/json.h"
 #include "tools/trackctl/kinds/kinds.h"
 #include "tools/trackctl/names.h"
 
 namespace ot::trackctl {
 namespace {
 
-items_reader define(CLI::App& app) {
+items_reader define(command_line& app) {
   auto name = std::make_shared<std::string>();
-  app.add_option("IFNAME", *name, "the interface, by the name `ip link` lists")->required();
+  app.add_option("IFNAME", *name, "the interface, by the name `ip link` lists").required();
   return [name]() -> std::vector<config_item> {
     check_interface_name(*name);
     return {{"type/interface/0x1/a", u32_value(1)},

@@ -2,7 +2,6 @@
 // help, the JSON of tracks, the state of probes, the table of engines) walks the rows.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <functional>
 #include <nlohmann/json_fwd.hpp>
 #include <span>
@@ -13,9 +12,12 @@
 
 #include "core/track_type.h"
 #include "oper/records/track_records.h"
+#include "tools/trackctl/command_line.h"
 #include "tools/trackctl/configuration.h"
 
 namespace ot::trackctl {
+
+class metrics_text;
 
 // Gives the items of the type part, from the values that were parsed. Throws what check functions
 // throw.
@@ -44,7 +46,7 @@ struct track_kind {
   bool recreate_on_change = false;
   bool only_from_nothing = false;
   // Adds the kind's own arguments to `app`; the reader is called after parsing.
-  items_reader (*define)(CLI::App& app);
+  items_reader (*define)(command_line& app);
   // The words that `define` reads, of a track of this kind with these items. Nothing good for items
   // that no words make. `order`: null for that of the names.
   std::string (*write)(const track_items& items, std::string_view folder,
@@ -56,15 +58,20 @@ struct track_kind {
   bool sharable = false;  // by --shared
   // Looks at the other tracks before `track` is set; throws when they are in the way. `app` has
   // been parsed. Null: they cannot be.
-  void (*check)(const std::string& track, const CLI::App& app) = nullptr;
+  void (*check)(const std::string& track, const command_line& app) = nullptr;
   // What is taken but does not mean what it says, a text each. Null: there is no such thing.
-  std::vector<std::string> (*notes)(const CLI::App& app) = nullptr;
+  std::vector<std::string> (*notes)(const command_line& app) = nullptr;
   // JSON of what is followed; null for lists.
   nlohmann::ordered_json (*object)(const track_type_info& info) = nullptr;
   // Further members of that JSON, which the service has besides the record. Null: none.
   nlohmann::ordered_json (*live)(const std::string& track) = nullptr;
   // Whether a track that is not up has no result to go by yet; null where that cannot be.
   bool (*awaits_result)(const track_type_info& info) = nullptr;
+  // Adds what can be measured of what a track follows; of all tracks of the kind, where the service
+  // has more than the records, which is read at once and may throw. Null: nothing.
+  void (*measure)(std::string_view track, const track_type_info& info,
+                  metrics_text& into) = nullptr;
+  void (*measure_all)(metrics_text& into) = nullptr;
   needed_service service = {};  // without a word for lists
 };
 

@@ -140,13 +140,13 @@ namespace {
 
 using words = std::vector<std::string>;
 
-std::shared_ptr<words> define_members(CLI::App& app, const char* description) {
+std::shared_ptr<words> define_members(command_line& app, const char* description) {
   auto members = std::make_shared<words>();
-  app.add_option("MEMBER", *members, description)->required();
+  app.add_option("MEMBER", *members, description).required();
   return members;
 }
 
-items_reader define_boolean(CLI::App& app, const track_kind& kind) {
+items_reader define_boolean(command_line& app, const track_kind& kind) {
   const auto members =
       define_members(app, "names of tracks; a \"not\" before one takes it the other way round");
   return [members, folder = kind.folder] {
@@ -159,11 +159,11 @@ struct limit_words {
   std::string down;
 };
 
-items_reader define_threshold(CLI::App& app, const track_kind& kind, const char* description,
+items_reader define_threshold(command_line& app, const track_kind& kind, const char* description,
                               std::vector<list_member_word> (*read_members)(const words&)) {
   const auto limits = std::make_shared<limit_words>();
-  app.add_option("--up", limits->up, "the list is down above this value")->required();
-  app.add_option("--down", limits->down, "the list is down below this value")->required();
+  app.add_option("--up", limits->up, "the list is down above this value").required();
+  app.add_option("--down", limits->down, "the list is down below this value").required();
   const auto members = define_members(app, description);
   return [=, folder = kind.folder] {
     const list_limits parsed = read_limits(limits->up, limits->down);
@@ -176,9 +176,9 @@ std::vector<list_member_word> read_shares(const words& given) {
   return read_percentage_members(given, weighted);
 }
 
-std::vector<std::string> weights_without_effect(const CLI::App& app) {
+std::vector<std::string> weights_without_effect(const command_line& app) {
   words weighted;
-  read_percentage_members(app.get_option("MEMBER")->results(), weighted);
+  read_percentage_members(app.values("MEMBER"), weighted);
   std::vector<std::string> notes;
   for (const std::string& name : weighted) {
     notes.push_back("the weight of member \"" + name +
@@ -196,7 +196,7 @@ constinit const track_kind and_kind{
     .summary = "other tracks, up when all of them are",
     .arguments = "[not] MEMBER ...",
     .example = "site and uplink not maintenance --delay-up 5",
-    .define = [](CLI::App& app) { return define_boolean(app, and_kind); },
+    .define = [](command_line& app) { return define_boolean(app, and_kind); },
     .write = write_boolean};
 
 constinit const track_kind or_kind{
@@ -206,7 +206,7 @@ constinit const track_kind or_kind{
     .summary = "other tracks, up when one of them is",
     .arguments = "[not] MEMBER ...",
     .example = "anyway or uplink backup",
-    .define = [](CLI::App& app) { return define_boolean(app, or_kind); },
+    .define = [](command_line& app) { return define_boolean(app, or_kind); },
     .write = write_boolean};
 
 constinit const track_kind weight_kind{
@@ -219,7 +219,7 @@ constinit const track_kind weight_kind{
     .arguments = "--up N --down N MEMBER=WEIGHT ...",
     .example = "capacity weight --up 100 --down 30 fibre=70 dsl=20 radio=10",
     .define =
-        [](CLI::App& app) {
+        [](command_line& app) {
           return define_threshold(app, weight_kind, "names of tracks, each with its weight",
                                   read_weighted_members);
         },
@@ -235,7 +235,7 @@ constinit const track_kind percentage_kind{
     .arguments = "--up N --down N MEMBER ...",
     .example = "most percentage --up 100 --down 51 dc1 dc2 dc3",
     .define =
-        [](CLI::App& app) {
+        [](command_line& app) {
           return define_threshold(app, percentage_kind, "names of tracks", read_shares);
         },
     .write = write_shares,

@@ -1,28 +1,28 @@
 // "set NAME route PREFIX/LEN [--vrf V]": the track follows the reachability of exactly that route.
 #include <bit>
 #include <memory>
-#include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 
+#include "tools/json.h"
 #include "tools/trackctl/kinds/kinds.h"
 #include "tools/trackctl/names.h"
 
 namespace ot::trackctl {
 namespace {
 
-items_reader define(CLI::App& app) {
+items_reader define(command_line& app) {
   auto prefix = std::make_shared<std::string>();
-  auto vrf = std::make_shared<std::string>();
-  app.add_option("PREFIX", *prefix, "the route, such as 192.0.2.0/24")->required();
-  CLI::Option* vrf_option =
-      app.add_option("--vrf", *vrf, "the VRF it is in; left out: the default");
+  auto vrf = std::make_shared<std::optional<std::string>>();
+  app.add_option("PREFIX", *prefix, "the route, such as 192.0.2.0/24").required();
+  app.add_option("--vrf", *vrf, "the VRF it is in; left out: the default");
   // The VRF stands before the address, so that a restart looks the address up in it.
-  return [prefix, vrf, vrf_option]() -> std::vector<config_item> {
+  return [prefix, vrf]() -> std::vector<config_item> {
     const route_prefix parsed = parse_route_prefix(*prefix);
     std::vector<config_item> items{{"type/route/0x2/a", u32_value(1)}};
-    if (vrf_option->count() != 0) {
-      check_vrf_name(*vrf);
-      items.push_back({"type/route/0x2/info/vrf", text_value(*vrf)});
+    if (*vrf) {
+      check_vrf_name(**vrf);
+      items.push_back({"type/route/0x2/info/vrf", text_value(**vrf)});
     }
     items.push_back({"type/route/0x2/info/ip_address", tuple_value({parsed.address, parsed.mask})});
     return items;

@@ -4,8 +4,9 @@
 #include "tools/trackpolicy/kinds/command_reaction.h"
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 #include <utility>
+
+#include "tools/json.h"
 
 namespace ot::trackpolicy {
 
@@ -139,15 +140,22 @@ words command_reaction::environment() const {
 }
 
 bool command_reaction::start() {
+  // Who dies between the start of a command and knowing of it must not have forgotten that it
+  // began.
+  const bool first = !std::exchange(begun_, true);
+  if (first) {
+    remember();
+  }
   std::string error;
   const start_result result = host_.start(
       *this, policy_, command_for(policy_, current_->what.state), environment(),
       [this](const command_end& how) { ended(how); }, &current_->running, &error);
   if (result == start_result::full) {
+    begun_ = !first;
+    remember();
     return false;
   }
   ++current_->attempts;
-  begun_ = true;
   if (result == start_result::failed) {
     attempt_failed("cannot be run: " + error);
     return true;

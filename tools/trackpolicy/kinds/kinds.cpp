@@ -7,7 +7,8 @@
 namespace ot::trackpolicy {
 namespace {
 
-constexpr std::array<std::reference_wrapper<const kind>, 2> kinds{command_kind, file_kind};
+constexpr std::array<std::reference_wrapper<const kind>, 5> kinds{command_kind, file_kind,
+                                                                  route_kind, link_kind, frr_kind};
 
 }  // namespace
 

@@ -1,5 +1,7 @@
 // BFD tracks as the show command prints them, through configuration, records and the front-end.
+#include "platform/ledger_datalist.h"
 #include "platform/ledger_status.h"
+#include "platform/memory/alloc_faults.h"
 #include "show/show.h"
 #include "sources/bfd/session_record.h"
 #include "tests/unit/show/output.h"
@@ -83,6 +85,40 @@ TEST_F(bfd_oper, the_session_under_the_tracks_name) {
   ASSERT_EQ(commit(interface_track("i", "Gi1")), 0);
   EXPECT_EQ(read("i", &record), ledger_no_data);
   EXPECT_EQ(read("nobody", &record), ledger_no_data);
+}
+
+TEST_F(bfd_oper, all_sessions_as_a_list) {
+  const auto sessions = [] {
+    std::vector<std::string> found;
+    ledger_page* page = nullptr;
+    if (ledger_datalist(ledger_get_default_conn(), "oper/object_tracking/gl/bfd_session", "", 100,
+                        &page) != 0) {
+      return found;
+    }
+    while (const ledger_entry* entry = ledger_datalist_next(page)) {
+      bfd_session_info__ record;
+      EXPECT_EQ(brec_decode(bfd_session_info___brec, entry->data, &record), 0);
+      found.push_back(entry->name + " " + std::to_string(record.State));
+    }
+    ledger_datalist_free(page);
+    return found;
+  };
+  const std::string longest(39, 'n');
+  ASSERT_EQ(configure(longest), 0);
+  ASSERT_EQ(commit(interface_track("i", "Gi1")), 0);
+  const std::string up = " " + std::to_string(bfd_state_up);
+  EXPECT_THAT(sessions(), testing::UnorderedElementsAre("peer-b" + up, longest + up));
+}
+
+TEST_F(bfd_oper, the_list_of_sessions_fails_without_memory) {
+  ledger_dpv_datalist_request request{""};
+  int answer = 0;
+  {
+    const alloc_faults none(0, alloc_fault_mode::onward);
+    answer = ot_bfd_session_datalist(&request);
+  }
+  EXPECT_EQ(answer, ledger_provider_failure);
+  EXPECT_EQ(request.handle, nullptr);
 }
 
 TEST_F(bfd_oper, in_the_table) {

@@ -1,0 +1,117 @@
+// Following for C: handing events over, waiting for the next one, and waiting for a state.
+#include <poll.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <set>
+#include <span>
+#include <string>
+
+#include "tools/client/follower.h"
+#include "tools/trackctl/configuration.h"
+
+namespace {
+
+namespace trackctl = ot::trackctl;
+
+int left_until(std::chrono::steady_clock::time_point end) {
+  const auto left =
+      std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+  return static_cast<int>(std::max<std::int64_t>(left.count(), 0));
+}
+
+}  // namespace
+
+int otrack_follow(otrack_client* client, const char* const* names, size_t count, unsigned flags,
+                  otrack_follower** ret) {
+  return ot::client::attempt(*client, [=] {
+    const std::span given(names, count);
+    *ret =
+        new otrack_follower(*client, {given.begin(), given.end()}, (flags & OTRACK_RECONNECT) != 0);
+  });
+}
+
+int otrack_follower_fd(const otrack_follower* follower) {
+  return follower->fd();
+}
+
+int otrack_follower_dispatch(otrack_follower* follower,
+                             void (*on_event)(const otrack_event* event, void* context),
+                             void* context) {
+  const int taken = follower->take();
+  int count = 0;
+  while (const otrack_event* event = follower->next()) {
+    on_event(event, context);
+    ++count;
+  }
+  return count > 0 ? count : taken;
+}
+
+int otrack_follower_next(otrack_follower* follower, int timeout_ms, const otrack_event** ret) {
+  const auto end =
+      std::chrono::steady_clock::now() + std::chrono::milliseconds(std::max(timeout_ms, 0));
+  for (;;) {
+    if ((*ret = follower->next()) != nullptr) {
+      return 1;
+    }
+    if (const int taken = follower->take(); taken != OTRACK_OK) {
+      return taken;
+    }
+    if ((*ret = follower->next()) != nullptr) {
+      return 1;
+    }
+    const int left = timeout_ms < 0 ? -1 : left_until(end);
+    if (left == 0) {
+      return 0;
+    }
+    pollfd ready{.fd = follower->fd(), .events = POLLIN, .revents = 0};
+    (void)poll(&ready, 1, left);
+  }
+}
+
+void otrack_follower_close(otrack_follower* follower) {
+  delete follower;
+}
+
+namespace {
+
+// Throws an error number when the time is over or the service goes.
+void wait_for(otrack_follower& follower, const std::set<std::string>& names, std::uint32_t state,
+              int timeout_ms) {
+  const auto end =
+      std::chrono::steady_clock::now() + std::chrono::milliseconds(std::max(timeout_ms, 0));
+  std::set<std::string> there;
+  while (there.size() < names.size()) {
+    const otrack_event* event = nullptr;
+    const int result =
+        otrack_follower_next(&follower, timeout_ms < 0 ? -1 : left_until(end), &event);
+    if (result <= 0) {
+      throw result < 0 ? result
+                       : ot::client::fail(follower.client(), OTRACK_ERR_TIMEOUT,
+                                          otrack_strerror(OTRACK_ERR_TIMEOUT));
+    }
+    if (event->kind == OTRACK_EVENT_STATE && event->state == state) {
+      there.emplace(event->track);
+    } else if (event->kind == OTRACK_EVENT_STATE || event->kind == OTRACK_EVENT_DELETED) {
+      there.erase(event->track);
+    }
+  }
+}
+
+}  // namespace
+
+int otrack_wait(otrack_client* client, const char* const* names, size_t count, uint32_t state,
+                int timeout_ms) {
+  return ot::client::attempt(*client, [=] {
+    const std::span given(names, count);
+    for (const char* const name : given) {
+      if (trackctl::read_track(name).empty()) {
+        throw ot::client::fail(*client, OTRACK_ERR_NO_TRACK,
+                               ("there is no track \"" + std::string(name) + '"').c_str());
+      }
+    }
+    otrack_follower follower(*client, {given.begin(), given.end()}, false);
+    wait_for(follower, {given.begin(), given.end()}, state, timeout_ms);
+  });
+}

@@ -1,0 +1,211 @@
+// All interfaces that are asked for are looked at each time: there are few of them.
+#include "tools/trackpolicy/kernel/link_keeper.h"
+
+#include <algorithm>
+#include <system_error>
+#include <utility>
+
+namespace ot::trackpolicy {
+namespace {
+
+constexpr std::uint64_t never = UINT64_MAX;
+constexpr std::uint64_t retry_us = 5'000'000;
+
+// What an interface lies on, such as a VLAN's, and so on; the kernel makes no longer chains.
+constexpr int lower_max = 16;
+
+bool lies_on(const link_table& links, const std::string& name, const std::string& below) {
+  const link_fact* link = links.find(name);
+  for (int depth = 0; link != nullptr && depth < lower_max; ++depth) {
+    if (link->name == below) {
+      return true;
+    }
+    link = link->lower == 0 ? nullptr : links.find(link->lower);
+  }
+  return name == below;
+}
+
+}  // namespace
+
+std::string reason_against(const std::string& track, const std::string& interface,
+                           const link_table& links, const foundations& tracks) {
+  for (const auto& [name, how] : tracks.below(track)) {
+    if (lies_on(links, name, interface)) {
+      std::string text = interface;
+      text.append(" is not set down: track \"").append(track).append("\" depends on it (");
+      text.append(how).append(name == interface ? " it" : ' ' + name + ", which lies on it");
+      return text + "), and would never be up again";
+    }
+  }
+  return {};
+}
+
+void link_keeper::set(const std::string& owner, const std::string& track,
+                      const std::string& interface, wish up) {
+  row& one = rows_[owner];
+  one.track = track;
+  one.interface = interface;
+  one.up = up;
+}
+
+std::uint64_t link_keeper::settle(const link_table& links, const foundations& tracks,
+                                  link_kernel& kernel) {
+  drop_strangers(links, kernel);
+  for (auto& [owner, one] : rows_) {
+    one.problem.clear();
+  }
+  std::uint64_t next = never;
+  for (const auto& [interface, wanted] : wishes(links, tracks, kernel)) {
+    next = std::min(next, bring(interface, links, wanted, kernel));
+  }
+  for (auto& [owner, one] : rows_) {
+    if (one.problem.empty()) {
+      one.told.clear();
+    }
+  }
+  return next;
+}
+
+// An interface that is gone was set down by nobody when it comes back.
+void link_keeper::drop_strangers(const link_table& links, link_kernel& kernel) {
+  const std::size_t dropped = std::erase_if(held_, [&links](const auto& each) {
+    const link_fact* const link = links.find(each.first);
+    return link == nullptr || link->index != each.second;
+  });
+  if (dropped > 0) {
+    (void)kernel.remember(held_);
+  }
+}
+
+// Down when a policy wants that, up when all do; an interface that nobody asks for any more is to
+// be up if we have set it down.
+std::map<std::string, wish> link_keeper::wishes(const link_table& links, const foundations& tracks,
+                                                link_kernel& kernel) {
+  std::map<std::string, wish> all;
+  for (const auto& [interface, index] : held_) {
+    all[interface] = wish::yes;
+  }
+  for (auto& at : rows_) {
+    const row& one = at.second;
+    wish& wanted = all.try_emplace(one.interface, wish::yes).first->second;
+    const std::string reason = reason_against(one.track, one.interface, links, tracks);
+    if (!reason.empty()) {
+      refuse_one(at, reason, kernel);
+    } else if (one.up == wish::no || (one.up == wish::keep && wanted == wish::yes)) {
+      wanted = one.up;
+    }
+  }
+  return all;
+}
+
+std::uint64_t link_keeper::bring(const std::string& interface, const link_table& links, wish up,
+                                 link_kernel& kernel) {
+  const link_fact* const link = links.find(interface);
+  if (link == nullptr) {
+    refuse(interface, "there is no interface \"" + interface + '"', kernel);
+    return never;
+  }
+  if (up == wish::no && link->up) {
+    return change(*link, false, kernel);
+  }
+  const auto held = held_.find(interface);
+  if (up != wish::yes || held == held_.end()) {
+    return never;
+  }
+  if (!link->up) {
+    return change(*link, true, kernel);
+  }
+  held_.erase(held);  // somebody else was first
+  (void)kernel.remember(held_);
+  return never;
+}
+
+// What somebody undoes again and again is not done more often than that.
+std::uint64_t link_keeper::change(const link_fact& link, bool up, link_kernel& kernel) {
+  const std::uint64_t now = kernel.now_us();
+  const auto latest = acts_.find(link.name);
+  if (latest != acts_.end() && latest->second.up == up && now < latest->second.when_us + again_us) {
+    return latest->second.when_us + again_us;
+  }
+  const std::string wrong = up ? set_up(link, kernel) : set_down(link, kernel);
+  acts_[link.name] = {.up = up, .when_us = now};
+  if (!wrong.empty()) {
+    refuse(link.name, link.name + " cannot be set " + (up ? "up: " : "down: ") + wrong, kernel);
+    return now + retry_us;
+  }
+  for (auto& [owner, one] : rows_) {
+    one.changes += one.interface == link.name ? 1 : 0;
+  }
+  return never;
+}
+
+// Not without being remembered: nobody would set it up again.
+std::string link_keeper::set_down(const link_fact& link, link_kernel& kernel) {
+  const bool fresh = held_.emplace(link.name, link.index).second;
+  if (fresh) {
+    std::string wrong = kernel.remember(held_);
+    if (!wrong.empty()) {
+      held_.erase(link.name);
+      return wrong;
+    }
+  }
+  const int error = kernel.set_up(link.index, false);
+  if (error == 0) {
+    return {};
+  }
+  if (fresh) {
+    held_.erase(link.name);
+    (void)kernel.remember(held_);
+  }
+  return std::generic_category().message(error);
+}
+
+std::string link_keeper::set_up(const link_fact& link, link_kernel& kernel) {
+  if (const int error = kernel.set_up(link.index, true); error != 0) {
+    return std::generic_category().message(error);
+  }
+  held_.erase(link.name);
+  (void)kernel.remember(held_);
+  return {};
+}
+
+void link_keeper::refuse(const std::string& interface, const std::string& text,
+                         link_kernel& kernel) {
+  for (auto& at : rows_) {
+    if (at.second.interface == interface && at.second.problem.empty()) {
+      refuse_one(at, text, kernel);
+    }
+  }
+}
+
+void link_keeper::refuse_one(rows::value_type& at, const std::string& text, link_kernel& kernel) {
+  row& one = at.second;
+  one.problem = text;
+  if (one.told != text) {
+    one.told = text;
+    ++one.refusals;
+    kernel.tell(at.first, text);
+  }
+}
+
+outcome link_keeper::status(const std::string& owner, const link_table& links) const {
+  const auto at = rows_.find(owner);
+  if (at == rows_.end()) {
+    return {};
+  }
+  const row& one = at->second;
+  outcome made{.problem = one.problem, .changes = one.changes, .refusals = one.refusals};
+  const link_fact* const link = links.find(one.interface);
+  const bool held = held_.contains(one.interface);
+  if (link == nullptr) {
+    made.stands = "there is no " + one.interface;
+  } else if (link->up) {
+    made.stands = one.interface + " is up";
+  } else {
+    made.stands = one.interface + (held ? " is set down" : " is down, and not by trackpolicy");
+  }
+  made.done = link != nullptr && (one.up == wish::no ? !link->up : link->up || !held);
+  return made;
+}
+
+}  // namespace ot::trackpolicy
