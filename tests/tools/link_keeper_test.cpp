@@ -190,10 +190,13 @@ TEST_F(kept_links, what_cannot_be_remembered_is_not_set_down) {
 
 TEST_F(kept_links, a_refusal_is_tried_again_and_told_once) {
   kernel_.refusal = EPERM;
+  const std::string refused = "acc0 cannot be set down: Operation not permitted";
   EXPECT_EQ(become(wish::no), kernel_.now + 5'000'000);
+  settle();  // too soon after the first time
+  EXPECT_EQ(keeper_.status("p", kernel_.links).problem, refused);
   kernel_.now += 5'000'000;
   settle();
-  EXPECT_THAT(kernel_.told, ElementsAre("p: acc0 cannot be set down: Operation not permitted"));
+  EXPECT_THAT(kernel_.told, ElementsAre("p: " + refused));
   EXPECT_THAT(kernel_.memory, IsEmpty());
   kernel_.refusal = 0;
   kernel_.now += 5'000'000;

@@ -221,6 +221,32 @@ TEST_F(kept_routes, a_refusal_is_told_once_however_often_it_is_tried) {
   EXPECT_TRUE(keeper_.refused());
 }
 
+TEST_F(kept_routes, what_is_refused_stays_refused_until_it_is_there) {
+  kernel_.refusal = ENETUNREACH;
+  wish_for("a", via("192.0.2.1"), wish::yes);
+  const std::string refused = keeper_.status("a").problem;
+  EXPECT_THAT(refused, testing::HasSubstr("Network is unreachable"));
+  keeper_.try_again();  // too soon after the first time
+  settle();
+  EXPECT_EQ(keeper_.status("a").problem, refused);
+  EXPECT_TRUE(keeper_.refused());
+  EXPECT_EQ(kernel_.asked, 1);
+  kernel_.refusal = 0;
+  now_ += 5'000'000;
+  keeper_.try_again();
+  settle();
+  EXPECT_EQ(keeper_.status("a").problem, "");
+  EXPECT_FALSE(keeper_.refused());
+}
+
+TEST_F(kept_routes, a_new_wish_starts_without_the_refusal_of_the_old_one) {
+  kernel_.refusal = ENETUNREACH;
+  wish_for("a", via("192.0.2.1"), wish::yes);
+  wish_for("a", via("192.0.2.1"), wish::no);
+  EXPECT_EQ(keeper_.status("a").problem, "");
+  EXPECT_FALSE(keeper_.refused());
+}
+
 TEST_F(kept_routes, what_nobody_asks_for_is_removed_and_what_may_be_wanted_is_kept) {
   kernel_.routes = {{held(via("192.0.2.1", 1))}, {held(via("192.0.2.1", 2))}};
   keeper_.set("a", via("192.0.2.1", 1), wish::keep);

@@ -125,12 +125,16 @@ std::uint64_t link_keeper::change(const link_fact& link, bool up, link_kernel& k
   const std::uint64_t now = kernel.now_us();
   const auto latest = acts_.find(link.name);
   if (latest != acts_.end() && latest->second.up == up && now < latest->second.when_us + again_us) {
+    if (!latest->second.refusal.empty()) {
+      refuse(link.name, latest->second.refusal, kernel);
+    }
     return latest->second.when_us + again_us;
   }
   const std::string wrong = up ? set_up(link, kernel) : set_down(link, kernel);
-  acts_[link.name] = {.up = up, .when_us = now};
+  act& made = acts_[link.name] = {.up = up, .when_us = now, .refusal = {}};
   if (!wrong.empty()) {
-    refuse(link.name, link.name + " cannot be set " + (up ? "up: " : "down: ") + wrong, kernel);
+    made.refusal = link.name + " cannot be set " + (up ? "up: " : "down: ") + wrong;
+    refuse(link.name, made.refusal, kernel);
     return now + retry_us;
   }
   for (auto& [owner, one] : rows_) {

@@ -66,6 +66,7 @@ class link_keeper {
   struct act {
     bool up = false;
     std::uint64_t when_us = 0;
+    std::string refusal;  // why it did not succeed
   };
 
   void drop_strangers(const link_table& links, link_kernel& kernel);

@@ -25,6 +25,7 @@ void route_keeper::set(const std::string& owner, const route& what, wish wanted)
     at->second.what = what;
     at->second.wanted = wanted;
     at->second.added_us = 0;
+    at->second.problem.clear();
     changed_.insert(owner);
   }
 }
@@ -52,10 +53,13 @@ void route_keeper::unlist(rows::iterator at) {
 }
 
 void route_keeper::resolve(rows::iterator at, const link_table& links, route_kernel& kernel) {
-  unlist(at);
   row& one = at->second;
   std::string problem;
-  one.problem.clear();
+  // What the kernel has refused stands until it is as wanted.
+  if (!one.meant || is_there(*one.meant) == (one.wanted == wish::yes)) {
+    one.problem.clear();
+  }
+  unlist(at);
   one.meant = meaning_of(one.what, links, problem);
   if (one.meant) {
     by_key_[one.meant->key][at->first] = &one;
@@ -221,6 +225,7 @@ void route_keeper::take_result(const route_change& change, route_kernel& kernel)
     const bool concerned = change.add ? one->meant == change.what : one->wanted == wish::no;
     if (concerned && change.error == 0) {
       ++one->changes;
+      one->problem.clear();
       one->told.clear();
     } else if (concerned && !gone) {
       refuse(*rows_.find(owner), refusal_text(change.error, change.text), kernel);
