@@ -172,3 +172,25 @@ def test_what_cannot_be_explained_is_refused(running):
     assert running.run("trackctl", "explain").returncode == 2
     running.stop()
     assert running.run("trackctl", "explain", "nobody").returncode == 3
+
+
+def test_what_the_kernel_does_not_tell_is_said(running):
+    apply(running, "uplink interface if-a", "there route 198.51.100.0/24")
+    running.wait_state("uplink", "up")
+
+    def said(name, *prefix):
+        result = running.run("trackctl", "explain", name, prefix=prefix)
+        assert (result.returncode, result.stderr) == (0, "")
+        return result.stdout.splitlines()[2:]
+
+    failing = ("env", "ASAN_OPTIONS=detect_leaks=0",  # it does not work under strace
+               "strace", "-f", "-qq", "-o", "/dev/null", "-e", "inject=sendto:error=ENOBUFS")
+    assert said("uplink", *failing) == [
+        "    the kernel's interfaces cannot be read: No buffer space available"]
+    assert said("there", *failing) == [
+        "    the kernel's routes cannot be read: No buffer space available"]
+    # The tool runs in the namespace of the tests, and may not leave it.
+    for name in ("uplink", "there"):
+        assert said(name, "setpriv", "--bounding-set", "-sys_admin") == [
+            "    it cannot be seen from here: the service runs in another network namespace, which "
+            "only root may enter"]

@@ -48,6 +48,11 @@ def test_help_of_what_there_is_not(service):
     result = service.run("trackctl", "help", "set", "nothing")
     assert result.returncode == 2
     assert 'there is no kind of track "nothing"; the kinds are: interface, ' in result.stderr
+    for words, wrong in ((["show", "extra"], 'help: nothing is known of "extra"; it takes a command'),
+                         (["set", "interface", "x"],
+                          'help: nothing is known of "x"; it takes "set" and a kind')):
+        result = service.run("trackctl", "help", *words)
+        assert (result.returncode, result.stderr) == (2, f"trackctl: {wrong}\n")
     with open("/dev/full", "w", encoding="utf-8") as full:
         for words in (["help"], ["help", "show"], ["show", "--help"], ["--version"]):
             result = subprocess.run([*service.build.command("trackctl"), *words], stdout=full,

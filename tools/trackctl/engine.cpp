@@ -9,6 +9,7 @@
 
 #include "oper/records/engine.h"
 #include "platform/status.h"
+#include "tools/trackctl/columns.h"
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/configuration.h"
 #include "tools/trackctl/json_text.h"
@@ -66,24 +67,19 @@ void read_record(const char* key, const brec_descriptor& descriptor, Record& ret
   check_code("decoding the state of the engines", brec_decode(descriptor, value.bytes(), &ret));
 }
 
-std::string padded(std::string text, std::size_t width) {
-  text.resize(std::max(text.size(), width), ' ');
-  return text + "  ";
-}
-
 }  // namespace
 
 std::string engine_table(const std::vector<engine_state>& states) {
   constexpr std::size_t name_width = 17;
   constexpr std::size_t state_width = 13;
   constexpr std::size_t since_width = 19;
-  std::string table = padded("Service", name_width) + padded("State", state_width) +
-                      padded("Since", since_width) + "Pending\n";
+  std::string table = table_cell("Service", name_width) + table_cell("State", state_width) +
+                      table_cell("Since", since_width) + "Pending\n";
   for (const engine_state& state : states) {
     const needed_service row = words_of(state.service);
-    table += padded(row.name, name_width) +
-             padded(state.connected ? "connected" : "not connected", state_width) +
-             padded(time_text(state.since), since_width) +
+    table += table_cell(row.name, name_width) +
+             table_cell(state.connected ? "connected" : "not connected", state_width) +
+             table_cell(time_text(state.since), since_width) +
              (state.pending == 0 ? "none" : std::to_string(state.pending) + ' ' + row.pending) +
              '\n';
   }

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <iostream>
 
+#include "tools/trackctl/columns.h"
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/configuration.h"
 #include "tools/trackctl/history.h"
@@ -23,17 +24,12 @@ double percent_up(const track_summary& summary) {
              : 100.0 * static_cast<double>(summary.up.count()) / static_cast<double>(whole.count());
 }
 
-std::string padded(std::string text, std::size_t width) {
-  text.resize(std::max(text.size(), width), ' ');
-  return text + "  ";
-}
-
 }  // namespace
 
 std::string history_text(const kept_history& shown) {
   std::size_t name_width = 5;
   for (const past_change& change : shown.changes) {
-    name_width = std::max(name_width, change.track.size());
+    name_width = std::max(name_width, columns_of(change.track));
   }
   constexpr std::size_t time_width = 23;
   constexpr std::size_t change_width = 15;
@@ -43,12 +39,13 @@ std::string history_text(const kept_history& shown) {
   if (shown.changes.empty()) {
     return text + "Nothing has changed in this time.\n";
   }
-  text += padded("Time", time_width) + padded("Track", name_width) +
-          padded("Change", change_width) + padded("Cause", cause_width) + "State before lasted\n";
+  text += table_cell("Time", time_width) + table_cell("Track", name_width) +
+          table_cell("Change", change_width) + table_cell("Cause", cause_width) +
+          "State before lasted\n";
   for (const past_change& change : shown.changes) {
-    text += padded(text_time(change.when), time_width) + padded(change.track, name_width) +
-            padded(change.from + " -> " + change.to, change_width) +
-            padded(change.cause, cause_width) +
+    text += table_cell(text_time(change.when), time_width) + table_cell(change.track, name_width) +
+            table_cell(change.from + " -> " + change.to, change_width) +
+            table_cell(change.cause, cause_width) +
             (change.lasted ? duration_text(*change.lasted) : "-") + '\n';
   }
   return text;

@@ -4,6 +4,8 @@
 #include <array>
 #include <string_view>
 
+#include "tools/trackctl/columns.h"
+
 namespace ot::trackctl {
 namespace {
 
@@ -76,15 +78,6 @@ live_style style_of(const std::string& state) {
   return state == "up" ? live_style::up : state == "down" ? live_style::down : live_style::unknown;
 }
 
-std::string padded(std::string text, std::size_t width) {
-  text.resize(std::max(text.size(), width), ' ');
-  return text;
-}
-
-std::string right(const std::string& text, std::size_t width) {
-  return std::string(width - std::min(width, text.size()), ' ') + text;
-}
-
 // What is no plain character would put the columns out of order.
 std::string printable(std::string text) {
   std::replace_if(
@@ -92,16 +85,10 @@ std::string printable(std::string text) {
   return text;
 }
 
-// How many columns a text of whole characters takes.
-std::size_t columns(std::string_view text) {
-  return static_cast<std::size_t>(
-      std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xc0) != 0x80; }));
-}
-
 void cut(live_line& line, std::size_t width) {
   std::size_t used = 0;
   for (std::size_t index = 0; index < line.size(); ++index) {
-    const std::size_t wide = columns(line[index].text);
+    const std::size_t wide = columns_of(line[index].text);
     if (used + wide > width) {  // only cells of one column are not plain letters
       line[index].text.resize(width - used);
       line.resize(index + 1);
@@ -145,7 +132,8 @@ live_line summary_line(const std::vector<live_track>& tracks, moment now) {
 live_line heading_line(const table& shape) {
   const std::string last = shape.sparkline >= 9 ? "Last hour" : "";
   return {{padded("Track", shape.name_width + 2) + padded("State", state_width + 2) +
-               right("For", age_width) + "  " + right("Flaps", flaps_width) + "  " + last,
+               right_aligned("For", age_width) + "  " + right_aligned("Flaps", flaps_width) + "  " +
+               last,
            live_style::heading}};
 }
 
@@ -160,11 +148,12 @@ live_line track_line(const live_track& track, const kept_history& history, momen
       {padded(printable(track.name), shape.name_width + 2)},
       {padded(track.state, state_width), style_of(track.state)},
       {"  " +
-       right(track.since ? duration_text(std::chrono::floor<std::chrono::seconds>(now) -
+       right_aligned(track.since
+                         ? duration_text(std::chrono::floor<std::chrono::seconds>(now) -
                                          std::chrono::floor<std::chrono::seconds>(*track.since))
                          : "-",
-             age_width) +
-       "  " + right(std::to_string(flaps), flaps_width) + "  "}};
+                     age_width) +
+       "  " + right_aligned(std::to_string(flaps), flaps_width) + "  "}};
   if (shape.sparkline > 0) {
     for (const auto& share : up_shares(history, track, begin, now, shape.sparkline)) {
       line.push_back(cell(share, screen.blocks));

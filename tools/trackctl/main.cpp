@@ -61,7 +61,12 @@ int run_help(const arguments& args) {
     print_help();
     return exit_done;
   }
-  if (args[0] == "set" && args.size() > 1) {
+  const std::size_t words = args[0] == "set" ? 2 : 1;
+  if (args.size() > words) {
+    throw failure(exit_usage, "help: nothing is known of \"" + args[words] + "\"; it takes " +
+                                  (words == 2 ? "\"set\" and a kind" : "a command"));
+  }
+  if (args.size() == 2) {
     return run_command("set", {"NAME", args[1], "--help"});
   }
   return run_command(args[0], {"--help"});

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "tools/trackctl/columns.h"
+
 namespace ot::trackctl {
 namespace {
 
@@ -9,11 +11,6 @@ using json = nlohmann::ordered_json;
 
 constexpr std::size_t state_width = 7;
 constexpr std::size_t label_width = 13;  // with the indentation before it
-
-std::string padded(std::string text, std::size_t width) {
-  text.resize(std::max(text.size(), width), ' ');
-  return text;
-}
 
 std::string name_of(const seen_track& seen) {
   return seen.track["name"].get<std::string>();
@@ -80,7 +77,7 @@ std::string member_text(const json& member) {
 std::string members_text(const json& members, const terminal& output) {
   std::size_t width = 0;
   for (const json& member : members) {
-    width = std::max(width, member["name"].get_ref<const std::string&>().size());
+    width = std::max(width, columns_of(member["name"].get_ref<const std::string&>()));
   }
   std::string text;
   for (const json& member : members) {
@@ -118,7 +115,7 @@ std::string overview_text(std::vector<seen_track> tracks, const terminal& output
   sort_by_name(tracks);
   std::size_t name_width = 5;
   for (const seen_track& seen : tracks) {
-    name_width = std::max(name_width, name_of(seen).size());
+    name_width = std::max(name_width, columns_of(name_of(seen)));
   }
   constexpr std::size_t age_width = 6;
   const std::size_t column = name_width + 2 + state_width + 2 + age_width + 2;

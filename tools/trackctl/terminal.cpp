@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "tools/trackctl/columns.h"
+
 namespace ot::trackctl {
 namespace {
 
@@ -57,7 +59,7 @@ std::string wrapped(const terminal& output, std::string_view text, std::size_t c
   while (!text.empty()) {
     const std::string_view word = text.substr(0, text.find(' '));
     text.remove_prefix(word.size() == text.size() ? word.size() : word.size() + 1);
-    if (at != column && at + 1 + word.size() > output.width) {
+    if (at != column && at + 1 + columns_of(word) > output.width) {
       result += '\n' + std::string(column, ' ');
       at = column;
     }
@@ -66,7 +68,7 @@ std::string wrapped(const terminal& output, std::string_view text, std::size_t c
       ++at;
     }
     result += word;
-    at += word.size();
+    at += columns_of(word);
   }
   return result;
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "tools/json.h"
+#include "tools/trackctl/columns.h"
 #include "tools/trackctl/states.h"
 
 namespace ot::trackctl {
@@ -24,11 +25,6 @@ std::string when(const what_if::change& change) {
 
 std::string transition(const what_if::change& change) {
   return change.from + " -> " + change.to;
-}
-
-std::string padded(std::string text, std::size_t width) {
-  text.resize(std::max(text.size(), width), ' ');
-  return text;
 }
 
 std::string notes(const what_if_report& report) {
@@ -69,8 +65,8 @@ std::string what_if_text(const what_if_report& report) {
   std::size_t name_width = 0;
   std::size_t state_width = 0;
   for (const what_if::change& change : report.found.changes) {
-    name_width = std::max(name_width, change.track.size());
-    state_width = std::max(state_width, transition(change).size());
+    name_width = std::max(name_width, columns_of(change.track));
+    state_width = std::max(state_width, columns_of(transition(change)));
   }
   std::string text = report.found.changes.empty() ? "no track would change\n" : "";
   for (const what_if::change& change : report.found.changes) {

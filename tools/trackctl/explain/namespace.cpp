@@ -46,7 +46,8 @@ std::string enter_namespace_of_service() {
   if (other.valid() && setns(other.get(), CLONE_NEWNET) == 0) {
     return {};
   }
-  return "this is of another network namespace than the service's, which only root may enter";
+  return "it cannot be seen from here: the service runs in another network namespace, which only "
+         "root may enter";
 }
 
 }  // namespace ot::trackctl::explain

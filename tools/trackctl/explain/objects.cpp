@@ -2,6 +2,7 @@
 #include "tools/trackctl/explain/objects.h"
 
 #include <optional>
+#include <system_error>
 
 #include "platform/common/root_path.h"
 #include "platform/common/vrf_requests.h"
@@ -50,7 +51,7 @@ struct object_reader::sockets {
 namespace {
 
 findings not_readable(const char* what, int status) {
-  return {std::string(what) + " cannot be read, error " + std::to_string(status)};
+  return {std::string(what) + " cannot be read: " + std::generic_category().message(status)};
 }
 
 }  // namespace
@@ -184,11 +185,9 @@ std::vector<std::string> object_reader::look_at(const track_info__& record) {
   };
   for (const row& each : rows) {
     if (each.type == record.Type) {
-      findings found = each.look(record, *sockets_);
-      if (each.of_kernel && !sockets_->elsewhere.empty()) {
-        found.push_back(sockets_->elsewhere);
-      }
-      return found;
+      // What another namespace has under that name would be no answer.
+      return each.of_kernel && !sockets_->elsewhere.empty() ? findings{sockets_->elsewhere}
+                                                            : each.look(record, *sockets_);
     }
   }
   return {};
