@@ -38,7 +38,9 @@ int run_watch(const arguments& args) {
   std::error_code error;
   const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
   const std::string program = self.parent_path() / "trackctl-watch";
-  std::vector<char*> words{const_cast<char*>(program.c_str())};
+  // What follows is names: one may be "--version".
+  std::string names_follow = "--";
+  std::vector<char*> words{const_cast<char*>(program.c_str()), names_follow.data()};
   for (std::string& name : names) {
     words.push_back(name.data());
   }

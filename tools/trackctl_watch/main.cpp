@@ -101,7 +101,19 @@ int watch(live_tracks& live, const sigset_t& waiting) {
   }
 }
 
-int run(const arguments& names) {
+// Only whoever runs the program itself gives options; trackctl has looked at its own.
+int run(const arguments& args) {
+  if (args == arguments{"--version"}) {
+    std::cout << "trackctl-watch " OT_VERSION "\n";
+    return exit_done;
+  }
+  if (args == arguments{"--help"}) {
+    std::cout << "usage: trackctl-watch [--] [NAME...]     as `trackctl watch`, which runs this\n"
+                 "       trackctl-watch --help | --version\n";
+    return exit_done;
+  }
+  const bool marked = !args.empty() && args.front() == "--";
+  const arguments names(args.begin() + (marked ? 1 : 0), args.end());
   sigset_t waiting;
   catch_signals(&waiting);
   live_tracks live(names);

@@ -4,11 +4,16 @@
 #include <iostream>
 #include <iterator>
 #include <string>
+#include <string_view>
 
 #include "tools/what_if/simulation.h"
 #include "tools/what_if/wire.h"
 
-int main() {
+int main(int argc, char** argv) {
+  if (argc == 2 && std::string_view(argv[1]) == "--version") {
+    std::cout << "trackctl-what-if " OT_VERSION "\n";
+    return 0;
+  }
   try {
     const std::string asked{std::istreambuf_iterator<char>(std::cin), {}};
     const auto bytes =
