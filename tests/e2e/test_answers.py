@@ -40,6 +40,12 @@ class Record:
         with open(self._path, encoding="utf-8") as stream:
             return [json.loads(line) for line in stream.read().splitlines()]
 
+    def catch_up(self, site):
+        """Waits for all that happened before the canary came up for the last time."""
+        wait_until(lambda: sum(event["track"] == "canary" and event["state"] == "up"
+                               for event in self.events()) == site.canaries,
+                   site.service.build.patience, f"event {site.canaries} of the canary")
+
 
 class Site:
     """A router's interfaces and routes, whose states change on demand, and the tracks on them."""
@@ -50,6 +56,7 @@ class Site:
             service.net.link(link)
         self.up = {**dict.fromkeys(LINKS, True), **dict.fromkeys(PREFIXES, False)}
         self.tracks = {}  # name to object, of those that are no lists
+        self.canaries = 0  # how often that track came up
         self.early = set()  # names of lists that can change before what-if's time
 
     def turn(self, thing, up):
@@ -109,9 +116,9 @@ def states_of(service):
     return {track["name"]: track["state"] for track in service.tracks()}
 
 
-def settled(service):
+def settled(site):
     """The state of every track, when nothing moves: two looks with a calculation between them."""
-    looks = []
+    service, looks = site.service, []
 
     def delays_run():
         return json.loads(service.ctl("what-if", "--file", "/dev/null", "--json"))["changes"] != []
@@ -122,6 +129,7 @@ def settled(service):
         looks.append(states_of(service))
         service.ctl("set", "canary", "or", "not", "nobody")
         service.wait_state("canary", "up")
+        site.canaries += 1
         service.ctl("delete", "canary")
         return not delays_run() and states_of(service) == looks[-1]
 
@@ -161,7 +169,8 @@ def moment(text):
 def answer_comes_true(site, record, assumed):
     """Asks what would happen, then makes it happen: the same changes, in the same order for each track,
     and none before its time."""
-    before = settled(site.service)
+    before = settled(site)
+    record.catch_up(site)
     answer = site.asked(assumed)
     assert answer["unmet"] == answer["not_known"] == []
     begun, began = len(record.events()), datetime.datetime.now().timestamp()
@@ -171,7 +180,8 @@ def answer_comes_true(site, record, assumed):
     # Nothing is asked of the service meanwhile that would make it compute its lists.
     wait_until(lambda: states_of(site.service) == expected, site.service.settling,
                lambda: f"{assumed}: {answer}, from {before}; now {states_of(site.service)}")
-    assert settled(site.service) == expected, f"{assumed}: {answer}, from {before}"
+    assert settled(site) == expected, f"{assumed}: {answer}, from {before}"
+    record.catch_up(site)
     if len(assumed) > 1:
         return  # these come one after the other, so a list may see the one without the other
     events = [event for event in record.events()[begun:] if event["track"] != "canary"]
@@ -266,6 +276,8 @@ def test_answers_in_a_storm(service, closing):
             followed = [thing for thing in site.up if site.follower(thing)]
             some = chance.sample(followed, count)
             answer_comes_true(site, record, {thing: not site.up[thing] for thing in some})
-            advice_is_right(site, record, settled(service), chance)
+            advice_is_right(site, record, settled(site), chance)
         views_agree(service)
+    settled(site)
+    record.catch_up(site)
     history_is_the_record(service, record)

@@ -149,7 +149,7 @@ TEST_F(qmond_hostile_table, a_hundred_thousand_reads_get_no_signal_and_no_lie) {
       (void)view.open(path_);
     }
     // Half of the ids have no operation.
-    const auto id = static_cast<std::uint32_t>(reads % (2 * operation_count) + 1);
+    const std::uint32_t id = static_cast<std::uint32_t>(reads) % (2 * operation_count) + 1;
     statistics words;
     const bool found = view.is_open() && view.live() && view.look_up(id, &words);
     found_some += found ? 1 : 0;

@@ -13,7 +13,7 @@ namespace {
 #if defined(OT_SOAK)
 constexpr std::uint64_t default_histories = 100'000;
 constexpr std::uint64_t large_histories = 2'000;
-#elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#elif defined(OT_SANITIZED)
 constexpr std::uint64_t default_histories = 10'000;
 constexpr std::uint64_t large_histories = 40;
 #else

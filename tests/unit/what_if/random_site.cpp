@@ -20,8 +20,8 @@ std::string limits_item(std::uint32_t up) {
 }  // namespace
 
 std::string random_site::member_name() {
-  // The last of each is not there most often.
-  return (below(2) == 0 ? "f" : "l") + std::to_string(below(names_most));
+  const char* const kind = below(2) == 0 ? "f" : "l";
+  return kind + std::to_string(below(names_most));  // the last of each is not there most often
 }
 
 void random_site::add_delays(const std::string& name, std::vector<ledger_proposal>& items) {
@@ -91,7 +91,8 @@ void random_site::bring(const std::string& interface, bool up) {
 }
 
 void random_site::flap() {
-  bring("eth" + std::to_string(below(names_most)), below(2) == 0);
+  const std::string interface = "eth" + std::to_string(below(names_most));
+  bring(interface, below(2) == 0);
 }
 
 }  // namespace ot::test
