@@ -62,7 +62,10 @@ track_info__ record(const char* name, track_type type) {
 
 class kept_links : public testing::Test {
  protected:
-  kept_links() { link("acc0", 3, true); }
+  kept_links() {
+    link("acc0", 3, true);
+    tracks_.note(record("t", track_type::interface), {});
+  }
 
   void link(const char* name, std::uint32_t index, bool up, std::uint32_t lower = 0) {
     kernel_.links.put({.index = index, .name = name, .up = up, .vrf_table = 0, .lower = lower});
@@ -149,6 +152,32 @@ TEST_F(kept_links, an_interface_that_came_back_under_its_name_is_another_one) {
   kernel_.asked.clear();
   become(wish::yes);
   EXPECT_THAT(kernel_.asked, ElementsAre("remember 0"));
+}
+
+TEST_F(kept_links, one_that_is_renamed_is_still_the_one_that_was_set_down) {
+  become(wish::no);
+  kernel_.asked.clear();
+  link("other", 3, false);  // nobody asks for that
+  settle();
+  EXPECT_THAT(kernel_.asked, ElementsAre("remember 1", "3 up", "remember 0"));
+
+  kernel_.now += link_keeper::again_us;
+  link("acc0", 3, true);
+  become(wish::no);
+  link("other", 3, false);
+  restart();
+  settle();
+  EXPECT_TRUE(kernel_.links.find("other")->up);
+}
+
+TEST_F(kept_links, it_is_not_set_down_before_it_is_known_what_the_track_stands_on) {
+  keeper_.set("p", "new", "acc0", wish::no);
+  settle();
+  EXPECT_THAT(kernel_.asked, IsEmpty());
+  track_info__ late = record("new", track_type::interface);
+  tracks_.note(late, {});
+  settle();
+  EXPECT_FALSE(is_up());
 }
 
 TEST_F(kept_links, it_is_down_as_long_as_one_of_several_policies_wants_that) {

@@ -1,6 +1,7 @@
 // Following without a gap: the subscription comes first, then the states are read, then the events
 // that have come meanwhile are taken in. An event leaves before the state is stored, so the latest
-// event of a track is never older than what was read.
+// event of a track is never older than what was read. When the states are read again the events
+// that wait stay what they are: there may be several of a track, and a policy that is told each.
 #include "tools/trackpolicy/follower.h"
 
 #include <poll.h>
@@ -82,6 +83,11 @@ int left_until(steady_clock::time_point when) {
   return static_cast<int>(std::max<std::int64_t>(left.count(), 0));
 }
 
+void take_count(int fd) noexcept {
+  std::uint64_t count = 0;
+  (void)!read(fd, &count, sizeof count);
+}
+
 void count_up(int fd) noexcept {
   const std::uint64_t one = 1;
   (void)!write(fd, &one, sizeof one);
@@ -90,8 +96,10 @@ void count_up(int fd) noexcept {
 }  // namespace
 
 follower::follower()
-    : wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), stop_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-  if (!wake_.valid() || !stop_.valid()) {
+    : wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      stop_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      look_again_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+  if (!wake_.valid() || !stop_.valid() || !look_again_.valid()) {
     throw std::system_error(errno, std::generic_category(), "eventfd");
   }
   thread_ = std::thread([this] { run(); });
@@ -103,8 +111,7 @@ follower::~follower() {
 }
 
 std::deque<news> follower::take() {
-  std::uint64_t count = 0;
-  (void)!read(wake_.get(), &count, sizeof count);
+  take_count(wake_.get());
   const std::lock_guard held(lock_);
   return std::exchange(queue_, {});
 }
@@ -143,8 +150,14 @@ void follower::run() {
 }
 
 void follower::guard(std::set<std::string> tracks) {
-  const std::lock_guard held(lock_);
-  guarded_ = std::move(tracks);
+  const bool any = !tracks.empty();
+  {
+    const std::lock_guard held(lock_);
+    guarded_ = std::move(tracks);
+  }
+  if (any) {
+    count_up(look_again_.get());
+  }
 }
 
 void follower::take_changes(std::vector<news> changes) {
@@ -171,24 +184,29 @@ void follower::follow() {
   trackctl::check_code("following events", evdl_subscribe({}, &made));
   const subscription events(made);
   const char* reason = met_ ? "reconnected" : "start";
-  std::array<pollfd, 2> ready{
+  std::array<pollfd, 3> ready{
       pollfd{.fd = stop_.get(), .events = POLLIN, .revents = 0},
+      pollfd{.fd = look_again_.get(), .events = POLLIN, .revents = 0},
       pollfd{.fd = evdl_subscriber_fd(made), .events = POLLIN, .revents = 0}};
   int code = status_ok;
   steady_clock::time_point compare_at{};
   while (code == status_ok && ready[0].revents == 0) {
-    if (left_until(compare_at) == 0) {
+    if (left_until(compare_at) == 0 || ready[1].revents != 0) {
+      take_count(look_again_.get());
       foundations tracks;
       known_states states = read_states(tracks);
       news all{.kind = news::what::states,
                .states = std::move(states),
                .reason = reason,
                .tracks = std::move(tracks)};
-      code = evdl_receive(made, 0, [&all](const evdl_track_event& event) {
-        all.states[event.track] = state_of(event);
-      });
+      if (!std::exchange(connected_, true)) {
+        // Those that have come since the subscription. Later each of them is told.
+        code = evdl_receive(made, 0, [&all](const evdl_track_event& event) {
+          all.states[event.track] = state_of(event);
+        });
+      }
       post(std::move(all));
-      met_ = connected_ = true;
+      met_ = true;
       reason = "change";
       compare_at = steady_clock::now() + compare_after;
     } else {

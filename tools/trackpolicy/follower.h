@@ -39,7 +39,8 @@ class follower {
   [[nodiscard]] int fd() const noexcept { return wake_.get(); }
   std::deque<news> take();
 
-  // Tracks that do not go down without it being said, with that, what they stand on now.
+  // Tracks that do not go down without it being said, with that, what they stand on now. All are
+  // looked at soon: some of them may be new.
   void guard(std::set<std::string> tracks);
 
  private:
@@ -51,6 +52,7 @@ class follower {
 
   unique_fd wake_;
   unique_fd stop_;
+  unique_fd look_again_;
   std::mutex lock_;
   std::deque<news> queue_;
   std::set<std::string> guarded_;

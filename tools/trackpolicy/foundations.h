@@ -27,6 +27,8 @@ class foundations {
   // A route that is gone has no way out: that of `before` still counts.
   void keep_routes_of(const foundations& before);
 
+  // Whether the track was among those that were read.
+  [[nodiscard]] bool know(const std::string& track) const { return tracks_.contains(track); }
   // The interfaces below a track, with the words for how: "wan follows". An interface's own
   // foundations (what a VLAN lies on) are not known here.
   [[nodiscard]] std::map<std::string, std::string> below(const std::string& track) const;

@@ -50,29 +50,33 @@ void link_keeper::set(const std::string& owner, const std::string& track,
 
 std::uint64_t link_keeper::settle(const link_table& links, const foundations& tracks,
                                   link_kernel& kernel) {
-  drop_strangers(links, kernel);
+  follow_names(links, kernel);
   for (auto& [owner, one] : rows_) {
-    one.problem.clear();
+    one.refused.problem.clear();
   }
   std::uint64_t next = never;
   for (const auto& [interface, wanted] : wishes(links, tracks, kernel)) {
     next = std::min(next, bring(interface, links, wanted, kernel));
   }
   for (auto& [owner, one] : rows_) {
-    if (one.problem.empty()) {
-      one.told.clear();
+    if (one.refused.problem.empty()) {
+      one.refused.told.clear();
     }
   }
   return next;
 }
 
-// An interface that is gone was set down by nobody when it comes back.
-void link_keeper::drop_strangers(const link_table& links, link_kernel& kernel) {
-  const std::size_t dropped = std::erase_if(held_, [&links](const auto& each) {
-    const link_fact* const link = links.find(each.first);
-    return link == nullptr || link->index != each.second;
-  });
-  if (dropped > 0) {
+// An interface that is gone was set down by nobody when it comes back; one that has another name
+// now is still held.
+void link_keeper::follow_names(const link_table& links, link_kernel& kernel) {
+  held_links now;
+  for (const auto& [name, index] : held_) {
+    if (const link_fact* const link = links.find(index); link != nullptr) {
+      now.emplace(link->name, index);
+    }
+  }
+  if (now != held_) {
+    held_ = std::move(now);
     (void)kernel.remember(held_);
   }
 }
@@ -85,14 +89,15 @@ std::map<std::string, wish> link_keeper::wishes(const link_table& links, const f
   for (const auto& [interface, index] : held_) {
     all[interface] = wish::yes;
   }
-  for (auto& at : rows_) {
-    const row& one = at.second;
+  for (auto& [owner, one] : rows_) {
     wish& wanted = all.try_emplace(one.interface, wish::yes).first->second;
     const std::string reason = reason_against(one.track, one.interface, links, tracks);
+    // What the track stands on has to be known first.
+    const wish up = one.up == wish::no && !tracks.know(one.track) ? wish::keep : one.up;
     if (!reason.empty()) {
-      refuse_one(at, reason, kernel);
-    } else if (one.up == wish::no || (one.up == wish::keep && wanted == wish::yes)) {
-      wanted = one.up;
+      one.refused.refuse(owner, reason, kernel);
+    } else if (up == wish::no || (up == wish::keep && wanted == wish::yes)) {
+      wanted = up;
     }
   }
   return all;
@@ -175,20 +180,10 @@ std::string link_keeper::set_up(const link_fact& link, link_kernel& kernel) {
 
 void link_keeper::refuse(const std::string& interface, const std::string& text,
                          link_kernel& kernel) {
-  for (auto& at : rows_) {
-    if (at.second.interface == interface && at.second.problem.empty()) {
-      refuse_one(at, text, kernel);
+  for (auto& [owner, one] : rows_) {
+    if (one.interface == interface && one.refused.problem.empty()) {
+      one.refused.refuse(owner, text, kernel);
     }
-  }
-}
-
-void link_keeper::refuse_one(rows::value_type& at, const std::string& text, link_kernel& kernel) {
-  row& one = at.second;
-  one.problem = text;
-  if (one.told != text) {
-    one.told = text;
-    ++one.refusals;
-    kernel.tell(at.first, text);
   }
 }
 
@@ -198,7 +193,8 @@ outcome link_keeper::status(const std::string& owner, const link_table& links) c
     return {};
   }
   const row& one = at->second;
-  outcome made{.problem = one.problem, .changes = one.changes, .refusals = one.refusals};
+  outcome made{
+      .problem = one.refused.problem, .changes = one.changes, .refusals = one.refused.count};
   const link_fact* const link = links.find(one.interface);
   const bool held = held_.contains(one.interface);
   if (link == nullptr) {

@@ -3,7 +3,7 @@
 //
 // What is set down is remembered before it happens, and forgotten after it is up again, so that
 // whoever comes after a crash knows it. By name and index: an interface that has come back under
-// its name is another one, which nobody has set down.
+// its name is another one, which nobody has set down, and one with a new name is still the same.
 #pragma once
 
 #include <cstdint>
@@ -13,21 +13,20 @@
 #include "tools/trackpolicy/foundations.h"
 #include "tools/trackpolicy/kernel/links.h"
 #include "tools/trackpolicy/kernel/network.h"
+#include "tools/trackpolicy/kernel/refusals.h"
 
 namespace ot::trackpolicy {
 
 using held_links = std::map<std::string, std::uint32_t>;  // those that we have set down: the index
 
 // Who changes interfaces, remembers, and hears of trouble.
-class link_kernel {
+class link_kernel : public listener {
  public:
-  virtual ~link_kernel() = default;
   [[nodiscard]] virtual std::uint64_t now_us() const = 0;
   // 0 or an errno value. The table of interfaces changes later, with the kernel's event.
   virtual int set_up(std::uint32_t index, bool up) = 0;
   // Empty, or why it cannot be remembered.
   virtual std::string remember(const held_links& held) = 0;
-  virtual void tell(const std::string& owner, const std::string& text) = 0;
 };
 
 // Why a track would never be up again with the interface down; empty: it might.
@@ -57,10 +56,8 @@ class link_keeper {
     std::string track;
     std::string interface;
     wish up = wish::keep;
-    std::string problem;
-    std::string told;
+    refusals refused;
     std::uint64_t changes = 0;
-    std::uint64_t refusals = 0;
   };
   using rows = std::map<std::string, row>;  // by owner
   struct act {
@@ -69,7 +66,7 @@ class link_keeper {
     std::string refusal;  // why it did not succeed
   };
 
-  void drop_strangers(const link_table& links, link_kernel& kernel);
+  void follow_names(const link_table& links, link_kernel& kernel);
   std::map<std::string, wish> wishes(const link_table& links, const foundations& tracks,
                                      link_kernel& kernel);
   std::uint64_t bring(const std::string& interface, const link_table& links, wish up,
@@ -78,7 +75,6 @@ class link_keeper {
   std::string set_down(const link_fact& link, link_kernel& kernel);
   std::string set_up(const link_fact& link, link_kernel& kernel);
   void refuse(const std::string& interface, const std::string& text, link_kernel& kernel);
-  static void refuse_one(rows::value_type& at, const std::string& text, link_kernel& kernel);
 
   rows rows_;
   held_links held_;

@@ -35,64 +35,6 @@ netlink_network::netlink_network(sd_event* loop, const std::string& folder, tell
   recall();
 }
 
-// --- What policies ask for -----------------------------------------------------------------------
-
-void netlink_network::keep_route(const std::string& owner, const route& what, wish wanted) {
-  doubtful_ = doubtful_ || !routes_.has_owners();
-  routes_.set(owner, what, wanted);
-  if (routes_.unsettled()) {
-    wake(now_us());
-  }
-}
-
-void netlink_network::forget_route(const std::string& owner) {
-  routes_.forget(owner);
-  wake(now_us());
-}
-
-void netlink_network::keep_link(const std::string& owner, const std::string& track,
-                                const std::string& interface, wish up) {
-  link_keeper_.set(owner, track, interface, up);
-  wake(now_us());
-}
-
-void netlink_network::forget_link(const std::string& owner) {
-  link_keeper_.forget(owner);
-  wake(now_us());
-}
-
-void netlink_network::take_foundations(foundations tracks) {
-  tracks.keep_routes_of(tracks_);
-  tracks_ = std::move(tracks);
-  if (link_keeper_.has_owners()) {
-    wake(now_us());
-  }
-}
-
-outcome netlink_network::route_outcome(const std::string& owner) const {
-  outcome made = routes_.status(owner);
-  if (!trouble_.empty()) {
-    made.problem = trouble_;
-  }
-  return made;
-}
-
-outcome netlink_network::link_outcome(const std::string& owner) const {
-  outcome made = link_keeper_.status(owner, links_);
-  if (!trouble_.empty()) {
-    made.problem = trouble_;
-  }
-  return made;
-}
-
-void netlink_network::tell(const std::string& owner, const std::string& text) {
-  tell_(owner, text);
-}
-
-std::uint64_t netlink_network::now_us() const {
-  return monotonic_us();
-}
-
 // --- Turns ---------------------------------------------------------------------------------------
 
 // A time that is later than one that is set already changes nothing.
@@ -247,6 +189,14 @@ void netlink_network::compare() {
 
 void netlink_network::carry_out(std::vector<route_change>& changes) {
   kernel_.carry_out(changes);
+}
+
+void netlink_network::tell(const std::string& owner, const std::string& text) {
+  tell_(owner, text);
+}
+
+std::uint64_t netlink_network::now_us() const {
+  return monotonic_us();
 }
 
 int netlink_network::set_up(std::uint32_t index, bool up) {

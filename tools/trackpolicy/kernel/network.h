@@ -4,6 +4,7 @@
 //   network.h          what reactions ask of it
 //   route.h, links.h   routes and interfaces as plain values
 //   route_meaning.h    what names and refusals mean
+//   refusals.h         what stands against that, said once
 //   route_keeper.h     which routes of ours are to be there, and what must change for that
 //   link_keeper.h      which interfaces are to be down, and which of them we have set down
 //   messages.h         both as the kernel's messages

@@ -25,7 +25,7 @@ void route_keeper::set(const std::string& owner, const route& what, wish wanted)
     at->second.what = what;
     at->second.wanted = wanted;
     at->second.added_us = 0;
-    at->second.problem.clear();
+    at->second.refused.problem.clear();
     changed_.insert(owner);
   }
 }
@@ -57,7 +57,7 @@ void route_keeper::resolve(rows::iterator at, const link_table& links, route_ker
   std::string problem;
   // What the kernel has refused stands until it is as wanted.
   if (!one.meant || is_there(*one.meant) == (one.wanted == wish::yes)) {
-    one.problem.clear();
+    one.refused.problem.clear();
   }
   unlist(at);
   one.meant = meaning_of(one.what, links, problem);
@@ -65,17 +65,7 @@ void route_keeper::resolve(rows::iterator at, const link_table& links, route_ker
     by_key_[one.meant->key][at->first] = &one;
     touched_.insert(one.meant->key);
   } else if (one.wanted == wish::yes) {
-    refuse(*at, problem, kernel);
-  }
-}
-
-void route_keeper::refuse(rows::value_type& at, const std::string& text, route_kernel& kernel) {
-  row& one = at.second;
-  one.problem = text;
-  if (one.told != text) {
-    one.told = text;
-    ++one.refusals;
-    kernel.tell(at.first, text);
+    one.refused.refuse(at->first, problem, kernel);
   }
 }
 
@@ -118,7 +108,7 @@ bool route_keeper::is_there(const kernel_route& meant) const {
 
 void route_keeper::try_again() {
   for (const auto& [owner, each] : rows_) {
-    if (!each.problem.empty()) {
+    if (!each.refused.problem.empty()) {
       changed_.insert(owner);
     }
   }
@@ -126,7 +116,7 @@ void route_keeper::try_again() {
 
 bool route_keeper::refused() const noexcept {
   return std::any_of(rows_.begin(), rows_.end(),
-                     [](const auto& each) { return !each.second.problem.empty(); });
+                     [](const auto& each) { return !each.second.refused.problem.empty(); });
 }
 
 // Of several that want a route of that key, the one that has it, else the first by name.
@@ -225,10 +215,10 @@ void route_keeper::take_result(const route_change& change, route_kernel& kernel)
     const bool concerned = change.add ? one->meant == change.what : one->wanted == wish::no;
     if (concerned && change.error == 0) {
       ++one->changes;
-      one->problem.clear();
-      one->told.clear();
+      one->refused.problem.clear();
+      one->refused.told.clear();
     } else if (concerned && !gone) {
-      refuse(*rows_.find(owner), refusal_text(change.error, change.text), kernel);
+      one->refused.refuse(owner, refusal_text(change.error, change.text), kernel);
     }
   }
 }
@@ -239,7 +229,8 @@ outcome route_keeper::status(const std::string& owner) const {
     return {};
   }
   const row& one = at->second;
-  outcome made{.problem = one.problem, .changes = one.changes, .refusals = one.refusals};
+  outcome made{
+      .problem = one.refused.problem, .changes = one.changes, .refusals = one.refused.count};
   if (one.wanted == wish::yes && one.meant) {
     made.done = is_there(*one.meant);
     if (const auto* const first = winner(one.meant->key); !made.done && first != &*at) {

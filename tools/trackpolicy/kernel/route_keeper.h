@@ -9,6 +9,7 @@
 
 #include "tools/trackpolicy/kernel/links.h"
 #include "tools/trackpolicy/kernel/network.h"
+#include "tools/trackpolicy/kernel/refusals.h"
 #include "tools/trackpolicy/kernel/route.h"
 
 namespace ot::trackpolicy {
@@ -21,13 +22,11 @@ struct route_change {
 };
 
 // Who changes routes and hears of trouble.
-class route_kernel {
+class route_kernel : public listener {
  public:
-  virtual ~route_kernel() = default;
   // Carries out all, in this order. Deletions take only routes of our protocol, additions replace
   // nothing.
   virtual void carry_out(std::vector<route_change>& changes) = 0;
-  virtual void tell(const std::string& owner, const std::string& text) = 0;
 };
 
 class route_keeper {
@@ -60,12 +59,10 @@ class route_keeper {
   struct row {
     route what;
     wish wanted = wish::keep;
-    std::optional<kernel_route> meant;  // none: `problem` says why
-    std::string problem;
-    std::string told;            // the problem that was told last
+    std::optional<kernel_route> meant;  // none: it is refused
+    refusals refused;
     std::uint64_t added_us = 0;  // for the latest wish
     std::uint64_t changes = 0;
-    std::uint64_t refusals = 0;
   };
   using rows = std::map<std::string, row>;  // by owner
 
@@ -78,7 +75,6 @@ class route_keeper {
             std::vector<route_change>& ret_additions) const;
   void put_off(std::vector<route_change>& additions, std::uint64_t now_us);
   void take_result(const route_change& change, route_kernel& kernel);
-  static void refuse(rows::value_type& at, const std::string& text, route_kernel& kernel);
 
   rows rows_;
   std::map<route_key, std::map<std::string, row*>> by_key_;  // those that have a meaning

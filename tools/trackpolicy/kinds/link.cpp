@@ -3,55 +3,33 @@
 // because nobody knows better would do more harm than to let it go on.
 #include <array>
 
-#include "tools/trackpolicy/kernel/network.h"
-#include "tools/trackpolicy/kinds/kinds.h"
+#include "tools/trackpolicy/kinds/keeping.h"
 
 namespace ot::trackpolicy {
 namespace {
 
-constexpr std::size_t name_max = 15;
-
-class link_reaction : public reaction {
+class link_reaction final : public keeping_reaction {
  public:
-  link_reaction(const policy& of, host& on) : policy_(of), host_(on) { ask(); }
+  link_reaction(const policy& of, host& on) : keeping_reaction(of, on) { ask(); }
 
-  void see(const situation& now) override {
-    state_ = now.state;
-    ask();
-  }
-  void due() override {}
-  void change(const policy& to) override {
-    policy_ = to;
-    ask();
-  }
-  void remove() override { host_.net().forget_link(policy_.name); }
+  void remove() override { net().forget_link(of().name); }
 
   [[nodiscard]] report status() const override {
-    const outcome now = host_.net().link_outcome(policy_.name);
-    report made;
+    const outcome now = net().link_outcome(of().name);
+    report made = report_of(now);
     made.doing = now.stands;
-    made.problem = now.problem;
-    made.runs = now.changes;
-    made.failures = now.refusals;
     return made;
   }
 
  private:
-  void ask() {
+  void ask() override {
     constexpr std::array wishes{wish::keep, wish::yes, wish::no};  // by state
-    host_.net().keep_link(policy_.name, policy_.track, policy_.interface, wishes[index_of(state_)]);
+    net().keep_link(of().name, of().track, of().interface, wishes[index_of(state())]);
   }
-
-  policy policy_;
-  host& host_;
-  track_state state_ = track_state::unknown;
 };
 
-std::string interface_value(const toml::node& node) {
-  std::string name = settings::text_value(node);
-  if (name.size() > name_max || name.find_first_of(" \t\n/") != std::string::npos) {
-    throw settings::value_error("must be the name of an interface, of at most 15 characters");
-  }
+std::string access_value(const toml::node& node) {
+  std::string name = interface_value(node);
   if (name == "lo") {
     throw settings::value_error("is the loopback interface, on which the router itself depends");
   }
@@ -59,7 +37,7 @@ std::string interface_value(const toml::node& node) {
 }
 
 constexpr std::array own_keys{
-    key_row{"interface", settings::take_value<&policy::interface, interface_value>,
+    key_row{"interface", settings::take_value<&policy::interface, access_value>,
             settings::key_required},
 };
 

@@ -6,8 +6,7 @@
 #include <charconv>
 #include <system_error>
 
-#include "tools/trackpolicy/kernel/network.h"
-#include "tools/trackpolicy/kinds/kinds.h"
+#include "tools/trackpolicy/kinds/keeping.h"
 
 namespace ot::trackpolicy {
 namespace {
@@ -18,35 +17,21 @@ constexpr std::uint32_t local_table = 255;  // the kernel's own
 constexpr std::uint32_t mtu_least = 68;
 constexpr std::uint32_t mtu_least_ipv6 = 1280;
 constexpr std::uint32_t mtu_most = 65535;
-constexpr std::size_t name_max = 15;  // of an interface
 
-class route_reaction : public reaction {
+class route_reaction final : public keeping_reaction {
  public:
-  route_reaction(const policy& of, host& on) : policy_(of), host_(on) { ask(); }
+  route_reaction(const policy& of, host& on) : keeping_reaction(of, on) { ask(); }
 
-  void see(const situation& now) override {
-    known_ = true;
-    state_ = now.state;
-    ask();
-  }
-  void due() override {}
-  void change(const policy& to) override {
-    policy_ = to;
-    ask();
-  }
-  void remove() override { host_.net().forget_route(policy_.name); }
+  void remove() override { net().forget_route(of().name); }
 
   [[nodiscard]] report status() const override {
-    const outcome now = host_.net().route_outcome(policy_.name);
-    report made;
-    made.runs = now.changes;
-    made.failures = now.refusals;
-    made.problem = now.problem;
-    const std::string what = text_of(policy_.kept_route);
-    if (!known_) {
-      made.doing = "waits for the service: " + what;
-    } else if (state_ != track_state::up) {
-      made.doing = "withheld by " + policy_.track + ": " + what;
+    const outcome now = net().route_outcome(of().name);
+    report made = report_of(now);
+    const std::string what = text_of(of().kept_route);
+    if (!known()) {
+      made.doing = "waits for a state: " + what;
+    } else if (state() != track_state::up) {
+      made.doing = "withheld by " + of().track + ": " + what;
     } else if (now.done) {
       made.doing = "installed: " + what;
     } else {
@@ -56,15 +41,10 @@ class route_reaction : public reaction {
   }
 
  private:
-  void ask() {
-    const wish wanted = !known_ ? wish::keep : (state_ == track_state::up ? wish::yes : wish::no);
-    host_.net().keep_route(policy_.name, policy_.kept_route, wanted);
+  void ask() override {
+    const wish wanted = !known() ? wish::keep : (state() == track_state::up ? wish::yes : wish::no);
+    net().keep_route(of().name, of().kept_route, wanted);
   }
-
-  policy policy_;
-  host& host_;
-  bool known_ = false;
-  track_state state_ = track_state::unknown;
 };
 
 ip_address address_value(const toml::node& node) {
@@ -73,14 +53,6 @@ ip_address address_value(const toml::node& node) {
     throw value_error("must be an IPv4 or IPv6 address");
   }
   return made;
-}
-
-std::string interface_value(const toml::node& node) {
-  std::string name = settings::text_value(node);
-  if (name.size() > name_max || name.find_first_of(" \t\n/") != std::string::npos) {
-    throw value_error("must be the name of an interface, of at most 15 characters");
-  }
-  return name;
 }
 
 void take_prefix(const toml::node& node, policy& to) {
