@@ -135,13 +135,22 @@ kind = "rocket"
 )");
   EXPECT_THAT(
       config.problems,
-      ElementsAre("f:2:8: name: must be 1 to 31 of A-Z a-z 0-9 _ . : -, and not begin with a dot",
+      ElementsAre("f:2:8: name: must be 1 to 31 of A-Z a-z 0-9 _ . : -",
                   "f:5:8: path: must be the absolute path of a file",
                   "f:10:1: a policy of kind command has no \"path\"",
                   "f:11:7: run: must be a list of texts: the program and its arguments",
                   "f:15:8: kind: must be one of command, file, route, link, frr",
                   "f:16:2: \"other\" is not known here; there are [defaults] and [[policy]]"));
   EXPECT_THAT(config.policies, IsEmpty());
+}
+
+TEST(policy_config, a_track_may_have_a_name_that_a_policy_may_not) {
+  const auto read = [](const std::string& name, const std::string& track) {
+    return parse_policies("f", "[[policy]]\nname=\"" + name + "\"\ntrack=\"" + track +
+                                   "\"\nkind=\"link\"\ninterface=\"eth0\"");
+  };
+  EXPECT_EQ(read("a", ".t").policies.at(0).track, ".t");
+  EXPECT_THAT(read(".a", "t").problems, ElementsAre("f:2:6: name: must not begin with a dot"));
 }
 
 std::vector<std::string> command_problems(const std::string& keys) {
@@ -280,8 +289,8 @@ class policy_folder : public testing::Test {
   }
 
   static std::string file_policy(const std::string& name) {
-    return "[[policy]]\nname = \"" + name +
-           "\"\ntrack = \"t\"\nkind = \"file\"\npath = \"/run/x\"\n";
+    return "[[policy]]\nname = \"" + name + "\"\ntrack = \"t\"\nkind = \"file\"\npath = \"/run/" +
+           name + "\"\n";
   }
 
   [[nodiscard]] std::string only_problem() const {
@@ -305,10 +314,25 @@ TEST_F(policy_folder, its_files_are_read_by_name_and_others_are_not) {
 }
 
 TEST_F(policy_folder, a_name_is_taken_once_in_all_files) {
-  write("10.toml", file_policy("a"));
-  write("20.toml", file_policy("a"));
+  const std::string policy =
+      "[[policy]]\nname = \"a\"\ntrack = \"t\"\nkind = \"link\"\ninterface = ";
+  write("10.toml", policy + "\"eth0\"");
+  write("20.toml", policy + "\"eth1\"");
   EXPECT_EQ(only_problem(),
             path_ + "/20.toml:2:8: name \"a\" is that of the policy in " + path_ + "/10.toml:1");
+}
+
+TEST_F(policy_folder, a_file_is_of_one_policy) {
+  write("10.toml", file_policy("a"));
+  for (const char* const like : {"/run/a", "/run/a.new"}) {
+    write("20.toml", "[[policy]]\nname = \"b\"\ntrack = \"t\"\nkind = \"file\"\npath = \"" +
+                         std::string(like) + '"');
+    EXPECT_EQ(only_problem(), path_ + "/20.toml:5:8: path: the policy in " + path_ +
+                                  "/10.toml:1 writes to " + like + " as well");
+  }
+  write("10.toml", file_policy("a.new"));
+  write("20.toml", file_policy("a"));
+  EXPECT_THAT(only_problem(), HasSubstr("/10.toml:1 writes to /run/a.new as well"));
 }
 
 TEST_F(policy_folder, what_others_may_have_written_is_refused) {

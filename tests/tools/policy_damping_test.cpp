@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "tools/trackpolicy/flap_records.h"
 #include "tools/trackpolicy/state_filter.h"
 
 namespace ot::trackpolicy {
@@ -272,6 +273,74 @@ TEST_F(policy_filter, takes_over_what_a_reload_says) {
   EXPECT_EQ(status().penalty, 0);
   advance(0);
   EXPECT_THAT(acted(), ElementsAre("up"));
+}
+
+TEST_F(policy_filter, goes_on_after_a_restart_where_an_earlier_one_was) {
+  configure(damped());
+  see(up);
+  flap();
+  flap();
+  const flap_record known = *filter_.flaps(now_);
+  advance(5000);
+  acted();
+  filter_ = {};
+  configure(damped());
+  filter_.recall(known, now_);
+  EXPECT_NEAR(status().penalty, 2000 * std::sqrt(0.5), 0.01);
+  EXPECT_NEAR(static_cast<double>(status().suppressed_us), 15e6, 2);
+  see(up);  // what was done before stays
+  EXPECT_THAT(acted(), IsEmpty());
+  EXPECT_EQ(status().held, up);
+  see(down);
+  EXPECT_THAT(acted(), ElementsAre("down"));
+  see(up);
+  advance(22'800);  // with that flap, too
+  EXPECT_THAT(acted(), ElementsAre("up"));
+  EXPECT_FALSE(status().held);
+}
+
+TEST_F(policy_filter, remembers_a_penalty_that_does_not_suppress_and_none_that_is_over) {
+  configure(damped());
+  EXPECT_FALSE(filter_.flaps(now_));
+  see(up);
+  flap();
+  const flap_record known = *filter_.flaps(now_);
+  advance(100'000);
+  EXPECT_FALSE(filter_.flaps(now_));
+  filter_ = {};
+  now_ -= 100'000'000;
+  configure(damped());
+  filter_.recall(known, now_);
+  EXPECT_EQ(status().penalty, 1000);
+  acted();
+  see(up);
+  EXPECT_THAT(acted(), ElementsAre("up"));
+}
+
+TEST_F(policy_filter, does_not_believe_every_record) {
+  const flap_record suppressed{
+      .penalty = 4000, .flapped_us = now_, .suppressed_until_us = now_ + 30'000'000};
+  configure({});  // without damping
+  filter_.recall(suppressed, now_);
+  see(up);
+  EXPECT_THAT(acted(), ElementsAre("up"));
+  filter_ = {};
+  configure(damped());
+  filter_.recall({.penalty = 4000, .flapped_us = now_ + 1, .suppressed_until_us = now_ + 2}, now_);
+  EXPECT_EQ(status().penalty, 0);
+  filter_.recall({.penalty = -4000, .flapped_us = now_, .suppressed_until_us = 0}, now_);
+  EXPECT_EQ(status().penalty, 0);
+  filter_.recall({.penalty = 1e9, .flapped_us = now_, .suppressed_until_us = UINT64_MAX}, now_);
+  EXPECT_EQ(status().suppressed_us, 40'000'000U);  // four half-lives at most
+}
+
+TEST(flap_records, are_read_as_they_were_written) {
+  const flap_records all{{{"a", "t"}, {.penalty = 1500, .flapped_us = 7, .suppressed_until_us = 9}},
+                         {{"b", ".u"}, {.penalty = 12.5, .flapped_us = 8}}};
+  const flap_records read = read_flaps(text_of(all));
+  EXPECT_EQ(text_of(all), "a t 1500 7 9\nb .u 12.5 8 0\n");
+  EXPECT_EQ(text_of(read), text_of(all));
+  EXPECT_EQ(text_of(read_flaps("a t 1500 7\nx\n\nb u 1 2 3\nc v nan 2 3\n")), "b u 1 2 3\n");
 }
 
 // Whatever comes, in the end, after the hold and four half-lives, what was acted upon last is the

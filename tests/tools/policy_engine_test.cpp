@@ -10,6 +10,7 @@
 #include <random>
 
 #include "tools/trackpolicy/kernel/network.h"
+#include "tools/trackpolicy/kinds/command_memory.h"
 #include "tools/trackpolicy/kinds/kinds.h"
 
 namespace ot::trackpolicy {
@@ -76,6 +77,18 @@ class fake_host : public host {
   std::string recall(const std::string& name) override { return memory[name]; }
   void remember(const std::string& name, const std::string& text) override { memory[name] = text; }
   void forget(const std::string& name) override { memory.erase(name); }
+  std::vector<std::string> remembered() override {
+    std::vector<std::string> names;
+    for (const auto& [name, text] : memory) {
+      names.push_back(name);
+    }
+    return names;
+  }
+  std::string recall_flaps() override { return flaps; }
+  void remember_flaps(const std::string& text) override {
+    flaps = text;
+    ++flap_writes;
+  }
   std::uint64_t start_ticks(pid_t process) override { return static_cast<std::uint64_t>(process); }
   void end_leftover(pid_t leader, std::uint64_t) override { leftovers.push_back(leader); }
   bool file_has(const std::string& path, const std::string& content) override {
@@ -122,6 +135,8 @@ class fake_host : public host {
   std::map<std::string, std::string> memory_at_start;  // of the command that began last
   std::map<std::string, std::string> files;
   int writes = 0;
+  std::string flaps;
+  int flap_writes = 0;
 };
 
 policy command_policy(const std::string& name = "p", const std::string& track = "t") {
@@ -146,6 +161,7 @@ class policy_engine : public testing::Test {
  protected:
   void start(const std::vector<policy>& policies) {
     engine_ = std::make_unique<engine>(host_);
+    engine_->recall_flaps();
     engine_->apply(policies);
   }
   void states(track_state state, const char* reason = "start") {
@@ -430,7 +446,7 @@ policy route_policy() {
 TEST_F(policy_engine, a_route_is_wanted_exactly_while_the_track_is_up) {
   start({route_policy()});
   EXPECT_EQ(host_.net_.routes["r"], "default dev wan0 keep");
-  EXPECT_EQ(status().doing, "waits for the service: default dev wan0");
+  EXPECT_EQ(status().doing, "waits for a state: default dev wan0");
   states(up);
   EXPECT_EQ(host_.net_.routes["r"], "default dev wan0 yes");
   host_.net_.now.done = true;
@@ -576,6 +592,48 @@ TEST_F(policy_engine, flaps_are_damped_and_a_policy_of_another_track_begins_with
   of.track = "other";
   engine_->apply({of});
   EXPECT_EQ(engine_->status().at(0).filter.penalty, 0);
+}
+
+TEST_F(policy_engine, a_restart_does_not_forget_flaps) {
+  policy of = file_policy();
+  of.half_life_ms = 10'000;
+  start({of});
+  states(up);
+  engine_->remember_flaps();
+  EXPECT_EQ(host_.flap_writes, 0);
+  for (int i = 0; i < 3; ++i) {
+    become(down);
+    become(up);
+  }
+  engine_->remember_flaps();
+  engine_->remember_flaps();
+  EXPECT_EQ(host_.flap_writes, 1);
+
+  start({of});
+  states(up);
+  EXPECT_EQ(host_.files["/run/f"], "0\n");
+  EXPECT_EQ(engine_->status().at(0).filter.penalty, 3000);
+  advance(20'001);
+  EXPECT_EQ(host_.files["/run/f"], "1\n");
+
+  // Of the track, and not one that comes back by a reload.
+  engine_->apply({});
+  engine_->apply({of});
+  EXPECT_EQ(engine_->status().at(0).filter.penalty, 0);
+  of.track = "other";
+  start({of});
+  EXPECT_EQ(engine_->status().at(0).filter.penalty, 0);
+}
+
+TEST_F(policy_engine, what_is_remembered_of_no_policy_is_ended_and_forgotten) {
+  host_.memory = {{"gone", R"({"track":"t","told":"up","command":7,"started":8})"},
+                  {"moved", R"({"track":"u","told":"up","command":9,"started":8})"},
+                  {"f", R"({"track":"t","told":"up","command":11,"started":8})"},
+                  {"odd", "odd"},
+                  {"p", R"({"track":"t","told":"up"})"}};
+  forget_others(host_, {command_policy("p"), command_policy("moved"), file_policy()});
+  EXPECT_THAT(host_.leftovers, testing::UnorderedElementsAre(7, 9, 11));
+  EXPECT_THAT(host_.memory, ElementsAre(testing::Key("p")));
 }
 
 // Whatever happens in whatever order, in the end the command has been told the final state last and

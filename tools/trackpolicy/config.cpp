@@ -21,6 +21,7 @@ namespace {
 
 constexpr const char* defaults_key = "defaults";
 constexpr const char* policies_key = "policy";
+constexpr const char* in_progress = ".new";  // a file is written to this, and renamed
 constexpr std::size_t file_size_max = std::size_t{4} << 20;
 
 class config_reader {
@@ -95,15 +96,32 @@ class config_reader {
       problems_.add(table.source(),
                     "there are more than " + std::to_string(policies_max) + " policies");
     }
+    if (found.kind == kind_id::file) {
+      check_file(table, found.path, place);
+    }
     if (problems_.count() == before) {
       found_.policies.push_back(std::move(found));
     }
+  }
+
+  // Each would write over the other's, at once or while its own is not whole yet.
+  void check_file(const toml::table& table, const std::string& path, const std::string& place) {
+    for (const std::string& like : {path, path + in_progress}) {
+      if (const auto other = files_.find(like); other != files_.end()) {
+        problems_.add(table.get("path")->source(),
+                      "path: the policy in " + other->second + " writes to " + like + " as well");
+        return;
+      }
+    }
+    files_.emplace(path, place);
+    files_.emplace(path + in_progress, place);
   }
 
   std::string path_;
   settings::problem_list problems_;
   policy defaults_;
   std::map<std::string, std::string> places_;  // of all files, by name
+  std::map<std::string, std::string> files_;   // what policies write to: their places
   configuration found_;
 };
 

@@ -23,6 +23,7 @@
 #include "tools/trackpolicy/engine.h"
 #include "tools/trackpolicy/failure.h"
 #include "tools/trackpolicy/follower.h"
+#include "tools/trackpolicy/kinds/command_memory.h"
 #include "tools/trackpolicy/log.h"
 #include "tools/trackpolicy/status_socket.h"
 #include "tools/trackpolicy/system.h"
@@ -74,6 +75,8 @@ class daemon {
   explicit daemon(const std::vector<policy>& policies)
       : loop_(new_loop()), host_(loop_.get()), engine_(host_) {
     host_.prepare(policies);
+    forget_others(host_, policies);
+    engine_.recall_flaps();
     engine_.apply(policies);
     watch_signals();
     due_ = qmond::loop_source::timer(loop_.get(), UINT64_MAX, accuracy_us, [this](std::uint32_t) {
@@ -121,6 +124,7 @@ class daemon {
     if (const int r = sd_event_run(loop_.get(), UINT64_MAX); r < 0 && r != -EINTR) {
       throw std::system_error(-r, std::generic_category(), "event loop");
     }
+    engine_.remember_flaps();
   }
 
   void take_news() {

@@ -30,6 +30,10 @@ void engine::apply(const std::vector<policy>& policies) {
     }
     at.of = each;
     at.filter.configure(each, host_.now_us());
+    if (const auto known = flaps_of_earlier_.find({each.name, each.track});
+        known != flaps_of_earlier_.end()) {
+      at.filter.recall(known->second, host_.now_us());
+    }
   }
   std::erase_if(entries_, [&names](const auto& row) {
     const bool gone = !names.contains(row.first);
@@ -38,10 +42,27 @@ void engine::apply(const std::vector<policy>& policies) {
     }
     return gone;
   });
+  flaps_of_earlier_.clear();
   by_track_.clear();
   for (auto& [name, at] : entries_) {
     by_track_.emplace(at.of.track, &at);
     tell(at, "reloaded");
+  }
+}
+
+void engine::recall_flaps() {
+  flaps_of_earlier_ = read_flaps(host_.recall_flaps());
+}
+
+void engine::remember_flaps() {
+  if (std::exchange(flapped_, false)) {
+    flap_records all;
+    for (const auto& [name, at] : entries_) {
+      if (const auto one = at.filter.flaps(host_.now_us())) {
+        all.emplace(std::pair(name, at.of.track), *one);
+      }
+    }
+    host_.remember_flaps(text_of(all));
   }
 }
 
@@ -53,7 +74,9 @@ situation engine::situation_of(const std::string& track, const char* reason) con
 
 void engine::tell(entry& to, const char* reason) {
   if (reachable_) {
+    const std::uint64_t flaps = to.filter.flap_count();
     to.filter.see(situation_of(to.of.track, reason), host_.now_us());
+    flapped_ = flapped_ || to.filter.flap_count() != flaps;
     hand_on(to);
   }
 }

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/trackpolicy/flap_records.h"
 #include "tools/trackpolicy/reaction.h"
 #include "tools/trackpolicy/state_filter.h"
 
@@ -32,6 +33,11 @@ class engine {
  public:
   // `on` outlives the engine. The service counts as gone until the first states come.
   explicit engine(host& on) : host_(on) {}
+
+  // Before the first policies: what an earlier trackpolicy knew of flaps.
+  void recall_flaps();
+  // Once the events of a turn are done with; writes only after flaps.
+  void remember_flaps();
 
   // Takes over policies: those of the same name, kind and track go on with what they were doing.
   void apply(const std::vector<policy>& policies);
@@ -61,6 +67,8 @@ class engine {
 
   host& host_;
   bool reachable_ = false;
+  bool flapped_ = false;  // since they were remembered
+  flap_records flaps_of_earlier_;
   known_states states_;
   std::map<std::string, entry> entries_;  // by name
   std::multimap<std::string, entry*, std::less<>> by_track_;

@@ -14,6 +14,7 @@
 //   foundations.h      which interfaces a track itself depends on
 //   log.h              what is said, and never waits for a reader
 //   state_filter.h     which states a policy acts upon: those that last, and no flaps
+//   flap_records.h     what is remembered of flaps
 //   engine.h           which states there are, and whom they concern; knows no processes and files
 //   follower.h         the thread: the tracks' states, then their events, then states again
 //   system.h           the engine's host on a router: processes, files, what is remembered

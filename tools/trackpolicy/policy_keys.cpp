@@ -18,14 +18,23 @@ using settings::value_error;
 
 constexpr std::size_t name_max = 31;  // what events carry of a track's name
 
-std::string name_value(const toml::node& node) {
+std::string track_value(const toml::node& node) {
   std::string name = settings::text_value(node);
   const bool plain = std::all_of(name.begin(), name.end(), [](unsigned char c) {
     return std::isalnum(c) != 0 ||
            std::string_view{"_.:-"}.find(static_cast<char>(c)) != std::string_view::npos;
   });
-  if (!plain || name.size() > name_max || name.front() == '.') {
-    throw value_error("must be 1 to 31 of A-Z a-z 0-9 _ . : -, and not begin with a dot");
+  if (!plain || name.size() > name_max) {
+    throw value_error("must be 1 to 31 of A-Z a-z 0-9 _ . : -");
+  }
+  return name;
+}
+
+// What is remembered of a policy is a file of its name.
+std::string name_value(const toml::node& node) {
+  std::string name = track_value(node);
+  if (name.front() == '.') {
+    throw value_error("must not begin with a dot");
   }
   return name;
 }
@@ -36,7 +45,7 @@ constexpr std::uint32_t penalty_max = 1'000'000;
 
 constexpr std::array general_keys{
     key_row{"name", settings::take_value<&policy::name, name_value>, settings::key_required},
-    key_row{"track", settings::take_value<&policy::track, name_value>, settings::key_required},
+    key_row{"track", settings::take_value<&policy::track, track_value>, settings::key_required},
     key_row{"kind", [](const toml::node&, policy&) {}},  // read before
     key_row{"hold", settings::take_value<&policy::hold_ms, settings::duration_value, 0, time_max>,
             settings::key_common},

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "tools/trackpolicy/policy.h"
 
@@ -64,6 +65,11 @@ class host {
   virtual std::string recall(const std::string& policy_name) = 0;
   virtual void remember(const std::string& policy_name, const std::string& text) = 0;
   virtual void forget(const std::string& policy_name) = 0;
+  // Of which policies something is remembered.
+  virtual std::vector<std::string> remembered() = 0;
+  // The same for the flaps of all policies.
+  virtual std::string recall_flaps() = 0;
+  virtual void remember_flaps(const std::string& text) = 0;
   virtual std::uint64_t start_ticks(pid_t process) = 0;
   // Ends what an earlier trackpolicy left running, if it is still the process that started then.
   virtual void end_leftover(pid_t leader, std::uint64_t ticks) = 0;

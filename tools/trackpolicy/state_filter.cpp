@@ -14,10 +14,33 @@ void state_filter::configure(const policy& of, std::uint64_t now_us) {
   half_life_us_ = of.half_life_ms * 1000.0;
   suppress_ = of.suppress;
   reuse_ = of.reuse;
+  begin_with_penalty(was_suppressed, now_us);
+}
+
+void state_filter::recall(const flap_record& earlier, std::uint64_t now_us) {
+  if (half_life_us_ == 0 || earlier.flapped_us > now_us || !(earlier.penalty > 0)) {
+    return;
+  }
+  penalty_ = std::min(earlier.penalty, reuse_ * penalty_ceiling);
+  flapped_us_ = earlier.flapped_us;
+  penalty_ = penalty_at(now_us);
+  flapped_us_ = now_us;
+  begin_with_penalty(now_us < earlier.suppressed_until_us, now_us);
+}
+
+void state_filter::begin_with_penalty(bool was_suppressed, std::uint64_t now_us) noexcept {
   suppressed_until_us_ = 0;
   if (penalty_ >= suppress_ || (was_suppressed && penalty_ > reuse_)) {
     suppress_from(now_us);
   }
+}
+
+std::optional<flap_record> state_filter::flaps(std::uint64_t now_us) const {
+  if (penalty_at(now_us) < 1) {
+    return std::nullopt;
+  }
+  return flap_record{
+      .penalty = penalty_, .flapped_us = flapped_us_, .suppressed_until_us = suppressed_until_us_};
 }
 
 void state_filter::see(const situation& now, std::uint64_t now_us) {
@@ -50,13 +73,13 @@ std::uint64_t state_filter::due_us() const noexcept {
   return present_ && news_ ? allowed_us() : reaction::never;
 }
 
-// When the present state may be acted upon. At once when it was already, and at the start: what an
-// earlier trackpolicy has done for it stays then.
+// When the present state may be acted upon. At once when it was already, and at the start, unless
+// up is suppressed since before it: what an earlier trackpolicy has done for it stays then.
 std::uint64_t state_filter::allowed_us() const noexcept {
-  if (!taken_ || taken_->state == present_->state) {
+  if (taken_ && taken_->state == present_->state) {
     return 0;
   }
-  const std::uint64_t lasting = since_us_ + hold_us_;
+  const std::uint64_t lasting = taken_ ? since_us_ + hold_us_ : 0;
   return present_->state == track_state::up ? std::max(lasting, suppressed_until_us_) : lasting;
 }
 
@@ -72,6 +95,7 @@ void state_filter::count_flap(std::uint64_t now_us) noexcept {
   }
   penalty_ = std::min(penalty_at(now_us) + flap_penalty, reuse_ * penalty_ceiling);
   flapped_us_ = now_us;
+  ++flap_count_;
   if (penalty_ >= suppress_ || now_us < suppressed_until_us_) {
     suppress_from(now_us);
   }

@@ -27,10 +27,26 @@ struct filter_report {
   std::uint64_t held_us = 0;        // for so long, unless it changes
 };
 
+// What has to outlive a restart: a track that flaps does not begin anew with it. Times are those
+// that the filter is given, which go on until the next boot.
+struct flap_record {
+  double penalty = 0;  // at `flapped_us`
+  std::uint64_t flapped_us = 0;
+  std::uint64_t suppressed_until_us = 0;
+};
+
 class state_filter {
  public:
   // From now on with what this policy says; without damping the penalty is gone.
   void configure(const policy& of, std::uint64_t now_us);
+
+  // Takes over the flaps of an earlier one, after configure(): while up was suppressed what was
+  // done stays.
+  void recall(const flap_record& earlier, std::uint64_t now_us);
+  // Nothing where there is no penalty to speak of.
+  [[nodiscard]] std::optional<flap_record> flaps(std::uint64_t now_us) const;
+  // How many flaps there were.
+  [[nodiscard]] std::uint64_t flap_count() const noexcept { return flap_count_; }
 
   // The track's state, whenever it is learnt.
   void see(const situation& now, std::uint64_t now_us);
@@ -49,6 +65,7 @@ class state_filter {
  private:
   [[nodiscard]] double penalty_at(std::uint64_t now_us) const noexcept;
   [[nodiscard]] std::uint64_t allowed_us() const noexcept;
+  void begin_with_penalty(bool was_suppressed, std::uint64_t now_us) noexcept;
   void count_flap(std::uint64_t now_us) noexcept;
   void suppress_from(std::uint64_t now_us) noexcept;
 
@@ -67,6 +84,7 @@ class state_filter {
   double penalty_ = 0;  // at `flapped_us_`
   std::uint64_t flapped_us_ = 0;
   std::uint64_t suppressed_until_us_ = 0;
+  std::uint64_t flap_count_ = 0;
 };
 
 }  // namespace ot::trackpolicy

@@ -28,7 +28,7 @@ class system_host : public host {
   explicit system_host(sd_event* loop);
   ~system_host() override;
 
-  // Looks up whom commands run as, which may take a while, and forgets policies that there are not.
+  // Looks up whom commands run as, which may take a while.
   void prepare(const std::vector<policy>& policies);
   // Asks every command to end; whether none is left.
   bool end_all();
@@ -44,6 +44,9 @@ class system_host : public host {
   std::string recall(const std::string& policy_name) override;
   void remember(const std::string& policy_name, const std::string& text) override;
   void forget(const std::string& policy_name) override;
+  std::vector<std::string> remembered() override;
+  std::string recall_flaps() override;
+  void remember_flaps(const std::string& text) override;
   std::uint64_t start_ticks(pid_t process) override { return children::start_ticks(process); }
   void end_leftover(pid_t leader, std::uint64_t ticks) override;
   bool file_has(const std::string& path, const std::string& content) override;

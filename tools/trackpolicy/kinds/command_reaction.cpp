@@ -6,41 +6,22 @@
 #include <algorithm>
 #include <utility>
 
-#include "tools/json.h"
+#include "tools/trackpolicy/kinds/command_memory.h"
 
 namespace ot::trackpolicy {
 
 command_reaction::command_reaction(const policy& of, host& on) : policy_(of), host_(on) {
-  recall();
-}
-
-// What cannot be read counts as nothing.
-void command_reaction::recall() {
-  const auto kept = nlohmann::json::parse(host_.recall(policy_.name), nullptr, false);
-  if (!kept.is_object() || kept.value("track", nlohmann::json()) != policy_.track) {
-    return;
-  }
-  const auto* const word =
-      std::find(state_words.begin(), state_words.end(), kept.value("told", nlohmann::json()));
-  if (word != state_words.end()) {
-    finished_ = static_cast<track_state>(word - state_words.begin());
-  }
-  const nlohmann::json leader = kept.value("command", nlohmann::json());
-  const nlohmann::json ticks = kept.value("started", nlohmann::json());
-  if (leader.is_number_integer() && ticks.is_number_unsigned()) {
-    begun_ = true;
-    host_.end_leftover(leader.get<pid_t>(), ticks.get<std::uint64_t>());
-  }
+  const command_memory kept = recall_command(host_, policy_);
+  finished_ = kept.told;
+  begun_ = kept.begun.has_value();
 }
 
 void command_reaction::remember() {
-  nlohmann::json kept{{"track", policy_.track}, {"told", word_of(finished_)}};
+  command_memory kept{.told = finished_, .begun = {}};
   if (begun_) {
-    const pid_t leader = current_ ? current_->running : 0;
-    kept["command"] = leader;
-    kept["started"] = leader == 0 ? 0 : host_.start_ticks(leader);
+    kept.begun = current_ ? current_->running : 0;
   }
-  host_.remember(policy_.name, kept.dump());
+  remember_command(host_, policy_, kept);
 }
 
 void command_reaction::see(const situation& now) {

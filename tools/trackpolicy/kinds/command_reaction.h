@@ -33,7 +33,6 @@ class command_reaction : public reaction {
     std::uint64_t not_before_us = 0;
   };
 
-  void recall();
   void remember();
   void wait_for(const situation& now);
   void go_on();
