@@ -1,5 +1,6 @@
 """The packaged units: how much each lets its program do, and that the program does its work so."""
 
+import json
 import os
 import re
 import shutil
@@ -234,6 +235,19 @@ def test_a_users_command_is_ended_with_all_it_started(policy):
     policy.start()
     wait_until(lambda: policy.list()["c"]["failures"] == 1, policy.service.build.patience, "ended")
     assert "took too long" in policy.list()["c"]["problem"]
+
+
+def test_a_users_command_is_known_again_after_a_crash(policy):
+    """By its time of start, which stands in /proc."""
+    policy.configure(command("c", ["/usr/bin/sleep", "60"]))
+    policy.start()
+    path = policy.path("run/object_tracking/policies/c")
+
+    def kept():
+        return json.loads(lines(path)[0]) if lines(path) else {}
+    started = wait_until(lambda: kept().get("started"), policy.service.build.patience, "it runs")
+    with open(f"/proc/{kept()['command']}/stat") as stream:
+        assert int(stream.read().rpartition(")")[2].split()[19]) == started
 
 
 # What is left to a user's command. Each says on one line what it was refused, if anything.
