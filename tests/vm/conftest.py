@@ -20,7 +20,7 @@ from guest_service import GuestService  # noqa: E402
 from initramfs import Archive  # noqa: E402
 from kernel import KernelUnavailable, find_kernel  # noqa: E402
 
-PROGRAMS = ("object_tracking", "trackctl", "qmond", "contract_linux", "ledger_put")
+PROGRAMS = ("object_tracking", "trackctl", "qmond", "trackpolicy", "contract_linux", "ledger_put")
 # Found by name when they are needed, in the folder of the programs' run path.
 LOADED = ("libqmon_infra.dll", "libqmon_infra_comp.dll")
 BUSYBOX = "/bin/busybox"

@@ -60,7 +60,7 @@ class GuestService:
         self._environment = f"OT_ROOT={self.root}"
         guest.must(f"mkdir {self.root}")
         self._follower = None
-        self._qmond = None
+        self._others = []  # qmond, trackpolicy
         self._start()
 
     def _start(self):
@@ -86,9 +86,8 @@ class GuestService:
 
     def close(self):
         """The service must end cleanly."""
-        for pid in (self._follower, self._qmond):
-            if pid:
-                self._end(pid)
+        for pid in filter(None, (self._follower, *self._others)):
+            self._end(pid)
         self._end(self._pid)
         self.net.close()
         self.guest.must(f"rm -r {self.root}")
@@ -132,12 +131,24 @@ class GuestService:
 
     def start_qmond(self, *operations):
         """Starts the probe service with these [[operation]] tables."""
-        folder = f"{self.root}/etc/object_tracking"
-        text = shlex.quote("".join(operations).replace("\n", "\\n"))  # a command is one line
-        self.guest.must(f"mkdir -p {folder} && printf %b {text} >{folder}/probes.toml")
-        self._qmond = self._spawn("qmond", "qmond-log")
-        wait_until(lambda: self.guest.run(f"{self._environment} qmond status")[0] == 0, PATIENCE,
-                   "qmond ready")
+        self._write("etc/object_tracking/probes.toml", "".join(operations))
+        self._start_other("qmond", "qmond status")
+
+    def start_trackpolicy(self, *policies):
+        """Starts trackpolicy with these [[policy]] tables."""
+        self._write("etc/object_tracking/policies.d/10.toml", "".join(policies))
+        self._start_other("trackpolicy", "trackctl policy list")
+
+    def _write(self, name, text):
+        path = f"{self.root}/{name}"
+        text = shlex.quote(text.replace("\n", "\\n"))  # a command is one line
+        self.guest.must(f"mkdir -p {path.rpartition('/')[0]} && printf %b {text} >{path}")
+
+    def _start_other(self, program, question):
+        """Starts a program that is ready when it answers."""
+        self._others.append(self._spawn(program, f"{program}-log"))
+        wait_until(lambda: self.guest.run(f"{self._environment} {question}")[0] == 0, PATIENCE,
+                   f"{program} ready")
 
     def qmond_status(self):
         return json.loads(self.guest.must(f"{self._environment} qmond status --json"))
