@@ -5,7 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/standard_descriptors.h"
 #include "tools/qmond/config.h"
 #include "tools/qmond/qmond.h"
 #include "tools/qmond/status.h"
@@ -68,20 +67,5 @@ int run(const arguments& args) {
 }  // namespace ot::qmond
 
 int main(int argc, char** argv) {
-  using namespace ot::qmond;
-  ot::reserve_standard_descriptors();
-  try {
-    const int status = run({argv + 1, argv + argc});
-    std::cout.flush();
-    if (!std::cout) {
-      throw failure(exit_failed, "standard output cannot be written");
-    }
-    return status;
-  } catch (const failure& reason) {
-    std::cerr << "qmond: " << reason.what() << '\n';
-    return reason.status;
-  } catch (const std::exception& error) {
-    std::cerr << "qmond: " << error.what() << '\n';
-    return exit_failed;
-  }
+  return ot::run_program("qmond", argc, argv, ot::qmond::run);
 }

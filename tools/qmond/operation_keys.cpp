@@ -11,6 +11,7 @@
 
 #include "tools/qmond/kinds/kinds.h"
 #include "tools/qmond/values.h"
+#include "tools/settings/kinds.h"
 
 namespace ot::qmond {
 namespace {
@@ -99,20 +100,6 @@ const key_row* find_key(std::string_view name) {
 // The names of keys whose values are no good.
 using bad_keys = std::set<std::string_view>;
 
-const kind* read_kind(const toml::table& table, problem_list& problems) {
-  const toml::node* const node = table.get("kind");
-  if (node == nullptr) {
-    problems.add(table.source(), "the operation has no \"kind\"; there are " + kind_words());
-    return nullptr;
-  }
-  const toml::value<std::string>* const word = node->as_string();
-  const kind* const found = word == nullptr ? nullptr : find_kind(word->get());
-  if (found == nullptr) {
-    problems.add(node->source(), "kind: must be one of " + kind_words());
-  }
-  return found;
-}
-
 // Null, with the problem reported, when an operation of that kind has no such key; null for a kind
 // means that it is none.
 const key_row* key_for(const kind* of, const toml::key& key, problem_list& problems) {
@@ -191,7 +178,7 @@ void read_common_keys(const toml::table& table, operation* ret, problem_list& pr
 }
 
 bool read_operation(const toml::table& table, operation* ret, problem_list& problems) {
-  const kind* const of = read_kind(table, problems);
+  const kind* const of = settings::read_kind(all_kinds(), table, "the operation", problems);
   if (of != nullptr) {
     ret->kind = of->id;
     check_required(table, keys_of(*of), problems);

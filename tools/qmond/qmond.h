@@ -24,8 +24,9 @@
 // shell and no descriptor of ours, and root runs none.
 #pragma once
 
-#include <stdexcept>
 #include <string>
+
+#include "tools/program.h"
 
 namespace ot::qmond {
 
@@ -36,11 +37,8 @@ enum exit_status : int {
   exit_not_running = 3,
 };
 
-// `main` prints the text behind "qmond: " and exits.
-struct failure : std::runtime_error {
-  failure(exit_status exit, const std::string& text) : std::runtime_error(text), status(exit) {}
-  exit_status status;
-};
+// With an exit_status.
+using failure = tool_failure;
 
 inline constexpr const char* config_path = "/etc/object_tracking/probes.toml";
 

@@ -59,13 +59,6 @@ void check_code(const std::string& what, int code) {
   }
 }
 
-void check_output() {
-  std::cout.flush();
-  if (!std::cout) {
-    throw failure(exit_refused, "standard output cannot be written");
-  }
-}
-
 void refuse_errors(const std::vector<std::string>& errors) {
   constexpr std::size_t shown = 100;
   if (errors.empty()) {

@@ -40,11 +40,11 @@
 #pragma once
 
 #include <span>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "tools/program.h"
 #include "tools/trackctl/command_line.h"
 
 namespace ot::trackctl {
@@ -60,11 +60,8 @@ enum exit_status : int {
   exit_timeout = 12,  // "state --wait" only
 };
 
-// Thrown by whatever cannot go on; `main` prints the text behind "trackctl: " and exits.
-struct failure : std::runtime_error {
-  failure(exit_status exit, const std::string& text) : std::runtime_error(text), status(exit) {}
-  exit_status status;
-};
+// Thrown by whatever cannot go on, with an exit_status.
+using failure = tool_failure;
 
 // The text of a status code with its number and, where one is known, what would be right.
 std::string code_text(int code);
@@ -75,10 +72,6 @@ std::string code_text(int code);
 
 // Throws as above unless `code` is 0.
 void check_code(const std::string& what, int code);
-
-// Throws when what was printed has not reached standard output; what stands in the buffer may still
-// fail to reach a full disk.
-void check_output();
 
 // Throws failure(exit_usage) with every line when there are errors in what is to be configured, or
 // with the first of very many.

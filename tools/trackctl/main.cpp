@@ -4,7 +4,6 @@
 #include <numeric>
 #include <vector>
 
-#include "platform/linux/standard_descriptors.h"
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/kinds/kinds.h"
 
@@ -95,29 +94,9 @@ int run_to_end(const arguments& args) {
   }
 }
 
-// A terminal takes no orders from what stands in a name.
-std::string plain(std::string text) {
-  std::replace_if(
-      text.begin(), text.end(),
-      [](unsigned char c) { return (c < ' ' && c != '\n' && c != '\t') || c == 0x7f; }, '?');
-  return text;
-}
-
 }  // namespace
 }  // namespace ot::trackctl
 
 int main(int argc, char** argv) {
-  using namespace ot::trackctl;
-  try {
-    ot::reserve_standard_descriptors();
-    const int status = run_to_end({argv + 1, argv + argc});
-    check_output();
-    return status;
-  } catch (const failure& reason) {
-    std::cerr << "trackctl: " << plain(reason.what()) << '\n';
-    return reason.status;
-  } catch (const std::exception& error) {
-    std::cerr << "trackctl: " << error.what() << '\n';
-    return exit_refused;
-  }
+  return ot::run_program("trackctl", argc, argv, ot::trackctl::run_to_end);
 }

@@ -127,14 +127,5 @@ int run(const arguments& args) {
 }  // namespace ot::trackctl
 
 int main(int argc, char** argv) {
-  using namespace ot::trackctl;
-  try {
-    return run({argv + 1, argv + argc});
-  } catch (const failure& reason) {
-    std::cerr << "trackctl: " << reason.what() << '\n';
-    return reason.status;
-  } catch (const std::exception& error) {
-    std::cerr << "trackctl: " << error.what() << '\n';
-    return exit_refused;
-  }
+  return ot::run_program("trackctl", argc, argv, ot::trackctl::run);
 }

@@ -1,8 +1,7 @@
 // What ends trackpolicy, and with which exit status.
 #pragma once
 
-#include <stdexcept>
-#include <string>
+#include "tools/program.h"
 
 namespace ot::trackpolicy {
 
@@ -12,10 +11,7 @@ enum exit_status : int {
   exit_usage = 2,
 };
 
-// `main` prints the text behind "trackpolicy: " and exits.
-struct failure : std::runtime_error {
-  failure(exit_status exit, const std::string& text) : std::runtime_error(text), status(exit) {}
-  exit_status status;
-};
+// With an exit_status.
+using failure = tool_failure;
 
 }  // namespace ot::trackpolicy

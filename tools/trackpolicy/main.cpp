@@ -4,7 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/standard_descriptors.h"
 #include "tools/trackpolicy/daemon.h"
 #include "tools/trackpolicy/failure.h"
 
@@ -40,20 +39,5 @@ int run(const arguments& args) {
 }  // namespace ot::trackpolicy
 
 int main(int argc, char** argv) {
-  using namespace ot::trackpolicy;
-  ot::reserve_standard_descriptors();
-  try {
-    const int status = run({argv + 1, argv + argc});
-    std::cout.flush();
-    if (!std::cout) {
-      throw failure(exit_failed, "standard output cannot be written");
-    }
-    return status;
-  } catch (const failure& reason) {
-    std::cerr << "trackpolicy: " << reason.what() << '\n';
-    return reason.status;
-  } catch (const std::exception& error) {
-    std::cerr << "trackpolicy: " << error.what() << '\n';
-    return exit_failed;
-  }
+  return ot::run_program("trackpolicy", argc, argv, ot::trackpolicy::run);
 }

@@ -7,6 +7,7 @@
 #include <set>
 #include <string_view>
 
+#include "tools/settings/kinds.h"
 #include "tools/trackpolicy/kinds/kinds.h"
 #include "tools/trackpolicy/state_filter.h"
 
@@ -77,20 +78,6 @@ const key_row* find_key(const kind* of, std::string_view name) noexcept {
   return found;
 }
 
-const kind* read_kind(const toml::table& table, problem_list& problems) {
-  const toml::node* const node = table.get("kind");
-  if (node == nullptr) {
-    problems.add(table.source(), "the policy has no \"kind\"; there are " + kind_words());
-    return nullptr;
-  }
-  const toml::value<std::string>* const word = node->as_string();
-  const kind* const found = word == nullptr ? nullptr : find_kind(word->get());
-  if (found == nullptr) {
-    problems.add(node->source(), "kind: must be one of " + kind_words());
-  }
-  return found;
-}
-
 // Null, with the problem reported, when such a policy has no such key.
 const key_row* key_for(const kind* of, const toml::key& key, problem_list& problems) {
   const key_row* const found = find_key(of, key.str());
@@ -150,7 +137,7 @@ void read_common_keys(const toml::table& table, policy* ret, problem_list& probl
 }
 
 bool read_policy(const toml::table& table, policy* ret, problem_list& problems) {
-  const kind* const of = read_kind(table, problems);
+  const kind* const of = settings::read_kind(all_kinds(), table, "the policy", problems);
   check_required(table, general_keys, problems);
   if (of != nullptr) {
     ret->kind = of->id;

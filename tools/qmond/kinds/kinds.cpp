@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "tools/qmond/kinds/host.h"
+#include "tools/settings/kinds.h"
 
 namespace ot::qmond {
 namespace {
@@ -82,22 +83,7 @@ std::span<const std::reference_wrapper<const kind>> all_kinds() noexcept {
 }
 
 const kind& kind_of(kind_id id) noexcept {
-  return *std::find_if(kinds.begin(), kinds.end(), [id](const kind& row) { return row.id == id; });
-}
-
-const kind* find_kind(std::string_view word) noexcept {
-  const auto* const found = std::find_if(kinds.begin(), kinds.end(),
-                                         [word](const kind& row) { return row.word == word; });
-  return found == kinds.end() ? nullptr : &found->get();
-}
-
-std::string kind_words() {
-  std::string words;
-  for (const kind& row : kinds) {
-    words += words.empty() ? "" : ", ";
-    words += row.word;
-  }
-  return words;
+  return settings::kind_of(all_kinds(), id);
 }
 
 started start_probe(probe_host& host, const operation& what, probe_done done) {

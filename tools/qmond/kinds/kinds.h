@@ -67,10 +67,6 @@ struct kind {
 
 std::span<const std::reference_wrapper<const kind>> all_kinds() noexcept;
 const kind& kind_of(kind_id id) noexcept;
-// Null for a word of none.
-const kind* find_kind(std::string_view word) noexcept;
-// "icmp, tcp, ...".
-std::string kind_words();
 
 extern const kind icmp_kind;
 extern const kind tcp_kind;

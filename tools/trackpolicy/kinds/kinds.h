@@ -29,8 +29,6 @@ struct kind {
 
 std::span<const std::reference_wrapper<const kind>> all_kinds() noexcept;
 const kind& kind_of(kind_id id) noexcept;
-const kind* find_kind(std::string_view word) noexcept;  // null for a word of none
-std::string kind_words();                               // "command, file, ..."
 
 extern const kind command_kind;
 extern const kind file_kind;
