@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "tools/json.h"
-#include "tools/trackctl/what_if_question.h"
-#include "tools/trackctl/what_if_report.h"
+#include "tools/trackctl/what_if/question.h"
+#include "tools/trackctl/what_if/report.h"
 
 namespace ot::trackctl {
 namespace {

@@ -16,8 +16,8 @@
 //                      export, apply, diff: track_file.h reads the file, file_changes.h compares it
 //                      with what is configured, apply.h makes it so
 //   explain.cpp        explain: explain/ reads what there is, and says why a track is what it is
-//   what_if.cpp        what-if: what_if_question.h makes the question of what is there and what is
-//                      assumed, what_if_program.h has it answered, what_if_report.h prints it
+//   what_if.cpp        what-if: what_if/question.h makes the question of what is there and what is
+//                      assumed, what_if/program.h has it answered, what_if/report.h prints it
 //   show.cpp, state.h  show, state: track.h reads the records and puts them into JSON
 //   history.h          what has changed
 //   watch.cpp          watch: runs tools/trackctl_watch/, which draws what live_tracks.h keeps up

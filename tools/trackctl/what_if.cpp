@@ -7,9 +7,9 @@
 #include "tools/trackctl/file_changes.h"
 #include "tools/trackctl/json_text.h"
 #include "tools/trackctl/states.h"
-#include "tools/trackctl/what_if_program.h"
-#include "tools/trackctl/what_if_question.h"
-#include "tools/trackctl/what_if_report.h"
+#include "tools/trackctl/what_if/program.h"
+#include "tools/trackctl/what_if/question.h"
+#include "tools/trackctl/what_if/report.h"
 
 namespace ot::trackctl {
 namespace {

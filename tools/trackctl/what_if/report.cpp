@@ -1,4 +1,4 @@
-#include "tools/trackctl/what_if_report.h"
+#include "tools/trackctl/what_if/report.h"
 
 #include <algorithm>
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/trackctl/what_if_question.h"
+#include "tools/trackctl/what_if/question.h"
 #include "tools/what_if/question.h"
 
 namespace ot::trackctl {

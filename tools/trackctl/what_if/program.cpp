@@ -1,6 +1,6 @@
 // One socket carries the question there and the answer back: a program that ends early is an error
 // of the write then, and no signal.
-#include "tools/trackctl/what_if_program.h"
+#include "tools/trackctl/what_if/program.h"
 
 #include <spawn.h>
 #include <sys/socket.h>

@@ -1,4 +1,4 @@
-#include "tools/trackctl/what_if_question.h"
+#include "tools/trackctl/what_if/question.h"
 
 #include <algorithm>
 #include <set>
