@@ -303,6 +303,10 @@ def test_tools_do_not_hang_with_a_service_that_does(service):
             result = service.run("trackctl", *arguments)
             assert result.returncode == 1
             assert "The service does not answer (0x40821200)" in result.stderr
+        # Who sets a time is not held up for the seconds that these take.
+        result = service.run("trackctl", "state", "office", "--wait", "up", "--timeout", "1s")
+        assert (result.returncode, result.stdout) == (12, "")
+        assert result.stderr == "trackctl: the service does not answer\n"
     finally:
         os.kill(service.daemon.pid, signal.SIGCONT)
     service.wait_state("office", "up")

@@ -2,6 +2,9 @@
 // wait for events, so they go on at once.
 #include "tools/trackctl/state.h"
 
+#include <signal.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <iostream>
 #include <optional>
@@ -55,12 +58,34 @@ int remaining(const std::optional<clock::time_point>& end) {
   return static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, 3'600'000));
 }
 
+// A service that hangs is asked for seconds, and does not make a script wait for longer than it
+// wanted.
+class limit {
+ public:
+  explicit limit(std::chrono::seconds timeout) {
+    ::signal(SIGALRM, [](int) {
+      constexpr std::string_view text = "trackctl: the service does not answer\n";
+      (void)!write(STDERR_FILENO, text.data(), text.size());
+      _exit(exit_timeout);
+    });
+    alarm(static_cast<unsigned>(timeout.count()) + grace_s);
+  }
+  ~limit() { alarm(0); }
+  limit(const limit&) = delete;
+  limit& operator=(const limit&) = delete;
+
+ private:
+  static constexpr unsigned grace_s = 1;  // for the answer of one that is slow
+};
+
 // Follows the tracks first and looks at them then, so that no change is missed. The states at the
 // end, wanted or not.
 states wait_for_states(const state_options& options) {
   std::optional<clock::time_point> end;
+  std::optional<limit> hung;
   if (options.timeout) {
     end = clock::now() + *options.timeout;
+    hung.emplace(*options.timeout);
   }
   std::vector<evdl_filter> filters;
   for (const std::string& track : options.tracks) {
