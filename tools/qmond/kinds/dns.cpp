@@ -5,13 +5,13 @@
 #include <arpa/nameser.h>
 #include <strings.h>
 #include <sys/epoll.h>
-#include <sys/random.h>
 
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
+#include "tools/qmond/kinds/chance.h"
 #include "tools/qmond/kinds/host.h"
 #include "tools/qmond/sockets.h"
 
@@ -116,7 +116,7 @@ started failed(return_code code) {
 
 started start(probe_host& host, const operation& what, const address& where, probe_done done) {
   std::uint16_t id = 0;
-  (void)getrandom(&id, sizeof id, GRND_NONBLOCK);  // the source port is random as well
+  fill_by_chance(&id);  // the source port is random as well
   std::vector<unsigned char> question = dns_question(what.query, what.query_type, id);
   if (question.empty()) {
     return failed(return_code::cannot_run);

@@ -10,11 +10,12 @@
 #include <linux/icmp.h>
 #include <netinet/icmp6.h>
 #include <sys/epoll.h>
-#include <sys/random.h>
 
 #include <array>
 #include <cerrno>
 #include <cstring>
+
+#include "tools/qmond/kinds/chance.h"
 
 namespace ot::qmond {
 namespace {
@@ -124,8 +125,8 @@ icmp_socket::icmp_socket(sd_event* loop, int family) : family_(family) {
   (void)setsockopt(socket_.get(), row.level, row.errors_option, &on, sizeof on);
   (void)setsockopt(socket_.get(), SOL_SOCKET, SO_RCVBUF, &buffer_size, sizeof buffer_size);
   (void)setsockopt(socket_.get(), SOL_SOCKET, SO_SNDBUF, &buffer_size, sizeof buffer_size);
-  (void)getrandom(&token_, sizeof token_, GRND_NONBLOCK);
-  (void)getrandom(&id_, sizeof id_, GRND_NONBLOCK);
+  fill_by_chance(&token_);
+  fill_by_chance(&id_);
   source_ = loop_source::descriptor(loop, socket_.get(), EPOLLIN, [this](std::uint32_t events) {
     if ((events & EPOLLERR) != 0) {
       receive_errors();
