@@ -11,12 +11,28 @@ sets_of() {
   esac
 }
 
+# package_settings: how Debian's packages are built, as words for cmake. A release is built so too:
+# what is tested is what the packages have. Line by line what debhelper would say.
+package_settings() {
+  local flags=(env DEB_BUILD_MAINT_OPTIONS=hardening=+all dpkg-buildflags --get) libraries units
+  libraries=$(dpkg-architecture -qDEB_HOST_MULTIARCH)
+  units=$(pkg-config --variable=systemdsystemunitdir systemd 2>/dev/null) || units=lib/systemd/system
+  printf '%s\n' -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_INSTALL_SYSCONFDIR=/etc \
+    -DCMAKE_INSTALL_LOCALSTATEDIR=/var "-DCMAKE_INSTALL_LIBDIR=lib/$libraries" "-DOT_UNIT_DIR=$units" \
+    "-DCMAKE_CXX_FLAGS=$("${flags[@]}" CXXFLAGS) $("${flags[@]}" CPPFLAGS)" \
+    "-DCMAKE_EXE_LINKER_FLAGS=$("${flags[@]}" LDFLAGS)" \
+    "-DCMAKE_SHARED_LINKER_FLAGS=$("${flags[@]}" LDFLAGS)"
+}
+
 # configure_preset PRESET: where that was not done yet, or before the presets changed. The preset
 # "bench" adds to the folder of another.
 configure_preset() {
-  local rules=build/$1/build.ninja
+  local rules=build/$1/build.ninja settings=()
   if [[ ! -f $rules || CMakePresets.json -nt $rules ]]; then
-    cmake --preset "$1" >/dev/null
+    case $1 in
+      release | bench) mapfile -t settings < <(package_settings) ;;
+    esac
+    cmake --preset "$1" "${settings[@]}" >/dev/null
   fi
 }
 

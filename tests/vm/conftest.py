@@ -21,8 +21,8 @@ from initramfs import Archive  # noqa: E402
 from kernel import KernelUnavailable, find_kernel  # noqa: E402
 
 PROGRAMS = ("object_tracking", "trackctl", "qmond", "trackpolicy", "contract_linux", "ledger_put")
-# Found by name when they are needed, in the folder of the programs' run path.
-LOADED = ("libqmon_infra.dll", "libqmon_infra_comp.dll")
+# Found in a folder beside the programs' own; the last two by name, when they are needed.
+LIBRARIES = ("libledger.so", "libqmon_infra.dll", "libqmon_infra_comp.dll")
 BUSYBOX = "/bin/busybox"
 
 
@@ -53,9 +53,8 @@ def initramfs(kernel, tmp_path_factory):
     archive.program(shutil.which("ip"), "/usr/sbin/ip")
     for program in PROGRAMS:
         archive.program(build.path / "bin" / program, f"/usr/bin/{program}")
-    archive.copy(build.path / "pkg/lib/libledger.so", "/pkg/lib/libledger.so")
-    for library in LOADED:
-        archive.program(build.path / "pkg/lib" / library)
+    for library in LIBRARIES:
+        archive.program(build.path / "pkg/lib" / library, f"/usr/pkg/lib/{library}")
     names = []
     for name, content in kernel.modules().items():
         names.append(f"/modules.d/{name}.ko")

@@ -1,5 +1,6 @@
 """The first and only file system of the virtual machine: an archive that the kernel unpacks."""
 
+import os
 import pathlib
 import re
 import stat
@@ -31,7 +32,7 @@ class Archive:
         self.copy(source, path)
         listed = subprocess.run(["ldd", str(source)], check=True, stdout=subprocess.PIPE, text=True)
         assert "not found" not in listed.stdout, listed.stdout
-        for library in re.findall(r"(/\S+) \(0x", listed.stdout):
+        for library in map(os.path.normpath, re.findall(r"(/\S+) \(0x", listed.stdout)):
             if library.strip("/") not in self._entries:
                 self.copy(library)
 
