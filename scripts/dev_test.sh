@@ -8,14 +8,14 @@
 # long with these sanitizers as g++. odr only links, and thereby looks for one name that is defined
 # twice.
 test_plan=(
-  "release|unit tools contract soak e2e vm"
+  "release|unit tools contract soak e2e vm install"
   "asan|unit tools contract e2e"
   "tsan|unit tools contract e2e"
   "odr|"
 )
 
 # level|program; "pytest" is the end-to-end suite, "pytest-soak" what of it takes long, "pytest-vm" the
-# one in a virtual machine, the others are GoogleTest programs.
+# one in a virtual machine, "pytest-install" installs the packages, the others are GoogleTest programs.
 test_programs=(
   "unit|unit_tests"
   "unit|kind_tests"
@@ -27,6 +27,7 @@ test_programs=(
   "contract|contract_linux"
   "e2e|pytest"
   "vm|pytest-vm"
+  "install|pytest-install"
 )
 
 # folder_of PROGRAM: where the tests of a pytest suite are, a folder or a file; nothing for a
@@ -36,6 +37,7 @@ folder_of() {
     pytest) echo tests/e2e ;;
     pytest-soak) echo tests/e2e/test_probe_hostile.py ;;
     pytest-vm) echo tests/vm ;;
+    pytest-install) echo tests/install ;;
   esac
 }
 
@@ -122,6 +124,7 @@ targets_of() {
     [[ $level == e2e || $level == soak || $level == vm ]] &&
       programs=(object_tracking trackctl trackpolicy qmond)
     [[ $level == vm ]] && tests+=(contract_linux ledger_put)
+    [[ $level == install ]] && programs=("${package_targets[@]}")
     [[ $level == e2e || $level == soak ]] && tests+=(ledger_put route_storm library_client)
     [[ $level == e2e && $1 != *san ]] && tests+=(write_log held_disk)
     for row in "${test_programs[@]}"; do
@@ -166,6 +169,7 @@ test_sets() {
   for row in "$@"; do
     sets_of "${row%%|*}"
     [[ ${row#*|} != *e2e* && ${row#*|} != *soak* && ${row#*|} != *vm* ]] || echo e2e
+    [[ ${row#*|} != *install* ]] || echo e2e package
   done
 }
 
@@ -175,25 +179,13 @@ say_what_is_left_out() {
     "names them with their reason"
 }
 
-# The packages in a bare tree; not among the presets' levels, since it builds all of them once more.
-test_install() {
-  [[ $EUID -eq 0 ]] || die "test install: only root can make a bare tree"
-  ensure_packages e2e
-  dev_package
-  scripts/install_test.sh build/packages
-}
-
 dev_test() {
   local level="" preset record row status plan=("${test_plan[@]}")
   case ${1:-} in
-    install)
-      test_install
-      return
-      ;;
-    unit | soak | tools | contract | e2e | vm)
+    unit | soak | tools | contract | e2e | vm | install)
       level=$1
       plan=("debug|$level")
-      [[ $level != soak ]] || plan=("release|soak")
+      [[ $level != soak && $level != install ]] || plan=("release|$level")
       shift
       ;;
   esac
@@ -201,8 +193,10 @@ dev_test() {
     case $1 in
       --preset) [[ $# -ge 2 ]] || die "--preset needs a name: debug, release, asan or tsan"
         plan=("$2|${level:-unit tools contract e2e}"); shift 2 ;;
+      --release) [[ $# -ge 2 ]] || die "--release needs a release of Debian, 12 or 13"
+        export OT_RELEASE=$2; shift 2 ;;
       --) shift; break ;;
-      *) die "test: unknown word \"$1\" (unit, soak, tools, contract, e2e, vm, install, --preset P, -- ARGS)" ;;
+      *) die "test: unknown word \"$1\" (unit, soak, tools, contract, e2e, vm, install, --preset P, --release 12|13, -- ARGS)" ;;
     esac
   done
   say_what_is_left_out

@@ -8,27 +8,12 @@ packages=$1
 here=$(dirname "$0")
 export DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8
 
-step() { echo "-- $*"; }
-fail() {
-  echo "install test: $*" >&2
-  exit 1
-}
-
-# until_true WHAT COMMAND...: within ten seconds.
-until_true() {
-  local what=$1 attempt
-  shift
-  for ((attempt = 0; attempt < 200; attempt++)); do
-    "$@" >/dev/null 2>&1 && return
-    sleep 0.05
-  done
-  fail "not within ten seconds: $what"
-}
+# shellcheck source=tests/install/steps.sh
+source "$here/steps.sh"
 
 # in_net COMMAND...: where the links to be tracked are.
 in_net() { ip netns exec install "$@"; }
 state_is() { [[ $(in_net trackctl state "$1") == "$2" ]]; }
-says() { grep -q "$2" "$1"; }
 
 running=()
 finish() {
@@ -49,6 +34,8 @@ done
 getent group object_tracking >/dev/null || fail "there is no group object_tracking"
 [[ -e /etc/systemd/system/multi-user.target.wants/object_tracking.service ]] ||
   fail "object_tracking.service is not enabled"
+[[ ! -e /etc/systemd/system/sockets.target.wants/object_tracking-metrics.socket ]] ||
+  fail "the metrics' socket is enabled, which nobody asked for"
 
 step "a tracked link, a policy and a probe"
 ip netns add install
@@ -57,29 +44,11 @@ in_net ip link set uplink0 up
 in_net ip link set far0 up
 in_net ip link set lo up
 install -d -m 0750 -g object_tracking /run/object_tracking
-echo "uplink interface uplink0" >/etc/object_tracking/tracks.conf
-echo "target probe 7" >>/etc/object_tracking/tracks.conf
-cat >/etc/object_tracking/probes.toml <<'P'
-[[operation]]
-id = 7
-kind = "icmp"
-target = "127.0.0.1"
-interval = "1s"
-timeout = "500ms"
-P
-cat >/etc/object_tracking/policies.d/test.toml <<'P'
-[[policy]]
-name = "told"
-track = "uplink"
-kind = "file"
-path = "/run/object_tracking/told"
-text_up = 1
-text_down = 0
-P
+write_configuration uplink0
 in_net object_tracking >/tmp/service.log 2>&1 &
 running+=($!)
 service=$!
-until_true "the service answers" in_net trackctl show
+within 10 "the service answers" in_net trackctl show
 in_net trackctl apply /etc/object_tracking/tracks.conf
 in_net qmond --check /etc/object_tracking/probes.toml
 in_net qmond >/tmp/qmond.log 2>&1 &
@@ -87,23 +56,23 @@ running+=($!)
 in_net trackctl policy check /etc/object_tracking/policies.d
 in_net trackpolicy >/tmp/trackpolicy.log 2>&1 &
 running+=($!)
-until_true "uplink is up" state_is uplink up
-until_true "the probed target is up" state_is target up
-until_true "the policy has told" says /run/object_tracking/told 1
+within 10 "uplink is up" state_is uplink up
+within 10 "the probed target is up" state_is target up
+within 10 "the policy has told" says /run/object_tracking/told 1
 
 step "programs on the C library and the Python package"
 read -ra flags < <(pkg-config --cflags --libs object-tracking)
-cc -Wall -Wextra -Werror "$here/follow.c" "${flags[@]}" -o /tmp/follow
-in_net /tmp/follow >/tmp/follow.out &
+cc -Wall -Wextra -Werror "$here/follow.c" "${flags[@]}" -o "$here/follow"
+in_net "$here/follow" >/tmp/follow.out &
 running+=($!)
 in_net python3 "$here/follow.py" >/tmp/follow_py.out &
 python=$!
-until_true "the C program follows" says /tmp/follow.out "uplink is up"
-until_true "the Python program follows" says /tmp/follow_py.out "state uplink up"
+within 10 "the C program follows" says /tmp/follow.out "uplink is up"
+within 10 "the Python program follows" says /tmp/follow_py.out "state uplink up"
 in_net ip link set far0 down
-until_true "the C program is told" says /tmp/follow.out "uplink is down"
+within 10 "the C program is told" says /tmp/follow.out "uplink is down"
 wait "$python" || fail "the Python program has failed"
-until_true "the policy has told again" says /run/object_tracking/told 0
+within 10 "the policy has told again" says /run/object_tracking/told 0
 in_net trackctl explain uplink | grep -q carrier || fail "explain does not say why"
 in_net trackctl what-if uplink=up | grep -q uplink || fail "what-if does not answer"
 
@@ -112,7 +81,7 @@ kill -9 "$service"
 wait "$service" 2>/dev/null || :
 in_net object_tracking >>/tmp/service.log 2>&1 &
 running+=($!)
-until_true "the service is back" state_is uplink down
+within 10 "the service is back" state_is uplink down
 apt-get -qq install -y --reinstall --no-install-recommends "$packages"/*.deb >/dev/null
 state_is uplink down || fail "the track is not what it was"
 grep -q uplink0 /etc/object_tracking/tracks.conf || fail "the configuration file is gone"
@@ -123,9 +92,7 @@ running=()
 apt-get -qq remove -y object-tracking object-tracking-policy object-tracking-probes >/dev/null
 [[ ! -e /usr/bin/trackctl && -e /var/lib/object_tracking/configuration.mdb ]] ||
   fail "removal leaves programs, or takes the configuration"
-rm /etc/object_tracking/tracks.conf /etc/object_tracking/probes.toml /etc/object_tracking/policies.d/test.toml
+remove_configuration
 apt-get -qq purge -y object-tracking object-tracking-policy object-tracking-probes libobject-tracking1 >/dev/null
-for left in /etc/object_tracking /var/lib/object_tracking /run/object_tracking /pkg/lib; do
-  [[ ! -e $left ]] || fail "purging leaves $left: $(ls -A "$left")"
-done
+nothing_left
 step "passed"

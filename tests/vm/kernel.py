@@ -29,10 +29,10 @@ class Kernel:
         self._files = {path.name.split(".ko")[0]: path
                        for path in folder.glob("**/modules/*/kernel/**/*.ko*")}
 
-    def modules(self):
+    def modules(self, names=MODULES):
         """The modules' content by name, in the order in which they can be loaded."""
         ordered = {}
-        for name in MODULES:
+        for name in names:
             self._add(name, ordered)
         return ordered
 
