@@ -100,7 +100,7 @@ run_program() {
     launcher+=(env "OT_SECONDS=${OT_SECONDS:-30}")
     set --
   fi
-  say "$preset: $program"
+  say "$preset: $program (after $((SECONDS / 60)) min $((SECONDS % 60)) s)"
   folder=$(folder_of "$program")
   if [[ -n $folder ]]; then
     # shellcheck disable=SC2046  # a list of words
