@@ -48,7 +48,7 @@ int encode_all(ledger_dpv_reply& reply) noexcept {
     return no_memory;
   }
   std::size_t place = 0;
-  for (auto* track = hash_db_first_data<ot_track>(tracks_table); track != nullptr;
+  for (auto* track = hash_db_first_data<ot_track>(tracks_table); track != nullptr && place < count;
        track = hash_db_next_data<ot_track>(tracks_table)) {
     fill(*track, records[place]);
     ++place;
