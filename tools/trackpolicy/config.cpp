@@ -92,7 +92,7 @@ class config_reader {
     if (!fresh) {
       problems_.add(table.get("name")->source(),
                     "name \"" + found.name + "\" is that of the policy in " + first->second);
-    } else if (places_.size() > policies_max) {
+    } else if (places_.size() == policies_max + 1) {
       problems_.add(table.source(),
                     "there are more than " + std::to_string(policies_max) + " policies");
     }
