@@ -240,6 +240,32 @@ def test_what_is_left_of_policies_that_there_are_no_more_goes_at_the_start(site)
     assert not os.path.exists(site.policy.path("run/object_tracking/policies/.links"))
 
 
+def test_after_the_last_route_an_instance_is_one_without_routes(site):
+    mark = site.policy.path("run/object_tracking/policies/.routes")
+    site.policy.configure(route("r", "up1", "203.0.113.0/24", via="192.0.1.1"))
+    site.policy.start()
+    site.wait_routes(["203.0.113.0/24 via 192.0.1.1 dev wan1"])
+    assert os.path.exists(mark)
+    site.policy.configure()
+    site.policy.reload()
+    site.wait_routes([])
+    wait_until(lambda: not os.path.exists(mark), site.service.build.patience, "no mark")
+
+
+def test_what_was_refused_is_tried_again_when_something_has_changed(site):
+    """At once with an address, and within 5 seconds when a route makes the gateway reachable."""
+    site.policy.configure(route("a", "up1", "203.0.113.0/24", via="198.51.100.1"),
+                          route("b", "up1", "203.0.114.0/24", via="198.51.101.1"))
+    site.policy.start()
+    site.wait_problem("a", "the gateway is on none of the router's networks")
+    site.wait_problem("b", "the gateway is on none of the router's networks")
+    site.net.ip("address add 198.51.100.2/24 dev wan1")
+    wait_until(lambda: len(site.routes()) == 1, 3, "well before the next attempt")
+    site.net.ip("route add 198.51.101.0/24 dev wan1 scope link")
+    site.wait_routes(["203.0.113.0/24 via 198.51.100.1 dev wan1",
+                      "203.0.114.0/24 via 198.51.101.1 dev wan1"])
+
+
 def test_an_instance_without_routes_leaves_those_of_others_alone(site):
     site.net.ip(f"route add 203.0.113.0/24 via 192.0.1.1 proto {PROTOCOL}")
     site.policy.configure(link("l", "up2", "mark-dn"))
@@ -284,6 +310,20 @@ def test_an_interface_that_the_track_depends_on_is_not_set_down(site):
     site.service.ctl("set", "up1", "interface", "wan2")
     site.wait_problem("m", 'track "up1" depends on it (up1 follows it)')
     assert site.is_up("wan2") and site.is_up("mark-up")
+
+
+def test_what_lies_below_the_interface_of_a_track_is_not_set_down_either(site):
+    """As a VLAN on its interface, one end of a veth stands on the other."""
+    site.policy.configure(link("l", "up1", "wan1-p"), link("m", "up1", "mark-dn"))
+    said = site.service.run("trackctl", "policy", "check", prefix=site.net.command())
+    assert (said.returncode, said.stderr) == (
+        1, 'l: wan1-p is not set down: track "up1" depends on it (up1 follows wan1, which lies on '
+           "it), and would never be up again\n")
+    site.policy.start()
+    site.wait_problem("l", "up1 follows wan1, which lies on it")
+    site.net.ip("link set wan1 down")
+    site.service.wait_state("up1", "down")
+    site.wait_doing("l", "wan1-p is up")
 
 
 def test_what_the_kernel_refuses_is_said_in_words(site):

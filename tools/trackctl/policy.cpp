@@ -12,6 +12,7 @@
 #include "tools/trackctl/track.h"
 #include "tools/trackpolicy/config.h"
 #include "tools/trackpolicy/foundations.h"
+#include "tools/trackpolicy/kernel/kernel_access.h"
 #include "tools/trackpolicy/kernel/link_keeper.h"
 #include "tools/trackpolicy/kinds/kinds.h"
 
@@ -39,11 +40,17 @@ bool links_are_safe(const std::vector<trackpolicy::policy>& policies) {
     std::cerr << "what tracks depend on was not looked at: " << error.what() << '\n';
     return true;
   }
+  // What interfaces lie on; without that only the tracks' own ones are known.
+  trackpolicy::link_table links;
+  trackpolicy::kernel_access kernel;
+  if (kernel.open_requests() == 0) {
+    (void)kernel.read_links(links);
+  }
   bool safe = true;
   for (const trackpolicy::policy& each : policies) {
     if (each.kind == trackpolicy::kind_id::link) {
       const std::string reason =
-          trackpolicy::reason_against(each.track, each.interface, {}, tracks);
+          trackpolicy::reason_against(each.track, each.interface, links, tracks);
       safe = safe && reason.empty();
       std::cerr << (reason.empty() ? "" : each.name + ": " + reason + '\n');
     }
@@ -168,7 +175,8 @@ constexpr std::array subcommands{policy_command{"list", run_list}, policy_comman
 constexpr const char* help =
     "usage: trackctl policy list [--json]               the policies, and what each of them does\n"
     "       trackctl policy test NAME up|down|unknown   what a policy would do; does nothing\n"
-    "       trackctl policy check [FILE|FOLDER]         every error of the policies' files\n";
+    "       trackctl policy check [--files-only] [FILE|FOLDER]\n"
+    "                                                   every error of the policies' files\n";
 
 }  // namespace
 

@@ -32,20 +32,27 @@ void ignore(void* /*context*/, const nlmsghdr& /*message*/) {}
 }  // namespace
 
 int kernel_access::open(sd_event* loop, std::function<void()> readable) {
-  int error = requests_.open_requests();
+  int error = open_requests();
   if (error == 0) {
     error = events_.open_events(groups);
   }
   if (error != 0) {
     return error;
   }
-  ask_for(requests_.fd(), NETLINK_EXT_ACK);
-  ask_for(requests_.fd(), NETLINK_CAP_ACK);
-  ask_for(requests_.fd(), NETLINK_GET_STRICT_CHK);
   // Where it cannot be had, more is read than is needed.
   (void)filter_foreign_routes(events_.fd());
   readable_ = qmond::loop_source::descriptor(
       loop, events_.fd(), EPOLLIN, [call = std::move(readable)](std::uint32_t) { call(); });
+  return 0;
+}
+
+int kernel_access::open_requests() {
+  if (const int error = requests_.open_requests(); error != 0) {
+    return error;
+  }
+  ask_for(requests_.fd(), NETLINK_EXT_ACK);
+  ask_for(requests_.fd(), NETLINK_CAP_ACK);
+  ask_for(requests_.fd(), NETLINK_GET_STRICT_CHK);
   return 0;
 }
 

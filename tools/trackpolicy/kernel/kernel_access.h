@@ -20,6 +20,8 @@ class kernel_access {
  public:
   // `readable` is called when events wait. 0 or an errno value.
   int open(sd_event* loop, std::function<void()> readable);
+  // The same without events: only what is asked for.
+  int open_requests();
   void close() noexcept { readable_ = {}; }
 
   // All events that wait: of interfaces and addresses, and of routes of ours or in place of others.
