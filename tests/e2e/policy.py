@@ -32,9 +32,10 @@ class Trackpolicy:
                 stream.writelines(f"{key} = {json.dumps(value)}\n" for key, value in keys.items())
         os.chmod(os.path.join(self.folder, file), 0o644)
 
-    def start(self, output=Terminal):
-        self.daemon = Daemon(self.service.build, self.service.net, self.service.root, self.log,
-                             output, program="trackpolicy")
+    def start(self, output=Terminal, namespace=None):
+        """`namespace`: as the service's, with changes (mounts.py)."""
+        self.daemon = Daemon(self.service.build, namespace or self.service.net, self.service.root,
+                             self.log, output, program="trackpolicy")
         self.daemon.wait_ready()
 
     def stop(self):

@@ -8,7 +8,7 @@ import random
 import time
 
 from policy import Trackpolicy, lines
-from policy_mixture import ACCESS, GATEWAYS, Mixture
+from policy_mixture import ACCESS, Mixture
 from policy_trace import Traces
 from waiting import wait_until
 

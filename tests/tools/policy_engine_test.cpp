@@ -422,6 +422,20 @@ TEST_F(policy_engine, a_file_says_down_when_the_service_is_gone_for_longer_than_
   EXPECT_EQ(host_.files["/run/f"], "1\n");
 }
 
+TEST_F(policy_engine, a_reload_changes_the_grace_that_is_running) {
+  policy of = file_policy();
+  start({of});
+  states(up);
+  engine_->service_gone();
+  advance(1000);
+  of.grace_ms = 3000;
+  engine_->apply({of});
+  advance(1999);
+  EXPECT_EQ(host_.files["/run/f"], "1\n");
+  advance(1);
+  EXPECT_EQ(host_.files["/run/f"], "0\n");
+}
+
 TEST_F(policy_engine, a_file_that_cannot_be_written_is_tried_again_and_told_once) {
   host_.write_error = "/run/f: No space left on device";
   start({file_policy()});

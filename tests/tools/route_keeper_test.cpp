@@ -278,6 +278,8 @@ TEST_F(kept_routes, policies_hand_a_key_to_each_other_in_one_turn) {
   EXPECT_EQ(kernel_.batches, batches + 1);
   EXPECT_THAT(kernel_.ours(), ElementsAre(held(via("192.0.2.2"))));
   EXPECT_TRUE(keeper_.status("b").done);
+  wish_for("a", via("192.0.2.1"), wish::yes);  // the one that is there stays
+  EXPECT_THAT(kernel_.ours(), ElementsAre(held(via("192.0.2.2"))));
 }
 
 TEST_F(kept_routes, an_interface_or_a_vrf_that_is_not_there_is_told_and_waited_for) {
