@@ -60,6 +60,13 @@ class Trackpolicy:
             self.daemon.notify.recv(4096)
         return found.group(0).strip()
 
+    def wait_said(self, text):
+        """Waits for it in the output, which is copied to the file in its own time; returns how often
+        it is there."""
+        wait_until(lambda: text in self.daemon.output(), self.service.build.patience,
+                   lambda: f"{text!r} in {self.daemon.output()}")
+        return self.daemon.output().count(text)
+
     def list(self):
         """Policy to its row."""
         return {row["policy"]: row

@@ -50,7 +50,7 @@ def test_commands_and_files_follow_a_track(policy):
     wait_lines(policy, told, ["t unknown up", "t up down"])
     wait_lines(policy, policy.path("run/site/uplink"), ["-50"])
     policy.wait_doing("c", "has seen down")
-    assert "c: it is down\n" in policy.daemon.output()
+    policy.wait_said("c: it is down\n")
     row = policy.list()["c"]
     assert (row["state"], row["runs"], row["failures"]) == ("down", 2, 0)
     assert policy.service.ctl("policy", "list").splitlines()[1].split()[:6] == [
@@ -146,7 +146,7 @@ def test_a_broken_file_keeps_the_old_policies(policy):
     wait_lines(policy, policy.path("run/site/uplink"), ["1"])
     policy.configure({"name": "g", "kind": "file", "path": "/run/site/other"}, file="20.toml")
     assert policy.reload() == "trackpolicy: not reloaded; the policies in force stay"
-    assert '20.toml:1:1: the policy has no "track"' in policy.daemon.output()
+    policy.wait_said('20.toml:1:1: the policy has no "track"')
     assert list(policy.list()) == ["f"]
     policy.configure({**state_file(policy), "name": "g", "path": "/run/site/other"}, file="20.toml")
     assert policy.reload() == "trackpolicy: reloaded: 2 policies"

@@ -59,7 +59,7 @@ def test_a_line_that_frr_refuses_is_a_failure_and_nothing_behind_it_is_done(poli
     policy.wait_doing("r", "has seen up")
     row = policy.list()["r"]
     assert row["failures"] == 1 and row["problem"].startswith("the command for up: exit status")
-    assert "r: % Unknown command" in policy.daemon.output()
+    policy.wait_said("r: % Unknown command")
     assert "in use" not in frr.vtysh("show running-config")
 
 

@@ -159,7 +159,7 @@ def test_a_route_of_somebody_else_is_never_touched(site):
     site.policy.start()
     site.wait_problem("r", "File exists: somebody else's route to the same destination")
     site.wait_doing("r", "refused: default via 192.0.1.1 metric 10")
-    assert site.policy.daemon.output().count("r: File exists") == 1
+    assert site.policy.wait_said("r: File exists") == 1
     site.net.carrier("wan2", False)
     site.wait_doing("r", "withheld by up2: default via 192.0.1.1 metric 10")
     assert site.routes(which=("proto", "static")) == foreign
