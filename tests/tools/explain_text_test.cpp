@@ -185,8 +185,9 @@ TEST(explanation, of_lists_without_members) {
       {track_type::threshold_weight, "weight"},
       {track_type::threshold_percentage, "percentage"}};
   for (const auto& [type, word] : kinds) {
-    EXPECT_EQ(of_list({}, list(type, down, {})),
-              head_down + "  " + word + " list without members, which is down\n" + nothing_can);
+    std::string text = head_down + "  ";
+    text.append(word).append(" list without members, which is down\n").append(nothing_can);
+    EXPECT_EQ(of_list({}, list(type, down, {})), text);
   }
 }
 

@@ -344,7 +344,8 @@ class scrape : public testing::Test {
 TEST_F(scrape, a_large_answer_arrives_whole_although_the_request_has_more_behind_it) {
   say("GET /metrics HTTP/1.1\r\n\r\n" + std::string(5000, 'x'));
   const std::string large(3'000'000, 'x');
-  EXPECT_THAT(answered([&](text_form) { return large; }), EndsWith("\r\n\r\n" + large));
+  EXPECT_THAT(answered([&](text_form) { return std::string(large); }),
+              EndsWith("\r\n\r\n" + large));
 }
 
 TEST_F(scrape, a_request_in_pieces_is_answered) {

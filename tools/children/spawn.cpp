@@ -87,7 +87,7 @@ void forget_handlers() noexcept {
   pthread_sigmask(SIG_SETMASK, &all, &before);
   const pid_t made = vfork();  // NOLINT(clang-analyzer-security.insecureAPI.vfork)
   if (made == 0) {
-    run_child(setup);
+    run_child(setup);  // NOLINT(clang-analyzer-unix.Vfork): it makes system calls only
   }
   const int error = errno;
   pthread_sigmask(SIG_SETMASK, &before, nullptr);

@@ -3,11 +3,13 @@
 #define TOML_IMPLEMENTATION
 
 // The library's own headers are called .hpp since its version 3.4.
+// NOLINTBEGIN(bugprone-macro-parentheses): the name of a header
 #if __has_include(<toml++/impl/preprocessor.hpp>)
 #define OT_TOML_HEADER(name) <toml++/impl/name.hpp>
 #else
 #define OT_TOML_HEADER(name) <toml++/impl/name.h>
 #endif
+// NOLINTEND(bugprone-macro-parentheses)
 #include OT_TOML_HEADER(preprocessor)
 
 #include <cstdint>

@@ -47,8 +47,9 @@ std::vector<ledger_proposal> random_site::make_list(const std::string& name) {
   for (std::uint32_t count = below(5); count > 0; --count) {
     const std::string member = member_name();
     if (member != name && members.insert(member).second) {
-      items.push_back(set_number(track_path(name, folder + "object/" + member + "/a"),
-                                 kind < 2 ? below(2) : below(60)));
+      std::string item = folder + "object/";
+      item.append(member).append("/a");
+      items.push_back(set_number(track_path(name, item), kind < 2 ? below(2) : below(60)));
     }
   }
   add_delays(name, items);
