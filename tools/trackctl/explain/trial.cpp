@@ -67,7 +67,7 @@ bool trial::is_up_with(std::span<const turn> turns) {
       const std::size_t of = each.members[at++];
       return (of != none && up_[of] != 0) != (is_boolean(track.type) && one.value != 0);
     });
-    up_[number] = is_up(track, counted);
+    up_[number] = is_up(track, counted) ? 1 : 0;
   }
   return up_.back() != 0;
 }
