@@ -161,6 +161,8 @@ def test_a_file_says_down_when_the_service_is_gone_and_up_when_it_is_back(policy
     policy.service.crash()
     wait_lines(policy, path, ["0"])
     assert policy.list()["f"]["service"] == "gone"
+    line = policy.service.ctl("policy", "list").splitlines()[1]
+    assert line.split()[:5] == ["f", "file", "t", "no", "service"]
     policy.service.start()
     wait_lines(policy, path, ["1"])
 

@@ -152,13 +152,13 @@ def test_flaps_are_not_forgotten_by_a_crash(policy):
 
 def test_a_policy_that_is_told_each_state_misses_none_when_all_states_are_compared(policy):
     """They are compared 30 seconds after they were read; it sleeps, and events wait then. That a
-    track was deleted is known from there only."""
-    policy.service.ctl("set", "short", "interface", "mark-up")
-    policy.service.wait_state("short", "up")
+    track was deleted that was down is known from there only."""
+    policy.service.ctl("set", "short", "interface", "mark-dn")
+    policy.service.wait_state("short", "down")
     policy.configure(tell(policy, "c", every=True), tell(policy, "d", track="short"))
     policy.start()
     wait_told(policy, "c", ["up"])
-    wait_told(policy, "d", ["up"])
+    wait_told(policy, "d", ["down"])
     compared = time.monotonic() + 31
     policy.service.ctl("delete", "short")
     os.kill(policy.daemon.pid, signal.SIGSTOP)
@@ -168,4 +168,4 @@ def test_a_policy_that_is_told_each_state_misses_none_when_all_states_are_compar
     wait_until(lambda: time.monotonic() > compared, 40, "the time has come")
     os.kill(policy.daemon.pid, signal.SIGCONT)
     wait_told(policy, "c", ["up"] + ["down", "up"] * 3)
-    wait_told(policy, "d", ["up", "unknown"])
+    wait_told(policy, "d", ["down", "unknown"])

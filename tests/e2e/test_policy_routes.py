@@ -254,6 +254,7 @@ def test_after_the_last_route_an_instance_is_one_without_routes(site):
 
 def test_what_was_refused_is_tried_again_when_something_has_changed(site):
     """At once with an address, and within 5 seconds when a route makes the gateway reachable."""
+    site.without_ipv6()
     site.policy.configure(route("a", "up1", "203.0.113.0/24", via="198.51.100.1"),
                           route("b", "up1", "203.0.114.0/24", via="198.51.101.1"))
     site.policy.start()
