@@ -25,7 +25,8 @@ make_bare_tree() {
 # The packages that a tree needs to boot, and what ours depend on: a booted one has no network.
 boot_packages=systemd-sysv,iproute2,python3,liblmdb0,libmnl0,libcurl4,libc-ares2,libncursesw6,procps
 
-boot_image() { echo "$PWD/build/trees/boot-$1.img"; }
+# boot_image SUITE: the file of that tree, another one for other packages.
+boot_image() { echo "$PWD/build/trees/boot-$1-$(cksum <<<"$boot_packages" | cut -d " " -f 1).img"; }
 
 # make_boot_image SUITE: a tree that boots, as an ext4 file system, kept below build/.
 make_boot_image() {

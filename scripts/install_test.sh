@@ -37,7 +37,7 @@ cp "$packages"/*.deb tests/install/*.* examples/follow.c "$files/"
 find "$fetched" -name "*.deb" -exec cp -t "$tree/var/cache/apt/archives" {} +
 echo force-unsafe-io >"$tree/etc/dpkg/dpkg.cfg.d/quick"
 inside "$tree" /srv/install/inside.sh /srv/install
-cp -n "$tree"/var/cache/apt/archives/*.deb "$fetched"
+find "$tree/var/cache/apt/archives" -name "*.deb" -exec cp -t "$fetched" {} +
 
 say "a booted $suite"
 rm "$files"/*-dbgsym_*.deb "$files"/libobject-tracking-dev_*.deb
