@@ -118,3 +118,16 @@ class Mixture:
     def files(self):
         return [(os.path.join(self.policy.service.root, row["path"].lstrip("/")), row)
                 for row in self.of("file")]
+
+
+def routes_there(net):
+    """Destination, table and metric of our routes in the kernel to their gateways."""
+    found = {}
+    for family in ("-4", "-6"):
+        for each in net.query(f"{family} -d route show table all proto 84"):
+            table = {"main": 254}.get(each.get("table", "main")) or int(each["table"])
+            mtu = (each.get("metrics") or [{}])[0].get("mtu")
+            assert each["dev"] == "out"
+            found.setdefault((each["dst"], table, each["metric"]), set()).add(
+                (each.get("gateway"), mtu))
+    return found

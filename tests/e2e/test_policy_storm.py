@@ -8,7 +8,7 @@ import random
 import time
 
 from policy import Trackpolicy, lines
-from policy_mixture import ACCESS, Mixture
+from policy_mixture import ACCESS, Mixture, routes_there
 from policy_trace import Traces
 from waiting import wait_until
 
@@ -28,6 +28,7 @@ class Storm:
         self.net.ip("address add 192.0.2.2/24 dev out")
         for name in ACCESS:
             self.net.link(name)
+        self.patience = 2 * service.build.patience
         self.up = {}
         self.deleted = self.was_deleted = False  # the track c
         self.down_by_hand = set()
@@ -40,10 +41,6 @@ class Storm:
 
     def make(self, name):
         self.service.ctl("set", name, "interface", f"up-{name}")
-
-    @property
-    def patience(self):
-        return 2 * self.service.build.patience
 
     def states(self):
         found = {name: "up" if self.up[name] else "down" for name in INTERFACES}
@@ -167,11 +164,8 @@ class Storm:
             return {path: lines(path) for path, row in hasty.items()
                     if lines(path) != [self.mixture.text(row, "down")]}
         wait_until(lambda: not wrong(), self.patience, wrong)
-        late = {path for path in patient if "hold" in self.row_of(path) or "half_life" in self.row_of(path)}
+        late = {path for path, row in self.mixture.files() if {"hold", "half_life"} & row.keys()}
         assert {path for path in patient if lines(path) != patient[path]} <= late
-
-    def row_of(self, path):
-        return dict(self.mixture.files())[path]
 
     def change_something(self):
         self.rng.choice([self.change_track] * 4 + [
@@ -201,19 +195,8 @@ class Storm:
 
     # --- What is there in the end -----------------------------------------------------------------------
 
-    def routes_there(self):
-        found = {}
-        for family in ("-4", "-6"):
-            for each in self.net.query(f"{family} -d route show table all proto 84"):
-                table = {"main": 254}.get(each.get("table", "main")) or int(each["table"])
-                mtu = (each.get("metrics") or [{}])[0].get("mtu")
-                assert each["dev"] == "out"
-                found.setdefault((each["dst"], table, each["metric"]), set()).add(
-                    (each.get("gateway"), mtu))
-        return found
-
     def routes_wrong(self):
-        there, expected = self.routes_there(), self.mixture.routes(self.states())
+        there, expected = routes_there(self.net), self.mixture.routes(self.states())
         if there.keys() != expected.keys():
             return f"routes {there} in place of {expected}"
         return {key: there[key] for key in there if len(there[key]) != 1 or not there[key] <= expected[key]}
