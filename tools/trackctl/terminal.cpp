@@ -13,9 +13,10 @@
 namespace ot::trackctl {
 namespace {
 
-bool is_set(const char* variable) {
+// What the environment says; empty when it says nothing.
+std::string_view setting(const char* variable) {
   const char* const value = std::getenv(variable);
-  return value != nullptr && *value != '\0';
+  return value == nullptr ? "" : value;
 }
 
 }  // namespace
@@ -23,8 +24,8 @@ bool is_set(const char* variable) {
 terminal output_terminal() {
   terminal output;
   output.present = isatty(STDOUT_FILENO) == 1;
-  output.colours = output.present && !is_set("NO_COLOR") && is_set("TERM") &&
-                   std::string_view(std::getenv("TERM")) != "dumb";
+  output.colours = output.present && setting("NO_COLOR").empty() && !setting("TERM").empty() &&
+                   setting("TERM") != "dumb";
   winsize size{};
   if (output.present && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0) {
     output.width = size.ws_col;

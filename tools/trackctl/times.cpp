@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <cstdio>
 #include <ctime>
 #include <optional>
@@ -129,7 +130,7 @@ std::optional<moment> calendar_time(const std::string& text) {
     if (error != std::errc{}) {
       return std::nullopt;
     }
-    fraction = static_cast<int>(part * 1000 + 0.5);
+    fraction = static_cast<int>(std::lround(part * 1000));
     rest = end;
   }
   return with_offset(calendar, fraction, rest);

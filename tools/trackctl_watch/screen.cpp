@@ -67,15 +67,15 @@ attr_t attributes(live_style style, bool colours) {
 
 terminal_screen::terminal_screen() {
   std::setlocale(LC_ALL, "");
-  const char* const type = std::getenv("TERM");
+  const char* const set = std::getenv("TERM");
+  const std::string type = set == nullptr ? "" : set;
   if (newterm(nullptr, stdout, stdin) == nullptr) {
-    throw failure(exit_refused, "watch: a terminal of type \"" +
-                                    std::string(type == nullptr ? "" : type) +
+    throw failure(exit_refused, "watch: a terminal of type \"" + type +
                                     "\" is not known here; set TERM, for example to xterm");
   }
   if (tigetstr("cup") == nullptr) {
     endwin();
-    throw failure(exit_refused, "watch: a terminal of type \"" + std::string(type) +
+    throw failure(exit_refused, "watch: a terminal of type \"" + type +
                                     "\" shows lines only; `trackctl events` follows in lines");
   }
   blocks_ = std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;

@@ -157,7 +157,7 @@ void read_folder(const std::string& path, config_reader& reader) {
   }
   std::sort(names.begin(), names.end());
   for (const std::string& name : names) {
-    read_file(path + '/' + name, reader);
+    read_file(std::filesystem::path(path) / name, reader);
   }
 }
 
