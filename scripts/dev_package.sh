@@ -20,12 +20,19 @@ check_version() {
     die "CMakeLists.txt has version $build, debian/changelog $(package_version): make them one"
 }
 
+# remove_at_exit FOLDER: however this ends.
+remove_at_exit() {
+  # shellcheck disable=SC2064  # this folder, not what the name stands for later
+  trap "rm -rf --one-file-system '$1'" EXIT
+}
+
 # pack FOLDER [SETTING...]: the packages of what git knows are in FOLDER then, and nothing else.
 # Settings are of the environment of the build; with OT_BUILT=TREE, a finished build is packed.
 pack() {
   local packages=$1 log=$1/log place source
   shift
   place=$(mktemp -d "${TMPDIR:-/tmp}/ot-package.XXXXXX")
+  remove_at_exit "$place"
   source=$place/source
   rm -rf "$packages"
   mkdir -p "$source" "$packages"
@@ -72,6 +79,7 @@ pack_in_tree() {
   rm -rf "$2"
   mkdir -p "$2"
   tree=$(mktemp -d /tmp/ot-package.XXXXXX)
+  remove_at_exit "$tree"
   make_bare_tree "$1" "$tree"
   mkdir -p "$tree/srv/package/source"
   git ls-files -z --cached --others --exclude-standard | tar --null -cT - |
