@@ -90,7 +90,8 @@ TEST(delay, takes_0_to_65535) {
 }
 
 TEST(delay, refuses_others_with_the_range) {
-  for (const char* const text : {"65536", "-1", "5x", "19h", "", " 5", "0x10", "99999999999999999999"}) {
+  for (const char* const text :
+       {"65536", "-1", "5x", "19h", "", " 5", "0x10", "99999999999999999999"}) {
     EXPECT_THAT(delay_refusal(text), HasSubstr("from 0 to 65535")) << text;
   }
 }
