@@ -9,8 +9,10 @@
 
 #include <cerrno>
 #include <new>
+#include <utility>
 
 #include "platform/common/root_path.h"
+#include "platform/ledger/client/bus_call.h"
 #include "platform/ledger/messages.h"
 #include "platform/ledger_status.h"
 #include "platform/linux/monotonic.h"
@@ -33,6 +35,9 @@ int status_of_errno(int error) noexcept {
       return ledger_denied;
     case ENOMEM:
       return no_memory;
+    case EMFILE:  // ours, and no word on the service
+    case ENFILE:
+      return error;
     case ETIMEDOUT:
     case EAGAIN:  // the service's queue of connections is full
       return ledger_no_answer;
@@ -61,7 +66,11 @@ int connect_socket(const std::string& path) noexcept {
   // Bounds the wait for a service whose queue of connections is full.
   const timeval timeout{.tv_sec = start_timeout_us / 1'000'000, .tv_usec = 0};
   setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
-  if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+  int result = 0;
+  do {
+    result = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  } while (result != 0 && errno == EINTR);
+  if (result != 0) {
     const int error = errno;
     close(fd);
     errno = error;
@@ -83,14 +92,12 @@ int finish_start(sd_bus* bus) noexcept {
     if (ready != 0) {
       return ready < 0 ? ready : 0;
     }
-    const std::uint64_t now = monotonic_us();
-    if (now >= end) {
-      return -ETIMEDOUT;
-    }
     if (result == 0) {
-      result = sd_bus_wait(bus, end - now);
+      result = wait_until_us(bus, end);
+    } else {
+      result = monotonic_us() < end ? 0 : -ETIMEDOUT;
     }
-    if (result < 0 && result != -EINTR) {
+    if (result < 0) {
       return result;
     }
   }
@@ -149,16 +156,25 @@ int ledger_link::ensure() noexcept {
     return ledger_no_answer;
   }
   try {
-    const int fd = connect_socket(root_path(ledger_socket_path));
-    if (fd < 0) {
-      return remembered(status_of_errno(errno));
+    int status = introduce();
+    if (status == ledger_busy) {
+      // Or it has just ended: nobody is there any more then, or somebody new.
+      status = introduce();
     }
-    const int result = start_bus(fd, bus_);
-    owner_ = getpid();
-    return result < 0 ? remembered(status_of_start(-result)) : status_ok;
+    return remembered(status);
   } catch (const std::bad_alloc&) {
     return no_memory;
   }
+}
+
+int ledger_link::introduce() {
+  const int fd = connect_socket(root_path(ledger_socket_path));
+  if (fd < 0) {
+    return status_of_errno(errno);
+  }
+  const int result = start_bus(fd, bus_);
+  owner_ = getpid();
+  return result < 0 ? status_of_start(-result) : status_ok;
 }
 
 int ledger_link::remembered(int status) noexcept {
@@ -183,18 +199,17 @@ int ledger_link::call(const char* member, const ledger_writer& request,
   if (result >= 0) {
     result = sd_bus_message_append_array(made, 'y', request.data().data(), request.data().size());
   }
-  sd_bus_message* answer = nullptr;
+  message_handle answer;
   if (result >= 0) {
     const bool waits = std::string_view{member} == ledger_member::commit;
-    result =
-        sd_bus_call(bus(), made, waits ? commit_timeout_us : call_timeout_us, nullptr, &answer);
+    result = call_and_wait(bus(), made, waits ? commit_timeout_us : call_timeout_us, answer);
   }
   if (result < 0) {
     drop();  // a late answer must not be taken for the next call's
     return remembered(status_of_errno(-result));
   }
-  ret.message.reset(answer);
-  if (!ledger_message_body(answer, ret.body)) {
+  ret.message = std::move(answer);
+  if (!ledger_message_body(ret.message.get(), ret.body)) {
     return ledger_bad_message;
   }
   ledger_reader reader{ret.body};

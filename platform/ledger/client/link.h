@@ -42,6 +42,7 @@ class ledger_link {
  private:
   [[nodiscard]] bool alive() const noexcept;
 
+  int introduce();  // throws std::bad_alloc
   int remembered(int status) noexcept;
 
   bus_handle bus_;

@@ -14,6 +14,7 @@
 #include "platform/common/root_path.h"
 #include "platform/ledger_status.h"
 #include "platform/linux/events/protocol.h"
+#include "platform/linux/monotonic.h"
 #include "platform/linux/unique_fd.h"
 #include "platform/linux/unix_address.h"
 
@@ -26,25 +27,40 @@ struct evdl_subscriber {
 
 namespace {
 
-constexpr int answer_limit_ms = 2'000;
+constexpr std::uint64_t answer_limit_ms = 2'000;
 
 int status_of_connect(int error) noexcept {
+  const bool ours = error == EMFILE || error == ENFILE;  // and no word on the service
   return error == EACCES || error == EPERM ? ledger_denied
          : error == EAGAIN                 ? ledger_no_answer
+         : ours                            ? error
                                            : ledger_unreachable;
 }
 
+// Connected, whatever signals come; false with errno.
+bool connected(int fd, const sockaddr_un& address) noexcept {
+  int result = 0;
+  do {
+    result = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  } while (result != 0 && errno == EINTR);
+  return result == 0;
+}
+
+// Invalid with errno.
 unique_fd connect_to_publisher() {
   unique_fd connection(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-  // A service that does not accept must not hang its clients.
-  const timeval limit{answer_limit_ms / 1000, 0};
-  setsockopt(connection.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-  sockaddr_un address;
-  if (!connection.valid() || !unix_address(root_path(event_socket_path), &address) ||
-      connect(connection.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+  if (!connection.valid()) {
     return {};
   }
-  return connection;
+  // A service that does not accept must not hang its clients.
+  const timeval limit{.tv_sec = answer_limit_ms / 1000, .tv_usec = 0};
+  setsockopt(connection.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+  sockaddr_un address;
+  if (!unix_address(root_path(event_socket_path), &address)) {
+    errno = ENAMETOOLONG;
+    return {};
+  }
+  return connected(connection.get(), address) ? std::move(connection) : unique_fd{};
 }
 
 std::vector<std::byte> subscription_packet(std::span<const evdl_filter> filters) {
@@ -67,9 +83,15 @@ std::vector<std::byte> subscription_packet(std::span<const evdl_filter> filters)
 // publisher that refused without reading leaves a reset before its answer; one that is full may end
 // the connection without any, as one that has just gone does.
 int await_answer(int connection) noexcept {
+  const std::uint64_t end = monotonic_ms() + answer_limit_ms;
   pollfd readable{connection, POLLIN, 0};
+  int ready = 0;
+  do {
+    const std::uint64_t now = monotonic_ms();
+    ready = poll(&readable, 1, static_cast<int>(end > now ? end - now : 0));
+  } while (ready < 0 && errno == EINTR);
   event_subscription_answer answer;
-  if (poll(&readable, 1, answer_limit_ms) != 1) {
+  if (ready != 1) {
     return ledger_no_answer;
   }
   ssize_t length = recv(connection, &answer, sizeof answer, MSG_DONTWAIT);
