@@ -24,6 +24,9 @@ const char* otrack_state_word(uint32_t state) {
 }
 
 int otrack_open(otrack_client** ret) {
+  if (ret == nullptr) {
+    return OTRACK_ERR_INVALID;
+  }
   auto* const made = new (std::nothrow) otrack_client;
   if (made == nullptr) {
     return OTRACK_ERR_NO_MEMORY;
@@ -37,5 +40,5 @@ void otrack_close(otrack_client* client) {
 }
 
 const char* otrack_error(const otrack_client* client) {
-  return client->error.c_str();
+  return client == nullptr ? otrack_strerror(OTRACK_ERR_INVALID) : client->error.c_str();
 }

@@ -32,6 +32,8 @@ int attempt(otrack_client& client, const Body& body) noexcept {
     client.error.clear();
     body();
     return OTRACK_OK;
+  } catch (const trackctl::unanswered& reason) {
+    return fail(client, OTRACK_ERR_TIMEOUT, reason.what());
   } catch (const trackctl::failure& reason) {
     const int error = reason.status == trackctl::exit_usage        ? OTRACK_ERR_INVALID
                       : reason.status == trackctl::exit_no_service ? OTRACK_ERR_NO_SERVICE
@@ -44,6 +46,28 @@ int attempt(otrack_client& client, const Body& body) noexcept {
   } catch (int error) {  // whose text is kept already
     return error;
   }
+}
+
+// The same for a client that a program gives, which may be null.
+template <typename Body>
+int attempt(otrack_client* client, const Body& body) noexcept {
+  return client == nullptr ? OTRACK_ERR_INVALID : attempt(*client, body);
+}
+
+// Throws, as what `attempt` takes for a wrong argument.
+inline void refuse_unless(bool right, const char* text) {
+  if (!right) {
+    throw trackctl::failure(trackctl::exit_usage, text);
+  }
+}
+
+// Throws for a null pointer, which stands where none is allowed, and for a flag that the call has
+// no use for.
+inline void check_pointer(const void* pointer) {
+  refuse_unless(pointer != nullptr, "a pointer is null");
+}
+inline void check_flags(unsigned flags, unsigned known) {
+  refuse_unless((flags & ~known) == 0, "a flag is unknown to this call");
 }
 
 }  // namespace ot::client

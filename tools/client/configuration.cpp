@@ -31,7 +31,8 @@ std::string joined(const std::vector<std::string>& lines) {
 }  // namespace
 
 int otrack_set(otrack_client* client, const char* line) {
-  return ot::client::attempt(*client, [line] {
+  return ot::client::attempt(client, [line] {
+    ot::client::check_pointer(line);
     const trackctl::file_content content = trackctl::read_track_text(line, "line");
     trackctl::refuse_errors(content.errors);
     if (content.tracks.size() != 1) {
@@ -43,7 +44,8 @@ int otrack_set(otrack_client* client, const char* line) {
 }
 
 int otrack_delete(otrack_client* client, const char* name) {
-  return ot::client::attempt(*client, [=] {
+  return ot::client::attempt(client, [=] {
+    ot::client::check_pointer(name);
     trackctl::check_track_name(name);
     trackctl::change_configuration("deleting track \"" + std::string(name) + '"', [=] {
       const trackctl::track_items present = trackctl::read_track(name);
@@ -57,7 +59,9 @@ int otrack_delete(otrack_client* client, const char* name) {
 }
 
 int otrack_apply(otrack_client* client, const char* text, unsigned flags, otrack_changes** ret) {
-  return ot::client::attempt(*client, [=] {
+  return ot::client::attempt(client, [=] {
+    ot::client::check_pointer(text);
+    ot::client::check_flags(flags, OTRACK_PRUNE | OTRACK_DRY_RUN);
     auto changes = std::make_unique<otrack_changes>();
     const trackctl::file_content content = trackctl::read_track_text(text, "text");
     trackctl::refuse_errors(content.errors);

@@ -7,9 +7,11 @@
 #include <set>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "tools/client/follower.h"
 #include "tools/trackctl/configuration.h"
+#include "tools/trackctl/names.h"
 
 namespace {
 
@@ -21,14 +23,26 @@ int left_until(std::chrono::steady_clock::time_point end) {
   return static_cast<int>(std::max<std::int64_t>(left.count(), 0));
 }
 
+// Those that a program has given; throws for what is no track's name.
+std::vector<std::string> taken(const char* const* names, size_t count) {
+  ot::client::refuse_unless(names != nullptr || count == 0, "a pointer is null");
+  std::vector<std::string> all;
+  for (const char* const name : std::span(names, count)) {
+    ot::client::check_pointer(name);
+    trackctl::check_track_name(name);
+    all.emplace_back(name);
+  }
+  return all;
+}
+
 }  // namespace
 
 int otrack_follow(otrack_client* client, const char* const* names, size_t count, unsigned flags,
                   otrack_follower** ret) {
-  return ot::client::attempt(*client, [=] {
-    const std::span given(names, count);
-    *ret =
-        new otrack_follower(*client, {given.begin(), given.end()}, (flags & OTRACK_RECONNECT) != 0);
+  return ot::client::attempt(client, [=] {
+    ot::client::check_pointer(ret);
+    ot::client::check_flags(flags, OTRACK_RECONNECT);
+    *ret = new otrack_follower(*client, taken(names, count), (flags & OTRACK_RECONNECT) != 0);
   });
 }
 
@@ -39,6 +53,9 @@ int otrack_follower_fd(const otrack_follower* follower) {
 int otrack_follower_dispatch(otrack_follower* follower,
                              void (*on_event)(const otrack_event* event, void* context),
                              void* context) {
+  if (follower == nullptr || on_event == nullptr) {
+    return OTRACK_ERR_INVALID;
+  }
   const int taken = follower->take();
   int count = 0;
   while (const otrack_event* event = follower->next()) {
@@ -49,21 +66,23 @@ int otrack_follower_dispatch(otrack_follower* follower,
 }
 
 int otrack_follower_next(otrack_follower* follower, int timeout_ms, const otrack_event** ret) {
+  if (follower == nullptr || ret == nullptr) {
+    return OTRACK_ERR_INVALID;
+  }
   const auto end =
       std::chrono::steady_clock::now() + std::chrono::milliseconds(std::max(timeout_ms, 0));
   for (;;) {
-    if ((*ret = follower->next()) != nullptr) {
-      return 1;
-    }
-    if (const int taken = follower->take(); taken != OTRACK_OK) {
-      return taken;
-    }
-    if ((*ret = follower->next()) != nullptr) {
-      return 1;
+    const otrack_event* event = follower->next();
+    if (event == nullptr) {
+      if (const int taken = follower->take(); taken != OTRACK_OK) {
+        return taken;
+      }
+      event = follower->next();
     }
     const int left = timeout_ms < 0 ? -1 : left_until(end);
-    if (left == 0) {
-      return 0;
+    if (event != nullptr || left == 0) {
+      *ret = event;
+      return event != nullptr ? 1 : 0;
     }
     pollfd ready{.fd = follower->fd(), .events = POLLIN, .revents = 0};
     (void)poll(&ready, 1, left);
@@ -103,15 +122,19 @@ void wait_for(otrack_follower& follower, const std::set<std::string>& names, std
 
 int otrack_wait(otrack_client* client, const char* const* names, size_t count, uint32_t state,
                 int timeout_ms) {
-  return ot::client::attempt(*client, [=] {
-    const std::span given(names, count);
-    for (const char* const name : given) {
+  return ot::client::attempt(client, [=] {
+    ot::client::refuse_unless(state <= OTRACK_DOWN, "there is no such state");
+    const std::vector<std::string> given = taken(names, count);
+    for (const std::string& name : given) {
       if (trackctl::read_track(name).empty()) {
         throw ot::client::fail(*client, OTRACK_ERR_NO_TRACK,
-                               ("there is no track \"" + std::string(name) + '"').c_str());
+                               ("there is no track \"" + name + '"').c_str());
       }
     }
-    otrack_follower follower(*client, {given.begin(), given.end()}, false);
+    if (given.empty()) {
+      return;
+    }
+    otrack_follower follower(*client, given, false);
     wait_for(follower, {given.begin(), given.end()}, state, timeout_ms);
   });
 }

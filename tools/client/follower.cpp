@@ -2,7 +2,6 @@
 
 #include <sys/epoll.h>
 #include <sys/timerfd.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -10,14 +9,15 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/linux/monotonic.h"
 #include "tools/trackctl/states.h"
 
 namespace {
 
 namespace trackctl = ot::trackctl;
 
-constexpr std::int64_t retry_ms = 200;
-constexpr std::int64_t compare_ms = 5'000;
+constexpr std::uint64_t retry_ms = 200;
+constexpr std::uint64_t compare_ms = 5'000;
 
 std::int64_t now_ms() noexcept {
   using namespace std::chrono;
@@ -53,18 +53,35 @@ otrack_follower::otrack_follower(otrack_client& client, std::vector<std::string>
   watch(wait_.get(), clock_.get());
   try {
     connect();
+  } catch (const trackctl::unanswered&) {
+    if (!reconnects_) {
+      throw;
+    }
+    disconnect();
   } catch (const trackctl::failure& reason) {
     if (!reconnects_ || reason.status != trackctl::exit_no_service) {
       throw;
     }
     disconnect();
   }
+  set_clock();
 }
 
-void otrack_follower::wake_after(std::int64_t milliseconds) const {
+void otrack_follower::wake_after(std::uint64_t milliseconds) noexcept {
+  due_ms_ = ot::monotonic_ms() + milliseconds;
+}
+
+// What stands in the queue has come already: a moment that is over keeps the descriptor readable.
+void otrack_follower::set_clock() noexcept {
+  const std::uint64_t when_ms = queue_.empty() ? due_ms_ : 1;
+  if (when_ms == set_ms_) {
+    return;
+  }
   const itimerspec when{.it_interval = {},
-                        .it_value = {milliseconds / 1000, milliseconds % 1000 * 1'000'000}};
-  check(timerfd_settime(clock_.get(), 0, &when, nullptr), "following events: timerfd_settime");
+                        .it_value = {static_cast<time_t>(when_ms / 1000),
+                                     static_cast<long>(when_ms % 1000 * 1'000'000)}};
+  (void)timerfd_settime(clock_.get(), TFD_TIMER_ABSTIME, &when, nullptr);  // refuses no such time
+  set_ms_ = when_ms;
 }
 
 bool otrack_follower::follows(const std::string& track) const {
@@ -110,11 +127,7 @@ void otrack_follower::connect() {
 // Its descriptor leaves the epoll instance when it is closed.
 void otrack_follower::disconnect() noexcept {
   events_.reset();
-  try {
-    wake_after(reconnects_ ? retry_ms : 1);  // so that it is readable, and tells its end
-  } catch (const std::system_error&) {
-    ended_ = true;
-  }
+  wake_after(reconnects_ ? retry_ms : 0);  // so that it is readable, and tells its end
 }
 
 otrack_follower::states otrack_follower::read_states() {
@@ -165,8 +178,7 @@ int otrack_follower::take() noexcept {
     return ot::client::fail(client_, OTRACK_ERR_NO_SERVICE,
                             "following events: the service has gone");
   }
-  std::uint64_t expired = 0;
-  const bool due = ::read(clock_.get(), &expired, sizeof expired) == sizeof expired;
+  const bool due = ot::monotonic_ms() >= due_ms_;
   const bool lost = !events_;
   const int result = ot::client::attempt(client_, [&] {
     if (lost && due) {
@@ -176,15 +188,18 @@ int otrack_follower::take() noexcept {
     }
   });
   if (result == OTRACK_OK) {
+    set_clock();
     return OTRACK_OK;
   }
   disconnect();
-  ended_ = ended_ || !reconnects_;
-  return ot::client::attempt(client_, [&] {
+  ended_ = !reconnects_;
+  const int result_of_telling = ot::client::attempt(client_, [&] {
     if (!lost) {
       tell(OTRACK_EVENT_LOST);
     }
   });
+  set_clock();
+  return result_of_telling;
 }
 
 const otrack_event* otrack_follower::next() noexcept {
@@ -193,6 +208,7 @@ const otrack_event* otrack_follower::next() noexcept {
   }
   present_ = std::move(queue_.front());
   queue_.pop_front();
+  set_clock();
   event_ = {.kind = present_.kind,
             .state = present_.state,
             .previous = present_.previous,

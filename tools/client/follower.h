@@ -48,7 +48,8 @@ struct otrack_follower {
   void take_events(bool compares);
   states read_states();
   void take_over(const states& present);
-  void wake_after(std::int64_t milliseconds) const;
+  void wake_after(std::uint64_t milliseconds) noexcept;
+  void set_clock() noexcept;
   [[nodiscard]] bool follows(const std::string& track) const;
   void tell(std::uint32_t kind);
   void tell_state(const std::string& track, std::uint32_t state);
@@ -56,8 +57,10 @@ struct otrack_follower {
   otrack_client& client_;
   std::vector<std::string> names_;  // sorted; none: every track
   bool reconnects_;
-  bool met_ = false;    // the service, once at least
-  bool ended_ = false;  // nothing more comes
+  bool met_ = false;          // the service, once at least
+  bool ended_ = false;        // nothing more comes
+  std::uint64_t due_ms_ = 0;  // when to compare, or to try again
+  std::uint64_t set_ms_ = 0;  // what the clock is set to
   ot::unique_fd clock_;
   ot::unique_fd wait_;
   std::optional<ot::trackctl::event_subscription> events_;

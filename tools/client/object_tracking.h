@@ -18,11 +18,14 @@
  *             printf("%s is %s\n", event->track, otrack_state_word(event->state));
  *
  * Threads: a client and what was made with it belong to one thread at a time. Different clients may
- * be used by different threads at once. After a fork only the process that opened a client uses it.
+ * be used by different threads at once; what they ask the service goes one after the other. After a
+ * fork only the process that opened a client uses it; the other one opens its own.
  *
  * Calls that ask the service wait for its answer, ten seconds at most, for a change of the
- * configuration thirty. They return OTRACK_OK, or a negative OTRACK_ERR_ number whose reason
- * otrack_error tells; outputs are then not written.
+ * configuration thirty, and no signal ends a wait. They return OTRACK_OK, or a negative OTRACK_ERR_
+ * number whose reason otrack_error tells; outputs are then not written. OTRACK_ERR_INVALID is also for
+ * a null pointer where nothing is said of NULL, and for flags and states that a call does not know;
+ * what only reads an object (otrack_track_name ...) wants one. NULL is closed and freed as nothing.
  *
  * Names and texts are UTF-8 and end with a zero byte. Pointers that a call returns belong to the
  * object that they came from, as long as it lives or as it is said there.
@@ -57,7 +60,7 @@ enum {
   OTRACK_ERR_NO_SERVICE = -2, /* the service is not running, or has ended */
   OTRACK_ERR_NO_TRACK = -3,   /* there is no track of that name */
   OTRACK_ERR_REFUSED = -4,    /* the service does not do it, or failed */
-  OTRACK_ERR_TIMEOUT = -5,
+  OTRACK_ERR_TIMEOUT = -5,    /* the service has not answered, or a wait is over */
   OTRACK_ERR_NO_MEMORY = -6
 };
 
@@ -85,7 +88,7 @@ const char *otrack_error(const otrack_client *client);
 
 /* --- Reading ------------------------------------------------------------------------------------ */
 
-/* All tracks, sorted by name, as they are at one moment. */
+/* All tracks, sorted by name. Each is what it was at some moment of the call. */
 int otrack_list_read(otrack_client *client, otrack_list **ret);
 size_t otrack_list_count(const otrack_list *list);
 /* NULL beyond the end. */
@@ -130,15 +133,16 @@ typedef struct otrack_event {
 } otrack_event;
 
 /* Follows the tracks of these names, or every track when `count` is 0; tracks need not exist yet.
- * Without OTRACK_RECONNECT the service must run, and the follower ends when it goes. */
+ * Without OTRACK_RECONNECT the service must run, and the follower ends when it goes. At most 2048. */
 int otrack_follow(otrack_client *client, const char *const *names, size_t count, unsigned flags,
                   otrack_follower **ret);
 /* Readable when there is something to dispatch; the same for the follower's life. Only for waiting:
  * it is read by the calls below. */
 int otrack_follower_fd(const otrack_follower *follower);
-/* Hands over what has come, without waiting for more. The number of events; once a follower without
+/* Hands over what has come, without waiting for more; only a service that runs and does not answer
+ * holds it up, for two to ten seconds. The number of events; once a follower without
  * OTRACK_RECONNECT has told everything after the service went, OTRACK_ERR_NO_SERVICE. The callback
- * must not close the follower. */
+ * may read and configure, and must neither close the follower nor take its events. */
 int otrack_follower_dispatch(otrack_follower *follower,
                              void (*on_event)(const otrack_event *event, void *context),
                              void *context);
@@ -147,8 +151,8 @@ int otrack_follower_dispatch(otrack_follower *follower,
 int otrack_follower_next(otrack_follower *follower, int timeout_ms, const otrack_event **ret);
 void otrack_follower_close(otrack_follower *follower);
 
-/* Waits until all these tracks are in the state, at most so many milliseconds (-1: for ever);
- * OTRACK_ERR_TIMEOUT, OTRACK_ERR_NO_TRACK when one does not exist at the call. */
+/* Waits until all these tracks are in the state, at most so many milliseconds (-1: for ever); for
+ * none it does not wait. OTRACK_ERR_TIMEOUT, OTRACK_ERR_NO_TRACK when one does not exist at the call. */
 int otrack_wait(otrack_client *client, const char *const *names, size_t count, uint32_t state,
                 int timeout_ms);
 

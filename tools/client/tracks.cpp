@@ -67,7 +67,8 @@ otrack_track track_of(const ot::track_info__& record, const surroundings& around
 }  // namespace
 
 int otrack_list_read(otrack_client* client, otrack_list** ret) {
-  return ot::client::attempt(*client, [ret] {
+  return ot::client::attempt(client, [ret] {
+    ot::client::check_pointer(ret);
     auto list = std::make_unique<otrack_list>();
     const surroundings around;
     ot::trackctl::read_track_records(
@@ -92,7 +93,9 @@ void otrack_list_free(otrack_list* list) {
 }
 
 int otrack_get(otrack_client* client, const char* name, otrack_track** ret) {
-  return ot::client::attempt(*client, [=] {
+  return ot::client::attempt(client, [=] {
+    ot::client::check_pointer(name);
+    ot::client::check_pointer(ret);
     ot::trackctl::check_track_name(name);
     const surroundings around;
     std::unique_ptr<otrack_track> track;

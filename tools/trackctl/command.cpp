@@ -50,6 +50,9 @@ void fail_with_code(const std::string& what, int code) {
                                        root_path("/run/object_tracking") +
                                        "; start object_tracking, or set OT_ROOT to where it runs");
   }
+  if (code == ledger_no_answer) {
+    throw unanswered(exit_refused, what + ": " + code_text(code));
+  }
   throw failure(exit_refused, what + ": " + code_text(code));
 }
 

@@ -63,6 +63,11 @@ enum exit_status : int {
 // Thrown by whatever cannot go on, with an exit_status.
 using failure = tool_failure;
 
+// One of a service that runs and has not answered in time.
+struct unanswered : failure {
+  using failure::failure;
+};
+
 // The text of a status code with its number and, where one is known, what would be right.
 std::string code_text(int code);
 

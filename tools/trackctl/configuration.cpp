@@ -121,12 +121,12 @@ bool send_commit(const std::string& what, const commit& changes, std::uint64_t g
     return code == status_ok;
   }
   // The connection was there a moment ago, so the service had the request.
-  if (code == ledger_unreachable || code == ledger_no_answer) {
-    throw failure(
-        code == ledger_unreachable ? exit_no_service : exit_refused,
-        what + ": the service " +
-            (code == ledger_unreachable ? "ended before it answered" : "has not answered in time") +
-            "; `trackctl show` tells whether the change was made");
+  constexpr const char* advice = "; `trackctl show` tells whether the change was made";
+  if (code == ledger_unreachable) {
+    throw failure(exit_no_service, what + ": the service ended before it answered" + advice);
+  }
+  if (code == ledger_no_answer) {
+    throw unanswered(exit_refused, what + ": the service has not answered in time" + advice);
   }
   if (refusals.empty()) {
     fail_with_code(what, code);
