@@ -16,13 +16,19 @@ import ctypes
 import datetime
 import enum
 import json
-from collections.abc import AsyncIterator, Iterable, Iterator, Mapping
+import math
+import time
+import weakref
+from collections.abc import AsyncIterator, Callable, Iterable, Iterator, Mapping
 from dataclasses import dataclass
 from types import TracebackType
-from typing import Any
+from typing import TYPE_CHECKING, Any
 
 from . import _library
 from ._library import lib
+
+if TYPE_CHECKING:
+    from typing_extensions import Self
 
 __all__ = ["AsyncFollower", "Changes", "Error", "Event", "Follower", "InvalidError", "Kind",
            "NoServiceError", "NoTrackError", "RefusedError", "State", "TimedOutError", "Track",
@@ -138,12 +144,32 @@ def _state(number: int) -> State:
     return _STATES[number] if number < len(_STATES) else State.UNKNOWN
 
 
+def _encoded(text: str) -> bytes:
+    try:
+        return _library.encode(text)
+    except ValueError as error:
+        raise InvalidError(str(error)) from None
+
+
 def _names(tracks: tuple[str, ...]) -> tuple[Any, int]:
-    return _library.text_array(tracks)
+    try:
+        return _library.text_array(tracks)
+    except ValueError as error:
+        raise InvalidError(str(error)) from None
 
 
-def _milliseconds(seconds: float | None) -> int:
-    return -1 if seconds is None else min(max(round(seconds * 1000), 0), 2**31 - 1)
+# A wait in C is deaf to Ctrl-C, so none is longer.
+_SLICE = 0.25
+
+
+def _end(seconds: float | None) -> float:
+    """The moment at which a wait is over."""
+    return math.inf if seconds is None else time.monotonic() + seconds
+
+
+def _slice_until(end: float) -> int:
+    """Milliseconds."""
+    return math.ceil(min(max(end - time.monotonic(), 0), _SLICE) * 1000)
 
 
 class Tracks:
@@ -152,7 +178,7 @@ class Tracks:
         if lib.otrack_open(ctypes.byref(client)) != 0:
             raise MemoryError
         self._client: ctypes.c_void_p | None = client
-        self._followers: set[_Followed] = set()
+        self._followers: weakref.WeakSet[_Followed] = weakref.WeakSet()
 
     def close(self) -> None:
         """And everything that follows by it."""
@@ -201,7 +227,7 @@ class Tracks:
     def __getitem__(self, name: str) -> Track:
         """Raises NoTrackError, which is a KeyError."""
         track = ctypes.c_void_p()
-        self._check(lib.otrack_get(self._open_client, _library.encode(name), ctypes.byref(track)))
+        self._check(lib.otrack_get(self._open_client, _encoded(name), ctypes.byref(track)))
         try:
             return _track(track)
         finally:
@@ -220,18 +246,24 @@ class Tracks:
 
     def wait(self, *tracks: str, state: State = State.UP, timeout: float | None = None) -> None:
         """Until all of them are in the state; raises TimedOutError after so many seconds."""
+        end = _end(timeout)
         names, count = _names(tracks)
-        self._check(lib.otrack_wait(self._open_client, names, count, _STATES.index(state),
-                                    _milliseconds(timeout)))
+        # Tells of tracks that do not exist, and whether there is something to wait for.
+        result = lib.otrack_wait(self._open_client, names, count, _STATES.index(state), 0)
+        if result != _library.TIMEOUT or timeout == 0:
+            self._check(result)
+            return
+        with self.follow(*tracks, reconnect=False) as follower:
+            _wait_for(follower, set(tracks), state, end)
 
     # --- Configuration
 
     def set(self, line: str) -> None:
         """What `trackctl set` takes: "uplink interface eth0 --delay-up 5"."""
-        self._check(lib.otrack_set(self._open_client, _library.encode(line)))
+        self._check(lib.otrack_set(self._open_client, _encoded(line)))
 
     def delete(self, name: str) -> None:
-        self._check(lib.otrack_delete(self._open_client, _library.encode(name)))
+        self._check(lib.otrack_delete(self._open_client, _encoded(name)))
 
     def apply(self, text: str | Iterable[str], *, prune: bool = False,
               dry_run: bool = False) -> Changes:
@@ -239,7 +271,7 @@ class Tracks:
         whole = text if isinstance(text, str) else "\n".join(text)
         flags = (_library.PRUNE if prune else 0) | (_library.DRY_RUN if dry_run else 0)
         changes = ctypes.c_void_p()
-        self._check(lib.otrack_apply(self._open_client, _library.encode(whole), flags,
+        self._check(lib.otrack_apply(self._open_client, _encoded(whole), flags,
                                      ctypes.byref(changes)))
         try:
             return Changes(lib.otrack_changes_made(changes), lib.otrack_changes_changed(changes),
@@ -248,6 +280,18 @@ class Tracks:
                            tuple(_library.decode(lib.otrack_changes_warnings(changes)).splitlines()))
         finally:
             lib.otrack_changes_free(changes)
+
+
+def _wait_for(follower: Follower, missing: set[str], state: State, end: float) -> None:
+    wanted = frozenset(missing)
+    while missing:
+        event = follower._next_until(end)
+        if event is None:
+            raise TimedOutError(_library.decode(lib.otrack_strerror(_library.TIMEOUT)))
+        if event.kind is Kind.STATE and event.state is state:
+            missing.discard(event.track)
+        elif event.track in wanted:
+            missing.add(event.track)
 
 
 def _track(track: ctypes.c_void_p | int) -> Track:
@@ -277,6 +321,17 @@ class _Followed:
             self._follower = None
             self._tracks._followers.discard(self)
 
+    def __del__(self) -> None:
+        if getattr(self, "_follower", None) is not None:
+            self.close()
+
+    def __enter__(self) -> Self:
+        return self
+
+    def __exit__(self, kind: type[BaseException] | None, error: BaseException | None,
+                 trace: TracebackType | None) -> None:
+        self.close()
+
     def fileno(self) -> int:
         """Readable when an event waits: for select, poll and event loops."""
         return int(lib.otrack_follower_fd(self._open_follower))
@@ -305,43 +360,58 @@ class Follower(_Followed):
         return self
 
     def __next__(self) -> Event:
-        # Short waits, so that Ctrl-C is heard.
+        event = self._next_until(math.inf)
+        assert event is not None
+        return event
+
+    def _next_until(self, end: float) -> Event | None:
         while True:
-            event = self._next(250)
-            if event is not None:
+            event = self._next(_slice_until(end))
+            if event is not None or time.monotonic() >= end:
                 return event
 
     def next(self, timeout: float | None = 0) -> Event | None:
         """The next event, or None when none comes within so many seconds."""
-        return next(self) if timeout is None else self._next(_milliseconds(timeout))
-
-    def __enter__(self) -> Follower:
-        return self
-
-    def __exit__(self, kind: type[BaseException] | None, error: BaseException | None,
-                 trace: TracebackType | None) -> None:
-        self.close()
+        return self._next_until(_end(timeout))
 
 
 class AsyncFollower(_Followed):
-    """An asynchronous iterator of events; used by one task."""
+    """An asynchronous iterator of events; used by one task. It ends when it is closed."""
+
+    _wake: Callable[[], None] | None = None
 
     def __aiter__(self) -> AsyncIterator[Event]:
         return self
 
     async def __anext__(self) -> Event:
-        while True:
+        while self._follower is not None:
             event = self._next(0)
             if event is not None:
                 return event
             await self._readable()
+        raise StopAsyncIteration
+
+    def close(self) -> None:
+        """Ends the iteration too, for the task that waits for its next event."""
+        if self._wake is not None:
+            self._wake()
+        super().close()
 
     async def _readable(self) -> None:
         loop = asyncio.get_running_loop()
         ready = loop.create_future()
         fd = self.fileno()
-        loop.add_reader(fd, lambda: ready.done() or ready.set_result(None))
+
+        def wake() -> None:
+            loop.remove_reader(fd)  # before somebody else may get its number
+            self._wake = None
+            if not ready.done():
+                ready.set_result(None)
+
+        loop.add_reader(fd, wake)
+        self._wake = wake
         try:
             await ready
         finally:
-            loop.remove_reader(fd)
+            if self._wake is not None:
+                self._wake()

@@ -76,6 +76,7 @@ def text_array(words):
 
 
 def encode(text):
+    """Raises ValueError for what no C string in UTF-8 is."""
     if "\0" in text:
         raise ValueError("a text has no character 0")
     return text.encode()
