@@ -15,6 +15,7 @@ from waiting import wait_until
 
 INVALID, NO_SERVICE, NO_TRACK, REFUSED, TIMEOUT = -1, -2, -3, -4, -5
 PRUNE, DRY_RUN = 2, 4
+HEADER_FOLDER = SOURCE / "tools/client"
 
 
 class Client:
@@ -211,13 +212,13 @@ def test_a_thousand_followers(office, new_client):
     assert {event[1:] for event in client.events[2 * count:]} == {state("office", "down", "up")[1:]}
 
 
-def python(service, program):
+def python(service, program, **options):
     if service.build.sanitized:
         pytest.skip("a sanitizer's runtime wants to be loaded first")
     environment = {**service.build.environment(service.root), "PYTHONPATH": str(SOURCE / "python"),
                    "OBJECT_TRACKING_LIBRARY": str(service.build.path / "lib/libobject-tracking.so.1")}
     return subprocess.Popen([sys.executable, "-B", "-c", program], env=environment, text=True,
-                            stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+                            stdout=subprocess.PIPE, stderr=subprocess.PIPE, **options)
 
 
 def test_python_reads_configures_and_follows(office):

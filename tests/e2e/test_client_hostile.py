@@ -1,0 +1,324 @@
+"""What programs and their surroundings do to the C library: wrong arguments, signals at every moment,
+no descriptors left, a fork, no memory, a service that hangs, and strangers at its sockets."""
+
+import contextlib
+import os
+import random
+import signal
+import socket
+import subprocess
+import threading
+
+import pytest
+
+from test_client_library import HEADER_FOLDER, python
+
+PRELUDE = """
+import asyncio, ctypes, math, os, resource, select, signal, sys, threading, time
+import object_tracking
+from object_tracking import Kind, _library
+lib = _library.lib
+tracks = object_tracking.open()
+client = tracks._client
+
+def name_of(call):
+    try:
+        call()
+    except Exception as error:
+        return type(error).__name__
+
+"""
+
+
+def run(service, program):
+    """What the program prints."""
+    process = python(service, PRELUDE + program)
+    output, errors = process.communicate(timeout=60)
+    assert (process.returncode, errors) == (0, "")
+    return output.splitlines()
+
+
+def test_what_waits_to_be_handed_over_keeps_the_descriptor_readable(office):
+    office.ctl("set", "other", "interface", "mark-up")
+    assert run(office, """
+for names in ((), ("nobody",)):
+    follower = tracks.follow(*names)
+    told = 0
+    while select.select([follower], [], [], 0)[0]:
+        told += follower.next(0) is not None
+    print(told, follower.next(0))
+""") == ["3 None", "1 None"]
+
+
+def test_wrong_arguments_are_told(office):
+    invalid = "-1"
+    assert run(office, """
+made = ctypes.c_void_p()
+event = ctypes.POINTER(_library.EventStruct)()
+names, count = _library.text_array(["office"])
+none = (ctypes.c_char_p * 1)(None)
+print(lib.otrack_open(None), lib.otrack_list_read(None, ctypes.byref(made)),
+      lib.otrack_list_read(client, None))
+print(lib.otrack_get(client, None, ctypes.byref(made)), lib.otrack_get(client, b"office", None))
+print(lib.otrack_set(client, None), lib.otrack_delete(client, None))
+print(lib.otrack_apply(client, None, 0, None), lib.otrack_apply(client, b"", 1, None),
+      lib.otrack_apply(client, b"", 8, None))
+print(lib.otrack_follow(client, None, 1, 0, ctypes.byref(made)),
+      lib.otrack_follow(client, none, 1, 0, ctypes.byref(made)),
+      lib.otrack_follow(client, names, 1, 2, ctypes.byref(made)),
+      lib.otrack_follow(client, names, 1, 0, None))
+print(lib.otrack_follower_next(None, 0, ctypes.byref(event)),
+      lib.otrack_follower_dispatch(None, None, None))
+print(lib.otrack_wait(client, names, 1, 3, 0), lib.otrack_wait(client, none, 1, 1, 0))
+print(lib.otrack_wait(client, None, 0, 1, 0), lib.otrack_error(None) is not None, made.value)
+follower = tracks.follow()
+print(lib.otrack_follower_next(follower._follower, 0, None),
+      lib.otrack_follower_dispatch(follower._follower, None, None), follower.next(0).track)
+for release in (lib.otrack_close, lib.otrack_list_free, lib.otrack_track_free,
+                lib.otrack_follower_close, lib.otrack_changes_free):
+    release(None)
+for call in (lambda: tracks.set("a\\0b"), lambda: tracks["\\udc80"], lambda: tracks.wait("a/b"),
+             lambda: tracks.wait(""), lambda: tracks.follow("\\0"), lambda: tracks.follow("")):
+    print(name_of(call))
+tracks.wait("office", timeout=math.inf)
+""") == [*(" ".join([invalid] * count) for count in (3, 2, 2, 3, 4, 2, 2)), "0 True None",
+         "-1 -1 office", *["InvalidError"] * 6]
+
+
+def test_an_error_writes_no_output(office):
+    process = python(office, PRELUDE + """
+follower = tracks.follow(reconnect=False)
+for _ in range(2):
+    follower.next(0)
+print("there", flush=True)
+while follower.next(20).kind is not Kind.LOST:
+    pass
+event = ctypes.cast(1, ctypes.POINTER(_library.EventStruct))
+print(lib.otrack_follower_next(follower._follower, 20000, ctypes.byref(event)),
+      ctypes.cast(event, ctypes.c_void_p).value)
+""")
+    assert process.stdout.readline() == "there\n"
+    office.crash()
+    assert process.communicate(timeout=60) == ("-2 1\n", "")
+
+
+def test_no_signal_ends_a_call(office):
+    assert run(office, """
+signal.signal(signal.SIGALRM, lambda *_: None)
+signal.setitimer(signal.ITIMER_REAL, 0.0001, 0.0001)
+for number in range(300):
+    with object_tracking.open() as others:
+        assert others["office"].name == "office"
+        others.follow("office", reconnect=False).close()
+        list(others)
+        others.wait("office", timeout=20)
+        others.set(f"other interface {('mark-up', 'mark-dn')[number % 2]}")
+signal.setitimer(signal.ITIMER_REAL, 0)
+""") == []
+
+
+def test_a_program_without_descriptors_is_not_told_that_no_service_runs(office):
+    assert run(office, """
+_, most = resource.getrlimit(resource.RLIMIT_NOFILE)
+used = len(os.listdir("/proc/self/fd")) - 1
+told = []
+for more in range(20):
+    resource.setrlimit(resource.RLIMIT_NOFILE, (used + more, most))
+    told.append(name_of(lambda: tracks["office"].name) or
+                name_of(lambda: tracks.follow("office", reconnect=False).close()))
+print(set(told[:-5]) <= {"RefusedError", None}, told[0], told[-1])
+""") == ["True RefusedError None"]
+
+
+def test_what_is_not_used_any_more_is_closed(office):
+    assert run(office, """
+list(tracks)
+before = len(os.listdir("/proc/self/fd"))
+for _ in range(20):
+    for event in tracks.follow("office"):
+        break
+print(len(os.listdir("/proc/self/fd")) - before)
+""") == ["0"]
+
+
+def test_a_child_uses_a_client_of_its_own(office):
+    assert run(office, """
+follower = tracks.follow("office")
+if os.fork() == 0:
+    with object_tracking.open() as others:
+        print(others["office"].name, others.follow("office").next(0).track, flush=True)
+    os._exit(0)
+os.wait()
+print(tracks["office"].name, follower.next(0).kind, follower.next(0).kind, follower.next(0))
+""") == ["office office", "office state synced None"]
+
+
+def test_ctrl_c_ends_a_wait(office):
+    office.ctl("set", "down", "interface", "mark-dn")
+    assert run(office, """
+for call in (lambda: tracks.wait("down"), lambda: tracks.wait("down", timeout=3600),
+             lambda: tracks.follow("nobody").next(3600)):
+    threading.Timer(0.1, os.kill, (os.getpid(), signal.SIGINT)).start()
+    try:
+        while True:
+            call()
+    except KeyboardInterrupt:
+        print("ended")
+""") == ["ended"] * 3
+
+
+def test_an_asynchronous_follower_ends_when_it_is_closed(office):
+    assert run(office, """
+async def main():
+    follower = tracks.follow_async("office")
+    async def all_of_it():
+        return [str(event.kind) async for event in follower]
+    task = asyncio.create_task(all_of_it())
+    for _ in range(5):
+        await asyncio.sleep(0)
+    follower.close()
+    print(await asyncio.wait_for(task, 20))
+
+asyncio.run(main())
+""") == ["['state', 'synced']"]
+
+
+def test_a_service_that_hangs_is_given_up_and_taken_up_again(office):
+    process = python(office, PRELUDE + """
+print("there", flush=True)
+sys.stdin.readline()
+began = time.monotonic()
+print(name_of(lambda: list(tracks)), name_of(lambda: tracks.follow(reconnect=False)),
+      name_of(lambda: tracks.set("x interface y")))
+follower = tracks.follow()
+print(time.monotonic() - began < 15, flush=True)
+print(follower.next(20).kind, follower.next(20).kind)
+""", stdin=subprocess.PIPE)
+    assert process.stdout.readline() == "there\n"
+    os.kill(office.daemon.pid, signal.SIGSTOP)
+    try:
+        process.stdin.write("\n")
+        process.stdin.flush()
+        told = [process.stdout.readline() for _ in range(2)]
+    finally:
+        os.kill(office.daemon.pid, signal.SIGCONT)
+    assert told == ["TimedOutError TimedOutError TimedOutError\n", "True\n"]
+    assert process.communicate(timeout=60) == ("state synced\n", "")
+
+
+@contextlib.contextmanager
+def strangers(root):
+    """Others at the service's sockets, who answer everything with bytes by chance."""
+    seed = int(os.environ.get("OT_SEED", random.randrange(1 << 32)))
+    print(f"OT_SEED={seed}")
+    chance = random.Random(seed)
+    folder = os.path.join(root, "run/object_tracking")
+    os.makedirs(folder, exist_ok=True)
+
+    def talk(listener):
+        with contextlib.suppress(OSError):
+            while True:
+                peer, _ = listener.accept()
+                with peer, contextlib.suppress(OSError):
+                    peer.settimeout(1)
+                    peer.recv(65536)
+                    if listener.type == socket.SOCK_SEQPACKET and chance.random() < 0.7:
+                        peer.sendall(b"\0\0\0\0")
+                    elif chance.random() < 0.7:
+                        peer.sendall(b"OK 0123456789abcdef0123456789abcdef\r\n")
+                    for _ in range(5):
+                        peer.sendall(chance.randbytes(chance.randrange(1, 400)))
+
+    with contextlib.ExitStack() as opened:
+        for name, kind in (("events.sock", socket.SOCK_SEQPACKET),
+                           ("ledger.sock", socket.SOCK_STREAM)):
+            listener = opened.enter_context(socket.socket(socket.AF_UNIX, kind))
+            listener.bind(os.path.join(folder, name))
+            listener.listen(50)
+            opened.callback(listener.shutdown, socket.SHUT_RDWR)
+            threading.Thread(target=talk, args=(listener,)).start()
+        yield
+
+
+def test_strangers_at_the_sockets_are_errors(new_service):
+    service = new_service()
+    with strangers(service.root):
+        assert run(service, """
+told = set()
+for _ in range(60):
+    with object_tracking.open() as others:
+        for call in (lambda: others["office"], lambda: others.follow("office").next(0),
+                     lambda: others.follow(reconnect=False), lambda: others.set("x interface y")):
+            told.add(name_of(call))
+print(told <= {None, "NoServiceError", "RefusedError", "TimedOutError"}, "RefusedError" in told or
+      "NoServiceError" in told)
+""") == ["True True"]
+
+
+FAILING = r"""
+#include <errno.h>
+#include <stddef.h>
+extern void *__libc_malloc(size_t);
+static _Thread_local long left = -1;
+void fail_after(long count) { left = count; }
+void *malloc(size_t size) {
+  if (left == 0) { errno = ENOMEM; return NULL; }
+  if (left > 0) --left;
+  return __libc_malloc(size);
+}
+"""
+
+WITHOUT_MEMORY = r"""
+#include <object_tracking.h>
+#include <stdio.h>
+void fail_after(long count);
+
+/* nlohmann's JSON, which makes the texts of tracks, needs memory to be destroyed: no reading. */
+static int all(otrack_client *client) {
+  const char *const names[] = {"office"};
+  otrack_follower *follower = NULL;
+  otrack_changes *changes = NULL;
+  const otrack_event *event;
+  int result = otrack_follow(client, NULL, 0, 0, &follower);
+  if (result == OTRACK_OK) result = otrack_follower_next(follower, 0, &event) < 0 ? -6 : 0;
+  otrack_follower_close(follower);
+  if (result == OTRACK_OK) result = otrack_wait(client, names, 1, OTRACK_UP, 20000);
+  if (result == OTRACK_OK) result = otrack_apply(client, "x and office\n", OTRACK_DRY_RUN, &changes);
+  otrack_changes_free(changes);
+  if (result == OTRACK_OK) result = otrack_set(client, "office interface lan0");
+  return result;
+}
+
+int main(void) {
+  otrack_client *client;
+  long k = 0, failed = 0;
+  int result;
+  if (otrack_open(&client) != OTRACK_OK || all(client) != OTRACK_OK) return 1;
+  do {
+    fail_after(k += 1 + k / 50);
+    result = all(client);
+    fail_after(-1);
+    if (result != OTRACK_OK) ++failed;
+    if (result != OTRACK_OK && result != OTRACK_ERR_NO_MEMORY && result != OTRACK_ERR_REFUSED)
+      printf("%d at %ld: %s\n", result, k, otrack_error(client));
+  } while (result != OTRACK_OK && k < 1000000);
+  puts(failed > 50 && all(client) == OTRACK_OK ? "good" : otrack_error(client));
+  otrack_close(client);
+  return 0;
+}
+"""
+
+
+def test_no_exception_leaves_a_call_without_memory(office, tmp_path):
+    if office.build.sanitized:
+        pytest.skip("a sanitizer has a malloc of its own")
+    (tmp_path / "failing.c").write_text(FAILING)
+    (tmp_path / "program.c").write_text(WITHOUT_MEMORY)
+    library = office.build.path / "lib"
+    subprocess.run(["cc", "-std=c11", "-Wall", "-Wextra", "-Werror", f"-I{HEADER_FOLDER}",
+                    tmp_path / "program.c", tmp_path / "failing.c", f"-L{library}",
+                    "-lobject-tracking", f"-Wl,-rpath,{library}", "-o", tmp_path / "program"],
+                   check=True)
+    result = subprocess.run([tmp_path / "program"], env=office.build.environment(office.root),
+                            capture_output=True, text=True, timeout=120)
+    assert (result.returncode, result.stdout, result.stderr) == (0, "good\n", "")
