@@ -26,8 +26,8 @@ def source_without_comments():
 
 
 def declarations():
-    """Every function's declaration, in one line."""
-    return sorted(" ".join(each.split()) for each in
+    """Every function's declaration, in one line, however it is formatted."""
+    return sorted(re.sub(r"\s*(\*+)\s*", r" \1", " ".join(each.split())) for each in
                   re.findall(r"^[a-z][^;{}#]*\botrack_\w+\([^;]*\);", source_without_comments(), re.M))
 
 
