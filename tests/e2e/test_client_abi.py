@@ -27,7 +27,7 @@ def source_without_comments():
 
 def declarations():
     """Every function's declaration, in one line, however it is formatted."""
-    return sorted(re.sub(r"\s*(\*+)\s*", r" \1", " ".join(each.split())) for each in
+    return sorted(re.sub(r"(?<=\w)\s*(\*+)\s*", r" \1", " ".join(each.split())) for each in
                   re.findall(r"^[a-z][^;{}#]*\botrack_\w+\([^;]*\);", source_without_comments(), re.M))
 
 
