@@ -57,7 +57,7 @@ class GuestService:
         self.guest = guest
         self.net = GuestNamespace(guest)
         self.root = f"/run/{self.net.name}"
-        self._environment = f"OT_ROOT={self.root}"
+        self._environment = f"OT_ROOT={self.root} OT_PKG_ROOT=/usr"  # where the libraries are
         guest.must(f"mkdir {self.root}")
         self._follower = None
         self._others = []  # qmond, trackpolicy
