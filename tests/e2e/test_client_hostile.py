@@ -168,6 +168,53 @@ for call in (lambda: tracks.wait("down"), lambda: tracks.wait("down", timeout=36
 """) == ["ended"] * 3
 
 
+def test_a_wait_is_for_all_of_its_tracks_at_once(office):
+    office.net.link("spare", up=False)
+    office.ctl("set", "spare", "interface", "spare")
+    process = python(office, PRELUDE + """
+names, count = _library.text_array(["office", "spare"])
+results = []
+before = len(os.listdir("/proc/self/fd"))
+waiting = threading.Thread(target=lambda: results.append(
+    lib.otrack_wait(client, names, count, 1, 30000)))
+waiting.start()
+while len(os.listdir("/proc/self/fd")) == before:
+    time.sleep(0.001)
+print("follows", flush=True)
+waiting.join()
+print(results, [str(tracks[name].state) for name in ("office", "spare")], flush=True)
+""")
+    assert process.stdout.readline() == "follows\n"
+    office.net.ip("link set lan0-p down")
+    office.wait_state("office", "down")
+    office.net.ip("link set spare up")
+    office.wait_state("spare", "up")
+    assert process.poll() is None
+    office.net.ip("link set lan0-p up")
+    output, errors = process.communicate(timeout=60)
+    assert (output, errors) == ("[0] ['up', 'up']\n", "")
+
+
+def test_a_wait_in_python_is_for_all_of_its_tracks_at_once(office):
+    assert run(office, """
+from object_tracking import Event, State, TimedOutError, _wait_for
+
+def told(*events):
+    made = [Event(Kind.STATE, name, state, State.UNKNOWN, None) for name, state in events] + [None]
+    class Script:
+        def _next_until(self, end):
+            return made.pop(0)
+    try:
+        _wait_for(Script(), {"a", "b"}, State.UP, 0)
+        print("all up", len(made))
+    except TimedOutError:
+        print("not all")
+
+told(("a", State.UP), ("a", State.DOWN), ("b", State.UP))
+told(("a", State.UP), ("a", State.DOWN), ("b", State.UP), ("a", State.UP))
+""") == ["not all", "all up 1"]
+
+
 def test_an_asynchronous_follower_ends_when_it_is_closed(office):
     assert run(office, """
 async def main():
