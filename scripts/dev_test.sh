@@ -3,12 +3,11 @@
 # scripts/test_summary.py computes the last line.
 
 # preset|levels. A preset is built while the one before it is tested. The virtual machine runs one
-# preset: its emulator makes instrumented programs crawl. The soak tests, too: what they look for
-# takes many rounds and no sanitizer. asan is built by clang, the second compiler, which takes half as
+# preset: its emulator makes instrumented programs crawl. The soak tests are run on their own. asan is built by clang, the second compiler, which takes half as
 # long with these sanitizers as g++. odr only links, and thereby looks for one name that is defined
 # twice.
 test_plan=(
-  "release|unit tools contract soak e2e vm install"
+  "release|unit tools contract e2e vm install"
   "asan|unit tools contract e2e"
   "tsan|unit tools contract e2e"
   "odr|"
