@@ -103,16 +103,18 @@ class _Tool:
 
 def over_listener(lines, links, readers):
     """For each reader what it was later than the listener in each change, milliseconds: for the last
-    follower of one link, and for the one in the middle of many; and how many it never heard of."""
+    follower of one link, and for the one in the middle of many; and of how many it never heard that the
+    listener heard of: the kernel holds a carrier's return back for up to a second, and is silent when
+    the next change comes first."""
     over = {name: [] for name in readers}
     lost = dict.fromkeys(readers, 0)
-    followers = max(line[2] for line in lines)
+    followers, heard = max(line[2] for line in lines), 0
     for direction, name, count, first, last, median in lines:
         del direction
         if name == LISTENER:
-            of_link = first
+            of_link, heard = first, count
             continue
-        lost[name] += followers - count
+        lost[name] += (followers if links == 1 else heard) - count
         if count > 0:
             over[name].append((last - of_link if links == 1 else median) / 1e6)
     return over, lost
