@@ -14,6 +14,7 @@ from table import row
 
 MANY = [f"t{number:04}" for number in range(1500)]
 IDLE_SECONDS = 20
+SHARED_MEMORY = "/dev/shm"  # as /run is
 SETTLED_SECONDS = 11  # the copy of the configuration is written, and bfdd was looked for the last time
 
 

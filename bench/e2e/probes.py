@@ -11,6 +11,7 @@ import time
 
 import ledger
 import process_costs
+from measurements import SHARED_MEMORY
 from netns import NetworkNamespace
 from output import File
 from qmond import Qmond
@@ -21,7 +22,6 @@ from waiting import wait_until
 COUNT = 1500
 SECONDS = float(os.environ.get("OT_PROBE_SECONDS", 20))
 PORTIONS = 40
-SHARED_MEMORY = "/dev/shm"  # as /run is
 
 TARGETS = [f"127.1.{number // 250}.{number % 250 + 1}" for number in range(COUNT)]
 

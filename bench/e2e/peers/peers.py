@@ -9,7 +9,7 @@ import subprocess
 import tempfile
 
 import ledger
-from measurements import percentile
+from measurements import SHARED_MEMORY, percentile
 from netns import NetworkNamespace
 from output import File
 from peers.keepalived import Keepalived
@@ -52,7 +52,7 @@ class Race:
             raise
 
     def _ours(self, followed):
-        service = Service(self.build, File, net=self.near)
+        service = Service(self.build, File, folder=SHARED_MEMORY, net=self.near)
         self.parts.append(service)
         service.start()
         answers = service.commit([ledger.track_items(name, link) for name, link in followed])
