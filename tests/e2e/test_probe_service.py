@@ -57,6 +57,9 @@ def test_a_qmond_that_hangs_counts_as_gone(qmond):
         qmond.service.wait_state("t", "unknown")
     finally:
         qmond.daemon.process.send_signal(signal.SIGCONT)
+    # Until its first heartbeat it counts as gone for everybody.
+    wait_until(lambda: qmond.service.run("qmond", "status").returncode == 0,
+               qmond.service.build.patience, "a heartbeat")
     follows(qmond, "t", 1, 1, "up")
 
 
