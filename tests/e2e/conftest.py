@@ -10,6 +10,7 @@ import shutil
 import pytest
 
 from build_tree import BuildTree
+from policy import Trackpolicy
 from service import Service
 
 
@@ -72,3 +73,11 @@ def closing():
     """Closes with the test what it is called with, the last first, and returns it."""
     with contextlib.ExitStack() as parts:
         yield lambda part: parts.enter_context(contextlib.closing(part))
+
+
+@pytest.fixture
+def policy(service, closing):
+    """A trackpolicy beside the service, not started yet; the track "t" follows "mark-up"."""
+    service.ctl("set", "t", "interface", "mark-up")
+    service.wait_state("t", "up")
+    return closing(Trackpolicy(service))

@@ -14,6 +14,7 @@ import sys
 import pytest
 
 from build_tree import SOURCE
+from storms import seeded_chance
 from waiting import wait_until
 
 FIRST = [f"n{number}" for number in range(5)]  # the names that one view asks for
@@ -44,9 +45,7 @@ class Client:
 
 @pytest.fixture
 def chance():
-    seed = int(os.environ.get("OT_SEED", random.randrange(1 << 32)))
-    print(f"OT_SEED={seed}")
-    return random.Random(seed)
+    return seeded_chance()
 
 
 @pytest.fixture

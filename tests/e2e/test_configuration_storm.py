@@ -10,6 +10,7 @@ import subprocess
 import pytest
 
 from build_tree import BuildTree
+from storms import seeded_chance
 from tracks_file import (Files, WRONG, changed, in_conflict, parsed, random_configuration, words_of)
 
 # A sanitizer makes each command five times as slow, and a command a round is what this is.
@@ -18,9 +19,7 @@ ROUNDS = int(os.environ.get("OT_ROUNDS", 6 if BuildTree().sanitized else 25))
 
 @pytest.fixture
 def chance():
-    seed = int(os.environ.get("OT_SEED", random.randrange(1 << 32)))
-    print(f"OT_SEED={seed}")
-    return random.Random(seed)
+    return seeded_chance()
 
 
 @pytest.fixture

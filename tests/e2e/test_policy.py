@@ -6,22 +6,11 @@ import re
 import shutil
 import socket
 
-import pytest
 
 from build_tree import SOURCE
 from output import Pipe
-from policy import Trackpolicy, lines, script
+from policy import lines, script
 from waiting import wait_until
-
-
-@pytest.fixture
-def policy(service):
-    """A trackpolicy beside the service, not started yet; the track "t" follows "mark-up"."""
-    service.ctl("set", "t", "interface", "mark-up")
-    service.wait_state("t", "up")
-    made = Trackpolicy(service)
-    yield made
-    made.close()
 
 
 def root_command(argv, **keys):

@@ -10,16 +10,8 @@ import threading
 import pytest
 
 from mounts import Mounts
-from policy import Trackpolicy, lines, script
+from policy import lines, script
 from waiting import wait_until
-
-
-@pytest.fixture
-def policy(service, closing):
-    """A trackpolicy beside the service, not started yet; the track "t" follows "mark-up"."""
-    service.ctl("set", "t", "interface", "mark-up")
-    service.wait_state("t", "up")
-    return closing(Trackpolicy(service))
 
 
 def test_a_new_link_policy_does_not_act_before_it_knows_what_its_track_stands_on(policy):

@@ -9,18 +9,10 @@ import time
 import pytest
 
 from mounts import Disk
-from policy import Trackpolicy, lines, script
+from policy import lines, script
 from waiting import wait_until
 
 MEMORY = "run/object_tracking/policies"
-
-
-@pytest.fixture
-def policy(service, closing):
-    """A trackpolicy beside the service, not started yet; the track "t" follows "mark-up"."""
-    service.ctl("set", "t", "interface", "mark-up")
-    service.wait_state("t", "up")
-    return closing(Trackpolicy(service))
 
 
 def tell(policy, name, **keys):

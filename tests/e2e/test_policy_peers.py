@@ -10,18 +10,8 @@ import pytest
 
 from build_tree import SOURCE
 from frr import Frr
-from policy import Trackpolicy, lines, script
+from policy import lines, script
 from waiting import wait_until
-
-
-@pytest.fixture
-def policy(service):
-    """A trackpolicy beside the service, not started yet; the track "t" follows "mark-up"."""
-    service.ctl("set", "t", "interface", "mark-up")
-    service.wait_state("t", "up")
-    made = Trackpolicy(service)
-    yield made
-    made.close()
 
 
 @pytest.fixture
