@@ -22,9 +22,20 @@ def engine(request):
 
 
 @pytest.fixture
-def site(new_service, engine, closing, monkeypatch):
+def new_site(new_service, engine, closing, monkeypatch):
+    return lambda **options: closing(BfddSite(new_service(), engine, monkeypatch, 2, **options))
+
+
+@pytest.fixture
+def site(new_site):
     """Two links; the service is not started yet."""
-    return closing(BfddSite(new_service(), engine, monkeypatch, 2))
+    return new_site()
+
+
+@pytest.fixture
+def patient_site(new_site):
+    """As site, with sessions that outlast a machine that stands still for a moment."""
+    return new_site(interval=300)
 
 
 def without_ours(lines):
@@ -92,8 +103,8 @@ def sessions_up(site, links):
     return there()
 
 
-def test_the_neighbour_does_not_notice_a_crash(site):
-    site.up()
+def test_the_neighbour_does_not_notice_a_crash(patient_site):
+    site = patient_site.up()
     before = sessions_up(site, site.links)
     site.service.crash()
     time_of_start = time.monotonic()
@@ -161,7 +172,8 @@ def test_a_session_of_a_routing_protocol_is_left_alone(site):
     assert (after["type"], after["id"], after["status"]) == ("dynamic", before["id"], "up")
 
 
-def test_a_session_of_ours_that_a_protocol_comes_to_use_never_falls_for_us(site):
+def test_a_session_of_ours_that_a_protocol_comes_to_use_never_falls_for_us(patient_site):
+    site = patient_site
     if not site.frr.has("mgmtd"):
         pytest.skip("this release's staticd knows no BFD")
     site.service.start()
