@@ -21,6 +21,7 @@
 #include <system_error>
 
 #include "platform/common/root_path.h"
+#include "platform/linux/give_memory_back.h"
 #include "platform/linux/process/directories.h"
 #include "tools/qmond/config.h"
 #include "tools/qmond/engine.h"
@@ -135,7 +136,7 @@ class daemon {
     watch_signals();
     watch_times();
     sd_event_set_watchdog(loop_.get(), 1);  // only where the service manager asks for it
-    malloc_trim(0);
+    give_memory_back();
     sd_notify(0, "READY=1");
     while (!stopped_) {
       set_due();
@@ -156,7 +157,7 @@ class daemon {
     interrupt_ = loop_source::signal(loop_.get(), SIGINT, stop);
     hang_up_ = loop_source::signal(loop_.get(), SIGHUP, [this](std::uint32_t) {
       reload();
-      malloc_trim(0);
+      give_memory_back();
     });
     for (loop_source* const each : {&terminate_, &interrupt_, &hang_up_}) {
       each->make_urgent();

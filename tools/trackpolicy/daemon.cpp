@@ -16,6 +16,7 @@
 #include <system_error>
 
 #include "platform/common/root_path.h"
+#include "platform/linux/give_memory_back.h"
 #include "platform/linux/monotonic.h"
 #include "platform/linux/process/directories.h"
 #include "platform/linux/short_slices.h"
@@ -93,6 +94,7 @@ class daemon {
 
   void run() {
     sd_event_set_watchdog(loop_.get(), 1);  // only where the service manager asks for it
+    give_memory_back();
     sd_notify(0, "READY=1");
     while (!stopped_) {
       turn();
@@ -169,6 +171,7 @@ class daemon {
     } else {
       say("trackpolicy: not reloaded; the policies in force stay");
     }
+    give_memory_back();
     sd_notify(0, "READY=1");
   }
 

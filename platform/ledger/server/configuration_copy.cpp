@@ -2,8 +2,6 @@
 // changes; for each the place of its owner's first item. Numbers are little-endian.
 #include "platform/ledger/server/configuration_copy.h"
 
-#include <malloc.h>
-
 #include <cerrno>
 #include <ctime>
 #include <new>
@@ -12,6 +10,7 @@
 #include "platform/ledger/item.h"
 #include "platform/ledger/messages.h"
 #include "platform/ledger_status.h"
+#include "platform/linux/give_memory_back.h"
 #include "platform/linux/process/directories.h"
 #include "platform/messages.h"
 
@@ -183,7 +182,7 @@ void configuration_keeper::begin() noexcept {
       write();
       // The copy took as much as the configuration, and so did the changes before.
       store_.unmap_pages();
-      malloc_trim(0);
+      give_memory_back();
       busy_ = false;
     }};
   } catch (const std::system_error&) {

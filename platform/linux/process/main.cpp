@@ -21,6 +21,7 @@
 #include "platform/ledger/server/server.h"
 #include "platform/ledger_status.h"
 #include "platform/linux/events/server.h"
+#include "platform/linux/give_memory_back.h"
 #include "platform/linux/log/queue.h"
 #include "platform/linux/loop/listener.h"
 #include "platform/linux/loop/sd_event.h"
@@ -153,7 +154,7 @@ int restore() {
 
 // Lets large pieces of memory go back when they are freed. By default the first large one that is
 // freed makes all later ones stay: a change of the whole configuration would be kept three times.
-void give_memory_back() noexcept {
+void limit_freed_memory() noexcept {
   constexpr int large = 128 << 10;
   mallopt(M_MMAP_THRESHOLD, large);
   mallopt(M_TRIM_THRESHOLD, large);
@@ -163,7 +164,7 @@ void give_memory_back() noexcept {
 // cannot start; ends the process otherwise.
 int run_service() {
   umask(0027);
-  give_memory_back();
+  limit_freed_memory();
   set_signals_up();
   evm* manager = nullptr;
   if (const int status = create_manager(&manager); status != status_ok) {
@@ -183,7 +184,7 @@ int run_service() {
     return refuse("no log", err_string(status));
   }
   ledger_server_serve();
-  malloc_trim(0);  // what reading the configuration took
+  give_memory_back();  // reading the configuration took much
   evm_restart_turns(manager);
   sd_notify(0, "READY=1");
   end_service(manager, run_loop(manager));
