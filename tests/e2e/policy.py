@@ -2,22 +2,15 @@
 
 import json
 import os
-import re
-import select
-import signal
 
-from daemon import Daemon
-from output import Terminal
+from companion import Companion, write_tables
 from waiting import wait_until
 
 
-class Trackpolicy:
+class Trackpolicy(Companion):
     def __init__(self, service):
-        assert not service.build.missing("trackpolicy"), "build trackpolicy first"
-        self.service = service
+        super().__init__(service, "trackpolicy")
         self.folder = os.path.join(service.root, "etc/object_tracking/policies.d")
-        self.log = os.path.join(service.root, "policy.log")
-        self.daemon = None
         os.makedirs(self.folder, mode=0o755, exist_ok=True)
 
     def path(self, name):
@@ -25,40 +18,9 @@ class Trackpolicy:
 
     def configure(self, *policies, file="10.toml"):
         """Writes a file of policies; a policy is a dictionary of its keys."""
-        with open(os.path.join(self.folder, file), "w") as stream:
-            for keys in policies:
-                stream.write("[[policy]]\n")
-                # JSON's texts, numbers, truths and lists mean the same in TOML.
-                stream.writelines(f"{key} = {json.dumps(value)}\n" for key, value in keys.items())
-        os.chmod(os.path.join(self.folder, file), 0o644)
-
-    def start(self, output=Terminal, namespace=None):
-        """`namespace`: as the service's, with changes (mounts.py)."""
-        self.daemon = Daemon(self.service.build, namespace or self.service.net, self.service.root,
-                             self.log, output, program="trackpolicy")
-        self.daemon.wait_ready()
-
-    def stop(self):
-        self.daemon.stop()
-
-    def kill(self):
-        self.daemon.kill()
-
-    def close(self):
-        if self.daemon is not None and self.daemon.running:
-            self.daemon.stop()
-
-    def reload(self):
-        """Lets it read its policies again; returns what it says about that."""
-        before = self.daemon.output()
-        self.daemon.process.send_signal(signal.SIGHUP)
-        said = re.compile(r"trackpolicy: (?:not )?reloaded.*\r?\n")
-        found = wait_until(lambda: said.search(self.daemon.output()[len(before):]),
-                           self.service.build.patience, "reloaded")
-        # What it tells its service manager about that, which has to be read by somebody.
-        while select.select([self.daemon.notify], [], [], 0)[0]:
-            self.daemon.notify.recv(4096)
-        return found.group(0).strip()
+        path = os.path.join(self.folder, file)
+        write_tables(path, [("[[policy]]", keys) for keys in policies])
+        os.chmod(path, 0o644)
 
     def wait_said(self, text):
         """Waits for it in the output, which is copied to the file in its own time; returns how often

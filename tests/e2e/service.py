@@ -80,6 +80,18 @@ class Service:
         assert result.returncode == 0, f"trackctl {arguments}: {result.stderr}"
         return result.stdout
 
+    def ctl_outcome(self, *arguments):
+        """Runs trackctl, which may fail: exit status, output and errors."""
+        result = self.run("trackctl", *arguments)
+        return result.returncode, result.stdout, result.stderr
+
+    def write_tracks(self, *lines):
+        """A file for `trackctl apply`; its path."""
+        path = os.path.join(self.root, "tracks.conf")
+        with open(path, "w", encoding="utf-8") as stream:
+            stream.writelines(line + "\n" for line in lines)
+        return path
+
     def show(self, *arguments):
         """`object_tracking show track ...`, which always ends with 0."""
         result = self.run("object_tracking", "show", "track", *arguments)

@@ -67,10 +67,7 @@ class Site:
         self.up[thing] = up
 
     def configure(self, lines):
-        path = os.path.join(self.service.root, "tracks.conf")
-        with open(path, "w", encoding="utf-8") as stream:
-            stream.writelines(line + "\n" for line in lines)
-        self.service.ctl("apply", path, "--prune")
+        self.service.ctl("apply", self.service.write_tracks(*lines), "--prune")
         words = [line.split() for line in lines]
         self.tracks = {line[0]: line[2] for line in words if line[2] in self.up}
         self.early = threshold_lists(words)

@@ -26,37 +26,25 @@ def running(service):
     return service
 
 
-def write(service, *lines):
-    path = os.path.join(service.root, "tracks.conf")
-    with open(path, "w", encoding="utf-8") as stream:
-        stream.writelines(line + "\n" for line in lines)
-    return path
-
-
-def outcome(service, *arguments):
-    result = service.run("trackctl", *arguments)
-    return result.returncode, result.stdout, result.stderr
-
-
 def test_a_file_makes_what_it_says_and_the_difference_is_told(running):
-    path = write(running, "# my tracks", "", *LINES)
-    assert outcome(running, "diff", path)[0] == 1
-    assert outcome(running, "apply", path, "--dry-run") == (
+    path = running.write_tracks("# my tracks", "", *LINES)
+    assert running.ctl_outcome("diff", path)[0] == 1
+    assert running.ctl_outcome("apply", path, "--dry-run") == (
         0, "".join(f"+ {line}\n" for line in LINES) +
         "8 to be made, 0 to be changed, 0 to be deleted\n", "")
     assert running.ctl("export") == ""
     assert running.ctl("apply", path).endswith("8 made, 0 changed, 0 deleted\n")
-    assert outcome(running, "apply", path) == (0, "", "")
-    assert outcome(running, "diff", path) == (0, "", "")
+    assert running.ctl_outcome("apply", path) == (0, "", "")
+    assert running.ctl_outcome("diff", path) == (0, "", "")
     assert running.ctl("export") == "".join(f"{line}\n" for line in sorted(LINES))
     assert running.ctl("export", "web", "site") == f"{LINES[5]}\n{LINES[3]}\n"
     running.wait_state("backup", "up")
     changed = [line.replace("--delay-up 5", "--delay-up 10") for line in LINES[:3]]
-    path = write(running, *changed, "web interface wan0")
-    assert outcome(running, "apply", path) == (
+    path = running.write_tracks(*changed, "web interface wan0")
+    assert running.ctl_outcome("apply", path) == (
         0, "~ uplink delay-up 5 → 10\n~ web probe 7 → interface wan0\n"
         "0 made, 2 changed, 0 deleted\n", "")
-    assert outcome(running, "apply", path, "--prune")[1].splitlines()[-1] == \
+    assert running.ctl_outcome("apply", path, "--prune")[1].splitlines()[-1] == \
         "0 made, 0 changed, 4 deleted"
     assert running.ctl("export") == "".join(
         f"{line}\n" for line in sorted([*changed, "web interface wan0"]))
@@ -65,14 +53,14 @@ def test_a_file_makes_what_it_says_and_the_difference_is_told(running):
 def test_nothing_is_changed_by_a_file_with_an_error(running):
     running.ctl("set", "uplink", "interface", "wan0")
     before = running.ctl("export")
-    bad = write(running, "new interface wan0", "uplink interfce wan0", "include nowhere")
-    assert outcome(running, "apply", bad, "--prune") == (
+    bad = running.write_tracks("new interface wan0", "uplink interfce wan0", "include nowhere")
+    assert running.ctl_outcome("apply", bad, "--prune") == (
         2, "", f"trackctl: 2 errors, nothing is changed:\n  {bad}:2: there is no kind of track "
         '"interfce"; the kinds are: interface, route, probe, bfd, and, or, weight, percentage\n'
         f"  {bad}:3: {os.path.dirname(bad)}/nowhere: No such file or directory\n")
-    refused = write(running, "new interface wan0", "self and self", "uplink probe 1")
+    refused = running.write_tracks("new interface wan0", "self and self", "uplink probe 1")
     for command in ("apply", "--prune"), ("apply", "--dry-run"), ("diff",):
-        assert outcome(running, *command, refused) == (
+        assert running.ctl_outcome(*command, refused) == (
             2, "", f'trackctl: 1 error, nothing is changed:\n  {refused}:2: list "self" names '
             "itself as a member, which no list can\n")
     assert running.ctl("export") == before
@@ -91,17 +79,17 @@ def test_what_cannot_be_read_or_written_is_an_error_and_no_empty_file(running):
 
 
 def test_what_one_commit_does_not_take_is_known_before(running):
-    path = write(running, *(f"t{number} weight --up 9 --down 1 a=1 b=2 c=3 d=4"
-                            for number in range(1200)))
+    path = running.write_tracks(*(f"t{number} weight --up 9 --down 1 a=1 b=2 c=3 d=4"
+                                  for number in range(1200)))
     for command in ("apply", path), ("apply", "--dry-run", path), ("diff", path):
-        assert outcome(running, *command) == (
+        assert running.ctl_outcome(*command) == (
             2, "", "trackctl: 1 error, nothing is changed:\n  it would take 8400 changes, and one "
             "commit has at most 8192; apply the file in parts\n")
 
 
 def test_only_the_first_of_very_many_errors_are_told(running):
-    path = write(running, *["odd"] * 1000)
-    error = outcome(running, "apply", path)[2].splitlines()
+    path = running.write_tracks(*["odd"] * 1000)
+    error = running.ctl_outcome("apply", path)[2].splitlines()
     assert error[0] == "trackctl: 1000 errors, nothing is changed:"
     assert error[100].startswith(f"  {path}:100: ")
     assert error[101:] == ["  ... and 900 more"]
@@ -110,25 +98,26 @@ def test_only_the_first_of_very_many_errors_are_told(running):
 def test_tracks_that_share_a_session_survive_their_file(running):
     lines = [f"{name} bfd 192.0.2.1 --interface wan0 --rate 300 --debounce 3 --shared"
              for name in ("a", "b")]
-    running.ctl("apply", write(running, *lines))
+    running.ctl("apply", running.write_tracks(*lines))
     exported = running.ctl("export")
     assert exported.splitlines() == lines
-    running.ctl("apply", write(running), "--prune")
-    running.ctl("apply", write(running, *exported.splitlines()))
+    running.ctl("apply", running.write_tracks(), "--prune")
+    running.ctl("apply", running.write_tracks(*exported.splitlines()))
     assert running.ctl("export") == exported
 
 
 def test_a_note_is_told_with_its_line(running):
-    path = write(running, "uplink interface wan0", "most percentage --up 100 --down 51 uplink=3")
+    path = running.write_tracks("uplink interface wan0",
+                                "most percentage --up 100 --down 51 uplink=3")
     note = 'the weight of member "uplink" counts as 1, as every member\'s of a percentage list does'
-    assert outcome(running, "apply", path)[2] == f"trackctl: {path}:2: note: {note}\n"
-    assert outcome(running, "set", "most", "percentage", "--up", "100", "--down", "51", "uplink=3")[2] \
-        == f"trackctl: note: {note}\n"
+    assert running.ctl_outcome("apply", path)[2] == f"trackctl: {path}:2: note: {note}\n"
+    words = "set most percentage --up 100 --down 51 uplink=3".split()
+    assert running.ctl_outcome(*words)[2] == f"trackctl: note: {note}\n"
 
 
 def test_warnings_do_not_keep_a_file_from_being_applied(running):
-    path = write(running, "a and b nobody", "b or a")
-    code, output, error = outcome(running, "apply", path)
+    path = running.write_tracks("a and b nobody", "b or a")
+    code, output, error = running.ctl_outcome("apply", path)
     assert (code, output) == (0, "+ a and b nobody\n+ b or a\n2 made, 0 changed, 0 deleted\n")
     assert error == (
         f'trackctl: {path}:1: warning: there is no track "nobody" yet\n'
@@ -140,7 +129,7 @@ def test_what_the_file_does_not_change_is_left_alone(running):
     running.ctl("set", "uplink", "interface", "wan0")
     running.wait_state("uplink", "up")
     follower = running.follow(["uplink", "other"])
-    path = write(running, "uplink interface wan0", "other interface lan0")
+    path = running.write_tracks("uplink interface wan0", "other interface lan0")
     running.ctl("apply", path)
     follower.expect(("other", "up"))
     changes, = (track["changes"] for track in running.tracks() if track["name"] == "uplink")
@@ -177,33 +166,33 @@ def test_any_configuration_survives_its_file(running):
     chance = random.Random(seed)
     for _ in range(int(os.environ.get("OT_ROUNDS", "8"))):
         lines = random_lines(chance)
-        path = write(running, *lines)
+        path = running.write_tracks(*lines)
         running.ctl("apply", path, "--prune")
-        assert outcome(running, "diff", path)[0] == 0
+        assert running.ctl_outcome("diff", path)[0] == 0
         # Members that were there stay in their places; in a list that is made they are as written.
-        running.ctl("apply", write(running), "--prune")
+        running.ctl("apply", running.write_tracks(), "--prune")
         assert json.loads(running.ctl("show", "--json")) == []
-        running.ctl("apply", write(running, *lines))
+        running.ctl("apply", running.write_tracks(*lines))
         exported = running.ctl("export")
         assert exported == "".join(f"{line}\n" for line in sorted(lines, key=str.split))
-        path = write(running, *exported.splitlines())
-        assert outcome(running, "diff", path)[0] == 0
+        path = running.write_tracks(*exported.splitlines())
+        assert running.ctl_outcome("diff", path)[0] == 0
         running.crash()
         running.start()
-        assert outcome(running, "diff", path)[0] == 0
+        assert running.ctl_outcome("diff", path)[0] == 0
 
 
 def test_more_tracks_than_there_can_be_are_refused_however_they_hang_together(running):
     count = 60_000
-    path = write(running, *(f"t{number} and t{number + 1}" for number in range(count)))
-    assert outcome(running, "apply", path) == (
+    path = running.write_tracks(*(f"t{number} and t{number + 1}" for number in range(count)))
+    assert running.ctl_outcome("apply", path) == (
         2, "", "trackctl: 1 error, nothing is changed:\n"
         f"  there would be {count} tracks, and 1500 can be\n")
 
 
 def test_an_arrow_is_what_the_locale_can_show(running):
     running.ctl("set", "uplink", "interface", "wan0")
-    path = write(running, "uplink interface wan0 --delay-up 5")
+    path = running.write_tracks("uplink interface wan0 --delay-up 5")
     for locale, arrow in (("C", "->"), ("C.UTF-8", "→")):
         lines = running.run("trackctl", "diff", path, prefix=["env", f"LC_ALL={locale}"]).stdout
         assert lines.startswith(f"~ uplink delay-up 0 {arrow} 5\n")

@@ -1,7 +1,6 @@
 """Explanations of tracks, with the real programs and the kernel's interfaces and routes."""
 
 import json
-import os
 import re
 import subprocess
 
@@ -20,10 +19,7 @@ def running(service):
 
 
 def apply(service, *lines):
-    path = os.path.join(service.root, "tracks.conf")
-    with open(path, "w", encoding="utf-8") as stream:
-        stream.writelines(line + "\n" for line in lines)
-    service.ctl("apply", path, "--prune")
+    service.ctl("apply", service.write_tracks(*lines), "--prune")
 
 
 def explained(service, name):

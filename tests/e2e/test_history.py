@@ -86,10 +86,8 @@ def test_more_changes_than_a_page(service):
 
 def test_the_oldest_are_forgotten(service):
     service.net.link("lan0")
-    path = os.path.join(service.root, "tracks.conf")
-    with open(path, "w", encoding="utf-8") as stream:
-        stream.writelines(f"t{number} interface lan0\n" for number in range(1100))
-    service.ctl("apply", path)
+    service.ctl("apply", service.write_tracks(
+        *(f"t{number} interface lan0" for number in range(1100))))
     for change, state in enumerate(("down", "up", "down"), start=2):
         service.net.ip(f"link set lan0 {state}")
         wait_until(lambda change=change: all(

@@ -18,18 +18,6 @@ def running(service):
     return service
 
 
-def write(service, *lines):
-    path = os.path.join(service.root, "tracks.conf")
-    with open(path, "w", encoding="utf-8") as stream:
-        stream.writelines(line + "\n" for line in lines)
-    return path
-
-
-def outcome(service, *arguments):
-    result = service.run("trackctl", *arguments)
-    return result.returncode, result.stdout, result.stderr
-
-
 def asked(service, *arguments):
     return json.loads(service.ctl("what-if", *arguments, "--json"))
 
@@ -95,7 +83,7 @@ def test_it_agrees_with_what_then_happens(running):
     carriers = dict.fromkeys(LINKS, True)
     for _ in range(int(os.environ.get("OT_ROUNDS", "2"))):
         lines = random_lines(chance)
-        path = write(running, *lines)
+        path = running.write_tracks(*lines)
         before = settled(running)
         answer = asked(running, "--file", path, "--prune")
         # Nothing is known of interfaces that no track followed: say what they are.
@@ -125,8 +113,8 @@ def test_it_agrees_with_what_then_happens(running):
 
 
 def test_changes_are_told_with_their_delays(running):
-    configured = write(running, "uplink interface if-a", "backup interface if-b",
-                       "site and uplink --delay-down 5", "any or site backup")
+    configured = running.write_tracks("uplink interface if-a", "backup interface if-b",
+                                      "site and uplink --delay-down 5", "any or site backup")
     running.ctl("apply", configured)
     running.wait_state("any", "up")
     assert running.ctl("what-if", "uplink=down", "backup=down") == (
@@ -135,7 +123,7 @@ def test_changes_are_told_with_their_delays(running):
     for words in (["site=down"], ["--file", configured, "site=down"]):
         assert running.ctl("what-if", *words) == "site  up -> down  after 5 s\n"
     assert running.ctl("what-if", "uplink=up") == "no track would change\n"
-    path = write(running, "uplink interface if-a", "site or uplink new", "new interface if-c")
+    path = running.write_tracks("uplink interface if-a", "site or uplink new", "new interface if-c")
     assert running.ctl("what-if", "--file", path) == (
         "new   new -> unknown  at once\nsite  up -> unknown   at once\n"
         "site  unknown -> up   at once\n"  # it is made anew
@@ -146,20 +134,20 @@ def test_changes_are_told_with_their_delays(running):
 
 def test_what_cannot_be_asked_is_refused(running):
     running.ctl("set", "uplink", "interface", "if-a")
-    assert outcome(running, "what-if", "nobody=up") == (
+    assert running.ctl_outcome("what-if", "nobody=up") == (
         1, "", 'trackctl: there is no track "nobody"; `trackctl show` lists those there are\n')
-    assert outcome(running, "what-if", "uplink=sideways") == (
+    assert running.ctl_outcome("what-if", "uplink=sideways") == (
         2, "", 'trackctl: "uplink=sideways" is not NAME=up or NAME=down\n')
-    assert outcome(running, "what-if")[0] == 2
-    assert outcome(running, "what-if", "--file", "/nowhere")[0] == 2
+    assert running.ctl_outcome("what-if")[0] == 2
+    assert running.ctl_outcome("what-if", "--file", "/nowhere")[0] == 2
     running.stop()
-    assert outcome(running, "what-if", "uplink=down")[0] == 3
+    assert running.ctl_outcome("what-if", "uplink=down")[0] == 3
 
 
 def test_it_answers_for_as_many_tracks_as_there_can_be(running):
     lines = [f"t{number} interface if-a" for number in range(750)]
     lines += [f"l{number} and {'t' if number == 0 else 'l'}{max(number - 1, 0)}"
               for number in range(750)]
-    running.ctl("apply", write(running, *lines))
+    running.ctl("apply", running.write_tracks(*lines))
     running.wait_state("l749", "up")
     assert len(asked(running, "t0=down")["changes"]) == 1500

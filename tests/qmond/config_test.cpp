@@ -6,19 +6,13 @@
 
 #include <tuple>
 
+#include "tests/qmond/problems_of.h"
+
 namespace ot::qmond {
 namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-std::vector<std::string> problems_of(std::string_view text) {
-  std::vector<std::string> texts;
-  for (const problem& what : parse_config(text).problems) {
-    texts.push_back(problem_text("f", what));
-  }
-  return texts;
-}
 
 TEST(qmond_config, nothing_is_a_configuration_without_operations) {
   const configuration config = parse_config("");

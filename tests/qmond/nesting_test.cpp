@@ -4,21 +4,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tools/qmond/config.h"
+#include "tests/qmond/problems_of.h"
 
 namespace ot::qmond {
 namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-std::vector<std::string> problems_of(std::string_view text) {
-  std::vector<std::string> texts;
-  for (const problem& what : parse_config(text).problems) {
-    texts.push_back(problem_text("f", what));
-  }
-  return texts;
-}
 
 std::string deep_key(std::size_t parts) {
   std::string key = "a";
