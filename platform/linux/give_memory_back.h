@@ -10,7 +10,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <memory>
+
+#include "platform/linux/file_stream.h"
 
 namespace ot {
 
@@ -33,8 +34,7 @@ inline int unmap_code(dl_phdr_info* object, std::size_t /*size*/, void* /*contex
 
 // A debugger's breakpoints are in the pages of code.
 inline bool is_traced() noexcept {
-  const std::unique_ptr<FILE, decltype(&fclose)> status{std::fopen("/proc/self/status", "re"),
-                                                        fclose};
+  const file_stream status{std::fopen("/proc/self/status", "re")};
   char line[128];
   int tracer = 0;
   while (status != nullptr && std::fgets(line, sizeof line, status.get()) != nullptr &&

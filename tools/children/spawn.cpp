@@ -14,8 +14,8 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 
+#include "platform/linux/file_stream.h"
 #include "platform/linux/unique_fd.h"
 
 namespace ot::children {
@@ -144,8 +144,7 @@ void signal_group(pid_t leader, int number) noexcept {
 
 std::uint64_t start_ticks(pid_t process) {
   const std::string path = "/proc/" + std::to_string(process) + "/stat";
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "re"),
-                                                             &std::fclose);
+  const file_stream file{std::fopen(path.c_str(), "re")};
   std::array<char, 1024> text{};
   if (file == nullptr || std::fread(text.data(), 1, text.size() - 1, file.get()) == 0) {
     return 0;

@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "platform/ledger_status.h"
+#include "platform/linux/file_stream.h"
 
 namespace ot {
 namespace {
@@ -34,7 +35,7 @@ int end_of_walk(int code) noexcept {
 
 // Of the mapping of a file that `inside` lies in.
 void unmap_pages_around(void* inside) noexcept {
-  const std::unique_ptr<FILE, decltype(&fclose)> maps{std::fopen("/proc/self/maps", "re"), fclose};
+  const file_stream maps{std::fopen("/proc/self/maps", "re")};
   const auto address = reinterpret_cast<std::uintptr_t>(inside);
   char line[512];
   while (maps != nullptr && std::fgets(line, sizeof line, maps.get()) != nullptr) {

@@ -13,9 +13,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 
 #include "platform/common/root_path.h"
+#include "platform/linux/file_stream.h"
 
 namespace ot {
 namespace {
@@ -99,7 +99,7 @@ int write_whole(int file, std::string_view content) noexcept {
 // process half a megabyte of libraries for as long as it lives.
 gid_t service_group() noexcept {
   constexpr const char* name = "object_tracking";
-  const std::unique_ptr<FILE, decltype(&fclose)> groups{std::fopen("/etc/group", "re"), fclose};
+  const file_stream groups{std::fopen("/etc/group", "re")};
   if (groups != nullptr) {
     while (const group* entry = fgetgrent(groups.get())) {
       if (std::strcmp(entry->gr_name, name) == 0) {

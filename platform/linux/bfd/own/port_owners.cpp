@@ -13,16 +13,12 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <memory>
 
+#include "platform/linux/file_stream.h"
 #include "platform/linux/netlink/socket.h"
 
 namespace ot::bfd {
 namespace {
-
-struct close_file {
-  void operator()(FILE* file) const noexcept { std::fclose(file); }
-};
 
 ino_t inode_of(int fd) noexcept {
   struct stat status {};
@@ -61,7 +57,7 @@ bool read_line(const char* line, listed_socket* ret) noexcept {
 }
 
 std::optional<uid_t> other_in(const char* path, std::uint16_t port, ino_t own) noexcept {
-  const std::unique_ptr<FILE, close_file> file{std::fopen(path, "re")};
+  const file_stream file{std::fopen(path, "re")};
   char line[512];
   while (file != nullptr && std::fgets(line, sizeof line, file.get()) != nullptr) {
     listed_socket listed;
