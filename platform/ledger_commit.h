@@ -19,7 +19,7 @@
 
 namespace ot {
 
-inline constexpr std::size_t ledger_commit_max = 8192;  // changes
+inline constexpr std::size_t ledger_commit_max = 16384;  // changes
 
 struct ledger_proposal {
   std::string path;     // absolute

@@ -18,7 +18,9 @@ namespace ot {
 
 // --- Bytes -----------------------------------------------------------------------------------
 
-// What one message carries at most; a page of a list fits with room for its lengths.
+// What one message carries at most, of those who may write and of all others. The largest commit
+// fits, with every name as long as names are, and a page of a list, with room for its lengths.
+inline constexpr std::size_t ledger_writers_message_max = std::size_t{4} << 20;
 inline constexpr std::size_t ledger_message_max = std::size_t{1} << 20;
 
 class ledger_writer {

@@ -79,12 +79,27 @@ def test_what_cannot_be_read_or_written_is_an_error_and_no_empty_file(running):
 
 
 def test_what_one_commit_does_not_take_is_known_before(running):
-    path = running.write_tracks(*(f"t{number} weight --up 9 --down 1 a=1 b=2 c=3 d=4"
+    members = " ".join(f"m{number}={number}" for number in range(12))
+    path = running.write_tracks(*(f"t{number} weight --up 9 --down 1 {members}"
                                   for number in range(1200)))
     for command in ("apply", path), ("apply", "--dry-run", path), ("diff", path):
         assert running.ctl_outcome(*command) == (
-            2, "", "trackctl: 1 error, nothing is changed:\n  it would take 8400 changes, and one "
-            "commit has at most 8192; apply the file in parts\n")
+            2, "", "trackctl: 1 error, nothing is changed:\n  it would take 18000 changes, and one "
+            "commit has at most 16384; apply the file in parts\n")
+
+
+def test_as_many_tracks_as_there_can_be_with_long_names_and_all_options_are_one_commit(running):
+    """Of all kinds a BFD track takes the most changes, and a list as many as one with six members."""
+    def name(number):
+        return f"{number:04}".ljust(31, "x")
+
+    members = " ".join(name(number) for number in range(6))
+    delays = "--delay-up 5 --delay-down 6"
+    path = running.write_tracks(*(f"{name(number)} or {members} {delays}"
+                                  for number in range(6, 1499)))
+    running.ctl("apply", path)
+    assert running.ctl_outcome("diff", path)[:2] == (0, "")
+    assert len(running.tracks()) == 1493
 
 
 def test_only_the_first_of_very_many_errors_are_told(running):

@@ -46,6 +46,12 @@ ledger_writer one_path(std::string_view path) {
   return request;
 }
 
+ledger_writer no_changes() {
+  ledger_writer request;
+  ledger_put_proposals(request, {});
+  return request;
+}
+
 int read_to_its_end(const ledger_reader& reader, int status) noexcept {
   return status == status_ok && !reader.finished() ? ledger_bad_message : status;
 }
@@ -113,6 +119,13 @@ int remote_backend::commit(std::span<const ledger_proposal> changes, std::uint64
     request.u64(generation);
   }
   ledger_reply reply;
+  if (request.data().size() > ledger_message_max) {
+    // Only those who may write are heard to the end of it.
+    if (const int status = link_.call(ledger_member::commit, no_changes(), reply);
+        status != status_ok) {
+      return status;
+    }
+  }
   const int status = link_.call(ledger_member::commit, request, reply);
   if (!reply.body.empty()) {
     ledger_reader reader{reply.body};

@@ -186,7 +186,7 @@ int ledger_link::remembered(int status) noexcept {
 
 int ledger_link::call(const char* member, const ledger_writer& request,
                       ledger_reply& ret) noexcept {
-  if (request.data().size() > ledger_message_max) {
+  if (request.data().size() > ledger_writers_message_max) {
     return invalid_argument;
   }
   if (const int status = ensure(); status != status_ok) {

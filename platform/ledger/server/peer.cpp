@@ -130,6 +130,10 @@ void ledger_peer::run() noexcept {
   watch();
 }
 
+std::size_t ledger_peer::message_max() const noexcept {
+  return rights_.write ? ledger_writers_message_max : ledger_message_max;
+}
+
 // True when requests may be left over. Behind a commit nothing is served before it is answered.
 bool ledger_peer::process() noexcept {
   const std::uint64_t began = monotonic_us();
@@ -138,7 +142,7 @@ bool ledger_peer::process() noexcept {
     const std::uint64_t before = unsent();
     const int result = sd_bus_process(bus_.get(), nullptr);
     progress_ = progress_ || unsent() < before;
-    if (result < 0 || unfinished_ > ledger_message_max + message_overhead) {
+    if (result < 0 || unfinished_ > message_max() + message_overhead) {
       over_ = true;
     }
     if (over_ || result == 0 || unsent() > 0) {

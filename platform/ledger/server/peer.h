@@ -59,6 +59,7 @@ class ledger_peer : public ledger_commit_client {
   int attach(sd_event* event) noexcept;
   void run() noexcept;
   bool process() noexcept;
+  [[nodiscard]] std::size_t message_max() const noexcept;
   void answer(sd_bus_message* message);
   void commit(sd_bus_message* message, std::span<const std::byte> body);
   void reply(sd_bus_message* message, const ledger_writer& answer) noexcept;

@@ -165,6 +165,20 @@ TEST_F(ledger_access, a_stranger_who_connects_may_nothing) {
   service_->run([] { EXPECT_TRUE(sample().verified.empty()); });
 }
 
+TEST_F(ledger_access, a_stranger_hears_that_of_the_largest_commit_too) {
+  chmod((place_.path() + "/run/object_tracking").c_str(), 0755);
+  chmod(place_.socket().c_str(), 0666);
+  const std::string folder = "/cfg/" + std::string(200, 'x') + "/";
+  std::vector<ledger_proposal> changes;
+  for (std::size_t number = 0; number < ledger_commit_max; ++number) {
+    changes.push_back(set_number(folder + std::to_string(number), 1));
+  }
+  EXPECT_EQ(as_nobody([&changes] {
+              return ledger_commit(nullptr, changes, nullptr) == ledger_denied ? 0 : 1;
+            }),
+            0);
+}
+
 TEST(ledger_client, without_a_service_it_is_unreachable) {
   const ledger_place place;
   ledger_conn* conn = nullptr;
