@@ -59,7 +59,7 @@ int run_what_if(const arguments& args) {
       "a list that is assumed to be up or down no longer looks at its members.\n"
       "Example: trackctl what-if uplink=down provider=up");
   what_if_options options;
-  app.add_option("NAME=up|down", options.words, "what is assumed");
+  app.add_option("ASSUMPTION", options.words, "NAME=up or NAME=down, of a track");
   app.add_option("--file", options.file, "as if this file were applied; - for standard input");
   app.add_flag("--prune", options.prune, "with --file: the tracks it does not name are deleted");
   app.add_flag("--json", options.json, "for programs");
