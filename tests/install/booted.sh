@@ -1,13 +1,15 @@
 #!/bin/bash
 # booted.sh FOLDER: in a booted system, installs the packages of FOLDER with the units that they bring,
-# lets a service crash and hang, upgrades to the packages of FOLDER/later, removes and purges. What it
-# says goes to the second serial port; the virtual machine ends with it.
+# lets a service crash and hang, upgrades to the packages of FOLDER/later, boots anew, removes and purges.
+# What it says goes to the second serial port; when it ends well, the virtual machine reboots.
 set -euo pipefail
 here=$1
-export DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8 HOME=/root PATH=/usr/sbin:/usr/bin:/sbin:/bin
+export DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8 SYSTEMD_COLORS=no HOME=/root PATH=/usr/sbin:/usr/bin:/sbin:/bin
 # shellcheck source=tests/install/steps.sh
 source "$here/steps.sh"
 services=(object_tracking trackpolicy qmond)
+# What systemd says of units that wait for each other, and of those that keep it waiting.
+disorder="ordering cycle|deleted to break|destructive|Dependency failed|timed out"
 
 # What went wrong is in the journal.
 finish() {
@@ -26,6 +28,14 @@ state_is() { [[ $(trackctl state "$1") == "$2" ]]; }
 restarted() { [[ $(property NRestarts "$1") == "$2" ]] && is_active "$1"; }
 must_be() { [[ $(property ActiveState "$1") == "$2" ]] || fail "$1 is $(property ActiveState "$1"), not $2"; }
 heard() { [[ $(cat /run/object_tracking/heard) == "$1" ]]; }
+last_heard() { [[ $(tail -1 /run/object_tracking/heard) == "$1" ]]; }
+routed() { ip route | grep -q -- "$1"; }
+scrape() {
+  python3 -c 'import urllib.request as r; print(r.urlopen("http://127.0.0.1:9765/metrics").read().decode())' \
+    >/tmp/metrics
+  says /tmp/metrics 'object_tracking_track_state{track="uplink",type="interface",state="up"} 1' ||
+    fail "the scrape says: $(cat /tmp/metrics)"
+}
 all_up() {
   within 30 "the link's track is up" state_is uplink up
   within 30 "the probe's track is up" state_is target up
@@ -72,10 +82,7 @@ configures() {
 serves_metrics() {
   step "a scrape of the metrics"
   systemctl start object_tracking-metrics.socket
-  python3 -c 'import urllib.request as r; print(r.urlopen("http://127.0.0.1:9765/metrics").read().decode())' \
-    >/tmp/metrics
-  says /tmp/metrics 'object_tracking_track_state{track="uplink",type="interface",state="up"} 1' ||
-    fail "the scrape says: $(cat /tmp/metrics)"
+  scrape
 }
 
 crashes() {
@@ -128,6 +135,68 @@ upgrades() {
   [[ -z $(systemctl --failed --no-legend) ]] || fail "a unit has failed"
 }
 
+# What the next boot is to find: a track of the operator's own, one whose link does not come back, a link
+# that the boot makes, a route as long as that is up, and the metrics.
+prepares_reboot() {
+  trackctl set either or uplink target --delay-up 1
+  trackctl set gone interface gone0
+  ip link add gone0 type veth peer name gone1
+  ip link set gone0 up
+  ip link set gone1 up
+  within 30 "the other link is up" state_is gone up
+  state_is uplink down || fail "the link's track is $(trackctl state uplink)"
+  cat >/etc/systemd/system/links.service <<'P'
+[Unit]
+Wants=network.target
+Before=network.target
+[Service]
+Type=oneshot
+RemainAfterExit=yes
+ExecStart=ip link add uplink0 type veth peer name far0
+ExecStart=ip address add 192.0.2.1/24 dev uplink0
+ExecStart=ip link set far0 up
+ExecStart=ip link set uplink0 up
+[Install]
+WantedBy=multi-user.target
+P
+  cat >/etc/object_tracking/policies.d/route.toml <<'P'
+[[policy]]
+name = "way"
+track = "uplink"
+kind = "route"
+to = "198.51.100.0/24"
+via = "192.0.2.2"
+P
+  systemctl -q enable links.service object_tracking-metrics.socket
+  systemctl reload trackpolicy
+}
+
+reboots() {
+  local unit end
+  step "after the reboot, all is back by itself"
+  for unit in "${services[@]/%/.service}" object_tracking-{tracks.service,metrics.socket}; do
+    must_be "$unit" active
+  done
+  all_up
+  within 30 "the track made by hand is up" state_is either up
+  state_is gone down || fail "a track whose link has not come back is $(trackctl state gone)"
+  within 30 "the file policy has told" says /run/object_tracking/told 1
+  within 30 "the command policy has told" last_heard up
+  within 30 "the route is back" routed "198.51.100.0/24 via 192.0.2.2 dev uplink0 proto trackpolicy"
+  scrape
+  for unit in "${services[@]}"; do
+    [[ $(property NRestarts "$unit") == 0 ]] || fail "$unit did not stay up"
+  done
+  [[ -z $(systemctl --failed --no-legend) ]] || fail "a unit has failed"
+  step "neither boot nor shutdown was held up"
+  ! journalctl -q --no-pager -b all _PID=1 | grep -E "$disorder" || fail "systemd complains"
+  ! journalctl -q --no-pager -b -p warning "${services[@]/#/-u}" | grep . || fail "a service complains"
+  for unit in "${services[@]}"; do
+    end=$(journalctl -q --no-pager -b -1 -u "$unit" | tail -2) # what it has used may be told behind its end
+    [[ $end == *"Stopped $unit"* ]] || fail "$unit had not stopped: $end"
+  done
+}
+
 removes() {
   local service
   step "remove and purge"
@@ -141,16 +210,24 @@ removes() {
   [[ ! -e /usr/bin/trackctl && -e /var/lib/object_tracking/configuration.mdb ]] ||
     fail "removal leaves programs, or takes the configuration"
   remove_configuration
+  rm /etc/object_tracking/policies.d/route.toml
   apt-get -qq purge -y object-tracking object-tracking-policy object-tracking-probes libobject-tracking1 >/dev/null
   nothing_left
   ! systemctl list-unit-files --no-legend | grep -E "object_tracking|trackpolicy|qmond" || fail "purging leaves units"
   [[ -z $(systemctl --failed --no-legend) ]] || fail "a unit has failed"
 }
 
-installs
-configures
-serves_metrics
-crashes
-upgrades
-removes
-step "passed"
+if [[ ! -e $here/rebooted ]]; then
+  installs
+  configures
+  serves_metrics
+  crashes
+  upgrades
+  prepares_reboot
+  touch "$here/rebooted"
+  step "a reboot"
+else
+  reboots
+  removes
+  step "passed"
+fi

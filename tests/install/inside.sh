@@ -36,6 +36,12 @@ getent group object_tracking >/dev/null || fail "there is no group object_tracki
   fail "object_tracking.service is not enabled"
 [[ ! -e /etc/systemd/system/sockets.target.wants/object_tracking-metrics.socket ]] ||
   fail "the metrics' socket is enabled, which nobody asked for"
+# Each release has its own version of the library that parses options.
+for command in $(trackctl --help | sed -n 's/^  trackctl \([a-z-]\+\).*/\1/p') \
+  $(trackctl set --help | sed -n 's/^  \([a-z]\+\) .*/set:name:\1/p') policy:{list,test,check}; do
+  # shellcheck disable=SC2086  # the words of a command
+  trackctl ${command//:/ } --help >/dev/null || fail "trackctl ${command//:/ } --help fails"
+done
 
 step "a tracked link, a policy and a probe"
 ip netns add install
