@@ -29,7 +29,7 @@ change_cause present_cause() noexcept {
 
 void forget_history() noexcept {
   noted = 0;
-  began_ms = clock_realtime_milliseconds();
+  began_ms = clock_boottime_milliseconds();
 }
 
 void note_state_change(const track_name& track, track_state from, track_state to,

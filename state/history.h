@@ -18,7 +18,7 @@ enum class change_cause : std::uint8_t {
 };
 
 struct state_change {
-  std::int64_t when_ms = 0;  // wall clock, milliseconds since the epoch
+  std::int64_t when_ms = 0;  // since boot
   track_name track;
   std::uint8_t from = 0;  // as track_state counts
   std::uint8_t to = 0;
@@ -32,7 +32,7 @@ inline constexpr std::uint32_t history_size = 4096;
 struct history_extent {
   std::uint64_t first = 1;
   std::uint64_t last = 0;
-  std::int64_t since_ms = 0;  // when the history began
+  std::int64_t since_ms = 0;  // since boot: when the history began
 };
 
 // The history begins, empty, now.

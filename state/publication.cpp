@@ -110,12 +110,12 @@ void update_record(ot_track& track, track_state state, const char* text) noexcep
                                    {"OT_PREVIOUS", state_word(track.state)}};
     errmsg_log_fields(&kor_msg_rec_ot_track_info, kor_msg_rec_ot_track_info.severity, fields, text);
   }
-  const std::int64_t now = clock_realtime_milliseconds();
+  const std::int64_t now = clock_boottime_milliseconds();
   if (state != track.state && !begins_unknown(track, state)) {
     note_state_change(track.name, track.state, state, now);
   }
   track.state = state;
-  track.seconds_last_change = now / 1000;
+  track.last_change_ms = now;
   ++track.state_change_counter;
 }
 

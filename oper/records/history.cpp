@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "core/debug.h"
+#include "core/wall_clock.h"
 #include "oper/records/provider.h"
 #include "oper/records/track_records.h"
 #include "platform/ledger_status.h"
@@ -27,7 +28,7 @@ history_change__ record_of(std::uint64_t number) noexcept {
   const state_change& change = state_change_at(number);
   history_change__ record;
   record.Number = number;
-  record.When = static_cast<std::uint64_t>(change.when_ms);
+  record.When = static_cast<std::uint64_t>(wall_clock_at(change.when_ms));
   record.TrackName = change.track;
   record.From = change.from;
   record.To = change.to;
@@ -126,7 +127,8 @@ int ot_dpv_history_get(ledger_dpv_reply* reply, const ledger_dpv_request* reques
     return ledger_no_data;
   }
   const history_extent kept = state_history();
-  const history_info__ record{static_cast<std::uint64_t>(kept.since_ms), kept.first, kept.last};
+  const history_info__ record{static_cast<std::uint64_t>(wall_clock_at(kept.since_ms)), kept.first,
+                              kept.last};
   return ot_dpv_encoded(
       __func__, brec_encode(history_info___brec, &record, &reply->buffer, &reply->length), *reply);
 }

@@ -97,6 +97,10 @@ std::int64_t clock_realtime_milliseconds() noexcept {
          static_cast<std::int64_t>(time.now_ns / (ns_per_second / 1'000));
 }
 
+std::int64_t clock_boottime_milliseconds() noexcept {
+  return static_cast<std::int64_t>(world_part<time_part>().now_ns / (ns_per_second / 1'000));
+}
+
 namespace field {
 
 void set_wall_clock(std::int64_t seconds) {

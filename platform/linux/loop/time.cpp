@@ -51,6 +51,10 @@ std::int64_t clock_realtime_milliseconds() noexcept {
   return std::int64_t{now.tv_sec} * ms_per_second + now.tv_nsec / ns_per_ms;
 }
 
+std::int64_t clock_boottime_milliseconds() noexcept {
+  return static_cast<std::int64_t>(timer_now_ns() / ns_per_ms);
+}
+
 std::uint64_t timer_now_ns() noexcept {
   timespec now{};
   clock_gettime(CLOCK_BOOTTIME, &now);

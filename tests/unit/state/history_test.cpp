@@ -3,6 +3,7 @@
 
 #include <chrono>
 
+#include "core/wall_clock.h"
 #include "platform/memory/controls.h"
 #include "state/publication.h"
 #include "tests/unit/service_fixture.h"
@@ -48,7 +49,7 @@ class noted_changes : public service_fixture {
 
 TEST_F(noted_changes, begins_with_the_service) {
   EXPECT_THAT(changes(), IsEmpty());
-  EXPECT_EQ(state_history().since_ms, start_time * 1000);
+  EXPECT_EQ(wall_clock_at(state_history().since_ms), start_time * 1000);
 }
 
 TEST_F(noted_changes, tells_configuration_and_object_apart) {
@@ -81,8 +82,23 @@ TEST_F(noted_changes, dates_a_delayed_change_when_it_is_published) {
   field::advance(3500ms);
   EXPECT_THAT(changes(), ElementsAre("t unknown>up configuration", "t up>down delay"));
   const state_change& last = state_change_at(2);
-  EXPECT_EQ(last.when_ms, start_time * 1000 + 3000);
-  EXPECT_EQ(track("t").seconds_last_change, start_time + 3);
+  EXPECT_EQ(wall_clock_at(last.when_ms), start_time * 1000 + 3000);
+  EXPECT_EQ(last_change_seconds(track("t")), start_time + 3);
+}
+
+TEST_F(noted_changes, go_along_when_the_wall_clock_is_set) {
+  make_track("t");
+  field::advance(10s);
+  field::link_down("eth0");
+  field::run_pending();
+  field::advance(5s);
+  for (const std::int64_t now : {start_time + 3600, start_time - 86400, std::int64_t{90}}) {
+    field::set_wall_clock(now);
+    EXPECT_EQ(wall_clock_at(state_change_at(1).when_ms), (now - 15) * 1000);
+    EXPECT_EQ(wall_clock_at(state_change_at(2).when_ms), (now - 5) * 1000);
+    EXPECT_EQ(wall_clock_at(state_history().since_ms), (now - 15) * 1000);
+    EXPECT_EQ(last_change_seconds(track("t")), now - 5);
+  }
 }
 
 TEST_F(noted_changes, names_the_calculation_of_a_list) {
@@ -105,7 +121,7 @@ TEST_F(noted_changes, names_the_start_with_a_stored_configuration_and_begins_ane
   ASSERT_EQ(start(2), 0);
   field::run_pending();
   EXPECT_THAT(changes(), ElementsAre("t down>up restart"));
-  EXPECT_EQ(state_history().since_ms, start_time * 1000 + 5000);
+  EXPECT_EQ(wall_clock_at(state_history().since_ms), start_time * 1000 + 5000);
 }
 
 TEST_F(noted_changes, takes_no_notice_of_a_state_that_is_published_again) {
