@@ -32,6 +32,7 @@ class Daemon:
         environment["NOTIFY_SOCKET"] = self._notify_path
         self.started = time.monotonic()
         self._output = output(log)
+        self._ended = False
         self.process = subprocess.Popen(
             [*namespace.command(), *build.command(program), *arguments], env=environment,
             stdin=subprocess.DEVNULL, stdout=self._output.end, stderr=self._output.end)
@@ -41,6 +42,8 @@ class Daemon:
 
     def output(self):
         """What this run has printed so far."""
+        if not self._ended:
+            self._output.catch_up()
         with open(self.log, "rb") as stream:
             stream.seek(self._begin)
             return stream.read().decode(errors="replace")
@@ -70,8 +73,10 @@ class Daemon:
             if self.process.poll() is None:
                 self.process.kill()
                 self.process.wait()
-            self.notify.close()
-            self._output.close()
+            if not self._ended:
+                self.notify.close()
+                self._output.close()
+                self._ended = True
 
     def stop(self):
         """Ends it as systemd would; it must end cleanly and, if instrumented, without a report."""

@@ -156,11 +156,12 @@ print(tracks["office"].name, follower.next(0).kind, follower.next(0).kind, follo
 def test_ctrl_c_ends_a_wait(office):
     office.ctl("set", "down", "interface", "mark-dn")
     assert run(office, """
+signal.signal(signal.SIGINT, signal.default_int_handler)  # a shell's background jobs ignore it
 follower = tracks.follow("nobody")  # Python drops what it is interrupted by while it closes one
 for call in (lambda: tracks.wait("down"), lambda: tracks.wait("down", timeout=3600),
              lambda: follower.next(3600)):
-    threading.Timer(0.1, os.kill, (os.getpid(), signal.SIGINT)).start()
     try:
+        threading.Timer(0.1, os.kill, (os.getpid(), signal.SIGINT)).start()
         while True:
             call()
     except KeyboardInterrupt:
