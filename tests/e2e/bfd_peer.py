@@ -82,6 +82,7 @@ class BfdPeer:
         self._receiver.bind((address, PORT))
         self._sender.bind((address, 49152))
         self.heard = []
+        self.sent = None  # when it has spoken last
         os.sched_setscheduler(0, os.SCHED_RR | os.SCHED_RESET_ON_FORK, os.sched_param(PRIORITY))
 
     def close(self):
@@ -94,6 +95,7 @@ class BfdPeer:
         if packet is None:
             packet = Packet(**{"your": self.last().my if self.heard else 0, **fields})
         self._sender.setsockopt(socket.IPPROTO_IP, socket.IP_TTL, ttl)
+        self.sent = time.monotonic()
         self._sender.sendto(packet.encode() + extra, (self._neighbour, PORT))
 
     def send_bytes(self, data):

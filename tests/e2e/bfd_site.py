@@ -31,6 +31,7 @@ class FrrPeer:
 
     def __init__(self, net, neighbours, interval, release=MACHINE):
         self._frr = Frr(net, release)
+        self._interval = interval
         self._commands = ["configure terminal", "bfd"]
         for address, interface in neighbours:
             local = address[:-1] + "2"
@@ -59,7 +60,7 @@ class FrrPeer:
                         "shutdown" if shut else "no shutdown")
 
     def set_interval(self, interval):
-        self._frr.vtysh(*[command.replace(f"-interval {INTERVAL}", f"-interval {interval}")
+        self._frr.vtysh(*[command.replace(f"-interval {self._interval}", f"-interval {interval}")
                           for command in self._commands])
 
     def close(self):

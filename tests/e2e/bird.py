@@ -8,7 +8,7 @@ import typing
 
 from priority import REALTIME
 
-PATIENCE = 10
+PATIENCE = 30
 
 
 def bfd_sessions(neighbours, interval, multiplier):

@@ -14,7 +14,7 @@ from frr_release import MACHINE, PROGRAMS
 from priority import REALTIME
 from waiting import wait_until
 
-PATIENCE = 10
+PATIENCE = 30
 
 
 def has_control_socket():

@@ -15,7 +15,8 @@ class Qmond(Companion):
 
     def configure(self, *operations):
         """Writes the configuration; an operation is a dictionary of its keys."""
-        defaults = {"interval": "200ms", "timeout": "150ms"}
+        # A timeout that a busy machine keeps, too.
+        defaults = {"interval": "500ms", "timeout": "450ms"}
         if self.service.build.sanitized:
             defaults = {"interval": "1s", "timeout": "900ms"}
         write_tables(self.config, [("[defaults]", defaults),

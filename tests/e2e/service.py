@@ -2,9 +2,11 @@
 
 import json
 import os
+import re
 import shutil
 import subprocess
 import tempfile
+import time
 
 import ledger
 from daemon import Daemon
@@ -133,3 +135,12 @@ class Service:
         """Waits until the detailed view of a track holds `text`."""
         wait_until(lambda: text in self.show(name, "all"), self.build.patience,
                    f"{text!r} in the view of {name}")
+
+    def wait_delayed(self, name, to, seconds, began):
+        """Waits until the detailed view of a track says that a change is held back, and that of so many
+        seconds is left what can be left since `began`, a moment before the change."""
+        said = re.compile(rf", delayed {to} \((\d+) secs remaining\)\n")
+        found = wait_until(lambda: said.search(self.show(name, "all")), self.build.patience,
+                           f"{name} delayed {to}")
+        gone = time.monotonic() - began
+        assert seconds - gone <= int(found[1]) <= seconds, f"{found[1]} s of {seconds} after {gone} s"

@@ -109,6 +109,6 @@ def test_the_example_makes_its_tracks_once(service, ansible):
     assert first.returncode == 0 and "changed=1 " in first.stdout, first.stdout
     assert service.ctl("export") == ("internet or wan spare\nspare interface mark-dn --delay-up 5\n"
                                      "wan interface mark-up --delay-up 5\n")
-    assert service.state("internet") == "up"
+    service.wait_state("internet", "up")
     again = ansible.playbook(*uplinks)
     assert again.returncode == 0 and "changed=0 " in again.stdout, again.stdout

@@ -11,7 +11,13 @@ def engines(service):
     return {row["service"]: row for row in json.loads(service.ctl("engine", "--json"))}
 
 
+def wait_own_engine(service):
+    """It begins in a thread of its own."""
+    wait_until(lambda: engines(service)["bfd"]["connected"], service.build.patience, "the engine")
+
+
 def test_a_service_without_bfd_and_probes(service):
+    wait_own_engine(service)
     now = datetime.datetime.now(datetime.timezone.utc)
     rows = engines(service)
     assert list(rows) == ["bfd", "probe", "fib", "interfaces", "loop"]
@@ -37,8 +43,8 @@ def test_an_engine_that_there_is_not_is_told(new_service, monkeypatch):
 def test_what_waits_is_counted(service):
     service.ctl("set", "peer", "bfd", "192.0.2.1", "--interface", "not-there")
     service.ctl("set", "spare", "interface", "not-there")
-    rows = engines(service)
-    assert (rows["bfd"]["pending"], rows["interfaces"]["pending"]) == (1, 1)
+    wait_until(lambda: [engines(service)[name]["pending"] for name in ("bfd", "interfaces")] == [1, 1],
+               service.build.patience, "both wait")
     service.net.link("not-there")
     service.net.ip("addr add 192.0.2.2/24 dev not-there")
     for name in ("bfd", "interfaces"):
@@ -47,6 +53,7 @@ def test_what_waits_is_counted(service):
 
 
 def test_the_table(service):
+    wait_own_engine(service)
     lines = service.ctl("engine").splitlines()
     assert lines[0].split() == ["Service", "State", "Since", "Pending"]
     assert [line[:17].rstrip() for line in lines[1:-2]] == [

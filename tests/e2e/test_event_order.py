@@ -1,6 +1,7 @@
 """What the service does first when a link changes, seen from its system calls: the event leaves before
 anything is stored, logged or asked, and its loop never asks what may wait for the kernel's lock."""
 
+import pathlib
 import re
 import shutil
 import subprocess
@@ -35,8 +36,12 @@ class Calls:
 
 
 def attached(pid):
-    with open(f"/proc/{pid}/status", encoding="ascii") as stream:
-        return re.search(r"^TracerPid:\s+(\d+)", stream.read(), re.M).group(1) != "0"
+    """To all threads, one after the other."""
+    for path in pathlib.Path(f"/proc/{pid}/task").glob("*/status"):
+        text = path.read_text(encoding="ascii")
+        if re.search(r"^TracerPid:\s+(\d+)", text, re.M).group(1) == "0":
+            return False
+    return True
 
 
 @pytest.mark.parametrize("on", [False, True])

@@ -8,6 +8,7 @@ import pytest
 
 from daemon import Daemon
 from mounts import Mounts
+from waiting import wait_until
 
 TRACKS = [f"t{number:03}" for number in range(400)]
 # With all tracks, more lines than are kept for anybody.
@@ -112,8 +113,11 @@ def test_a_journal_that_is_not_read_holds_nothing_up(journal):
 def test_a_change_has_its_track_and_states_as_fields_in_the_journal(journal):
     service, reader = journal
     service.configure(["uplink"], "lan0")
-    service.wait_state("uplink", "up")
-    messages = received(reader)
-    assert any(message.endswith(b"\nOT_TRACK=uplink\nOT_STATE=up\nOT_PREVIOUS=unknown\n")
-               for message in messages), messages
+    messages = []
+
+    def told():
+        messages.extend(received(reader))
+        return any(message.endswith(b"\nOT_TRACK=uplink\nOT_STATE=up\nOT_PREVIOUS=unknown\n")
+                   for message in messages)
+    wait_until(told, service.build.patience, lambda: messages)
     service.stop()

@@ -55,12 +55,12 @@ def test_what_the_service_knows_is_measured(service):
     for line in ("up1 interface mark-up", "dn1 interface mark-dn --delay-up 60", "probe1 probe 7",
                  "peer1 bfd 192.0.2.1 --interface lan0", "list1 or up1 dn1"):
         service.ctl("set", *line.split())
-    service.wait_state("up1", "up")
-    service.wait_state("list1", "up")
-    service.net.carrier("mark-up", False)
-    service.wait_state("up1", "down")
-    service.net.carrier("mark-up", True)
-    service.wait_state("up1", "up")
+    wait_until(lambda: metrics(service)("bfd_session_state", track="peer1", state="down") == 1,
+               service.build.patience, "the session")
+    for up, state in ((True, "up"), (False, "down"), (True, "up")):
+        service.net.carrier("mark-up", up)
+        service.wait_state("up1", state)
+        service.wait_state("list1", state)
     service.net.ip("link set mark-dn up")
     wait_until(lambda: metrics(service)("track_delay_remaining_seconds", track="dn1"),
                service.build.patience, "the delay runs")

@@ -176,7 +176,9 @@ def test_a_track_follows_its_target_while_others_keep_qmond_busy(qmond, hostile)
         server.answer = None
         follows(qmond, "t", 1, 2, "down")
         punctuality.look(qmond.status())
-        assert all(qmond.status()[20 + number]["code"] == 1 for number in range(4))
+        for number in range(4):
+            qmond.wait_new_result(20 + number)
+            qmond.wait_code(20 + number, 1)
     finally:
         server.close()
 

@@ -351,7 +351,8 @@ def test_only_one_qmond_runs_on_a_prefix(qmond):
 def test_qmond_keeps_no_privileges(qmond):
     # A command sees what it was given.
     seen = os.path.join(qmond.service.root, "seen")
-    text = f"grep -E '^(Cap(Prm|Eff|Amb)|NoNewPrivs)' /proc/self/status >{seen}; env >>{seen}"
+    text = (f"{{ grep -E '^(Cap(Prm|Eff|Amb)|NoNewPrivs)' /proc/self/status; env; }} >{seen}.new; "
+            f"mv {seen}.new {seen}")
     qmond.configure({"id": 1, "kind": "command", "command": ["/bin/sh", "-c", text]})
     qmond.start()
     qmond.wait_code(1, 1)

@@ -347,9 +347,9 @@ def test_the_next_name_server_is_asked_when_the_first_is_silent(qmond, name_serv
     name_servers.set("127.0.0.2", "127.0.0.1")
     qmond.configure(NAMED)
     qmond.start()
-    qmond.wait_code(1, 4)
-    qmond.wait_new_result(1)
-    assert qmond.status()[1]["code"] == 4
+    for _ in range(2):
+        qmond.wait_code(1, 4)
+        qmond.wait_new_result(1)
 
 
 @needs_dnsmasq
@@ -385,13 +385,13 @@ def test_a_name_server_may_know_one_family_only_and_not_answer_for_the_other(
 
 
 def test_the_time_that_a_name_takes_is_no_round_trip_time(qmond):
-    server = HalfServer(qmond.service.net, "127.0.0.3", 1, 0, delay=0.5)
+    server = HalfServer(qmond.service.net, "127.0.0.3", 1, 0, delay=1.5)
     listener = TcpListener(qmond.service.net, 7001)
     try:
         NameServers(qmond).set("127.0.0.3")
         qmond.configure({**NAMED, "interval": "2500ms", "timeout": "2400ms"})
         qmond.start()
-        assert qmond.wait_code(1, 1)["rtt_ms"] < 400
+        assert qmond.wait_code(1, 1)["rtt_ms"] < 1400
     finally:
         listener.close()
         server.close()

@@ -1,6 +1,7 @@
 """What survives the end of the service's process."""
 
 import subprocess
+import time
 
 import pytest
 
@@ -12,7 +13,7 @@ def running(service):
     """Tracks of three kinds of state, each published once."""
     service.net.link("wan0")
     service.net.link("lan0", up=False)
-    service.ctl("set", "uplink", "interface", "wan0", "--delay-up", "3", "--delay-down", "4")
+    service.ctl("set", "uplink", "interface", "wan0", "--delay-up", "3", "--delay-down", "40")
     service.ctl("set", "office", "interface", "lan0")
     service.wait_state("uplink", "up")
     service.wait_state("office", "down")
@@ -54,8 +55,9 @@ def test_after_a_crash_configuration_goes_on_working(running):
     running.net.ip("link set lan0 up")
     events.expect(("office", "up"))
     # The delays are back too.
+    began = time.monotonic()
     running.net.carrier("wan0", on=False)
-    running.wait_detail("uplink", "delayed Down (4 secs remaining)")
+    running.wait_delayed("uplink", "Down", 40, began)
     events.expect_nothing()
 
 
@@ -98,20 +100,31 @@ def test_tools_say_that_the_service_is_not_running(running):
     assert result.stderr != ""
 
 
-def test_an_answered_commit_survives_a_crash_at_any_moment(service, tmp_path):
-    names = [f"t{number:03}" for number in range(400)]
-    script = tmp_path / "commits"
-    script.write_text("".join("\n".join([*ledger.track_items(name, "lan0"), "commit\n"])
-                              for name in names))
-    with open(script) as commits, subprocess.Popen(
-            service.build.command("ledger_put"), stdin=commits, stdout=subprocess.PIPE,
+def answered_before_a_crash(service, commits):
+    """How many of the commits in the file were answered by the service, which is killed meanwhile."""
+    with open(commits) as stream, subprocess.Popen(
+            service.build.command("ledger_put"), stdin=stream, stdout=subprocess.PIPE,
             stderr=subprocess.DEVNULL, text=True,
             env=service.build.environment(service.root)) as putting:
         answers = [putting.stdout.readline() for _ in range(100)]
         service.crash()
         answers += putting.stdout.readlines()
-    answered = answers.count("0x00000000\n")
-    assert 100 <= answered < 400
+    return answers.count("0x00000000\n")
+
+
+def test_an_answered_commit_survives_a_crash_at_any_moment(new_service, tmp_path):
+    names = [f"t{number:03}" for number in range(400)]
+    script = tmp_path / "commits"
+    script.write_text(ledger.commit_text(ledger.track_items(name, "lan0") for name in names))
+    for _ in range(10):
+        service = new_service()
+        service.start()
+        answered = answered_before_a_crash(service, script)
+        assert answered >= 100
+        if answered < len(names):
+            break
+    else:
+        pytest.fail("this machine is so busy that the crash always comes after the last commit")
 
     service.start()
     shown = service.show("all-tracks").splitlines()[2:]

@@ -44,8 +44,9 @@ def test_set_moves_a_track_to_another_interface(office):
 
 def test_set_says_the_whole_truth_about_delays(office):
     office.ctl("set", "office", "interface", "lan0", "--delay-down", "100")
+    began = time.monotonic()
     office.net.ip("link set lan0 down")
-    office.wait_detail("office", "delayed Down (100 secs remaining)")
+    office.wait_delayed("office", "Down", 100, began)
     office.net.ip("link set lan0 up")
     office.wait_detail("office", "Line protocol is UP \n")
 
@@ -58,8 +59,9 @@ def test_set_says_the_whole_truth_about_delays(office):
 def test_delay_changes_one_and_leaves_the_other(office):
     office.ctl("delay", "office", "--up", "50", "--down", "60")
     office.ctl("delay", "office", "--up", "70")
+    began = time.monotonic()
     office.net.ip("link set lan0 down")
-    office.wait_detail("office", "delayed Down (60 secs remaining)")
+    office.wait_delayed("office", "Down", 60, began)
 
 
 def test_delete(office):
