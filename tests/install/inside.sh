@@ -54,7 +54,7 @@ write_configuration uplink0
 in_net object_tracking >/tmp/service.log 2>&1 &
 running+=($!)
 service=$!
-within 10 "the service answers" in_net trackctl show
+within 30 "the service answers" in_net trackctl show
 in_net trackctl apply /etc/object_tracking/tracks.conf
 in_net qmond --check /etc/object_tracking/probes.toml
 in_net qmond >/tmp/qmond.log 2>&1 &
@@ -62,9 +62,9 @@ running+=($!)
 in_net trackctl policy check /etc/object_tracking/policies.d
 in_net trackpolicy >/tmp/trackpolicy.log 2>&1 &
 running+=($!)
-within 10 "uplink is up" state_is uplink up
-within 10 "the probed target is up" state_is target up
-within 10 "the policy has told" says /run/object_tracking/told 1
+within 30 "uplink is up" state_is uplink up
+within 30 "the probed target is up" state_is target up
+within 30 "the policy has told" says /run/object_tracking/told 1
 
 step "programs on the C library and the Python package"
 read -ra flags < <(pkg-config --cflags --libs object-tracking)
@@ -73,21 +73,21 @@ in_net "$here/follow" >/tmp/follow.out &
 running+=($!)
 in_net python3 "$here/follow.py" >/tmp/follow_py.out &
 python=$!
-within 10 "the C program follows" says /tmp/follow.out "uplink is up"
-within 10 "the Python program follows" says /tmp/follow_py.out "state uplink up"
+within 30 "the C program follows" says /tmp/follow.out "uplink is up"
+within 30 "the Python program follows" says /tmp/follow_py.out "state uplink up"
 in_net ip link set far0 down
-within 10 "the C program is told" says /tmp/follow.out "uplink is down"
+within 30 "the C program is told" says /tmp/follow.out "uplink is down"
 wait "$python" || fail "the Python program has failed"
-within 10 "the policy has told again" says /run/object_tracking/told 0
-in_net trackctl explain uplink | grep -q carrier || fail "explain does not say why"
-in_net trackctl what-if uplink=up | grep -q uplink || fail "what-if does not answer"
+within 30 "the policy has told again" says /run/object_tracking/told 0
+in_net trackctl explain uplink | grep carrier >/dev/null || fail "explain does not say why"
+in_net trackctl what-if uplink=up | grep uplink >/dev/null || fail "what-if does not answer"
 
 step "a crash, and the packages installed anew under a running service"
 kill -9 "$service"
 wait "$service" 2>/dev/null || :
 in_net object_tracking >>/tmp/service.log 2>&1 &
 running+=($!)
-within 10 "the service is back" state_is uplink down
+within 30 "the service is back" state_is uplink down
 apt-get -qq install -y --reinstall --no-install-recommends "$packages"/*.deb >/dev/null
 state_is uplink down || fail "the track is not what it was"
 grep -q uplink0 /etc/object_tracking/tracks.conf || fail "the configuration file is gone"

@@ -2,6 +2,9 @@
 
 import pytest
 
+from guest_service import PATIENCE
+from waiting import wait_until
+
 ROUTE = "192.0.2.0/24"
 
 
@@ -77,6 +80,7 @@ def test_a_link_released_and_enslaved(router):
     router.wait_states(t="down", c="up")
     router.net.ip(f"route add {ROUTE} via 10.0.0.2 dev r0 table 10")
     router.wait_states(t="up", c="up")
+    wait_until(lambda: len(router.events()) >= 4, PATIENCE, lambda: router.events())
     assert sorted(router.events()) == sorted(
         [("t", "down"), ("c", "down"), ("c", "up"), ("t", "up")])
 
