@@ -145,10 +145,10 @@ TEST_F(bfd_saved_sessions, of_neighbors_that_cannot_have_waited_are_not_found) {
 TEST_F(bfd_saved_sessions, are_counted_as_run_when_that_was_last_said) {
   saved_sessions crashed;
   crashed.take_over(path_);
-  saved_session brisk = a_session(1, 10);
-  brisk.agreed.remote.required_min_rx = 10'000;
+  saved_session brisk = a_session(1, 200);
+  brisk.agreed.remote.required_min_rx = 200'000;
   crashed.keep(crashed.take_slot(), brisk);
-  const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(35);
+  const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(700);
   while (std::chrono::steady_clock::now() < until) {
   }
   crashed.stamp();

@@ -30,7 +30,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::chrono::microseconds patience = 10s;
-constexpr int quiet_ms = 500;  // a subscriber that hears nothing for so long has heard all
+constexpr int quiet_ms = 5000;  // a subscriber that hears nothing for so long has heard all
 
 std::string instance_directory;
 
