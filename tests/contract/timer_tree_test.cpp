@@ -57,15 +57,15 @@ class timer_tree_contract : public contract_test {
 };
 
 TEST_F(timer_tree_contract, leaves_expire_in_the_order_they_are_due) {
-  ASSERT_EQ(wtm_timer_leaf_start(leaf(1), 0, 150 * ms), 0);
+  ASSERT_EQ(wtm_timer_leaf_start(leaf(1), 0, 900 * ms), 0);
   ASSERT_EQ(wtm_timer_leaf_start(leaf(2), 0, 50 * ms), 0);
-  ASSERT_EQ(wtm_timer_leaf_start(leaf(3), 0, 100 * ms), 0);
+  ASSERT_EQ(wtm_timer_leaf_start(leaf(3), 0, 400 * ms), 0);
   EXPECT_TRUE(run_until_expiries(3));
   EXPECT_EQ(log_, (std::vector<std::uint16_t>{2, 3, 1}));
 }
 
 TEST_F(timer_tree_contract, a_leaf_does_not_expire_early_and_only_once) {
-  ASSERT_EQ(wtm_timer_leaf_start(leaf(1), 0, 200 * ms), 0);
+  ASSERT_EQ(wtm_timer_leaf_start(leaf(1), 0, 900 * ms), 0);
   let_pass(manager(), 100ms);
   EXPECT_TRUE(log_.empty());
   EXPECT_TRUE(run_until_expiries(1));
@@ -86,7 +86,7 @@ TEST_F(timer_tree_contract, starting_a_running_leaf_starts_it_anew) {
 TEST_F(timer_tree_contract, an_earlier_start_moves_a_leaf_to_the_front) {
   wtm_leaf* moved = leaf(1);
   ASSERT_EQ(wtm_timer_leaf_start(moved, 3600, 0), 0);
-  ASSERT_EQ(wtm_timer_leaf_start(leaf(2), 0, 60 * ms), 0);
+  ASSERT_EQ(wtm_timer_leaf_start(leaf(2), 0, 600 * ms), 0);
   ASSERT_EQ(wtm_timer_leaf_start(moved, 0, 10 * ms), 0);
   EXPECT_TRUE(run_until_expiries(2));
   EXPECT_EQ(log_, (std::vector<std::uint16_t>{1, 2}));
@@ -140,7 +140,7 @@ TEST_F(timer_tree_contract, remaining_is_in_whole_seconds_rounded_up) {
   ASSERT_EQ(wtm_timer_leaf_start(running, 100, 0), 0);
   let_pass(manager(), 10ms);
   EXPECT_EQ(wtm_timer_leaf_remaining(running), 100u);
-  ASSERT_EQ(wtm_timer_leaf_start(running, 1, 500 * ms), 0);
+  ASSERT_EQ(wtm_timer_leaf_start(running, 1, 990 * ms), 0);
   let_pass(manager(), 10ms);
   EXPECT_EQ(wtm_timer_leaf_remaining(running), 2u);
   wtm_timer_leaf_stop(running);
@@ -165,7 +165,7 @@ TEST_F(timer_tree_contract, the_owner_may_restart_the_leaf_that_expired) {
   for (int round = 1; round <= 3; ++round) {
     ASSERT_TRUE(run_until([&] { return events_ >= round; }));
     ASSERT_EQ(wtm_timer_tree_first_expired(tree_), poll);
-    ASSERT_EQ(wtm_timer_leaf_start(poll, 0, 5 * ms), 0);
+    ASSERT_EQ(wtm_timer_leaf_start(poll, 0, 300 * ms), 0);
     ASSERT_FALSE(wtm_timer_tree_expired(tree_));
   }
 }
@@ -187,7 +187,7 @@ TEST_F(timer_tree_contract, context_and_mark_are_the_owners) {
 TEST_F(timer_tree_contract, a_freed_leaf_is_gone_from_the_tree) {
   wtm_leaf* freed = leaf(1);
   ASSERT_EQ(wtm_timer_leaf_start(freed, 0, 0), 0);
-  ASSERT_EQ(wtm_timer_leaf_start(leaf(2), 0, 5 * ms), 0);
+  ASSERT_EQ(wtm_timer_leaf_start(leaf(2), 0, 300 * ms), 0);
   wtm_timer_leaf_free(freed);
   EXPECT_FALSE(wtm_timer_tree_expired(tree_));
   EXPECT_TRUE(run_until_expiries(1));

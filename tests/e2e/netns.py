@@ -56,7 +56,7 @@ class NetworkNamespace:
         """Sets the interface up, and waits for its line protocol: the kernel settles that in the
         background."""
         self.ip(f"link set {name} up")
-        wait_until(lambda: self.links()[name], 5, f"{name} up")
+        wait_until(lambda: self.links()[name], 30, f"{name} up")
 
     def has_kind(self, kind):
         """Whether this kernel knows interfaces of that kind."""

@@ -40,7 +40,7 @@ def agrees(site):
 
 
 def test_a_session_that_comes_up_takes_its_track_up(site):
-    assert site.frr.states() == {"10.9.0.2": True}
+    wait_until(lambda: site.frr.states() == {"10.9.0.2": True}, 10, "the session")
     [peer] = site.frr.peers()
     assert (peer["interface"], peer["transmit-interval"], peer["receive-interval"],
             peer["detect-multiplier"]) == ("e0", INTERVAL, INTERVAL, MULTIPLIER)

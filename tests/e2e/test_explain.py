@@ -96,8 +96,8 @@ def test_an_operation_is_explained_in_every_state(running, qmond):
 
 def test_a_session_is_explained(running):
     running.ctl("set", "peer", "bfd", "192.0.2.1", "--interface", "if-z")
-    found = findings(running, "peer")
-    assert found[0].startswith("it is not run: "), found
+    wait_until(lambda: findings(running, "peer")[0].startswith("it is not run: "),
+               running.build.patience, lambda: findings(running, "peer"))
     running.net.ip("addr add 192.0.2.2/24 dev if-a")
     running.ctl("set", "near", "bfd", "192.0.2.1", "--interface", "if-a")
     wait_until(lambda: findings(running, "near")[0] == "the session is down; the peer says down",
