@@ -30,13 +30,14 @@ def test_thousands_of_tracks_created_and_deleted(service):
     def cycle(count):
         assert set(service.commit([create, remove] * count)) == {"0x00000000"}
 
-    cycle(CYCLES)  # queues and caches have their size after that
-    before = anonymous_kb(service.daemon.pid)
     cycle(CYCLES)
-    # What the changes took is given back when they are over.
-    wait_until(lambda: anonymous_kb(service.daemon.pid) - before <= SLACK_KB,
-               service.build.patience,
-               lambda: f"at most {before + SLACK_KB} kB; {anonymous_kb(service.daemon.pid)}")
+    taken = [anonymous_kb(service.daemon.pid)]
+    # Queues and caches have their size at some time, later on a busy machine; what is lost with each
+    # track is lost every time.
+    while len(taken) < 2 or taken[-1] - taken[-2] > SLACK_KB:
+        assert len(taken) <= 5, f"{taken} kB"
+        cycle(CYCLES)
+        taken.append(anonymous_kb(service.daemon.pid))
 
 
 def test_qmond_gives_back_what_reading_its_operations_took(qmond):
