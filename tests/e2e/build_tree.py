@@ -26,7 +26,7 @@ class BuildTree:
     @property
     def patience(self):
         """Seconds after which a condition that should hold soon is given up."""
-        return 30.0 if self.sanitized else 10.0
+        return 30.0 if self.sanitized else 20.0
 
     def missing(self, *programs):
         return [name for name in programs if not (self.path / "bin" / name).exists()]

@@ -9,11 +9,15 @@ STEP = 0.005
 
 class Lateness:
     """While the block lasts, a thread wakes every 5 ms as the programs do; `longest` says how many
-    seconds it has come late at the most. `priority`: a real-time one, as of the programs."""
+    seconds it has come late at the most, and `chain` how late that makes what goes from one program to
+    the next until the test has it. `priority`: a real-time one, as of the programs."""
 
     def __init__(self, priority=0):
         self._priority = priority
         self.longest = 0.0
+
+    def chain(self, programs):
+        return programs * self.longest
 
     def __enter__(self):
         self._over = threading.Event()

@@ -5,6 +5,8 @@ import subprocess
 
 import pytest
 
+from users import files_in
+
 UNPRIVILEGED = ("setpriv", "--reuid", "nobody", "--regid", "nogroup", "--clear-groups")
 
 
@@ -28,6 +30,6 @@ def test_an_unprivileged_user_cannot_configure(service):
 
 def test_stores_are_closed_to_others(service):
     for folder in ("run/object_tracking", "var/lib/object_tracking"):
-        for name in [".", *os.listdir(os.path.join(service.root, folder))]:
-            path = os.path.join(service.root, folder, name)
-            assert os.stat(path).st_mode & 0o007 == 0, path
+        path = os.path.join(service.root, folder)
+        for name, found in ((".", os.stat(path)), *files_in(path)):
+            assert found.st_mode & 0o007 == 0, os.path.join(path, name)

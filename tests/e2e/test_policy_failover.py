@@ -128,4 +128,4 @@ def test_a_client_loses_no_more_than_what_the_probes_take_to_notice(service, qmo
     asking.stdin.close()
     lost, over = map(float, asking.stdout.read().split())
     assert over > died and lost > 0.1, "it was not noticed that the far end had gone"
-    assert over - died <= max(noticed - died, two_polls(service.build) / 2) + 0.05 + machine.longest
+    assert over - died <= max(noticed - died, two_polls(service.build) / 2) + 0.05 + machine.chain(2)

@@ -117,7 +117,8 @@ def test_what_a_crash_leaves_running_ends_though_its_policy_is_another_one_now(p
     policy.configure(*change(row))
     policy.start()
     leftover.wait_gone()
-    assert "c" not in os.listdir(policy.path(MEMORY)) or change(row)
+    wait_until(lambda: "c" not in os.listdir(policy.path(MEMORY)) or change(row),
+               policy.service.build.patience, "nothing is remembered of it")
 
 
 def test_flaps_are_not_forgotten_by_a_crash(policy):

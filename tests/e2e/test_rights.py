@@ -15,7 +15,7 @@ from probe_fixtures import qmond  # noqa: F401  (a fixture)
 from qmond import Qmond
 from raw_client import READ_ONLY, Ledger, text, u32_value
 from test_faults import refusal
-from users import (NOBODY, OPERATOR, STRANGER, needs_readable_build, prefix, run_python,
+from users import (NOBODY, OPERATOR, STRANGER, files_in, needs_readable_build, prefix, run_python,
                    start_with_the_group)
 from waiting import wait_until
 
@@ -106,8 +106,7 @@ def test_every_socket_and_file_is_tried(office, user, reached):
 
 def test_only_the_owner_reaches_the_files(office):
     for folder in FOLDERS:
-        for name in os.listdir(os.path.join(office.root, folder)):
-            state = os.stat(os.path.join(office.root, folder, name))
+        for name, state in files_in(os.path.join(office.root, folder)):
             rights = 0o660 if stat.S_ISSOCK(state.st_mode) else 0o600
             assert stat.S_IMODE(state.st_mode) == rights, name
 

@@ -16,7 +16,7 @@ from mounts import GROUP_ID
 from policy import Trackpolicy, lines, script
 from qmond import Qmond
 from unit_sandbox import Sandbox, Unit, needs_filters, rights_of
-from users import NOBODY, OPERATOR, needs_readable_build, prefix
+from users import NOBODY, OPERATOR, files_in, needs_readable_build, prefix
 from waiting import wait_until
 
 UNITS = sorted(path.name for path in (SOURCE / "packaging").glob("*.service"))
@@ -99,8 +99,7 @@ def test_files_are_the_groups_without_the_right_to_give_them_away(boxed):
     needs_readable_build(boxed.build)
     boxed.start()
     folder = os.path.join(boxed.root, "run/object_tracking")
-    for name in os.listdir(folder):
-        found = os.lstat(os.path.join(folder, name))
+    for name, found in files_in(folder):
         rights = 0o660 if stat.S_ISSOCK(found.st_mode) else 0o600
         assert (found.st_gid, stat.S_IMODE(found.st_mode)) == (GROUP_ID, rights), name
     made = boxed.run("trackctl", "set", "t", "interface", "mark-up", prefix=prefix(OPERATOR))

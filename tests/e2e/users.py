@@ -1,6 +1,7 @@
 """Users with fewer rights than the tests have, and what they run: a program of the build, or some
 Python of the tests, which reaches them whatever they may read."""
 
+import contextlib
 import json
 import os
 import subprocess
@@ -34,6 +35,13 @@ def start_with_the_group(service, *commands, limits=()):
         mounts.command = lambda: [*command(), *limits]
     service.daemon = Daemon(service.build, mounts, service.root, service.log)
     service.daemon.wait_ready()
+
+
+def files_in(folder):
+    """Names and what the kernel says of them; what has been renamed meanwhile has another name."""
+    for name in os.listdir(folder):
+        with contextlib.suppress(FileNotFoundError):
+            yield name, os.lstat(os.path.join(folder, name))
 
 
 def needs_readable_build(build):
