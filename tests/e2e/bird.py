@@ -47,8 +47,8 @@ class BfdSession(typing.NamedTuple):
 
     def is_still(self, before):
         """Whether it is as it was and nothing happened in between. BIRD tells ages, so that a time
-        differs by its rounding."""
-        return self.state == before.state and abs(self.seconds() - before.seconds()) < 0.1
+        differs by how long it takes to tell it; a session that falls and rises takes longer."""
+        return self.state == before.state and abs(self.seconds() - before.seconds()) < 0.5
 
 
 class Bird:
