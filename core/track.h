@@ -90,7 +90,7 @@ struct ot_track {
   wtm_leaf* delay_timer = nullptr;         // never null in a live track
   wtm_leaf* poll_timer = nullptr;          // probe tracks only
   std::uint32_t state_change_counter = 0;  // publications, also of an unchanged state
-  std::int64_t last_change_ms = 0;         // since boot: the last publication, or the creation
+  std::int64_t seconds_last_change = 0;    // wall-clock seconds of the last publication
   track_object object;
 };
 

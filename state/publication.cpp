@@ -110,12 +110,11 @@ void update_record(ot_track& track, track_state state, const char* text) noexcep
                                    {"OT_PREVIOUS", state_word(track.state)}};
     errmsg_log_fields(&kor_msg_rec_ot_track_info, kor_msg_rec_ot_track_info.severity, fields, text);
   }
-  const std::int64_t now = clock_boottime_milliseconds();
   if (state != track.state && !begins_unknown(track, state)) {
-    note_state_change(track.name, track.state, state, now);
+    note_state_change(track.name, track.state, state, clock_boottime_milliseconds());
   }
   track.state = state;
-  track.last_change_ms = now;
+  track.seconds_last_change = clock_realtime_seconds();
   ++track.state_change_counter;
 }
 

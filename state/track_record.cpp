@@ -27,7 +27,7 @@ int new_track_record(const char* name, track_type type, track_state source_state
   ret->type = type;
   ret->source_state = source_state;
   ret->delay_timer = timer;
-  ret->last_change_ms = clock_boottime_milliseconds();
+  ret->seconds_last_change = clock_realtime_seconds();
   return status_ok;
 }
 

@@ -6,7 +6,6 @@
 #include "core/debug.h"
 #include "core/track.h"
 #include "core/track_kind.h"
-#include "core/wall_clock.h"
 #include "oper/records/tracking_interfaces.h"
 #include "platform/status.h"
 #include "state/timers.h"
@@ -88,8 +87,7 @@ int ot_fill_track_info(const ot_track& track, track_info__& record) noexcept {
   OT_TRACE_ENTRY();
   fill_common(track, record);
   record.StateChangeCounter = track.state_change_counter;
-  record.SecondsLastChange =
-      static_cast<std::uint64_t>(wall_clock_at(track.last_change_ms) / 1'000);
+  record.SecondsLastChange = static_cast<std::uint64_t>(track.seconds_last_change);
   for (const auto fill : {fill_detail, fill_delay, ot_fill_intf_tracking_info}) {
     const int status = fill(track, record);
     if (status != status_ok) {

@@ -54,7 +54,7 @@ void set_object(ot_track& track, std::int32_t op_id, const qmon_stats& stats) no
 void adopt_track(ot_track& track, std::int32_t op_id, const qmon_stats& stats) noexcept {
   set_object(track, op_id, stats);
   object_tracking_ledger_get_prb_track_state(track.name.c_str(), &track.state);
-  track.last_change_ms = clock_boottime_milliseconds();
+  track.seconds_last_change = clock_realtime_seconds();
   track.state_change_counter = 0;
 }
 
@@ -63,7 +63,7 @@ int make_track(const char* name, std::int32_t op_id, const qmon_stats& stats) no
   ot_track track;
   track.name.assign(name);
   set_object(track, op_id, stats);
-  track.last_change_ms = clock_boottime_milliseconds();
+  track.seconds_last_change = clock_realtime_seconds();
   if (ot_is_restart() != 0) {
     object_tracking_ledger_get_prb_track_state(name, &track.state);
     take_published_down_for_unknown(track);

@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "core/track.h"
-#include "core/wall_clock.h"
 #include "platform/event_subscriber.h"
 #include "platform/evm.h"
 #include "platform/ledger_commit.h"
@@ -25,11 +24,6 @@ std::string track_path(const std::string& track, const std::string& item);
 // The items that make a track follow an interface, in the order an operator's tool writes them.
 std::vector<ledger_proposal> interface_track(const std::string& track,
                                              const std::string& interface);
-
-// By the wall clock.
-inline std::int64_t last_change_seconds(const ot_track& track) {
-  return wall_clock_at(track.last_change_ms) / 1000;
-}
 
 // The wanted lines stand in these ones in this order, whatever is between them.
 MATCHER_P(contains_in_order, wanted, "") {

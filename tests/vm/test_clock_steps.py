@@ -70,10 +70,6 @@ class Router:
     def history(self, *words):
         return json.loads(self.service.ctl("history", *words, "--json"))
 
-    def last_change(self, name):
-        return next(datetime.fromisoformat(track["last_change"])
-                    for track in self.service.tracks() if track["name"] == name)
-
 
 @pytest.fixture
 def router(service):
@@ -141,4 +137,3 @@ def test_the_past_goes_along(router):
         assert 0 <= sum(change["lasted_ms"] for change in flaps[1:]) <= passed / MILLISECOND
         assert now - passed - MINUTES <= datetime.fromisoformat(told["summary"]["since"]) <= now
         assert told["summary"]["up_percent"] > 0
-        assert now - passed - MINUTES <= router.last_change("target") <= now

@@ -40,7 +40,7 @@ TEST_F(delays, the_first_item_creates_a_track_without_type) {
   EXPECT_EQ(made.state, track_state::unknown);
   EXPECT_EQ(made.source_state, track_state::unknown);
   EXPECT_EQ(made.state_change_counter, 0U);
-  EXPECT_EQ(last_change_seconds(made), 1'700'000'123);
+  EXPECT_EQ(made.seconds_last_change, 1'700'000'123);
   EXPECT_EQ(made.poll_timer, nullptr);
   EXPECT_FALSE(published("t").has_value());
 }

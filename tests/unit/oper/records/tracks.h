@@ -30,7 +30,7 @@ class record_tracks : public running_service {
       throw std::bad_alloc();
     }
     made.state = state;
-    made.last_change_ms = 100'000;  // at 1,700,000,000 by the wall clock
+    made.seconds_last_change = 1'700'000'000;
     if (add_track_record(made, "test") != 0) {
       throw std::bad_alloc();
     }

@@ -57,7 +57,7 @@ TEST_F(bfd_config, the_item_makes_the_track_its_entry_and_its_session) {
   EXPECT_EQ(made.source_state, track_state::down);
   EXPECT_EQ(made.state, track_state::down);
   EXPECT_EQ(made.state_change_counter, 0U);
-  EXPECT_EQ(last_change_seconds(made), 1'700'000'123);
+  EXPECT_EQ(made.seconds_last_change, 1'700'000'123);
   EXPECT_NE(made.delay_timer, nullptr);
   EXPECT_EQ(made.object.bfd.ifhandle, gi1);
   EXPECT_EQ(made.object.bfd.destination, ip(peer));

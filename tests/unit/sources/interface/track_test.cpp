@@ -48,7 +48,7 @@ TEST_F(tying, a_new_track_takes_the_interfaces_state_and_publishes_it) {
   ASSERT_EQ(tie("Gi2", "b"), 0);
   EXPECT_EQ(track("a").type, track_type::interface);
   EXPECT_EQ(track("a").object.interface.name, "Gi1");
-  EXPECT_EQ(last_change_seconds(track("a")), 1'700'000'555);
+  EXPECT_EQ(track("a").seconds_last_change, 1'700'000'555);
   EXPECT_EQ(track("a").source_state, track_state::up);
   EXPECT_EQ(track("a").state, track_state::up);
   EXPECT_EQ(published("a"), 1U);

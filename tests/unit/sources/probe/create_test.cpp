@@ -35,7 +35,7 @@ TEST_F(probe_create, a_new_track_holds_the_first_result) {
   EXPECT_EQ(track("t").delay_down, 0);
   EXPECT_EQ(track("t").source_state, track_state::up);
   EXPECT_EQ(track("t").state, track_state::up);
-  EXPECT_EQ(last_change_seconds(track("t")), 1'700'000'555);
+  EXPECT_EQ(track("t").seconds_last_change, 1'700'000'555);
   EXPECT_EQ(published("t"), 1U);
   EXPECT_THAT(field::take_messages(),
               ElementsAre("OT-SERVICES-6-TRACK_INFO: track t state Track_Up"));
@@ -143,7 +143,7 @@ TEST_F(probe_create, a_present_track_keeps_its_delays_and_starts_to_count_anew) 
   ASSERT_EQ(create("t"), 0);
   EXPECT_EQ(track("t").type, track_type::probe);
   EXPECT_EQ(track("t").state_change_counter, 0U);
-  EXPECT_EQ(last_change_seconds(track("t")), 1'700'000'777);
+  EXPECT_EQ(track("t").seconds_last_change, 1'700'000'777);
   EXPECT_EQ(track("t").source_state, track_state::up);
   EXPECT_EQ(track("t").state, track_state::unknown);
   let_pass(seconds{10});
