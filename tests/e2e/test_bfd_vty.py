@@ -1,6 +1,8 @@
 """What is the user's in FRR stays his while the service runs sessions by the shell's socket, and nothing of the
 service's is left."""
 
+import os
+import signal
 import time
 
 import pytest
@@ -149,7 +151,13 @@ def test_a_refused_session_says_why(site):
     site.configure(0)
     site.wait(0, "up")
     assert site.marks() == {"10.9.0.2"}
-    site.frr.vtysh(*BFD, "no peer 10.9.0.2 interface e0", "peer 10.9.0.2", "exit")
+    # Not between the two commands, of which each is done at once, shall the service make its own again.
+    pid = site.service.daemon.pid
+    os.kill(pid, signal.SIGSTOP)
+    try:
+        site.frr.vtysh(*BFD, "no peer 10.9.0.2 interface e0", "peer 10.9.0.2", "exit")
+    finally:
+        os.kill(pid, signal.SIGCONT)
     wait_until(lambda: [peer.get("interface") for peer in site.frr.peers()] == [None], 10,
                "the user's peer")
     site.wait(0, "up")
