@@ -1,5 +1,5 @@
 """What programs and their surroundings do to the C library: wrong arguments, signals at every moment,
-no descriptors left, a fork, no memory, a service that hangs, and strangers at its sockets."""
+no descriptors left, a fork, a service that hangs, and strangers at its sockets."""
 
 import contextlib
 import os
@@ -9,9 +9,7 @@ import socket
 import subprocess
 import threading
 
-import pytest
-
-from test_client_library import HEADER_FOLDER, python
+from test_client_library import python
 
 PRELUDE = """
 import asyncio, ctypes, math, os, resource, select, signal, sys, threading, time
@@ -302,72 +300,3 @@ for _ in range(60):
 print(told <= {None, "NoServiceError", "RefusedError", "TimedOutError"}, "RefusedError" in told or
       "NoServiceError" in told)
 """) == ["True True"]
-
-
-FAILING = r"""
-#include <errno.h>
-#include <stddef.h>
-extern void *__libc_malloc(size_t);
-static _Thread_local long left = -1;
-void fail_after(long count) { left = count; }
-void *malloc(size_t size) {
-  if (left == 0) { errno = ENOMEM; return NULL; }
-  if (left > 0) --left;
-  return __libc_malloc(size);
-}
-"""
-
-WITHOUT_MEMORY = r"""
-#include <object_tracking.h>
-#include <stdio.h>
-void fail_after(long count);
-
-/* nlohmann's JSON, which makes the texts of tracks, needs memory to be destroyed: no reading. */
-static int all(otrack_client *client) {
-  const char *const names[] = {"office"};
-  otrack_follower *follower = NULL;
-  otrack_changes *changes = NULL;
-  const otrack_event *event;
-  int result = otrack_follow(client, NULL, 0, 0, &follower);
-  if (result == OTRACK_OK) result = otrack_follower_next(follower, 0, &event) < 0 ? -6 : 0;
-  otrack_follower_close(follower);
-  if (result == OTRACK_OK) result = otrack_wait(client, names, 1, OTRACK_UP, 20000);
-  if (result == OTRACK_OK) result = otrack_apply(client, "x and office\n", OTRACK_DRY_RUN, &changes);
-  otrack_changes_free(changes);
-  if (result == OTRACK_OK) result = otrack_set(client, "office interface lan0");
-  return result;
-}
-
-int main(void) {
-  otrack_client *client;
-  long k = 0, failed = 0;
-  int result;
-  if (otrack_open(&client) != OTRACK_OK || all(client) != OTRACK_OK) return 1;
-  do {
-    fail_after(k += 1 + k / 50);
-    result = all(client);
-    fail_after(-1);
-    if (result != OTRACK_OK) ++failed;
-    if (result != OTRACK_OK && result != OTRACK_ERR_NO_MEMORY && result != OTRACK_ERR_REFUSED)
-      printf("%d at %ld: %s\n", result, k, otrack_error(client));
-  } while (result != OTRACK_OK && k < 1000000);
-  puts(failed > 50 && all(client) == OTRACK_OK ? "good" : otrack_error(client));
-  otrack_close(client);
-  return 0;
-}
-"""
-
-
-def test_no_exception_leaves_a_call_without_memory(office, tmp_path):
-    if office.build.sanitized:
-        pytest.skip("a sanitizer has a malloc of its own")
-    (tmp_path / "failing.c").write_text(FAILING)
-    (tmp_path / "program.c").write_text(WITHOUT_MEMORY)
-    library = office.build.path / "lib"
-    subprocess.run(["cc", "-std=c11", "-Wall", "-Wextra", "-Werror", f"-I{HEADER_FOLDER}",
-                    tmp_path / "program.c", tmp_path / "failing.c", f"-L{library}",
-                    "-lobject-tracking", f"-Wl,-rpath,{library}", "-o", tmp_path / "program"],
-                   check=True)
-    result = subprocess.run([tmp_path / "program"], env=office.build.environment(office.root),
-                            capture_output=True, text=True, timeout=120)
-    assert (result.returncode, result.stdout, result.stderr) == (0, "good\n", "")

@@ -34,6 +34,8 @@ int attempt(otrack_client& client, const Body& body) noexcept {
     return OTRACK_OK;
   } catch (const trackctl::unanswered& reason) {
     return fail(client, OTRACK_ERR_TIMEOUT, reason.what());
+  } catch (const trackctl::memory_lacking& reason) {
+    return fail(client, OTRACK_ERR_NO_MEMORY, reason.what());
   } catch (const trackctl::failure& reason) {
     const int error = reason.status == trackctl::exit_usage        ? OTRACK_ERR_INVALID
                       : reason.status == trackctl::exit_no_service ? OTRACK_ERR_NO_SERVICE

@@ -53,6 +53,9 @@ void fail_with_code(const std::string& what, int code) {
   if (code == ledger_no_answer) {
     throw unanswered(exit_refused, what + ": " + code_text(code));
   }
+  if (code == no_memory) {
+    throw memory_lacking(exit_refused, what + ": " + code_text(code));
+  }
   throw failure(exit_refused, what + ": " + code_text(code));
 }
 

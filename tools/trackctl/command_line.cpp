@@ -1,11 +1,25 @@
 #include "tools/trackctl/command_line.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
 
 #include "tools/trackctl/command.h"
 
 namespace ot::trackctl {
+namespace {
+
+// Null for a name that there is not. The library's own way ends the process where memory is
+// lacking.
+const CLI::Option* find_option(const CLI::App& app, const std::string& name) {
+  const std::vector<const CLI::Option*> options = app.get_options();
+  const auto found =
+      std::find_if(options.begin(), options.end(),
+                   [&name](const CLI::Option* option) { return option->check_name(name); });
+  return found == options.end() ? nullptr : *found;
+}
+
+}  // namespace
 
 command_option& command_option::required() {
   option_->required();
@@ -51,12 +65,12 @@ void command_line::add_flag(const std::string& name, bool& ret, const std::strin
 }
 
 std::vector<std::string> command_line::values(const std::string& name) const {
-  const CLI::Option* const option = app_->get_option_no_throw(name);
+  const CLI::Option* const option = find_option(*app_, name);
   return option == nullptr ? std::vector<std::string>{} : option->results();
 }
 
 std::size_t command_line::count(const std::string& name) const {
-  const CLI::Option* const option = app_->get_option_no_throw(name);
+  const CLI::Option* const option = find_option(*app_, name);
   return option == nullptr ? 0 : option->count();
 }
 

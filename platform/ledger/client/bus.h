@@ -3,9 +3,12 @@
 
 #include <systemd/sd-bus.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <memory>
 #include <span>
+
+#include "platform/ledger_status.h"
 
 namespace ot {
 
@@ -19,15 +22,17 @@ struct message_closer {
 };
 using message_handle = std::unique_ptr<sd_bus_message, message_closer>;
 
-// The bytes of a message of ours; false when it carries something else.
-inline bool ledger_message_body(sd_bus_message* message, std::span<const std::byte>& ret) noexcept {
+// The bytes of a message of ours. 0, no_memory, or ledger_bad_message when it carries something
+// else.
+inline int ledger_message_body(sd_bus_message* message, std::span<const std::byte>& ret) noexcept {
   const void* data = nullptr;
   std::size_t length = 0;
-  if (sd_bus_message_read_array(message, 'y', &data, &length) < 0) {
-    return false;
+  const int result = sd_bus_message_read_array(message, 'y', &data, &length);
+  if (result < 0) {
+    return result == -ENOMEM ? no_memory : ledger_bad_message;
   }
   ret = {static_cast<const std::byte*>(data), length};
-  return true;
+  return status_ok;
 }
 
 }  // namespace ot

@@ -209,8 +209,8 @@ int ledger_link::call(const char* member, const ledger_writer& request,
     return remembered(status_of_errno(-result));
   }
   ret.message = std::move(answer);
-  if (!ledger_message_body(ret.message.get(), ret.body)) {
-    return ledger_bad_message;
+  if (const int read = ledger_message_body(ret.message.get(), ret.body); read != status_ok) {
+    return read;
   }
   ledger_reader reader{ret.body};
   const int status = static_cast<int>(reader.u32());

@@ -31,7 +31,7 @@ int on_message(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/)
     return 0;
   }
   std::span<const std::byte> body;
-  bool good = ledger_message_body(message, body);
+  bool good = ledger_message_body(message, body) == status_ok;
   try {
     ledger_reader reader{body};
     ledger_notices notices = ledger_take_notices(reader);

@@ -13,7 +13,7 @@ void ledger_peer::answer(sd_bus_message* message) {
   const char* member = sd_bus_message_get_member(message);
   std::span<const std::byte> body;
   if (sd_bus_message_is_method_call(message, ledger_interface, nullptr) <= 0 || member == nullptr ||
-      !ledger_message_body(message, body) || body.size() > message_max()) {
+      ledger_message_body(message, body) != status_ok || body.size() > message_max()) {
     over_ = true;
     return;
   }
