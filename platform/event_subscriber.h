@@ -25,6 +25,13 @@ struct evdl_track_event {
 // comes. When the call returns 0 no later event is missed. Status code; ledger_unreachable when the
 // service is not running, ledger_no_answer when it hangs, ledger_busy when it has no room.
 int evdl_subscribe(std::span<const evdl_filter> filters, evdl_subscriber** ret) noexcept;
+// The same without waiting: nothing may be received before the answer is there, to which the
+// descriptor is readable too. 0 or a status code; ledger_no_answer when the service takes no
+// connection now.
+int evdl_subscribe_begin(std::span<const evdl_filter> filters, evdl_subscriber** ret) noexcept;
+// Waits at most `timeout_ms` for the answer. 0, ledger_no_answer when it is not there, or another
+// status code, after which the subscriber is of no use.
+int evdl_subscribe_answer(const evdl_subscriber* subscriber, int timeout_ms) noexcept;
 // Readable when an event waits.
 int evdl_subscriber_fd(const evdl_subscriber* subscriber) noexcept;
 // Waits at most `timeout_ms` (-1: for ever) and hands every event that has come to `on_event`. 0,

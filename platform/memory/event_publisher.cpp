@@ -157,6 +157,14 @@ int evdl_subscribe(std::span<const evdl_filter> filters, evdl_subscriber** ret) 
   return status_ok;
 }
 
+int evdl_subscribe_begin(std::span<const evdl_filter> filters, evdl_subscriber** ret) noexcept {
+  return evdl_subscribe(filters, ret);
+}
+
+int evdl_subscribe_answer(const evdl_subscriber* /*subscriber*/, int /*timeout_ms*/) noexcept {
+  return status_ok;
+}
+
 // Nothing to poll in here: events are in the inbox or they are not.
 int evdl_subscriber_fd(const evdl_subscriber* /*subscriber*/) noexcept {
   return -1;

@@ -305,12 +305,14 @@ def _track(track: ctypes.c_void_p | int) -> Track:
 class _Followed:
     """What both kinds of followers are."""
 
+    _flags = 0
+
     def __init__(self, tracks: Tracks, names: tuple[str, ...], reconnect: bool) -> None:
         self._tracks = tracks
         follower = ctypes.c_void_p()
         texts, count = _names(names)
         tracks._check(lib.otrack_follow(tracks._open_client, texts, count,
-                                        _library.RECONNECT if reconnect else 0,
+                                        self._flags | (_library.RECONNECT if reconnect else 0),
                                         ctypes.byref(follower)))
         self._follower: ctypes.c_void_p | None = follower
         tracks._followers.add(self)
@@ -378,6 +380,7 @@ class Follower(_Followed):
 class AsyncFollower(_Followed):
     """An asynchronous iterator of events; used by one task. It ends when it is closed."""
 
+    _flags = _library.NO_WAIT  # other tasks go on while the service answers
     _wake: Callable[[], None] | None = None
 
     def __aiter__(self) -> AsyncIterator[Event]:

@@ -6,7 +6,7 @@ from ctypes import CFUNCTYPE, POINTER, c_char_p, c_int, c_int64, c_size_t, c_uin
 from ctypes import c_void_p
 
 INVALID, NO_SERVICE, NO_TRACK, REFUSED, TIMEOUT, NO_MEMORY = range(-1, -7, -1)
-RECONNECT, PRUNE, DRY_RUN = 1, 2, 4
+RECONNECT, PRUNE, DRY_RUN, NO_WAIT = 1, 2, 4, 8
 STATE, SYNCED, DELETED, LOST, RESYNC = range(1, 6)
 
 

@@ -218,9 +218,16 @@ def test_an_asynchronous_follower_ends_when_it_is_closed(office):
     assert run(office, """
 async def main():
     follower = tracks.follow_async("office")
+    synced = asyncio.Event()
     async def all_of_it():
-        return [str(event.kind) async for event in follower]
+        told = []
+        async for event in follower:
+            told.append(str(event.kind))
+            if event.kind is Kind.SYNCED:
+                synced.set()
+        return told
     task = asyncio.create_task(all_of_it())
+    await asyncio.wait_for(synced.wait(), 20)
     for _ in range(5):
         await asyncio.sleep(0)
     follower.close()
@@ -242,15 +249,101 @@ print(time.monotonic() - began < 15, flush=True)
 print(follower.next(20).kind, follower.next(20).kind)
 """, stdin=subprocess.PIPE)
     assert process.stdout.readline() == "there\n"
-    os.kill(office.daemon.pid, signal.SIGSTOP)
-    try:
+    with standing_still(office):
         process.stdin.write("\n")
         process.stdin.flush()
         told = [process.stdout.readline() for _ in range(2)]
-    finally:
-        os.kill(office.daemon.pid, signal.SIGCONT)
     assert told == ["TimedOutError TimedOutError TimedOutError\n", "True\n"]
     assert process.communicate(timeout=60) == ("state synced\n", "")
+
+
+# How often the process has waited for anything inside of the calls.
+WAITS = """
+waits = 0
+
+def without_waiting(call):
+    global waits
+    before = resource.getrusage(resource.RUSAGE_THREAD).ru_nvcsw
+    result = call()
+    waits += resource.getrusage(resource.RUSAGE_THREAD).ru_nvcsw - before
+    return result
+
+def until(follower, kind):
+    told = []
+    while kind.value not in told:
+        assert select.select([follower], [], [], 60)[0]
+        while (event := without_waiting(lambda: follower.next(0))) is not None:
+            told.append(str(event.kind))
+    return told
+"""
+
+
+@contextlib.contextmanager
+def standing_still(service):
+    os.kill(service.daemon.pid, signal.SIGSTOP)
+    try:
+        yield
+    finally:
+        os.kill(service.daemon.pid, signal.SIGCONT)
+
+
+def test_nothing_that_hands_over_waits_for_a_service_that_hangs(office):
+    process = python(office, PRELUDE + WAITS + """
+held = tracks.follow()
+print(until(held, Kind.SYNCED), flush=True)
+sys.stdin.readline()
+late = ctypes.c_void_p()
+print(without_waiting(lambda: lib.otrack_follow(client, None, 0, 8, ctypes.byref(late))))
+event = ctypes.POINTER(_library.EventStruct)()
+print({without_waiting(lambda: lib.otrack_follower_next(late, 0, ctypes.byref(event)))
+       for _ in range(1000)})
+print(until(held, Kind.LOST), waits, flush=True)
+lib.otrack_follower_close(late)
+print(until(held, Kind.SYNCED), waits)
+""", stdin=subprocess.PIPE)
+    assert process.stdout.readline() == "['state', 'synced']\n"
+    with standing_still(office):
+        process.stdin.write("\n")
+        process.stdin.flush()
+        told = [process.stdout.readline() for _ in range(3)]
+    assert told == ["0\n", "{0}\n", "['lost'] 0\n"]
+    assert process.communicate(timeout=60) == ("['resync', 'state', 'synced'] 0\n", "")
+
+
+def test_what_was_asked_of_a_service_that_hung_comes_when_it_goes_on(office):
+    process = python(office, PRELUDE + WAITS + """
+sys.stdin.readline()
+async def main():
+    async with asyncio.timeout(60):
+        followers = [tracks.follow_async(reconnect=False) for _ in range(20)]
+        print([follower._next(0) for follower in followers].count(None), flush=True)
+        told = [[str((await anext(follower)).kind) for _ in range(2)] for follower in followers]
+        print(set(map(tuple, told)))
+asyncio.run(main())
+""", stdin=subprocess.PIPE)
+    with standing_still(office):
+        process.stdin.write("\n")
+        process.stdin.flush()
+        assert process.stdout.readline() == "20\n"
+    assert process.communicate(timeout=60) == ("{('state', 'synced')}\n", "")
+
+
+def test_more_names_than_the_service_takes_may_be_followed(office):
+    office.ctl("set", "other", "interface", "mark-up")
+    process = python(office, PRELUDE + """
+names = [f"later{number}" for number in range(3000)]
+follower = tracks.follow(*names, "office", "office")
+print([(str(event.kind), event.track) for event in (follower.next(20), follower.next(20))], flush=True)
+event = follower.next(20)
+print(event.track, event.state, follower.next(0), flush=True)
+tracks.wait("office", *["office"] * 3000, state=object_tracking.State.DOWN, timeout=20)
+tracks.set("later2999 interface mark-up")
+print(follower.next(20).track)
+""")
+    assert process.stdout.readline() == "[('state', 'office'), ('synced', '')]\n"
+    office.ctl("delete", "other")
+    office.net.ip("link set lan0-p down")
+    assert process.communicate(timeout=60) == ("office down None\nlater2999\n", "")
 
 
 @contextlib.contextmanager

@@ -41,8 +41,10 @@ int otrack_follow(otrack_client* client, const char* const* names, size_t count,
                   otrack_follower** ret) {
   return ot::client::attempt(client, [=] {
     ot::client::check_pointer(ret);
-    ot::client::check_flags(flags, OTRACK_RECONNECT);
-    *ret = new otrack_follower(*client, taken(names, count), (flags & OTRACK_RECONNECT) != 0);
+    ot::client::check_flags(flags, OTRACK_RECONNECT | OTRACK_NO_WAIT);
+    *ret = new otrack_follower(*client, taken(names, count), (flags & OTRACK_RECONNECT) != 0,
+                               (flags & OTRACK_NO_WAIT) != 0 ? otrack_follower::begin::at_once
+                                                             : otrack_follower::begin::waits);
   });
 }
 
@@ -134,7 +136,7 @@ int otrack_wait(otrack_client* client, const char* const* names, size_t count, u
     if (given.empty()) {
       return;
     }
-    otrack_follower follower(*client, given, false);
+    otrack_follower follower(*client, given, false, otrack_follower::begin::waits);
     wait_for(follower, {given.begin(), given.end()}, state, timeout_ms);
   });
 }

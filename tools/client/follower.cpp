@@ -1,5 +1,6 @@
 #include "tools/client/follower.h"
 
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/timerfd.h>
 
@@ -10,7 +11,6 @@
 #include <utility>
 
 #include "platform/linux/monotonic.h"
-#include "tools/trackctl/states.h"
 
 namespace {
 
@@ -38,7 +38,7 @@ void watch(int wait, int fd) {
 }  // namespace
 
 otrack_follower::otrack_follower(otrack_client& client, std::vector<std::string> names,
-                                 bool reconnects)
+                                 bool reconnects, begin how)
     : client_(client),
       names_(std::move(names)),
       reconnects_(reconnects),
@@ -46,13 +46,14 @@ otrack_follower::otrack_follower(otrack_client& client, std::vector<std::string>
       wait_(epoll_create1(EPOLL_CLOEXEC)) {
   check(clock_.get(), "following events: timerfd_create");
   check(wait_.get(), "following events: epoll_create1");
-  for (const std::string& name : names_) {
-    (void)trackctl::filter_for(name);  // throws for one that events do not carry
-  }
   std::sort(names_.begin(), names_.end());
+  names_.erase(std::unique(names_.begin(), names_.end()), names_.end());
   watch(wait_.get(), clock_.get());
   try {
-    connect();
+    session_.emplace(wait_.get(), names_);
+    if (how == begin::waits) {
+      wait_until_synced();
+    }
   } catch (const trackctl::unanswered&) {
     if (!reconnects_) {
       throw;
@@ -67,13 +68,22 @@ otrack_follower::otrack_follower(otrack_client& client, std::vector<std::string>
   set_clock();
 }
 
-void otrack_follower::wake_after(std::uint64_t milliseconds) noexcept {
-  due_ms_ = ot::monotonic_ms() + milliseconds;
+void otrack_follower::wait_until_synced() {
+  for (advance(); !synced_; advance()) {
+    const std::uint64_t now = ot::monotonic_ms();
+    pollfd ready{.fd = wait_.get(), .events = POLLIN, .revents = 0};
+    (void)poll(&ready, 1, static_cast<int>(due_ms() > now ? due_ms() - now : 0));
+  }
+}
+
+std::uint64_t otrack_follower::due_ms() const noexcept {
+  const std::uint64_t session_ms = session_ ? session_->due_ms() : UINT64_MAX;
+  return session_ && !synced_ ? session_ms : std::min(session_ms, next_ms_);
 }
 
 // What stands in the queue has come already: a moment that is over keeps the descriptor readable.
 void otrack_follower::set_clock() noexcept {
-  const std::uint64_t when_ms = queue_.empty() ? due_ms_ : 1;
+  const std::uint64_t when_ms = queue_.empty() ? due_ms() : 1;
   if (when_ms == set_ms_) {
     return;
   }
@@ -107,69 +117,88 @@ void otrack_follower::tell_state(const std::string& track, std::uint32_t state) 
   known_[track] = state;
 }
 
-void otrack_follower::connect() {
-  std::vector<ot::evdl_filter> filters;
-  for (const std::string& name : names_) {
-    filters.push_back(trackctl::filter_for(name));
-  }
-  events_.emplace(filters);
-  watch(wait_.get(), events_->descriptor());
-  const states present = read_states();
+void otrack_follower::disconnect() noexcept {
+  session_.reset();
+  synced_ = false;
+  early_.clear();
+  // So that it is readable, and tells its end.
+  next_ms_ = ot::monotonic_ms() + (reconnects_ ? retry_ms : 0);
+}
+
+void otrack_follower::begin_with(const states& present) {
   if (met_) {
     tell(OTRACK_EVENT_RESYNC);
   }
   known_.clear();
-  take_over(present);
+  fresh_.clear();
+  compare_with(present);
   tell(OTRACK_EVENT_SYNCED);
   met_ = true;
-}
-
-// Its descriptor leaves the epoll instance when it is closed.
-void otrack_follower::disconnect() noexcept {
-  events_.reset();
-  wake_after(reconnects_ ? retry_ms : 0);  // so that it is readable, and tells its end
-}
-
-otrack_follower::states otrack_follower::read_states() {
-  states present;
-  for (const auto& track : trackctl::read_states()) {
-    if (follows(track.name)) {
-      present.emplace(track.name, static_cast<std::uint32_t>(track.state));
-    }
+  synced_ = true;
+  for (const ot::evdl_track_event& event : std::exchange(early_, {})) {
+    take_event(event);
   }
-  wake_after(compare_ms);
-  return present;
 }
 
 // What is there is told, what is not any more as well.
-void otrack_follower::take_over(const states& present) {
+void otrack_follower::compare_with(const states& present) {
+  forget_all_but(present);
+  for (const auto& [name, state] : present) {
+    if (follows(name) && !fresh_.contains(name)) {
+      tell_state(name, state);
+    }
+  }
+}
+
+void otrack_follower::forget_all_but(const states& present) {
   for (auto known = known_.begin(); known != known_.end();) {
     if (present.contains(known->first)) {
       ++known;
-      continue;
+    } else if (fresh_.contains(known->first)) {
+      compares_ = true;
+      ++known;
+    } else {
+      queue_.push_back({.kind = OTRACK_EVENT_DELETED,
+                        .previous = known->second,
+                        .time = now_ms(),
+                        .track = known->first});
+      known = known_.erase(known);
     }
-    queue_.push_back({.kind = OTRACK_EVENT_DELETED,
-                      .previous = known->second,
-                      .time = now_ms(),
-                      .track = known->first});
-    known = known_.erase(known);
-  }
-  for (const auto& [name, state] : present) {
-    tell_state(name, state);
   }
 }
 
 // A new track, and one that goes, have no event of their own; only the states tell.
-void otrack_follower::take_events(bool compares) {
-  events_->receive(0, [&](const ot::evdl_track_event& event) {
-    if (event.state == OTRACK_UNKNOWN || !known_.contains(event.track)) {
-      compares = true;
+void otrack_follower::take_event(const ot::evdl_track_event& event) {
+  if (!follows(event.track)) {
+    return;
+  }
+  if (event.state == OTRACK_UNKNOWN || !known_.contains(event.track)) {
+    compares_ = true;
+    return;
+  }
+  if (session_->asks()) {
+    fresh_.insert(event.track);
+  }
+  tell_state(event.track, event.state);
+}
+
+// As far as it goes without waiting.
+void otrack_follower::advance() {
+  if (const auto present = session_->take_states()) {
+    next_ms_ = ot::monotonic_ms() + compare_ms;
+    synced_ ? compare_with(*present) : begin_with(*present);
+  }
+  session_->take_events([this](const ot::evdl_track_event& event) {
+    if (synced_) {
+      take_event(event);
     } else {
-      tell_state(event.track, event.state);
+      early_.push_back(event);
     }
   });
-  if (compares) {
-    take_over(read_states());
+  if (synced_ && !session_->asks() && (compares_ || ot::monotonic_ms() >= next_ms_)) {
+    compares_ = false;
+    fresh_.clear();
+    session_->ask_for_states();
   }
 }
 
@@ -178,23 +207,24 @@ int otrack_follower::take() noexcept {
     return ot::client::fail(client_, OTRACK_ERR_NO_SERVICE,
                             "following events: the service has gone");
   }
-  const bool due = ot::monotonic_ms() >= due_ms_;
-  const bool lost = !events_;
+  const bool lost = synced_;
   const int result = ot::client::attempt(client_, [&] {
-    if (lost && due) {
-      connect();
-    } else if (!lost) {
-      take_events(due);
+    if (!session_ && ot::monotonic_ms() >= next_ms_) {
+      session_.emplace(wait_.get(), names_);
+    }
+    if (session_) {
+      advance();
     }
   });
   if (result == OTRACK_OK) {
     set_clock();
     return OTRACK_OK;
   }
+  const bool was_synced = lost || synced_;
   disconnect();
   ended_ = !reconnects_;
   const int result_of_telling = ot::client::attempt(client_, [&] {
-    if (!lost) {
+    if (was_synced) {
       tell(OTRACK_EVENT_LOST);
     }
   });

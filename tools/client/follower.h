@@ -1,10 +1,11 @@
-// Following without a gap: the subscription comes first, then all states are read, then the events
-// that have come meanwhile are taken in; a state that is known already is told once. An event
-// leaves before the state is stored, so the latest event of a track is never older than what was
-// read.
+// Following without a gap: the subscription comes first, then all states are asked for; the events
+// that come before them wait, and are taken in behind them. A state that is known already is told
+// once. An event leaves before the state is stored, so the latest event of a track is never older
+// than what was read.
 //
 // That a track is deleted is no event, and a new one has none before its first state: all states
-// are compared every few seconds. An epoll instance is the one descriptor of all that is waited
+// are compared every few seconds. Events go on meanwhile, and of a track that has one the states
+// tell nothing: they may be older. An epoll instance is the one descriptor of all that is waited
 // for.
 #pragma once
 
@@ -12,17 +13,21 @@
 #include <deque>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "platform/linux/unique_fd.h"
 #include "tools/client/client.h"
-#include "tools/trackctl/events.h"
+#include "tools/client/session.h"
 
 struct otrack_follower {
  public:
+  enum class begin { waits, at_once };
+
   // Throws.
-  otrack_follower(otrack_client& client, std::vector<std::string> names, bool reconnects);
+  otrack_follower(otrack_client& client, std::vector<std::string> names, bool reconnects,
+                  begin how);
 
   [[nodiscard]] int fd() const noexcept { return wait_.get(); }
   [[nodiscard]] otrack_client& client() const noexcept { return client_; }
@@ -33,7 +38,7 @@ struct otrack_follower {
   const otrack_event* next() noexcept;
 
  private:
-  using states = std::map<std::string, std::uint32_t, std::less<>>;
+  using states = ot::client::session::states;
 
   struct told {
     std::uint32_t kind = 0;
@@ -43,12 +48,14 @@ struct otrack_follower {
     std::string track;
   };
 
-  void connect();
+  void wait_until_synced();
   void disconnect() noexcept;
-  void take_events(bool compares);
-  states read_states();
-  void take_over(const states& present);
-  void wake_after(std::uint64_t milliseconds) noexcept;
+  void advance();
+  void take_event(const ot::evdl_track_event& event);
+  void begin_with(const states& present);
+  void compare_with(const states& present);
+  void forget_all_but(const states& present);
+  [[nodiscard]] std::uint64_t due_ms() const noexcept;
   void set_clock() noexcept;
   [[nodiscard]] bool follows(const std::string& track) const;
   void tell(std::uint32_t kind);
@@ -57,13 +64,17 @@ struct otrack_follower {
   otrack_client& client_;
   std::vector<std::string> names_;  // sorted; none: every track
   bool reconnects_;
-  bool met_ = false;          // the service, once at least
-  bool ended_ = false;        // nothing more comes
-  std::uint64_t due_ms_ = 0;  // when to compare, or to try again
-  std::uint64_t set_ms_ = 0;  // what the clock is set to
+  bool met_ = false;           // the service, once at least
+  bool synced_ = false;        // with the present session
+  bool ended_ = false;         // nothing more comes
+  bool compares_ = false;      // as soon as nothing is asked for
+  std::uint64_t next_ms_ = 0;  // when to compare, or to connect
+  std::uint64_t set_ms_ = 0;   // what the clock is set to
   ot::unique_fd clock_;
   ot::unique_fd wait_;
-  std::optional<ot::trackctl::event_subscription> events_;
+  std::optional<ot::client::session> session_;
+  std::vector<ot::evdl_track_event> early_;   // events from before the first states
+  std::set<std::string, std::less<>> fresh_;  // told since all states were asked for
   states known_;
   std::deque<told> queue_;
   told present_;  // the one that was handed over last

@@ -69,7 +69,8 @@ enum {
 enum {
   OTRACK_RECONNECT = 1, /* otrack_follow: wait for the service, and go on when it comes back */
   OTRACK_PRUNE = 2,     /* otrack_apply: delete the tracks that the text does not name */
-  OTRACK_DRY_RUN = 4    /* otrack_apply: change nothing */
+  OTRACK_DRY_RUN = 4,   /* otrack_apply: change nothing */
+  OTRACK_NO_WAIT = 8    /* otrack_follow: return at once; the states come by the descriptor */
 };
 
 /* "1.0.0" */
@@ -112,7 +113,7 @@ const char* otrack_track_kind(const otrack_track* track);
 /* All there is to know, as `trackctl show NAME --json` prints it: what is followed, delays,
  * members. Members are added with later versions, and never go. Its state is that of
  * otrack_track_state, as events tell it; trackctl calls a track down whose interface does not
- * exist. */
+ * exist, as what is stored for routing software does, which knows up and down only. */
 const char* otrack_track_json(const otrack_track* track);
 
 /* --- Following ----------------------------------------------------------------------------------
@@ -137,15 +138,16 @@ typedef struct otrack_event {
 } otrack_event;
 
 /* Follows the tracks of these names, or every track when `count` is 0; tracks need not exist yet.
- * Without OTRACK_RECONNECT the service must run, and the follower ends when it goes. At most 2048.
- */
+ * Without OTRACK_RECONNECT the service must run, and the follower ends when it goes. When the call
+ * is back the first states wait to be handed over; with OTRACK_RECONNECT they may come later, after
+ * a service that is away or does not answer, and with OTRACK_NO_WAIT always. */
 int otrack_follow(otrack_client* client, const char* const* names, size_t count, unsigned flags,
                   otrack_follower** ret);
 /* Readable when there is something to dispatch; the same for the follower's life. Only for waiting:
  * it is read by the calls below. */
 int otrack_follower_fd(const otrack_follower* follower);
-/* Hands over what has come, without waiting for more; only a service that runs and does not answer
- * holds it up, for two to ten seconds. The number of events; once a follower without
+/* Hands over what has come and never waits, whatever the service does: one that has not answered
+ * for some seconds is OTRACK_EVENT_LOST. The number of events; once a follower without
  * OTRACK_RECONNECT has told everything after the service went, OTRACK_ERR_NO_SERVICE. The callback
  * may read and configure, and must neither close the follower nor take its events. */
 int otrack_follower_dispatch(otrack_follower* follower,

@@ -40,8 +40,9 @@ evdl_filter filter_for(const std::string& track) {
   return {.track = track};
 }
 
-event_subscription::event_subscription(const std::vector<evdl_filter>& filters) {
-  check_code("following events", evdl_subscribe(filters, &subscriber_));
+event_subscription::event_subscription(const std::vector<evdl_filter>& filters, begin how) {
+  const auto subscribe = how == begin::waits ? evdl_subscribe : evdl_subscribe_begin;
+  check_code("following events", subscribe(filters, &subscriber_));
 }
 
 event_subscription::~event_subscription() {
@@ -57,6 +58,14 @@ void event_subscription::receive(
                   "slow; run the command again");
   }
   check_code("following events", code);
+}
+
+bool event_subscription::answered() const {
+  const int code = evdl_subscribe_answer(subscriber_, 0);
+  if (code != ledger_no_answer) {
+    check_code("following events", code);
+  }
+  return code == status_ok;
 }
 
 int event_subscription::descriptor() const noexcept {

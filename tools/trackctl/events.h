@@ -22,18 +22,23 @@ std::string event_json_line(const evdl_track_event& event, moment when);
 // The filter for all changes of a track. Throws for a name that events do not carry.
 evdl_filter filter_for(const std::string& track);
 
-// A subscription that ends with its owner. Both calls throw; when the service goes away with
+// A subscription that ends with its owner. Its calls throw; when the service goes away with
 // exit_no_service.
 class event_subscription {
  public:
-  explicit event_subscription(const std::vector<evdl_filter>& filters);
+  enum class begin { waits, at_once };
+
+  // At once: it does not wait for the service's answer, and nothing is received before `answered`.
+  explicit event_subscription(const std::vector<evdl_filter>& filters, begin how = begin::waits);
   ~event_subscription();
   event_subscription(const event_subscription&) = delete;
   event_subscription& operator=(const event_subscription&) = delete;
 
   // Waits at most so many milliseconds (-1: for ever) and hands over what has come.
   void receive(int timeout_ms, const std::function<void(const evdl_track_event&)>& on_event) const;
-  // Readable when an event waits.
+  // Whether the service has answered by now.
+  [[nodiscard]] bool answered() const;
+  // Readable when an event waits, or the answer.
   [[nodiscard]] int descriptor() const noexcept;
 
  private:

@@ -6,15 +6,18 @@
 #include "platform/ledger_status.h"
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/configuration.h"
-#include "tools/trackctl/track.h"
 
 namespace ot::trackctl {
 
 std::vector<what_if::present_track> read_states() {
-  check_code("preparing the operational records", ot_states_record_register());
-  const ledger_connection connection(records_root);
+  const ledger_connection connection("/");
   ledger_value value;
-  const int code = ledger_item_get(connection.get(), "states/all", &value);
+  const int code = ledger_item_get(connection.get(), all_states_path + 1, &value);
+  return states_of(code, value);
+}
+
+std::vector<what_if::present_track> states_of(int code, const ledger_value& value) {
+  check_code("preparing the operational records", ot_states_record_register());
   if (code == ledger_no_data) {
     return {};
   }

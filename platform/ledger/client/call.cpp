@@ -67,13 +67,7 @@ int remote_backend::get(std::string_view path, ledger_value& ret) {
       status != status_ok) {
     return status;
   }
-  ledger_reader reader{reply.body};
-  ledger_value value;
-  const int status = read_to_its_end(reader, ledger_take_value(reader, value));
-  if (status == status_ok) {
-    ret = std::move(value);
-  }
-  return status;
+  return ledger_read_value(reply, ret);
 }
 
 int remote_backend::set(std::string_view path, ledger_kind kind, std::span<const std::byte> value) {

@@ -4,18 +4,11 @@
 #include <sys/types.h>
 
 #include <cstdint>
-#include <span>
 
-#include "platform/ledger/client/bus.h"
+#include "platform/ledger/client/connection.h"
 #include "platform/ledger/messages.h"
 
 namespace ot {
-
-// A reply and the bytes in it.
-struct ledger_reply {
-  message_handle message;
-  std::span<const std::byte> body;
-};
 
 class ledger_link {
  public:

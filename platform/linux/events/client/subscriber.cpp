@@ -27,7 +27,7 @@ struct evdl_subscriber {
 
 namespace {
 
-constexpr std::uint64_t answer_limit_ms = 2'000;
+constexpr int answer_limit_ms = 2'000;
 
 int status_of_connect(int error) noexcept {
   const bool ours = error == EMFILE || error == ENFILE;  // and no word on the service
@@ -46,9 +46,11 @@ bool connected(int fd, const sockaddr_un& address) noexcept {
   return result == 0;
 }
 
-// Invalid with errno.
-unique_fd connect_to_publisher() {
-  unique_fd connection(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+// Invalid with errno; EAGAIN when the publisher takes no connection now and it is not waited for
+// that.
+unique_fd connect_to_publisher(bool waits) {
+  unique_fd connection(
+      socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | (waits ? 0 : SOCK_NONBLOCK), 0));
   if (!connection.valid()) {
     return {};
   }
@@ -79,19 +81,65 @@ std::vector<std::byte> subscription_packet(std::span<const evdl_filter> filters)
   return packet;
 }
 
-// The publisher's answer; ledger_no_answer when none came, ledger_busy when it has no room. A
-// publisher that refused without reading leaves a reset before its answer; one that is full may end
-// the connection without any, as one that has just gone does.
-int await_answer(int connection) noexcept {
-  const std::uint64_t end = monotonic_ms() + answer_limit_ms;
+// Whether somebody listens at the publisher's socket, who may have no room for us.
+bool publisher_is_there() noexcept {
+  try {
+    return connect_to_publisher(false).valid() || errno == EAGAIN;
+  } catch (const std::bad_alloc&) {
+    return true;
+  }
+}
+
+bool becomes_readable(int connection, int timeout_ms) noexcept {
+  const std::uint64_t end = monotonic_ms() + static_cast<std::uint64_t>(timeout_ms);
   pollfd readable{connection, POLLIN, 0};
   int ready = 0;
   do {
     const std::uint64_t now = monotonic_ms();
     ready = poll(&readable, 1, static_cast<int>(end > now ? end - now : 0));
   } while (ready < 0 && errno == EINTR);
+  return ready == 1;
+}
+
+int begin(std::span<const evdl_filter> filters, bool waits, evdl_subscriber** ret) {
+  unique_fd connection = connect_to_publisher(waits);
+  if (!connection.valid()) {
+    return status_of_connect(errno);
+  }
+  const std::vector<std::byte> packet = subscription_packet(filters);
+  auto added = std::make_unique<evdl_subscriber>();
+  added->packet.resize(event_packet_limit);
+  // A publisher that is full answers without reading, so a send that fails is not the last word.
+  send(connection.get(), packet.data(), packet.size(), MSG_NOSIGNAL);
+  added->connection = std::move(connection);
+  *ret = added.release();
+  return status_ok;
+}
+
+int begin_with_limits(std::span<const evdl_filter> filters, bool waits,
+                      evdl_subscriber** ret) noexcept {
+  if (filters.size() > event_filter_limit) {
+    return E2BIG;
+  }
+  try {
+    return begin(filters, waits, ret);
+  } catch (const std::bad_alloc&) {
+    return no_memory;
+  }
+}
+
+}  // namespace
+
+int evdl_subscribe_begin(std::span<const evdl_filter> filters, evdl_subscriber** ret) noexcept {
+  return begin_with_limits(filters, false, ret);
+}
+
+// A publisher that refused without reading leaves a reset before its answer; one that is full may
+// end the connection without any, as one that has just gone does.
+int evdl_subscribe_answer(const evdl_subscriber* subscriber, int timeout_ms) noexcept {
+  const int connection = subscriber->connection.get();
   event_subscription_answer answer;
-  if (ready != 1) {
+  if (!becomes_readable(connection, timeout_ms)) {
     return ledger_no_answer;
   }
   ssize_t length = recv(connection, &answer, sizeof answer, MSG_DONTWAIT);
@@ -99,40 +147,23 @@ int await_answer(int connection) noexcept {
     length = recv(connection, &answer, sizeof answer, MSG_DONTWAIT);
   }
   if (length != static_cast<ssize_t>(sizeof answer)) {
-    return connect_to_publisher().valid() ? ledger_busy : ledger_unreachable;
+    return publisher_is_there() ? ledger_busy : ledger_unreachable;
   }
   return answer.status == EUSERS ? ledger_busy : answer.status;
 }
 
-int subscribe(std::span<const evdl_filter> filters, evdl_subscriber** ret) {
-  unique_fd connection = connect_to_publisher();
-  if (!connection.valid()) {
-    return status_of_connect(errno);
+int evdl_subscribe(std::span<const evdl_filter> filters, evdl_subscriber** ret) noexcept {
+  evdl_subscriber* begun = nullptr;
+  int status = begin_with_limits(filters, true, &begun);
+  if (status == status_ok) {
+    status = evdl_subscribe_answer(begun, answer_limit_ms);
   }
-  const std::vector<std::byte> packet = subscription_packet(filters);
-  // A publisher that is full answers without reading, so a send that fails is not the last word.
-  send(connection.get(), packet.data(), packet.size(), MSG_NOSIGNAL);
-  if (const int status = await_answer(connection.get()); status != status_ok) {
+  if (status != status_ok) {
+    delete begun;
     return status;
   }
-  auto added = std::make_unique<evdl_subscriber>();
-  added->connection = std::move(connection);
-  added->packet.resize(event_packet_limit);
-  *ret = added.release();
+  *ret = begun;
   return status_ok;
-}
-
-}  // namespace
-
-int evdl_subscribe(std::span<const evdl_filter> filters, evdl_subscriber** ret) noexcept {
-  if (filters.size() > event_filter_limit) {
-    return E2BIG;
-  }
-  try {
-    return subscribe(filters, ret);
-  } catch (const std::bad_alloc&) {
-    return no_memory;
-  }
 }
 
 int evdl_subscriber_fd(const evdl_subscriber* subscriber) noexcept {
