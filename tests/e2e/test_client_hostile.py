@@ -76,11 +76,12 @@ for release in (lib.otrack_close, lib.otrack_list_free, lib.otrack_track_free,
                 lib.otrack_follower_close, lib.otrack_changes_free):
     release(None)
 for call in (lambda: tracks.set("a\\0b"), lambda: tracks["\\udc80"], lambda: tracks.wait("a/b"),
-             lambda: tracks.wait(""), lambda: tracks.follow("\\0"), lambda: tracks.follow("")):
+             lambda: tracks.wait(""), lambda: tracks.follow("\\0"), lambda: tracks.follow(""),
+             lambda: tracks.follow("x" * 35)):
     print(name_of(call))
 tracks.wait("office", timeout=math.inf)
 """) == [*(" ".join([invalid] * count) for count in (3, 2, 2, 3, 4, 2, 2)), "0 True None",
-         "-1 -1 office", *["InvalidError"] * 6]
+         "-1 -1 office", *["InvalidError"] * 7]
 
 
 def test_an_error_writes_no_output(office):

@@ -112,8 +112,8 @@ uint64_t otrack_track_changes(const otrack_track* track);
 const char* otrack_track_kind(const otrack_track* track);
 /* All there is to know, as `trackctl show NAME --json` prints it: what is followed, delays,
  * members. Members are added with later versions, and never go. Its state is that of
- * otrack_track_state, as events tell it; trackctl calls a track down whose interface does not
- * exist, as what is stored for routing software does, which knows up and down only. */
+ * otrack_track_state, as events tell it: of a track whose interface does not exist it is unknown,
+ * which trackctl calls down, as does what is stored for routing software. */
 const char* otrack_track_json(const otrack_track* track);
 
 /* --- Following ----------------------------------------------------------------------------------

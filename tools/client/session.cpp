@@ -79,7 +79,7 @@ void session::check_patience(const char* what) const {
   }
 }
 
-std::optional<session::states> session::take_states() {
+std::optional<track_states> session::take_states() {
   if (!subscribed_) {
     subscribed_ = events_.answered();
     if (!subscribed_) {
@@ -105,7 +105,7 @@ std::optional<session::states> session::take_states() {
   }
   fetch_.reset();
   asks_ = false;
-  states present;
+  track_states present;
   for (const auto& track : trackctl::states_of(code, value)) {
     present.emplace(track.name, static_cast<std::uint32_t>(track.state));
   }

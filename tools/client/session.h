@@ -5,21 +5,19 @@
 
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/ledger_fetch.h"
+#include "tools/client/telling.h"
 #include "tools/trackctl/events.h"
 
 namespace ot::client {
 
 class session {
  public:
-  using states = std::map<std::string, std::uint32_t, std::less<>>;
-
   // For the tracks of these names, or all. Its descriptors are added to `wait`, an epoll instance,
   // and leave it when they are closed. Throws.
   session(int wait, const std::vector<std::string>& names);
@@ -29,7 +27,7 @@ class session {
   [[nodiscard]] bool asks() const noexcept { return asks_; }
 
   // All states, once they are there. Throws when the service is gone or does not answer.
-  std::optional<states> take_states();
+  std::optional<track_states> take_states();
   // Hands over the events that have come, which may be of other tracks too. Throws when the service
   // is gone.
   void take_events(const std::function<void(const evdl_track_event&)>& on_event) const;
