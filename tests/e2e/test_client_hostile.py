@@ -77,11 +77,11 @@ for release in (lib.otrack_close, lib.otrack_list_free, lib.otrack_track_free,
     release(None)
 for call in (lambda: tracks.set("a\\0b"), lambda: tracks["\\udc80"], lambda: tracks.wait("a/b"),
              lambda: tracks.wait(""), lambda: tracks.follow("\\0"), lambda: tracks.follow(""),
-             lambda: tracks.follow("x" * 35)):
+             lambda: tracks.follow("x" * 35), lambda: tracks.set("a and b\\nc and d")):
     print(name_of(call))
 tracks.wait("office", timeout=math.inf)
 """) == [*(" ".join([invalid] * count) for count in (3, 2, 2, 3, 4, 2, 2)), "0 True None",
-         "-1 -1 office", *["InvalidError"] * 7]
+         "-1 -1 office", *["InvalidError"] * 8]
 
 
 def test_an_error_writes_no_output(office):
@@ -99,6 +99,24 @@ print(lib.otrack_follower_next(follower._follower, 20000, ctypes.byref(event)),
     assert process.stdout.readline() == "there\n"
     office.crash()
     assert process.communicate(timeout=60) == ("-2 1\n", "")
+
+
+def test_a_dispatch_counts_what_it_hands_over_and_then_says_that_it_has_ended(office):
+    process = python(office, PRELUDE + """
+follower = tracks.follow(reconnect=False)
+told = []
+on_event = _library.EVENT_CALLBACK(lambda event, context: told.append(event.contents.kind))
+dispatch = lambda: lib.otrack_follower_dispatch(follower._follower, on_event, None)
+print(dispatch(), told, flush=True)
+sys.stdin.readline()
+select.select([follower], [], [], 60)
+print(follower.next(0).state, dispatch(), told[2:], dispatch(), dispatch())
+""", stdin=subprocess.PIPE)
+    assert process.stdout.readline() == "2 [1, 2]\n"
+    office.net.ip("link set lan0-p down")
+    office.wait_state("office", "down")
+    office.crash()
+    assert process.communicate("\n", timeout=60) == ("down 1 [4] -2 -2\n", "")
 
 
 def test_no_signal_ends_a_call(office):

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -126,6 +127,23 @@ TEST(client_telling, events_from_before_the_first_states_are_told_behind_them) {
   follower.lose();
   follower.take_states({{"b", 1}});
   EXPECT_THAT(told(follower), ElementsAre("lost", "resync", "up b (unknown)", "synced"));
+}
+
+TEST(client_telling, a_track_is_in_a_state_until_it_has_another_or_is_no_more) {
+  std::set<std::string> there;
+  const auto note = [&there](std::uint32_t kind, std::uint32_t state, const char* track) {
+    otrack_event event{};
+    event.kind = kind;
+    event.state = state;
+    event.track = track;
+    note_track(event, OTRACK_UP, there);
+    return there;
+  };
+  EXPECT_THAT(note(OTRACK_EVENT_STATE, OTRACK_UP, "a"), ElementsAre("a"));
+  EXPECT_THAT(note(OTRACK_EVENT_STATE, OTRACK_UP, "b"), ElementsAre("a", "b"));
+  EXPECT_THAT(note(OTRACK_EVENT_SYNCED, OTRACK_UNKNOWN, ""), ElementsAre("a", "b"));
+  EXPECT_THAT(note(OTRACK_EVENT_STATE, OTRACK_DOWN, "a"), ElementsAre("b"));
+  EXPECT_THAT(note(OTRACK_EVENT_DELETED, OTRACK_UNKNOWN, "b"), IsEmpty());
 }
 
 }  // namespace

@@ -112,11 +112,7 @@ void wait_for(otrack_follower& follower, const std::set<std::string>& names, std
                        : ot::client::fail(follower.client(), OTRACK_ERR_TIMEOUT,
                                           otrack_strerror(OTRACK_ERR_TIMEOUT));
     }
-    if (event->kind == OTRACK_EVENT_STATE && event->state == state) {
-      there.emplace(event->track);
-    } else if (event->kind == OTRACK_EVENT_STATE || event->kind == OTRACK_EVENT_DELETED) {
-      there.erase(event->track);
-    }
+    ot::client::note_track(*event, state, there);
   }
 }
 

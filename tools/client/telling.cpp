@@ -132,4 +132,12 @@ const otrack_event* telling::next() noexcept {
   return &event_;
 }
 
+void note_track(const otrack_event& event, std::uint32_t state, std::set<std::string>& there) {
+  if (event.kind == OTRACK_EVENT_STATE && event.state == state) {
+    there.emplace(event.track);
+  } else if (event.kind == OTRACK_EVENT_STATE || event.kind == OTRACK_EVENT_DELETED) {
+    there.erase(event.track);
+  }
+}
+
 }  // namespace ot::client

@@ -74,4 +74,7 @@ class telling {
   otrack_event event_{};
 };
 
+// Keeps `there` those tracks of which events tell that they are in `state`.
+void note_track(const otrack_event& event, std::uint32_t state, std::set<std::string>& there);
+
 }  // namespace ot::client
