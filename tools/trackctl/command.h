@@ -20,13 +20,17 @@
 //                      assumed, what_if/program.h has it answered, what_if/report.h prints it
 //   show.cpp, state.h  show, state: track.h reads the records and puts them into JSON
 //   history.h          what has changed
-//   watch.cpp          watch: runs tools/trackctl_watch/, which draws live_tracks.h by live_table.h
-//   engine.h           what the service is connected to; debug.cpp its trace flags; events.h its
-//   events metrics.cpp        metrics: metrics/ reads and writes what is measured overview.h tracks
-//   as people read them on a terminal complete.cpp       what a shell's completion asks for times.h
-//   times and durations, as all of them write and read them json_text.h        JSON, as all of them
-//   print it policy.cpp         what trackpolicy does: its files and its socket kinds/ one file a
-//   kind of track, with its row
+//   watch.cpp          watch: runs tools/trackctl_watch/, which draws what live_tracks.h keeps
+//                      fresh and live_table.h lays out
+//   engine.h, debug.cpp, events.h
+//                      what the service is connected to; its trace flags; its events
+//   metrics.cpp        metrics: metrics/ reads and writes what is measured
+//   overview.h         tracks as people read them on a terminal
+//   complete.cpp       what a shell's completion asks for
+//   times.h            times and durations, as all of them write and read them
+//   json_text.h        JSON, as all of them print it
+//   policy.cpp         what trackpolicy does: its files and its socket
+//   kinds/             one file a kind of track, with its row
 //
 // A command reads what is there, checks everything before it changes anything, and says what is
 // wrong, where, and what would be right: it throws `failure`, which `main` prints. Connections are
@@ -58,11 +62,11 @@ enum exit_status : int {
 // Thrown by whatever cannot go on, with an exit_status.
 using failure = tool_failure;
 
-// One of a service that runs and has not answered in time, and one where memory was lacking, here
-// or in the service.
+// One of a service that runs and has not answered in time.
 struct unanswered : failure {
   using failure::failure;
 };
+// One for lack of memory, here or in the service.
 struct memory_lacking : failure {
   using failure::failure;
 };
