@@ -6,7 +6,7 @@ import statistics
 import time
 
 import process_costs
-from measurements import changes, percentile, running
+from measurements import SETTLED_SECONDS, changes, percentile, running
 from table import row
 
 MANY = [(f"r{number:04}", f"10.{number // 250}.{number % 250}.0/24") for number in range(1500)]
@@ -44,6 +44,7 @@ def route_latency(build):
 
 def routes(build):
     with routed(build, MANY) as instance:
+        time.sleep(SETTLED_SECONDS)
         memory = process_costs.pss_mb(instance.daemon.pid)
         carrier = ("link", "wan0", "wan0-p")
         changes(instance, len(MANY), 2, 300, carrier)  # warm

@@ -34,6 +34,8 @@ namespace {
 
 constexpr const char* run_folder = "/run/qmond";
 constexpr std::uint64_t heartbeat_us = 1000000;
+// After a start and a reload, until operations have been probed a few times.
+constexpr int beats_until_rest = 10;
 // Operations that are due within this time are started together, which saves wake-ups.
 constexpr std::uint64_t accuracy_us = 20000;
 
@@ -136,7 +138,7 @@ class daemon {
     watch_signals();
     watch_times();
     sd_event_set_watchdog(loop_.get(), 1);  // only where the service manager asks for it
-    give_memory_back();
+    malloc_trim(0);
     sd_notify(0, "READY=1");
     while (!stopped_) {
       set_due();
@@ -157,7 +159,8 @@ class daemon {
     interrupt_ = loop_source::signal(loop_.get(), SIGINT, stop);
     hang_up_ = loop_source::signal(loop_.get(), SIGHUP, [this](std::uint32_t) {
       reload();
-      give_memory_back();
+      malloc_trim(0);
+      beats_left_ = beats_until_rest;
     });
     for (loop_source* const each : {&terminate_, &interrupt_, &hang_up_}) {
       each->make_urgent();
@@ -169,10 +172,17 @@ class daemon {
                               [this](std::uint32_t) { run_due(); });
     beat_ = loop_source::timer(loop_.get(), 0, accuracy_us, [this](std::uint32_t) {
       engine_.beat();
+      come_to_rest();
       beat_.set_time(monotonic_us() + heartbeat_us);
     });
     due_.make_urgent();
     beat_.make_urgent();
+  }
+
+  void come_to_rest() noexcept {
+    if (beats_left_ > 0 && --beats_left_ == 0) {
+      give_memory_back();
+    }
   }
 
   // Where there is more to start than there is time, answers are still read for half of it.
@@ -235,6 +245,7 @@ class daemon {
   std::uint64_t due_us_ = 0;  // when it will call; 0: it has called
   std::uint64_t due_not_before_us_ = 0;
   loop_source beat_;
+  int beats_left_ = beats_until_rest;
   loop_source terminate_;
   loop_source interrupt_;
   loop_source hang_up_;
