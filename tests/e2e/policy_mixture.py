@@ -124,7 +124,7 @@ def routes_there(net):
     """Destination, table and metric of our routes in the kernel to their gateways."""
     found = {}
     for family in ("-4", "-6"):
-        for each in net.query(f"{family} -d route show table all proto 84"):
+        for each in net.query(f"{family} -d route show table all proto 113"):
             table = {"main": 254}.get(each.get("table", "main")) or int(each["table"])
             mtu = (each.get("metrics") or [{}])[0].get("mtu")
             assert each["dev"] == "out"

@@ -9,7 +9,7 @@ from build_tree import SOURCE
 from policy import Trackpolicy
 from waiting import wait_until
 
-PROTOCOL = "84"
+PROTOCOL = "113"
 
 
 def route(name, track, to, **keys):

@@ -61,11 +61,11 @@ class Storm:
         self.net.carrier(f"up-{name}", self.up[name])
 
     def delete_ours(self):
-        self.net.try_batch([f"route del {prefix} proto 84"
+        self.net.try_batch([f"route del {prefix} proto 113"
                             for prefix in self.rng.sample(PREFIXES, 3)])
 
     def leave_behind(self):
-        self.net.try_batch(["route add 203.0.113.64/28 dev out proto 84"])
+        self.net.try_batch(["route add 203.0.113.64/28 dev out proto 113"])
 
     def change_foreign(self):
         """A prefix of ours with another metric, or one of nobody's."""
@@ -119,8 +119,8 @@ class Storm:
     def disagreement(self):
         """What is wrong, or nothing."""
         expected = {(prefix, 5, "out") for prefix, track in self.routes.items() if self.up[track]}
-        if self.routes_of(84) != expected:
-            return f"routes {self.routes_of(84)} in place of {expected}"
+        if self.routes_of(113) != expected:
+            return f"routes {self.routes_of(113)} in place of {expected}"
         foreign = {(prefix, 50, "out") for prefix in self.foreign}
         if self.routes_of("static") != foreign:
             return f"others' routes {self.routes_of('static')} in place of {foreign}"

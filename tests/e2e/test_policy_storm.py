@@ -63,11 +63,11 @@ class Storm:
         self.net.ip_batch([f"link set up-{name}-p {word}" for word in words * self.rng.randrange(1, 5)])
 
     def delete_routes(self):
-        self.net.try_batch([f"{family} route flush table {table} proto 84"
+        self.net.try_batch([f"{family} route flush table {table} proto 113"
                             for family in ("-4", "-6") for table in (254, 77)])
 
     def leave_route_behind(self):
-        self.net.try_batch([f"route add 203.0.113.64/28 dev out proto 84 metric {self.rng.randrange(9)}"])
+        self.net.try_batch([f"route add 203.0.113.64/28 dev out proto 113 metric {self.rng.randrange(9)}"])
 
     def shake_out(self):
         """What goes with an interface or its address, or by its failure."""

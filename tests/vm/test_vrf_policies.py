@@ -16,7 +16,7 @@ via = "10.0.0.2"
 dev = "r0"
 vrf = "red"
 """
-ROUTE = "198.51.100.0/24 via 10.0.0.2 dev r0 proto 84"
+ROUTE = "198.51.100.0/24 via 10.0.0.2 dev r0 proto 113"
 
 
 def make_red(net, table):
@@ -27,7 +27,7 @@ def make_red(net, table):
 def tables(net):
     """The tables that have the policy's route."""
     return sorted(int(route.get("table", 254))
-                  for route in net.query("route show table all proto 84"))
+                  for route in net.query("route show table all proto 113"))
 
 
 def wait_tables(service, *wanted):

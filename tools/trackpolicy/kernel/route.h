@@ -10,7 +10,7 @@
 namespace ot::trackpolicy {
 
 // What marks our routes in the kernel: one that nobody else uses (packaging/rt_protos.conf).
-inline constexpr std::uint8_t route_protocol = 84;
+inline constexpr std::uint8_t route_protocol = 113;
 
 inline constexpr std::uint32_t main_table = 254;
 
