@@ -1,6 +1,7 @@
 """What trackpolicy knows of what was before: crashes between two configurations, a full disk, names that
 look alike, penalties, what commands have left running, states that came meanwhile."""
 
+import ctypes
 import os
 import select
 import signal
@@ -63,13 +64,30 @@ def test_a_state_that_could_not_be_remembered_is_not_taken_for_told(policy, clos
     wait_told(policy, "c", ["up", "down", "up"])
 
 
+class Orphans:
+    """While the block lasts this process is the parent of those that have lost theirs, and may wait for
+    them, as an init process does at once."""
+
+    PR_SET_CHILD_SUBREAPER = 36
+
+    def __enter__(self):
+        self._set(1)
+
+    def __exit__(self, *_):
+        self._set(0)
+
+    def _set(self, on):
+        assert ctypes.CDLL(None).prctl(self.PR_SET_CHILD_SUBREAPER, on, 0, 0, 0) == 0
+
+
 class Leftover:
     """A process that a command has started and written down."""
 
     def __init__(self, policy, path):
         wait_until(lambda: lines(path), policy.service.build.patience, "it runs")
         self.patience = policy.service.build.patience
-        self.handle = os.pidfd_open(int(lines(path)[0]))
+        self.process = int(lines(path)[0])
+        self.handle = os.pidfd_open(self.process)
 
     def wait_gone(self):
         assert select.select([self.handle], [], [], self.patience)[0], "it still runs"
@@ -106,17 +124,21 @@ def test_what_a_command_leaves_behind_ends_with_it(policy, closing):
     pytest.param(lambda row: [{**row, "track": "other"}], id="of-another-track"),
     pytest.param(lambda row: [{"name": row["name"], "track": "t", "kind": "file", "path": "/run/x"}],
                  id="of-another-kind")])
+@pytest.mark.parametrize("reaped", [False, True])
 def test_what_a_crash_leaves_running_ends_though_its_policy_is_another_one_now(policy, closing,
-                                                                               change):
+                                                                               change, reaped):
     left = policy.path("left")
     row = {**tell(policy, "c"), "run": leave(policy, left, "wait")}
     policy.configure(row)
     policy.start()
     leftover = closing(Leftover(policy, left))
-    policy.kill()
-    policy.configure(*change(row))
-    policy.start()
-    leftover.wait_gone()
+    with Orphans():
+        policy.kill()
+        if reaped:
+            os.waitpid(os.getpgid(leftover.process), 0)
+        policy.configure(*change(row))
+        policy.start()
+        leftover.wait_gone()
     wait_until(lambda: "c" not in os.listdir(policy.path(MEMORY)) or change(row),
                policy.service.build.patience, "nothing is remembered of it")
 

@@ -12,10 +12,8 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 
-#include "platform/linux/file_stream.h"
 #include "platform/linux/unique_fd.h"
 
 namespace ot::children {
@@ -136,26 +134,6 @@ int spawn(const spawn_request& what, pid_t* ret) {
   }
   *ret = made;
   return 0;
-}
-
-void signal_group(pid_t leader, int number) noexcept {
-  ::kill(-leader, number);
-}
-
-std::uint64_t start_ticks(pid_t process) {
-  const std::string path = "/proc/" + std::to_string(process) + "/stat";
-  const file_stream file{std::fopen(path.c_str(), "re")};
-  std::array<char, 1024> text{};
-  if (file == nullptr || std::fread(text.data(), 1, text.size() - 1, file.get()) == 0) {
-    return 0;
-  }
-  // The name of the program, in parentheses, may hold anything; the field is the 20th behind it.
-  const std::string line(text.data());
-  std::size_t at = line.rfind(')');
-  for (int field = 0; field < 20 && at != std::string::npos; ++field) {
-    at = line.find(' ', at + 1);
-  }
-  return at == std::string::npos ? 0 : std::strtoull(line.c_str() + at, nullptr, 10);
 }
 
 }  // namespace ot::children

@@ -28,12 +28,4 @@ struct spawn_request {
 // which leads its group and is killed when the calling thread dies; the caller reaps it.
 int spawn(const spawn_request& what, pid_t* ret);
 
-// To all processes of the group that the child leads. The leader must not be reaped yet, so that
-// its number still stands for its group and nobody else's.
-void signal_group(pid_t leader, int number) noexcept;
-
-// When a process started, in clock ticks since boot; with its number it names the process. 0: there
-// is none.
-std::uint64_t start_ticks(pid_t process);
-
 }  // namespace ot::children

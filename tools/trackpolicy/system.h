@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "platform/linux/unique_fd.h"
+#include "tools/children/groups.h"
 #include "tools/children/spawn.h"
 #include "tools/qmond/loop.h"
 #include "tools/trackpolicy/kernel/netlink_network.h"

@@ -96,7 +96,7 @@ void system_host::remember_flaps(const std::string& text) {
 }
 
 void system_host::end_leftover(pid_t leader, std::uint64_t ticks) {
-  if (leader > 1 && ticks != 0 && children::start_ticks(leader) == ticks) {
+  if (leader > 1 && ticks != 0 && children::group_is_left(leader, ticks, "OT_POLICY=")) {
     children::signal_group(leader, SIGKILL);
   }
 }

@@ -10,6 +10,7 @@
 #include <system_error>
 #include <vector>
 
+#include "tools/children/groups.h"
 #include "tools/children/spawn.h"
 #include "tools/qmond/kinds/host.h"
 
