@@ -32,6 +32,7 @@ void watch(int wait, int fd) {
 // All tracks where the names are more than the service takes.
 std::vector<evdl_filter> filters_of(const std::vector<std::string>& names) {
   std::vector<evdl_filter> filters;
+  filters.reserve(names.size());
   for (const std::string& name : names) {
     filters.push_back(trackctl::filter_for(name));  // throws for one that events do not carry
   }
