@@ -388,11 +388,12 @@ def test_a_name_server_may_know_one_family_only_and_not_answer_for_the_other(
 
 
 def test_the_time_that_a_name_takes_is_no_round_trip_time(qmond):
+    # Newer c-ares hears no answer to a try that it has given up, which it does at half the timeout.
     server = HalfServer(qmond.service.net, "127.0.0.3", 1, 0, delay=1.5)
     listener = TcpListener(qmond.service.net, 7001)
     try:
         NameServers(qmond).set("127.0.0.3")
-        qmond.configure({**NAMED, "interval": "2500ms", "timeout": "2400ms"})
+        qmond.configure({**NAMED, "interval": "4300ms", "timeout": "4200ms"})
         qmond.start()
         assert qmond.wait_code(1, 1)["rtt_ms"] < 1400
     finally:
