@@ -298,14 +298,17 @@ class HalfServer(SilentServer):
             query, client = self._socket.recvfrom(512)
             if not query:
                 return
-            asked = int.from_bytes(query[-4:-2], "big")
+            # A question is a name, which a zero byte ends, a type and a class. The options that
+            # follow it where c-ares is newer (1.34 sends a cookie) are none of this server's.
+            question = query[12:query.index(0, 12) + 5]
+            asked = int.from_bytes(question[-4:-2], "big")
             if asked == silent:
                 continue
             count = int(asked == known)
             time.sleep(self._delay)
-            record = b"\xc0\x0c" + query[-4:] + b"\x00\x00\x00\x3c" + self.LOCALHOST[known]
+            record = b"\xc0\x0c" + question[-4:] + b"\x00\x00\x00\x3c" + self.LOCALHOST[known]
             self._socket.sendto(query[:2] + b"\x81\x80\x00\x01" + bytes([0, count]) + bytes(4)
-                                + query[12:] + record * count, client)
+                                + question + record * count, client)
 
     def close(self):
         self._socket.sendto(b"", self._socket.getsockname())
@@ -385,11 +388,12 @@ def test_a_name_server_may_know_one_family_only_and_not_answer_for_the_other(
 
 
 def test_the_time_that_a_name_takes_is_no_round_trip_time(qmond):
+    # Newer c-ares hears no answer to a try that it has given up, which it does at half the timeout.
     server = HalfServer(qmond.service.net, "127.0.0.3", 1, 0, delay=1.5)
     listener = TcpListener(qmond.service.net, 7001)
     try:
         NameServers(qmond).set("127.0.0.3")
-        qmond.configure({**NAMED, "interval": "2500ms", "timeout": "2400ms"})
+        qmond.configure({**NAMED, "interval": "4300ms", "timeout": "4200ms"})
         qmond.start()
         assert qmond.wait_code(1, 1)["rtt_ms"] < 1400
     finally:
