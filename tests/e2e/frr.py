@@ -1,12 +1,11 @@
-"""FRR's zebra, bfdd and staticd in a network namespace, with everything they write in a directory of their
-own."""
+"""FRR's zebra, bfdd and staticd, and mgmtd where there is one, in a network namespace, with everything they
+write in a directory of their own."""
 
 import glob
 import json
 import os
 import shutil
 import signal
-import socket
 import subprocess
 import tempfile
 
@@ -15,6 +14,7 @@ from priority import REALTIME
 from waiting import wait_until
 
 PATIENCE = 30
+ACCEPTS = 0x10000  # the flag of a listening socket in /proc/net/unix
 
 
 def has_control_socket():
@@ -22,16 +22,12 @@ def has_control_socket():
     return MACHINE.has_control_socket()
 
 
-def listens(path):
-    folder = os.open(os.path.dirname(path), os.O_PATH)  # the path may be longer than an address
-    try:
-        with socket.socket(socket.AF_UNIX) as client:
-            client.connect(f"/proc/self/fd/{folder}/{os.path.basename(path)}")
-    except OSError:
-        return False
-    finally:
-        os.close(folder)
-    return True
+def listens(process, path):
+    """Whether connections to its socket of that name are taken. The kernel is asked: a client that is
+    gone at once, while zebra of FRR 10.3 starts, has it leave out the routes of its interfaces."""
+    with open(f"/proc/{process.pid}/net/unix", encoding="ascii", errors="replace") as rows:
+        sockets = [row.split() for row in rows][1:]
+    return any(int(row[3], 16) & ACCEPTS and row[7:] == [path] for row in sockets)
 
 
 class Frr:
@@ -49,6 +45,8 @@ class Frr:
         os.chown(self.directory, *release.owner())
         os.chmod(self.directory, 0o755)
         try:
+            if release.has("mgmtd"):
+                self._start("mgmtd", "mgmtd.vty")  # later releases configure the others through it
             self.start_zebra()
         except BaseException:
             self.close()
@@ -74,7 +72,8 @@ class Frr:
                 stdin=subprocess.DEVNULL, stdout=out, stderr=out)
         self._pids.append(self._processes[name].pid)
         for path in (listening, f"{name}.vty"):
-            wait_until(lambda path=path: listens(self._path(path)), PATIENCE, f"{name} listens")
+            wait_until(lambda path=path: listens(self._processes[name], self._name(path)), PATIENCE,
+                       f"{name} listens")
 
     def has(self, program):
         """Whether this release has it."""
@@ -85,8 +84,6 @@ class Frr:
 
     def start_staticd(self, gateways):
         """With the routes `gateways`: prefix to gateway."""
-        if self._release.has("mgmtd") and "mgmtd" not in self._processes:
-            self._start("mgmtd", "mgmtd.vty")  # later releases configure the others through it
         self._start("staticd", "staticd.vty")
         with open(self._path("routes"), "w", encoding="ascii") as routes:
             routes.writelines(f"ip route {prefix} {gateway}\n"
