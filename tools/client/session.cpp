@@ -22,13 +22,6 @@ constexpr std::uint64_t states_limit_ms = 5'000;
 constexpr std::uint64_t again_least_ms = 50;
 constexpr std::uint64_t again_spread_ms = 150;
 
-void watch(int wait, int fd) {
-  epoll_event event{.events = EPOLLIN, .data = {}};
-  if (epoll_ctl(wait, EPOLL_CTL_ADD, fd, &event) < 0) {
-    throw std::system_error(errno, std::generic_category(), "following events: epoll_ctl");
-  }
-}
-
 // All tracks where the names are more than the service takes.
 std::vector<evdl_filter> filters_of(const std::vector<std::string>& names) {
   std::vector<evdl_filter> filters;
@@ -40,6 +33,13 @@ std::vector<evdl_filter> filters_of(const std::vector<std::string>& names) {
 }
 
 }  // namespace
+
+void watch(int wait, int fd) {
+  epoll_event event{.events = EPOLLIN, .data = {}};
+  if (epoll_ctl(wait, EPOLL_CTL_ADD, fd, &event) < 0) {
+    throw std::system_error(errno, std::generic_category(), "following events: epoll_ctl");
+  }
+}
 
 session::session(int wait, const std::vector<std::string>& names)
     : wait_(wait),

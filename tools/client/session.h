@@ -16,6 +16,9 @@
 
 namespace ot::client {
 
+// Has the epoll instance be readable when the descriptor is. Throws.
+void watch(int wait, int fd);
+
 class session {
  public:
   // For the tracks of these names, or all. Its descriptors are added to `wait`, an epoll instance,
