@@ -4,6 +4,7 @@ write in a directory of their own."""
 import glob
 import json
 import os
+import re
 import shutil
 import signal
 import subprocess
@@ -119,6 +120,15 @@ class Frr:
         words = [word for command in commands for word in ("-c", command)]
         return subprocess.run([*self._shell(), *words], check=True, stdin=subprocess.DEVNULL,
                               stdout=subprocess.PIPE, text=True).stdout
+
+    def description(self, interface):
+        """As zebra has it, which is asked alone: mgmtd of FRR 10.3 loses lines, with success, that it is
+        given while another shell, or what is left of one, is with it."""
+        shown = subprocess.run([*self._shell(), "-d", "zebra", "-c", f"show interface {interface}"],
+                               check=True, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                               text=True).stdout
+        found = re.search(r"^ +Description: (.*)$", shown, re.MULTILINE)
+        return found and found[1]
 
     def run_file(self, path):
         """Runs the commands of a file in the directory, as configuration."""

@@ -26,18 +26,19 @@ def describing(text):
 
 
 def test_frr_is_told_each_state(policy, frr):
+    # While zebra joins it, mgmtd refuses what is configured.
     policy.configure({"name": "r", "track": "t", "kind": "frr", "run_as_root": True,
+                      "retry": 100, "retry_delay": "100ms",
                       "vtysh": [shutil.which("vtysh"), "--vty_socket", frr.directory],
                       "up": describing("in use"), "down": describing("not in use")})
 
-    def told(text):
-        wait_until(lambda: f" description {text}\n" in frr.vtysh("show running-config"),
-                   policy.service.build.patience, lambda: policy.list())
+    def told(state, text):
+        policy.wait_doing("r", f"has seen {state}")
+        assert frr.description("mark-up") == text
     policy.start()
-    told("in use")
+    told("up", "in use")
     policy.service.net.carrier("mark-up", False)
-    told("not in use")
-    policy.wait_doing("r", "has seen down")
+    told("down", "not in use")
     assert policy.list()["r"]["failures"] == 0
 
 
@@ -50,7 +51,7 @@ def test_a_line_that_frr_refuses_is_a_failure_and_nothing_behind_it_is_done(poli
     row = policy.list()["r"]
     assert row["failures"] == 1 and row["problem"].startswith("the command for up: exit status")
     policy.wait_said("r: % Unknown command")
-    assert "in use" not in frr.vtysh("show running-config")
+    assert frr.description("mark-up") is None
 
 
 def test_frr_that_comes_later_is_told_by_a_further_attempt(policy):
@@ -66,6 +67,54 @@ def test_frr_that_comes_later_is_told_by_a_further_attempt(policy):
         pass
     policy.wait_doing("r", "has seen up")
     assert policy.list()["r"]["failures"] == 0
+
+
+def test_shells_of_frr_run_one_after_the_other(policy):
+    """Two at once refuse each other's lines in later releases of FRR."""
+    seen = policy.path("seen")
+    shell = script(policy, "vtysh", f'echo "$2" >> {seen}\nwhile [ ! -e {seen}.go ]; do sleep 0.05; done\n')
+    other = script(policy, "other", f'echo "$2" >> {seen}\n')
+
+    def lines_for(name, vtysh):
+        return {"name": name, "track": "t", "kind": "frr", "run_as_root": True, "vtysh": vtysh,
+                "up": [name]}
+    policy.configure(lines_for("a", shell), lines_for("b", shell), lines_for("c", shell),
+                     lines_for("d", other))
+    policy.start()
+    policy.wait_doing("d", "has seen up")  # another FRR's shell waits for none of this one's
+    policy.wait_doing("a", "runs for up")
+    assert [policy.list()[name]["doing"] for name in "bc"] == ["waits for room to run for up"] * 2
+    with open(f"{seen}.go", "w"):
+        pass
+    for name in "abc":
+        policy.wait_doing(name, "has seen up")
+    assert sorted(lines(seen)[:2]) == ["a", "d"] and lines(seen)[2:] == ["b", "c"]
+
+
+def test_one_that_waits_for_a_shell_holds_up_no_others(policy):
+    """Beside as many commands as may run at a time."""
+    held = policy.path("held")
+    wait = script(policy, "wait", f'while [ ! -e {held}.$OT_POLICY ]; do sleep 0.05; done\n')
+    running = [f"k{number:02}" for number in range(31)] + ["r0"]
+
+    def policy_for(name):
+        made = {"name": name, "track": "t", "run_as_root": True}
+        return made | ({"kind": "frr", "vtysh": wait, "up": ["a"]} if name.startswith("r")
+                       else {"kind": "command", "run": wait})
+
+    def end(name):
+        with open(f"{held}.{name}", "w"):
+            pass
+        policy.wait_doing(name, "has seen up")
+    policy.configure(*map(policy_for, [*running, "r1", "z"]))
+    policy.start()
+    for name in ("r1", "z"):
+        policy.wait_doing(name, "waits for room to run for up")
+    end("k00")
+    policy.wait_doing("z", "runs for up")
+    assert policy.list()["r1"]["doing"] == "waits for room to run for up"
+    for name in [*running[1:], "r1", "z"]:
+        end(name)
 
 
 def test_the_example_for_frr_has_no_errors(policy):

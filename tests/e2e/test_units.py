@@ -221,11 +221,12 @@ def test_frr_is_told_by_its_own_user(policy, closing):
         pytest.skip("FRR is not installed")
     frr = closing(Frr(policy.service.net.outside))
     policy.configure({"name": "r", "track": "t", "kind": "frr", "user": "frr",
+                      "retry": 100, "retry_delay": "100ms",  # until mgmtd has taken zebra in
                       "vtysh": [shutil.which("vtysh"), "--vty_socket", frr.directory],
                       "up": ["configure terminal", "interface lan0", "description in use"]})
     policy.start()
-    wait_until(lambda: "description in use\n" in frr.vtysh("show running-config"),
-               policy.service.build.patience, "FRR is told")
+    policy.wait_doing("r", "has seen up")
+    assert frr.description("lan0") == "in use"
 
 
 def test_a_users_command_is_ended_with_all_it_started(policy):

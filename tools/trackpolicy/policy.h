@@ -94,6 +94,12 @@ inline const words& command_for(const policy& of, track_state state) noexcept {
   return own.empty() ? of.run : own;
 }
 
+// Commands with the same shell run one after the other: two at once in FRR's refuse each other's
+// lines, or lose them. Empty: the command waits for no other.
+inline words shell_of(const policy& of) {
+  return of.kind == kind_id::frr ? of.vtysh : words{};
+}
+
 inline constexpr const char* policies_folder = "/etc/object_tracking/policies.d";
 
 }  // namespace ot::trackpolicy

@@ -37,7 +37,7 @@ struct command_end {
 enum class start_result : std::uint8_t {
   running,
   failed,  // `ret_error` says why
-  full,    // the reaction's due() is called when there is room
+  full,    // as many run as may; the reaction's due() is called when there is room
 };
 
 class reaction;

@@ -118,8 +118,8 @@ start_result system_host::start(reaction& who, const policy& of, const words& ar
                                 std::function<void(const command_end&)> ended, pid_t* ret,
                                 std::string* ret_error) {
   stop_waiting(of.name);
-  if (children_.size() >= commands_max) {
-    waiting_.push_back({of.name, &who});
+  if (!has_room(shell_of(of))) {
+    waiting_.push_back({.policy_name = of.name, .shell = shell_of(of), .who = &who});
     return start_result::full;
   }
   const auto user = users_.find(of.user);
@@ -139,6 +139,7 @@ start_result system_host::start(reaction& who, const policy& of, const words& ar
   }
   child& made = children_[command];
   made.policy_name = of.name;
+  made.shell = shell_of(of);
   made.ended = std::move(ended);
   made.output = std::move(output);
   watch(command, made);
@@ -217,11 +218,23 @@ void system_host::stop_waiting(const std::string& policy_name) {
   std::erase_if(waiting_, [&](const waiting& each) { return each.policy_name == policy_name; });
 }
 
+bool system_host::has_room(const words& shell) const {
+  return children_.size() < commands_max &&
+         (shell.empty() || std::none_of(children_.begin(), children_.end(), [&](const auto& each) {
+            return each.second.shell == shell;
+          }));
+}
+
 void system_host::offer_room() {
-  while (!waiting_.empty() && children_.size() < commands_max) {
-    reaction* const next = waiting_.front().who;
-    waiting_.pop_front();
-    next->due();
+  for (;;) {
+    const auto next = std::find_if(waiting_.begin(), waiting_.end(),
+                                   [this](const waiting& each) { return has_room(each.shell); });
+    if (next == waiting_.end()) {
+      return;
+    }
+    reaction* const who = next->who;
+    waiting_.erase(next);
+    who->due();
   }
 }
 

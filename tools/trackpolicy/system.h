@@ -1,5 +1,5 @@
-// The engine's host on a router: commands as child processes, at most a fixed number at a time;
-// files; and what is remembered, a small file a policy in /run.
+// The engine's host on a router: commands as child processes, at most a fixed number at a time and
+// one of a shell; files; and what is remembered, a small file a policy in /run.
 #pragma once
 
 #include <systemd/sd-event.h>
@@ -60,6 +60,7 @@ class system_host : public host {
  private:
   struct child {
     std::string policy_name;
+    words shell;
     std::function<void(const command_end&)> ended;
     unique_fd output;
     std::string line;  // what of its output has no end yet
@@ -69,9 +70,11 @@ class system_host : public host {
   };
   struct waiting {
     std::string policy_name;
+    words shell;
     reaction* who;
   };
 
+  [[nodiscard]] bool has_room(const words& shell) const;
   void watch(pid_t command, child& one);
   bool read_output(child& one);
   void ended(pid_t command);
