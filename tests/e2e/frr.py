@@ -115,25 +115,31 @@ class Frr:
     def _shell(self):
         return [*self._release.command(), "vtysh", "--vty_socket", self._inside]
 
+    def _run(self, *options):
+        """What the shell prints. It is run again while mgmtd refuses it, for another shell or because
+        zebra joins it."""
+        def attempt():
+            done = subprocess.run([*self._shell(), *options], stdin=subprocess.DEVNULL,
+                                  stdout=subprocess.PIPE, text=True)
+            return None if done.returncode and "could not lock" in done.stdout else done
+        done = wait_until(attempt, PATIENCE, "mgmtd refuses no more")
+        assert done.returncode == 0, done
+        return done.stdout
+
     def vtysh(self, *commands):
         """Runs commands of FRR's own shell; what they print."""
-        words = [word for command in commands for word in ("-c", command)]
-        return subprocess.run([*self._shell(), *words], check=True, stdin=subprocess.DEVNULL,
-                              stdout=subprocess.PIPE, text=True).stdout
+        return self._run(*(word for command in commands for word in ("-c", command)))
 
     def description(self, interface):
         """As zebra has it, which is asked alone: mgmtd of FRR 10.3 loses lines, with success, that it is
         given while another shell, or what is left of one, is with it."""
-        shown = subprocess.run([*self._shell(), "-d", "zebra", "-c", f"show interface {interface}"],
-                               check=True, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                               text=True).stdout
+        shown = self._run("-d", "zebra", "-c", f"show interface {interface}")
         found = re.search(r"^ +Description: (.*)$", shown, re.MULTILINE)
         return found and found[1]
 
     def run_file(self, path):
         """Runs the commands of a file in the directory, as configuration."""
-        subprocess.run([*self._shell(), "-f", self._name(os.path.basename(path))], check=True,
-                       stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
+        self._run("-f", self._name(os.path.basename(path)))
 
     def pid(self, name):
         return self._processes[name].pid
