@@ -87,9 +87,9 @@ class Service:
         result = self.run("trackctl", *arguments)
         return result.returncode, result.stdout, result.stderr
 
-    def write_tracks(self, *lines):
+    def write_tracks(self, *lines, file="tracks.conf"):
         """A file for `trackctl apply`; its path."""
-        path = os.path.join(self.root, "tracks.conf")
+        path = os.path.join(self.root, file)
         with open(path, "w", encoding="utf-8") as stream:
             stream.writelines(line + "\n" for line in lines)
         return path

@@ -3,9 +3,12 @@ file is written, and whoever else is at work or killed meanwhile.
 
 OT_ROUNDS sets the number of files, OT_SEED repeats a run: the number that it has printed."""
 
+import itertools
 import os
 import random
 import subprocess
+import threading
+from concurrent import futures
 
 import pytest
 
@@ -158,6 +161,33 @@ def test_two_files_at_once_leave_one_of_them(running, chance):
         outcomes = [(*writer.communicate(), writer.returncode) for writer in writers]
         assert [code for _, _, code in outcomes] == [0, 0], outcomes
         assert configuration(running) in (first, second)
+
+
+def test_what_is_read_is_what_one_commit_has_left(running):
+    """However many requests it takes."""
+    pair = ("first", "second")
+    delays = [running.write_tracks(*(f"{name} interface wan0 --delay-up {seconds}" for name in pair),
+                                   file=f"pair{seconds}.conf") for seconds in (1, 2)]
+    running.ctl("apply", running.write_tracks(*(f"first{number} interface wan0 --delay-up 5"
+                                                for number in range(1498))))
+    running.ctl("apply", delays[0])
+    ended = threading.Event()
+
+    def keep_changing():
+        for path in itertools.cycle(delays):
+            if ended.is_set():
+                return
+            running.ctl("apply", path)
+    with futures.ThreadPoolExecutor() as pool:
+        changing = pool.submit(keep_changing)
+        try:
+            for _ in range(ROUNDS):
+                found = configuration(running)
+                assert found["first"] == found["second"]
+                assert running.ctl("apply", "--dry-run", delays[0]).count("\n") in (0, 3)
+        finally:
+            ended.set()
+        changing.result()
 
 
 def test_a_track_that_is_deleted_meanwhile_is_whole_or_gone(running, chance):

@@ -7,7 +7,7 @@ namespace {
 
 // What differs from what is configured now; throws when it cannot be made.
 applied_tracks compare(const std::vector<file_track>& wanted, bool prune) {
-  const configured_tracks present = read_tracks();
+  const configured_tracks present = read_configuration();
   const configured_tracks after = configuration_after(present, wanted, prune);
   refuse_errors(find_conflicts(after, wanted));
   file_changes plan = plan_file(present, wanted, prune);

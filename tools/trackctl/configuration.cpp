@@ -134,21 +134,42 @@ bool send_commit(const std::string& what, const commit& changes, std::uint64_t g
   throw failure(exit_refused, what + " was refused:" + refusal_text(refusals));
 }
 
-}  // namespace
+bool is_present(std::uint64_t generation) {
+  return generation != 0 && generation == ledger_config_generation();
+}
 
-void change_configuration(const std::string& what, const commit_plan& plan) {
-  const ledger_connection reached{std::string(tracks_root)};  // throws where it cannot be
+// Asks `attempt` with the configuration's generation until it has found no other one at its end.
+void until_undisturbed(const std::string& what,
+                       const std::function<bool(std::uint64_t generation)>& attempt) {
   const auto end = std::chrono::steady_clock::now() + patience;
   do {
-    const std::uint64_t generation = ledger_config_generation();
-    const commit changes = plan();
-    if (changes.empty() || send_commit(what, changes, generation)) {
+    if (attempt(ledger_config_generation())) {
       return;
     }
   } while (std::chrono::steady_clock::now() < end);
   throw failure(exit_refused, what +
                                   ": others change the configuration all the time; nothing is "
                                   "changed, try again when they are done");
+}
+
+}  // namespace
+
+configured_tracks read_configuration() {
+  configured_tracks tracks;
+  until_undisturbed("reading the configuration", [&](std::uint64_t generation) {
+    tracks = read_tracks();
+    return is_present(generation);
+  });
+  return tracks;
+}
+
+void change_configuration(const std::string& what, const commit_plan& plan) {
+  const ledger_connection reached{std::string(tracks_root)};  // throws where it cannot be
+  until_undisturbed(what, [&](std::uint64_t generation) {
+    const commit changes = plan();
+    return changes.empty() ? is_present(generation)
+                           : generation != 0 && send_commit(what, changes, generation);
+  });
 }
 
 }  // namespace ot::trackctl

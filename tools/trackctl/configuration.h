@@ -70,6 +70,10 @@ track_items read_existing_track(const std::string& track);
 using configured_tracks = std::map<std::string, track_items, std::less<>>;
 configured_tracks read_tracks();
 
+// The same as one commit has left it: reading takes several requests, between which others may
+// change it, and is begun anew then. Throws when there is no end of that.
+configured_tracks read_configuration();
+
 using commit = std::vector<ledger_proposal>;
 
 // Reads what is configured and works out the changes.

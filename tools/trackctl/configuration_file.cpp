@@ -97,7 +97,7 @@ int run_export(const arguments& args) {
   app.add_flag("--json", json, "an array of objects with name and line, null where there is none");
   parse_arguments(app, args);
 
-  const configured_tracks all = read_tracks();
+  const configured_tracks all = read_configuration();
   const auto places = read_member_places();
   const auto followers = count_followers(all);
   auto lines = nlohmann::ordered_json::array();

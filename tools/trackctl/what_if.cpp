@@ -28,7 +28,7 @@ what_if_report find_out(const what_if_options& options) {
     content = read_track_file(options.file);
     refuse_errors(content.errors);
   }
-  configured_tracks present = read_tracks();
+  configured_tracks present = read_configuration();
   const configured_tracks after = configuration_after(present, content.tracks, options.prune);
   refuse_errors(find_conflicts(after, content.tracks));
   check_assumptions(report.assumptions, after);
