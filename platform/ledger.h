@@ -75,7 +75,7 @@ using ledger_visit = bool (*)(void* context, std::string_view path, const ledger
 int ledger_item_walk(ledger_conn* connection, const char* path, ledger_visit visit,
                      void* context) noexcept;
 
-// A number that changes with every commit of configuration, and with every start of the service; 0
+// A number that changes with every change of configuration, and with every start of the service; 0
 // when it is not known. Tells a reader whether what it worked out from the configuration holds.
 std::uint64_t ledger_config_generation() noexcept;
 

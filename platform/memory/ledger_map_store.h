@@ -15,6 +15,7 @@ class ledger_map_store : public ledger_store {
  public:
   int get(std::string_view path, ledger_value& ret) override;
   int write(std::span<const ledger_write> writes) override;
+  std::uint64_t version() override { return last_sequence_; }
   bool takes_new_items() override { return items_.size() < capacity_; }
   int page(std::string_view prefix, std::string_view after, std::size_t limit,
            std::vector<ledger_stored>& ret) override;

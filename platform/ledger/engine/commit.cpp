@@ -169,7 +169,7 @@ int ledger_engine::begin_commit(std::vector<ledger_proposal> changes, std::uint6
   if (busy_) {
     return ledger_not_available;
   }
-  if (generation != 0 && generation != generation_) {
+  if (generation != 0 && generation != ledger_engine::generation()) {
     return ledger_changed;
   }
   auto run = std::make_unique<ledger_commit_run>(trees_, configuration_, environment_, busy_,
@@ -188,7 +188,6 @@ int ledger_engine::finish_commit(std::unique_ptr<ledger_commit_run> run, int sto
     ret.push_back({.path = run->first_path(), .code = stored, .text = err_string(stored)});
     return stored;
   }
-  ++generation_;
   run->apply(ret);
   return ret.empty() ? status_ok : ret.front().code;
 }

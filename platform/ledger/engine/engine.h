@@ -65,7 +65,8 @@ class ledger_engine : public ledger_backend {
              std::vector<ledger_refusal>& ret) override;
   int list(const ledger_list_query& query, ledger_page& ret) override;
   int register_switch(std::string_view path, std::atomic<std::uint32_t>& word) override;
-  std::uint64_t generation() override { return generation_; }
+  // Another one as soon as readers see what a commit has stored, before it is applied.
+  std::uint64_t generation() override { return first_generation_ + configuration_.version(); }
 
   // `commit` in three steps, for a host that stores beside its loop: `begin_commit` checks and
   // verifies, and what may be stored is in `ret_run` then, if there is anything; run->store() comes
@@ -78,7 +79,7 @@ class ledger_engine : public ledger_backend {
                     std::vector<ledger_refusal>& ret);
 
   // The generations of a host's later start are to be others: `first` tells them apart.
-  void begin_generations(std::uint64_t first) noexcept { generation_ = first; }
+  void begin_generations(std::uint64_t first) noexcept { first_generation_ = first; }
 
   // As ledger_config_register, ledger_config_replay, ledger_dpv_register and
   // ledger_dpv_generate_notifications describe them.
@@ -103,7 +104,7 @@ class ledger_engine : public ledger_backend {
   ledger_trees trees_;
   ledger_providers providers_;
   std::vector<switched> switches_;
-  std::uint64_t generation_ = 1;
+  std::uint64_t first_generation_ = 1;
   bool busy_ = false;                      // a commit or a replay is running
   ledger_staged_items* staged_ = nullptr;  // while a commit is verified
 };

@@ -71,6 +71,9 @@ class ledger_store {
   // ledger_full, ledger_storage_failure.
   virtual int write(std::span<const ledger_write> writes) = 0;
 
+  // A number that each write changes, from the moment on that others are told what was written.
+  virtual std::uint64_t version() = 0;
+
   // False when new items are no longer taken; sets and removes still are.
   virtual bool takes_new_items() = 0;
 

@@ -114,6 +114,11 @@ int lmdb_store::get(std::string_view path, ledger_value& ret) {
                                         : ledger_storage_failure;
 }
 
+std::uint64_t lmdb_store::version() {
+  const reading read{*this};
+  return read.txn() == nullptr ? 0 : mdb_txn_id(read.txn());
+}
+
 bool lmdb_store::takes_new_items() {
   const reading read{*this};
   return read.txn() != nullptr && has_room(read.txn());

@@ -49,7 +49,7 @@ class lmdb_store : public ledger_store {
   // Whether the file has its whole space on the disk. If not, writes fail while the disk is full.
   [[nodiscard]] bool has_its_space() const noexcept { return has_its_space_; }
 
-  // A number that each write changes.
+  // A number that each write changes, a moment before reads see it. Any thread.
   [[nodiscard]] std::uint64_t last_write() const noexcept;
   // All items of a synced store, in order. Any thread, while the store is open. 0 or a status code;
   // may throw bad_alloc.
@@ -60,6 +60,7 @@ class lmdb_store : public ledger_store {
 
   int get(std::string_view path, ledger_value& ret) override;
   int write(std::span<const ledger_write> writes) override;
+  std::uint64_t version() override;
   bool takes_new_items() override;
   int page(std::string_view prefix, std::string_view after, std::size_t limit,
            std::vector<ledger_stored>& ret) override;

@@ -113,6 +113,19 @@ TEST_F(lmdb_ledger_store, a_write_is_all_or_nothing) {
   EXPECT_TRUE(in_order().empty());
 }
 
+TEST_F(lmdb_ledger_store, the_version_is_another_one_after_each_write_and_nothing_else) {
+  open(lmdb_durability::synced);
+  const std::uint64_t empty = store_->version();
+  EXPECT_EQ(put("/cfg/a", 1), 0);
+  const std::uint64_t first = store_->version();
+  EXPECT_NE(first, empty);
+  EXPECT_EQ(number_at("/cfg/a"), 1U);
+  EXPECT_NE(remove("/cfg/b"), 0);
+  EXPECT_EQ(store_->version(), first);
+  EXPECT_EQ(remove("/cfg/a"), 0);
+  EXPECT_NE(store_->version(), first);
+}
+
 TEST_F(lmdb_ledger_store, order_is_that_of_the_last_change) {
   open(lmdb_durability::synced);
   for (const char* path : {"/cfg/c", "/cfg/a", "/cfg/b"}) {
