@@ -214,7 +214,7 @@ class Tracks:
     # --- Reading
 
     def __iter__(self) -> Iterator[Track]:
-        """All tracks by name, as they are at one moment."""
+        """All tracks by name, each as it is at some moment of the call."""
         tracks = ctypes.c_void_p()
         self._check(lib.otrack_list_read(self._open_client, ctypes.byref(tracks)))
         try:
@@ -408,7 +408,7 @@ class AsyncFollower(_Followed):
         def wake() -> None:
             loop.remove_reader(fd)  # before somebody else may get its number
             self._wake = None
-            if not ready.done():
+            if not ready.done() and not loop.is_closed():
                 ready.set_result(None)
 
         loop.add_reader(fd, wake)

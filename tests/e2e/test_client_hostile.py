@@ -256,6 +256,31 @@ asyncio.run(main())
 """) == ["['state', 'synced']"]
 
 
+def test_an_asynchronous_follower_is_closed_after_its_loop_too(office):
+    assert run(office, """
+async def wait_for_more(follower, synced):
+    async for event in follower:
+        if event.kind is Kind.SYNCED:
+            synced.set()
+
+async def leave_it_waiting(follower):
+    synced = asyncio.Event()
+    left.append(asyncio.ensure_future(wait_for_more(follower, synced)))
+    await synced.wait()
+    while follower._wake is None:
+        await asyncio.sleep(0)
+
+left = []
+loop = asyncio.new_event_loop()
+open_before = len(os.listdir("/proc/self/fd"))
+with tracks.follow_async("office") as follower:
+    loop.run_until_complete(leave_it_waiting(follower))
+    loop.close()
+print(len(os.listdir("/proc/self/fd")) <= open_before, flush=True)
+os._exit(0)  # or asyncio complains of the task
+""") == ["True"]
+
+
 def test_a_service_that_hangs_is_given_up_and_taken_up_again(office):
     process = python(office, PRELUDE + """
 print("there", flush=True)
