@@ -99,6 +99,10 @@ apt-get -qq remove -y object-tracking object-tracking-policy object-tracking-pro
 [[ ! -e /usr/bin/trackctl && -e /var/lib/object_tracking/configuration.mdb ]] ||
   fail "removal leaves programs, or takes the configuration"
 remove_configuration
+mount --bind /var/lib/object_tracking /var/lib/object_tracking # as one on a disk of its own
 apt-get -qq purge -y object-tracking object-tracking-policy object-tracking-probes libobject-tracking1 >/dev/null
+[[ -z $(ls -A /var/lib/object_tracking) ]] || fail "purging leaves files on a disk of its own"
+umount /var/lib/object_tracking
+rmdir /var/lib/object_tracking
 nothing_left
 step "passed"
