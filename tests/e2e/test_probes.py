@@ -7,7 +7,6 @@ import signal
 import socket
 import subprocess
 import threading
-import time
 
 import pytest
 
@@ -281,13 +280,14 @@ class SilentServer:
 
 class HalfServer(SilentServer):
     """A name server that answers for addresses of one family only, and is silent about the other.
-    It takes `delay` seconds for an answer."""
+    It takes `delay` seconds for an answer, which nobody is to keep."""
 
     LOCALHOST = {1: b"\x00\x04\x7f\x00\x00\x01", 28: b"\x00\x10" + b"\x00" * 15 + b"\x01"}
 
     def __init__(self, net, address, record_type, silent_type, delay=0):
         super().__init__(net, address)
-        self._delay = delay
+        self.delay = delay
+        self._answers = []
         self._types = (record_type, silent_type)
         self._thread = threading.Thread(target=self._serve)
         self._thread.start()
@@ -305,14 +305,17 @@ class HalfServer(SilentServer):
             if asked == silent:
                 continue
             count = int(asked == known)
-            time.sleep(self._delay)
-            record = b"\xc0\x0c" + question[-4:] + b"\x00\x00\x00\x3c" + self.LOCALHOST[known]
-            self._socket.sendto(query[:2] + b"\x81\x80\x00\x01" + bytes([0, count]) + bytes(4)
-                                + question + record * count, client)
+            record = b"\xc0\x0c" + question[-4:] + bytes(4) + self.LOCALHOST[known]
+            answer = query[:2] + b"\x81\x80\x00\x01" + bytes([0, count]) + bytes(4) + question
+            self._answers.append(threading.Timer(self.delay, self._socket.sendto,
+                                                 (answer + record * count, client)))
+            self._answers[-1].start()
 
     def close(self):
         self._socket.sendto(b"", self._socket.getsockname())
         self._thread.join()
+        for answer in self._answers:
+            answer.join()
         super().close()
 
 
@@ -396,6 +399,25 @@ def test_the_time_that_a_name_takes_is_no_round_trip_time(qmond):
         qmond.configure({**NAMED, "interval": "4300ms", "timeout": "4200ms"})
         qmond.start()
         assert qmond.wait_code(1, 1)["rtt_ms"] < 1400
+    finally:
+        listener.close()
+        server.close()
+
+
+def test_a_name_server_that_has_become_slow_is_heard_again(qmond):
+    """Newer c-ares waits for a server as long as that has taken before."""
+    server = HalfServer(qmond.service.net, "127.0.0.3", 1, 0)
+    listener = TcpListener(qmond.service.net, 7001)
+    try:
+        NameServers(qmond).set("127.0.0.3")
+        qmond.configure({**NAMED, "interval": "1200ms", "timeout": "1100ms"})
+        qmond.start()
+        for _ in range(2):
+            qmond.wait_code(1, 1)
+            qmond.wait_new_result(1)
+        server.delay = 0.6
+        qmond.wait_new_result(1)
+        qmond.wait_code(1, 1)
     finally:
         listener.close()
         server.close()

@@ -1,6 +1,6 @@
 // What c-ares' releases have under different names. Its records (from 1.28) replace the function
-// that wrote a query before, its list of servers is a text (from 1.24), and its pace (from 1.22)
-// follows what servers took before, if it is not bounded; what was before is called deprecated.
+// that wrote a query before, its list of servers is a text (from 1.24), and its pace (bounded from
+// 1.22 on) follows what servers took before; what was before is called deprecated.
 // Debian 12 has 1.18.
 #pragma once
 
@@ -75,16 +75,24 @@ inline std::uint32_t count_servers(cares_channel channel) noexcept {
   return count;
 }
 
-// Bounds the patience with one server; the bit to set in the mask of options.
-inline int bound_pace(ares_options& options, std::uint32_t try_ms) noexcept {
+// How long a server is waited for, and how often it is asked; the bits to set in the mask of
+// options. Each further time c-ares has twice the patience. Where it follows what a server took
+// before, it begins with five times that, with 250 ms at least, and a server that has become slower
+// must be asked until `longest_ms` come: only from its answers it learns.
+inline int set_pace(ares_options& options, std::uint32_t try_ms,
+                    [[maybe_unused]] std::uint32_t longest_ms) noexcept {
+  options.timeout = static_cast<int>(try_ms);
+  options.tries = 2;
+  int mask = ARES_OPT_TIMEOUTMS | ARES_OPT_TRIES;
 #ifdef ARES_OPT_MAXTIMEOUTMS
-  options.maxtimeout = static_cast<int>(2 * try_ms);
-  return ARES_OPT_MAXTIMEOUTMS;
-#else
-  (void)options;
-  (void)try_ms;
-  return 0;
+  constexpr std::uint32_t surely_ms = 125;  // up to half of the patience is left off by chance
+  for (std::uint32_t sure_ms = surely_ms; sure_ms < longest_ms; sure_ms *= 2) {
+    ++options.tries;
+  }
+  options.maxtimeout = static_cast<int>(longest_ms);
+  mask |= ARES_OPT_MAXTIMEOUTMS;
 #endif
+  return mask;
 }
 
 }  // namespace ot::qmond

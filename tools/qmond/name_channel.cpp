@@ -16,9 +16,6 @@
 namespace ot::qmond {
 namespace {
 
-// Each server is asked again, with twice the patience, when none has answered.
-constexpr int query_tries = 2;
-
 void check(int status) {
   if (status != ARES_SUCCESS) {
     throw std::runtime_error(std::string("name resolution: ") + ares_strerror(status));
@@ -45,23 +42,23 @@ struct name_channel::question {
 name_channel::name_channel(sd_event* loop, std::uint32_t timeout_ms) : loop_(loop) {
   timer_ = loop_source::timer(loop_, UINT64_MAX, 1000,
                               [this](std::uint32_t) { process(ARES_SOCKET_BAD, ARES_SOCKET_BAD); });
-  open(std::max(timeout_ms / (servers_of_system() + 1), std::uint32_t{1}));
+  const std::uint32_t servers = servers_of_system();
+  const std::uint32_t try_ms = std::max(timeout_ms / (servers + 1), std::uint32_t{1});
+  // Where there is no other one, all the time is a server's; the caller may have had its rounded.
+  open(try_ms, 2 * (servers > 1 ? try_ms : timeout_ms));
 }
 
 name_channel::~name_channel() {
   ares_destroy(channel_);
 }
 
-void name_channel::open(std::uint32_t try_ms) {
+void name_channel::open(std::uint32_t try_ms, std::uint32_t longest_ms) {
   ares_options options{};
-  options.timeout = static_cast<int>(try_ms);
-  options.tries = query_tries;
   options.sock_state_cb_data = this;
   options.sock_state_cb = [](void* context, ares_socket_t socket, int readable, int writable) {
     static_cast<name_channel*>(context)->watch(socket, readable != 0, writable != 0);
   };
-  int mask = ARES_OPT_TIMEOUTMS | ARES_OPT_TRIES | ARES_OPT_SOCK_STATE_CB;
-  mask |= bound_pace(options, try_ms);
+  const int mask = ARES_OPT_SOCK_STATE_CB | set_pace(options, try_ms, longest_ms);
   check(ares_init_options(&channel_, &options, mask));
 }
 

@@ -41,7 +41,7 @@ class name_channel {
   struct question;
 
   static void on_answer(void* context, int status, int timeouts, ares_addrinfo* result);
-  void open(std::uint32_t try_ms);
+  void open(std::uint32_t try_ms, std::uint32_t longest_ms);
   void ask_family(const std::string& name, int family, std::uint16_t port, name_found call);
   void watch(ares_socket_t socket, bool readable, bool writable);
   void add_socket(ares_socket_t socket, std::uint32_t events) noexcept;
