@@ -48,6 +48,15 @@ def test_a_state_filter(tracked, state):
     events.expect_nothing()
 
 
+def test_a_track_that_there_is_not_is_told(tracked):
+    events = tracked.follow(tracks=["a", "nobody"])
+    tracked.configure(["nobody"], "lan1")
+    events.expect(("nobody", "up"))
+    events.process.terminate()
+    notes = events.process.stderr.read().decode().splitlines()
+    assert notes[:1] == ['trackctl: note: there is no track "nobody" yet; its changes come once there is']
+
+
 def test_track_and_state_together(tracked):
     events = tracked.follow(tracks=["b"], state="down")
     flap(tracked)

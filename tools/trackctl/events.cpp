@@ -9,6 +9,7 @@
 #include "platform/linux/short_slices.h"
 #include "tools/json.h"
 #include "tools/trackctl/command.h"
+#include "tools/trackctl/configuration.h"
 #include "tools/trackctl/json_text.h"
 #include "tools/trackctl/names.h"
 
@@ -108,10 +109,26 @@ void print_event(const events_options& options, const evdl_track_event& event) {
   }
 }
 
+// A name that is mistyped would be followed for ever.
+std::vector<std::string> missing_tracks(const events_options& options) {
+  std::vector<std::string> missing;
+  for (const std::string& track : options.tracks) {
+    if (read_track(track).empty()) {
+      missing.push_back(track);
+    }
+  }
+  return missing;
+}
+
 [[noreturn]] void follow(const events_options& options) {
   const event_subscription events(filters_of(options));
+  const std::vector<std::string> missing = missing_tracks(options);
   ask_for_short_slices(500);
   std::cerr << "trackctl: following events\n";
+  for (const std::string& track : missing) {
+    std::cerr << "trackctl: note: there is no track \"" << track
+              << "\" yet; its changes come once there is\n";
+  }
   for (;;) {
     events.receive(-1, [&options](const evdl_track_event& event) { print_event(options, event); });
   }
