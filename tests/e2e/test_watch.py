@@ -150,6 +150,7 @@ def test_what_is_no_terminal_is_refused(office, watch):
         screen = watch(*names)
         assert screen.wait_end(office.build.patience) == 1
         assert any('there is no track "nobody"' in line for line in screen.lines)
+
     screen = watch(TERM="dumb")
     assert screen.wait_end(office.build.patience) == 1
     assert any('of type "dumb" shows lines only' in line for line in screen.lines)
@@ -157,3 +158,11 @@ def test_what_is_no_terminal_is_refused(office, watch):
     screen = watch(TERM="nonsense")
     assert screen.wait_end(office.build.patience) == 1
     assert any('of type "nonsense" is not known here; set TERM' in line for line in screen.lines)
+
+
+def test_an_option_is_no_name(office):
+    """A name that begins with a dash stands behind --."""
+    for word in ("--nonsense", "-h", "--versions"):
+        result = office.run("trackctl-watch", word)
+        assert (result.returncode, result.stderr) == (
+            2, f'trackctl: watch: there is no option "{word}"; `trackctl-watch --help` tells more\n')

@@ -114,6 +114,12 @@ int run(const arguments& args) {
   }
   const bool marked = !args.empty() && args.front() == "--";
   const arguments names(args.begin() + (marked ? 1 : 0), args.end());
+  for (const std::string& name : names) {
+    if (!marked && name.starts_with('-')) {
+      throw failure(exit_usage, "watch: there is no option \"" + name +
+                                    "\"; `trackctl-watch --help` tells more");
+    }
+  }
   sigset_t waiting;
   catch_signals(&waiting);
   live_tracks live(names);
