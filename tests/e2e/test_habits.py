@@ -26,7 +26,10 @@ def test_help_in_either_order(service):
     for command in commands(service):
         assert service.ctl("help", command) == service.ctl(command, "--help")
     assert "IFNAME" in service.ctl("help", "set", "interface")
-    assert service.ctl("help") == service.ctl("--help")
+    for command in ("list", "test", "check"):
+        assert service.ctl("help", "policy", command) == service.ctl("policy", command, "--help")
+    for help_of_all in (["help"], ["help", "help"], ["help", "--help"]):
+        assert service.ctl(*help_of_all) == service.ctl("--help")
 
 
 def test_the_manual_and_the_completion_know_every_command(service):
@@ -50,7 +53,11 @@ def test_help_of_what_there_is_not(service):
     assert 'there is no kind of track "nothing"; the kinds are: interface, ' in result.stderr
     for words, wrong in ((["show", "extra"], 'help: nothing is known of "extra"; it takes a command'),
                          (["set", "interface", "x"],
-                          'help: nothing is known of "x"; it takes "set" and a kind')):
+                          'help: nothing is known of "x"; it takes "set" and a kind'),
+                         (["policy", "list", "x"],
+                          'help: nothing is known of "x"; it takes "policy" and a command of it'),
+                         (["policy", "nothing"],
+                          "policy: list, test or check? `trackctl policy --help` tells more")):
         result = service.run("trackctl", "help", *words)
         assert (result.returncode, result.stderr) == (2, f"trackctl: {wrong}\n")
     with open("/dev/full", "w", encoding="utf-8") as full:
@@ -191,6 +198,16 @@ def test_candidates(office):
     assert complete(office, "apply", "--prune", "tracks.c") == ["@files"]
     assert complete(office, "events", "--track", "") == ["office"]
     assert complete(office, "frobnicate", "") == []
+
+
+def test_candidates_of_help(service):
+    assert complete(service, "help", "") == sorted(commands(service))
+    assert complete(service, "help", "set", "we") == ["weight"]
+    assert complete(service, "help", "policy", "") == ["check", "list", "test"]
+    assert complete(service, "help", "show", "") == []
+    assert complete(service, "help", "set", "weight", "") == []
+    for word in complete(service, "help", ""):
+        assert service.run("trackctl", "help", word).returncode == 0
 
 
 def test_candidates_without_a_service(service):

@@ -87,10 +87,16 @@ words kinds() {
 }
 
 words words_of_commands() {
-  words all{"help", "--help", "--version"};
+  words all;
   for (const command& row : commands()) {
     all.emplace_back(row.word);
   }
+  return all;
+}
+
+words first_words() {
+  words all = words_of_commands();
+  all.insert(all.end(), {"help", "--help", "--version"});
   return all;
 }
 
@@ -211,7 +217,9 @@ constexpr place_row places[] = {
     {"policy test", {policies, all_states}},
     {"policy check", {files}},
     {"debug", {flags, switches}},
-    {"help", {words_of_commands, kinds}},
+    {"help", {words_of_commands}},
+    {"help set", {kinds}},
+    {"help policy", {policy_commands}},
 };
 
 bool belongs(std::string_view row, std::string_view command) {
@@ -254,7 +262,7 @@ words at_place(std::string_view command, std::size_t place) {
 // `typed`: the words before the one that is asked for.
 words candidates(words typed) {
   if (typed.empty()) {
-    return words_of_commands();
+    return first_words();
   }
   std::string command = typed[0];
   typed.erase(typed.begin());
@@ -262,7 +270,7 @@ words candidates(words typed) {
     command += ' ' + typed[1];
     typed.erase(typed.begin(), typed.begin() + 2);
   }
-  if (command == "policy" && !typed.empty()) {
+  if ((command == "policy" || command == "help") && !typed.empty()) {
     command += ' ' + typed[0];
     typed.erase(typed.begin());
   }

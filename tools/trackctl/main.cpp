@@ -54,21 +54,31 @@ int run_command(const std::string& word, const arguments& args) {
   return found->run(args);
 }
 
-// "help COMMAND", and "help set KIND".
+bool asks_for_help(const std::string& word) {
+  return word == "--help" || word == "-h" || word == "help";
+}
+
+// "help COMMAND", "help set KIND", and "help policy" with a command of it.
 int run_help(const arguments& args) {
-  if (args.empty()) {
+  if (args.empty() || (args.size() == 1 && asks_for_help(args[0]))) {
     print_help();
     return exit_done;
   }
-  const std::size_t words = args[0] == "set" ? 2 : 1;
+  const bool set = args[0] == "set";
+  const bool policy = args[0] == "policy";
+  const std::size_t words = set || policy ? 2 : 1;
   if (args.size() > words) {
-    throw failure(exit_usage, "help: nothing is known of \"" + args[words] + "\"; it takes " +
-                                  (words == 2 ? "\"set\" and a kind" : "a command"));
+    const char* const takes = set      ? "\"set\" and a kind"
+                              : policy ? "\"policy\" and a command of it"
+                                       : "a command";
+    throw failure(exit_usage,
+                  "help: nothing is known of \"" + args[words] + "\"; it takes " + takes);
   }
-  if (args.size() == 2) {
-    return run_command("set", {"NAME", args[1], "--help"});
+  if (args.size() == 1) {
+    return run_command(args[0], {"--help"});
   }
-  return run_command(args[0], {"--help"});
+  return set ? run_command("set", {"NAME", args[1], "--help"})
+             : run_command("policy", {args[1], "--help"});
 }
 
 int run(const arguments& args) {
@@ -76,7 +86,7 @@ int run(const arguments& args) {
     throw failure(exit_usage, "which command? `trackctl --help` lists them");
   }
   const arguments rest(args.begin() + 1, args.end());
-  if (args[0] == "--help" || args[0] == "-h" || args[0] == "help") {
+  if (asks_for_help(args[0])) {
     return run_help(rest);
   }
   if (args[0] == "--version") {
