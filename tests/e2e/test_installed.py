@@ -71,3 +71,14 @@ def test_every_program_has_a_page_without_mistakes(installed):
                                   stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
             assert (said.returncode, said.stdout) == (0, ""), page
     assert "trackctl-what-if" in (installed / "usr/share/man/man1/trackctl.1").read_text()
+
+
+def test_the_pages_of_the_packages_lead_to_pages_of_the_packages():
+    packaged = {line for path in (SOURCE / "debian").glob("*.docs")
+                for line in path.read_text().split() if line.startswith("docs/")}
+    assert "docs/operations.md" in packaged
+    for page in sorted(packaged):
+        linked = re.findall(r"\]\(([\w-]+\.md)", (SOURCE / page).read_text(encoding="utf-8"))
+        # That one is for those who have the sources.
+        missing = {f"docs/{name}" for name in linked} - packaged - {"docs/packaging.md"}
+        assert not missing, page
