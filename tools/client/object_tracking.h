@@ -113,7 +113,8 @@ const char* otrack_track_kind(const otrack_track* track);
 /* All there is to know, as `trackctl show NAME --json` prints it: what is followed, delays,
  * members. Members are added with later versions, and never go. Its state is that of
  * otrack_track_state, as events tell it: of a track whose interface does not exist it is unknown,
- * which trackctl calls down, as does what is stored for routing software. */
+ * which trackctl calls down, as does what is stored for routing software; of a new BFD track
+ * whose session has not come up yet it is down, which trackctl calls unknown. */
 const char* otrack_track_json(const otrack_track* track);
 
 /* --- Following ----------------------------------------------------------------------------------

@@ -56,7 +56,7 @@ changes:
   description: What has changed, or would in check mode, a track an element.
   type: list
   returned: success
-  sample: ["+ uplink interface eth0 --delay-up 5", "~ backup delay-down none -> 3", "- old interface eth9"]
+  sample: ["+ uplink interface eth0 --delay-up 5", "~ backup delay-down 0 → 3", "- old interface eth9"]
 made:
   description: How many tracks are new, or would be.
   type: int
