@@ -73,6 +73,15 @@ def test_a_file_of_the_router_is_applied_and_what_it_does_not_name_goes(service,
     assert result["changes"] == ["- old interface mark-up"]
 
 
+@pytest.mark.parametrize("name", ["-", "--dry-run"])
+def test_a_file_is_one_whatever_its_name_and_nothing_else_is_read(service, ansible, name):
+    service.ctl("set", "old", "interface", "mark-up")
+    status, result = ansible.module(src=name, prune=True)
+    assert status != 0 and result["rc"] == 2
+    assert f"/{name}: No such file or directory" in result["msg"]
+    assert service.ctl("export") == "old interface mark-up\n"
+
+
 def test_check_mode_changes_nothing_and_diff_mode_shows_what_it_would(service, ansible):
     status, result = ansible.module("--check", text=LINES)
     assert (status, result["changed"], result["made"]) == (0, True, 2)

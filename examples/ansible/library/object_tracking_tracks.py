@@ -4,6 +4,7 @@
 from __future__ import annotations
 
 import json
+import os
 import re
 
 from ansible.module_utils.basic import AnsibleModule
@@ -116,7 +117,8 @@ def main():
     command = [find_trackctl(module), "apply", "--json"]
     command += ["--prune"] if module.params["prune"] else []
     command += ["--dry-run"] if module.check_mode else []
-    command += ["--", "-" if text is not None else module.params["src"]]
+    # A path of its own is no option, and not the input that "-" stands for.
+    command += ["-" if text is not None else os.path.abspath(module.params["src"])]
     status, out, said = module.run_command(command, data=text, binary_data=True)
     if status != 0:
         fail(module, status, said)
