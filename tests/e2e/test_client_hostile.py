@@ -281,6 +281,65 @@ os._exit(0)  # or asyncio complains of the task
 """) == ["True"]
 
 
+def test_a_wait_that_is_cancelled_leaves_nothing_in_the_loop(office):
+    assert run(office, """
+async def main():
+    follower = tracks.follow_async("office", reconnect=False)
+    while (await anext(follower)).kind is not Kind.SYNCED:
+        pass
+    waiting = asyncio.ensure_future(anext(follower))
+    while follower._wake is None:
+        await asyncio.sleep(0)
+    waiting.cancel()
+    await asyncio.wait([waiting])
+    print(asyncio.get_running_loop().remove_reader(follower.fileno()))
+
+asyncio.run(main())
+""") == ["False"]
+
+
+def test_closing_in_python_closes_what_follows(office):
+    assert run(office, """
+followers = [tracks.follow("office"), tracks.follow_async("office")]
+tracks.close()
+print([name_of(follower.fileno) for follower in followers], name_of(followers[0].next))
+""") == ["['ValueError', 'ValueError'] ValueError"]
+
+
+def test_what_the_library_makes_is_freed_in_python(office):
+    assert run(office, """
+def counted(free):
+    def count(what):
+        freed.append(free.__name__)
+        free(what)
+    return count
+freed = []
+for name in "otrack_list_free", "otrack_track_free", "otrack_changes_free":
+    setattr(lib, name, counted(getattr(lib, name)))
+list(tracks)
+tracks["office"]
+tracks.apply("office interface office", dry_run=True)
+print(freed)
+""") == ["['otrack_list_free', 'otrack_track_free', 'otrack_changes_free']"]
+
+
+def test_what_a_later_library_tells_is_passed_over_in_python(office):
+    assert run(office, """
+del object_tracking._KINDS[_library.STATE]
+print(tracks.follow("office").next(20).kind)
+print(object_tracking._state(2), object_tracking._state(3))
+""") == ["synced", "down unknown"]
+
+
+def test_python_tells_warnings_and_the_milliseconds(office):
+    assert run(office, """
+print(tracks.apply("list or office nobody", dry_run=True).warnings)
+begun = time.time()
+event = tracks.follow("office").next(20)
+print(begun - 0.002 <= event.time.timestamp() <= time.time())
+""") == ["('text:1: warning: there is no track \"nobody\" yet',)", "True"]
+
+
 def test_a_service_that_hangs_is_given_up_and_taken_up_again(office):
     process = python(office, PRELUDE + """
 print("there", flush=True)
