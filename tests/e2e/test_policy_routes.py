@@ -126,6 +126,9 @@ def test_what_others_take_away_comes_back(site):
     site.wait_routes(expected)
     site.net.ip("route del 198.51.100.0/24")
     site.wait_routes(expected)
+    for more in "mtu lock 1400", "advmss 1000", "realm 7", "initcwnd 3":
+        site.net.ip(f"route change 198.51.100.0/24 via 192.0.1.1 proto {PROTOCOL} {more}")
+        site.wait_routes(expected)
     site.net.ip("link set wan1 down")  # takes the route without a word
     site.wait_problem("r", "Network is unreachable")
     site.net.ip("link set wan1 up")

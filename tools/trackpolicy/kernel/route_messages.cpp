@@ -28,6 +28,8 @@ void read_metrics(netlink_bytes metrics, kernel_route& ret) {
   netlink_walk(metrics, [&ret](std::uint16_t type, netlink_bytes value) {
     if (type == RTAX_MTU) {
       ret.mtu = netlink_number<std::uint32_t>(value);
+    } else {
+      ret.plain = false;
     }
   });
 }
@@ -59,6 +61,7 @@ void read_attribute(std::uint8_t family, std::uint16_t type, netlink_bytes value
     case RTA_VIA:
     case RTA_NH_ID:
     case RTA_ENCAP:
+    case RTA_FLOW:
       ret.plain = false;
       break;
     default:
