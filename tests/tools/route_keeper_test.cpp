@@ -139,6 +139,15 @@ TEST_F(kept_routes, a_route_is_there_while_it_is_wanted) {
   EXPECT_EQ(keeper_.status("a").changes, 2U);
 }
 
+TEST_F(kept_routes, what_has_gone_already_is_no_refusal) {
+  wish_for("a", via("192.0.2.1"), wish::yes);
+  kernel_.routes.clear();  // without a word
+  wish_for("a", via("192.0.2.1"), wish::no);
+  EXPECT_EQ(keeper_.status("a").problem, "");
+  EXPECT_EQ(keeper_.status("a").refusals, 0U);
+  EXPECT_THAT(kernel_.told, IsEmpty());
+}
+
 TEST_F(kept_routes, what_is_as_wanted_is_not_asked_for_again) {
   wish_for("a", via("192.0.2.1"), wish::yes);
   const int asked = kernel_.asked;

@@ -2,8 +2,12 @@
 #include "platform/linux/give_memory_back.h"
 
 #include <gtest/gtest.h>
+#include <sys/ptrace.h>
+#include <sys/wait.h>
 
+#include <csignal>
 #include <cstddef>
+#include <cstring>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -44,6 +48,29 @@ TEST(memory_given_back, takes_code_and_leaves_what_was_written) {
   std::ostringstream out;  // virtual functions, which the start had to place
   out << 1.5;
   EXPECT_EQ(out.str(), "1.5");
+}
+
+alignas(long) const volatile char constant[sizeof(long)] = "as made";
+
+TEST(memory_given_back, leaves_what_a_debugger_has_written) {
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+    raise(SIGSTOP);
+    give_memory_back();
+    _exit(constant[0]);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, WUNTRACED), child);
+  long text = 0;
+  std::memcpy(&text, "written", sizeof text);
+  auto* const place = const_cast<char*>(constant);
+  EXPECT_EQ(ptrace(PTRACE_POKEDATA, child, place, text), 0);
+  EXPECT_EQ(ptrace(PTRACE_CONT, child, nullptr, nullptr), 0) << kill(child, SIGKILL);
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 'w');
 }
 
 TEST(memory_given_back, is_no_matter_to_threads_that_run) {
