@@ -240,6 +240,30 @@ def test_bash(office, line, found):
     assert set(result) >= set(found) if "/etc" in line else result == found
 
 
+def test_bash_goes_into_folders_and_quotes_names(service, tmp_path):
+    (tmp_path / "folder").mkdir()
+    (tmp_path / "of lines").write_text("wrong\n")
+    leader, follower = pty.openpty()
+    environment = service.build.environment(service.root)
+    tools = os.path.dirname(service.build.command("trackctl")[-1])
+    environment.update(TERM="dumb", PS1="", PATH=f"{tools}:{os.environ['PATH']}")
+    process = subprocess.Popen(["bash", "--norc", "-i"], env=environment, stdin=follower,
+                               stdout=follower, stderr=follower, start_new_session=True)
+    os.close(follower)
+    os.write(leader, (f"source {BASH_COMPLETION}\ncd {tmp_path}\ntrackctl diff fol\t\n"
+                      "trackctl diff of\t\nexit\n").encode())
+    text = b""
+    try:
+        while part := os.read(leader, 65536):
+            text += part
+    except OSError:  # the shell has ended
+        pass
+    os.close(leader)
+    process.wait()
+    assert b"\n  folder/: it is a folder" in text
+    assert b"\n  of lines:1: a line is NAME KIND" in text
+
+
 @pytest.mark.skipif(shutil.which("zsh") is None, reason="zsh is not installed")
 def test_zsh(office):
     for words, found in (("trackctl show off", ["office"]), ("trackctl diff /etc/hos", ["FILES"])):
