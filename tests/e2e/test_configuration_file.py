@@ -88,6 +88,17 @@ def test_what_one_commit_does_not_take_is_known_before(running):
             "commit has at most 16384; apply the file in parts\n")
 
 
+def test_one_commit_takes_as_many_changes_as_are_told_and_no_more(running):
+    members = [f"m{number}=1" for number in range(12)]
+    lists = [f"t{number} weight --up 9 --down 1 {' '.join(members)}" for number in range(1092)]
+    path = running.write_tracks(*lists, "last weight --up 9 --down 1 m0=1 m1=1")
+    assert "it would take 16385 changes" in running.ctl_outcome("apply", path)[2]
+    assert running.tracks() == []
+    path = running.write_tracks(*lists, "last weight --up 9 --down 1 m0=1")
+    assert running.ctl("apply", path).endswith("1093 made, 0 changed, 0 deleted\n")
+    assert running.ctl_outcome("diff", path)[:2] == (0, "")
+
+
 def test_as_many_tracks_as_there_can_be_with_long_names_and_all_options_are_one_commit(running):
     """Of all kinds a BFD track takes the most changes, and a list as many as one with six members."""
     def name(number):

@@ -313,6 +313,12 @@ TEST(file_warnings, members_that_are_no_track_and_cycles) {
                   "t:2: warning: there is no track \"nobody\" yet"));
 }
 
+TEST(file_warnings, tell_a_list_of_a_cycle_once) {
+  const auto wanted = said({"a and b c", "b and a", "c and a"});
+  EXPECT_THAT(find_warnings(configuration_after({}, wanted, false), wanted),
+              ElementsAre(testing::HasSubstr("a -> b -> a")));
+}
+
 TEST(file_warnings, are_one_a_list_however_many_members_are_no_track) {
   const auto wanted = said({"two or x y", "four or w x y z", "many and a two b c d not e"});
   EXPECT_THAT(find_warnings(configuration_after({}, wanted, false), wanted),

@@ -50,7 +50,7 @@ TEST(memory_given_back, takes_code_and_leaves_what_was_written) {
   EXPECT_EQ(out.str(), "1.5");
 }
 
-alignas(long) const volatile char constant[sizeof(long)] = "as made";
+alignas(long) const char constant[sizeof(long)] = "as made";
 
 TEST(memory_given_back, leaves_what_a_debugger_has_written) {
   const pid_t child = fork();
@@ -59,7 +59,7 @@ TEST(memory_given_back, leaves_what_a_debugger_has_written) {
     ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
     raise(SIGSTOP);
     give_memory_back();
-    _exit(constant[0]);
+    _exit(*static_cast<const volatile char*>(constant));
   }
   int status = 0;
   ASSERT_EQ(waitpid(child, &status, WUNTRACED), child);
