@@ -52,6 +52,17 @@ def test_every_program_says_the_one_version(build, installed):
             0, f"{os.path.basename(path)} {version()}\n", ""), path
 
 
+def test_the_program_that_trackctl_runs_says_so(build):
+    for words, status in ((["--help"], 0), (["--json"], 1), (["--version", "now"], 1)):
+        said = subprocess.run([*build.command("trackctl-what-if"), *words], stdin=subprocess.DEVNULL,
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+                              env=build.environment("/"))
+        told = ("trackctl-what-if has no options but --help and --version: `trackctl what-if` runs "
+                "it, see its --help\n")
+        assert (said.returncode, said.stdout, said.stderr) == (
+            status, *((told, "") if status == 0 else ("", told)))
+
+
 def test_the_packages_and_the_library_have_that_version_too(installed):
     changelog = (SOURCE / "debian/changelog").read_text()
     assert re.match(r"object-tracking \((\S+)\)", changelog).group(1) == version()

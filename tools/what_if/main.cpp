@@ -14,6 +14,12 @@ int main(int argc, char** argv) {
     std::cout << "trackctl-what-if " OT_VERSION "\n";
     return 0;
   }
+  if (argc > 1) {
+    const bool asked = argc == 2 && std::string_view(argv[1]) == "--help";
+    (asked ? std::cout : std::cerr) << "trackctl-what-if has no options but --help and --version: "
+                                       "`trackctl what-if` runs it, see its --help\n";
+    return asked ? 0 : 1;
+  }
   try {
     const std::string asked{std::istreambuf_iterator<char>(std::cin), {}};
     const auto bytes =
