@@ -230,6 +230,31 @@ TEST_F(kept_routes, a_refusal_is_told_once_however_often_it_is_tried) {
   EXPECT_TRUE(keeper_.refused());
 }
 
+TEST_F(kept_routes, a_route_that_goes_with_its_link_is_told_only_if_it_stays_refused) {
+  const auto lose = [this] {
+    wish_for("a", via("192.0.2.1"), wish::yes);
+    kernel_.refusal = ENETUNREACH;
+    kernel_.somebody_deletes(held(via("192.0.2.1")));
+    now_ += route_keeper::again_us;
+    settle();
+    EXPECT_THAT(keeper_.status("a").problem, testing::HasSubstr("Network is unreachable"));
+    EXPECT_EQ(keeper_.status("a").refusals, 0U);
+    EXPECT_THAT(kernel_.told, IsEmpty());
+  };
+  for (int i = 0; i < 3; ++i) {
+    lose();
+    wish_for("a", via("192.0.2.1"), wish::no);  // what the track's event says
+    EXPECT_EQ(keeper_.status("a").problem, "");
+    kernel_.refusal = 0;
+  }
+  lose();
+  now_ += route_keeper::again_us;
+  keeper_.try_again();
+  settle();
+  EXPECT_EQ(kernel_.told.size(), 1U);
+  EXPECT_EQ(keeper_.status("a").refusals, 1U);
+}
+
 TEST_F(kept_routes, what_is_refused_stays_refused_until_it_is_there) {
   kernel_.refusal = ENETUNREACH;
   wish_for("a", via("192.0.2.1"), wish::yes);

@@ -17,10 +17,13 @@ struct refusals {
   std::string problem;  // empty: none
   std::string told;     // the one that was told last
   std::uint64_t count = 0;
+  // It was as asked for. When it goes and is refused then, its way is often going, too, and the
+  // track's event on its way: that is not told before it is refused once more.
+  bool was_there = false;
 
   void refuse(const std::string& owner, const std::string& text, listener& to) {
     problem = text;
-    if (std::exchange(told, text) != text) {
+    if (!std::exchange(was_there, false) && std::exchange(told, text) != text) {
       ++count;
       to.tell(owner, text);
     }

@@ -217,6 +217,7 @@ void route_keeper::take_result(const route_change& change, route_kernel& kernel)
       ++one->changes;
       one->refused.problem.clear();
       one->refused.told.clear();
+      one->refused.was_there = change.add;
     } else if (concerned && !gone) {
       one->refused.refuse(owner, refusal_text(change.error, change.text), kernel);
     }
