@@ -5,7 +5,7 @@
 sets_of() {
   case $1 in
     run) echo run ;;
-    asan | fuzz) echo run build clang ;;
+    asan | tsan | fuzz) echo run build clang ;;
     bench | lint) echo run build bench ;;
     *) echo run build ;;
   esac
