@@ -1,53 +1,37 @@
 """What the service does first when a link changes, seen from its system calls: the event leaves before
 anything is stored, logged or asked, and its loop never asks what may wait for the kernel's lock."""
 
-import pathlib
 import re
-import shutil
-import subprocess
-import threading
 
 import pytest
+
+from tracing import Tracing
 
 # What is asked about links (RTM_GETLINK) waits while a change of a link is under way.
 WAITS = re.compile(r"nlmsg_type=(RTM_GETLINK|0x12 )")
 CALLS = "trace=sendto,recvmmsg,write,pwrite64,writev,pwritev"
 
 
-class Calls:
+class Calls(Tracing):
     """The system calls of a process, from the moment at which its first thread was attached to; in a
     file for each thread, since in a common one another thread's call may split a line in two."""
 
     def __init__(self, pid, folder):
         self._pid = pid
         self._folder = folder
-        self._process = subprocess.Popen(
-            ["strace", "-ff", "-qq", "-o", folder / "calls", "-e", CALLS, "-p", str(pid)],
-            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        super().__init__(pid, "-ff", "-o", folder / "calls", "-e", CALLS)
 
     def end(self):
         """The lines of the first thread, and those of all others."""
-        self._process.terminate()
-        self._process.wait()
+        self.close()
         lines = {path.suffix: path.read_text(encoding="utf-8").splitlines()
                  for path in self._folder.glob("calls.*")}
         own = lines.pop(f".{self._pid}", [])
         return own, [line for thread in lines.values() for line in thread]
 
 
-def attached(pid):
-    """To all threads, one after the other."""
-    for path in pathlib.Path(f"/proc/{pid}/task").glob("*/status"):
-        text = path.read_text(encoding="ascii")
-        if re.search(r"^TracerPid:\s+(\d+)", text, re.M).group(1) == "0":
-            return False
-    return True
-
-
 @pytest.mark.parametrize("on", [False, True])
 def test_the_event_leaves_first_and_the_loop_waits_for_no_lock(service, tmp_path, on):
-    if shutil.which("strace") is None:
-        pytest.skip("strace is not installed")
     service.net.link("w0")
     service.net.link("w1")
     service.net.carrier("w0", on=not on)
@@ -59,12 +43,6 @@ def test_the_event_leaves_first_and_the_loop_waits_for_no_lock(service, tmp_path
     follower = service.follow(["t"])
     calls = Calls(service.daemon.pid, tmp_path)
     try:
-        end = threading.Event()
-        for _ in range(100):
-            if attached(service.daemon.pid) or end.wait(0.05):
-                break
-        if not attached(service.daemon.pid):
-            pytest.skip("processes cannot be traced here")
         service.net.carrier("w0", on=on)
         follower.expect(("t", "up" if on else "down"))
         # The looks at routes that follow are over when another change of them has come through.

@@ -1,8 +1,10 @@
 """What trackpolicy knows of what was before: crashes between two configurations, a full disk, names that
 look alike, penalties, what commands have left running, states that came meanwhile."""
 
+import contextlib
 import ctypes
 import os
+import resource
 import select
 import signal
 import time
@@ -11,6 +13,7 @@ import pytest
 
 from mounts import Disk
 from policy import lines, script
+from tracing import Tracing
 from waiting import wait_until
 
 MEMORY = "run/object_tracking/policies"
@@ -141,6 +144,49 @@ def test_what_a_crash_leaves_running_ends_though_its_policy_is_another_one_now(p
         leftover.wait_gone()
     wait_until(lambda: "c" not in os.listdir(policy.path(MEMORY)) or change(row),
                policy.service.build.patience, "nothing is remembered of it")
+
+
+def test_a_crash_as_soon_as_a_command_runs_leaves_nothing_running(policy, closing):
+    """Also when it takes long to remember that it runs."""
+    left = policy.path("left")
+    row = {**tell(policy, "c"), "run": leave(policy, left, "wait")}
+    policy.configure()
+    policy.start()
+    with contextlib.closing(Tracing(policy.daemon.pid, "-f", "-o", "/dev/null",
+                                    "-e", "inject=rename:delay_enter=300000")):
+        policy.configure(row)
+        policy.daemon.process.send_signal(signal.SIGHUP)
+        leftover = closing(Leftover(policy, left))
+        policy.kill()
+    policy.configure()
+    policy.start()
+    leftover.wait_gone()
+
+
+def test_a_command_that_finds_no_descriptors_fails_and_the_next_one_runs(policy):
+    """Whichever of those that it takes is missing."""
+    policy.configure(tell(policy, "c", every=True))
+    policy.start()
+    wait_told(policy, "c", ["up"])
+    refusal = "the command for up: cannot be run: Too many open files"
+    folder = f"/proc/{policy.daemon.pid}/fd"
+    _, most = limits = resource.prlimit(policy.daemon.pid, resource.RLIMIT_NOFILE)
+    refused = 0
+    for more in range(9):
+        policy.service.net.carrier("mark-up", False)
+        policy.wait_doing("c", "has seen down")
+        highest = max(int(number) for number in os.listdir(folder))
+        resource.prlimit(policy.daemon.pid, resource.RLIMIT_NOFILE, (highest + 1 + more, most))
+        policy.service.net.carrier("mark-up", True)
+
+        def tried(before=refused):
+            return policy.daemon.output().count(refusal) > before or told(policy, "c")[-1] == "up"
+        wait_until(tried, policy.service.build.patience, "it is run, or refused")
+        resource.prlimit(policy.daemon.pid, resource.RLIMIT_NOFILE, limits)
+        policy.wait_doing("c", "has seen up")
+        refused = policy.list()["c"]["failures"]
+        assert policy.daemon.output().count(refusal) == refused
+    assert 2 < refused < 9 and told(policy, "c")[-1] == "up"
 
 
 def test_flaps_are_not_forgotten_by_a_crash(policy):

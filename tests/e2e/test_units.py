@@ -243,11 +243,14 @@ def test_a_users_command_is_known_again_after_a_crash(policy):
     policy.start()
     path = policy.path("run/object_tracking/policies/c")
 
-    def kept():
-        return json.loads(lines(path)[0]) if lines(path) else {}
-    started = wait_until(lambda: kept().get("started"), policy.service.build.patience, "it runs")
-    with open(f"/proc/{kept()['command']}/stat") as stream:
-        assert int(stream.read().rpartition(")")[2].split()[19]) == started
+    wait_until(lambda: len(lines(path)) == 2, policy.service.build.patience, "it runs")
+    kept, record = lines(path)
+    assert json.loads(kept)["begun"] is True
+
+    def started(line):
+        return int(line.rpartition(")")[2].split()[19])
+    with open(f"/proc/{record.split()[0]}/stat") as stream:
+        assert started(stream.read()) == started(record)
 
 
 # What is left to a user's command. Each says on one line what it was refused, if anything.

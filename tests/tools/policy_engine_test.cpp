@@ -55,22 +55,25 @@ class fake_host : public host {
   void log(const policy& of, const std::string& text) override {
     logged.push_back(of.name + ": " + text);
   }
-  start_result start(reaction& who, const policy& of, const words& argv, const words& environment,
-                     std::function<void(const command_end&)> ended, pid_t* ret,
-                     std::string* ret_error) override {
-    if (!start_error.empty()) {
-      *ret_error = start_error;
-      return start_result::failed;
-    }
+  bool has_room(reaction& who, const policy&) override {
     if (running.size() >= room) {
       starved.push_back(&who);
-      return start_result::full;
+      return false;
     }
+    return true;
+  }
+  pid_t start(const policy& of, const words& argv, const words& environment,
+              std::function<void(const command_end&)> ended, std::string* ret_error) override {
+    if (!start_error.empty()) {
+      *ret_error = start_error;
+      return 0;
+    }
+    const pid_t command = next_pid++;
+    memory[of.name] += "command " + std::to_string(command);
     memory_at_start = memory;
-    *ret = next_pid++;
-    running[*ret] = {of.name, argv, environment, std::move(ended)};
+    running[command] = {of.name, argv, environment, std::move(ended)};
     begun.push_back(argv.back());
-    return start_result::running;
+    return command;
   }
   void end(pid_t command) override { asked_to_end.push_back(command); }
   void abandon(pid_t command) override { running.at(command).ended = nullptr; }
@@ -89,8 +92,7 @@ class fake_host : public host {
     flaps = text;
     ++flap_writes;
   }
-  std::uint64_t start_ticks(pid_t process) override { return static_cast<std::uint64_t>(process); }
-  void end_leftover(pid_t leader, std::uint64_t) override { leftovers.push_back(leader); }
+  void end_leftover(std::string_view who) override { leftovers.emplace_back(who); }
   bool file_has(const std::string& path, const std::string& content) override {
     return files.contains(path) && files[path] == content;
   }
@@ -128,7 +130,7 @@ class fake_host : public host {
   std::map<pid_t, fake_command> running;
   std::vector<std::string> begun;  // the last argument of each
   std::vector<pid_t> asked_to_end;
-  std::vector<pid_t> leftovers;
+  std::vector<std::string> leftovers;
   std::vector<reaction*> starved;
   std::vector<std::string> logged;
   std::map<std::string, std::string> memory;
@@ -351,27 +353,28 @@ TEST_F(policy_engine, a_restart_neither_tells_a_state_twice_nor_loses_one) {
   EXPECT_THAT(host_.begun, ElementsAre("up", "down"));
   host_.running.clear();  // killed with its trackpolicy, which does not know the end
   start({command_policy()});
-  EXPECT_THAT(host_.leftovers, ElementsAre(101));
+  EXPECT_THAT(host_.leftovers, ElementsAre("command 101"));
   states(down);
   EXPECT_THAT(host_.begun, ElementsAre("up", "down", "down"));
 }
 
 TEST_F(policy_engine,
-       a_state_is_told_again_when_trackpolicy_died_while_another_was_about_to_be_told) {
+       a_state_is_told_again_when_trackpolicy_died_as_soon_as_the_command_for_another_ran) {
   start({command_policy()});
   states(down);
   host_.finish();
   become(up);
-  host_.memory = host_.memory_at_start;  // as it is when nothing is remembered after the start
+  host_.memory = host_.memory_at_start;
   host_.running.clear();
   start({command_policy()});
+  EXPECT_THAT(host_.leftovers, ElementsAre("command 101"));
   states(down);
   EXPECT_THAT(host_.begun, ElementsAre("down", "up", "down"));
 }
 
 TEST_F(policy_engine, what_is_remembered_of_another_track_or_is_no_memory_counts_for_nothing) {
   for (const char* const memory : {R"({"track":"other","told":"up"})", "{", "[1]", "",
-                                   R"({"track":"t","told":3,"command":"x","started":-1})"}) {
+                                   R"({"track":"t","told":3,"begun":"x"})"}) {
     host_.memory["p"] = memory;
     host_.begun.clear();
     start({command_policy()});
@@ -640,13 +643,19 @@ TEST_F(policy_engine, a_restart_does_not_forget_flaps) {
 }
 
 TEST_F(policy_engine, what_is_remembered_of_no_policy_is_ended_and_forgotten) {
-  host_.memory = {{"gone", R"({"track":"t","told":"up","command":7,"started":8})"},
-                  {"moved", R"({"track":"u","told":"up","command":9,"started":8})"},
-                  {"f", R"({"track":"t","told":"up","command":11,"started":8})"},
+  host_.memory = {{"gone", R"({"track":"t","told":"up","begun":true})"
+                           "\nseven"},
+                  {"moved", R"({"track":"u","told":"up","begun":true})"
+                            "\nnine"},
+                  {"f", R"({"track":"t","told":"up","begun":true})"
+                        "\neleven"},
+                  {"early", R"({"track":"t","told":"up","begun":true})"},
+                  {"ended", R"({"track":"t","told":"up","begun":false})"
+                            "\nthirteen"},
                   {"odd", "odd"},
                   {"p", R"({"track":"t","told":"up"})"}};
   forget_others(host_, {command_policy("p"), command_policy("moved"), file_policy()});
-  EXPECT_THAT(host_.leftovers, testing::UnorderedElementsAre(7, 9, 11));
+  EXPECT_THAT(host_.leftovers, testing::UnorderedElementsAre("seven", "nine", "eleven"));
   EXPECT_THAT(host_.memory, ElementsAre(testing::Key("p")));
 }
 

@@ -30,14 +30,18 @@ std::string read_of(const std::string& process, const char* file, std::size_t mo
   return text;
 }
 
-// 0: there is no such process. The program's name, in parentheses, may hold anything.
-std::uint64_t stat_number(const std::string& process, int field) {
-  const std::string line = read_of(process, "stat", 1024);
+// 0: there is none. The program's name, in parentheses, may hold anything.
+std::uint64_t stat_number(const std::string& line, int field) {
   std::size_t at = line.rfind(')');
   for (int passed = 0; passed < field && at != std::string::npos; ++passed) {
     at = line.find(' ', at + 1);
   }
   return at == std::string::npos ? 0 : std::strtoull(line.c_str() + at, nullptr, 10);
+}
+
+// Empty: there is no such process.
+std::string stat_line(const std::string& process) {
+  return read_of(process, "stat", 1024);
 }
 
 bool has_variable(const std::string& process, std::string_view mark) {
@@ -52,21 +56,30 @@ void signal_group(pid_t leader, int number) noexcept {
   ::kill(-leader, number);
 }
 
-std::uint64_t start_ticks(pid_t process) {
-  return stat_number(std::to_string(process), start_field);
+process_identity identity_in(std::string_view stat_line) {
+  const std::string line(stat_line);
+  const process_identity found{.number = static_cast<pid_t>(std::strtol(line.c_str(), nullptr, 10)),
+                               .started_ticks = stat_number(line, start_field)};
+  return found.number > 1 && found.started_ticks != 0 ? found : process_identity{};
 }
 
-bool group_is_left(pid_t leader, std::uint64_t started_ticks, std::string_view mark) {
-  const std::uint64_t started = start_ticks(leader);
-  if (started != 0 || ::kill(-leader, 0) != 0) {
-    return started == started_ticks && started != 0;
+bool group_is_left(const process_identity& leader, std::string_view mark) {
+  if (leader.number == 0) {
+    return false;
+  }
+  const process_identity now = identity_in(stat_line(std::to_string(leader.number)));
+  if (now.number != 0 || ::kill(-leader.number, 0) != 0) {
+    return now.number != 0 && now.started_ticks == leader.started_ticks;
   }
   const std::unique_ptr<DIR, directory_closer> processes{opendir("/proc")};
   while (const dirent* each = processes == nullptr ? nullptr : readdir(processes.get())) {
     const std::string process = each->d_name;
-    if (process.find_first_not_of("0123456789") == std::string::npos &&
-        stat_number(process, group_field) == static_cast<std::uint64_t>(leader) &&
-        stat_number(process, start_field) >= started_ticks && has_variable(process, mark)) {
+    if (process.find_first_not_of("0123456789") != std::string::npos) {
+      continue;
+    }
+    const std::string line = stat_line(process);
+    if (stat_number(line, group_field) == static_cast<std::uint64_t>(leader.number) &&
+        stat_number(line, start_field) >= leader.started_ticks && has_variable(process, mark)) {
       return true;
     }
   }

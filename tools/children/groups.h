@@ -13,14 +13,18 @@ namespace ot::children {
 // processes of its group be left, so that its number still stands for its group and nobody else's.
 void signal_group(pid_t leader, int number) noexcept;
 
-// When a process started, in clock ticks since boot; with its number it names the process. 0: there
-// is none.
-std::uint64_t start_ticks(pid_t process);
+// A process, and nobody that is given its number later.
+struct process_identity {
+  pid_t number = 0;                 // 0: none
+  std::uint64_t started_ticks = 0;  // clock ticks since boot
+};
 
-// Whether anything is left of the group of a leader that started then: itself, or, when it has been
-// reaped, processes of its group that are not older and have a variable in their environment whose
-// name and "=" are `mark`. As long as there are such ones the kernel gives its number to nobody
-// else.
-bool group_is_left(pid_t leader, std::uint64_t started_ticks, std::string_view mark);
+// Of a line of /proc/PID/stat. What is no such line names none.
+process_identity identity_in(std::string_view stat_line);
+
+// Whether anything is left of the group of that leader: itself, or, when it has been reaped,
+// processes of its group that are not older and have a variable in their environment whose name and
+// "=" are `mark`. As long as there are such ones the kernel gives its number to nobody else.
+bool group_is_left(const process_identity& leader, std::string_view mark);
 
 }  // namespace ot::children

@@ -29,6 +29,7 @@ struct child_setup {
   const identity* user;
   int nowhere;
   int output;
+  int record;
   int report;
   pid_t parent;
 };
@@ -53,8 +54,20 @@ void forget_handlers() noexcept {
   sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
+void write_record(int record) noexcept {
+  std::array<char, 1024> line;
+  const int stat = open("/proc/self/stat", O_RDONLY | O_CLOEXEC);
+  const ssize_t size = read(stat, line.data(), line.size());
+  if (size > 0) {
+    (void)!write(record, line.data(), static_cast<std::size_t>(size));
+  }
+}
+
 [[noreturn]] void run_child(const child_setup& setup) noexcept {
   setpgid(0, 0);
+  if (setup.record >= 0) {
+    write_record(setup.record);
+  }
   dup2(setup.nowhere, 0);
   dup2(setup.output, 1);
   dup2(setup.output, 2);
@@ -112,6 +125,7 @@ int spawn(const spawn_request& what, pid_t* ret) {
                     .user = what.user,
                     .nowhere = nowhere.get(),
                     .output = what.output < 0 ? nowhere.get() : what.output,
+                    .record = what.record,
                     .report = write_end.get(),
                     .parent = getpid()};
   for (const std::string& word : what.argv) {

@@ -22,6 +22,7 @@ struct spawn_request {
   const std::vector<std::string>& environment;  // "NAME=VALUE", beside PATH
   const identity* user = nullptr;               // null: as ourselves, with all our rights
   int output = -1;  // standard output and error; -1: nowhere. There is no input
+  int record = -1;  // gets the child's line of /proc/PID/stat before its program runs; -1: none
 };
 
 // 0 or an errno value, also of what failed in the child before the program ran. `ret` is the child,

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tools/trackpolicy/policy.h"
@@ -34,12 +35,6 @@ struct command_end {
   std::string text;  // "exit status 3", "signal 9"
 };
 
-enum class start_result : std::uint8_t {
-  running,
-  failed,  // `ret_error` says why
-  full,    // as many run as may; the reaction's due() is called when there is room
-};
-
 class reaction;
 class network;
 
@@ -51,11 +46,12 @@ class host {
   virtual std::uint64_t now_us() const = 0;
   virtual void log(const policy& of, const std::string& text) = 0;
 
-  // `ended` is called from the loop.
-  virtual start_result start(reaction& who, const policy& of, const words& argv,
-                             const words& environment,
-                             std::function<void(const command_end&)> ended, pid_t* ret,
-                             std::string* ret_error) = 0;
+  // False when as many commands run as may; the reaction's due() is called when there is room.
+  virtual bool has_room(reaction& who, const policy& of) = 0;
+  // 0: it does not run, and `ret_error` says why. Before it runs, who it is becomes a further line
+  // of what is remembered of the policy. `ended` is called from the loop.
+  virtual pid_t start(const policy& of, const words& argv, const words& environment,
+                      std::function<void(const command_end&)> ended, std::string* ret_error) = 0;
   // Asks it to end, and later makes it; `ended` is called as always.
   virtual void end(pid_t command) = 0;
   // The same for a command that nobody waits for any more.
@@ -70,9 +66,9 @@ class host {
   // The same for the flaps of all policies.
   virtual std::string recall_flaps() = 0;
   virtual void remember_flaps(const std::string& text) = 0;
-  virtual std::uint64_t start_ticks(pid_t process) = 0;
-  // Ends what an earlier trackpolicy left running, if it is still the process that started then.
-  virtual void end_leftover(pid_t leader, std::uint64_t ticks) = 0;
+  // Ends what is left of a command of an earlier trackpolicy; `who` is the line that its start has
+  // added.
+  virtual void end_leftover(std::string_view who) = 0;
 
   // Whether the file is there and has that content.
   virtual bool file_has(const std::string& path, const std::string& content) = 0;

@@ -48,8 +48,7 @@ command_end end_of(pid_t command) {
 }
 
 // 0 or an errno value. What the command prints comes out of `ret_output`.
-int spawn_with_output(const words& argv, const words& environment, const children::identity* user,
-                      unique_fd* ret_output, pid_t* ret) {
+int spawn_with_output(children::spawn_request what, unique_fd* ret_output, pid_t* ret) {
   std::array<int, 2> ends{-1, -1};
   if (pipe2(ends.data(), O_CLOEXEC) != 0) {
     return errno;
@@ -57,8 +56,8 @@ int spawn_with_output(const words& argv, const words& environment, const childre
   unique_fd read_end(ends[0]);
   const unique_fd write_end(ends[1]);
   fcntl(read_end.get(), F_SETFL, O_NONBLOCK);
-  const int error = children::spawn(
-      {.argv = argv, .environment = environment, .user = user, .output = write_end.get()}, ret);
+  what.output = write_end.get();
+  const int error = children::spawn(what, ret);
   *ret_output = std::move(read_end);
   return error;
 }
@@ -113,38 +112,51 @@ void system_host::offer_lines() {
   }
 }
 
-start_result system_host::start(reaction& who, const policy& of, const words& argv,
-                                const words& environment,
-                                std::function<void(const command_end&)> ended, pid_t* ret,
-                                std::string* ret_error) {
+bool system_host::has_room(reaction& who, const policy& of) {
   stop_waiting(of.name);
-  if (!has_room(shell_of(of))) {
+  const bool room = is_free(shell_of(of));
+  if (!room) {
     waiting_.push_back({.policy_name = of.name, .shell = shell_of(of), .who = &who});
-    return start_result::full;
   }
+  return room;
+}
+
+pid_t system_host::start(const policy& of, const words& argv, const words& environment,
+                         std::function<void(const command_end&)> ended, std::string* ret_error) {
   const auto user = users_.find(of.user);
   if (!of.run_as_root && user == users_.end()) {
     *ret_error = "there is no user \"" + of.user + '"';
-    return start_result::failed;
+    return 0;
   }
   // Whoever is that user already needs no right to become it.
   const bool other = !of.run_as_root && user->second.user != geteuid();
+  const unique_fd record = memory_for_more(of);
   unique_fd output;
   pid_t command = 0;
-  const int error =
-      spawn_with_output(argv, environment, other ? &user->second : nullptr, &output, &command);
+  const int error = spawn_with_output({.argv = argv,
+                                       .environment = environment,
+                                       .user = other ? &user->second : nullptr,
+                                       .record = record.get()},
+                                      &output, &command);
   if (error != 0) {
     *ret_error = std::generic_category().message(error);
-    return start_result::failed;
+    return 0;
   }
   child& made = children_[command];
   made.policy_name = of.name;
   made.shell = shell_of(of);
   made.ended = std::move(ended);
   made.output = std::move(output);
-  watch(command, made);
-  *ret = command;
-  return start_result::running;
+  try {
+    watch(command, made);
+  } catch (const std::system_error& wrong) {  // nobody would see its end
+    children::signal_group(command, SIGKILL);
+    (void)waitpid(command, nullptr, 0);
+    children_.erase(command);
+    *ret_error = wrong.code().message();
+    return 0;
+  }
+  return command;
 }
 
 void system_host::watch(pid_t command, child& one) {
@@ -218,7 +230,7 @@ void system_host::stop_waiting(const std::string& policy_name) {
   std::erase_if(waiting_, [&](const waiting& each) { return each.policy_name == policy_name; });
 }
 
-bool system_host::has_room(const words& shell) const {
+bool system_host::is_free(const words& shell) const {
   return children_.size() < commands_max &&
          (shell.empty() || std::none_of(children_.begin(), children_.end(), [&](const auto& each) {
             return each.second.shell == shell;
@@ -228,7 +240,7 @@ bool system_host::has_room(const words& shell) const {
 void system_host::offer_room() {
   for (;;) {
     const auto next = std::find_if(waiting_.begin(), waiting_.end(),
-                                   [this](const waiting& each) { return has_room(each.shell); });
+                                   [this](const waiting& each) { return is_free(each.shell); });
     if (next == waiting_.end()) {
       return;
     }

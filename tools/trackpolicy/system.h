@@ -7,6 +7,7 @@
 #include <deque>
 #include <map>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -37,9 +38,9 @@ class system_host : public host {
 
   std::uint64_t now_us() const override;
   void log(const policy& of, const std::string& text) override;
-  start_result start(reaction& who, const policy& of, const words& argv, const words& environment,
-                     std::function<void(const command_end&)> ended, pid_t* ret,
-                     std::string* ret_error) override;
+  bool has_room(reaction& who, const policy& of) override;
+  pid_t start(const policy& of, const words& argv, const words& environment,
+              std::function<void(const command_end&)> ended, std::string* ret_error) override;
   void end(pid_t command) override;
   void abandon(pid_t command) override;
   std::string recall(const std::string& policy_name) override;
@@ -48,8 +49,7 @@ class system_host : public host {
   std::vector<std::string> remembered() override;
   std::string recall_flaps() override;
   void remember_flaps(const std::string& text) override;
-  std::uint64_t start_ticks(pid_t process) override { return children::start_ticks(process); }
-  void end_leftover(pid_t leader, std::uint64_t ticks) override;
+  void end_leftover(std::string_view who) override;
   bool file_has(const std::string& path, const std::string& content) override;
   std::string write_file(const std::string& path, const std::string& content) override;
   network& net() override { return network_; }
@@ -74,7 +74,8 @@ class system_host : public host {
     reaction* who;
   };
 
-  [[nodiscard]] bool has_room(const words& shell) const;
+  [[nodiscard]] bool is_free(const words& shell) const;
+  unique_fd memory_for_more(const policy& of) const;
   void watch(pid_t command, child& one);
   bool read_output(child& one);
   void ended(pid_t command);

@@ -1,4 +1,6 @@
 // What is remembered, and the files of policies. All of it is replaced as a whole.
+#include <fcntl.h>
+
 #include <csignal>
 #include <filesystem>
 #include <string_view>
@@ -95,9 +97,15 @@ void system_host::remember_flaps(const std::string& text) {
   }
 }
 
-void system_host::end_leftover(pid_t leader, std::uint64_t ticks) {
-  if (leader > 1 && ticks != 0 && children::group_is_left(leader, ticks, "OT_POLICY=")) {
-    children::signal_group(leader, SIGKILL);
+unique_fd system_host::memory_for_more(const policy& of) const {
+  return unique_fd(
+      open(memory_path(of.name).c_str(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_CLOEXEC));
+}
+
+void system_host::end_leftover(std::string_view who) {
+  const children::process_identity leader = children::identity_in(who);
+  if (children::group_is_left(leader, "OT_POLICY=")) {
+    children::signal_group(leader.number, SIGKILL);
   }
 }
 

@@ -1,9 +1,10 @@
-// A text of JSON for each policy.
+// A line of JSON for each policy, and one that says which process its command is.
 #include "tools/trackpolicy/kinds/command_memory.h"
 
 #include <algorithm>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "tools/json.h"
@@ -18,7 +19,10 @@ struct recalled {
 
 recalled recall(host& on, const std::string& name) {
   recalled found;
-  auto kept = nlohmann::json::parse(on.recall(name), nullptr, false);
+  const std::string text = on.recall(name);
+  const std::size_t end = std::min(text.find('\n'), text.size());
+  auto kept = nlohmann::json::parse(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(end),
+                                    nullptr, false);
   if (!kept.is_object()) {
     return found;
   }
@@ -30,11 +34,9 @@ recalled recall(host& on, const std::string& name) {
   if (word != state_words.end()) {
     found.what.told = static_cast<track_state>(word - state_words.begin());
   }
-  const nlohmann::json leader = kept.value("command", nlohmann::json());
-  const nlohmann::json ticks = kept.value("started", nlohmann::json());
-  if (leader.is_number_integer() && ticks.is_number_unsigned()) {
-    found.what.begun = leader.get<pid_t>();
-    on.end_leftover(leader.get<pid_t>(), ticks.get<std::uint64_t>());
+  found.what.begun = kept.value("begun", nlohmann::json()) == true;
+  if (found.what.begun && end < text.size()) {
+    on.end_leftover(std::string_view(text).substr(end + 1));
   }
   return found;
 }
@@ -42,12 +44,9 @@ recalled recall(host& on, const std::string& name) {
 }  // namespace
 
 void remember_command(host& on, const policy& of, const command_memory& what) {
-  nlohmann::json kept{{"track", of.track}, {"told", word_of(what.told)}};
-  if (what.begun) {
-    kept["command"] = *what.begun;
-    kept["started"] = *what.begun == 0 ? 0 : on.start_ticks(*what.begun);
-  }
-  on.remember(of.name, kept.dump());
+  const nlohmann::json kept{
+      {"track", of.track}, {"told", word_of(what.told)}, {"begun", what.begun}};
+  on.remember(of.name, kept.dump() + '\n');
 }
 
 command_memory recall_command(host& on, const policy& of) {

@@ -2,7 +2,6 @@
 // has to know it.
 #pragma once
 
-#include <optional>
 #include <vector>
 
 #include "tools/trackpolicy/reaction.h"
@@ -11,8 +10,7 @@ namespace ot::trackpolicy {
 
 struct command_memory {
   track_state told = track_state::unknown;
-  // A command began after that, and its end is not known: its process, 0 while it is not known.
-  std::optional<pid_t> begun;
+  bool begun = false;  // a command began after that, and its end is not known
 };
 
 void remember_command(host& on, const policy& of, const command_memory& what);

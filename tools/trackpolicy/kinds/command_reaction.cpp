@@ -13,15 +13,11 @@ namespace ot::trackpolicy {
 command_reaction::command_reaction(const policy& of, host& on) : policy_(of), host_(on) {
   const command_memory kept = recall_command(host_, policy_);
   finished_ = kept.told;
-  begun_ = kept.begun.has_value();
+  begun_ = kept.begun;
 }
 
 void command_reaction::remember() {
-  command_memory kept{.told = finished_, .begun = {}};
-  if (begun_) {
-    kept.begun = current_ ? current_->running : 0;
-  }
-  remember_command(host_, policy_, kept);
+  remember_command(host_, policy_, {.told = finished_, .begun = begun_});
 }
 
 void command_reaction::see(const situation& now) {
@@ -121,27 +117,21 @@ words command_reaction::environment() const {
 }
 
 bool command_reaction::start() {
-  // Who dies between the start of a command and knowing of it must not have forgotten that it
-  // began.
-  const bool first = !std::exchange(begun_, true);
-  if (first) {
-    remember();
-  }
-  std::string error;
-  const start_result result = host_.start(
-      *this, policy_, command_for(policy_, current_->what.state), environment(),
-      [this](const command_end& how) { ended(how); }, &current_->running, &error);
-  if (result == start_result::full) {
-    begun_ = !first;
-    remember();
+  if (!host_.has_room(*this, policy_)) {
     return false;
   }
+  // Before it runs: who dies then must not have forgotten that it began.
+  begun_ = true;
+  remember();
   ++current_->attempts;
-  if (result == start_result::failed) {
+  std::string error;
+  current_->running = host_.start(
+      policy_, command_for(policy_, current_->what.state), environment(),
+      [this](const command_end& how) { ended(how); }, &error);
+  if (current_->running == 0) {
     attempt_failed("cannot be run: " + error);
     return true;
   }
-  remember();
   set_due(host_.now_us() + std::uint64_t{policy_.timeout_ms} * 1000);
   return false;
 }
