@@ -165,6 +165,8 @@ def test_a_crash_as_soon_as_a_command_runs_leaves_nothing_running(policy, closin
 
 def test_a_command_that_finds_no_descriptors_fails_and_the_next_one_runs(policy):
     """Whichever of those that it takes is missing."""
+    if policy.service.build.sanitized:
+        pytest.skip("the sanitizer looks at memory by means of a pipe, for which none is left")
     policy.configure(tell(policy, "c", every=True))
     policy.start()
     wait_told(policy, "c", ["up"])
