@@ -23,7 +23,7 @@ TEST(engine_view, a_line_each) {
             "Service            State          Since                Pending\n"
             "BFD engine         connected      2023-11-14 22:13:20  none\n"
             "probe service      not connected  2023-11-14 22:13:21  3 operations without a result\n"
-            "FIB                not connected  2023-11-14 22:13:22  1 route items to be applied\n"
+            "FIB                not connected  2023-11-14 22:13:22  1 route item to be applied\n"
             "interface manager  connected      2023-11-14 22:13:23  2 interfaces that are not "
             "there\n");
 }

@@ -237,6 +237,7 @@ TEST_F(kept_links, a_refusal_is_tried_again_and_told_once) {
 TEST_F(kept_links, one_that_is_not_there_is_told) {
   keeper_.set("p", "t", "none0", wish::no);
   settle();
+  EXPECT_EQ(keeper_.status("p", kernel_.links).stands, "waits for none0");
   EXPECT_EQ(keeper_.status("p", kernel_.links).problem, "there is no interface \"none0\"");
 }
 

@@ -24,8 +24,15 @@ needed_service words_of(const std::string& service) {
   const auto found = std::find_if(kinds.begin(), kinds.end(), [&](const track_kind& kind) {
     return kind.service.word == service;
   });
-  return found == kinds.end() ? needed_service{service, service.c_str(), "pending"}
+  return found == kinds.end() ? needed_service{service, service.c_str(), "pending", "pending"}
                               : found->get().service;
+}
+
+std::string pending_text(const needed_service& of, std::uint32_t count) {
+  if (count == 0) {
+    return "none";
+  }
+  return std::to_string(count) + ' ' + (count == 1 ? of.one_pending : of.more_pending);
 }
 
 moment from_seconds(std::int64_t seconds) {
@@ -79,8 +86,7 @@ std::string engine_table(const std::vector<engine_state>& states) {
     const needed_service row = words_of(state.service);
     table += table_cell(row.name, name_width) +
              table_cell(state.connected ? "connected" : "not connected", state_width) +
-             table_cell(time_text(state.since), since_width) +
-             (state.pending == 0 ? "none" : std::to_string(state.pending) + ' ' + row.pending) +
+             table_cell(time_text(state.since), since_width) + pending_text(row, state.pending) +
              '\n';
   }
   return table;

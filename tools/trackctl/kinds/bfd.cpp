@@ -209,7 +209,7 @@ constinit const track_kind bfd_kind{
     .object = object,
     .live = live,
     .measure_all = measure_bfd_sessions,
-    .service = {"bfd", "BFD engine", "sessions that are not run",
+    .service = {"bfd", "BFD engine", "session that is not run", "sessions that are not run",
                 "malformed, from afar, or of no session"}};
 
 }  // namespace ot::trackctl

@@ -42,6 +42,7 @@ constinit const track_kind interface_kind{
     .define = define,
     .write = write,
     .object = object,
-    .service = {"interfaces", "interface manager", "interfaces that are not there"}};
+    .service = {"interfaces", "interface manager", "interface that is not there",
+                "interfaces that are not there"}};
 
 }  // namespace ot::trackctl

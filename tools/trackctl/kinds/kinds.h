@@ -30,7 +30,9 @@ using member_order = std::function<void(std::vector<std::string>& members)>;
 struct needed_service {
   std::string_view word;  // in the report
   const char* name = "";
-  const char* pending = "";  // what waits for it; stands behind the number
+  // What waits for it; they stand behind the number.
+  const char* one_pending = "";
+  const char* more_pending = "";
   // What is wrong with packets that it discards; null where none come.
   const char* discards = nullptr;
 };

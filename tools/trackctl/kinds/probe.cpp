@@ -73,6 +73,7 @@ constinit const track_kind probe_kind{
     .object = object,
     .awaits_result = awaits_result,
     .measure = measure,
-    .service = {"probe", "probe service", "operations without a result"}};
+    .service = {"probe", "probe service", "operation without a result",
+                "operations without a result"}};
 
 }  // namespace ot::trackctl

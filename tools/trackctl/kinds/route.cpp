@@ -62,6 +62,6 @@ constinit const track_kind route_kind{
     .define = define,
     .write = write,
     .object = object,
-    .service = {"fib", "FIB", "route items to be applied"}};
+    .service = {"fib", "FIB", "route item to be applied", "route items to be applied"}};
 
 }  // namespace ot::trackctl

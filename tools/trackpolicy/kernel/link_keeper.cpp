@@ -198,7 +198,7 @@ outcome link_keeper::status(const std::string& owner, const link_table& links) c
   const link_fact* const link = links.find(one.interface);
   const bool held = held_.contains(one.interface);
   if (link == nullptr) {
-    made.stands = "there is no " + one.interface;
+    made.stands = "waits for " + one.interface;
   } else if (link->up) {
     made.stands = one.interface + " is up";
   } else {
