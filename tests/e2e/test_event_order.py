@@ -6,6 +6,7 @@ import re
 import pytest
 
 from tracing import Tracing
+from waiting import wait_until
 
 # What is asked about links (RTM_GETLINK) waits while a change of a link is under way.
 WAITS = re.compile(r"nlmsg_type=(RTM_GETLINK|0x12 )")
@@ -21,9 +22,8 @@ class Calls(Tracing):
         self._folder = folder
         super().__init__(pid, "-ff", "-o", folder / "calls", "-e", CALLS)
 
-    def end(self):
-        """The lines of the first thread, and those of all others."""
-        self.close()
+    def lines(self):
+        """Those of the first thread so far, and those of all others."""
         lines = {path.suffix: path.read_text(encoding="utf-8").splitlines()
                  for path in self._folder.glob("calls.*")}
         own = lines.pop(f".{self._pid}", [])
@@ -48,10 +48,12 @@ def test_the_event_leaves_first_and_the_loop_waits_for_no_lock(service, tmp_path
         # The looks at routes that follow are over when another change of them has come through.
         service.net.ip("route del 192.0.2.0/24")
         service.wait_state("r", "down")
+        wait_until(lambda: any(map(WAITS.search, calls.lines()[1])), service.build.patience,
+                   "another thread waits for the change to be whole")
     finally:
-        own, others = calls.end()
+        calls.close()
+    own, _ = calls.lines()
     event = next(index for index, line in enumerate(own) if re.search(r'sendto\(\d+, "t\\0', line))
     # Nothing between the kernel's message and the event.
     assert "recvmmsg(" in own[event - 1], own[event - 5:event + 1]
-    assert not any(WAITS.search(line) for line in own)
-    assert any(WAITS.search(line) for line in others), "nobody waited for the change to be whole"
+    assert not any(map(WAITS.search, own))

@@ -241,7 +241,8 @@ def test_what_is_left_of_policies_that_there_are_no_more_goes_at_the_start(site)
     site.policy.start()
     site.wait_routes([])
     site.wait_up("mark-up", True)
-    assert not os.path.exists(site.policy.path("run/object_tracking/policies/.links"))
+    memory = site.policy.path("run/object_tracking/policies/.links")
+    wait_until(lambda: not os.path.exists(memory), site.service.build.patience, "no memory")
 
 
 def test_after_the_last_route_an_instance_is_one_without_routes(site):
