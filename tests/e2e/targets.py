@@ -1,5 +1,6 @@
 """What probes are aimed at: servers in the namespace of a test that behave as the test says."""
 
+import contextlib
 import ctypes
 import os
 import socket
@@ -64,10 +65,12 @@ class TcpListener:
 
 
 class HttpServer:
-    """Answers every request with the bytes `answer`, or not at all when that is None."""
+    """Answers every request with the bytes `answer`, or not at all when that is None. Around an
+    answer it is in the context that `answering` makes."""
 
     def __init__(self, net, port, address="127.0.0.1"):
         self.answer = b""
+        self.answering = contextlib.nullcontext
         self._held = []
         family = socket.AF_INET6 if ":" in address else socket.AF_INET
         self._listener = in_namespace(
@@ -92,7 +95,8 @@ class HttpServer:
             with connection:
                 try:
                     connection.recv(65536)
-                    connection.sendall(answer)
+                    with self.answering():
+                        connection.sendall(answer)
                 except OSError:
                     pass  # a client that did not wait
 

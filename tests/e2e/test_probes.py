@@ -1,5 +1,6 @@
 """Probe tracks on real targets: the track follows what each of them does within two polls."""
 
+import contextlib
 import os
 import re
 import shutil
@@ -7,6 +8,7 @@ import signal
 import socket
 import subprocess
 import threading
+import time
 
 import pytest
 
@@ -152,6 +154,34 @@ def test_an_http_server_is_asked_itself_whatever_proxies_there_are(qmond, monkey
         host = f"[{address}]" if ":" in address else address
         probe(qmond, kind="http", target=f"http://{host}:7002/")
         follows(qmond, "t", 1, 1, "up")
+    finally:
+        server.close()
+
+
+def test_an_answer_that_came_while_qmond_did_not_run_counts(qmond):
+    """As on a machine that is moved, or that is busy: the target has answered in time."""
+    timeout_ms = 900 if qmond.service.build.sanitized else 450
+
+    @contextlib.contextmanager
+    def not_running():
+        qmond.daemon.process.send_signal(signal.SIGSTOP)
+        try:
+            yield
+            time.sleep(2 * timeout_ms / 1000)  # that the timeout is over is what this is about
+        finally:
+            qmond.daemon.process.send_signal(signal.SIGCONT)
+
+    server = HttpServer(qmond.service.net, 7002)
+    server.answer = HttpServer.status(200)
+    server.answering = not_running
+    try:
+        first = 34  # of those whose first probe does not wait long
+        qmond.configure({"id": first, "kind": "http", "target": "http://127.0.0.1:7002/",
+                         "interval": "10s", "timeout": f"{timeout_ms}ms"})
+        qmond.start()
+        wait_until(lambda: qmond.status()[first]["results"] == 1, qmond.service.build.patience,
+                   "a result")
+        assert qmond.status()[first]["code"] == 1
     finally:
         server.close()
 

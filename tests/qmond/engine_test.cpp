@@ -153,6 +153,61 @@ TEST_F(qmond_engine, a_probe_that_takes_too_long_is_given_up) {
   EXPECT_EQ(code(0), 2U);
 }
 
+class qmond_engine_late : public qmond_engine {
+ protected:
+  // A probe is under way, and its timeout is come to only so much later.
+  void overlook_timeout(std::uint64_t by_us) {
+    engine_->apply({every_second(0)});
+    engine_->run_due();
+    now_ = *engine_->next_due_us() + by_us;
+    engine_->run_due();
+  }
+};
+
+TEST_F(qmond_engine_late, waking_up_a_little_late_gives_no_more_time) {
+  overlook_timeout(49999);
+  EXPECT_THAT(under_way_, IsEmpty());
+  EXPECT_EQ(code(0), 2U);
+}
+
+TEST_F(qmond_engine_late, an_answer_that_came_meanwhile_counts) {
+  overlook_timeout(50000);
+  ASSERT_EQ(under_way_.size(), 1U);
+  answer(0, return_code::ok);
+  EXPECT_EQ(code(0), 1U);
+}
+
+TEST_F(qmond_engine_late, a_probe_has_as_long_again_as_it_was_overlooked) {
+  overlook_timeout(60000);
+  pass_until(now_ + 59999);
+  EXPECT_EQ(under_way_.size(), 1U);
+  pass_until(now_ + 1);
+  EXPECT_THAT(under_way_, IsEmpty());
+  EXPECT_EQ(code(0), 2U);
+}
+
+TEST_F(qmond_engine_late, but_no_longer_than_its_timeout) {
+  overlook_timeout(3600 * second);
+  pass_until(now_ + 399999);
+  EXPECT_EQ(under_way_.size(), 1U);
+  pass_until(now_ + 1);
+  EXPECT_THAT(under_way_, IsEmpty());
+}
+
+TEST_F(qmond_engine_late, more_time_is_given_once_a_probe) {
+  overlook_timeout(second);
+  now_ = *engine_->next_due_us() + second;
+  engine_->run_due();
+  EXPECT_THAT(under_way_, IsEmpty());
+  EXPECT_EQ(code(0), 2U);
+  engine_->run_due();
+  pass_until(*engine_->next_due_us());
+  ASSERT_EQ(under_way_.size(), 1U) << "the next probe";
+  now_ = *engine_->next_due_us() + second;
+  engine_->run_due();
+  EXPECT_EQ(under_way_.size(), 1U);
+}
+
 TEST_F(qmond_engine, a_result_at_once_counts_as_well) {
   immediate_ = return_code::unreachable;
   engine_->apply({every_second(0)});

@@ -14,6 +14,9 @@ namespace {
 constexpr std::uint64_t spread_max_us = 10000000;
 // When there was no room for a probe, for example too many commands ran.
 constexpr std::uint64_t retry_us = 50000;
+// A timeout that is come to so late was overlooked: the loop wakes up for many at a time, but not that
+// much later.
+constexpr std::uint64_t late_us = 50000;
 constexpr std::uint64_t ns_per_us = 1000;
 // More than one is needed once in very many configurations.
 constexpr std::uint32_t salts_max = 16;
@@ -30,6 +33,7 @@ struct engine::runner : timer_node {
   std::uint64_t started_us = 0;
   std::uint64_t rhythm_us = 0;        // from when the next start counts
   std::uint64_t without_room_us = 0;  // since when; 0: there was room
+  bool has_more_time = false;         // than its timeout
 };
 
 std::uint64_t first_delay_us(const operation& config) noexcept {
@@ -151,6 +155,7 @@ void engine::start(runner& one) {
   started begun = hooks_.start(one.config, [this, &one](return_code code) { finish(one, code); });
   if (begun.running != nullptr) {
     one.running = std::move(begun.running);
+    one.has_more_time = false;
     put_off(one, one.started_us + one.config.timeout_ms * std::uint64_t{1000});
   } else if (begun.code == return_code::none) {
     wait_for_room(one);
@@ -182,15 +187,27 @@ void engine::finish(runner& one, return_code code) {
   put_off(one, std::max(one.rhythm_us + interval_us, now_us + 1));
 }
 
+// The answer may have come while nobody could look. So a probe has as long again as its timeout was
+// overlooked, though only once: on a machine that is always late, targets fail, too.
+bool engine::gets_more_time(runner& one, std::uint64_t now_us) {
+  const std::uint64_t overlooked_us = now_us - one.due_ns / ns_per_us;
+  if (overlooked_us < late_us || one.has_more_time) {
+    return false;
+  }
+  one.has_more_time = true;
+  put_off(one, now_us + std::min(overlooked_us, one.config.timeout_ms * std::uint64_t{1000}));
+  return true;
+}
+
 void engine::run_due() {
   const std::uint64_t now_ns = hooks_.now_us() * ns_per_us;
   for (timer_node* first = due_.first(); first != nullptr && first->due_ns <= now_ns;
        first = due_.first()) {
     auto& one = static_cast<runner&>(*first);
-    if (one.running != nullptr) {
-      finish(one, one.running->late_code());
-    } else {
+    if (one.running == nullptr) {
       start(one);
+    } else if (!gets_more_time(one, now_ns / ns_per_us)) {
+      finish(one, one.running->late_code());
     }
   }
 }

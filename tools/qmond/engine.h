@@ -64,6 +64,7 @@ class engine {
   void start(runner& one);
   void wait_for_room(runner& one);
   void finish(runner& one, return_code code);
+  bool gets_more_time(runner& one, std::uint64_t now_us);
 
   std::string table_path_;
   engine_hooks hooks_;

@@ -25,6 +25,7 @@ constexpr int requests_a_turn = 16;
 constexpr std::uint64_t turn_us = 2'000;  // after which no further request is begun
 constexpr std::uint64_t first_message_us = 2'000'000;
 constexpr std::uint64_t stuck_us = 5'000'000;
+constexpr std::uint64_t late_us = 100'000;  // no turn takes that long by itself
 constexpr int socket_buffer = 128 * 1024;
 constexpr std::size_t message_overhead = 4096;  // what the bus's header adds, generously
 
@@ -104,13 +105,26 @@ int ledger_peer::on_again(sd_event_source* /*source*/, void* userdata) noexcept 
   return 0;
 }
 
-int ledger_peer::on_deadline(sd_event_source* /*source*/, std::uint64_t /*now*/,
+int ledger_peer::on_deadline(sd_event_source* source, std::uint64_t /*now*/,
                              void* userdata) noexcept {
   auto& self = *static_cast<ledger_peer*>(userdata);
-  if (self.waits_for_peer()) {
-    self.owner_.peer_ended(self);
+  if (!self.waits_for_peer()) {
+    return 0;
   }
+  // A loop that comes this late has kept the peer waiting, or what the peer has sent.
+  std::uint64_t due = 0;
+  sd_event_source_get_time(source, &due);
+  if (self.over_ || monotonic_us() < due + late_us) {
+    self.owner_.peer_ended(self);
+    return 0;
+  }
+  sd_event_source_set_time_relative(source, self.patience_us());
+  sd_event_source_set_enabled(source, SD_EVENT_ONESHOT);
   return 0;
+}
+
+std::uint64_t ledger_peer::patience_us() const noexcept {
+  return spoken_ ? stuck_us : first_message_us;
 }
 
 // A turn: serve, send, and say what to wait for.
@@ -194,7 +208,7 @@ void ledger_peer::watch() noexcept {
   if (!waits_for_peer()) {
     sd_event_source_set_enabled(deadline_.get(), SD_EVENT_OFF);
   } else if (spoken_ && (progress_ || enabled == SD_EVENT_OFF)) {
-    sd_event_source_set_time_relative(deadline_.get(), stuck_us);
+    sd_event_source_set_time_relative(deadline_.get(), patience_us());
     sd_event_source_set_enabled(deadline_.get(), SD_EVENT_ONESHOT);
   }
   progress_ = false;

@@ -6,7 +6,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <fstream>
+#include <future>
 #include <vector>
 
 #include "platform/ledger.h"
@@ -61,6 +63,38 @@ TEST_F(ledger_peers, a_silent_connection_is_ended) {
   ASSERT_TRUE(greeted.authenticate());
   EXPECT_TRUE(greeted.ended_within(5000));
   expect_service();
+}
+
+// Longer than a new client has for its first message.
+constexpr std::chrono::milliseconds held{2'500};
+
+TEST_F(ledger_peers, a_request_that_waits_for_a_busy_service_is_answered) {
+  ledger_link link;
+  ASSERT_EQ(link.ensure(), status_ok);
+  std::future<int> asked;
+  service_.run([&] {
+    asked = std::async(std::launch::async, [&link] {
+      ledger_writer request;
+      request.text("/oper/nothing");
+      ledger_reply reply;
+      return link.call(ledger_member::get, request, reply);
+    });
+    EXPECT_EQ(asked.wait_for(held), std::future_status::timeout);
+  });
+  EXPECT_EQ(asked.get(), ledger_no_data);
+}
+
+TEST_F(ledger_peers, a_greeting_that_waits_for_a_busy_service_is_answered) {
+  raw_client client{place_.socket()};
+  expect_service();  // later connections are served, so this one is known
+  std::future<bool> greeted;
+  service_.run([&] {
+    greeted = std::async(std::launch::async, [&client] { return client.authenticate(); });
+    EXPECT_EQ(greeted.wait_for(held), std::future_status::timeout);
+  });
+  EXPECT_TRUE(greeted.get());
+  EXPECT_FALSE(client.ended_within(1000)) << "it has as long as a new one";
+  EXPECT_TRUE(client.ended_within(5000));
 }
 
 TEST_F(ledger_peers, nonsense_is_ended) {
