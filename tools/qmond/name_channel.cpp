@@ -3,6 +3,7 @@
 // when the configuration has changed.
 #include "tools/qmond/name_channel.h"
 
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/time.h>
 
@@ -12,6 +13,7 @@
 #include <stdexcept>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 namespace ot::qmond {
 namespace {
@@ -40,8 +42,7 @@ struct name_channel::question {
 };
 
 name_channel::name_channel(sd_event* loop, std::uint32_t timeout_ms) : loop_(loop) {
-  timer_ = loop_source::timer(loop_, UINT64_MAX, 1000,
-                              [this](std::uint32_t) { process(ARES_SOCKET_BAD, ARES_SOCKET_BAD); });
+  timer_ = loop_source::timer(loop_, UINT64_MAX, 1000, [this](std::uint32_t) { give_up_late(); });
   const std::uint32_t servers = servers_of_system();
   const std::uint32_t try_ms = std::max(timeout_ms / (servers + 1), std::uint32_t{1});
   // Where there is no other one, all the time is a server's; the caller may have had its rounded.
@@ -147,6 +148,21 @@ void name_channel::add_socket(ares_socket_t socket, std::uint32_t events) noexce
 void name_channel::process(ares_socket_t readable, ares_socket_t writable) {
   ares_process_fd(channel_, readable, writable);
   set_timer();
+}
+
+// What came while nobody could look is read before anything counts as late.
+void name_channel::give_up_late() {
+  std::vector<pollfd> read;
+  for (const auto& [socket, source] : sockets_) {
+    read.push_back({.fd = socket, .events = POLLIN, .revents = 0});
+  }
+  poll(read.data(), read.size(), 0);
+  for (const pollfd& one : read) {
+    if (one.revents != 0 && sockets_.contains(one.fd)) {
+      ares_process_fd(channel_, one.fd, ARES_SOCKET_BAD);
+    }
+  }
+  process(ARES_SOCKET_BAD, ARES_SOCKET_BAD);
 }
 
 void name_channel::set_timer() {

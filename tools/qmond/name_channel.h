@@ -46,6 +46,7 @@ class name_channel {
   void watch(ares_socket_t socket, bool readable, bool writable);
   void add_socket(ares_socket_t socket, std::uint32_t events) noexcept;
   void process(ares_socket_t readable, ares_socket_t writable);
+  void give_up_late();
   void set_timer();
 
   sd_event* loop_;

@@ -3,15 +3,18 @@
 #include <malloc.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <thread>
 
 #include "tests/contract/linux/bfd_client_fixture.h"
 
 namespace ot::testing {
 namespace {
 
+using namespace std::chrono_literals;
 using namespace std::string_literals;
 using contract::let_pass;
 using nlohmann::json;
@@ -185,6 +188,23 @@ TEST_F(bfd_hostile_engine, an_engine_that_does_not_answer_is_given_up) {
   ASSERT_EQ(create(3), 0);
   ASSERT_TRUE(run_until([&] { return engine().requests(2).size() == 2; }));
   expect_recovery_with_another();
+}
+
+TEST_F(bfd_hostile_engine, an_answer_that_waits_for_a_busy_service_counts) {
+  start();
+  bring_up(1);
+  std::vector<engine_request> held;
+  engine().react([&](fake_bfdd&, const engine_request& request) { held.push_back(request); });
+  ASSERT_EQ(create(3), 0);
+  ASSERT_TRUE(run_until([&] { return held.size() == 1; }));
+  engine().react(nullptr);
+  evm_post(manager(), [](void*) {}, nullptr);  // what comes first decides who is next
+  engine().obey(held[0]);
+  std::this_thread::sleep_for(3s);  // the loop is elsewhere for longer than an answer is waited for
+  EXPECT_EQ(wait_reported(1), reported_list{"created 3"});
+  engine().set_state(label(3), "up");
+  EXPECT_EQ(wait_reported(1), reported_list{"up 3"});
+  EXPECT_EQ(engine().connections(), 1U);
 }
 
 TEST_F(bfd_hostile_engine, answers_may_come_in_any_order) {

@@ -1,11 +1,12 @@
 // The engine on bfdd's vty socket and a bfdd that misbehaves: the engine leaves it, stays what it
 // is, and works with the next one.
 #include <fcntl.h>
-#include <iterator>
 
+#include <chrono>
 #include <filesystem>
 #include <iterator>
 #include <string>
+#include <thread>
 
 #include "tests/contract/linux/bfd_vty_fixture.h"
 
@@ -135,6 +136,25 @@ TEST_F(bfd_vty_hostile, an_answer_that_never_ends_is_given_up) {
   }
   let_in_again();
   expect_recovery();
+}
+
+TEST_F(bfd_vty_hostile, an_answer_that_waits_for_a_busy_service_counts) {
+  start();
+  bring_up(1);
+  std::string held;
+  bfdd().react([&](fake_vty&, const std::string& command) {
+    held = command;
+    return true;
+  });
+  ASSERT_TRUE(run_until([&] { return !held.empty(); }));
+  bfdd().react(nullptr);
+  evm_post(manager(), [](void*) {}, nullptr);  // what comes first decides who is next
+  const vty_answer answer = bfdd().obey(held);
+  bfdd().answer(answer.code, answer.text);
+  std::this_thread::sleep_for(4s);  // the loop is elsewhere for longer than an answer is waited for
+  settle();
+  EXPECT_EQ(reported(), texts{});
+  EXPECT_EQ(bfdd().connections(), 1U);
 }
 
 TEST_F(bfd_vty_hostile, a_bfdd_that_lets_nobody_in_does_not_run) {

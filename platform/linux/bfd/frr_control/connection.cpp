@@ -83,6 +83,15 @@ void engine_connection::watch_patience(bool progress) noexcept {
   }
 }
 
+void engine_connection::out_of_patience(void* self) noexcept {
+  auto* connection = static_cast<engine_connection*>(self);
+  if (engine_has_spoken(connection->socket_)) {
+    connection->patience_.start(patience_usec);
+  } else {
+    connection->end(connection_end::broken);
+  }
+}
+
 int engine_connection::on_io(sd_event_source* /*source*/, int /*fd*/, std::uint32_t events,
                              void* self) {
   auto* connection = static_cast<engine_connection*>(self);

@@ -55,6 +55,7 @@ class engine_connection {
 
  private:
   static int on_io(sd_event_source* source, int fd, std::uint32_t events, void* self);
+  static void out_of_patience(void* self) noexcept;
 
   bool read() noexcept;
   bool deliver();
@@ -67,10 +68,7 @@ class engine_connection {
   sd_event_source* io_ = nullptr;
   std::optional<frame_reader> reader_;
   unsigned awaited_ = 0;  // answers
-  loop_timer patience_{[](void* self) noexcept {
-                         static_cast<engine_connection*>(self)->end(connection_end::broken);
-                       },
-                       this};
+  loop_timer patience_{out_of_patience, this};
 };
 
 }  // namespace ot::bfd

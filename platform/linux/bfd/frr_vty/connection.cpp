@@ -19,6 +19,7 @@
 namespace ot::bfd::vty {
 namespace {
 
+constexpr std::uint64_t rest_of_answer_usec = 1'000'000;
 constexpr std::size_t portion = std::size_t{64} * 1024;
 constexpr std::size_t command_limit = 1024;  // bfdd's own is 4094
 
@@ -75,7 +76,12 @@ void connection::end(connection_end why) noexcept {
 }
 
 void connection::out_of_patience(void* self) noexcept {
-  static_cast<connection*>(self)->end(connection_end::silent);
+  auto* vty = static_cast<connection*>(self);
+  if (engine_has_spoken(vty->socket_)) {
+    vty->patience_.start(rest_of_answer_usec);
+  } else {
+    vty->end(connection_end::silent);
+  }
 }
 
 bool connection::send(std::string_view command) noexcept {
