@@ -4,8 +4,9 @@ import os
 import pwd
 import re
 import shutil
+import signal
 import socket
-
+import time
 
 from build_tree import SOURCE
 from output import Pipe
@@ -20,6 +21,11 @@ def root_command(argv, **keys):
 def state_file(policy, **keys):
     os.makedirs(policy.path("run/site"), exist_ok=True)
     return {"name": "f", "track": "t", "kind": "file", "path": "/run/site/uplink", **keys}
+
+
+def is_zombie(pid):
+    with open(f"/proc/{pid}/stat", encoding="ascii") as stream:
+        return stream.read().rsplit(")", 1)[1].split()[0] == "Z"
 
 
 def wait_lines(policy, path, expected):
@@ -91,6 +97,25 @@ def test_a_slow_command_delays_nobody_and_is_ended_with_all_it_started(policy):
     wait_until(lambda: policy.list()["slow"]["failures"] >= 1, policy.service.build.patience,
                "the slow one has failed")
     assert "took too long" in policy.list()["slow"]["problem"]
+
+
+def test_a_command_that_ended_in_time_while_trackpolicy_did_not_run_has_not_failed(policy):
+    pid, go, limit = policy.path("pid"), policy.path("go"), 3
+    policy.configure(root_command(
+        script(policy, "wait", f"echo $$ > {pid}\nwhile [ ! -e {go} ]; do sleep 0.02; done\n"),
+        timeout=f"{int(limit * 1000)}ms"))
+    policy.start()
+    wait_until(lambda: lines(pid), policy.service.build.patience, "the command runs")
+    os.kill(policy.daemon.pid, signal.SIGSTOP)
+    try:
+        open(go, "wb").close()
+        wait_until(lambda: is_zombie(int(lines(pid)[0])), limit, "the command has ended")
+        time.sleep(limit)  # no condition: that its time is over is what this is about
+    finally:
+        os.kill(policy.daemon.pid, signal.SIGCONT)
+    row = wait_until(lambda: policy.list()["c"] if policy.list()["c"]["runs"] else None,
+                     policy.service.build.patience, "it was heard of")
+    assert (row["runs"], row["failures"], row["problem"]) == (1, 0, "")
 
 
 def test_who_does_not_read_what_it_says_holds_nobody_up(policy):

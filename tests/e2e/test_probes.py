@@ -158,6 +158,9 @@ def test_an_http_server_is_asked_itself_whatever_proxies_there_are(qmond, monkey
         server.close()
 
 
+PATIENT_MS = 2000
+
+
 def while_not_running(qmond):
     """A context of a server in which the answer reaches a qmond that does not run, as on a machine
     that is moved or that is busy, until its timeout is over."""
@@ -166,13 +169,12 @@ def while_not_running(qmond):
         qmond.daemon.process.send_signal(signal.SIGSTOP)
         try:
             yield
-            time.sleep(2 * PATIENT_MS / 1000)  # no condition: that time is over is what this is about
+            time.sleep(1.2 * PATIENT_MS / 1000)  # no condition: that time is over is what this is about
         finally:
             qmond.daemon.process.send_signal(signal.SIGCONT)
     return context
 
 
-PATIENT_MS = 900
 # One of those whose first probe does not wait long, and whose second one comes when all is over.
 ONCE = {"id": 34, "interval": "10s", "timeout": f"{PATIENT_MS}ms"}
 

@@ -75,7 +75,10 @@ class fake_host : public host {
     begun.push_back(argv.back());
     return command;
   }
-  void end(pid_t command) override { asked_to_end.push_back(command); }
+  bool end(pid_t command) override {
+    asked_to_end.push_back(command);
+    return !end_unheard_of;
+  }
   void abandon(pid_t command) override { running.at(command).ended = nullptr; }
   std::string recall(const std::string& name) override { return memory[name]; }
   void remember(const std::string& name, const std::string& text) override { memory[name] = text; }
@@ -125,6 +128,7 @@ class fake_host : public host {
   std::uint64_t now = 1'000'000;
   std::size_t room = 32;
   std::string start_error;
+  bool end_unheard_of = false;  // of a command that has ended
   std::string write_error;
   pid_t next_pid = 100;
   std::map<pid_t, fake_command> running;
@@ -320,6 +324,16 @@ TEST_F(policy_engine, a_command_that_takes_too_long_is_ended_and_counts_as_faile
   EXPECT_THAT(host_.asked_to_end, ElementsAre(100));
   host_.finish(true);  // it may well end in peace
   EXPECT_EQ(status().problem, "the command for up: took too long and was ended");
+}
+
+TEST_F(policy_engine, a_command_that_ended_in_time_though_nobody_looked_has_not_failed) {
+  start({command_policy()});
+  states(up);
+  host_.end_unheard_of = true;
+  advance(30000);
+  host_.finish(true);
+  EXPECT_EQ(status().problem, "");
+  EXPECT_EQ(status().failures, 0U);
 }
 
 TEST_F(policy_engine, a_command_that_cannot_be_run_has_failed) {

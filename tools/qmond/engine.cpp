@@ -14,8 +14,8 @@ namespace {
 constexpr std::uint64_t spread_max_us = 10000000;
 // When there was no room for a probe, for example too many commands ran.
 constexpr std::uint64_t retry_us = 50000;
-// A timeout that is come to so late was overlooked: the loop wakes up for many at a time, but not that
-// much later.
+// A timeout that is come to so late was overlooked: the loop waits a little to wake up for many at
+// a time, but not that long.
 constexpr std::uint64_t late_us = 50000;
 constexpr std::uint64_t ns_per_us = 1000;
 // More than one is needed once in very many configurations.

@@ -52,8 +52,9 @@ class host {
   // of what is remembered of the policy. `ended` is called from the loop.
   virtual pid_t start(const policy& of, const words& argv, const words& environment,
                       std::function<void(const command_end&)> ended, std::string* ret_error) = 0;
-  // Asks it to end, and later makes it; `ended` is called as always.
-  virtual void end(pid_t command) = 0;
+  // Asks it to end, and later makes it; `ended` is called as always. False when it has ended by
+  // itself, of which only nobody has heard yet.
+  virtual bool end(pid_t command) = 0;
   // The same for a command that nobody waits for any more.
   virtual void abandon(pid_t command) = 0;
 

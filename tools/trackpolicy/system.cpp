@@ -189,21 +189,24 @@ bool system_host::read_output(child& one) {
   return true;
 }
 
-void system_host::end(pid_t command) {
+bool system_host::end(pid_t command) {
   const auto found = children_.find(command);
-  if (found == children_.end()) {
-    return;
+  siginfo_t exited{};
+  (void)waitid(P_PID, static_cast<id_t>(command), &exited, WEXITED | WNOWAIT | WNOHANG);
+  if (found == children_.end() || exited.si_pid == command) {
+    return false;
   }
   children::signal_group(command, SIGTERM);
   found->second.kill_timer = qmond::loop_source::timer(
       loop_, monotonic_us() + kill_after_us, accuracy_us,
       [command](std::uint32_t) { children::signal_group(command, SIGKILL); });
+  return true;
 }
 
 void system_host::abandon(pid_t command) {
   if (const auto found = children_.find(command); found != children_.end()) {
     found->second.ended = nullptr;
-    end(command);
+    (void)end(command);
   }
 }
 

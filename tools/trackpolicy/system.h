@@ -41,7 +41,7 @@ class system_host : public host {
   bool has_room(reaction& who, const policy& of) override;
   pid_t start(const policy& of, const words& argv, const words& environment,
               std::function<void(const command_end&)> ended, std::string* ret_error) override;
-  void end(pid_t command) override;
+  bool end(pid_t command) override;
   void abandon(pid_t command) override;
   std::string recall(const std::string& policy_name) override;
   void remember(const std::string& policy_name, const std::string& text) override;

@@ -57,8 +57,7 @@ void command_reaction::wait_for(const situation& now) {
 void command_reaction::due() {
   set_due(never);
   if (current_ && current_->running != 0) {
-    current_->late = true;
-    host_.end(current_->running);
+    current_->late = host_.end(current_->running);
     return;
   }
   go_on();
