@@ -16,6 +16,7 @@
 #include "platform/ledger/item.h"
 #include "platform/ledger/messages.h"
 #include "platform/ledger_status.h"
+#include "platform/linux/loop/sd_event.h"
 #include "platform/linux/monotonic.h"
 
 namespace ot {
@@ -25,7 +26,6 @@ constexpr int requests_a_turn = 16;
 constexpr std::uint64_t turn_us = 2'000;  // after which no further request is begun
 constexpr std::uint64_t first_message_us = 2'000'000;
 constexpr std::uint64_t stuck_us = 5'000'000;
-constexpr std::uint64_t late_us = 100'000;  // no turn takes that long by itself
 constexpr int socket_buffer = 128 * 1024;
 constexpr std::size_t message_overhead = 4096;  // what the bus's header adds, generously
 
@@ -111,10 +111,7 @@ int ledger_peer::on_deadline(sd_event_source* source, std::uint64_t /*now*/,
   if (!self.waits_for_peer()) {
     return 0;
   }
-  // A loop that comes this late has kept the peer waiting, or what the peer has sent.
-  std::uint64_t due = 0;
-  sd_event_source_get_time(source, &due);
-  if (self.over_ || monotonic_us() < due + late_us) {
+  if (self.over_ || !evm_overlooked(source)) {
     self.owner_.peer_ended(self);
     return 0;
   }

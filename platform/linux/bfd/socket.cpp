@@ -3,7 +3,6 @@
 // long as they are not there, the nearest above them.
 #include "platform/linux/bfd/socket.h"
 
-#include <poll.h>
 #include <sys/inotify.h>
 #include <sys/socket.h>
 
@@ -35,11 +34,6 @@ unique_fd engine_connect(const std::string& path) noexcept {
     return {};
   }
   return connection;
-}
-
-bool engine_has_spoken(const unique_fd& socket) noexcept {
-  pollfd state{.fd = socket.get(), .events = POLLIN, .revents = 0};
-  return poll(&state, 1, 0) > 0;
 }
 
 socket_watch::~socket_watch() {

@@ -15,10 +15,6 @@ namespace ot::bfd {
 // A connection that never blocks; invalid, with errno set, when nobody listens at `path`.
 unique_fd engine_connect(const std::string& path) noexcept;
 
-// Whether something of the engine's waits to be read: then it is the loop that was late, and not
-// the engine.
-bool engine_has_spoken(const unique_fd& socket) noexcept;
-
 // Notices that the socket has been made, so that an engine that starts is connected at once and one
 // that is away costs next to no wake-ups.
 class socket_watch {

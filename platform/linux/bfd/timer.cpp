@@ -39,6 +39,10 @@ void loop_timer::stop() noexcept {
   }
 }
 
+bool loop_timer::overlooked() const noexcept {
+  return evm_overlooked(source_);
+}
+
 int loop_timer::on_expiry(sd_event_source* /*source*/, std::uint64_t /*usec*/, void* self) {
   auto* timer = static_cast<loop_timer*>(self);
   timer->running_ = false;

@@ -25,6 +25,8 @@ class loop_timer {
   void start(std::uint64_t usec) noexcept;
   void stop() noexcept;
   [[nodiscard]] bool running() const noexcept { return running_; }
+  // For its owner at its expiry: whether that was overlooked (loop/sd_event.h).
+  [[nodiscard]] bool overlooked() const noexcept;
 
  private:
   static int on_expiry(sd_event_source* source, std::uint64_t usec, void* self);

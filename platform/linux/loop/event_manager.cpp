@@ -135,6 +135,15 @@ int evm_start_timer(evm* manager, sd_event_source** timer, clockid_t clock, std:
   return r < 0 ? r : sd_event_source_set_enabled(*timer, SD_EVENT_ONESHOT);
 }
 
+bool evm_overlooked(sd_event_source* timer) noexcept {
+  constexpr std::uint64_t late_us = 100'000;  // no turn takes that long by itself
+  std::uint64_t due_us = 0;
+  std::uint64_t now_us = 0;
+  sd_event_source_get_time(timer, &due_us);
+  sd_event_now(sd_event_source_get_event(timer), CLOCK_MONOTONIC, &now_us);
+  return now_us >= due_us + late_us;
+}
+
 void evm_flush(evm* manager) noexcept {
   for (const evm_flush_hook* hook = manager->flushes; hook != nullptr; hook = hook->next) {
     hook->flush(hook->argument);

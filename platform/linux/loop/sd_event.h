@@ -47,6 +47,12 @@ int evm_add_flush(evm* manager, evm_flush_stage stage, void (*flush)(void* argum
 int evm_start_timer(evm* manager, sd_event_source** timer, clockid_t clock, std::uint64_t usec,
                     sd_event_time_handler_t handler, void* context) noexcept;
 
+// For the handler of a timer on CLOCK_MONOTONIC: whether the loop comes to it so late that what it
+// limits was overlooked, because the machine or the process stood still or something kept the loop
+// busy. What came meanwhile may not have been read; whoever has waited for the loop is to have its
+// time anew.
+bool evm_overlooked(sd_event_source* timer) noexcept;
+
 // For a source's handler whose whole work is to raise `event`: runs the event's handler at once in
 // its place, which spares a turn of the loop, unless tasks wait that came before it.
 void evm_run_or_raise(const evm_sigevent& event);

@@ -85,7 +85,7 @@ void engine_connection::watch_patience(bool progress) noexcept {
 
 void engine_connection::out_of_patience(void* self) noexcept {
   auto* connection = static_cast<engine_connection*>(self);
-  if (engine_has_spoken(connection->socket_)) {
+  if (connection->patience_.overlooked()) {
     connection->patience_.start(patience_usec);
   } else {
     connection->end(connection_end::broken);

@@ -19,7 +19,6 @@
 namespace ot::bfd::vty {
 namespace {
 
-constexpr std::uint64_t rest_of_answer_usec = 1'000'000;
 constexpr std::size_t portion = std::size_t{64} * 1024;
 constexpr std::size_t command_limit = 1024;  // bfdd's own is 4094
 
@@ -77,8 +76,8 @@ void connection::end(connection_end why) noexcept {
 
 void connection::out_of_patience(void* self) noexcept {
   auto* vty = static_cast<connection*>(self);
-  if (engine_has_spoken(vty->socket_)) {
-    vty->patience_.start(rest_of_answer_usec);
+  if (vty->patience_.overlooked()) {
+    vty->patience_.start(vty->patience_usec_);
   } else {
     vty->end(connection_end::silent);
   }
@@ -102,6 +101,7 @@ bool connection::ask(std::string_view command, std::uint64_t patience_usec) noex
     close();
     return false;
   }
+  patience_usec_ = patience_usec;
   patience_.start(patience_usec);
   return true;
 }

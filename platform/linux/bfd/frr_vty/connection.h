@@ -74,6 +74,7 @@ class connection {
   unique_fd descriptor_;  // came with what was read last
   bool busy_ = false;
   bool closed_ = false;  // by the other side
+  std::uint64_t patience_usec_ = 0;
   loop_timer patience_{out_of_patience, this};
 };
 
