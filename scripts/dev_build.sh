@@ -24,14 +24,16 @@ package_settings() {
     "-DCMAKE_SHARED_LINKER_FLAGS=$("${flags[@]}" LDFLAGS)"
 }
 
-# configure_preset PRESET: where that was not done yet, or before the presets changed. The preset
-# "bench" adds to the folder of another.
+# configure_preset PRESET: where that was not done yet, or before the presets changed; then from the
+# beginning, since a cache does not survive another compiler. The preset "bench" adds to the folder of
+# another.
 configure_preset() {
   local rules=build/$1/build.ninja settings=()
   if [[ ! -f $rules || CMakePresets.json -nt $rules ]]; then
     case $1 in
       release | bench) mapfile -t settings < <(package_settings) ;;
     esac
+    [[ ! -f $rules ]] || settings+=(--fresh)
     cmake --preset "$1" "${settings[@]}" >/dev/null
   fi
 }
