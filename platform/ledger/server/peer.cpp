@@ -5,6 +5,7 @@
 #include "platform/ledger/server/peer.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -111,13 +112,20 @@ int ledger_peer::on_deadline(sd_event_source* source, std::uint64_t /*now*/,
   if (!self.waits_for_peer()) {
     return 0;
   }
-  if (self.over_ || !evm_overlooked(source)) {
+  if (self.over_ || !(evm_overlooked(source) || self.has_done_its_part())) {
     self.owner_.peer_ended(self);
     return 0;
   }
   sd_event_source_set_time_relative(source, self.patience_us());
   sd_event_source_set_enabled(source, SD_EVENT_ONESHOT);
   return 0;
+}
+
+// Whether what the deadline is for waits in the socket, because the loop has much to do.
+bool ledger_peer::has_done_its_part() const noexcept {
+  const short awaited = unsent() > 0 ? POLLOUT : POLLIN;
+  pollfd state{.fd = watched_.get(), .events = awaited, .revents = 0};
+  return poll(&state, 1, 0) > 0 && (state.revents & awaited) != 0;
 }
 
 std::uint64_t ledger_peer::patience_us() const noexcept {

@@ -68,6 +68,7 @@ class ledger_peer : public ledger_commit_client {
   void watch() noexcept;
   [[nodiscard]] std::uint64_t unsent() const noexcept;
   [[nodiscard]] bool waits_for_peer() const noexcept;
+  [[nodiscard]] bool has_done_its_part() const noexcept;
   [[nodiscard]] std::uint64_t patience_us() const noexcept;
 
   ledger_peer_owner& owner_;
