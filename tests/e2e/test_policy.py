@@ -103,14 +103,14 @@ def test_a_command_that_ended_in_time_while_trackpolicy_did_not_run_has_not_fail
     pid, go, limit = policy.path("pid"), policy.path("go"), 3
     policy.configure(root_command(
         script(policy, "wait", f"echo $$ > {pid}\nwhile [ ! -e {go} ]; do sleep 0.02; done\n"),
-        timeout=f"{int(limit * 1000)}ms"))
+        timeout=f"{limit}s"))
     policy.start()
     wait_until(lambda: lines(pid), policy.service.build.patience, "the command runs")
     os.kill(policy.daemon.pid, signal.SIGSTOP)
     try:
         open(go, "wb").close()
         wait_until(lambda: is_zombie(int(lines(pid)[0])), limit, "the command has ended")
-        time.sleep(limit)  # no condition: that its time is over is what this is about
+        time.sleep(limit)  # that its time is over is what this is about
     finally:
         os.kill(policy.daemon.pid, signal.SIGCONT)
     row = wait_until(lambda: policy.list()["c"] if policy.list()["c"]["runs"] else None,

@@ -158,7 +158,7 @@ def test_an_http_server_is_asked_itself_whatever_proxies_there_are(qmond, monkey
         server.close()
 
 
-PATIENT_MS = 2000
+PATIENT_S = 2
 
 
 def while_not_running(qmond):
@@ -169,21 +169,21 @@ def while_not_running(qmond):
         qmond.daemon.process.send_signal(signal.SIGSTOP)
         try:
             yield
-            time.sleep(1.2 * PATIENT_MS / 1000)  # no condition: that time is over is what this is about
+            time.sleep(1.2 * PATIENT_S)  # that this time is over is what it is about
         finally:
             qmond.daemon.process.send_signal(signal.SIGCONT)
     return context
 
 
 # One of those whose first probe does not wait long, and whose second one comes when all is over.
-ONCE = {"id": 34, "interval": "10s", "timeout": f"{PATIENT_MS}ms"}
+ONCE = {"id": 34, "interval": "10s", "timeout": f"{PATIENT_S}s"}
 
 
-def expect_first_result(qmond, code, **operation):
+def expect_first_result_good(qmond, **operation):
     qmond.configure({**ONCE, **operation})
     qmond.start()
     wait_until(lambda: qmond.status()[34]["results"] == 1, qmond.service.build.patience, "a result")
-    assert qmond.status()[34]["code"] == code
+    assert qmond.status()[34]["code"] == 1
 
 
 def test_an_answer_that_came_while_qmond_did_not_run_counts(qmond):
@@ -191,7 +191,7 @@ def test_an_answer_that_came_while_qmond_did_not_run_counts(qmond):
     server.answer = HttpServer.status(200)
     server.answering = while_not_running(qmond)
     try:
-        expect_first_result(qmond, 1, kind="http", target="http://127.0.0.1:7002/")
+        expect_first_result_good(qmond, kind="http", target="http://127.0.0.1:7002/")
     finally:
         server.close()
 
@@ -474,7 +474,7 @@ def test_a_name_that_became_known_while_qmond_did_not_run_counts(qmond):
     listener = TcpListener(qmond.service.net, 7001)
     try:
         NameServers(qmond).set("127.0.0.3")
-        expect_first_result(qmond, 1, kind="tcp", target="www.example.test:7001")
+        expect_first_result_good(qmond, kind="tcp", target="www.example.test:7001")
     finally:
         listener.close()
         server.close()

@@ -198,8 +198,9 @@ TEST_F(bfd_hostile_engine, an_answer_that_waits_for_a_busy_service_counts) {
   ASSERT_EQ(create(3), 0);
   ASSERT_TRUE(run_until([&] { return held.size() == 1; }));
   engine().react(nullptr);
+  // With something else before them, the loop comes to the limit before it comes to the answer.
   evm_post(
-      manager(), [](void*) {}, nullptr);  // what comes first decides who is next
+      manager(), [](void*) {}, nullptr);
   engine().obey(held[0]);
   std::this_thread::sleep_for(3s);  // the loop is elsewhere for longer than an answer is waited for
   EXPECT_EQ(wait_reported(1), reported_list{"created 3"});

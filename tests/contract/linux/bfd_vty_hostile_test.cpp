@@ -148,8 +148,9 @@ TEST_F(bfd_vty_hostile, an_answer_that_waits_for_a_busy_service_counts) {
   });
   ASSERT_TRUE(run_until([&] { return !held.empty(); }));
   bfdd().react(nullptr);
+  // With something else before them, the loop comes to the limit before it comes to the answer.
   evm_post(
-      manager(), [](void*) {}, nullptr);  // what comes first decides who is next
+      manager(), [](void*) {}, nullptr);
   const vty_answer answer = bfdd().obey(held);
   bfdd().answer(answer.code, answer.text);
   std::this_thread::sleep_for(4s);  // the loop is elsewhere for longer than an answer is waited for
