@@ -6,8 +6,11 @@ has no other place for them. The tests shall see them on every machine; the meas
 pay for a terminal.
 """
 
+import fcntl
 import os
+import select
 import threading
+import time
 import tty
 
 PATIENCE = 30  # seconds
@@ -88,9 +91,19 @@ class Pipe:
     def started(self):
         os.close(self.end)
 
+    def fill(self):
+        """Lets it take no more until it is read."""
+        with open(f"/proc/self/fd/{self._other.fileno()}", "wb", buffering=0) as end:
+            fcntl.fcntl(end, fcntl.F_SETFL, os.O_NONBLOCK)
+            while end.write(b"." * 4096) is not None:
+                pass
+
     def read_until(self, text):
         """What was written up to `text`, and what came with it."""
+        end = time.monotonic() + PATIENCE
         while text not in self._read:
+            ready, _, _ = select.select([self._other], [], [], max(end - time.monotonic(), 0))
+            assert ready, f"{text!r} was not written within {PATIENCE} s"
             part = self._other.read(65536)
             assert part, f"the output ended without {text!r}"
             self._read += part

@@ -136,6 +136,16 @@ def test_who_does_not_read_what_it_says_holds_nobody_up(policy):
     assert re.search(r"trackpolicy: \d+ lines were dropped here: nobody was reading\n", text)
 
 
+def test_what_is_said_while_nobody_reads_comes_when_somebody_does(policy):
+    """Nothing else is said after it that would take it along."""
+    policy.configure(state_file(policy))
+    policy.start(output=Pipe)
+    policy.daemon.printed.fill()
+    policy.daemon.process.send_signal(signal.SIGHUP)
+    policy.daemon.wait_ready()
+    policy.daemon.printed.read_until(b"trackpolicy: reloaded: 1 policies\n")
+
+
 def test_a_command_dies_with_a_trackpolicy_that_is_killed(policy):
     own = policy.path("own")
     policy.configure({**root_command(script(policy, "slow", f"echo $$ > {own}.new\n"

@@ -13,6 +13,7 @@ import time
 import pytest
 
 from build_tree import SOURCE
+from output import Pipe
 from probe_fixtures import WithFiles, follows, qmond  # noqa: F401  (a fixture)
 from waiting import wait_until
 
@@ -168,6 +169,21 @@ def test_a_reload_leaves_what_is_the_same_alone(qmond):
     assert after[1] == before[1], "it has not begun anew"
     assert 3 not in after
     assert os.path.exists(f"/proc/{pid}")
+
+
+def test_who_does_not_read_what_it_says_holds_no_probe_up(qmond):
+    """A pipe that is full takes no more; what did not fit comes when it is read."""
+    qmond.configure({"id": 1, **ECHO})
+    qmond.start(output=Pipe)
+    qmond.wait_code(1, 1)
+    qmond.daemon.printed.fill()
+    qmond.configure({"id": 1, **ECHO, "tos": 256})
+    qmond.daemon.process.send_signal(signal.SIGHUP)
+    qmond.daemon.wait_ready()
+    qmond.wait_new_result(1)
+    text = qmond.daemon.printed.read_until(
+        b"qmond: not reloaded; the configuration in force stays\n")
+    assert re.search(r"probes\.toml:\d+:\d+: .*tos", text)
 
 
 def test_a_reload_that_needs_a_larger_table_is_followed(qmond):

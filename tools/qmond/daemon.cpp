@@ -15,7 +15,6 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <ctime>
 #include <optional>
 #include <system_error>
@@ -23,6 +22,8 @@
 #include "platform/common/root_path.h"
 #include "platform/linux/give_memory_back.h"
 #include "platform/linux/process/directories.h"
+#include "tools/daemon/line_offers.h"
+#include "tools/daemon/lines.h"
 #include "tools/qmond/config.h"
 #include "tools/qmond/engine.h"
 #include "tools/qmond/kinds/host.h"
@@ -89,18 +90,16 @@ unique_fd lock_instance() {
 bool usable(const std::string& path, const configuration& config, const daemon_options& options) {
   bool good = config.problems.empty();
   for (const problem& what : config.problems) {
-    std::fprintf(stderr, "%s\n", problem_text(path, what).c_str());
+    say(problem_text(path, what));
   }
   if (geteuid() != 0 || options.commands_as_root) {
     return good;
   }
   for (const operation& each : config.operations) {
     if (each.kind == kind_id::command) {
-      std::fprintf(
-          stderr,
-          "%s: operation %u would run its command as root; run qmond as a user of its own, "
-          "as its unit does, or with --commands-as-root\n",
-          path.c_str(), each.id);
+      say(path + ": operation " + std::to_string(each.id) +
+          " would run its command as root; run qmond as a user of its own, as its unit does, or "
+          "with --commands-as-root");
       good = false;
     }
   }
@@ -121,6 +120,7 @@ class daemon {
       : config_file_(std::move(config_file)),
         options_(options),
         loop_(new_loop()),
+        lines_(loop_.get()),
         host_(loop_.get()),
         engine_(
             root_path(statistics_path),
@@ -217,7 +217,7 @@ class daemon {
     host_.names.refresh();
     const configuration config = read_alone(config_file_);
     if (!usable(config_file_, config, options_)) {
-      std::fputs("qmond: not reloaded; the configuration in force stays\n", stderr);
+      say("qmond: not reloaded; the configuration in force stays");
     } else {
       take_over(config);
     }
@@ -228,17 +228,18 @@ class daemon {
     try {
       const difference made = engine_.apply(config.operations);
       share_table();
-      std::fprintf(stderr,
-                   "qmond: reloaded: %zu operations added, %zu changed, %zu removed, %zu kept\n",
-                   made.added, made.changed, made.removed, made.kept);
+      say("qmond: reloaded: " + std::to_string(made.added) + " operations added, " +
+          std::to_string(made.changed) + " changed, " + std::to_string(made.removed) +
+          " removed, " + std::to_string(made.kept) + " kept");
     } catch (const std::system_error& error) {
-      std::fprintf(stderr, "qmond: not reloaded: %s\n", error.what());
+      say(std::string("qmond: not reloaded: ") + error.what());
     }
   }
 
   std::string config_file_;
   daemon_options options_;
   std::unique_ptr<sd_event, loop_deleter> loop_;
+  const line_offers lines_;
   probe_host host_;
   engine engine_;
   loop_source due_;
@@ -259,12 +260,14 @@ int run_daemon(const daemon_options& options) {
   const std::string path = root_path(config_path);
   std::optional<configuration> config = read_alone(path);
   if (!usable(path, *config, options)) {
+    finish_saying();
     throw failure(exit_failed, "the configuration has errors; nothing was started");
   }
   const unique_fd lock = lock_instance();
   daemon service(path, *config, options);
   config.reset();  // the engine has it all
   service.run();
+  finish_saying();
   return exit_done;
 }
 

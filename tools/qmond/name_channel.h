@@ -10,8 +10,8 @@
 #include <map>
 #include <string>
 
+#include "tools/daemon/loop.h"
 #include "tools/qmond/cares.h"
-#include "tools/qmond/loop.h"
 #include "tools/qmond/sockets.h"
 
 namespace ot::qmond {

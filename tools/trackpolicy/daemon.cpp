@@ -20,12 +20,13 @@
 #include "platform/linux/monotonic.h"
 #include "platform/linux/process/directories.h"
 #include "platform/linux/short_slices.h"
+#include "tools/daemon/line_offers.h"
+#include "tools/daemon/lines.h"
 #include "tools/trackpolicy/config.h"
 #include "tools/trackpolicy/engine.h"
 #include "tools/trackpolicy/failure.h"
 #include "tools/trackpolicy/follower.h"
 #include "tools/trackpolicy/kinds/command_memory.h"
-#include "tools/trackpolicy/log.h"
 #include "tools/trackpolicy/status_socket.h"
 #include "tools/trackpolicy/system.h"
 
@@ -74,13 +75,13 @@ bool usable(const configuration& config) {
 class daemon {
  public:
   explicit daemon(const std::vector<policy>& policies)
-      : loop_(new_loop()), host_(loop_.get()), engine_(host_) {
+      : loop_(new_loop()), lines_(loop_.get()), host_(loop_.get()), engine_(host_) {
     host_.prepare(policies);
     forget_others(host_, policies);
     engine_.recall_flaps();
     engine_.apply(policies);
     watch_signals();
-    due_ = qmond::loop_source::timer(loop_.get(), UINT64_MAX, accuracy_us, [this](std::uint32_t) {
+    due_ = loop_source::timer(loop_.get(), UINT64_MAX, accuracy_us, [this](std::uint32_t) {
       due_us_ = 0;
       engine_.run_due();
     });
@@ -88,8 +89,8 @@ class daemon {
                                               [this] { return status_json(engine_.status()); });
     follower_ = std::make_unique<follower>();
     guard_tracks(policies);
-    news_ = qmond::loop_source::descriptor(loop_.get(), follower_->fd(), EPOLLIN,
-                                           [this](std::uint32_t) { take_news(); });
+    news_ = loop_source::descriptor(loop_.get(), follower_->fd(), EPOLLIN,
+                                    [this](std::uint32_t) { take_news(); });
   }
 
   void run() {
@@ -112,9 +113,9 @@ class daemon {
   void watch_signals() {
     std::signal(SIGPIPE, SIG_IGN);
     const auto stop = [this](std::uint32_t) { stopped_ = true; };
-    terminate_ = qmond::loop_source::signal(loop_.get(), SIGTERM, stop);
-    interrupt_ = qmond::loop_source::signal(loop_.get(), SIGINT, stop);
-    hang_up_ = qmond::loop_source::signal(loop_.get(), SIGHUP, [this](std::uint32_t) { reload(); });
+    terminate_ = loop_source::signal(loop_.get(), SIGTERM, stop);
+    interrupt_ = loop_source::signal(loop_.get(), SIGINT, stop);
+    hang_up_ = loop_source::signal(loop_.get(), SIGHUP, [this](std::uint32_t) { reload(); });
   }
 
   void turn() {
@@ -176,16 +177,17 @@ class daemon {
   }
 
   loop_owner loop_;
+  const line_offers lines_;
   system_host host_;
   engine engine_;
   std::unique_ptr<status_socket> socket_;
   std::unique_ptr<follower> follower_;
-  qmond::loop_source news_;
-  qmond::loop_source due_;
+  loop_source news_;
+  loop_source due_;
   std::uint64_t due_us_ = UINT64_MAX;
-  qmond::loop_source terminate_;
-  qmond::loop_source interrupt_;
-  qmond::loop_source hang_up_;
+  loop_source terminate_;
+  loop_source interrupt_;
+  loop_source hang_up_;
   bool stopped_ = false;
 };
 

@@ -21,10 +21,10 @@
 #include "platform/ledger.h"
 #include "platform/ledger_status.h"
 #include "platform/linux/short_slices.h"
+#include "tools/daemon/lines.h"
 #include "tools/trackctl/command.h"
 #include "tools/trackctl/configuration.h"
 #include "tools/trackctl/track.h"
-#include "tools/trackpolicy/log.h"
 
 namespace ot::trackpolicy {
 namespace {

@@ -74,8 +74,8 @@ status_socket::status_socket(sd_event* loop, std::function<std::string()> answer
       share_with_group(path, 0660) != 0 || listen(listener_.get(), readers_max) != 0) {
     throw failure(exit_failed, place_error(path, errno));
   }
-  arrival_ = qmond::loop_source::descriptor(loop_, listener_.get(), EPOLLIN,
-                                            [this](std::uint32_t) { accept_one(); });
+  arrival_ = loop_source::descriptor(loop_, listener_.get(), EPOLLIN,
+                                     [this](std::uint32_t) { accept_one(); });
 }
 
 status_socket::~status_socket() {
@@ -96,15 +96,13 @@ void status_socket::accept_one() {
     readers_.erase(number);
     return;
   }
-  added.writable =
-      qmond::loop_source::descriptor(loop_, number, EPOLLOUT, [this, number](std::uint32_t) {
-        if (!send_some(readers_.at(number))) {
-          readers_.erase(number);
-        }
-      });
-  added.deadline =
-      qmond::loop_source::timer(loop_, monotonic_us() + patience_us, accuracy_us,
-                                [this, number](std::uint32_t) { readers_.erase(number); });
+  added.writable = loop_source::descriptor(loop_, number, EPOLLOUT, [this, number](std::uint32_t) {
+    if (!send_some(readers_.at(number))) {
+      readers_.erase(number);
+    }
+  });
+  added.deadline = loop_source::timer(loop_, monotonic_us() + patience_us, accuracy_us,
+                                      [this, number](std::uint32_t) { readers_.erase(number); });
 }
 
 // Whether there is more to send.

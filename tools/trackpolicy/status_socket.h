@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "platform/linux/unique_fd.h"
-#include "tools/qmond/loop.h"
+#include "tools/daemon/loop.h"
 #include "tools/trackpolicy/engine.h"
 
 namespace ot::trackpolicy {
@@ -38,8 +38,8 @@ class status_socket {
     unique_fd socket;
     std::string text;
     std::size_t sent = 0;
-    qmond::loop_source writable;
-    qmond::loop_source deadline;
+    loop_source writable;
+    loop_source deadline;
   };
 
   void accept_one();
@@ -49,7 +49,7 @@ class status_socket {
   std::function<std::string()> answer_;
   unique_fd listener_;
   std::map<int, reader> readers_;  // by descriptor
-  qmond::loop_source arrival_;
+  loop_source arrival_;
 };
 
 }  // namespace ot::trackpolicy

@@ -18,7 +18,7 @@
 #include <system_error>
 
 #include "platform/linux/monotonic.h"
-#include "tools/trackpolicy/log.h"
+#include "tools/daemon/lines.h"
 
 namespace ot::trackpolicy {
 namespace {
@@ -26,7 +26,6 @@ namespace {
 constexpr std::uint64_t kill_after_us = 2'000'000;
 constexpr std::uint64_t accuracy_us = 10'000;
 constexpr std::size_t line_max = log_line_max - 40;  // with the policy's name before it
-constexpr std::uint64_t say_again_us = 100'000;
 
 children::identity identity_of(const passwd& user) {
   int count = 64;
@@ -96,20 +95,7 @@ std::uint64_t system_host::now_us() const {
 }
 
 void system_host::log(const policy& of, const std::string& text) {
-  print(of.name, text);
-}
-
-// What is not taken now is offered again after a while.
-void system_host::print(const std::string& policy_name, const std::string& text) {
-  say(policy_name + ": " + text);
-  offer_lines();
-}
-
-void system_host::offer_lines() {
-  if (!say_rest()) {
-    say_again_ = qmond::loop_source::timer(loop_, monotonic_us() + say_again_us, accuracy_us,
-                                           [this](std::uint32_t) { offer_lines(); });
-  }
+  say(of.name + ": " + text);
 }
 
 bool system_host::has_room(reaction& who, const policy& of) {
@@ -160,10 +146,10 @@ pid_t system_host::start(const policy& of, const words& argv, const words& envir
 }
 
 void system_host::watch(pid_t command, child& one) {
-  one.end_source = qmond::loop_source::child(
-      loop_, command, [this, command](std::uint32_t) { this->ended(command); });
+  one.end_source =
+      loop_source::child(loop_, command, [this, command](std::uint32_t) { this->ended(command); });
   one.output_source =
-      qmond::loop_source::descriptor(loop_, one.output.get(), EPOLLIN, [this, &one](std::uint32_t) {
+      loop_source::descriptor(loop_, one.output.get(), EPOLLIN, [this, &one](std::uint32_t) {
         if (!read_output(one)) {
           one.output_source = {};
         }
@@ -179,7 +165,7 @@ bool system_host::read_output(child& one) {
   }
   for (const char c : std::string_view(part.data(), static_cast<std::size_t>(size))) {
     if (c == '\n' || one.line.size() >= line_max) {
-      print(one.policy_name, one.line);
+      say(one.policy_name + ": " + one.line);
       one.line.clear();
     }
     if (c != '\n') {
@@ -197,9 +183,9 @@ bool system_host::end(pid_t command) {
     return false;
   }
   children::signal_group(command, SIGTERM);
-  found->second.kill_timer = qmond::loop_source::timer(
-      loop_, monotonic_us() + kill_after_us, accuracy_us,
-      [command](std::uint32_t) { children::signal_group(command, SIGKILL); });
+  found->second.kill_timer =
+      loop_source::timer(loop_, monotonic_us() + kill_after_us, accuracy_us,
+                         [command](std::uint32_t) { children::signal_group(command, SIGKILL); });
   return true;
 }
 
@@ -220,7 +206,7 @@ void system_host::ended(pid_t command) {
   for (int part = 0; part < 16 && read_output(one); ++part) {
   }
   if (!one.line.empty()) {
-    print(one.policy_name, one.line);
+    say(one.policy_name + ": " + one.line);
   }
   children_.erase(command);
   if (one.ended) {

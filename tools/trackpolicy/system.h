@@ -14,7 +14,7 @@
 #include "platform/linux/unique_fd.h"
 #include "tools/children/groups.h"
 #include "tools/children/spawn.h"
-#include "tools/qmond/loop.h"
+#include "tools/daemon/loop.h"
 #include "tools/trackpolicy/kernel/netlink_network.h"
 #include "tools/trackpolicy/reaction.h"
 
@@ -64,9 +64,9 @@ class system_host : public host {
     std::function<void(const command_end&)> ended;
     unique_fd output;
     std::string line;  // what of its output has no end yet
-    qmond::loop_source output_source;
-    qmond::loop_source end_source;
-    qmond::loop_source kill_timer;
+    loop_source output_source;
+    loop_source end_source;
+    loop_source kill_timer;
   };
   struct waiting {
     std::string policy_name;
@@ -81,14 +81,11 @@ class system_host : public host {
   void ended(pid_t command);
   void stop_waiting(const std::string& policy_name);
   void offer_room();
-  void print(const std::string& policy_name, const std::string& text);
-  void offer_lines();
 
   sd_event* loop_;
   std::map<std::string, children::identity> users_;
   std::map<pid_t, child> children_;
   std::deque<waiting> waiting_;
-  qmond::loop_source say_again_;
   netlink_network network_;
 };
 

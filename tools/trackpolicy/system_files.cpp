@@ -9,8 +9,8 @@
 
 #include "platform/common/root_path.h"
 #include "platform/linux/process/directories.h"
+#include "tools/daemon/lines.h"
 #include "tools/trackpolicy/failure.h"
-#include "tools/trackpolicy/log.h"
 #include "tools/trackpolicy/system.h"
 
 namespace ot::trackpolicy {
@@ -36,8 +36,9 @@ std::string flaps_path() {
 
 system_host::system_host(sd_event* loop)
     : loop_(loop),
-      network_(loop, root_path(memory_folder),
-               [this](const std::string& owner, const std::string& text) { print(owner, text); }) {
+      network_(
+          loop, root_path(memory_folder),
+          [this](const std::string& owner, const std::string& text) { say(owner + ": " + text); }) {
   sigset_t ended;
   sigemptyset(&ended);
   sigaddset(&ended, SIGCHLD);
@@ -60,7 +61,7 @@ void system_host::remember(const std::string& policy_name, const std::string& te
   if (replace_own_file(memory_path(policy_name), text, 0600, false, error) != 0) {
     // What was told before would be taken for the latest.
     (void)unlink(memory_path(policy_name).c_str());
-    print(policy_name, "what it was told cannot be remembered: " + error);
+    say(policy_name + ": what it was told cannot be remembered: " + error);
   }
 }
 

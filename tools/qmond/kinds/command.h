@@ -9,8 +9,8 @@
 #include <functional>
 #include <map>
 
+#include "tools/daemon/loop.h"
 #include "tools/qmond/config.h"
-#include "tools/qmond/loop.h"
 
 namespace ot::qmond {
 

@@ -3,8 +3,10 @@
 
 #include <dlfcn.h>
 
-#include <cstdio>
+#include <string>
 #include <type_traits>
+
+#include "tools/daemon/lines.h"
 
 namespace ot::qmond {
 namespace {
@@ -30,17 +32,17 @@ bool find_all(void* library, curl_functions& ret) noexcept {
          find("curl_multi_cleanup", ret.multi_cleanup);
 }
 
-void say_once(const char* what) noexcept {
+void say_once(const char* what) {
   static bool said = false;
   if (!said) {
     said = true;
-    std::fprintf(stderr, "qmond: http operations cannot run: %s\n", what);
+    say(std::string("qmond: http operations cannot run: ") + what);
   }
 }
 
 }  // namespace
 
-const curl_functions* load_curl() noexcept {
+const curl_functions* load_curl() {
   static curl_functions functions;
   static bool ready = false;
   if (ready) {

@@ -25,6 +25,6 @@ struct curl_functions {
 
 // The functions, set up; null when the library is not there or cannot be set up, which is said once
 // on standard error. Loop's thread.
-const curl_functions* load_curl() noexcept;
+const curl_functions* load_curl();
 
 }  // namespace ot::qmond

@@ -8,8 +8,8 @@
 #include <map>
 #include <memory>
 
+#include "tools/daemon/loop.h"
 #include "tools/qmond/kinds/curl.h"
-#include "tools/qmond/loop.h"
 
 namespace ot::qmond {
 

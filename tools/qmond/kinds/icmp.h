@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "platform/linux/unique_fd.h"
+#include "tools/daemon/loop.h"
 #include "tools/qmond/config.h"
-#include "tools/qmond/loop.h"
 #include "tools/qmond/outcome.h"
 #include "tools/qmond/sockets.h"
 

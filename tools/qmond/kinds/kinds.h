@@ -8,8 +8,8 @@
 #include <string>
 #include <string_view>
 
+#include "tools/daemon/loop.h"
 #include "tools/qmond/config.h"
-#include "tools/qmond/loop.h"
 #include "tools/qmond/outcome.h"
 #include "tools/qmond/values.h"
 #include "tools/settings/keys.h"

@@ -41,8 +41,8 @@ int kernel_access::open(sd_event* loop, std::function<void()> readable) {
   }
   // Where it cannot be had, more is read than is needed.
   (void)filter_foreign_routes(events_.fd());
-  readable_ = qmond::loop_source::descriptor(
-      loop, events_.fd(), EPOLLIN, [call = std::move(readable)](std::uint32_t) { call(); });
+  readable_ = loop_source::descriptor(loop, events_.fd(), EPOLLIN,
+                                      [call = std::move(readable)](std::uint32_t) { call(); });
   return 0;
 }
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/linux/netlink/socket.h"
-#include "tools/qmond/loop.h"
+#include "tools/daemon/loop.h"
 #include "tools/trackpolicy/kernel/links.h"
 #include "tools/trackpolicy/kernel/messages.h"
 #include "tools/trackpolicy/kernel/route_keeper.h"
@@ -47,7 +47,7 @@ class kernel_access {
 
   netlink_socket events_;
   netlink_socket requests_;
-  qmond::loop_source readable_;
+  loop_source readable_;
 };
 
 }  // namespace ot::trackpolicy

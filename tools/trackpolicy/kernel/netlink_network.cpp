@@ -28,7 +28,7 @@ netlink_network::netlink_network(sd_event* loop, const std::string& folder, tell
       links_path_(folder + "/.links"),
       routes_path_(folder + "/.routes"),
       tell_(std::move(tell_operator)) {
-  timer_ = qmond::loop_source::timer(loop_, never, accuracy_us, [this](std::uint32_t) {
+  timer_ = loop_source::timer(loop_, never, accuracy_us, [this](std::uint32_t) {
     wake_at_us_ = never;
     turn();
   });

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/qmond/loop.h"
+#include "tools/daemon/loop.h"
 #include "tools/trackpolicy/foundations.h"
 #include "tools/trackpolicy/kernel/kernel_access.h"
 #include "tools/trackpolicy/kernel/link_keeper.h"
@@ -79,7 +79,7 @@ class netlink_network : public network, private route_kernel, private link_kerne
   std::uint64_t retry_at_us_ = UINT64_MAX;
   std::uint64_t wake_at_us_ = UINT64_MAX;
   kernel_access kernel_;
-  qmond::loop_source timer_;
+  loop_source timer_;
 };
 
 }  // namespace ot::trackpolicy

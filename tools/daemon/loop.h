@@ -12,7 +12,7 @@
 
 #include "platform/linux/monotonic.h"
 
-namespace ot::qmond {
+namespace ot {
 
 class loop_source {
  public:
@@ -53,4 +53,4 @@ class loop_source {
   std::shared_ptr<state> state_;
 };
 
-}  // namespace ot::qmond
+}  // namespace ot

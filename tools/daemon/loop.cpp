@@ -2,18 +2,20 @@
 // a callback may end its own source. The source itself ends at once: one that outlived its
 // descriptor would take the watch from whoever gets the descriptor's number next, and would itself
 // stay watched, though freed, while another process holds what the descriptor stood for.
-#include "tools/qmond/loop.h"
+#include "tools/daemon/loop.h"
 
 #include <signal.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <exception>
+#include <string>
 #include <system_error>
 
-namespace ot::qmond {
+#include "tools/daemon/lines.h"
+
+namespace ot {
 
 struct loop_source::state : std::enable_shared_from_this<state> {
   explicit state(callback to_call) : call(std::move(to_call)) {}
@@ -28,7 +30,8 @@ struct loop_source::state : std::enable_shared_from_this<state> {
       const std::shared_ptr<state> kept = static_cast<state*>(context)->shared_from_this();
       kept->call(events);
     } catch (const std::exception& error) {
-      std::fprintf(stderr, "%s: %s\n", program_invocation_short_name, error.what());
+      say(program_invocation_short_name + (std::string(": ") + error.what()));
+      finish_saying();
       std::abort();
     }
     return 0;
@@ -119,4 +122,4 @@ void loop_source::set_time(std::uint64_t time_us) noexcept {
   sd_event_source_set_enabled(state_->source, SD_EVENT_ONESHOT);
 }
 
-}  // namespace ot::qmond
+}  // namespace ot

@@ -1,5 +1,5 @@
 // The event loop's sources: what ends when, and what goes first.
-#include "tools/qmond/loop.h"
+#include "tools/daemon/loop.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -14,10 +14,10 @@
 #include "platform/linux/monotonic.h"
 #include "platform/linux/unique_fd.h"
 
-namespace ot::qmond {
+namespace ot {
 namespace {
 
-class qmond_loop : public testing::Test {
+class daemon_loop : public testing::Test {
  protected:
   struct pair {
     unique_fd near;
@@ -44,7 +44,7 @@ class qmond_loop : public testing::Test {
 };
 
 // As with a descriptor that a child process has inherited.
-TEST_F(qmond_loop, a_source_that_ends_in_its_call_is_not_watched_beyond_its_descriptor) {
+TEST_F(daemon_loop, a_source_that_ends_in_its_call_is_not_watched_beyond_its_descriptor) {
   pair watched = connected();
   const unique_fd kept_open(fcntl(watched.near.get(), F_DUPFD_CLOEXEC, 0));
   int calls = 0;
@@ -61,7 +61,7 @@ TEST_F(qmond_loop, a_source_that_ends_in_its_call_is_not_watched_beyond_its_desc
   EXPECT_EQ(calls, 1);
 }
 
-TEST_F(qmond_loop, the_next_descriptor_of_the_same_number_is_watched) {
+TEST_F(daemon_loop, the_next_descriptor_of_the_same_number_is_watched) {
   pair first = connected();
   pair second = connected();
   const int number = first.near.get();
@@ -84,7 +84,7 @@ TEST_F(qmond_loop, the_next_descriptor_of_the_same_number_is_watched) {
   EXPECT_TRUE(called);
 }
 
-TEST_F(qmond_loop, a_callback_outlives_its_source_until_it_returns) {
+TEST_F(daemon_loop, a_callback_outlives_its_source_until_it_returns) {
   pair watched = connected();
   std::optional<loop_source> source;
   std::string seen;
@@ -99,7 +99,7 @@ TEST_F(qmond_loop, a_callback_outlives_its_source_until_it_returns) {
   EXPECT_EQ(seen, "longer than what a text holds within itself");
 }
 
-TEST_F(qmond_loop, what_is_urgent_waits_for_no_busy_descriptor) {
+TEST_F(daemon_loop, what_is_urgent_waits_for_no_busy_descriptor) {
   std::array<pair, 8> busy{connected(), connected(), connected(), connected(),
                            connected(), connected(), connected(), connected()};
   std::array<loop_source, 8> sources;
@@ -124,4 +124,4 @@ TEST_F(qmond_loop, what_is_urgent_waits_for_no_busy_descriptor) {
 }
 
 }  // namespace
-}  // namespace ot::qmond
+}  // namespace ot
