@@ -13,13 +13,14 @@ test_plan=(
   "odr|"
 )
 
-# level|program; "pytest" is the end-to-end suite, "pytest-soak" what of it takes long, "pytest-vm" the
-# one in a virtual machine, "pytest-install" installs the packages, the others are GoogleTest programs.
+# level|program; "pytest" is the end-to-end suite, "pytest-soak" what of it takes long,
+# "pytest-full-buffers" all of it where writing is refused more often than needed, "pytest-vm" the one in a virtual machine, "pytest-install" installs the packages, the others are GoogleTest programs.
 test_programs=(
   "unit|unit_tests"
   "unit|kind_tests"
   "soak|soak_tests"
   "soak|pytest-soak"
+  "soak|pytest-full-buffers"
   "tools|tools_tests"
   "tools|qmond_tests"
   "contract|contract_memory"
@@ -33,7 +34,7 @@ test_programs=(
 # GoogleTest program.
 folder_of() {
   case $1 in
-    pytest) echo tests/e2e ;;
+    pytest | pytest-full-buffers) echo tests/e2e ;;
     pytest-soak) echo tests/e2e/test_probe_hostile.py ;;
     pytest-vm) echo tests/vm ;;
     pytest-install) echo tests/install ;;
@@ -44,7 +45,7 @@ folder_of() {
 # instance; each file of the other suite has a virtual machine, which takes a processor.
 at_once() {
   case $1 in
-    pytest) printf '%s ' -n 5 ;;
+    pytest | pytest-full-buffers) printf '%s ' -n 5 ;;
     pytest-vm) printf '%s ' -n 2 --dist loadfile ;;
   esac
 }
@@ -89,17 +90,21 @@ without_aslr() {
 # run_program PRESET PROGRAM RECORD [ARGS]: runs one program; appends "preset, program, exit
 # status, report" to RECORD. Never fails itself: what went wrong stands in the record.
 run_program() {
-  local preset=$1 program=$2 record=$3 status=0 launcher=() report folder
+  local preset=$1 program=$2 record=$3 status=0 launcher=() setting="" report folder
   shift 3
   report=$PWD/build/$preset/reports/$program.xml
   mkdir -p "${report%/*}"
   rm -f "$report" "${report%.xml}"-[0-9].xml
   [[ $preset == tsan ]] && launcher=(without_aslr)
-  if [[ $program == pytest-soak ]]; then # the arguments are for the GoogleTest program beside it
-    launcher+=(env "OT_SECONDS=${OT_SECONDS:-30}")
+  case $program in # the arguments are for the GoogleTest program beside them
+    pytest-soak) setting=OT_SECONDS=${OT_SECONDS:-30} ;;
+    pytest-full-buffers) setting=OT_FULL_BUFFERS=${OT_FULL_BUFFERS:-$RANDOM} ;;
+  esac
+  if [[ -n $setting ]]; then
+    launcher+=(env "$setting")
     set --
   fi
-  say "$preset: $program (after $((SECONDS / 60)) min $((SECONDS % 60)) s)"
+  say "$preset: $program${setting:+, $setting} (after $((SECONDS / 60)) min $((SECONDS % 60)) s)"
   folder=$(folder_of "$program")
   if [[ -n $folder ]]; then
     # shellcheck disable=SC2046  # a list of words
@@ -125,7 +130,8 @@ targets_of() {
     [[ $level == vm ]] && tests+=(contract_linux ledger_put)
     [[ $level == install ]] && programs=("${package_targets[@]}")
     [[ $level == e2e || $level == soak ]] && tests+=(ledger_put route_storm library_client)
-    [[ $level == e2e && $1 != *san ]] && tests+=(write_log held_disk)
+    [[ ($level == e2e || $level == soak) && $1 != *san ]] &&
+      tests+=(write_log held_disk full_buffers)
     for row in "${test_programs[@]}"; do
       [[ $row == "$level|"* && -z $(folder_of "${row#*|}") ]] && tests+=("${row#*|}")
     done

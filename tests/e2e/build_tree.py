@@ -1,6 +1,7 @@
 """Where the programs under test lie and how they were built.
 
-OT_BUILD_DIR names the build directory (default build/release). Programs of a thread-sanitizer build
+OT_BUILD_DIR names the build directory (default build/release). With OT_FULL_BUFFERS, a seed, the programs
+run on a kernel whose buffers are full more often than they are (full_buffers.cpp). Programs of a thread-sanitizer build
 run without address randomisation: its runtime cannot place its shadow memory otherwise.
 """
 
@@ -41,4 +42,7 @@ class BuildTree:
         environment = {key: value for key, value in os.environ.items() if key != "NOTIFY_SOCKET"}
         environment["OT_ROOT"] = str(root)
         environment["OT_PKG_ROOT"] = str(self.path)
+        if "OT_FULL_BUFFERS" in environment:
+            loaded = [environment.get("LD_PRELOAD"), str(self.path / "bin/full_buffers.so")]
+            environment["LD_PRELOAD"] = " ".join(filter(None, loaded))
         return environment
