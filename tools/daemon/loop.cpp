@@ -4,18 +4,29 @@
 // stay watched, though freed, while another process holds what the descriptor stood for.
 #include "tools/daemon/loop.h"
 
+#include <poll.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <exception>
-#include <string>
 #include <system_error>
 
-#include "tools/daemon/lines.h"
-
 namespace ot {
+namespace {
+
+// Memory may be what is lacking, and who reads may be stuck.
+void say_last(const char* what) noexcept {
+  pollfd reader{.fd = STDERR_FILENO, .events = POLLOUT, .revents = 0};
+  if (poll(&reader, 1, 0) == 1) {
+    std::fprintf(stderr, "%s: %s\n", program_invocation_short_name, what);
+  }
+}
+
+}  // namespace
 
 struct loop_source::state : std::enable_shared_from_this<state> {
   explicit state(callback to_call) : call(std::move(to_call)) {}
@@ -30,8 +41,7 @@ struct loop_source::state : std::enable_shared_from_this<state> {
       const std::shared_ptr<state> kept = static_cast<state*>(context)->shared_from_this();
       kept->call(events);
     } catch (const std::exception& error) {
-      say(program_invocation_short_name + (std::string(": ") + error.what()));
-      finish_saying();
+      say_last(error.what());
       std::abort();
     }
     return 0;
