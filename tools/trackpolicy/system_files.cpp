@@ -38,7 +38,7 @@ system_host::system_host(sd_event* loop)
     : loop_(loop),
       network_(
           loop, root_path(memory_folder),
-          [this](const std::string& owner, const std::string& text) { say(owner + ": " + text); }) {
+          [](const std::string& owner, const std::string& text) { say(owner + ": " + text); }) {
   sigset_t ended;
   sigemptyset(&ended);
   sigaddset(&ended, SIGCHLD);
