@@ -144,16 +144,17 @@ def start(service, *arguments):
                             stderr=subprocess.PIPE)
 
 
-def without_conflicts(chance, make):
-    while in_conflict(made := make(chance), {}):
+def changed_without_conflicts(chance, present):
+    """What can be applied beside `present`, none of which has to go before it."""
+    while in_conflict(made := changed(chance, present), present):
         pass
     return made
 
 
 def test_two_files_at_once_leave_one_of_them(running, chance):
     for _ in range(ROUNDS):
-        first, second = (without_conflicts(chance, random_configuration) for _ in range(2))
-        running.ctl("apply", "--prune", write(running, chance, random_configuration(chance)))
+        before, first, second = (random_configuration(chance) for _ in range(3))
+        running.ctl("apply", "--prune", write(running, chance, before))
         others = os.path.join(running.root, "others")
         files = (write(running, chance, first),
                  Files(chance, others).write([words_of(chance, *one) for one in second.items()]))
@@ -192,9 +193,9 @@ def test_what_is_read_is_what_one_commit_has_left(running):
 
 def test_a_track_that_is_deleted_meanwhile_is_whole_or_gone(running, chance):
     for _ in range(ROUNDS):
-        present = without_conflicts(chance, random_configuration)
+        present = random_configuration(chance)
         running.ctl("apply", "--prune", write(running, chance, present))
-        wanted = without_conflicts(chance, lambda _: changed(chance, present))
+        wanted = changed_without_conflicts(chance, present)
         writer = start(running, "apply", write(running, chance, wanted))
         gone = chance.sample(sorted(present), 3)
         for name in gone:
@@ -212,7 +213,7 @@ def test_a_track_that_is_deleted_meanwhile_is_whole_or_gone(running, chance):
 def test_who_is_killed_leaves_all_or_nothing(running, chance, whom):
     possible = [{}]
     for _ in range(max(ROUNDS // 3, 1)):
-        wanted = without_conflicts(chance, random_configuration)
+        wanted = random_configuration(chance)
         writer = start(running, "apply", "--prune", write(running, chance, wanted))
         try:
             writer.wait(chance.random() * 0.02)

@@ -64,6 +64,7 @@ def random_track(chance, name, number):
 
 
 def random_configuration(chance):
+    """No two of its tracks are in conflict."""
     numbers = chance.sample(range(1, 50), len(NAMES))
     return {name: random_track(chance, name, number) for name, number in zip(NAMES, numbers)
             if chance.random() < 0.7}
