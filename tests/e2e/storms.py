@@ -6,7 +6,8 @@ the same commands.
 """
 
 import os
-import random
+
+from seeds import seeded_chance
 
 LINKS = range(6)
 PATHS = 5  # next-hop objects 1 to PATHS; groups of them have the numbers from GROUPS on
@@ -40,13 +41,6 @@ CONNECTED = [prefix for number in LINKS
 PREFIXES = ROUTES + CONNECTED
 INTERFACES = ["lo"] + [f"{name}{number}{end}" for number in LINKS
                        for name, end in (("w", ""), ("r", ""), ("w", "-p"))]
-
-
-def seeded_chance():
-    """Chance by OT_SEED, else by a seed of its own; it is shown with a failure."""
-    seed = int(os.environ.get("OT_SEED", random.randrange(1 << 32)))
-    print(f"OT_SEED={seed}")
-    return random.Random(seed)
 
 
 def bfd_storm(build):

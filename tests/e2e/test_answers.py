@@ -11,7 +11,7 @@ import signal
 import subprocess
 
 from follower import FOLLOWING
-from storms import seeded_chance
+from seeds import seeded_chance
 from waiting import wait_until
 
 LINKS = ("if-a", "if-b", "if-c")

@@ -3,12 +3,12 @@ no descriptors left, a fork, a service that hangs, and strangers at its sockets.
 
 import contextlib
 import os
-import random
 import signal
 import socket
 import subprocess
 import threading
 
+from seeds import seeded_chance
 from test_client_library import python
 
 PRELUDE = """
@@ -452,9 +452,7 @@ print(follower.next(20).track)
 @contextlib.contextmanager
 def strangers(root):
     """Others at the service's sockets, who answer everything with bytes by chance."""
-    seed = int(os.environ.get("OT_SEED", random.randrange(1 << 32)))
-    print(f"OT_SEED={seed}")
-    chance = random.Random(seed)
+    chance = seeded_chance()
     folder = os.path.join(root, "run/object_tracking")
     os.makedirs(folder, exist_ok=True)
 

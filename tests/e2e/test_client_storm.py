@@ -6,7 +6,6 @@ OT_ROUNDS sets the number of rounds, OT_SEED repeats a run: the number that it h
 
 import json
 import os
-import random
 import signal
 import subprocess
 import sys
@@ -14,7 +13,7 @@ import sys
 import pytest
 
 from build_tree import SOURCE
-from storms import seeded_chance
+from seeds import seeded_chance
 from waiting import wait_until
 
 FIRST = [f"n{number}" for number in range(5)]  # the names that one view asks for

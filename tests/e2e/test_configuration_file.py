@@ -2,10 +2,11 @@
 
 import json
 import os
-import random
 import subprocess
 
 import pytest
+
+from seeds import seeded_chance
 
 LINES = (
     "uplink interface wan0 --delay-up 5",
@@ -187,9 +188,7 @@ def random_lines(chance):
 
 
 def test_any_configuration_survives_its_file(running):
-    seed = int(os.environ.get("OT_SEED", random.randrange(1 << 32)))
-    print(f"OT_SEED={seed}")
-    chance = random.Random(seed)
+    chance = seeded_chance()
     for _ in range(int(os.environ.get("OT_ROUNDS", "8"))):
         lines = random_lines(chance)
         path = running.write_tracks(*lines)

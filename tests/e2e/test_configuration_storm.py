@@ -5,7 +5,6 @@ OT_ROUNDS sets the number of files, OT_SEED repeats a run: the number that it ha
 
 import itertools
 import os
-import random
 import subprocess
 import threading
 from concurrent import futures
@@ -13,7 +12,7 @@ from concurrent import futures
 import pytest
 
 from build_tree import BuildTree
-from storms import seeded_chance
+from seeds import seeded_chance
 from tracks_file import (Files, WRONG, changed, in_conflict, parsed, random_configuration, words_of)
 
 # A sanitizer makes each command five times as slow, and a command a round is what this is.

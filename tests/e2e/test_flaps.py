@@ -1,16 +1,14 @@
 """After any storm of link changes the tracks agree with the kernel."""
 
-import random
 
+from seeds import seeded_chance
 from waiting import wait_until
 
 LINKS = ["w0", "w1", "w2", "w3"]
 
 
 def test_tracks_agree_with_the_kernel_after_50_random_changes(service):
-    seed = random.randrange(2**32)
-    print(f"seed {seed}")
-    chance = random.Random(seed)
+    chance = seeded_chance()
     for link in LINKS:
         service.net.link(link)
         service.configure([f"on-{link}"], link)

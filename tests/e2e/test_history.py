@@ -2,7 +2,6 @@
 
 import datetime
 import json
-import os
 import time
 
 from waiting import wait_until

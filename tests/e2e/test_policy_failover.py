@@ -5,8 +5,6 @@ import subprocess
 import sys
 import time
 
-import pytest
-
 from lateness import Lateness
 from netns import NetworkNamespace
 from policy import Trackpolicy

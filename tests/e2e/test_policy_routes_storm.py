@@ -3,9 +3,9 @@ routes, the interfaces and the files are what policies and states say, and nobod
 changed. OT_ROUNDS makes it longer, OT_SEED repeats it."""
 
 import os
-import random
 
 from policy import Trackpolicy, lines
+from seeds import seeded_chance
 from waiting import wait_until
 
 ROUNDS = int(os.environ.get("OT_ROUNDS", "5"))
@@ -135,9 +135,7 @@ class Storm:
 
 
 def test_in_the_end_the_kernel_has_what_policies_and_states_say(service):
-    seed = int(os.environ.get("OT_SEED", random.randrange(2**32)))
-    print("OT_SEED =", seed)
-    storm = Storm(random.Random(seed), service)
+    storm = Storm(seeded_chance(), service)
     storm.policy.start()
     try:
         for _ in range(ROUNDS):

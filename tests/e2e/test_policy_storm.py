@@ -4,12 +4,12 @@ and states say, and each command was told each state once, one after the other. 
 OT_SEED repeats it."""
 
 import os
-import random
 import time
 
 from policy import Trackpolicy, lines
 from policy_mixture import ACCESS, Mixture, routes_there
 from policy_trace import Traces
+from seeds import seeded_chance
 from waiting import wait_until
 
 ROUNDS = int(os.environ.get("OT_ROUNDS", "3"))
@@ -231,9 +231,7 @@ class Storm:
 
 
 def test_in_the_end_everything_is_what_policies_and_states_say(service):
-    seed = int(os.environ.get("OT_SEED", random.randrange(2**32)))
-    print("OT_SEED =", seed)
-    storm = Storm(random.Random(seed), service)
+    storm = Storm(seeded_chance(), service)
     storm.policy.start()
     began = time.monotonic()
     try:

@@ -7,10 +7,11 @@ run."""
 
 import json
 import os
-import random
 import struct
 
 import pytest
+
+from seeds import seeded_chance
 
 CUTS = int(os.environ.get("OT_ROUNDS", "25"))
 CHANGES = 40
@@ -80,9 +81,7 @@ def after_cut(content, log, cut, rng):
 def test_a_power_cut_loses_nothing_that_was_answered(new_service, build, monkeypatch):
     if build.sanitized:
         pytest.skip("a sanitizer's runtime wants to be loaded first")
-    seed = int(os.environ.get("OT_SEED", random.randrange(1 << 32)))
-    print(f"OT_SEED={seed}")
-    rng = random.Random(seed)
+    rng = seeded_chance()
     service = new_service()
     service.start()
     service.ctl("set", "t0", "interface", "wan0")

@@ -9,11 +9,10 @@ import subprocess
 import pytest
 
 from build_tree import SOURCE
-from daemon import Daemon
 from mounts import GROUP_ID, Mounts, with_the_group
 from probe_fixtures import qmond  # noqa: F401  (a fixture)
 from qmond import Qmond
-from raw_client import READ_ONLY, Ledger, text, u32_value
+from raw_client import READ_ONLY
 from test_faults import refusal
 from users import (NOBODY, OPERATOR, STRANGER, files_in, needs_readable_build, prefix, run_python,
                    start_with_the_group)

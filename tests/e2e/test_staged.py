@@ -6,12 +6,12 @@ sets how often that is tried, OT_SEED repeats a run."""
 
 import json
 import os
-import random
 import subprocess
 import time
 
 import pytest
 
+from seeds import seeded_chance
 from waiting import wait_until
 
 ROUNDS = int(os.environ.get("OT_ROUNDS", "12"))
@@ -81,9 +81,7 @@ def test_a_refused_change_of_kind_changes_nothing(running, words, code):
 
 
 def test_a_killed_change_leaves_the_old_or_the_new_track(running):
-    seed = int(os.environ.get("OT_SEED", random.randrange(1 << 32)))
-    print(f"OT_SEED={seed}")
-    rng = random.Random(seed)
+    rng = seeded_chance()
     known = []
     longest = 0.0
     for words in WANTED:

@@ -11,7 +11,8 @@ import pytest
 import ledger
 from build_tree import BuildTree
 from netns import NetworkNamespace
-from storms import INTERFACES, PREFIXES, Storm, seeded_chance
+from seeds import seeded_chance
+from storms import INTERFACES, PREFIXES, Storm
 from truth import check_against_the_kernel, settle
 
 ROUNDS = int(os.environ.get("OT_ROUNDS", "10" if BuildTree().sanitized else "30"))

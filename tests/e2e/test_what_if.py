@@ -5,7 +5,7 @@ import json
 import os
 
 import pytest
-from storms import seeded_chance
+from seeds import seeded_chance
 from waiting import wait_until
 
 LINKS = ("if-a", "if-b", "if-c", "if-d")

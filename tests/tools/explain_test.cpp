@@ -7,12 +7,12 @@
 
 #include <algorithm>
 #include <bit>
-#include <cstdlib>
 #include <random>
 #include <utility>
 
 #include "platform/interface_manager.h"
 #include "platform/ipv4.h"
+#include "tests/support/seeds.h"
 #include "tools/json.h"
 #include "tools/trackctl/explain/findings.h"
 #include "tools/trackctl/explain/remedy.h"
@@ -423,10 +423,8 @@ class all_states {
 };
 
 TEST(explain_remedy, brings_a_list_up_and_is_the_smallest) {
-  const char* given = std::getenv("OT_SEED");
-  const std::uint64_t seed =
-      given == nullptr ? std::random_device{}() : std::strtoull(given, nullptr, 10);
-  SCOPED_TRACE("OT_SEED=" + std::to_string(seed));
+  const unsigned seed = test::one_seed();
+  SCOPED_TRACE(test::shown(seed));
   std::mt19937_64 chance(seed);
   const auto below = [&](std::uint32_t count) {
     return static_cast<std::uint32_t>(chance() % count);

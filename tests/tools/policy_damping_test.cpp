@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/seeds.h"
 #include "tools/trackpolicy/flap_records.h"
 #include "tools/trackpolicy/state_filter.h"
 
@@ -346,8 +347,8 @@ TEST(flap_records, are_read_as_they_were_written) {
 // Whatever comes, in the end, after the hold and four half-lives, what was acted upon last is the
 // present state; and up is never acted upon before it has lasted.
 TEST_F(policy_filter, acts_on_the_final_state_in_the_end) {
-  const unsigned seed = std::random_device{}();
-  SCOPED_TRACE("seed " + std::to_string(seed));
+  const unsigned seed = test::one_seed();
+  SCOPED_TRACE(test::shown(seed));
   std::mt19937 random(seed);
   for (int round = 0; round < 300; ++round) {
     filter_ = {};

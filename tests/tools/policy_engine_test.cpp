@@ -9,6 +9,7 @@
 #include <map>
 #include <random>
 
+#include "tests/support/seeds.h"
 #include "tools/trackpolicy/kernel/network.h"
 #include "tools/trackpolicy/kinds/command_memory.h"
 #include "tools/trackpolicy/kinds/kinds.h"
@@ -676,8 +677,8 @@ TEST_F(policy_engine, what_is_remembered_of_no_policy_is_ended_and_forgotten) {
 // Whatever happens in whatever order, in the end the command has been told the final state last and
 // the file says it.
 TEST_F(policy_engine, in_the_end_everybody_knows_the_final_state) {
-  const unsigned seed = std::random_device{}();
-  SCOPED_TRACE("seed " + std::to_string(seed));
+  const unsigned seed = test::one_seed();
+  SCOPED_TRACE(test::shown(seed));
   std::mt19937 random(seed);
   const std::vector<policy> policies{command_policy(), file_policy()};
   for (int round = 0; round < 300; ++round) {

@@ -11,6 +11,8 @@
 #include <random>
 #include <utility>
 
+#include "tests/support/seeds.h"
+
 namespace ot::trackpolicy {
 namespace {
 
@@ -357,8 +359,8 @@ TEST_F(kept_routes, what_cannot_be_withdrawn_is_told_and_tried_again) {
 
 // Whatever happens, in the end ours are those that are wanted, and the others' are as they were.
 TEST_F(kept_routes, in_the_end_the_kernel_has_what_is_wanted) {
-  const unsigned seed = std::random_device{}();
-  SCOPED_TRACE("seed " + std::to_string(seed));
+  const unsigned seed = test::one_seed();
+  SCOPED_TRACE(test::shown(seed));
   std::mt19937 random(seed);
   const std::vector<route> ways{via("192.0.2.1", 1), via("192.0.2.2", 1), via("192.0.2.1", 2),
                                 via("2001:db8::1", 3)};

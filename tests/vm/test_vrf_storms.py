@@ -7,7 +7,8 @@ import pytest
 
 import ledger
 from guest_service import GuestNamespace
-from storms import addresses, seeded_chance
+from seeds import seeded_chance
+from storms import addresses
 from truth import settle
 
 ROUNDS = int(os.environ.get("OT_ROUNDS", "3"))

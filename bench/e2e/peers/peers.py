@@ -6,7 +6,6 @@ ends have the same one, the kernel holds the loss of a carrier back."""
 import os
 import statistics
 import subprocess
-import tempfile
 
 import ledger
 from measurements import SHARED_MEMORY, percentile

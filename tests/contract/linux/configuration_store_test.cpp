@@ -18,6 +18,7 @@
 #include "platform/linux/unique_fd.h"
 #include "tests/contract/linux/ledger_place.h"
 #include "tests/support/ledger_proposals.h"
+#include "tests/support/seeds.h"
 
 namespace ot::test {
 namespace {
@@ -149,8 +150,8 @@ std::string damage_at_random(const std::string& path, std::mt19937& chance) {
 }
 
 TEST_F(configuration_store, however_damaged_it_is_never_taken_with_fewer_items) {
-  const unsigned seed = std::random_device{}();
-  SCOPED_TRACE("seed " + std::to_string(seed));
+  const unsigned seed = one_seed();
+  SCOPED_TRACE(shown(seed));
   std::mt19937 chance{seed};
   make();
   const std::string path = configuration_path();

@@ -19,6 +19,7 @@
 #include "platform/linux/netlink/socket.h"
 #include "platform/linux/routes/record.h"
 #include "tests/contract/linux/network_namespace.h"
+#include "tests/support/seeds.h"
 
 namespace ot::testing {
 namespace {
@@ -82,7 +83,7 @@ std::string route_message(std::uint16_t type, std::uint32_t address, std::uint8_
 }
 
 struct seeded_chance {
-  std::uint64_t seed = std::random_device{}();
+  unsigned seed = test::one_seed();
   std::mt19937_64 random{seed};
   std::uint64_t below(std::uint64_t end) { return random() % end; }
 };
@@ -112,7 +113,7 @@ std::vector<address_range> some_ranges(seeded_chance& chance, std::size_t count)
 
 TEST(route_message_filter, passes_just_the_routes_that_meet_a_range) {
   seeded_chance chance;
-  SCOPED_TRACE("seed " + std::to_string(chance.seed));
+  SCOPED_TRACE(test::shown(chance.seed));
   const filtered_socket socket;
   for (const std::size_t count : {0U, 1U, 2U, 3U, 7U, 50U, 190U}) {
     const std::vector<address_range> ranges = some_ranges(chance, count);
@@ -129,7 +130,7 @@ TEST(route_message_filter, passes_just_the_routes_that_meet_a_range) {
 
 TEST(route_message_filter, passes_all_that_meet_one_of_very_many_ranges) {
   seeded_chance chance;
-  SCOPED_TRACE("seed " + std::to_string(chance.seed));
+  SCOPED_TRACE(test::shown(chance.seed));
   const filtered_socket socket;
   const std::vector<address_range> ranges = some_ranges(chance, 5'000);
   ASSERT_EQ(filter_route_messages(socket.fd(), ranges), 0);

@@ -1,12 +1,12 @@
 // Stored configuration that no client could have committed: damaged, made by hand, or left by an
 // older release. Whatever it is, the service starts; what it can apply it applies, the rest it
 // names and skips, and every track that is there can be deleted.
-#include <cstdlib>
 #include <random>
 
 #include "core/track_kind.h"
 #include "platform/memory/controls.h"
 #include "platform/memory/ledger_controls.h"
+#include "tests/support/seeds.h"
 #include "tests/unit/service_fixture.h"
 
 namespace ot::test {
@@ -93,12 +93,8 @@ class hostile_store : public service_fixture {
 };
 
 TEST_F(hostile_store, never_keeps_the_service_from_its_work) {
-  const char* wanted = std::getenv("OT_SEED");
-  std::random_device source;
-  for (unsigned round = 0; round < (wanted == nullptr ? rounds : 1); ++round) {
-    const unsigned seed =
-        wanted == nullptr ? source() : static_cast<unsigned>(std::strtoul(wanted, nullptr, 10));
-    SCOPED_TRACE("OT_SEED=" + std::to_string(seed));
+  for (const unsigned seed : seeds(rounds)) {
+    SCOPED_TRACE(shown(seed));
     random_.seed(seed);
     stop();
     field::reset();

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <map>
 #include <optional>
 #include <random>
@@ -14,6 +13,7 @@
 #include <vector>
 
 #include "platform/common/bfd/speaker.h"
+#include "tests/support/seeds.h"
 
 namespace ot::bfd {
 namespace {
@@ -328,13 +328,9 @@ TEST_F(bfd_speakers, tell_the_end_of_a_session_within_the_delay_of_the_link) {
   EXPECT_EQ(second_.sessions[2].session->machine.state(), session_state::up);
 }
 
-// OT_SEED repeats one seed.
 TEST(bfd_speakers_model, agree_after_any_disturbance) {
-  const char* wanted = std::getenv("OT_SEED");
-  const unsigned long chosen = wanted == nullptr ? 0 : std::strtoul(wanted, nullptr, 10);
-  const unsigned long base = wanted == nullptr ? std::random_device{}() % 1'000'000 : chosen;
-  for (unsigned long seed = base; seed < base + (wanted == nullptr ? rounds : 1); ++seed) {
-    SCOPED_TRACE("OT_SEED=" + std::to_string(seed));
+  for (const unsigned seed : test::seeds(rounds)) {
+    SCOPED_TRACE(test::shown(seed));
     network tried(seed);
     for (int event = 0; event < 16; ++event) {
       tried.disturb();
