@@ -178,6 +178,7 @@ void watched_prefixes::look(const key& prefix, last_look& last) {
   fib_answer now;
   if (find_(context_, prefix_of(prefix), &now) != status_ok) {
     any_new_ |= !last.reported;
+    any_failed_ = true;
     return;
   }
   last.links = now.links;

@@ -13,6 +13,7 @@
 #include <map>
 #include <optional>
 #include <span>
+#include <utility>
 
 #include "platform/common/fib_answer.h"
 #include "platform/fib_client.h"
@@ -61,6 +62,8 @@ class watched_prefixes {
   void look_at_related(std::span<const fib_prefix> routes);
   void look_at_containing(const fib_prefix& route);
   bool look_at_using(std::span<const std::uint32_t> links);
+  // Whether a look-up has failed since the last call: what is true of its prefix is not known.
+  bool take_failed() noexcept { return std::exchange(any_failed_, false); }
 
   // Calls `changed` for each prefix that a look found to be other than last reported. It may
   // register and unregister.
@@ -114,6 +117,7 @@ class watched_prefixes {
   std::uint64_t pass_ = 0;
   bool any_new_ = false;  // added, and not looked at yet
   bool any_news_ = false;
+  bool any_failed_ = false;
   std::optional<report> being_reported_;
 };
 

@@ -78,6 +78,8 @@ int route_lookup::find(const fib_prefix& wanted, fib_answer* ret) noexcept {
       return status_ok;
     case table_state::without_match:
       return status_ok;
+    case table_state::unknown:
+      return no_memory;
     default:
       return find_in_contents(wanted.address, *vrf, ret);
   }
@@ -93,7 +95,7 @@ route_lookup::table_state route_lookup::says_about(const std::optional<route_rec
                                                          : table_state::answered;
   }
   const bool by_address = answer && (answer->table == vrf.table || answer->table == local_table);
-  return by_address || may_be_hidden(vrf) ? table_state::hidden : table_state::without_match;
+  return by_address ? table_state::hidden : without_answer(vrf);
 }
 
 int route_lookup::find_in_contents(std::uint32_t address, const vrf_device& vrf,
@@ -148,9 +150,16 @@ hidden_tables route_lookup::hidden_by_rules() noexcept {
 }
 
 // A VRF whose device is disabled forwards nothing, whatever its table holds.
-bool route_lookup::may_be_hidden(const vrf_device& vrf) noexcept {
-  const hidden_tables hidden = hidden_by_rules();
-  return is_default(vrf) ? hidden.main : hidden.vrfs && is_up(vrf.id);
+route_lookup::table_state route_lookup::without_answer(const vrf_device& vrf) noexcept {
+  const hidden_tables rules = hidden_by_rules();
+  if (!(is_default(vrf) ? rules.main : rules.vrfs)) {
+    return table_state::without_match;
+  }
+  const std::optional<bool> forwards = is_default(vrf) ? true : is_up(vrf.id);
+  if (!forwards) {
+    return table_state::unknown;
+  }
+  return *forwards ? table_state::hidden : table_state::without_match;
 }
 
 void route_lookup::take(const route_record& route, fib_answer* ret) noexcept {

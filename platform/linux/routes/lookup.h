@@ -63,7 +63,7 @@ class route_lookup {
     fixed_text<64> name;
   };
 
-  enum class table_state { answered, without_match, hidden };
+  enum class table_state { answered, without_match, hidden, unknown };
 
   static nlmsghdr* question(std::span<char> room, std::uint32_t address,
                             const vrf_device& vrf) noexcept;
@@ -74,9 +74,9 @@ class route_lookup {
                          bool of_neighbour) noexcept;
   int find_in_contents(std::uint32_t address, const vrf_device& vrf, fib_answer* ret) noexcept;
   int contents_of(std::uint32_t table, const table_contents** ret) noexcept;
-  bool is_up(std::uint32_t ifindex) noexcept;
+  std::optional<bool> is_up(std::uint32_t ifindex) noexcept;  // nothing: it could not be asked
   hidden_tables hidden_by_rules() noexcept;
-  bool may_be_hidden(const vrf_device& vrf) noexcept;
+  table_state without_answer(const vrf_device& vrf) noexcept;
   void take(const route_record& route, fib_answer* ret) noexcept;
   void take_own(const route_record& route, fib_answer* ret) noexcept;
   const fixed_text<64>& name_of(std::uint32_t ifindex) noexcept;

@@ -28,7 +28,7 @@ void route_lookup::await_change() noexcept {
   forget_names();
 }
 
-bool route_lookup::is_up(std::uint32_t ifindex) noexcept {
+std::optional<bool> route_lookup::is_up(std::uint32_t ifindex) noexcept {
   netlink_request request;
   nlmsghdr* message = mnl_nlmsg_put_header(request.bytes);
   message->nlmsg_type = RTM_GETLINK;
@@ -37,7 +37,7 @@ bool route_lookup::is_up(std::uint32_t ifindex) noexcept {
   link->ifi_index = static_cast<int>(ifindex);
   mnl_attr_put_u32(message, IFLA_EXT_MASK, RTEXT_FILTER_SKIP_STATS);
   unsigned flags = 0;
-  requests_.ask(
+  const int status = requests_.ask(
       message,
       [](void* to, const nlmsghdr& answer) {
         if (answer.nlmsg_len >= NLMSG_LENGTH(sizeof(ifinfomsg))) {
@@ -46,6 +46,9 @@ bool route_lookup::is_up(std::uint32_t ifindex) noexcept {
         }
       },
       &flags);
+  if (status != 0 && status != ENODEV) {
+    return std::nullopt;
+  }
   return (flags & IFF_UP) != 0;
 }
 

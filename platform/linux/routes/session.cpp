@@ -101,7 +101,7 @@ void fib_session::disconnect() {
   events_.close();
   prefixes_.clear();
   changes_.clear();
-  pausing_ = waiting_ = rest_due_ = all_ = filtering_ = false;
+  pausing_ = waiting_ = rest_due_ = all_ = filtering_ = failed_ = false;
   callbacks_.disconnected();
   arm(&reconnect_, 0, on_connect);
 }
@@ -214,7 +214,7 @@ int fib_session::on_registered(sd_event_source*, std::uint64_t, void* self) {
   auto& session = *static_cast<fib_session*>(self);
   session.filter_messages();
   session.prefixes_.look_at_related({});
-  session.prefixes_.notify(session.callbacks_.changed);
+  session.report();
   return 0;
 }
 

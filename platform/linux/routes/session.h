@@ -21,6 +21,7 @@
 //     unless whole tables have to be read for it; the rest when the pause is over; the pause grows
 //     with what the look took;
 //   - a burst is over: all prefixes once more;
+//   - a look-up failed, for want of memory: all prefixes a moment later;
 //   - every 30 s the audit: all prefixes, for what no event announces.
 // Messages about routes that concern no prefix do not reach us (message_filter.h).
 //
@@ -81,6 +82,7 @@ class fib_session {
   void look_and_pause();
   bool look_again(bool all);
   void look_inside_burst();
+  void report();
 
   evm* manager_;
   rtclient_callbacks callbacks_;
@@ -98,6 +100,7 @@ class fib_session {
   bool all_ = false;             // of all prefixes
   bool more_changed_ = false;    // meanwhile, by a change that may not be whole then
   bool pausing_ = false;         // a look was a moment ago
+  bool failed_ = false;          // and did not learn all
   bool rest_due_ = false;        // without a pause, what a link left for later will be looked at
   std::uint64_t pause_ = 0;      // after the last look at all prefixes, microseconds
   bool reading_tables_ = false;  // it had to read whole tables, which takes long

@@ -1,13 +1,21 @@
 // Which prefixes are looked up after a change of a link, and that each gets its own answer although
 // the kernel is asked about many at a time.
 #include <arpa/inet.h>
+#include <fcntl.h>
+#include <linux/netlink.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "platform/fib_client.h"
+#include "platform/linux/unique_fd.h"
 #include "tests/contract/contract_test.h"
 #include "tests/contract/linux/network_namespace.h"
 #include "tests/contract/router.h"
@@ -19,6 +27,40 @@ using namespace std::chrono_literals;
 using testing::ip;
 
 constexpr unsigned count = 100;
+
+// While there is one, what this process asks routing netlink fails: the sockets that ask are none.
+class refused_requests {
+ public:
+  refused_requests() {
+    const unique_fd other(eventfd(0, EFD_CLOEXEC));
+    for (int fd = 0; fd < descriptors; ++fd) {
+      if (asks(fd)) {
+        kept_.emplace_back(fd, unique_fd(fcntl(fd, F_DUPFD_CLOEXEC, descriptors)));
+        dup3(other.get(), fd, O_CLOEXEC);
+      }
+    }
+    EXPECT_FALSE(kept_.empty());
+  }
+  ~refused_requests() {
+    for (const auto& [fd, kept] : kept_) {
+      dup3(kept.get(), fd, O_CLOEXEC);
+    }
+  }
+  refused_requests(const refused_requests&) = delete;
+  refused_requests& operator=(const refused_requests&) = delete;
+
+ private:
+  static constexpr int descriptors = 100;
+
+  static bool asks(int fd) {
+    sockaddr_nl own{};
+    socklen_t size = sizeof own;
+    return getsockname(fd, reinterpret_cast<sockaddr*>(&own), &size) == 0 &&
+           own.nl_family == AF_NETLINK && own.nl_groups == 0;
+  }
+
+  std::vector<std::pair<int, unique_fd>> kept_;
+};
 
 class route_looks : public contract_test {
  protected:
@@ -42,12 +84,7 @@ class route_looks : public contract_test {
               0);
     ASSERT_TRUE(run_until([this] { return connected_; }));
     for (unsigned number = 0; number < count; ++number) {
-      rtclient_registration request;
-      request.table_id = main_table;
-      request.family = fib_family_ipv4;
-      inet_pton(AF_INET, prefix(number).c_str(), &request.prefix);
-      request.prefix_length = 24;
-      ASSERT_EQ(rtclient_bulk_reg_notif(client_, {&request, 1}), 0);
+      register_prefix(prefix(number));
     }
   }
   void TearDown() override {
@@ -55,6 +92,15 @@ class route_looks : public contract_test {
       rtclient_close(client_);
     }
     contract_test::TearDown();
+  }
+
+  void register_prefix(const std::string& address) {
+    rtclient_registration request;
+    request.table_id = main_table;
+    request.family = fib_family_ipv4;
+    inet_pton(AF_INET, address.c_str(), &request.prefix);
+    request.prefix_length = 24;
+    ASSERT_EQ(rtclient_bulk_reg_notif(client_, {&request, 1}), 0);
   }
 
   static std::string prefix(unsigned number) { return "10.0." + std::to_string(number) + ".0"; }
@@ -119,6 +165,22 @@ TEST_F(route_looks, end_right_when_a_link_flaps_faster_than_they_follow) {
   EXPECT_TRUE(becomes(truth("ct0")));
   let_pass(manager(), 200ms);
   EXPECT_EQ(answers_, truth("ct0"));
+}
+
+// The kernel has no memory for answers, and then has it again.
+TEST_F(route_looks, are_made_again_soon_when_the_kernel_could_not_answer) {
+  ASSERT_TRUE(becomes(truth("")));
+  {
+    const refused_requests refused;
+    ip("route add 10.0.2.0/24 dev ct0");
+    register_prefix("10.1.0.0");
+    let_pass(manager(), 300ms);  // after all looks that these are a reason for by themselves
+    EXPECT_EQ(answers_, truth(""));
+  }
+  auto expected = truth("");
+  expected["10.0.2.0"] = "24 ct0";
+  expected["10.1.0.0"] = "none";
+  EXPECT_TRUE(becomes(expected));
 }
 
 // Only what comes over the link is known to be concerned; the rest is looked at all the same.

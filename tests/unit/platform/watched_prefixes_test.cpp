@@ -218,6 +218,7 @@ TEST(failed_looks, are_made_again_with_whatever_comes_next_until_the_first_has_s
   EXPECT_EQ(watched.add({254, htonl(0x0a000000), 8}), 0);
   for (const int reported : {0, 0, 1, 0}) {
     watched.look_at_related({});
+    EXPECT_EQ(watched.take_failed(), looks.given < 3) << "after look " << looks.given;
     EXPECT_EQ(reports_after(watched), reported) << "after look " << looks.given;
   }
   EXPECT_EQ(looks.given, 3U);
@@ -231,6 +232,18 @@ TEST(failed_looks, say_nothing_of_a_route_that_was_found_before) {
     watched.look_at_all();
     EXPECT_EQ(reports_after(watched), reported) << "after look " << looks.given;
   }
+}
+
+TEST(failed_looks, are_told_once_whatever_the_others_found) {
+  answers looks{{{no_memory}, {status_ok}, {status_ok}, {status_ok}}};
+  watched_prefixes watched{answers::give, &looks};
+  EXPECT_EQ(watched.add({254, htonl(0x0a000000), 8}), 0);
+  EXPECT_EQ(watched.add({254, htonl(0x0b000000), 8}), 0);
+  watched.look_at_all();
+  EXPECT_TRUE(watched.take_failed());
+  EXPECT_FALSE(watched.take_failed());
+  watched.look_at_all();
+  EXPECT_FALSE(watched.take_failed());
 }
 
 }  // namespace
