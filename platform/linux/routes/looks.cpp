@@ -21,7 +21,6 @@ constexpr std::uint64_t pause_least = 1 * msec;
 constexpr std::uint64_t pause_most = 50 * msec;
 constexpr std::uint64_t tables_pause_most = 2'000 * msec;
 constexpr std::uint64_t pause_factor = 4;
-constexpr std::uint64_t again_after = pause_most;
 
 }  // namespace
 
@@ -93,8 +92,7 @@ void fib_session::look_and_pause() {
   const auto taken =
       std::chrono::duration_cast<std::chrono::microseconds>(steady_clock::now() - begin);
   const auto pause = std::clamp(pause_factor * static_cast<std::uint64_t>(taken.count()),
-                                failed_ ? again_after : pause_least,
-                                reading_tables_ ? tables_pause_most : pause_most);
+                                pause_least, reading_tables_ ? tables_pause_most : pause_most);
   pause_ = all ? pause : pause_;
   pausing_ = any || changes_.everything();
   if (pausing_ || !rest_due_) {
@@ -146,15 +144,11 @@ void fib_session::look_inside_burst() {
   report();
 }
 
-// Hands over what looks found. What they could not learn is looked at again, by a look that is due
-// in any case or by one of its own.
+// Hands over what looks found. What they could not learn is found by the next look at everything,
+// which is due in any case or is due for that.
 void fib_session::report() {
-  failed_ = prefixes_.take_failed();
-  if (failed_) {
-    changes_.note_everything();
-    if (!pausing_ && !waiting_ && !rest_due_) {
-      arm(&settled_, again_after, on_settled);
-    }
+  if (prefixes_.take_failed() && !pausing_ && !waiting_ && !rest_due_) {
+    arm(&settled_, settle_after, on_settled);
   }
   prefixes_.notify(callbacks_.changed);
 }

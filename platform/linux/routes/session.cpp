@@ -101,7 +101,7 @@ void fib_session::disconnect() {
   events_.close();
   prefixes_.clear();
   changes_.clear();
-  pausing_ = waiting_ = rest_due_ = all_ = filtering_ = failed_ = false;
+  pausing_ = waiting_ = rest_due_ = all_ = filtering_ = false;
   callbacks_.disconnected();
   arm(&reconnect_, 0, on_connect);
 }

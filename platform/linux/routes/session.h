@@ -100,7 +100,6 @@ class fib_session {
   bool all_ = false;             // of all prefixes
   bool more_changed_ = false;    // meanwhile, by a change that may not be whole then
   bool pausing_ = false;         // a look was a moment ago
-  bool failed_ = false;          // and did not learn all
   bool rest_due_ = false;        // without a pause, what a link left for later will be looked at
   std::uint64_t pause_ = 0;      // after the last look at all prefixes, microseconds
   bool reading_tables_ = false;  // it had to read whole tables, which takes long
