@@ -140,10 +140,10 @@ class Storm:
 
     def end_programs(self):
         victims = self.rng.choice(["policy", "service", "both"])
-        if victims != "policy":
-            self.service.crash()
         if victims == "service" and self.rng.random() < 0.3:
             self.be_away()
+        elif victims != "policy":
+            self.service.crash()
         if victims != "service":
             self.end_policy()
             if self.rng.random() < 0.3:
@@ -156,7 +156,11 @@ class Storm:
             start()
 
     def be_away(self):
-        """The service is gone for longer than the short grace, and not than the long one."""
+        """The service is gone for longer than the short grace, and not than the long one. What it has
+        said before is done when trackpolicy knows that it is gone."""
+        self.wait_service("reachable")
+        self.service.crash()
+        self.wait_service("gone")
         patient = {path: lines(path) for path, row in self.mixture.files() if row["grace"] == "30s"}
         hasty = {path: row for path, row in self.mixture.files() if row["grace"] != "30s"}
 
@@ -166,6 +170,11 @@ class Storm:
         wait_until(lambda: not wrong(), self.patience, wrong)
         late = {path for path, row in self.mixture.files() if {"hold", "half_life"} & row.keys()}
         assert {path for path in patient if lines(path) != patient[path]} <= late
+
+    def wait_service(self, wanted):
+        """Until that is what trackpolicy knows of it."""
+        wait_until(lambda: {row["service"] for row in self.policy.list().values()} == {wanted},
+                   self.patience, f"the service is {wanted}")
 
     def change_something(self):
         self.rng.choice([self.change_track] * 4 + [
