@@ -133,10 +133,13 @@ def test_garbage_from_the_status_socket_is_no_answer(policy, closing, text):
 
 
 def test_readers_who_take_nothing_of_a_long_list_are_let_go(policy, closing):
-    policy.configure(*({"name": f"l{number}", "track": "t", "kind": "link",
-                        "interface": f"none{number}"} for number in range(1200)))
+    # A few policies of which there is much to say: a list of many takes a slow machine seconds, and
+    # who asks for the next one waits for sixteen of them.
+    os.mkdir(policy.path("run/site"))
+    policy.configure(*({"name": f"f{number}", "track": "t", "kind": "file",
+                        "path": f"/run/site/{number}", "text_up": "x" * 8000} for number in range(40)))
     policy.start()
-    wait_until(lambda: policy.list()["l1199"]["problem"], policy.service.build.patience, "a list")
+    wait_until(lambda: "xxx" in policy.list()["f39"]["doing"], policy.service.build.patience, "a list")
 
     def refused():
         """A busy machine may take as long for their lists as the first of them has."""
