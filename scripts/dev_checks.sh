@@ -28,7 +28,7 @@ dev_lint() {
   say "standard headers"
   scripts/check_standard_headers || failed=1
   say "shellcheck"
-  shellcheck -x dev scripts/*.sh tests/install/*.sh .ci/run packaging/*.bash-completion || failed=1
+  shellcheck -x dev scripts/*.sh scripts/merge_for_odr tests/install/*.sh .ci/run packaging/*.bash-completion || failed=1
   say "clang-tidy"
   configure_preset lint # no precompiled headers: clang cannot read those of g++
   if [[ ${#files[@]} -eq 0 ]]; then

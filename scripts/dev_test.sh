@@ -5,7 +5,7 @@
 # preset|levels. A preset is built while the one before it is tested. The virtual machine runs one
 # preset: its emulator makes instrumented programs crawl. The soak tests are run on their own. asan and
 # tsan are built by clang, the second compiler, which takes half as long with sanitizers as g++. odr
-# only links, and thereby looks for one name that is defined twice.
+# only merges what the programs are linked from, and thereby looks for one name that is defined twice.
 test_plan=(
   "release|unit tools contract e2e vm install"
   "asan|unit tools contract e2e"
