@@ -1,5 +1,6 @@
-// The netlink sockets by which this process is notified of events, and the messages that the kernel
-// could not put into them.
+// The netlink sockets by which this process is notified of events in this thread's namespace, and
+// the messages that the kernel could not put into them. What earlier tests left open belongs to
+// their namespaces: it is neither counted nor changed.
 #pragma once
 
 // Gives every one of them that listens to a group of `groups` (RTMGRP_* bits) the smallest receive
