@@ -129,8 +129,7 @@ def test_the_example_for_frr_has_no_errors(policy):
 
 def test_flaps_are_shown_with_their_penalty_and_the_state_that_waits(policy):
     told = policy.path("told")
-    # The penalty of the first flap must not be gone before the second.
-    half_life = 15 if policy.service.build.sanitized else 6
+    half_life = 15  # seconds: the penalty of the first flap must not be gone before the second
     policy.configure({"name": "c", "track": "t", "kind": "command", "run_as_root": True,
                       "run": script(policy, "tell", f'echo "$OT_STATE" >> {told}\n'),
                       "half_life": f"{half_life}s", "suppress": 1500, "reuse": 1400})
